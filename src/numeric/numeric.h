@@ -1,0 +1,67 @@
+// Numeric basics of the module: the normal distribution and its tails, the
+// Mills ratio, logarithms that stay accurate near 1, packed symmetric
+// matrices and the check of a value against the computable range.
+//
+// Algorithms:
+//   erf/erfc: W. J. Cody, "Rational Chebyshev approximations for the error
+//     function", Math. Comp. 23 (1969), the CALERF scheme of SPECFUN.
+//   normal quantile: rational approximations in t = sqrt(-2 ln q) - sqrt(2 ln 2)
+//     for q >= 1e-16, Newton's method on ln Phi below that.
+//   Mills ratio: the continued fraction u/(1+v/(1+2v/(1+3v/...))), u = 1/x,
+//     v = u^2, for x >= 5.
+//
+// Packed symmetric storage: the lower triangle by rows, so element (i, j)
+// with i >= j sits at place j + i*(i+1)/2:
+//
+//   row 0: (0,0)                 -> 0
+//   row 1: (1,0) (1,1)           -> 1 2
+//   row 2: (2,0) (2,1) (2,2)     -> 3 4 5
+//
+// Every routine declared here is exported by name with C linkage.
+#ifndef ESF_NUMERIC_NUMERIC_H
+#define ESF_NUMERIC_NUMERIC_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// Normal distribution functions.
+void calerf(double x, double* result, int jint);  // jint 0: erf, 1: erfc
+double zferf(double x);
+double zferfc(double x);
+double zprbnrm(double x);
+double zprobit(double p);
+double szprobit(double p);
+int zlognrm(double x, double* lpl, double* lpr, double* ldens);
+double zprbigs(double x, double d);
+
+// Small numerics.
+double zln1px(double z);
+double zlnSumOfExp(double x1, double x2);
+int zmillsr(double x, double* ratio);
+int zcnfmill(double x, double* ratio);
+long zisub(int i, int j);
+int zscp(const double* data, int nv, double weight, double* sscp);
+void zvaxpy(double* z, const double* x, const double* y, int n, double alpha);
+int zmissr(double x, double maxval, long* count);
+int zmissrn(const double* x, int n, double maxval, long* count);
+int min(int a, int b);
+long lmin(long a, long b);
+
+#ifdef __cplusplus
+}  // extern "C"
+
+namespace esf {
+
+// Place of element (i, j) of a packed symmetric matrix, lower triangle by
+// rows; the same answer as zisub, inline for inner loops.
+constexpr long packed_index(int i, int j) noexcept {
+  const long hi = i > j ? i : j;
+  const long lo = i > j ? j : i;
+  return lo + hi * (hi + 1) / 2;
+}
+
+}  // namespace esf
+#endif  // __cplusplus
+
+#endif  // ESF_NUMERIC_NUMERIC_H
