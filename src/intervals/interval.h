@@ -1,0 +1,240 @@
+// The calendar-interval record and the exported interval routines.
+//
+// Every routine of the calendar library works on one small record, INTERVAL,
+// that holds a parsed interval name such as "MONTH3.2" or "DTWEEKDAY17W":
+//
+//   INTERVAL iv;
+//   zintstr((tchar*)"MONTH3.2", -1, &iv);  // intcode 45, intper 3, shiftper 1
+//   zintck2(&iv, d1, d2);                  // boundaries passed from d1 to d2
+//   zintnx2(&iv, d1, 1.0);                 // start of the next interval
+//
+// INTERVALX extends it with a custom-interval reference, a default format and
+// a seasonal cycle. It derives from INTERVAL, so its head is the same nine
+// fields in the same order and an INTERVALX* converts to an INTERVAL*.
+//
+// Time values are doubles: dates count days since 1 January 1960 (a Friday),
+// datetimes count seconds since 1 January 1960 00:00:00, observation numbers
+// are plain counts. Which kind a value is follows from `units`.
+#pragma once
+
+#include "primitives/primitives.h"
+
+// Custom interval data, owned by reference (defined by the custom-interval
+// subsystem).
+struct CINTC_INFO;
+typedef struct CINTC_INFO CINTCInfo;
+
+// A parsed time interval. A record cleared to zero has intcode 0 and units 0.
+struct INTERVAL {
+  char units;        // 'd' date, 's' datetime, 'o' observation, 'u' NONE; 0 cleared
+  char intcode;      // interval code, see kInt... below; 0 is NONE
+  int intper;        // multiplier, >= 1 (readers take a value below 1 as 1)
+  int shiftper;      // shift in sub-periods, counted from 0 ("MONTH3.2" -> 1)
+  char nweekday;     // WEEKDAY: working days in a week [1:7]
+  char weekend[7];   // WEEKDAY: 1 for a weekend day; [0] Sunday .. [6] Saturday
+  tchar token[22];   // the parsed text in the case of the input, rest 0
+  short tokenlen;    // characters in token [1:21]
+  void* holidays;    // cleared by the parser and copied with the record; unread
+};
+
+// An INTERVAL followed by what the seasonal and custom routines need.
+struct INTERVALX : INTERVAL {
+  struct CINTC_INFO* cinfo;      // custom interval table, one reference; else null
+  QKMemPtr ccache;               // cache of the custom interval routines
+  short formatw;                 // default format width
+  short formatl;                 // length of the text in format
+  tchar format[9];               // name of the default format
+  int nseasons;                  // length of the seasonal cycle, 0 while unknown
+  struct INTERVALX* sinterval;   // seasonal cycle interval (caller's record) or null
+};
+
+// Either record, for the season routines. `new` is a keyword, so the member
+// that points at an INTERVALX is spelled `new_`.
+union INTERVALS {
+  struct INTERVAL* old;
+  struct INTERVALX* new_;
+};
+
+// What interval fitting and the list bridge hand back.
+struct INTINFO {
+  struct INTERVAL sinterval;  // the seasonal cycle interval
+  int nseasons;               // length of the seasonal cycle
+  short formatw;              // default format width
+  short formatl;              // length of the format name
+  tchar format[9];            // default format name
+};
+
+// Interval codes. The order is meaningful: a code below kIntDay (25) is a
+// time interval, below kIntMonthFamily (32) the arithmetic is day-based.
+// 28, 29, 38, 43, 49, 54 and 58 are reserved: no name parses to them.
+inline constexpr int kIntNone = 0;
+inline constexpr int kIntObs = 1;
+inline constexpr int kIntSecond = 10;
+inline constexpr int kIntMinute = 15;
+inline constexpr int kIntHour = 20;
+inline constexpr int kIntDay = 25;
+inline constexpr int kIntWeekday = 27;
+inline constexpr int kIntWeek = 30;
+inline constexpr int kIntWeekv = 31;
+inline constexpr int kIntTenday = 35;
+inline constexpr int kIntSemimonth = 40;
+inline constexpr int kIntMonth = 45;
+inline constexpr int kIntR445Mon = 46;
+inline constexpr int kIntR454Mon = 47;
+inline constexpr int kIntR544Mon = 48;
+inline constexpr int kIntQtr = 50;
+inline constexpr int kIntR445Qtr = 51;
+inline constexpr int kIntR454Qtr = 52;
+inline constexpr int kIntR544Qtr = 53;
+inline constexpr int kIntSemiyear = 55;
+inline constexpr int kIntYear = 60;
+inline constexpr int kIntR445Yr = 61;
+inline constexpr int kIntR454Yr = 62;
+inline constexpr int kIntR544Yr = 63;
+inline constexpr int kIntYearv = 64;
+inline constexpr int kIntCustom = 65;  // a name from the custom registry ('A')
+
+// Codes at or above this are date intervals; below it, time (or NONE/OBS).
+inline constexpr int kIntFirstDate = kIntDay;
+// Codes above this use calendar (month-index) arithmetic.
+inline constexpr int kIntMonthFamily = 32;
+
+inline constexpr bool is_reserved_intcode(int code) {
+  return code == 28 || code == 29 || code == 38 || code == 43 || code == 49 ||
+         code == 54 || code == 58;
+}
+
+// Values of `units`.
+inline constexpr char kUnitsDate = 'd';
+inline constexpr char kUnitsDatetime = 's';
+inline constexpr char kUnitsObs = 'o';
+inline constexpr char kUnitsNone = 'u';
+
+// Date limits of the library: 1 January 1582 .. 6589335.
+inline constexpr long kMinDate = -138061;
+inline constexpr long kMaxDate = 6589335;
+// Counting refuses time values above this in magnitude.
+inline constexpr double kMaxTimeValue = 1.3407807929942597e+152;
+// Advancing refuses counts above 2^53 in magnitude.
+inline constexpr double kMaxAdvance = 9007199254740992.0;
+// 2^53 less the top date: the bound on (period in days) * |n| when advancing.
+inline constexpr long kAdvanceOverflowLimit = 9007199248151657;
+static_assert(kAdvanceOverflowLimit == 9007199254740992L - kMaxDate);
+
+// Retail calendars: zero-based ISO week offsets at which months 1 to 12
+// begin. A week 53 falls into month 12.
+inline constexpr int r445mon_index[12] = {0, 4, 8, 13, 17, 21, 26, 30, 34, 39, 43, 47};
+inline constexpr int r454mon_index[12] = {0, 4, 9, 13, 17, 22, 26, 30, 35, 39, 43, 48};
+inline constexpr int r544mon_index[12] = {0, 5, 9, 13, 18, 22, 26, 31, 35, 39, 44, 48};
+
+extern "C" {
+
+// ---- Record building, parsing and printing --------------------------------
+
+// Plain interval of a code (multiplier 1, no shift). 0, or 1 when the code has
+// no base name here (reserved, retail years, custom, unknown).
+int zintic(int intcode, struct INTERVAL* istr);
+// Interval of a code with multiplier m (0: none) and text shift s (0: none).
+// 1 for m < 0, 2 for s < 0, 103 when the code has no base name; else zintstr.
+int zinticms(int intcode, int m, int s, struct INTERVAL* istr);
+// Parses an interval name. len < 0: specin is NUL-terminated. Results:
+// 0 filled, 1 bad multiplier, 2 bad shift, 101 length not in 1..21,
+// 102 syntax, 103 unknown name, 1001 null pointer, -1 custom load failed.
+int zintstr(tchar* specin, int len, struct INTERVAL* istr);
+// Prints an interval into str (*len bytes); *len becomes the text length.
+// 0, 101 when it doesn't fit with its NUL, 1001 for a null pointer.
+int zinti2s(char* str, int* len, struct INTERVAL* istr);
+// The base name alone, with the DT prefix where it applies; name holds 11
+// bytes, no terminator is written. Returns 0.
+int zintbase(char* name, int* l, struct INTERVAL* istr);
+
+// ---- Date primitives -------------------------------------------------------
+
+int zidywdd(double date, tchar* fmt, int fmtl, double* year, double* week, double* day);
+int zidywdds(double date, int leap_index, double* year, double* week, double* day);
+double ziddywd(int year, int week, int day);
+double ziddywds(int year, int week, int day);
+int zidmdydf(int* m, int* d, int* y, double qordate, int format);
+int zdatdif(double sdate, double edate, int convent, long* pDays, double* pYears);
+int iso_week_days(int yday, int wday);
+long diff_30_360(int m1, int d1, int y1, int m2, int d2, int y2);
+void diff_actact(int m1, int d1, int y1, int m2, int d2, int y2, long* pDays, double* pYears);
+long diff_actual(int m1, int d1, int y1, int m2, int d2, int y2);
+int isLeapYear(int year);
+int lastDay(int year, int month);
+long dateOffset(int mm, int dd, int yy);
+
+// ---- Counting and advancing -----------------------------------------------
+
+double zintck2(struct INTERVAL* istr, double x1, double x2);
+double zintnx2(struct INTERVAL* istr, double x, double n);
+double zintnx3(struct INTERVAL* istr, double inptDate, double n, tchar* align,
+               struct INTERVAL* sub_intrvl);
+int zintshft(struct INTERVAL* istr, struct INTERVAL* sistr);
+
+// ---- Seasonal cycle, comparison, fitting ----------------------------------
+
+int zintsea(struct INTERVAL* interval, double date, struct INTERVAL* sinterval, int* nseasons);
+int zintsea2(struct INTERVAL* interval, double date, struct INTERVAL* sinterval, int* nseasons);
+double zintc(struct INTERVAL* a, struct INTERVAL* b);
+int zintfit(double d1, double d2, char* units, struct INTERVAL* interval, struct INTINFO* info);
+
+// ---- Default formats -------------------------------------------------------
+
+// Name (no terminator), its length and two widths of the default format of
+// an interval: width1 to use, width2 a smaller one that still shows a value.
+void zintfmt(struct INTERVAL* istr, char* fmtname, short* namelen, short* width1, short* width2);
+// The same for a time ID value: a small value of a time interval is a time
+// of day.
+void zintfmm(struct INTERVAL* istr, double idval, char* fmtname, short* namelen,
+             short* width1, short* width2);
+// The same for a range of time IDs of a time interval counted from 0.
+void zintfmp(struct INTERVAL* istr, double minval, double maxval, char* fmtname,
+             short* namelen, short* width1, short* width2);
+// The same for a duration of one interval.
+void zintfmd(struct INTERVAL* istr, char* fmtname, short* namelen, short* width1, short* width2);
+
+// ---- Season-aware counting and advancing, season codes, cycles ------------
+
+double zintyrse(double date0, int* year, double* ds1);
+double zintck3(struct INTERVALX* intervalx, double date0, double date1);
+double zintnx_seas(struct INTERVALX* intervalx, double date0, double n, struct INTERVALX* align_int);
+double zintck_seas(struct INTERVALX* intervalx, double date0, double daten, struct INTERVALX* align_int);
+int zintscd(struct INTERVAL* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
+int zintscd2(struct INTERVALX* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
+void zintscy(struct INTERVAL* intv, int scode, double date, int nseasons, int noint,
+             double* sdummy, double* partial);
+int zintsea_set(struct INTERVALX* interval, double date, struct INTERVALX* sinterval, int* nseasons);
+int zintsea_calc_nseasons(struct INTERVALX* interval, double date, struct INTERVALX* sinterval,
+                          int* nseasons);
+int zintmult(struct INTERVALX* interval, int nseasons, struct INTERVALX* sinterval, int act_flag);
+int zintrsimp(struct INTERVALX* interval);
+
+// ---- Custom-interval seam --------------------------------------------------
+//
+// The routines below belong to the custom-interval subsystem. They are
+// declared weak: until that subsystem is linked into the image their
+// addresses are null, and the calendar routines treat every custom name as
+// unknown and answer a custom record with a missing value. The subsystem
+// plugs in by defining them; no calendar routine needs to change. Define each
+// exactly once, and never as a placeholder.
+
+// 65 when name is a mapped custom interval name, 0 when not, < 0 on failure.
+__attribute__((weak)) int getcustomname(tchar* name, int len);
+// Loads the table of a custom interval: 0 (with a reference in *oinfo, or
+// null when unmapped) or a negative status.
+__attribute__((weak)) int zcustLoad(struct INTERVAL* interval, CINTCInfo** oinfo);
+// Gives up one reference to a custom interval table.
+__attribute__((weak)) void zcintcReleaseRef(CINTCInfo* cinfo);
+__attribute__((weak)) double customINTCK(struct INTERVALX* intervalx, double x1, double x2);
+__attribute__((weak)) double customINTNX(struct INTERVALX* intervalx, double x, double n);
+__attribute__((weak)) double customINTNXE(struct INTERVALX* intervalx, double x, double n);
+__attribute__((weak)) double customINTINDEX(struct INTERVALX* intervalx, double x, double n);
+__attribute__((weak)) double customINTSEAS(struct INTERVALX* intervalx, double x);
+// Default format of a custom interval: 0, or a non-zero status.
+__attribute__((weak)) int customINTFMT(struct INTERVALX* intervalx, char* fmtname, short* namelen,
+                                       short* width1, short* width2);
+// The `units` letter that a format name implies, or 0.
+__attribute__((weak)) char zfmtunits(char* format, int fmtlen);
+
+}  // extern "C"
