@@ -1,0 +1,382 @@
+// Integer calendar arithmetic shared by interval counting and advancing.
+//
+// Every built-in date interval is reduced to an integer index of its base
+// unit (a day, a working day, a third or half of a month, a month, an ISO
+// week) and every interval is a run of `f` consecutive indices whose
+// boundaries lie at the indices congruent to the shift `s` modulo `f`.
+// Counting is the difference of two floored quotients of indices,
+// advancing is the inverse: index, quotient, plus n, back to the first
+// index of that period, back to a day. The routines here are the single
+// copy of that arithmetic; zintck2 and zintnx2 both use them, so that a
+// value advanced by n and counted back gives n by construction.
+//
+// Day numbers count days since 1 January 1960, a Friday:
+//
+//   days_from_civil(1960, 1, 1)      //  0
+//   days_from_civil(2001, 1, 31)     //  14976
+//   civil_from_days(-138061)         //  {1582, 1, 1}
+//   weekday_sunday0(0)               //  5 (Friday)
+//   iso_week_from_days(16437)        //  {2004, 53, 6}: Saturday 1 January 2005
+//   month_index(2001, 2)             //  493: (2 - 1) + 12 * (2001 - 1960)
+//
+// Nothing here allocates, throws or reads a table: the civil conversions
+// are the closed forms of H. Hinnant's "chrono-Compatible Low-Level Date
+// Algorithms" (https://howardhinnant.github.io/date_algorithms.html),
+// moved to the 1960 epoch, and the retail calendars are two comparisons
+// within a 13-week quarter.
+#ifndef ESF_INTERVALS_CALENDAR_ARITH_H
+#define ESF_INTERVALS_CALENDAR_ARITH_H
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+namespace calendar {
+
+using DayNumber = std::int64_t;   // days since 1 January 1960
+using IndexNumber = std::int64_t; // index of an interval's base unit (a month, a third of a month, ...)
+
+static_assert(std::numeric_limits<std::int64_t>::digits >= 63,
+              "the index arithmetic assumes 64-bit integers");
+
+// The date limits of the library: 1 January 1582 to 26 December 20000.
+inline constexpr DayNumber kMinDate = -138061;
+inline constexpr DayNumber kMaxDate = 6589335;
+
+// An advance of n periods of p days each is refused unless
+// kAdvanceLimit / |n| >= p: 2^53 less the top date, so that no result
+// can leave the exactly representable integers of a double.
+inline constexpr std::int64_t kAdvanceLimit = 9007199248151657;
+
+// Largest magnitude of a time value that counting accepts, and of an
+// advance count that advancing accepts.
+inline constexpr double kCountValueLimit = 1.3407807929942597e+152;
+inline constexpr double kAdvanceCountLimit = 9007199254740992.0;  // 2^53
+
+inline constexpr double kSecondsPerDay = 86400.0;
+
+// ---------------------------------------------------------------------------
+// Missing values: doubles whose 16 top bits are all ones; the third byte
+// from the top names the kind (0xFE is ".", 0xFD - k is the letter k places
+// after "A").
+
+inline constexpr std::uint64_t kMissingDotBits = 0xFFFFFE0000000000ULL;
+
+inline double missing_value() noexcept { return std::bit_cast<double>(kMissingDotBits); }
+
+inline bool is_missing(double d) noexcept {
+  return (std::bit_cast<std::uint64_t>(d) >> 48) == 0xFFFFU;
+}
+
+// The kind byte of a missing value (meaningful only when is_missing(d)).
+inline unsigned missing_kind_byte(double d) noexcept {
+  return static_cast<unsigned>((std::bit_cast<std::uint64_t>(d) >> 40) & 0xFFU);
+}
+
+// Kind byte of the lettered missing value ".A" to ".Z".
+constexpr unsigned missing_letter_byte(char letter) noexcept {
+  return 0xFDU - static_cast<unsigned>(letter - 'A');
+}
+
+// The two kinds a custom interval takes for the ends of its table:
+// ".M" minus infinity, ".I" plus infinity.
+inline bool is_table_end(double d) noexcept {
+  if (!is_missing(d)) return false;
+  const unsigned kind = missing_kind_byte(d);
+  return kind == missing_letter_byte('I') || kind == missing_letter_byte('M');
+}
+
+// ---------------------------------------------------------------------------
+// Division toward minus infinity, for a positive divisor d.
+
+constexpr std::int64_t floordiv(std::int64_t n, std::int64_t d) noexcept {
+  if (n < 0) {
+    const std::int64_t q = (-n) / d;
+    return (-n) % d != 0 ? -(q + 1) : -q;
+  }
+  return n / d;
+}
+
+// Remainder in [0, m - 1], for a positive modulus m.
+constexpr std::int64_t floormod(std::int64_t a, std::int64_t m) noexcept {
+  if (a < 0) {
+    const std::int64_t r = m - ((-a) % m);  // [1, m]
+    return r == m ? 0 : r;
+  }
+  return a % m;
+}
+
+// ---------------------------------------------------------------------------
+// The civil (proleptic Gregorian) calendar.
+
+struct CivilDate {
+  std::int64_t year;
+  int month;  // [1, 12]
+  int day;    // [1, 31]
+};
+
+constexpr bool is_leap_year(std::int64_t y) noexcept {
+  return y % 4 == 0 && (y % 100 != 0 || y % 400 == 0);
+}
+
+constexpr int last_day_of_month(std::int64_t y, int m) noexcept {
+  if (m == 2) return is_leap_year(y) ? 29 : 28;
+  return (m == 4 || m == 6 || m == 9 || m == 11) ? 30 : 31;
+}
+
+// Days from 1 March of year 0 (proleptic) to 1 January 1960.
+inline constexpr std::int64_t kEpochShift = 715815;
+
+// https://howardhinnant.github.io/date_algorithms.html#days_from_civil
+// The year is taken to start on 1 March, so that the leap day is the last
+// day of the year; a 400-year era holds exactly 146097 days.
+constexpr DayNumber days_from_civil(std::int64_t y, int m, int d) noexcept {
+  y -= m <= 2;
+  const std::int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const std::int64_t yoe = y - era * 400;                                   // [0, 399]
+  const std::int64_t doy = (153 * (m > 2 ? m - 3 : m + 9) + 2) / 5 + d - 1;  // [0, 365]
+  const std::int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;            // [0, 146096]
+  return era * 146097 + doe - kEpochShift;
+}
+
+// https://howardhinnant.github.io/date_algorithms.html#civil_from_days
+constexpr CivilDate civil_from_days(DayNumber x) noexcept {
+  const std::int64_t z = x + kEpochShift;
+  const std::int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  const std::int64_t doe = z - era * 146097;                                  // [0, 146096]
+  const std::int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;  // [0, 399]
+  const std::int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);          // [0, 365]
+  const std::int64_t mp = (5 * doy + 2) / 153;                                // [0, 11]
+  const int d = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);               // [1, 31]
+  const int m = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);                  // [1, 12]
+  return {yoe + era * 400 + (m <= 2), m, d};
+}
+
+// Weekday of a day number: 0 Sunday to 6 Saturday. Day -5 is a Sunday.
+constexpr int weekday_sunday0(DayNumber x) noexcept {
+  return static_cast<int>(floormod(x + 5, 7));
+}
+
+// ISO day of the week: 1 Monday to 7 Sunday. Day -4 is a Monday.
+constexpr int iso_weekday(DayNumber x) noexcept {
+  return static_cast<int>(floormod(x + 4, 7)) + 1;
+}
+
+static_assert(days_from_civil(1960, 1, 1) == 0);
+static_assert(weekday_sunday0(0) == 5, "1 January 1960 is a Friday");
+static_assert(days_from_civil(1582, 1, 1) == kMinDate);
+static_assert(civil_from_days(kMaxDate).year == 20000);
+
+// ---------------------------------------------------------------------------
+// ISO 8601 weeks: week 1 is the Monday-to-Sunday week that holds 4 January,
+// equivalently the one that holds the year's first Thursday.
+
+struct IsoWeekDate {
+  std::int64_t year;
+  int week;  // [1, 53]
+  int day;   // [1, 7], 1 Monday
+};
+
+// The Monday that opens ISO week 1 of an ISO year.
+constexpr DayNumber iso_week1_monday(std::int64_t iso_year) noexcept {
+  const DayNumber jan4 = days_from_civil(iso_year, 1, 4);
+  return jan4 - (iso_weekday(jan4) - 1);
+}
+
+constexpr DayNumber days_from_iso_week(std::int64_t iso_year, std::int64_t week,
+                                       std::int64_t day) noexcept {
+  return iso_week1_monday(iso_year) + 7 * (week - 1) + (day - 1);
+}
+
+// A week belongs to the ISO year that holds its Thursday.
+constexpr IsoWeekDate iso_week_from_days(DayNumber x) noexcept {
+  const int day = iso_weekday(x);
+  const DayNumber thursday = x - day + 4;
+  const std::int64_t year = civil_from_days(thursday).year;
+  const DayNumber jan1 = days_from_civil(year, 1, 1);
+  const int week = static_cast<int>((thursday - jan1) / 7) + 1;  // [1, 53]
+  return {year, week, day};
+}
+
+static_assert(iso_week_from_days(days_from_civil(2005, 1, 1)).year == 2004);
+static_assert(iso_week_from_days(days_from_civil(2005, 1, 1)).week == 53);
+static_assert(iso_week_from_days(days_from_civil(2008, 12, 31)).year == 2009);
+static_assert(days_from_iso_week(2009, 1, 1) == days_from_civil(2008, 12, 29));
+
+// ---------------------------------------------------------------------------
+// Retail calendars: ISO years split into quarters of 13 weeks, each quarter
+// into months of 4-4-5, 4-5-4 or 5-4-4 weeks. A week 53 falls into month 12.
+// `format` is 445, 454 or 544.
+
+// Zero-based weeks from a quarter's first week to its second and third month.
+constexpr int retail_second_month_week(int format) noexcept { return format == 544 ? 5 : 4; }
+constexpr int retail_third_month_week(int format) noexcept { return format == 445 ? 8 : 9; }
+
+// Zero-based week offset of a retail month [1, 12] within its ISO year.
+constexpr int retail_week_offset(int format, int month) noexcept {
+  const int quarter = (month - 1) / 3;  // [0, 3]
+  const int place = (month - 1) % 3;    // [0, 2]
+  const int within = place == 0 ? 0
+                     : place == 1 ? retail_second_month_week(format)
+                                  : retail_third_month_week(format);
+  return 13 * quarter + within;
+}
+
+// Retail month [1, 12] of an ISO week [1, 53].
+constexpr int retail_month_of_week(int format, int week) noexcept {
+  const int k = (week > 52 ? 52 : week) - 1;  // [0, 51]
+  const int quarter = k / 13;                 // [0, 3]
+  const int within = k % 13;                  // [0, 12]
+  return 3 * quarter + 1 + (within >= retail_second_month_week(format)) +
+         (within >= retail_third_month_week(format));
+}
+
+// The Monday that opens a retail month of an ISO year.
+constexpr DayNumber retail_month_start(int format, std::int64_t iso_year, int month) noexcept {
+  return days_from_iso_week(iso_year, retail_week_offset(format, month) + 1, 1);
+}
+
+static_assert(retail_week_offset(445, 12) == 47 && retail_week_offset(454, 12) == 48);
+static_assert(retail_month_of_week(544, 5) == 1 && retail_month_of_week(544, 6) == 2);
+
+// ---------------------------------------------------------------------------
+// Indices of the calendar intervals, counted from January 1960.
+
+constexpr IndexNumber month_index(std::int64_t year, int month) noexcept {
+  return (month - 1) + 12 * (year - 1960);
+}
+
+constexpr IndexNumber tenday_index(const CivilDate& c) noexcept {
+  return 3 * month_index(c.year, c.month) + (c.day > 10) + (c.day > 20);
+}
+
+constexpr IndexNumber semimonth_index(const CivilDate& c) noexcept {
+  return 2 * month_index(c.year, c.month) + (c.day > 15);
+}
+
+// First days of the index units: a month, a third and a half of a month.
+constexpr DayNumber month_index_start(IndexNumber j) noexcept {
+  return days_from_civil(floordiv(j, 12) + 1960, static_cast<int>(floormod(j, 12)) + 1, 1);
+}
+
+constexpr DayNumber tenday_index_start(IndexNumber j) noexcept {
+  return days_from_civil(floordiv(j, 36) + 1960, static_cast<int>(floormod(j, 36) / 3) + 1,
+                         1 + 10 * static_cast<int>(floormod(j, 3)));
+}
+
+constexpr DayNumber semimonth_index_start(IndexNumber j) noexcept {
+  return days_from_civil(floordiv(j, 24) + 1960, static_cast<int>(floormod(j, 24) / 2) + 1,
+                         floormod(j, 2) == 0 ? 1 : 16);
+}
+
+// Retail month index from the ISO year and the retail month; the index
+// counts retail months from the first one of ISO year 1960.
+constexpr IndexNumber retail_month_index(int format, DayNumber x) noexcept {
+  const IsoWeekDate iso = iso_week_from_days(x);
+  return month_index(iso.year, retail_month_of_week(format, iso.week));
+}
+
+constexpr DayNumber retail_index_start(int format, IndexNumber j) noexcept {
+  return retail_month_start(format, floordiv(j, 12) + 1960, static_cast<int>(floormod(j, 12)) + 1);
+}
+
+// YEARV index: ISO weeks from week 1 of 1960, 52 to a year, a week 53
+// counted as week 52.
+constexpr IndexNumber iso_week_index(const IsoWeekDate& iso) noexcept {
+  return (iso.week > 52 ? 52 : iso.week) - 1 + 52 * (iso.year - 1960);
+}
+
+// ---------------------------------------------------------------------------
+// A periodic partition of indices: periods of f units whose boundaries lie
+// at the indices congruent to s modulo f. g = 0 when s is 0, else f - s,
+// so that floordiv(index + g, f) numbers the periods.
+
+struct Period {
+  std::int64_t f;  // [1, ...] units per period
+  std::int64_t g;  // offset that moves the boundaries onto index 0
+};
+
+constexpr Period make_period(std::int64_t f, std::int64_t s) noexcept {
+  return {f, s == 0 ? 0 : f - s};
+}
+
+// Number of boundaries passed going from index i1 to index i2.
+constexpr std::int64_t period_count(Period p, IndexNumber i1, IndexNumber i2) noexcept {
+  if (p.f == 1) return i2 - i1;
+  return floordiv(i2 + p.g, p.f) - floordiv(i1 + p.g, p.f);
+}
+
+// First index of the period n periods after the one that holds i.
+constexpr IndexNumber period_advance(Period p, IndexNumber i, std::int64_t n) noexcept {
+  if (p.f == 1) return i + n;
+  return p.f * (floordiv(i + p.g, p.f) + n) - p.g;
+}
+
+// Whether an advance of n periods of `period_days` days each stays within
+// the exact integers of a double.
+constexpr bool advance_within_limit(std::int64_t n, std::int64_t period_days) noexcept {
+  if (n == 0) return true;
+  const std::int64_t magnitude = n < 0 ? -n : n;
+  return kAdvanceLimit / magnitude >= period_days;
+}
+
+// ---------------------------------------------------------------------------
+// Working days. `weekend_mask` has bit w set when weekday w (0 Sunday to
+// 6 Saturday) is a weekend day; `nweekday` is the number of working days in
+// a week. Working-day numbers count per block of seven days that starts on
+// a Friday (day 0): the working days among the days that follow that
+// Friday, read from Saturday onward.
+
+struct WorkWeek {
+  unsigned weekend_mask;  // [0, 0x7E]: never all seven days
+  std::int64_t nweekday;  // [1, 7]
+};
+
+constexpr bool is_weekend(const WorkWeek& ww, int weekday) noexcept {
+  return ((ww.weekend_mask >> weekday) & 1U) != 0;
+}
+
+// A day in a weekend stands for the working day before it.
+constexpr DayNumber walk_back_to_working_day(const WorkWeek& ww, DayNumber x) noexcept {
+  int w = weekday_sunday0(x);
+  while (is_weekend(ww, w)) {
+    --x;
+    w = w == 0 ? 6 : w - 1;
+  }
+  return x;
+}
+
+constexpr std::int64_t working_day_number(const WorkWeek& ww, DayNumber x) noexcept {
+  const std::int64_t block = floordiv(x, 7);
+  const unsigned past = static_cast<unsigned>(floormod(x, 7));  // [0, 6] days after the block's Friday
+  // Bit j of the rotated mask: weekend flag of the j-th day after Friday.
+  const unsigned from_saturday = ((ww.weekend_mask >> 6) & 1U) | ((ww.weekend_mask & 0x3FU) << 1);
+  const unsigned weekend_days = static_cast<unsigned>(std::popcount(from_saturday & ((1U << past) - 1U)));
+  return ww.nweekday * block + (past - weekend_days);
+}
+
+// Moves k >= 0 working days forward from a working day, or back when
+// `backward`: whole weeks first, then single days that skip the weekend.
+constexpr DayNumber step_working_days(const WorkWeek& ww, DayNumber x, std::int64_t k,
+                                      bool backward) noexcept {
+  const std::int64_t weeks = k / ww.nweekday;
+  std::int64_t rest = k % ww.nweekday;  // [0, nweekday - 1]
+  x += backward ? -7 * weeks : 7 * weeks;
+  int w = weekday_sunday0(x);
+  while (rest > 0) {
+    if (backward) {
+      --x;
+      w = w == 0 ? 6 : w - 1;
+    } else {
+      ++x;
+      w = w == 6 ? 0 : w + 1;
+    }
+    if (!is_weekend(ww, w)) --rest;
+  }
+  return x;
+}
+
+}  // namespace calendar
+
+#endif  // ESF_INTERVALS_CALENDAR_ARITH_H
