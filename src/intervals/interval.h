@@ -104,6 +104,39 @@ inline constexpr bool is_reserved_intcode(int code) {
          code == 54 || code == 58;
 }
 
+// Base name of an interval code as the printer writes it ("MONTH",
+// "R445YR", ...), or null for a code without one (reserved, custom, unknown).
+inline constexpr const char* interval_base_name(int code) {
+  switch (code) {
+    case kIntNone: return "NONE";
+    case kIntObs: return "OBS";
+    case kIntSecond: return "SECOND";
+    case kIntMinute: return "MINUTE";
+    case kIntHour: return "HOUR";
+    case kIntDay: return "DAY";
+    case kIntWeekday: return "WEEKDAY";
+    case kIntWeek: return "WEEK";
+    case kIntWeekv: return "WEEKV";
+    case kIntTenday: return "TENDAY";
+    case kIntSemimonth: return "SEMIMONTH";
+    case kIntMonth: return "MONTH";
+    case kIntR445Mon: return "R445MON";
+    case kIntR454Mon: return "R454MON";
+    case kIntR544Mon: return "R544MON";
+    case kIntQtr: return "QTR";
+    case kIntR445Qtr: return "R445QTR";
+    case kIntR454Qtr: return "R454QTR";
+    case kIntR544Qtr: return "R544QTR";
+    case kIntSemiyear: return "SEMIYEAR";
+    case kIntYear: return "YEAR";
+    case kIntR445Yr: return "R445YR";
+    case kIntR454Yr: return "R454YR";
+    case kIntR544Yr: return "R544YR";
+    case kIntYearv: return "YEARV";
+    default: return nullptr;
+  }
+}
+
 // Values of `units`.
 inline constexpr char kUnitsDate = 'd';
 inline constexpr char kUnitsDatetime = 's';
