@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "intervals/calendar_arith.h"
+#include "primitives/primitives.h"
 
 namespace {
 
@@ -26,13 +27,13 @@ bool whole_int(double v, int* out) {
 }
 
 double date_of(int month, int day, int year) {
-  if (month < 1 || month > 12) return calendar::missing_value();
-  if (day < 1 || day > calendar::last_day_of_month(year, month)) return calendar::missing_value();
+  if (month < 1 || month > 12) return esf::kMissing;
+  if (day < 1 || day > calendar::last_day_of_month(year, month)) return esf::kMissing;
   return static_cast<double>(calendar::days_from_civil(year, month, day));
 }
 
 bool splittable(double date) {
-  return !calendar::is_missing(date) && std::fabs(date) <= kSplitLimit;  // also rejects NaN
+  return !esf::is_missing(date) && std::fabs(date) <= kSplitLimit;  // also rejects NaN
 }
 
 }  // namespace
@@ -42,7 +43,7 @@ extern "C" double zmdy(double month, double day, double year) {
   int d = 0;
   int y = 0;
   if (!whole_int(month, &m) || !whole_int(day, &d) || !whole_int(year, &y)) {
-    return calendar::missing_value();
+    return esf::kMissing;
   }
   return date_of(m, d, y);
 }
@@ -64,16 +65,16 @@ extern "C" int zidmdyd(int* m, int* d, int* y, double date) {
 }
 
 extern "C" double zwekday(double date) {
-  if (!splittable(date)) return calendar::missing_value();
+  if (!splittable(date)) return esf::kMissing;
   return calendar::weekday_sunday0(static_cast<calendar::DayNumber>(std::floor(date))) + 1.0;
 }
 
 extern "C" double zyear(double date) {
-  if (!splittable(date)) return calendar::missing_value();
+  if (!splittable(date)) return esf::kMissing;
   return static_cast<double>(calendar::civil_from_days(static_cast<calendar::DayNumber>(std::floor(date))).year);
 }
 
 extern "C" double ztimprt(double datetime) {
-  if (calendar::is_missing(datetime) || !std::isfinite(datetime)) return calendar::missing_value();
+  if (esf::is_missing(datetime) || !std::isfinite(datetime)) return esf::kMissing;
   return datetime - std::floor(datetime / calendar::kSecondsPerDay) * calendar::kSecondsPerDay;
 }

@@ -28,9 +28,11 @@
 #define ESF_INTERVALS_CALENDAR_ARITH_H
 
 #include <bit>
-#include <cmath>
 #include <cstdint>
 #include <limits>
+
+#include "intervals/interval.h"
+#include "primitives/primitives.h"
 
 namespace calendar {
 
@@ -40,51 +42,14 @@ using IndexNumber = std::int64_t; // index of an interval's base unit (a month, 
 static_assert(std::numeric_limits<std::int64_t>::digits >= 63,
               "the index arithmetic assumes 64-bit integers");
 
-// The date limits of the library: 1 January 1582 to 26 December 20000.
-inline constexpr DayNumber kMinDate = -138061;
-inline constexpr DayNumber kMaxDate = 6589335;
-
-// An advance of n periods of p days each is refused unless
-// kAdvanceLimit / |n| >= p: 2^53 less the top date, so that no result
-// can leave the exactly representable integers of a double.
-inline constexpr std::int64_t kAdvanceLimit = 9007199248151657;
-
-// Largest magnitude of a time value that counting accepts, and of an
-// advance count that advancing accepts.
-inline constexpr double kCountValueLimit = 1.3407807929942597e+152;
-inline constexpr double kAdvanceCountLimit = 9007199254740992.0;  // 2^53
-
 inline constexpr double kSecondsPerDay = 86400.0;
-
-// ---------------------------------------------------------------------------
-// Missing values: doubles whose 16 top bits are all ones; the third byte
-// from the top names the kind (0xFE is ".", 0xFD - k is the letter k places
-// after "A").
-
-inline constexpr std::uint64_t kMissingDotBits = 0xFFFFFE0000000000ULL;
-
-inline double missing_value() noexcept { return std::bit_cast<double>(kMissingDotBits); }
-
-inline bool is_missing(double d) noexcept {
-  return (std::bit_cast<std::uint64_t>(d) >> 48) == 0xFFFFU;
-}
-
-// The kind byte of a missing value (meaningful only when is_missing(d)).
-inline unsigned missing_kind_byte(double d) noexcept {
-  return static_cast<unsigned>((std::bit_cast<std::uint64_t>(d) >> 40) & 0xFFU);
-}
-
-// Kind byte of the lettered missing value ".A" to ".Z".
-constexpr unsigned missing_letter_byte(char letter) noexcept {
-  return 0xFDU - static_cast<unsigned>(letter - 'A');
-}
 
 // The two kinds a custom interval takes for the ends of its table:
 // ".M" minus infinity, ".I" plus infinity.
-inline bool is_table_end(double d) noexcept {
-  if (!is_missing(d)) return false;
-  const unsigned kind = missing_kind_byte(d);
-  return kind == missing_letter_byte('I') || kind == missing_letter_byte('M');
+constexpr bool is_table_end(double d) noexcept {
+  const int kind = esf::missing_kind(d);
+  return kind == esf::missing_kind(esf::missing_letter('I')) ||
+         kind == esf::missing_kind(esf::missing_letter('M'));
 }
 
 // ---------------------------------------------------------------------------
@@ -318,7 +283,7 @@ constexpr IndexNumber period_advance(Period p, IndexNumber i, std::int64_t n) no
 constexpr bool advance_within_limit(std::int64_t n, std::int64_t period_days) noexcept {
   if (n == 0) return true;
   const std::int64_t magnitude = n < 0 ? -n : n;
-  return kAdvanceLimit / magnitude >= period_days;
+  return kAdvanceOverflowLimit / magnitude >= period_days;
 }
 
 // ---------------------------------------------------------------------------
@@ -375,6 +340,112 @@ constexpr DayNumber step_working_days(const WorkWeek& ww, DayNumber x, std::int6
     if (!is_weekend(ww, w)) --rest;
   }
   return x;
+}
+
+// ---------------------------------------------------------------------------
+// Interval kinds as the arithmetic sees them.
+
+// Multiplier of a record: readers take a value below 1 as 1.
+constexpr std::int64_t interval_multiplier(const INTERVAL& iv) noexcept {
+  return iv.intper < 1 ? 1 : iv.intper;
+}
+
+// Seconds in the base unit of a time interval, 0 for any other code.
+constexpr int time_unit_seconds(int intcode) noexcept {
+  switch (intcode) {
+    case kIntSecond: return 1;
+    case kIntMinute: return 60;
+    case kIntHour: return 3600;
+    default: return 0;
+  }
+}
+
+// The base unit of the intervals that count in month-based indices.
+enum class IndexUnit { kMonth, kTenDay, kSemiMonth, kRetailMonth };
+
+struct CalendarKind {
+  bool valid;        // false for a code outside the calendar and retail intervals
+  IndexUnit unit;
+  int format;        // 445, 454 or 544 for retail kinds, else 0
+  int factor;        // index units in one interval of multiplier 1
+  int units_per_year;
+  int largest_days;  // most days one index unit spans
+};
+
+constexpr CalendarKind calendar_kind(int intcode) noexcept {
+  switch (intcode) {
+    case kIntTenday: return {true, IndexUnit::kTenDay, 0, 1, 36, 11};
+    case kIntSemimonth: return {true, IndexUnit::kSemiMonth, 0, 1, 24, 16};
+    case kIntMonth: return {true, IndexUnit::kMonth, 0, 1, 12, 31};
+    case kIntQtr: return {true, IndexUnit::kMonth, 0, 3, 12, 31};
+    case kIntSemiyear: return {true, IndexUnit::kMonth, 0, 6, 12, 31};
+    case kIntYear: return {true, IndexUnit::kMonth, 0, 12, 12, 31};
+    case kIntR445Mon: return {true, IndexUnit::kRetailMonth, 445, 1, 12, 31};
+    case kIntR454Mon: return {true, IndexUnit::kRetailMonth, 454, 1, 12, 31};
+    case kIntR544Mon: return {true, IndexUnit::kRetailMonth, 544, 1, 12, 31};
+    case kIntR445Qtr: return {true, IndexUnit::kRetailMonth, 445, 3, 12, 31};
+    case kIntR454Qtr: return {true, IndexUnit::kRetailMonth, 454, 3, 12, 31};
+    case kIntR544Qtr: return {true, IndexUnit::kRetailMonth, 544, 3, 12, 31};
+    case kIntR445Yr: return {true, IndexUnit::kRetailMonth, 445, 12, 12, 31};
+    case kIntR454Yr: return {true, IndexUnit::kRetailMonth, 454, 12, 12, 31};
+    case kIntR544Yr: return {true, IndexUnit::kRetailMonth, 544, 12, 12, 31};
+    default: return {false, IndexUnit::kMonth, 0, 1, 12, 31};
+  }
+}
+
+// Index of the unit of `kind` that holds day x.
+constexpr IndexNumber calendar_index(const CalendarKind& kind, DayNumber x) noexcept {
+  switch (kind.unit) {
+    case IndexUnit::kTenDay: return tenday_index(civil_from_days(x));
+    case IndexUnit::kSemiMonth: return semimonth_index(civil_from_days(x));
+    case IndexUnit::kRetailMonth: return retail_month_index(kind.format, x);
+    case IndexUnit::kMonth: break;
+  }
+  const CivilDate c = civil_from_days(x);
+  return month_index(c.year, c.month);
+}
+
+// First day of index unit j of `kind`.
+constexpr DayNumber calendar_index_start(const CalendarKind& kind, IndexNumber j) noexcept {
+  switch (kind.unit) {
+    case IndexUnit::kTenDay: return tenday_index_start(j);
+    case IndexUnit::kSemiMonth: return semimonth_index_start(j);
+    case IndexUnit::kRetailMonth: return retail_index_start(kind.format, j);
+    case IndexUnit::kMonth: break;
+  }
+  return month_index_start(j);
+}
+
+// The weekend of a WEEKDAY record, or false when the record has no working
+// day (all seven flags set or a working-day count outside 1 to 7), which
+// would leave the working-day walks without an end.
+constexpr bool make_work_week(const INTERVAL& iv, WorkWeek* ww) noexcept {
+  unsigned mask = 0;
+  for (int w = 0; w < 7; ++w) {
+    if (iv.weekend[w] != 0) mask |= 1U << w;
+  }
+  if (mask == 0x7FU || iv.nweekday < 1 || iv.nweekday > 7) return false;
+  *ww = {mask, iv.nweekday};
+  return true;
+}
+
+// The default weekend: five working days, Sunday and Saturday off.
+constexpr bool is_default_weekend(const INTERVAL& iv) noexcept {
+  for (int w = 0; w < 7; ++w) {
+    if ((iv.weekend[w] != 0) != (w == 0 || w == 6)) return false;
+  }
+  return iv.nweekday == 5;
+}
+
+// Runs `call` on a cleared INTERVALX that holds a copy of `iv`, and gives
+// up the custom table reference that the call may have left in it.
+template <class Call>
+double with_custom_record(const INTERVAL& iv, Call call) {
+  INTERVALX ix{};
+  static_cast<INTERVAL&>(ix) = iv;
+  const double result = call(&ix);
+  if (ix.cinfo != nullptr && zcintcReleaseRef != nullptr) zcintcReleaseRef(ix.cinfo);
+  return result;
 }
 
 }  // namespace calendar

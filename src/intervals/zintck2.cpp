@@ -1,0 +1,142 @@
+// Counting intervals: how many interval boundaries lie between two time
+// values. Every interval is reduced to an integer index of its base unit
+// (seconds, days, working days, thirds or halves of months, months, ISO
+// weeks), and the count is the difference of two floored quotients of
+// those indices (calendar_arith.h). The count isn't elapsed time: from
+// 31 January to 1 February it is 1 for MONTH and 0 for QTR2.
+
+#include <cmath>
+#include <cstdint>
+
+#include "intervals/calendar_arith.h"
+#include "intervals/interval.h"
+#include "module/host_api.h"
+#include "primitives/primitives.h"
+
+namespace {
+
+using calendar::DayNumber;
+
+// Time intervals on datetime values, in doubles.
+double timeck(const INTERVAL& iv, double x1, double x2) {
+  const int code = iv.intcode;
+  const double unit = calendar::time_unit_seconds(code);  // m: seconds in the base unit
+  if (unit == 0.0) {
+    xebug("zintck2: bad intcode=%i", code);
+    return esf::kMissing;
+  }
+  const double f = static_cast<double>(calendar::interval_multiplier(iv)) * unit;
+  if (f == 1.0) return x2 - x1;
+  const double g = iv.shiftper == 0 ? 0.0 : f - unit * iv.shiftper;
+  return std::floor((x2 + g) / f) - std::floor((x1 + g) / f);
+}
+
+// Working days: each date is walked back to a working day, and the
+// working-day numbers are counted like days.
+double weekday(const INTERVAL& iv, DayNumber x1, DayNumber x2, std::int64_t f, std::int64_t s) {
+  calendar::WorkWeek ww{};
+  if (!calendar::make_work_week(iv, &ww)) return esf::kMissing;
+  const std::int64_t c1 = calendar::working_day_number(ww, calendar::walk_back_to_working_day(ww, x1));
+  const std::int64_t c2 = calendar::working_day_number(ww, calendar::walk_back_to_working_day(ww, x2));
+  return static_cast<double>(calendar::period_count(calendar::make_period(f, s), c1, c2));
+}
+
+// Day-based intervals: DAY, WEEK (from Sunday), WEEKV (from Monday), WEEKDAY.
+double daybase(const INTERVAL& iv, DayNumber x1, DayNumber x2, std::int64_t f, std::int64_t s) {
+  switch (iv.intcode) {
+    case kIntWeekday: return weekday(iv, x1, x2, f, s);
+    case kIntWeek:  // day -5 is a Sunday
+      f *= 7;
+      s -= 5;
+      break;
+    case kIntWeekv:  // day -4 is a Monday
+      f *= 7;
+      s -= 4;
+      break;
+    default: break;
+  }
+  return static_cast<double>(calendar::period_count(calendar::make_period(f, s), x1, x2));
+}
+
+// Calendar and retail intervals in month, third-of-month or half-month indices.
+double yearbase(int code, DayNumber date1, DayNumber date2, std::int64_t f, std::int64_t s) {
+  const calendar::CalendarKind kind = calendar::calendar_kind(code);
+  if (!kind.valid) {
+    xebug("zintck2: invalid intcode=%i", code);
+    return esf::kMissing;
+  }
+  const calendar::Period period = calendar::make_period(f * kind.factor, s);
+  return static_cast<double>(calendar::period_count(period, calendar::calendar_index(kind, date1),
+                                                    calendar::calendar_index(kind, date2)));
+}
+
+// YEARV: ISO weeks, 52 to a year, week 53 counted as week 52.
+double isobase(int code, DayNumber date1, DayNumber date2, std::int64_t f, std::int64_t s) {
+  if (code != kIntYearv) {
+    xebug("zintck2: invalid intcode=%i", code);
+    return esf::kMissing;
+  }
+  const calendar::Period period = calendar::make_period(52 * f, s);
+  return static_cast<double>(calendar::period_count(period,
+                                                    calendar::iso_week_index(calendar::iso_week_from_days(date1)),
+                                                    calendar::iso_week_index(calendar::iso_week_from_days(date2))));
+}
+
+bool within_date_limits(double x) { return x >= kMinDate && x <= kMaxDate; }
+
+double dateck(const INTERVAL& iv, double x1, double x2) {
+  if (iv.units == kUnitsDatetime) {
+    x1 = std::floor(x1 / calendar::kSecondsPerDay);
+    x2 = std::floor(x2 / calendar::kSecondsPerDay);
+  } else if (iv.units != kUnitsDate) {
+    return esf::kMissing;
+  }
+  if (!within_date_limits(x1) || !within_date_limits(x2)) return esf::kMissing;
+
+  const int code = iv.intcode;
+  const std::int64_t f = calendar::interval_multiplier(iv);
+  const std::int64_t s = iv.shiftper;
+  const auto d1 = static_cast<DayNumber>(x1);
+  const auto d2 = static_cast<DayNumber>(x2);
+  if (code == kIntYearv) return isobase(code, d1, d2, f, s);
+  if (code >= kIntMonthFamily) return yearbase(code, d1, d2, f, s);
+  return daybase(iv, d1, d2, f, s);
+}
+
+// A missing end passes only for a custom interval, whose table ends are
+// ".M" and ".I"; any other value must be of a size that can be floored.
+bool usable_end(int code, double x) {
+  if (esf::is_missing(x)) return code == kIntCustom && calendar::is_table_end(x);
+  return std::fabs(x) <= kMaxTimeValue;
+}
+
+}  // namespace
+
+extern "C" double zintck2(struct INTERVAL* istr, double x1, double x2) {
+  if (istr == nullptr) return esf::kMissing;
+  const INTERVAL& iv = *istr;
+  const int code = iv.intcode;
+  if (!usable_end(code, x1) || !usable_end(code, x2)) return esf::kMissing;
+  if (!esf::is_missing(x1)) x1 = std::floor(x1);
+  if (!esf::is_missing(x2)) x2 = std::floor(x2);
+
+  switch (code) {
+    case kIntObs: {
+      if (iv.units != kUnitsObs) return esf::kMissing;
+      const double per = static_cast<double>(calendar::interval_multiplier(iv));
+      return std::floor(x2 / per) - std::floor(x1 / per);
+    }
+    case kIntCustom:
+      return calendar::with_custom_record(iv, [&](INTERVALX* ix) {
+        return customINTCK != nullptr ? customINTCK(ix, x1, x2) : esf::kMissing;
+      });
+    case kIntNone: return x2 - x1;
+    default: break;
+  }
+  if (code >= kIntFirstDate) return dateck(iv, x1, x2);
+
+  // A time interval; date values are taken as datetimes at midnight.
+  if (iv.units == kUnitsDate) return timeck(iv, x1 * calendar::kSecondsPerDay, x2 * calendar::kSecondsPerDay);
+  if (iv.units == kUnitsDatetime) return timeck(iv, x1, x2);
+  return esf::kMissing;
+}
