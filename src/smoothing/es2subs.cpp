@@ -1,0 +1,327 @@
+// Kernel of linear exponential smoothing: level and trend with two weights.
+//
+//   xhat = L + T,  e = xhat - x
+//   L'   = xhat * (1 - wlevel) + x * wlevel
+//   T'   = (1 - wtrend) * T + wtrend * (L' - L)
+//
+// A pass runs backward over the series from the start values, turns round
+// (L += T, T = -T) so that the state stands one step before observation 0
+// with its trend pointing forward in time, and then runs forward.
+#include "smoothing/es2subs.h"
+
+#include <cmath>
+
+#include "numeric/numeric.h"
+#include "smoothing/trend_kernel.h"
+
+namespace {
+
+using namespace trend;
+
+// One observation. Returns kOk or kOverflow (both states missing).
+inline int update(double x, double xscale, double wlevel, double wtrend,
+                  double& level, double& trend, double& xhat, double& e) {
+  const double l = level;
+  const double t = trend;
+  if (std::fabs(l) > kStateLimit || std::fabs(t) > kStateLimit) {
+    level = kMissing;
+    trend = kMissing;
+    return kOverflow;
+  }
+  xhat = l + t;
+  if (xhat > xscale * kRelativeLimit) {
+    level = kMissing;
+    trend = kMissing;
+    return kOverflow;
+  }
+  e = xhat - x;
+  const double clevel = xhat * (1.0 - wlevel) + x * wlevel;
+  const double ctrend = (1.0 - wtrend) * t + wtrend * (clevel - l);
+  level = clevel;
+  trend = ctrend;
+  return kOk;
+}
+
+inline bool weights_overflow(double wlevel, double wtrend) {
+  return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit;
+}
+
+// Backward pass from the end of the series to observation 0, then the turn.
+int backcast(const double* x, const char* misflg, double xscale, long n,
+             double wlevel, double wtrend, double& level, double& trend) {
+  double xhat = 0.0;
+  double e = 0.0;
+  for (long t = n - 1; t >= 0; --t) {
+    if (misflg[t]) {
+      level = level + trend;
+      continue;
+    }
+    const int rc = update(x[t], xscale, wlevel, wtrend, level, trend, xhat, e);
+    if (rc != kOk) return rc;
+  }
+  level = level + trend;
+  trend = -trend;
+  return kOk;
+}
+
+// var = base * (1 + sum over j = 1..lead-1 of (wlevel + j * wlevel * wtrend)^2)
+double lead_variance(double wlevel, double wtrend, double base, long lead) {
+  const double b = wlevel * wtrend;
+  double sum = 0.0;
+  for (long j = 1; j <= lead - 1; ++j) {
+    const double psi = wlevel + static_cast<double>(j) * b;
+    sum += psi * psi;
+  }
+  return base * (1.0 + sum);
+}
+
+}  // namespace
+
+extern "C" {
+
+int zes2pnt(double x, double xscale, double wlevel, double wtrend,
+            double* level, double* trend, double* xhat, double* e) {
+  return update(x, xscale, wlevel, wtrend, *level, *trend, *xhat, *e);
+}
+
+int zes2dpd(double x, double wlevel, double wtrend, double llevel,
+            double clevel, double ltrend, double /*ctrend*/, double* derlev,
+            double* dertre, double* dervec) {
+  const double dl0 = derlev[0];
+  const double dl1 = derlev[1];
+  const double dt0 = dertre[0];
+  const double dt1 = dertre[1];
+  if (std::fabs(dl0) > kErrorLimit || std::fabs(dl1) > kErrorLimit ||
+      std::fabs(dt0) > kErrorLimit || std::fabs(dt1) > kErrorLimit) {
+    derlev[0] = derlev[1] = kMissing;
+    dertre[0] = dertre[1] = kMissing;
+    return kOverflow;
+  }
+  // Derivatives of the prediction L + T of this observation.
+  const double p0 = dl0 + dt0;
+  const double p1 = dl1 + dt1;
+  dervec[0] = p0;
+  dervec[1] = p1;
+  derlev[0] = x - llevel - ltrend + (1.0 - wlevel) * p0;
+  derlev[1] = (1.0 - wlevel) * p1;
+  dertre[0] = dt0 * (1.0 - wtrend) + (derlev[0] - dl0) * wtrend;
+  dertre[1] = clevel - llevel - ltrend + (1.0 - wtrend) * dt1 +
+              wtrend * (derlev[1] - dl1);
+  return kOk;
+}
+
+int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel,
+            double wtrend, double* level, double* trend, double* mse,
+            double* smoothed, double* strptr) {
+  *mse = kMissing;
+  if (n < 1) return kTooFew;
+  if (weights_overflow(wlevel, wtrend)) return kOverflow;
+
+  double l = *level;
+  double tr = *trend;
+  int rc = backcast(x, misflg, xscale, n, wlevel, wtrend, l, tr);
+  if (rc != kOk) {
+    *level = l;
+    *trend = tr;
+    return rc;
+  }
+
+  double sse = 0.0;
+  long nmiss = 0;
+  for (long t = 0; t < n; ++t) {
+    double xhat = 0.0;
+    double e = kMissing;
+    if (misflg[t]) {
+      l = l + tr;
+      xhat = l;
+      ++nmiss;
+    } else {
+      rc = update(x[t], xscale, wlevel, wtrend, l, tr, xhat, e);
+      if (rc != kOk || std::fabs(e) > kErrorLimit || sse > kSseLimit) {
+        *level = l;
+        *trend = tr;
+        return kOverflow;
+      }
+      sse += e * e;
+    }
+    if (smoothed) smoothed[t] = xhat;
+    if (strptr) {
+      strptr[0] = x[t];
+      strptr[1] = xhat;
+      strptr[2] = e;
+      strptr[3] = l;
+      strptr[4] = tr;
+      strptr += 5;
+    }
+  }
+  *level = l;
+  *trend = tr;
+
+  const long nobs = n - nmiss;
+  if (nobs < 1) return kTooFew;
+  *mse = missing(sse) ? kMissing : sse / static_cast<double>(nobs);
+  return kOk;
+}
+
+int zes2svi(double* x, char* misflg, long n, int stflg, double* level,
+            double* trend) {
+  return trended_start(x, misflg, n, stflg, level, trend);
+}
+
+int zes2prd(double* x, char* misflg, double xscale, long n, double wlevel,
+            double wtrend, double* level, double* trend, long start,
+            long end, long lead, double se2, double siglev, int startflg,
+            double* mse, double* strptr) {
+  *mse = kMissing;
+  if (n < 1) return kTooFew;
+  if (weights_overflow(wlevel, wtrend)) return kOverflow;
+
+  const double std_fit = (missing(se2) || se2 <= kTiny) ? 0.0 : std::sqrt(se2);
+  double limit = 0.0;
+  zes2cla(wlevel, wtrend, se2, 1, siglev, &limit);
+
+  double l = *level;
+  double tr = *trend;
+  int rc = kOk;
+  if (startflg == 0) {
+    rc = backcast(x, misflg, xscale, n, wlevel, wtrend, l, tr);
+    if (rc != kOk) {
+      *level = l;
+      *trend = tr;
+      return rc;
+    }
+  }
+
+  double sse = 0.0;
+  long nmiss = 0;
+  for (long t = 0; t <= end; ++t) {
+    double xhat = 0.0;
+    double e = kMissing;
+    if (misflg[t]) {
+      l = l + tr;
+      xhat = l;
+      ++nmiss;
+    } else {
+      rc = update(x[t], xscale, wlevel, wtrend, l, tr, xhat, e);
+      if (rc != kOk) {
+        *level = l;
+        *trend = tr;
+        return rc;
+      }
+      sse += e * e;
+    }
+    if (strptr && t >= start) {
+      strptr[0] = x[t];
+      strptr[1] = xhat;
+      strptr[2] = xhat + limit;
+      strptr[3] = xhat - limit;
+      strptr[4] = e;
+      strptr[5] = std_fit;
+      strptr[6] = l;
+      strptr[7] = tr;
+      strptr += 8;
+    }
+  }
+  *level = l;
+  *trend = tr;
+
+  const long nobs = n - nmiss;
+  if (nobs < 1) return kTooFew;
+  *mse = nobs > 2 ? sse / static_cast<double>(nobs - 2) : sse;
+
+  const double base = (missing(se2) || se2 <= 0.0) ? *mse : se2;
+  if (lead > 0) {
+    const double z = zprobit(1.0 - siglev * 0.5);
+    for (long k = 1; k <= lead; ++k) {
+      const double f = l + static_cast<double>(k) * tr;
+      const double sd = std::sqrt(lead_variance(wlevel, wtrend, base, k));
+      const double hw = z * sd;
+      if (strptr) {
+        strptr[0] = kMissing;
+        strptr[1] = f;
+        strptr[2] = f + hw;
+        strptr[3] = f - hw;
+        strptr[4] = kMissing;
+        strptr[5] = sd;
+        strptr[6] = f;
+        strptr[7] = tr;
+        strptr += 8;
+      }
+    }
+  }
+  return kOk;
+}
+
+double zes2cla(double wlevel, double wtrend, double se2, long lead,
+               double siglev, double* limit) {
+  const double var = lead_variance(wlevel, wtrend, se2, lead);
+  if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
+  return var;
+}
+
+int zes2psi(double wlevel, double wtrend, long npsi, double* psi) {
+  if (npsi >= 1) psi[0] = 1.0;
+  for (long j = 1; j < npsi; ++j) {
+    psi[j] = wlevel + static_cast<double>(j) * wlevel * wtrend;
+  }
+  return kOk;
+}
+
+int zes2npd(double* x, char* misflg, double xscale, long n, double wlevel,
+            double wtrend, double level, double trend, double* deltas,
+            int wkflag, double* pder) {
+  pder[0] = kMissing;
+  pder[1] = kMissing;
+  int rc = kOk;
+  for (int i = 0; i < 2; ++i) {
+    const double w = i == 0 ? wlevel : wtrend;
+    const double delta = deltas[i];
+    double w1 = 0.0;
+    double w2 = 0.0;
+    double divisor = 0.0;
+    if (wkflag == 1 && std::fabs(w) > kTiny) {
+      w1 = w * (1.0 + delta);
+      w2 = w * (1.0 - delta);
+      divisor = 2.0 * delta * w;
+    } else {
+      w1 = w + delta;
+      w2 = w - delta;
+      divisor = 2.0 * delta;
+    }
+    double mse1 = kMissing;
+    double mse2 = kMissing;
+    double l1 = level, t1 = trend, l2 = level, t2 = trend;
+    const int rc1 = i == 0
+        ? zes2smo(x, misflg, xscale, n, w1, wtrend, &l1, &t1, &mse1, nullptr, nullptr)
+        : zes2smo(x, misflg, xscale, n, wlevel, w1, &l1, &t1, &mse1, nullptr, nullptr);
+    const int rc2 = i == 0
+        ? zes2smo(x, misflg, xscale, n, w2, wtrend, &l2, &t2, &mse2, nullptr, nullptr)
+        : zes2smo(x, misflg, xscale, n, wlevel, w2, &l2, &t2, &mse2, nullptr, nullptr);
+    if (rc1 + rc2 < 0 || delta < kTiny) {
+      rc = kGuardedDivision;
+      continue;
+    }
+    rc = divide(mse1 - mse2, divisor, &pder[i]);
+  }
+  return rc;
+}
+
+int zes2std(double* xpxdiag, double mse, long nobs, double* parms,
+            double* stderr, double* tvals) {
+  if (nobs < 3) {
+    stderr[0] = stderr[1] = kMissing;
+    tvals[0] = tvals[1] = kMissing;
+    return kOk;
+  }
+  for (int j = 0; j < 2; ++j) {
+    stderr[j] = std::sqrt(std::fabs(xpxdiag[j]) * mse);
+    divide(parms[j], stderr[j], &tvals[j]);
+  }
+  return kOk;
+}
+
+int zes2stb(double wlevel, double wtrend) {
+  return wlevel > 0.0 && wlevel < 2.0 && wtrend >= 0.0 && wtrend < 4.0 / wlevel - 2.0;
+}
+
+}  // extern "C"

@@ -1,0 +1,375 @@
+// Kernel of damped-trend exponential smoothing: level and trend with three
+// weights, wlevel, wtrend and wdamp.
+//
+//   D    = wdamp * T
+//   xhat = L + D,  e = xhat - x
+//   L'   = xhat * (1 - wlevel) + x * wlevel
+//   T'   = wtrend * (L' - L) + D * (1 - wtrend)     (smoothed against D)
+//
+// A missing observation damps the trend and moves the level by it. A pass
+// runs backward from the start values, reverses (one more damped step back,
+// trend turned forward in time), then runs forward.
+#include "smoothing/es3subs.h"
+
+#include <cmath>
+
+#include "numeric/numeric.h"
+#include "smoothing/trend_kernel.h"
+
+namespace {
+
+using namespace trend;
+
+inline int update(double x, double xscale, double wlevel, double wtrend,
+                  double wdamp, double& level, double& trend, double& xhat,
+                  double& e) {
+  const double llevel = level;
+  const double dtrend = wdamp * trend;
+  if (std::fabs(llevel) > kStateLimit || std::fabs(dtrend) > kStateLimit) {
+    level = kMissing;
+    trend = kMissing;
+    return kOverflow;
+  }
+  xhat = llevel + dtrend;
+  if (xhat > xscale * kRelativeLimit) {
+    level = kMissing;
+    trend = kMissing;
+    return kOverflow;
+  }
+  e = xhat - x;
+  const double clevel = xhat * (1.0 - wlevel) + x * wlevel;
+  const double ctrend = wtrend * (clevel - llevel) + dtrend * (1.0 - wtrend);
+  level = clevel;
+  trend = ctrend;
+  return kOk;
+}
+
+// The step over a missing observation: the trend is damped, then added.
+inline void missing_step(double wdamp, double& level, double& trend) {
+  trend = wdamp * trend;
+  level = level + trend;
+}
+
+inline bool weights_overflow(double wlevel, double wtrend, double wdamp) {
+  return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit ||
+         std::fabs(wdamp) > kStateLimit;
+}
+
+// Backward pass from the end of the series to observation 0, then the
+// reversal that leaves the state before observation 0, trend forward.
+int backcast(const double* x, const char* misflg, double xscale, long n,
+             double wlevel, double wtrend, double wdamp, double& level,
+             double& trend) {
+  double xhat = 0.0;
+  double e = 0.0;
+  for (long t = n - 1; t >= 0; --t) {
+    if (misflg[t]) {
+      missing_step(wdamp, level, trend);
+      continue;
+    }
+    const int rc = update(x[t], xscale, wlevel, wtrend, wdamp, level, trend, xhat, e);
+    if (rc != kOk) return rc;
+  }
+  trend = -(trend * wdamp);
+  level = level - trend;
+  return kOk;
+}
+
+// Moving-average weight psi(i), i >= 1, of the damped model.
+//   wdamp == 1: psi(i) = wlevel + i * wtrend * wlevel
+//   otherwise:  psi(i) = wlevel + (wdamp^i - 1) * (wdamp / (wdamp - 1)) * wtrend * wlevel
+// `damp_power` is wdamp^i, built by the caller as a running product.
+inline double psi_weight(double wlevel, double wtrend, double wdamp, long i,
+                         double damp_power) {
+  if (std::fabs(wdamp - 1.0) < kTiny) {
+    return wlevel + static_cast<double>(i) * wtrend * wlevel;
+  }
+  return wlevel + (damp_power - 1.0) * (wdamp / (wdamp - 1.0)) * wtrend * wlevel;
+}
+
+// 1 + sum over i = 1..lead-1 of psi(i)^2.
+double variance_factor(double wlevel, double wtrend, double wdamp, long lead) {
+  double sum = 0.0;
+  double damp_power = 1.0;
+  for (long i = 1; i <= lead - 1; ++i) {
+    damp_power *= wdamp;
+    const double psi = psi_weight(wlevel, wtrend, wdamp, i, damp_power);
+    sum += psi * psi;
+  }
+  return 1.0 + sum;
+}
+
+}  // namespace
+
+double zes3cla(double wlevel, double wtrend, double wdamp, double se2,
+               long lead, double siglev, double* limit) {
+  const double var = se2 * variance_factor(wlevel, wtrend, wdamp, lead);
+  if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
+  return var;
+}
+
+extern "C" {
+
+int zes3pnt(double x, double xscale, double wlevel, double wtrend,
+            double wdamp, double* level, double* trend, double* xhat,
+            double* e) {
+  return update(x, xscale, wlevel, wtrend, wdamp, *level, *trend, *xhat, *e);
+}
+
+int zes3dpd(double x, double wlevel, double wtrend, double wdamp,
+            double llevel, double clevel, double ltrend, double /*ctrend*/,
+            double* derlev, double* dertre, double* dervec) {
+  double lderlev[3];
+  double ddertre[3];
+  for (int i = 0; i < 3; ++i) {
+    lderlev[i] = derlev[i];
+    ddertre[i] = dertre[i] * wdamp;
+  }
+  for (int i = 0; i < 3; ++i) {
+    if (std::fabs(lderlev[i]) > kErrorLimit || std::fabs(ddertre[i]) > kErrorLimit) {
+      for (int j = 0; j < 3; ++j) {
+        derlev[j] = kMissing;
+        dertre[j] = kMissing;
+      }
+      return kOverflow;
+    }
+  }
+  const double u = 1.0 - wlevel;
+  const double v = 1.0 - wtrend;
+  derlev[0] = x - wdamp * ltrend + u * (lderlev[0] + ddertre[0]) - llevel;
+  derlev[1] = u * (lderlev[1] + ddertre[1]);
+  derlev[2] = u * (lderlev[2] + ddertre[2] + ltrend);
+  dertre[0] = v * ddertre[0] + wtrend * (derlev[0] - lderlev[0]);
+  dertre[1] = v * ddertre[1] + wtrend * (derlev[1] - lderlev[1]) + clevel -
+              llevel - wdamp * ltrend;
+  dertre[2] = v * (ltrend + ddertre[2]) + wtrend * (derlev[2] - lderlev[2]);
+  // Derivatives of the prediction L + wdamp * T of this observation.
+  dervec[0] = lderlev[0] + ddertre[0];
+  dervec[1] = lderlev[1] + ddertre[1];
+  dervec[2] = lderlev[2] + ddertre[2] + ltrend;
+  return kOk;
+}
+
+int zes3smo(double* x, char* misflg, double xscale, long n, double wlevel,
+            double wtrend, double wdamp, double* level, double* trend,
+            double* mse, double* smoothed, double* strptr) {
+  *mse = kMissing;
+  if (n < 1) return kTooFew;
+  if (weights_overflow(wlevel, wtrend, wdamp)) return kOverflow;
+
+  double l = *level;
+  double tr = *trend;
+  int rc = backcast(x, misflg, xscale, n, wlevel, wtrend, wdamp, l, tr);
+  if (rc != kOk) {
+    *level = l;
+    *trend = tr;
+    return rc;
+  }
+
+  double sse = 0.0;
+  long nmiss = 0;
+  for (long t = 0; t < n; ++t) {
+    double xhat = 0.0;
+    double e = kMissing;
+    if (misflg[t]) {
+      missing_step(wdamp, l, tr);
+      xhat = l;
+      ++nmiss;
+    } else {
+      rc = update(x[t], xscale, wlevel, wtrend, wdamp, l, tr, xhat, e);
+      if (rc != kOk || std::fabs(e) > kErrorLimit || sse > kSseLimit) {
+        *level = l;
+        *trend = tr;
+        return kOverflow;
+      }
+      sse += e * e;
+    }
+    if (smoothed) smoothed[t] = xhat;
+    if (strptr) {
+      strptr[0] = x[t];
+      strptr[1] = xhat;
+      strptr[2] = e;
+      strptr[3] = l;
+      strptr[4] = tr;
+      strptr += 5;
+    }
+  }
+  *level = l;
+  *trend = tr;
+
+  const long nobs = n - nmiss;
+  if (nobs < 1) return kTooFew;
+  *mse = missing(sse) ? kMissing : sse / static_cast<double>(nobs);
+  return kOk;
+}
+
+int zes3svi(double* x, char* misflg, long n, int stflg, double* level,
+            double* trend) {
+  return trended_start(x, misflg, n, stflg, level, trend);
+}
+
+int zes3stb(double wlevel, double wtrend, double wdamp) {
+  // Roots of z^2 + b z + c, the characteristic polynomial of the errors.
+  const double b = wlevel - wdamp + wtrend * wdamp * wlevel - 1.0;
+  const double c = wdamp - wdamp * wlevel;
+  const double descrim = b * b - 4.0 * c;
+  if (descrim < 0.0) {
+    // Complex pair: squared modulus (b^2 - descrim) / 4 = c.
+    return (b * b - descrim) * 0.25 < 1.0;
+  }
+  const double root = std::sqrt(descrim);
+  return std::fabs((root - b) * 0.5) < 1.0 && std::fabs((-b - root) * 0.5) < 1.0;
+}
+
+int zes3prd(double* x, char* misflg, double xscale, long n, double wlevel,
+            double wtrend, double wdamp, double* level, double* trend,
+            long start, long end, long lead, double se2, double siglev,
+            int startflg, double* mse, double* strptr) {
+  *mse = kMissing;
+  if (n < 1) return kTooFew;
+  if (weights_overflow(wlevel, wtrend, wdamp)) return kOverflow;
+
+  const double std_fit = (missing(se2) || se2 <= kTiny) ? 0.0 : std::sqrt(se2);
+  const double z = zprobit(1.0 - siglev * 0.5);
+  const double delta = z * std::sqrt(se2);
+
+  double l = *level;
+  double tr = *trend;
+  int rc = kOk;
+  if (startflg == 0) {
+    rc = backcast(x, misflg, xscale, n, wlevel, wtrend, wdamp, l, tr);
+    if (rc != kOk) {
+      *level = l;
+      *trend = tr;
+      return rc;
+    }
+  }
+
+  double sse = 0.0;
+  long nmiss = 0;
+  for (long t = 0; t <= end; ++t) {
+    double xhat = 0.0;
+    double e = kMissing;
+    if (misflg[t]) {
+      missing_step(wdamp, l, tr);
+      xhat = l;
+      ++nmiss;
+    } else {
+      rc = update(x[t], xscale, wlevel, wtrend, wdamp, l, tr, xhat, e);
+      if (rc != kOk) {
+        *level = l;
+        *trend = tr;
+        return rc;
+      }
+      sse += e * e;
+    }
+    if (strptr && t >= start) {
+      strptr[0] = x[t];
+      strptr[1] = xhat;
+      strptr[2] = xhat + delta;
+      strptr[3] = xhat - delta;
+      strptr[4] = e;
+      strptr[5] = std_fit;
+      strptr[6] = l;
+      strptr[7] = tr;
+      strptr += 8;
+    }
+  }
+  *level = l;
+  *trend = tr;
+
+  const long nobs = n - nmiss;
+  if (nobs < 1) return kTooFew;
+  *mse = nobs > 3 ? sse / static_cast<double>(nobs - 3) : sse;
+
+  const double base = (missing(se2) || se2 <= 0.0) ? *mse : se2;
+  double predlev = l;
+  double predtre = tr;
+  for (long k = 1; k <= lead; ++k) {
+    predtre = wdamp * predtre;
+    predlev = predlev + predtre;
+    const double sd = std::sqrt(base * variance_factor(wlevel, wtrend, wdamp, k));
+    const double hw = z * sd;
+    if (strptr) {
+      strptr[0] = kMissing;
+      strptr[1] = predlev;
+      strptr[2] = predlev + hw;
+      strptr[3] = predlev - hw;
+      strptr[4] = kMissing;
+      strptr[5] = sd;
+      strptr[6] = predlev;
+      strptr[7] = predtre;
+      strptr += 8;
+    }
+  }
+  return kOk;
+}
+
+int zes3psi(double wlevel, double wtrend, double wdamp, long npsi,
+            double* psi) {
+  if (npsi >= 1) psi[0] = 1.0;
+  double damp_power = 1.0;
+  for (long i = 1; i < npsi; ++i) {
+    damp_power *= wdamp;
+    psi[i] = psi_weight(wlevel, wtrend, wdamp, i, damp_power);
+  }
+  return kOk;
+}
+
+int zes3npd(double* x, char* misflg, double xscale, long n, double wlevel,
+            double wtrend, double wdamp, double level, double trend,
+            double* deltas, int wkflag, double* pder) {
+  pder[0] = pder[1] = pder[2] = kMissing;
+  int rc = kOk;
+  for (int i = 0; i < 3; ++i) {
+    const double w = i == 0 ? wlevel : (i == 1 ? wtrend : wdamp);
+    const double delta = deltas[i];
+    double w1 = 0.0;
+    double w2 = 0.0;
+    double divisor = 0.0;
+    if (wkflag == 1 && std::fabs(w) > kTiny) {
+      w1 = (1.0 + delta) * w;
+      w2 = (1.0 - delta) * w;
+      divisor = delta * 2.0 * w;
+    } else {
+      w1 = w + delta;
+      w2 = w - delta;
+      divisor = delta * 2.0;
+    }
+    double run1[3] = {wlevel, wtrend, wdamp};
+    double run2[3] = {wlevel, wtrend, wdamp};
+    run1[i] = w1;
+    run2[i] = w2;
+    double mse1 = kMissing;
+    double mse2 = kMissing;
+    double l1 = level, t1 = trend, l2 = level, t2 = trend;
+    const int rc1 = zes3smo(x, misflg, xscale, n, run1[0], run1[1], run1[2],
+                            &l1, &t1, &mse1, nullptr, nullptr);
+    const int rc2 = zes3smo(x, misflg, xscale, n, run2[0], run2[1], run2[2],
+                            &l2, &t2, &mse2, nullptr, nullptr);
+    if (rc1 + rc2 < 0 || delta < kTiny) {
+      rc = kGuardedDivision;
+      continue;
+    }
+    rc = divide(mse1 - mse2, divisor, &pder[i]);
+  }
+  return rc;
+}
+
+int zes3std(double* xpxdiag, double mse, long nobs, double* parms,
+            double* stderr, double* tvals) {
+  if (nobs < 4) {
+    for (int j = 0; j < 3; ++j) {
+      stderr[j] = kMissing;
+      tvals[j] = kMissing;
+    }
+    return kOk;
+  }
+  for (int j = 0; j < 3; ++j) {
+    stderr[j] = std::sqrt(std::fabs(xpxdiag[j]) * mse);
+    divide(parms[j], stderr[j], &tvals[j]);
+  }
+  return kOk;
+}
+
+}  // extern "C"

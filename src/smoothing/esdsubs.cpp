@@ -1,0 +1,290 @@
+// Kernel of double exponential smoothing: level and trend with one weight w.
+//
+//   xhat = L + T / w,  e = xhat - x
+//   L'   = x * w + (1 - w) * L
+//   T'   = T * (1 - w) + w * (L' - L)
+//
+// A missing observation moves the level by T (not T / w) and keeps T. The
+// prediction divides by the weight, so a weight below kTiny in absolute value
+// is an overflow.
+#include "smoothing/esdsubs.h"
+
+#include <cmath>
+
+#include "numeric/numeric.h"
+#include "smoothing/trend_kernel.h"
+
+namespace {
+
+using namespace trend;
+
+// One observation. A failed guard makes only the level missing.
+inline int update(double x, double xscale, double w, double& level,
+                  double& trend, double& xhat, double& e) {
+  const double l = level;
+  const double t = trend;
+  if (std::fabs(l) > kStateLimit || std::fabs(t) > kStateLimit) {
+    level = kMissing;
+    return kOverflow;
+  }
+  xhat = l + t / w;
+  if (xhat > xscale * kRelativeLimit) {
+    level = kMissing;
+    return kOverflow;
+  }
+  e = xhat - x;
+  const double clevel = x * w + (1.0 - w) * l;
+  const double ctrend = t * (1.0 - w) + w * (clevel - l);
+  level = clevel;
+  trend = ctrend;
+  return kOk;
+}
+
+inline bool weight_unusable(double w) {
+  return std::fabs(w) > kStateLimit || std::fabs(w) < kTiny;
+}
+
+// Backward pass from the end of the series to observation 0, then the turn.
+int backcast(const double* x, const char* misflg, double xscale, long n,
+             double w, double& level, double& trend) {
+  double xhat = 0.0;
+  double e = 0.0;
+  for (long t = n - 1; t >= 0; --t) {
+    if (misflg[t]) {
+      level = level + trend;
+      continue;
+    }
+    const int rc = update(x[t], xscale, w, level, trend, xhat, e);
+    if (rc != kOk) return rc;
+  }
+  level = level + trend;
+  trend = -trend;
+  return kOk;
+}
+
+// s(1) = 1; s(k) = 1 + (2w)^2 + sum over j = 1..k-2 of (2w + j w^2)^2.
+double variance_factor(double w, long k) {
+  if (k < 2) return 1.0;
+  const double w2 = w * w;
+  double sum = 0.0;
+  for (long j = 1; j <= k - 2; ++j) {
+    const double psi = 2.0 * w + static_cast<double>(j) * w2;
+    sum += psi * psi;
+  }
+  return 1.0 + (2.0 * w) * (2.0 * w) + sum;
+}
+
+}  // namespace
+
+extern "C" {
+
+int zesdpnt(double x, double xscale, double wlevel, double* level,
+            double* trend, double* xhat, double* e) {
+  return update(x, xscale, wlevel, *level, *trend, *xhat, *e);
+}
+
+int zesddpd(double x, double wlevel, double llevel, double clevel,
+            double ltrend, double /*ctrend*/, double* derlev, double* dertre,
+            double* dervec) {
+  const double d = *derlev;
+  const double g = *dertre;
+  if (std::fabs(d) > kErrorLimit || std::fabs(g) > kErrorLimit) {
+    *derlev = kMissing;
+    *dertre = kMissing;
+    return kOverflow;
+  }
+  *derlev = x - llevel + (1.0 - wlevel) * d;
+  *dertre = clevel - llevel + g * (1.0 - wlevel) + (*derlev - d) * wlevel - ltrend;
+  // Derivative of the prediction L + T / w of this observation.
+  dervec[0] = (g - ltrend / wlevel) / wlevel + d;
+  return kOk;
+}
+
+int zesdsmo(double* x, char* misflg, double xscale, long n, double wlevel,
+            double* level, double* trend, double* mse, double* smoothed,
+            double* strptr) {
+  *mse = kMissing;
+  if (n < 1) return kTooFew;
+  if (weight_unusable(wlevel)) return kOverflow;
+
+  double l = *level;
+  double tr = *trend;
+  int rc = backcast(x, misflg, xscale, n, wlevel, l, tr);
+  if (rc != kOk) {
+    *level = l;
+    *trend = tr;
+    return rc;
+  }
+
+  double sse = 0.0;
+  long nmiss = 0;
+  for (long t = 0; t < n; ++t) {
+    double xhat = 0.0;
+    double e = kMissing;
+    if (misflg[t]) {
+      xhat = l + tr / wlevel;
+      l = l + tr;
+      ++nmiss;
+    } else {
+      rc = update(x[t], xscale, wlevel, l, tr, xhat, e);
+      if (rc != kOk || std::fabs(e) > kErrorLimit || sse > kSseLimit) {
+        *level = l;
+        *trend = tr;
+        return kOverflow;
+      }
+      sse += e * e;
+    }
+    if (smoothed) smoothed[t] = xhat;
+    if (strptr) {
+      strptr[0] = x[t];
+      strptr[1] = xhat;
+      strptr[2] = e;
+      strptr[3] = l;
+      strptr[4] = tr;
+      strptr += 5;
+    }
+  }
+  *level = l;
+  *trend = tr;
+
+  const long nobs = n - nmiss;
+  if (nobs < 1) return kTooFew;
+  *mse = missing(sse) ? kMissing : sse / static_cast<double>(nobs);
+  return kOk;
+}
+
+int zesdsvi(double* x, char* misflg, long n, int stflg, double* level,
+            double* trend) {
+  return trended_start(x, misflg, n, stflg, level, trend);
+}
+
+int zesdprd(double* x, char* misflg, double xscale, long n, double wlevel,
+            double* level, double* trend, long start, long end, long lead,
+            double se2, double siglev, int startflg, double* mse,
+            double* strptr) {
+  *mse = kMissing;
+  if (n < 1) return kTooFew;
+  if (weight_unusable(wlevel)) return kOverflow;
+
+  const double std_fit = (missing(se2) || se2 <= kTiny) ? 0.0 : std::sqrt(se2);
+  const double z = zprobit(1.0 - siglev * 0.5);
+  const double limit = z * std::sqrt(se2);
+
+  double l = *level;
+  double tr = *trend;
+  int rc = kOk;
+  if (startflg == 0) {
+    rc = backcast(x, misflg, xscale, n, wlevel, l, tr);
+    if (rc != kOk) {
+      *level = l;
+      *trend = tr;
+      return rc;
+    }
+  }
+
+  double sse = 0.0;
+  long nmiss = 0;
+  for (long t = 0; t <= end; ++t) {
+    double xhat = 0.0;
+    double e = kMissing;
+    if (misflg[t]) {
+      xhat = l + tr / wlevel;
+      l = l + tr;
+      ++nmiss;
+    } else {
+      rc = update(x[t], xscale, wlevel, l, tr, xhat, e);
+      if (rc != kOk) {
+        *level = l;
+        *trend = tr;
+        return rc;
+      }
+      sse += e * e;
+    }
+    if (strptr && t >= start) {
+      strptr[0] = x[t];
+      strptr[1] = xhat;
+      strptr[2] = xhat + limit;
+      strptr[3] = xhat - limit;
+      strptr[4] = e;
+      strptr[5] = std_fit;
+      strptr[6] = l;
+      strptr[7] = tr;
+      strptr += 8;
+    }
+  }
+  *level = l;
+  *trend = tr;
+
+  const long nobs = n - nmiss;
+  if (nobs < 1) return kTooFew;
+  *mse = nobs > 1 ? sse / static_cast<double>(nobs - 1) : sse;
+
+  const double base = (missing(se2) || se2 <= 0.0) ? *mse : se2;
+  if (lead > 0 && strptr) {
+    for (long k = 1; k <= lead; ++k) {
+      const double f = l + tr / wlevel + static_cast<double>(k - 1) * tr;
+      const double sd = std::sqrt(base * variance_factor(wlevel, k));
+      const double hw = z * sd;
+      strptr[0] = kMissing;
+      strptr[1] = f;
+      strptr[2] = f + hw;
+      strptr[3] = f - hw;
+      strptr[4] = kMissing;
+      strptr[5] = sd;
+      strptr[6] = l + static_cast<double>(k) * tr;
+      strptr[7] = tr;
+      strptr += 8;
+    }
+  }
+  return kOk;
+}
+
+double zesdcla(double wlevel, double se2, long lead, double siglev,
+               double* limit) {
+  const double var = se2 * variance_factor(wlevel, lead);
+  if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
+  return var;
+}
+
+int zesdpsi(double wlevel, long npsi, double* psi) {
+  if (npsi >= 1) psi[0] = 1.0;
+  for (long j = 1; j < npsi; ++j) {
+    psi[j] = 2.0 * wlevel + static_cast<double>(j - 1) * (wlevel * wlevel);
+  }
+  return kOk;
+}
+
+int zesdnpd(double* x, char* misflg, double xscale, long n, double wlevel,
+            double level, double trend, double deltas, int wkflag,
+            double* pder) {
+  *pder = kMissing;
+  double w1 = 0.0;
+  double w2 = 0.0;
+  double divisor = 0.0;
+  if (wkflag == 1 && std::fabs(wlevel) > kTiny) {
+    w1 = wlevel * (1.0 + deltas);
+    w2 = wlevel * (1.0 - deltas);
+    divisor = 2.0 * deltas * wlevel;
+  } else {
+    w1 = wlevel + deltas;
+    w2 = wlevel - deltas;
+    divisor = 2.0 * deltas;
+  }
+  double mse1 = kMissing;
+  double mse2 = kMissing;
+  double l1 = level, t1 = trend, l2 = level, t2 = trend;
+  const int rc1 = zesdsmo(x, misflg, xscale, n, w1, &l1, &t1, &mse1, nullptr, nullptr);
+  const int rc2 = zesdsmo(x, misflg, xscale, n, w2, &l2, &t2, &mse2, nullptr, nullptr);
+  if (rc1 + rc2 < 0 || deltas < kTiny) return kGuardedDivision;
+  return divide(mse1 - mse2, divisor, pder);
+}
+
+int zesdstd(double* xpxdiag, double mse, long /*nobs*/, double* parms,
+            double* stderr, double* tvals) {
+  // The driver decides whether there are enough observations.
+  *stderr = std::sqrt(std::fabs(xpxdiag[0]) * mse);
+  divide(parms[0], *stderr, tvals);
+  return kOk;
+}
+
+}  // extern "C"
