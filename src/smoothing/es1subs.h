@@ -1,0 +1,124 @@
+// Kernel of simple exponential smoothing: one weight w, one state, the level.
+//
+// One observation x with the level L before it:
+//   xhat = L                       (the one-step prediction)
+//   e    = xhat - x                (prediction minus observation, always)
+//   L'   = x * w + L * (1 - w)
+// A missing observation leaves the level alone.
+//
+// A whole-series evaluation runs backward from the end of the range to
+// observation 0 (the backcast, which yields the start level) and then forward,
+// accumulating the squared one-step errors.
+//
+// Return codes: 0 success; -2 not enough usable observations; -9 numeric
+// overflow (the failed state is set to the missing value); -92 a guarded
+// division met a zero or overflowing denominator.  No routine allocates
+// memory or speaks to the host, apart from reading the host's overflow
+// constants in a guarded division.
+#pragma once
+
+#include <cmath>
+
+#include "smoothing/frame_limits.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// One observation: *xhat = *level, *e = *xhat - x, then the level update.
+// Returns 0, or -9 when |level| exceeds the state limit or the level exceeds
+// 10000 * xscale (the level is then set missing).
+int zes1pnt(double x, double xscale, double wlevel, double* level,
+            double* xhat, double* e);
+
+// Derivative by the weight for one observation.  On entry *derlev is the
+// derivative of the level before the observation; dervec[0] receives it (the
+// derivative of this observation's prediction) and *derlev becomes
+// x - llevel + (1 - w) * derlev.  `clevel` has no influence.  0 or -9.
+int zes1dpd(double x, double wlevel, double llevel, double clevel,
+            double* derlev, double* dervec);
+
+// Backward then forward pass over n observations starting from *level.
+// *mse = sum of squared errors / observations used.  `smoothed` (n doubles:
+// the predictions) and `strptr` (4 doubles per observation: x, xhat, e,
+// level) may be null.  0, -2 or -9.
+int zes1smo(double* x, char* misflg, double xscale, long n, double wlevel,
+            double* level, double* mse, double* smoothed, double* strptr);
+
+// Start value of the backward pass: the last non-missing observation.
+// -2 when the only usable observation is the first.  `stflg` is not used.
+int zes1svi(double* x, char* misflg, long n, int stflg, double* level);
+
+// Prediction pass over observations 0..end followed by `lead` forecasts,
+// writing 7 doubles per row (x, xhat, upper, lower, e, std, level) for rows
+// t >= start, then the forecast rows.  startflg 0 runs the backward pass
+// first; non-zero takes *level as the state before observation 0.
+// *mse = sse / (nobs - 1) (sse when nobs is 1).  0, -2 or -9.
+int zes1prd(double* x, char* misflg, double xscale, long n, double wlevel,
+            double* level, long start, long end, long lead, double se2,
+            double siglev, int startflg, double* mse, double* strptr);
+
+// Variance of the forecast `lead` steps ahead, se2 * (1 + (lead-1) * w^2);
+// *limit (when given) the half-width of the limits at level siglev.
+double zes1cla(double wlevel, double se2, long lead, double siglev,
+               double* limit);
+
+// Moving-average weights: psi[0] = 1, psi[1..npsi-1] = w.  Returns 0.
+int zes1psi(double wlevel, long npsi, double* psi);
+
+// Central difference of the mean squared error of zes1smo by the weight,
+// relative (wkflag 1) or absolute step `deltas`.  Each evaluation starts from
+// `level`.  0, or -92.
+int zes1npd(double* x, char* misflg, double xscale, long n, double wlevel,
+            double level, double deltas, int wkflag, double* pder);
+
+// Standard error sqrt(|xpxdiag[0]| * mse) and t value parms[0] / stderr;
+// both missing unless nobs > 1.  Returns 0.
+int zes1std(double* xpxdiag, double mse, long nobs, double* parms,
+            double* stderr, double* tvals);
+
+#ifdef __cplusplus
+}
+#endif
+
+#ifdef __cplusplus
+namespace es1 {
+
+// The bodies of zes1pnt and zes1dpd, inline so that the estimation frame's
+// passes run without a call per observation.  The exported routines call
+// these, so both give the same bits.
+inline int point(double x, double xscale, double wlevel, double* level, double* xhat,
+                 double* e) noexcept {
+  using namespace smoothing;
+  const double l = *level;
+  if (std::fabs(l) > kStateLimit) {
+    *level = kMissing;
+    return kOverflow;
+  }
+  *xhat = l;
+  if (l > xscale * kRelativeLimit) {
+    *level = kMissing;
+    return kOverflow;
+  }
+  *e = l - x;
+  *level = x * wlevel + l * (1.0 - wlevel);
+  return kOk;
+}
+
+inline int point_derivative(double x, double wlevel, double llevel, double* derlev,
+                            double* dervec) noexcept {
+  using namespace smoothing;
+  const double d = *derlev;
+  if (std::fabs(d) > kErrorLimit) {
+    *derlev = kMissing;
+    return kOverflow;
+  }
+  // d(L')/dw = x - L + (1 - w) * dL/dw.  The prediction's derivative is dL/dw
+  // before the update: the state recursion runs one step ahead of it.
+  *derlev = x - llevel + (1.0 - wlevel) * d;
+  dervec[0] = d;
+  return kOk;
+}
+
+}  // namespace es1
+#endif

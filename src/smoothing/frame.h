@@ -1,0 +1,969 @@
+// The estimation frame shared by every smoothing family.
+//
+// A fit minimises the mean squared one-step error e = xhat - x over the
+// family's weights by a bounded Gauss-Newton search with Levenberg-Marquardt
+// damping, started from the best of 20 fixed grid candidates.  The frame is
+// written once, as templates over a family trait; every family gets the same
+// loop, the same step rules and the same arithmetic, and differs only where
+// its trait says so.
+//
+//   fit<F>(model)                 the driver (nes1fit, nes2fit, ...):
+//     grid<F>                       best of 20 candidates, then evaluated
+//     iterate<F> x at most 99       one outer iteration:
+//       trystep<F>                    build a trial point within the bounds,
+//         nextstep<F>                 evaluate it: passes, cross products,
+//                                     the steps and the convergence measure
+//       improve                       accept it or not; adapt lambda
+//     end of fit                    weights, error variance, standard errors
+//
+// nextstep<F> has the signature of step3::NextStepFn, so the three-weight
+// constrained step (smoothing/step3.h) calls back into it.
+//
+// ---------------------------------------------------------------------------
+// A family trait F (a struct of static members; see es1fit.cpp for the
+// simple family) supplies:
+//
+//   Shape
+//     static constexpr int kNumWeights;          p, 1 to 3
+//     static constexpr Slot kSlots[p];           where weight i lives in POINT
+//                                                and WGTBNDS, in the family's
+//                                                order (level, trend, then
+//                                                damping or seasonal)
+//   Grid
+//     static constexpr double kGrid[p][20];      candidate k is row k of every
+//                                                table (not a cross product)
+//     static constexpr double kGridLo[p];        the bounds under which the
+//     static constexpr double kGridScale[p];     tables are used unscaled:
+//                                                max(lo,-100) == kGridLo[i] and
+//                                                min(hi,100) - that == kGridScale[i]
+//                                                for every i
+//   Stability
+//     static constexpr bool kHasStability;
+//     static bool stable(const double* w);       the family's z..stb
+//   Differences between the copies
+//     static constexpr GradDivisor kGradDivisor; two-weight solve: the
+//                                                gradient divides by nobs
+//                                                (linear) or by n (seasonal)
+//     static constexpr bool kJumpOverZero;       one-weight trystep: a trial
+//                                                weight near 0 fails without
+//                                                bounds and jumps over 0 with
+//                                                them (double smoothing)
+//     static constexpr MseScaling kMseScaling;   form of nobs / (nobs - p)
+//     static long stderr_min_nobs(const WINMODEL&);  nobs from which standard
+//                                                errors are computed
+//     static constexpr step3::Third kThird;      three-weight families only
+//   Passes (the kernel, one observation at a time)
+//     static int pass_begin(WINMODEL*, FITCON*, const double* w);
+//         smooth from svi, clear the family's derivative arrays (the frame
+//         clears derwork.level/.trend); may refuse the weights with -9
+//     static double missing_value(const WINMODEL*, const FITCON*,
+//                                 const double* w, long t);
+//         the value that stands in for a missing observation t: the current
+//         prediction, so that the observation has no error
+//     static int fitobs(WINMODEL*, FITCON*, const double* w, long t,
+//                       double value, double* wder);
+//         the kernel's z..pnt and z..dpd on `value`; the state goes to
+//         model->smooth, the p prediction derivatives to wder[0..p-1] and the
+//         error to wder[p]; 0 or a negative kernel code
+//     static void turn(WINMODEL*, FITCON*, const double* w);
+//         between the backward and the forward pass (reversal, centring)
+//     static void save_start(WINMODEL*);          startvals from smooth
+//   Grid evaluation and results
+//     static int grid_mse(WINMODEL*, const FITCON*, const double* w,
+//                         double* mse);           reset from svi, z..smo
+//     static int std_errors(double* xpxdiag, double mse, long nobs,
+//                           double* parms, double* stderr, double* tvals);
+//     static double divide(double num, double den);  the unit's guarded
+//                                                quotient (one and two weights)
+//   Setup (families with derivative arrays of their own)
+//     static int fit_setup(WINMODEL*, FITCON*);   0 or -100
+//     static void fit_cleanup(WINMODEL*, FITCON*);
+//   Diagnostics (reached only through prtflag and opt.numeric)
+//     static constexpr const char* kTraceWeightHeading;  e.g. "   Level  "
+//     static constexpr const char* kTraceWeightFormat;   one format, p values
+//     static constexpr const char* kTraceExtraHeading;   null, or the heading
+//     static constexpr const char* kTraceExtraFormat;    of dder0, dder1, phi
+//     static constexpr const char* kCheckTitle;
+//     static constexpr const char* kCheckHeading;        null for one weight
+//     static int numeric_gradient(WINMODEL*, const FITCON*, const double* w,
+//                                 const double* deltas, int wkflag,
+//                                 double* pder);          the family's z..npd
+//
+// The forecast driver and the table writer are in smoothing/frame_out.h.
+// ---------------------------------------------------------------------------
+#pragma once
+
+#include <cfloat>
+#include <cmath>
+#include <cstring>
+
+#include "module/host_api.h"
+#include "module/win_model.h"
+#include "numeric/numeric.h"
+#include "primitives/primitives.h"
+#include "smoothing/frame_limits.h"
+#include "smoothing/step3.h"
+
+// ---------------------------------------------------------------------------
+// Records of the frame
+// ---------------------------------------------------------------------------
+
+extern "C" {
+
+// Derivatives of the seasonal factors, allocated by the seasonal drivers.
+struct WINT_DER_SEASON {
+  long size;         // bytes of one factor array
+  double* wlevel;    // d factor[s] / d wlevel, nseasons entries
+  double* wtrend;    // d factor[s] / d wtrend (Winters only)
+  double* wseason;   // d factor[s] / d wseason
+};
+
+// Running derivatives of the state by weight i, in the family's order.
+struct WINT_DER {
+  double level[3];
+  double trend[3];
+  WINT_DER_SEASON season;
+};
+
+// The per-call context of an estimation, on the driver's stack.
+struct FITCON {
+  double* x;          // first observation of the fit range
+  char* misflg;       // its missing flags
+  long n;             // fitrange.nobs
+  int* scodes;        // season codes at the fit range (seasonal families)
+  double xscale;      // stays 0: the kernels take ts.descstats.norm
+  double xmin;        // stays 0
+  double xmax;        // stays 0
+  int iter;           // outer iteration, 0 during the grid
+  int subiter;        // trial count inside the iteration
+  int prtflag;        // iteration trace wanted
+  double stepstart;   // first step fraction of the next iteration
+  double lambda;      // Levenberg-Marquardt damping
+  double min_nmiss;   // largest tolerated count of missing observations
+  double min_mse;     // best grid mse so far
+  WINT_DER derwork;   // running derivatives of the state
+};
+
+// Position of a point against the bounds.
+struct POINT_WBNDS {
+  char dim;           // weights that may move in this trial
+  char nextdim;       // weights strictly inside their bounds at this point
+  int wlevflg;        // -1 on (or ran into) the lower bound, +1 the upper, 0 inside
+  int wtreflg;
+  int wseaflg;
+  int wdamflg;
+  char wlevchn;       // 1 when pinned for this trial: fixed, or already on
+  char wtrechn;       //   that same bound at the current point
+  char wseachn;
+  char wdamchn;
+};
+
+// One candidate of the search.
+struct POINT {
+  double wlevel;
+  double wtrend;
+  double wseason;
+  double wdamp;
+  double change;        // length of the step that led here
+  long nobs;            // observations used
+  long nmiss;           // missing observations; 2^53 until evaluated
+  double mse;           // sse / nobs; missing until evaluated
+  int rankxpx;          // pivots swept in the full system
+  double xpxdiag[4];    // raw diagonal during nextstep, then half the swept one
+  double rr[3];         // relative offset with 1, 2, 3 free weights
+  double r;             // convergence measure of this point
+  char rflag;           // on a bound with the next step pointing outward
+  double delta1[3];     // step with 1 weight free
+  double delta2[3];     // step with 2 weights free
+  double delta[3];      // step with all weights free
+  double grad[3];       // gradient of the mean squared error
+  double grad_norm;
+  double delta_norm1;
+  double delta_norm2;
+  double delta_norm;
+  double dder0;         // carried and printed, never computed
+  double dder1;
+  double phi;
+  POINT_WBNDS wbnds;
+};
+
+}  // extern "C"
+
+namespace smoothing::frame {
+
+// ---------------------------------------------------------------------------
+// Constants of the frame (fixed by the design)
+// ---------------------------------------------------------------------------
+
+inline constexpr double kEps = 1.110223024625157e-16;    // 2^-53
+inline constexpr double kEps2 = 1.232595164407832e-32;   // 2^-106
+// r <= kConverged ends the search; also the smallest step fraction.
+inline constexpr double kConverged = 0.0001;
+inline constexpr double kMinStep = 0.0001;
+inline constexpr int kMaxIterations = 99;
+inline constexpr int kGridRows = 20;
+inline constexpr double kUnevaluatedNmiss = 9007199254740992.0;  // 2^53
+inline constexpr long kUnevaluatedNmissLong = 9007199254740992L;
+inline constexpr double kStartLambda = 0.01;
+inline constexpr double kMaxLambda = 1000.0;
+inline constexpr double kMinLambda = 0.0001;   // a lambda below this becomes 0
+inline constexpr double kGridScaleLimit = 100.0;  // grid scaling clamps bounds to +-this
+// Pivot tolerance factors with one, two and three free weights:
+// sweep pivot k when a(k,k) > (xpxdiag[k] + kEps2) * factor.
+inline constexpr double kPivotTol1 = 1e-18;
+inline constexpr double kPivotTol2 = 1e-12;
+inline constexpr double kPivotTol3 = 1e-06;
+// Step of the numeric derivative check.
+inline constexpr double kCheckDelta = 1e-06;
+
+// ---------------------------------------------------------------------------
+// Trait vocabulary
+// ---------------------------------------------------------------------------
+
+// Where a weight lives in POINT and WGTBNDS.
+enum class Slot { level, trend, season, damp };
+
+// Divisor of the gradient in the two-weight solve.
+enum class GradDivisor { nobs, n };
+
+// End of the fit, the error variance with p weights:
+//   scale_then_divide:  mse * nobs / (nobs - p)
+//   ratio_first:        (nobs / (nobs - p)) * mse
+enum class MseScaling { scale_then_divide, ratio_first };
+
+inline double& weight_of(POINT& p, Slot s) noexcept {
+  switch (s) {
+    case Slot::level: return p.wlevel;
+    case Slot::trend: return p.wtrend;
+    case Slot::season: return p.wseason;
+    case Slot::damp: break;
+  }
+  return p.wdamp;
+}
+inline double weight_of(const POINT& p, Slot s) noexcept {
+  return weight_of(const_cast<POINT&>(p), s);
+}
+inline int& position_of(POINT& p, Slot s) noexcept {
+  switch (s) {
+    case Slot::level: return p.wbnds.wlevflg;
+    case Slot::trend: return p.wbnds.wtreflg;
+    case Slot::season: return p.wbnds.wseaflg;
+    case Slot::damp: break;
+  }
+  return p.wbnds.wdamflg;
+}
+inline int position_of(const POINT& p, Slot s) noexcept {
+  return position_of(const_cast<POINT&>(p), s);
+}
+inline char& pinned_of(POINT& p, Slot s) noexcept {
+  switch (s) {
+    case Slot::level: return p.wbnds.wlevchn;
+    case Slot::trend: return p.wbnds.wtrechn;
+    case Slot::season: return p.wbnds.wseachn;
+    case Slot::damp: break;
+  }
+  return p.wbnds.wdamchn;
+}
+// Lower bound, upper bound and snap tolerance of a weight.
+inline const double* bounds_of(const WGTBNDS& b, Slot s) noexcept {
+  switch (s) {
+    case Slot::level: return b.wlevel;
+    case Slot::trend: return b.wtrend;
+    case Slot::season: return b.wseason;
+    case Slot::damp: break;
+  }
+  return b.wdamp;
+}
+// The weight is fixed: its two bounds are equal.
+inline bool fixed_of(const WGTBNDS& b, Slot s) noexcept {
+  switch (s) {
+    case Slot::level: return b.wlevflg != 0;
+    case Slot::trend: return b.wtreflg != 0;
+    case Slot::season: return b.wseaflg != 0;
+    case Slot::damp: break;
+  }
+  return b.wdamflg != 0;
+}
+
+template <class F>
+inline void weights_of(const POINT& p, double* w) noexcept {
+  for (int i = 0; i < F::kNumWeights; ++i) w[i] = weight_of(p, F::kSlots[i]);
+}
+
+// Packed symmetric index, lower triangle by rows (as zisub).
+constexpr int pk(int i, int j) noexcept { return static_cast<int>(esf::packed_index(i, j)); }
+
+// ---------------------------------------------------------------------------
+// Small pieces shared by every form
+// ---------------------------------------------------------------------------
+
+// The relative offset of a residual sum of squares s against sse: the root of
+// the share of the error that one more Gauss-Newton step could still explain
+// (the cosine of the angle between the error and the model's tangent).
+//   sse > 0:  q = 1 - s / sse;  1 for q > 1,  sqrt(q) for q in (0, 1],  else 0
+//   else 0.
+template <class F>
+inline double relative_offset(double s, double sse) noexcept {
+  if (!(sse > 0.0)) return 0.0;
+  const double q = 1.0 - F::divide(s, sse);
+  if (q > 1.0) return 1.0;
+  if (q > 0.0) return std::sqrt(q);
+  return 0.0;
+}
+
+// Non-zero when p2 is at least as good as p1: fewer missing observations
+// win; with equal counts the lower or equal mean squared error.
+inline int improve(const POINT* p1, const POINT* p2) noexcept {
+  if (p2->nmiss < p1->nmiss) return 1;
+  if (p2->nmiss > p1->nmiss) return 0;
+  return p2->mse <= p1->mse;
+}
+
+}  // namespace smoothing::frame
+
+#include "smoothing/frame_trace.h"
+
+namespace smoothing::frame {
+
+// ---------------------------------------------------------------------------
+// nextstep: evaluate a point
+// ---------------------------------------------------------------------------
+
+// The family's backward and forward passes with derivatives.  Fills the packed
+// (p+1)x(p+1) matrix of cross products of (prediction derivatives, e) and the
+// count of missing observations of the forward pass.
+template <class F>
+int passes(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, double* xpx,
+           long* nmiss_out) {
+  constexpr int p = F::kNumWeights;
+  constexpr int nx = (p + 1) * (p + 2) / 2;
+
+  point->mse = kMissing;
+  point->nobs = 0;
+  point->nmiss = kUnevaluatedNmissLong;
+  for (int k = 0; k < nx; ++k) xpx[k] = 0.0;
+  for (int k = 0; k < 3; ++k) {
+    fitcon->derwork.level[k] = 0.0;
+    fitcon->derwork.trend[k] = 0.0;
+  }
+  int rc = F::pass_begin(model, fitcon, w);
+  if (rc < 0) return rc;
+
+  const double* x = fitcon->x;
+  const char* misflg = fitcon->misflg;
+  const long n = fitcon->n;
+  double wder[p + 1] = {};
+
+  // Backward pass: the derivative recursion runs, nothing accumulates.
+  for (long t = n - 1; t >= 0; --t) {
+    const double value = misflg[t] ? F::missing_value(model, fitcon, w, t) : x[t];
+    rc = F::fitobs(model, fitcon, w, t, value, wder);
+    if (rc < 0) return rc;
+  }
+  F::turn(model, fitcon, w);
+  F::save_start(model);
+
+  // Forward pass.  A missing observation has the prediction in its place: its
+  // error is 0, yet its derivative row enters the cross products.
+  long nmiss = 0;
+  for (long t = 0; t < n; ++t) {
+    double value;
+    if (misflg[t]) {
+      ++nmiss;
+      if (static_cast<double>(nmiss) > fitcon->min_nmiss) return kTooFew;
+      value = F::missing_value(model, fitcon, w, t);
+    } else {
+      value = x[t];
+    }
+    rc = F::fitobs(model, fitcon, w, t, value, wder);
+    if (rc < 0) return rc;
+    if constexpr (p == 1) {
+      xpx[0] += wder[0] * wder[0];
+      xpx[1] += wder[0] * wder[1];
+      xpx[2] += wder[1] * wder[1];
+    } else {
+      zscp(wder, p + 1, 1.0, xpx);
+    }
+    for (int k = 0; k < nx; ++k) {
+      if (std::fabs(xpx[k]) > kBig) return kOverflow;
+    }
+  }
+  *nmiss_out = nmiss;
+  return kOk;
+}
+
+// One weight: solve the 2x2 system of (derivative, error).
+template <class F>
+int solve1(WINMODEL* /*model*/, FITCON* fitcon, POINT* point, double* xpx, long nmiss) {
+  const long n = fitcon->n;
+  const long nobs = n - nmiss;
+  if (nobs < 1) return kTooFew;
+  const double sse = xpx[pk(1, 1)];
+  point->mse = sse / static_cast<double>(nobs);
+  point->nobs = nobs;
+  point->nmiss = nmiss;
+  const double g = 2.0 * xpx[pk(0, 1)] / static_cast<double>(n);
+
+  char cc[2] = {'0', '0'};
+  double work[2];
+  const double tol = (xpx[pk(0, 0)] + kEps2) * kPivotTol1;
+  zsweep(xpx, 0, 2, cc, work, tol);
+  const bool swept = cc[0] == '1';
+  point->rankxpx = swept ? 1 : 0;
+  point->r = relative_offset<F>(xpx[pk(1, 1)], sse);
+
+  // e = xhat - x, so the Gauss-Newton step is minus the regression
+  // coefficient of e on the derivative.
+  double d = swept ? -xpx[pk(0, 1)] : 0.0;
+  if (std::fabs(d) > 1.0) d = d / std::fabs(d);
+  point->delta[0] = d;
+  point->delta_norm = std::fabs(d);
+  point->grad[0] = g;
+  point->grad_norm = std::fabs(g);
+  point->xpxdiag[0] = 0.5 * xpx[pk(0, 0)];
+  return kOk;
+}
+
+// Two weights: the subset step with one weight free, the full step, and the
+// Levenberg-Marquardt damped full step.
+template <class F>
+int solve2(WINMODEL* model, FITCON* fitcon, POINT* point, double* xpx, long nmiss) {
+  const long n = fitcon->n;
+  const long nobs = n - nmiss;
+  if (nobs < 1) return kTooFew;
+  const double sse = xpx[pk(2, 2)];
+  point->mse = sse / static_cast<double>(nobs);
+  point->nobs = nobs;
+  point->nmiss = nmiss;
+  const double gdiv =
+      F::kGradDivisor == GradDivisor::n ? static_cast<double>(n) : static_cast<double>(nobs);
+  for (int i = 0; i < 2; ++i) {
+    point->grad[i] = 2.0 * xpx[pk(i, 2)] / gdiv;
+    point->xpxdiag[i] = xpx[pk(i, i)];
+  }
+  const double lambda = fitcon->lambda;
+  const double scale = lambda > 0.0 ? 1.0 + lambda : 1.0;
+  double work[3];
+
+  // Subset step: only the weight that is still strictly inside may move.
+  if (model->wbnds.bounds && point->wbnds.nextdim < 2) {
+    const int f = position_of(*point, F::kSlots[0]) == 0 ? 0 : 1;
+    point->delta1[1 - f] = 0.0;
+    double sub[3] = {xpx[pk(f, f)], xpx[pk(f, 2)], xpx[pk(2, 2)]};
+    char cc1[2] = {'0', '0'};
+    zsweep(sub, 0, 2, cc1, work, (point->xpxdiag[f] + kEps2) * kPivotTol1);
+    point->rr[0] = relative_offset<F>(sub[pk(1, 1)], sse);
+    double d = cc1[0] == '1' ? -sub[pk(0, 1)] : 0.0;
+    if (std::fabs(d) > 1.0) d = d / std::fabs(d);
+    point->delta1[f] = d;
+    point->delta_norm1 = std::fabs(d);
+  }
+
+  double xpx2[6];
+  if (lambda > 0.0) std::memcpy(xpx2, xpx, sizeof xpx2);
+
+  // Full step.
+  char cc[3] = {'0', '0', '0'};
+  const double tol[2] = {(point->xpxdiag[0] + kEps2) * kPivotTol2,
+                         (point->xpxdiag[1] + kEps2) * kPivotTol2};
+  zsweep(xpx, 0, 3, cc, work, tol[0]);
+  zsweep(xpx, 1, 3, cc, work, tol[1]);
+  const int rank = (cc[0] == '1') + (cc[1] == '1');
+  point->rankxpx = rank;
+  point->rr[1] = relative_offset<F>(xpx[pk(2, 2)], sse);
+
+  // Damped step: the same pivots, with the diagonal raised by 1 + lambda.
+  const double* step = xpx;
+  if (lambda > 0.0) {
+    xpx2[pk(0, 0)] *= scale;
+    xpx2[pk(1, 1)] *= scale;
+    char cc2[3] = {'0', '0', '0'};
+    for (int k = 0; k < 2; ++k) {
+      if (cc[k] == '1') zsweep(xpx2, k, 3, cc2, work, tol[k]);
+    }
+    step = xpx2;
+  }
+  for (int k = 0; k < 2; ++k) {
+    point->delta[k] = cc[k] == '1' ? -step[pk(k, 2)] : 0.0;
+    point->xpxdiag[k] = 0.5 * (rank == 2 ? xpx[pk(k, k)] : step[pk(k, k)]);
+  }
+  double nrm = std::sqrt(point->delta[0] * point->delta[0] + point->delta[1] * point->delta[1]);
+  if (nrm > 1.0) {
+    point->delta[0] = point->delta[0] / nrm;
+    point->delta[1] = point->delta[1] / nrm;
+    nrm = 1.0;
+  }
+  point->delta_norm = nrm;
+  point->grad_norm =
+      std::sqrt(point->grad[0] * point->grad[0] + point->grad[1] * point->grad[1]);
+  return kOk;
+}
+
+// Evaluates `point`: its error, derivatives, cross products, next steps and
+// (one weight) its convergence measure.  Leaves the state at the end of the
+// forward pass in model->smooth and the state at time 0 in model->startvals.
+// `old_delta` has no influence.  Returns 0, -2, -7 or -9.
+template <class F>
+int nextstep(WINMODEL* model, FITCON* fitcon, POINT* point, double* /*old_delta*/) {
+  constexpr int p = F::kNumWeights;
+  static_assert(p >= 1 && p <= 3, "one to three weights");
+  double w[p];
+  weights_of<F>(*point, w);
+  double xpx[(p + 1) * (p + 2) / 2];
+  long nmiss = 0;
+  int rc = passes<F>(model, fitcon, point, w, xpx, &nmiss);
+  if (rc < 0) return rc;
+  if constexpr (p == 1) {
+    rc = solve1<F>(model, fitcon, point, xpx, nmiss);
+  } else if constexpr (p == 2) {
+    rc = solve2<F>(model, fitcon, point, xpx, nmiss);
+  } else {
+    rc = step3::nextstep(model, fitcon, point, xpx, fitcon->n, nmiss, F::kThird);
+  }
+  if (rc < 0) return rc;
+  if (model->opt.numeric) derivative_check<F>(model, fitcon, point);
+  return rc;
+}
+
+// ---------------------------------------------------------------------------
+// trystep: build a trial point from the current one and evaluate it
+// ---------------------------------------------------------------------------
+
+// One weight.  A trial that overshoots a bound lands on it; a point on a bound
+// whose next step still points outward gets rflag, and a second such trial
+// ends the search with r = 0.
+template <class F>
+int trystep1(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, POINT* newp) {
+  const Slot s = F::kSlots[0];
+  const WGTBNDS& wb = model->wbnds;
+  const double wcur = weight_of(*current, s);
+  double d = stepsize * current->delta[0];
+  double change = std::fabs(d);
+
+  if (!wb.bounds) {
+    const double wnew = wcur + d;
+    if (F::kJumpOverZero && std::fabs(wnew) < kTiny) return kOverflow;
+    weight_of(*newp, s) = wnew;
+    newp->change = change;
+    newp->wbnds.dim = 1;
+    const int rc = nextstep<F>(model, fitcon, newp, nullptr);
+    ++fitcon->subiter;
+    return rc;
+  }
+
+  const double* b = bounds_of(wb, s);
+  const double lo = b[0];
+  const double hi = b[1];
+  const double tol = b[2];
+  const bool fixed = fixed_of(wb, s);
+  int& flg = position_of(*newp, s);
+  char& chn = pinned_of(*newp, s);
+  newp->wbnds.nextdim = 0;
+  const double trial = wcur + d;
+  if (trial <= lo) {
+    flg = -1;
+    d = lo - wcur;
+    chn = fixed || position_of(*current, s) == -1;
+  } else if (trial >= hi) {
+    flg = 1;
+    d = hi - wcur;
+    chn = fixed || position_of(*current, s) == 1;
+  } else {
+    newp->wbnds.nextdim = 1;
+    flg = 0;
+    chn = 0;
+  }
+  const int dim = 1 - chn;
+  if (dim == 1) change = std::fabs(d);
+  if (dim == 0 && current->rflag == 1) {
+    // The weight stands on its bound and stays there: the search ends.
+    *newp = *current;
+    newp->r = 0.0;
+    return kOk;
+  }
+  if (F::kJumpOverZero && std::fabs(trial) < kTiny) {
+    // The prediction divides by the weight: step over zero instead.
+    d = 2.0 * d;
+    change = std::fabs(d);
+  }
+  double wnew = wcur + d;
+  if (wnew - lo < tol) wnew = lo;
+  if (hi - wnew < tol) wnew = hi;
+  weight_of(*newp, s) = wnew;
+  newp->change = change;
+  newp->wbnds.dim = static_cast<char>(dim);
+  const int rc = nextstep<F>(model, fitcon, newp, nullptr);
+  if (rc < 0) return rc;
+
+  if (newp->wbnds.nextdim == 0) {
+    const double next = newp->delta[0];
+    const bool back_inside =
+        newp->wbnds.wlevchn == 0 && ((flg == -1 && next > kEps) || (flg == 1 && next < -kEps));
+    if (!back_inside) {
+      newp->rflag = 1;
+      if (current->rflag == 1) newp->r = 0.0;
+    }
+  }
+  ++fitcon->subiter;
+  return kOk;
+}
+
+// Classification of a two-weight step against the bounds; flags and pins go
+// into `newp`.  Returns dim, the number of weights that may move.
+template <class F>
+int classify2(const WGTBNDS& wb, const POINT* current, POINT* newp, const double* d,
+              double* room) {
+  int dim = 2;
+  newp->wbnds.nextdim = 0;
+  for (int i = 0; i < 2; ++i) {
+    const Slot s = F::kSlots[i];
+    const double* b = bounds_of(wb, s);
+    const double wcur = weight_of(*current, s);
+    const double t = wcur + d[i];
+    int& flg = position_of(*newp, s);
+    char& chn = pinned_of(*newp, s);
+    if (t <= b[0]) {
+      flg = -1;
+      room[i] = wcur - b[0];
+      chn = fixed_of(wb, s) || position_of(*current, s) == -1;
+    } else if (t >= b[1]) {
+      flg = 1;
+      room[i] = b[1] - wcur;
+      chn = fixed_of(wb, s) || position_of(*current, s) == 1;
+    } else {
+      flg = 0;
+      chn = 0;
+      room[i] = d[i];
+      ++newp->wbnds.nextdim;
+    }
+    if (chn) --dim;
+  }
+  return dim;
+}
+
+// Two weights.  The whole step shrinks along its direction until the first
+// bound; when a weight is pinned the subset step moves the other one.
+template <class F>
+int trystep2(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, POINT* newp) {
+  const WGTBNDS& wb = model->wbnds;
+  double d[2] = {stepsize * current->delta[0], stepsize * current->delta[1]};
+
+  if (!wb.bounds) {
+    for (int i = 0; i < 2; ++i) weight_of(*newp, F::kSlots[i]) = weight_of(*current, F::kSlots[i]) + d[i];
+    newp->change = std::sqrt(d[0] * d[0] + d[1] * d[1]);
+    newp->wbnds.dim = 2;
+    const int rc = nextstep<F>(model, fitcon, newp, nullptr);
+    newp->r = newp->rr[1];
+    ++fitcon->subiter;
+    return rc;
+  }
+
+  double room[2];
+  double step[2];
+  int dim = classify2<F>(wb, current, newp, d, room);
+  if (dim == 2) {
+    const double q0 = std::fabs(F::divide(room[0], d[0]));
+    const double q1 = std::fabs(F::divide(room[1], d[1]));
+    const double cut = (q0 != 0.0 && q0 <= q1) ? q0 : q1;
+    if (cut >= kBig) return kOverflow;
+    step[0] = cut * d[0];
+    step[1] = cut * d[1];
+  } else {
+    d[0] = stepsize * current->delta1[0];
+    d[1] = stepsize * current->delta1[1];
+    dim = classify2<F>(wb, current, newp, d, room);
+    const bool pin0 = pinned_of(*newp, F::kSlots[0]) != 0;
+    const bool pin1 = pinned_of(*newp, F::kSlots[1]) != 0;
+    const double q0 = pin0 ? kBig : std::fabs(F::divide(room[0], d[0]));
+    const double q1 = pin1 ? kBig : std::fabs(F::divide(room[1], d[1]));
+    const double cut = (q0 != 0.0 && q0 <= q1) ? q0 : q1;
+    if (cut >= kBig) return kOverflow;
+    step[0] = pin0 ? 0.0 : cut * d[0];
+    step[1] = pin1 ? 0.0 : cut * d[1];
+  }
+
+  for (int i = 0; i < 2; ++i) {
+    const Slot s = F::kSlots[i];
+    const double* b = bounds_of(wb, s);
+    double wnew = weight_of(*current, s) + step[i];
+    if (wnew - b[0] < b[2]) wnew = b[0];
+    if (b[1] - wnew < b[2]) wnew = b[1];
+    weight_of(*newp, s) = wnew;
+  }
+  newp->change = std::sqrt(step[0] * step[0] + step[1] * step[1]);
+  newp->wbnds.dim = static_cast<char>(dim);
+
+  // Recount after snapping.
+  newp->wbnds.nextdim = 0;
+  for (int i = 0; i < 2; ++i) {
+    const Slot s = F::kSlots[i];
+    const double* b = bounds_of(wb, s);
+    const double wnew = weight_of(*newp, s);
+    if (wnew > b[0] && wnew < b[1]) {
+      position_of(*newp, s) = 0;
+      ++newp->wbnds.nextdim;
+    }
+  }
+
+  const int rc = nextstep<F>(model, fitcon, newp, nullptr);
+  if (rc < 0) return rc;
+  newp->r = dim == 0 ? 0.0 : newp->rr[dim - 1];
+
+  if (newp->wbnds.nextdim == 0) {
+    bool back_inside = false;
+    for (int i = 0; i < 2; ++i) {
+      const int flg = position_of(*newp, F::kSlots[i]);
+      if ((flg == -1 && newp->delta1[i] > 0.0) || (flg == 1 && newp->delta1[i] < 0.0)) {
+        back_inside = true;
+      }
+    }
+    if (!back_inside) newp->r = 0.0;
+  }
+  ++fitcon->subiter;
+  return kOk;
+}
+
+// Builds the trial point `newp` from `current` with step fraction `stepsize`
+// and evaluates it.  Returns 0 or a negative code; the driver counts any
+// non-zero result as a failed trial.
+template <class F>
+int trystep(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, POINT* newp) {
+  if constexpr (F::kNumWeights == 1) {
+    return trystep1<F>(model, fitcon, current, stepsize, newp);
+  } else if constexpr (F::kNumWeights == 2) {
+    return trystep2<F>(model, fitcon, current, stepsize, newp);
+  } else {
+    return step3::trystep(model, fitcon, current, stepsize, newp, F::kThird, &nextstep<F>);
+  }
+}
+
+// ---------------------------------------------------------------------------
+// iterate, grid, the driver
+// ---------------------------------------------------------------------------
+
+template <class F>
+inline bool rejected_by_stability(const WINMODEL* model, const double* w) {
+  if constexpr (F::kHasStability) {
+    return model->wbnds.stability && !F::stable(w);
+  } else {
+    (void)model;
+    (void)w;
+    return false;
+  }
+}
+
+// One outer iteration.  Returns 0, or 90 when the step fraction has fallen to
+// kMinStep without an acceptable trial.
+template <class F>
+int iterate(WINMODEL* model, int iter, FITCON* fitcon, POINT* current) {
+  fitcon->iter = iter;
+  fitcon->subiter = 0;
+  double stepsize = fitcon->stepstart;
+  POINT newp;
+  std::memset(&newp, 0, sizeof newp);
+
+  for (;;) {
+    const int rc = trystep<F>(model, fitcon, current, stepsize, &newp);
+    if (fitcon->prtflag) trace_row<F>(model, fitcon, &newp, stepsize);
+    bool failed = rc != 0;
+    if (!failed) {
+      double w[F::kNumWeights];
+      weights_of<F>(newp, w);
+      failed = rejected_by_stability<F>(model, w);
+    }
+    if (!failed) break;
+    if (stepsize <= kMinStep) return kNotConverged;
+    ++fitcon->subiter;
+    stepsize *= 0.5;
+  }
+
+  if (improve(current, &newp)) {
+    *current = newp;
+    fitcon->stepstart = 1.0;
+    if (stepsize == 1.0) {
+      // Only a full step that improves lowers lambda.
+      fitcon->lambda /= 10.0;
+      if (fitcon->lambda < kMinLambda) fitcon->lambda = 0.0;
+      return kOk;
+    }
+  } else {
+    fitcon->stepstart *= 0.5;
+    if (fitcon->stepstart <= kMinStep) return kNotConverged;
+  }
+  // A reduced step or no improvement raises lambda.
+  if (fitcon->lambda == 0.0) {
+    fitcon->lambda = kStartLambda;
+  } else {
+    fitcon->lambda = fitcon->lambda * 10.0;
+    if (fitcon->lambda > kMaxLambda) fitcon->lambda = kMaxLambda;
+  }
+  return kOk;
+}
+
+// The best of the family's 20 grid candidates, evaluated by nextstep into
+// `point`.  Returns 0, or -8 when no candidate gives a usable start.
+template <class F>
+int grid(WINMODEL* model, FITCON* fitcon, POINT* point) {
+  constexpr int p = F::kNumWeights;
+  const WGTBNDS& wb = model->wbnds;
+
+  // Scale the tables into the bounds unless the bounds are off or are the
+  // defaults the tables were made for.
+  double lower[p];
+  double span[p];
+  bool scale = wb.bounds != 0;
+  if (scale) {
+    bool defaults = true;
+    for (int i = 0; i < p; ++i) {
+      const double* b = bounds_of(wb, F::kSlots[i]);
+      lower[i] = std::fmax(b[0], -kGridScaleLimit);
+      span[i] = std::fmin(b[1], kGridScaleLimit) - lower[i];
+      if (!(lower[i] == F::kGridLo[i] && span[i] == F::kGridScale[i])) defaults = false;
+    }
+    scale = !defaults;
+  }
+
+  double best = fitcon->min_mse;
+  int best_row = -1;
+  double w[p];
+  for (int k = 0; k < kGridRows; ++k) {
+    for (int i = 0; i < p; ++i) {
+      const Slot s = F::kSlots[i];
+      if (!scale) {
+        w[i] = F::kGrid[i][k];
+      } else if (fixed_of(wb, s)) {
+        w[i] = bounds_of(wb, s)[0];
+      } else {
+        w[i] = span[i] * F::kGrid[i][k] + lower[i];
+      }
+    }
+    if (rejected_by_stability<F>(model, w)) continue;
+    double mse = kMissing;
+    const int rc = F::grid_mse(model, fitcon, w, &mse);
+    if (rc >= 0 && mse < best) {
+      best = mse;
+      best_row = k;
+    }
+  }
+  fitcon->min_mse = best;
+
+  if (best_row >= 0) {
+    for (int i = 0; i < p; ++i) {
+      const Slot s = F::kSlots[i];
+      if (!scale) {
+        weight_of(*point, s) = F::kGrid[i][best_row];
+      } else if (fixed_of(wb, s)) {
+        weight_of(*point, s) = bounds_of(wb, s)[0];
+      } else {
+        weight_of(*point, s) = span[i] * F::kGrid[i][best_row] + lower[i];
+      }
+    }
+  }
+
+  int nfixed = 0;
+  for (int i = 0; i < p; ++i) {
+    const Slot s = F::kSlots[i];
+    const bool fixed = fixed_of(wb, s);
+    position_of(*point, s) = fixed ? -1 : 0;
+    pinned_of(*point, s) = fixed ? 1 : 0;
+    nfixed += fixed;
+  }
+  point->wbnds.dim = static_cast<char>(p - nfixed);
+  point->wbnds.nextdim = static_cast<char>(p - nfixed);
+
+  const int rc = nextstep<F>(model, fitcon, point, nullptr);
+  if (best < kTiny) return kOk;  // an exact fit: r decides the rest
+  if (rc < 0) return kNoGridStart;
+  const int dim = point->wbnds.dim;
+  if constexpr (p == 1) {
+    if (dim == 0) point->r = 0.0;
+  } else {
+    point->r = dim == 0 ? 0.0 : point->rr[dim - 1];
+  }
+  if (fitcon->prtflag) trace_row<F>(model, fitcon, point, 1.0);
+  if (best >= kBig) return kNoGridStart;
+  return kOk;
+}
+
+// Weights, error variance and standard errors from the final point.
+template <class F>
+void store_estimates(WINMODEL* model, const POINT& point) {
+  constexpr int p = F::kNumWeights;
+  MODELPEST& pest = model->pest;
+  POINT final_point = point;  // std_errors takes a writable xpxdiag
+  for (int i = 0; i < p; ++i) pest.parms[i] = weight_of(final_point, F::kSlots[i]);
+  const long nobs = final_point.nobs;
+  if (nobs < p + 1) {
+    pest.mse = final_point.mse;
+  } else if constexpr (F::kMseScaling == MseScaling::ratio_first) {
+    pest.mse = (static_cast<double>(nobs) / static_cast<double>(nobs - p)) * final_point.mse;
+  } else {
+    pest.mse = final_point.mse * static_cast<double>(nobs) / static_cast<double>(nobs - p);
+  }
+  if (nobs >= F::stderr_min_nobs(*model)) {
+    F::std_errors(final_point.xpxdiag, pest.mse, nobs, pest.parms, pest.stderr, pest.tvals);
+  } else {
+    for (int i = 0; i < p; ++i) {
+      pest.stderr[i] = kMissing;
+      pest.tvals[i] = kMissing;
+    }
+  }
+}
+
+// The estimation driver.  Returns 0 (converged), 90 (weights usable, the
+// convergence test not met), -8 (no usable grid start) or a negative setup
+// code.  The estimate is left in model->pest, the end state of the last
+// evaluated point in model->smooth and its time-0 state in model->startvals.
+template <class F>
+int fit(WINMODEL* model) {
+  constexpr int p = F::kNumWeights;
+  FITCON fitcon;
+  std::memset(&fitcon, 0, sizeof fitcon);
+  fitcon.x = model->ts.x + model->fitrange.start;
+  fitcon.misflg = model->ts.misflg + model->fitrange.start;
+  fitcon.n = model->fitrange.nobs;
+  fitcon.scodes = model->ts.scodes ? model->ts.scodes + model->fitrange.start : nullptr;
+  fitcon.stepstart = 1.0;
+  fitcon.lambda = kStartLambda;
+  fitcon.min_nmiss = kUnevaluatedNmiss;
+  fitcon.min_mse = DBL_MAX;
+  double xnorm2 = DBL_MAX;
+
+  int rc = F::fit_setup(model, &fitcon);
+  if (rc < 0) return rc;
+
+  POINT point;
+  std::memset(&point, 0, sizeof point);
+  if (grid<F>(model, &fitcon, &point) != 0) {
+    F::fit_cleanup(model, &fitcon);
+    return kNoGridStart;
+  }
+
+  rc = kOk;
+  if (!(point.r <= kConverged)) {
+    const double norm = model->ts.descstats.norm;
+    if (norm < kBig) xnorm2 = norm * norm;
+    for (int iter = 1; iter <= kMaxIterations; ++iter) {
+      double before[p];
+      weights_of<F>(point, before);
+      if (iterate<F>(model, iter, &fitcon, &point) == kNotConverged) {
+        rc = kNotConverged;
+        break;
+      }
+      if (point.r <= kConverged) break;
+      // An exact fit: nothing left to explain and nothing moving.
+      double change = 0.0;
+      for (int i = 0; i < p; ++i) {
+        change = std::fmax(change, std::fabs(weight_of(point, F::kSlots[i]) - before[i]));
+      }
+      if (point.mse / xnorm2 <= kEps2 && change <= kEps && point.grad_norm <= kEps) break;
+    }
+  }
+
+  store_estimates<F>(model, point);
+  if (rc == kOk && point.r > kConverged) rc = kNotConverged;
+  F::fit_cleanup(model, &fitcon);
+  return rc;
+}
+
+}  // namespace smoothing::frame

@@ -1,0 +1,131 @@
+// Diagnostics of the estimation frame: the iteration trace and the check of
+// the analytic gradient against the kernel's numeric derivative.
+//
+// Both print through the host's print service and are switched off by every
+// caller (FITCON.prtflag and WINMODEL.opt.numeric stay 0); they exist for
+// whoever debugs a family's derivative recursions.  Included by frame.h.
+#pragma once
+
+#include <cmath>
+
+#include "module/host_api.h"
+
+namespace smoothing::frame {
+
+inline constexpr const char* kCheckRule = "----------------------------------------------------";
+
+// The header of the iteration trace.
+template <class F>
+void trace_head() {
+  xps("%n Iter Subit  Criterion  NMiss       MSE  ");
+  xps(F::kTraceWeightHeading);
+  if (F::kTraceExtraHeading) xps(F::kTraceExtraHeading);
+  xps("  Change  Rank  Lambda  StepSize  ");
+  xps("%n");
+}
+
+// One row of the trace: a grid point (iteration 0) or a trial.  A new page and
+// header start a row when fewer than 6 lines are left; the first row of the
+// search starts with the header, on a new page when fewer than 12 are left;
+// the first trial of a later iteration flushes the output.
+template <class F>
+void trace_row(WINMODEL* /*model*/, FITCON* fitcon, POINT* point, double stepsize) {
+  const XPPRNL* page = xpprnl(0);
+  const int left = page ? page->left : 0;
+  if (fitcon->iter == 0 && fitcon->subiter == 0) {
+    if (left < 12) xppage(0);
+    trace_head<F>();
+  } else {
+    if (left < 6) {
+      xppage(0);
+      trace_head<F>();
+    }
+    if (fitcon->subiter == 0) xpoflsh(0);
+  }
+  xps(" %4i  %4i   %8.98f  %5li  %8.98f  ", fitcon->iter, fitcon->subiter, point->r,
+      point->nmiss, point->mse);
+  double w[F::kNumWeights];
+  weights_of<F>(*point, w);
+  if constexpr (F::kNumWeights == 1) {
+    xps(F::kTraceWeightFormat, w[0]);
+  } else if constexpr (F::kNumWeights == 2) {
+    xps(F::kTraceWeightFormat, w[0], w[1]);
+  } else {
+    xps(F::kTraceWeightFormat, w[0], w[1], w[2]);
+  }
+  if (F::kTraceExtraFormat) xps(F::kTraceExtraFormat, point->dder0, point->dder1, point->phi);
+  xpsout("%8.98f  %4i  %6.98f  %8.98f  ", point->change, point->rankxpx, fitcon->lambda,
+         stepsize);
+}
+
+// One labelled row of the derivative check.  With one weight the row is the
+// exact line "     <LABEL>:  <value>" padded to the block's width; with more
+// weights the values follow each other.  `shown[i]` false leaves a blank.
+template <int P>
+void check_row(const char* single_format, const char* label, const char* value_format,
+               const double* values, const bool* shown) {
+  if constexpr (P == 1) {
+    if (shown[0]) xpsout(single_format, values[0]);
+  } else {
+    xps(label);
+    for (int i = 0; i < P; ++i) {
+      if (shown[i]) {
+        xps(value_format, values[i]);
+      } else {
+        xps("%*s", 13, "             ");
+      }
+    }
+    xpsout("");
+  }
+}
+
+// Compares the analytic gradient of the point with the kernel's central
+// difference of the mean squared error at step kCheckDelta, relative when
+// opt.relative is set, and prints the comparison.
+template <class F>
+void derivative_check(WINMODEL* model, FITCON* fitcon, POINT* point) {
+  constexpr int p = F::kNumWeights;
+  double w[p];
+  double deltas[p];
+  double numeric[p];
+  double derived[p];
+  double der_minus_num[p];
+  double per_diff[p];
+  bool all[p];
+  bool per_shown[p];
+  weights_of<F>(*point, w);
+  for (int i = 0; i < p; ++i) {
+    deltas[i] = kCheckDelta;
+    numeric[i] = kMissing;
+  }
+  F::numeric_gradient(model, fitcon, w, deltas, model->opt.relative, numeric);
+  for (int i = 0; i < p; ++i) {
+    derived[i] = point->grad[i];
+    der_minus_num[i] = derived[i] - numeric[i];
+    all[i] = true;
+    per_shown[i] = std::fabs(derived[i]) > kTiny;
+    per_diff[i] = per_shown[i] ? 1.0 - numeric[i] / derived[i] : 0.0;
+  }
+
+  xpsout(kCheckRule);
+  xpsout(F::kCheckTitle);
+  xpsout(model->opt.relative ? "     Relative Partial Derivatives Calculated        "
+                             : "     Absolute Partial Derivatives Calculated        ");
+  xpsout("     MSE = %12.4f                             ", point->mse);
+  if (F::kCheckHeading) xpsout(F::kCheckHeading);
+  check_row<p>("     WEIGHTS   :  %8.6f                          ", "     WEIGHTS   :  ",
+               "%8.6f     ", w, all);
+  check_row<p>("     DERIVED   :  %8.6f                          ", "     DERIVED   :  ",
+               "%8.6f     ", derived, all);
+  check_row<p>("     NUMERICAL :  %8.6f                          ", "     NUMERICAL :  ",
+               "%8.6f     ", numeric, all);
+  check_row<p>("     DER - NUM :  %8.6E                          ", "     DER - NUM :  ",
+               "%8.6E ", der_minus_num, all);
+  check_row<p>("     PER DIFF  :  %8.6E                          ", "     PER DIFF  :  ",
+               "%8.6E ", per_diff, per_shown);
+  check_row<p>("     DER DELTAS:  %8.2E                          ", "     DER DELTAS:  ",
+               "%8.2E     ", deltas, all);
+  xpsout(kCheckRule);
+}
+
+}  // namespace smoothing::frame
