@@ -1,0 +1,380 @@
+// Default output formats of intervals: zintfmt, zintfmm, zintfmp, zintfmd.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "intervals/interval.h"
+#include "primitives/primitives.h"
+
+// ---- A custom-interval format source for the custom branch ------------------
+//
+// The image leaves customINTFMT unresolved until the custom-interval
+// subsystem is linked in; this executable supplies one that knows a single
+// table, "HOLIDAYS", with a BEGIN variable in the format "DATE".
+namespace fake_custom {
+int calls = 0;
+int references = 0;
+std::string last_token;
+CINTCInfo* const kInfo = reinterpret_cast<CINTCInfo*>(&references);
+}  // namespace fake_custom
+
+extern "C" int customINTFMT(INTERVALX* intervalx, char* fmtname, short* namelen, short* width1, short* width2) {
+  ++fake_custom::calls;
+  fake_custom::last_token.assign(intervalx->token, static_cast<size_t>(intervalx->tokenlen));
+  *namelen = *width1 = *width2 = 0;
+  if (intervalx->cinfo == nullptr) {
+    intervalx->cinfo = fake_custom::kInfo;  // the table stays referenced by the record
+    ++fake_custom::references;
+  }
+  if (fake_custom::last_token != "HOLIDAYS") return -1;
+  std::memcpy(fmtname, "DATE", 4);
+  *namelen = 4;
+  *width1 = 11;
+  *width2 = 9;
+  return 0;
+}
+
+extern "C" void zcintcReleaseRef(CINTCInfo* cinfo) {
+  if (cinfo == fake_custom::kInfo) --fake_custom::references;
+}
+
+namespace {
+
+struct Format {
+  std::string name;
+  int width1;
+  int width2;
+  bool operator==(const Format&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& os, const Format& f) {
+  return os << '"' << f.name << "\" " << f.width1 << ' ' << f.width2;
+}
+
+// The outputs start out with values that no routine writes, so that a
+// routine that leaves one alone is caught.
+struct Outputs {
+  char name[32];
+  short namelen = -7;
+  short width1 = -7;
+  short width2 = -7;
+  Outputs() { std::memset(name, '#', sizeof(name)); }
+  Format format() const {
+    return Format{std::string(name, static_cast<size_t>(namelen < 0 ? 0 : namelen)), width1, width2};
+  }
+};
+
+INTERVAL interval(const char* text) {
+  INTERVAL iv{};
+  std::string buffer(text);
+  EXPECT_EQ(zintstr(buffer.data(), -1, &iv), 0) << text;
+  return iv;
+}
+
+Format fmt(INTERVAL* iv) {
+  Outputs out;
+  zintfmt(iv, out.name, &out.namelen, &out.width1, &out.width2);
+  EXPECT_EQ(out.name[out.namelen < 0 ? 0 : out.namelen], '#') << "no terminator is written";
+  return out.format();
+}
+
+Format fmt(const char* text) {
+  INTERVAL iv = interval(text);
+  return fmt(&iv);
+}
+
+Format fmm(INTERVAL* iv, double idval) {
+  Outputs out;
+  zintfmm(iv, idval, out.name, &out.namelen, &out.width1, &out.width2);
+  return out.format();
+}
+
+Format fmp(INTERVAL* iv, double minval, double maxval) {
+  Outputs out;
+  zintfmp(iv, minval, maxval, out.name, &out.namelen, &out.width1, &out.width2);
+  return out.format();
+}
+
+Format fmd(INTERVAL* iv) {
+  Outputs out;
+  zintfmd(iv, out.name, &out.namelen, &out.width1, &out.width2);
+  return out.format();
+}
+
+const double kMissing = skMissVal('.');
+
+// ---- zintfmt ------------------------------------------------------------------
+
+struct NamedFormat {
+  const char* text;
+  Format expected;
+};
+
+const NamedFormat kDefaultFormats[] = {
+    {"QTR", {"YYQC", 6, 4}},
+    {"QTR.2", {"MONYY", 7, 5}},
+    {"DTQTR", {"DTYYQC", 6, 4}},
+    {"DTQTR.3", {"DTMONYY", 7, 5}},
+    {"QTR2", {"YYQC", 6, 4}},
+    {"YEAR", {"YEAR", 4, 2}},
+    {"YEAR.7", {"MONYY", 7, 5}},
+    {"DTYEAR", {"DTYEAR", 4, 2}},
+    {"DTYEAR2.13", {"DTMONYY", 7, 5}},
+    {"MONTH", {"MONYY", 7, 5}},
+    {"MONTH3.2", {"MONYY", 7, 5}},
+    {"DTMONTH", {"DTMONYY", 7, 5}},
+    {"SEMIYEAR", {"MONYY", 7, 5}},
+    {"SEMIYEAR.4", {"MONYY", 7, 5}},
+    {"R445YR", {"WEEKV", 9, 7}},
+    {"R454MON", {"WEEKV", 9, 7}},
+    {"R544QTR.2", {"WEEKV", 9, 7}},
+    {"WEEKV", {"WEEKV", 9, 7}},
+    {"YEARV", {"WEEKV", 9, 7}},
+    {"DTYEARV", {"DTWEEKV", 9, 7}},
+    {"DTR445MON", {"DTWEEKV", 9, 7}},
+    {"WEEK", {"WEEKDATX", 17, 15}},
+    {"WEEK.2", {"WEEKDATX", 17, 15}},
+    {"DTWEEK", {"DTWKDATX", 17, 15}},
+    {"DAY", {"DATE", 9, 7}},
+    {"WEEKDAY", {"DATE", 9, 7}},
+    {"WEEKDAY67W", {"DATE", 9, 7}},
+    {"TENDAY", {"DATE", 9, 7}},
+    {"SEMIMONTH", {"DATE", 9, 7}},
+    {"DTDAY", {"DTDATE", 9, 7}},
+    {"TTENDAY", {"DTDATE", 9, 7}},
+    {"SECOND", {"DATETIME", 16, 16}},
+    {"SECOND5", {"DATETIME", 16, 16}},
+    {"MINUTE", {"DATETIME", 13, 13}},
+    {"MINUTE2.2", {"DATETIME", 16, 16}},
+    {"HOUR", {"DATETIME", 10, 10}},
+    {"DTHOUR", {"DATETIME", 10, 10}},
+    {"HOUR3.2", {"DATETIME", 13, 13}},
+    {"OBS", {"F", 6, 4}},
+    {"OBS7.", {"F", 6, 4}},
+    {"12", {"F", 6, 4}},
+    {"NONE", {"D", 9, 7}},  // intcode 0 is tested before the units
+    {"DTNONE", {"D", 9, 7}},
+    {"DTOBS", {"DATETIME", 16, 16}},  // OBS in datetime units: no row of its own
+};
+
+TEST(Zintfmt, DefaultFormatOfEveryInterval) {
+  for (const NamedFormat& c : kDefaultFormats) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(fmt(c.text), c.expected);
+  }
+}
+
+TEST(Zintfmt, RecordsWithoutAName) {
+  EXPECT_EQ(fmt(static_cast<INTERVAL*>(nullptr)), (Format{"D", 9, 7}));
+  INTERVAL cleared{};
+  EXPECT_EQ(fmt(&cleared), (Format{"D", 9, 7}));
+
+  // Codes outside the table: dates for date units, datetimes otherwise.
+  struct Case {
+    int intcode;
+    char units;
+    Format expected;
+  };
+  const Case cases[] = {
+      {28, 'd', {"DATE", 9, 7}},     {28, 's', {"DATETIME", 16, 16}}, {58, 'd', {"DATE", 9, 7}},
+      {12, 's', {"DATETIME", 16, 16}}, {28, 'o', {"F", 6, 4}},         {28, 'u', {"F", 6, 4}},
+      {kIntMonth, 'u', {"F", 6, 4}},   {kIntCustom, 'o', {"F", 6, 4}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.intcode << c.units);
+    INTERVAL iv{};
+    iv.intcode = static_cast<char>(c.intcode);
+    iv.units = c.units;
+    iv.intper = 1;
+    EXPECT_EQ(fmt(&iv), c.expected);
+  }
+}
+
+INTERVAL custom_interval(const char* token, char units) {
+  INTERVAL iv{};
+  iv.intcode = kIntCustom;
+  iv.units = units;
+  iv.intper = 1;
+  iv.tokenlen = static_cast<short>(std::strlen(token));
+  std::memcpy(iv.token, token, static_cast<size_t>(iv.tokenlen));
+  return iv;
+}
+
+TEST(Zintfmt, CustomIntervalsTakeTheFormatOfTheirTable) {
+  fake_custom::calls = 0;
+  fake_custom::references = 0;
+  INTERVAL plain = custom_interval("HOLIDAYS", 'd');
+  EXPECT_EQ(fmt(&plain), (Format{"DATE", 11, 9}));
+  EXPECT_EQ(fake_custom::calls, 1);
+  EXPECT_EQ(fake_custom::references, 0);  // the copy's reference was given back
+  EXPECT_EQ(plain.tokenlen, 8);
+}
+
+TEST(Zintfmt, CustomIntervalWithMultiplierRetriesWithoutIt) {
+  fake_custom::calls = 0;
+  fake_custom::references = 0;
+  INTERVAL shifted = custom_interval("HOLIDAYS2.2", 's');
+  EXPECT_EQ(fmt(&shifted), (Format{"DATE", 11, 9}));
+  EXPECT_EQ(fake_custom::calls, 2);
+  EXPECT_EQ(fake_custom::last_token, "HOLIDAYS");
+  EXPECT_EQ(shifted.tokenlen, 11);  // the caller's record is untouched
+  EXPECT_EQ(fake_custom::references, 0);
+}
+
+TEST(Zintfmt, UnknownCustomIntervalLeavesWhatTheTableRoutineWrote) {
+  fake_custom::calls = 0;
+  fake_custom::references = 0;
+  // A name is asked for once more after its trailing digits and "." are
+  // dropped, even when there were none.
+  INTERVAL unknown = custom_interval("NOSUCH", 'd');
+  EXPECT_EQ(fmt(&unknown), (Format{"", 0, 0}));
+  EXPECT_EQ(fake_custom::calls, 2);
+
+  // Nothing is left of a name of digits and ".": no second try.
+  INTERVAL digits_only = custom_interval("2.2", 'd');
+  EXPECT_EQ(fmt(&digits_only), (Format{"", 0, 0}));
+  EXPECT_EQ(fake_custom::calls, 3);
+  EXPECT_EQ(fake_custom::references, 0);
+}
+
+// ---- zintfmm ------------------------------------------------------------------
+
+TEST(Zintfmm, SmallValuesOfTimeIntervalsAreTimesOfDay) {
+  struct Case {
+    const char* text;
+    double idval;
+    Format expected;
+  };
+  const Case cases[] = {
+      {"HOUR", 3600.0, {"TIME", 10, 8}},
+      {"HOUR", 0.0, {"TIME", 10, 8}},
+      {"HOUR", 86400.0, {"TIME", 10, 8}},  // the span is closed
+      {"HOUR", 86400.5, {"DATETIME", 10, 10}},
+      {"HOUR", -1.0, {"DATETIME", 10, 10}},
+      {"HOUR2.2", 172801.0, {"TIME", 13, 8}},  // span 1 + 2 * 86400
+      {"HOUR2.2", 172801.5, {"DATETIME", 13, 13}},
+      {"DTHOUR", 3600.0, {"TIME", 10, 8}},
+      {"SECOND", 59.0, {"TIME", 10, 8}},
+      {"MINUTE", 600.0, {"TIME", 10, 8}},
+      {"MINUTE3.2", 600.0, {"TIME", 13, 8}},
+      {"DAY", 3.0, {"DATE", 9, 7}},
+      {"OBS", 3.0, {"F", 6, 4}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.text << " " << c.idval);
+    INTERVAL iv = interval(c.text);
+    EXPECT_EQ(fmm(&iv, c.idval), c.expected);
+  }
+}
+
+TEST(Zintfmm, OutsideTheConditionTheDefaultFormatStands) {
+  INTERVAL hour = interval("HOUR");
+  EXPECT_EQ(fmm(&hour, kMissing), (Format{"DATETIME", 10, 10}));
+  EXPECT_EQ(fmm(&hour, skMissVal('A')), (Format{"DATETIME", 10, 10}));
+  EXPECT_EQ(fmm(nullptr, 3600.0), (Format{"D", 9, 7}));
+  INTERVAL cleared{};
+  EXPECT_EQ(fmm(&cleared, 3600.0), (Format{"D", 9, 7}));
+  INTERVAL hour_in_obs = hour;
+  hour_in_obs.units = 'o';
+  EXPECT_EQ(fmm(&hour_in_obs, 3600.0), (Format{"F", 6, 4}));
+}
+
+// ---- zintfmp ------------------------------------------------------------------
+
+TEST(Zintfmp, ElapsedTimesByTheirRange) {
+  struct Case {
+    const char* text;
+    double minval;
+    double maxval;
+    Format expected;
+  };
+  const Case cases[] = {
+      {"MINUTE", 0, 90, {"HHMM", 3, 3}},
+      // SECOND: minutes and seconds up to 1000 periods, a time beyond.
+      {"SECOND", 0, 59, {"MMSS", 5, 5}},
+      {"SECOND", 0, 900, {"MMSS", 5, 5}},
+      {"SECOND", 0, 1001, {"TIME", 6, 6}},
+      {"SECOND", 0, 6000, {"TIME", 6, 6}},
+      {"SECOND100", 0, 99900, {"MMSS", 6, 6}},    // 999 periods, 1665 minutes
+      {"SECOND1000", 0, 999000, {"TIME", 8, 8}},  // 277 hours
+      {"SECOND", 0, 1e30, {"TIME", 20, 20}},      // widths are capped
+      // MINUTE
+      {"MINUTE", 0, 60 * 2000.0, {"HHMM", 4, 4}},    // 2000 periods, 33 hours
+      {"MINUTE", 0, 60 * 999.0, {"HHMM", 5, 5}},     // 999 minutes
+      {"MINUTE10", 0, 600 * 900.0, {"HHMM", 5, 5}},  // 150 hours
+      // HOUR
+      {"HOUR", 0, 3600 * 10.0, {"HHMM", 4, 1}},
+      {"HOUR", 0, 3600 * 2000.0, {"HOUR", 3, 3}},
+      {"HOUR", 0, 3600 * 99.0, {"HHMM", 4, 1}},
+      // 1000 hours: log(1000) / 2.302585092994046 is just below 3.
+      {"HOUR", 0, 3600 * 1000.0, {"HHMM", 5, 2}},
+      {"HOUR", 3600 * 20.0, 3600 * 20.0, {"HHMM", 3, 0}},  // no periods
+      // minval at the top of its range: twice the span of a day.
+      {"HOUR", 172800.0, 172800.0 + 3600 * 5, {"HHMM", 3, 0}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.text << " " << c.minval << ".." << c.maxval);
+    INTERVAL iv = interval(c.text);
+    EXPECT_EQ(fmp(&iv, c.minval, c.maxval), c.expected);
+  }
+}
+
+TEST(Zintfmp, OutsideTheConditionTheDefaultFormatStands) {
+  struct Case {
+    const char* text;
+    double minval;
+    double maxval;
+    Format expected;
+  };
+  const Case cases[] = {
+      {"DTMINUTE", 0, 90, {"DATETIME", 13, 13}},  // spelled with DT
+      {"dtminute", 0, 90, {"DATETIME", 13, 13}},
+      {"HOUR", -1, 3600, {"DATETIME", 10, 10}},
+      {"HOUR", 172800.5, 180000, {"DATETIME", 10, 10}},
+      {"DAY", 0, 90, {"DATE", 9, 7}},
+      {"OBS", 0, 90, {"F", 6, 4}},
+      {"NONE", 0, 90, {"D", 9, 7}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.text << " " << c.minval << ".." << c.maxval);
+    INTERVAL iv = interval(c.text);
+    EXPECT_EQ(fmp(&iv, c.minval, c.maxval), c.expected);
+  }
+  INTERVAL minute = interval("MINUTE");
+  EXPECT_EQ(fmp(&minute, kMissing, 90), (Format{"DATETIME", 13, 13}));
+  EXPECT_EQ(fmp(&minute, 0, kMissing), (Format{"DATETIME", 13, 13}));
+  EXPECT_EQ(fmp(nullptr, 0, 90), (Format{"D", 9, 7}));
+}
+
+// ---- zintfmd ------------------------------------------------------------------
+
+TEST(Zintfmd, DurationOfOneInterval) {
+  const NamedFormat cases[] = {
+      {"SECOND", {"MMSS", 5, 5}},        {"SECOND5", {"MMSS", 5, 5}},
+      {"SECOND6", {"MMSS", 6, 5}},       {"SECOND15", {"MMSS", 6, 5}},
+      {"SECOND16", {"TIME", 8, 5}},      {"SECOND86399", {"TIME", 8, 5}},
+      {"SECOND86400", {"DATETIME", 16, 16}},
+      {"MINUTE15", {"HHMM", 6, 5}},      {"MINUTE16", {"HHMM", 7, 5}},
+      {"MINUTE60", {"HHMM", 7, 5}},      {"MINUTE61", {"HHMM", 7, 6}},
+      {"MINUTE1439", {"HHMM", 7, 6}},    {"MINUTE1440", {"DATETIME", 13, 13}},
+      {"MINUTE1440.2", {"DATETIME", 16, 16}},
+      {"HOUR", {"HHMM", 10, 8}},         {"HOUR4", {"HHMM", 10, 8}},
+      {"HOUR5", {"HHMM", 11, 8}},        {"HOUR23", {"HHMM", 11, 8}},
+      {"HOUR24", {"DATETIME", 10, 10}},  {"THOUR", {"HHMM", 10, 8}},
+      {"DTHOUR", {"DATETIME", 10, 10}},  // its token begins with "D"
+      {"DTSECOND5", {"DATETIME", 16, 16}},
+      {"DAY", {"DATE", 9, 7}},           {"MONTH", {"MONYY", 7, 5}},
+      {"OBS", {"F", 6, 4}},              {"NONE", {"D", 9, 7}},
+  };
+  for (const NamedFormat& c : cases) {
+    SCOPED_TRACE(c.text);
+    INTERVAL iv = interval(c.text);
+    EXPECT_EQ(fmd(&iv), c.expected);
+  }
+  EXPECT_EQ(fmd(nullptr), (Format{"D", 9, 7}));
+}
+
+}  // namespace
