@@ -1,0 +1,434 @@
+// Start-value regressions: every model of ztsrdmy against an independent
+// least-squares solve, and the short, empty and failing cases.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "primitives/primitives.h"
+#include "regression/regression.h"
+#include "support/trend_session.h"
+
+namespace {
+
+using trend_test::least_squares;
+
+const double kMiss = esf::kMissing;
+
+bool is_miss(double d) { return wzmis(d) != 0; }
+
+TEST(Gettime, ClosedFormsEqualTheSumsOfPowers) {
+  for (long n : {1L, 2L, 3L, 12L, 144L, 1000L}) {
+    SCOPED_TRACE(n);
+    double s1 = 0, s2 = 0, s3 = 0, s4 = 0;
+    for (long t = 1; t <= n; ++t) {
+      const double d = static_cast<double>(t);
+      s1 += d;
+      s2 += d * d;
+      s3 += d * d * d;
+      s4 += d * d * d * d;
+    }
+    double ts1 = 0, ts2 = 0, ts3 = 0, ts4 = 0;
+    regression::gettime(n, &ts1, &ts2, &ts3, &ts4);
+    EXPECT_EQ(ts1, s1);
+    EXPECT_EQ(ts2, s2);
+    EXPECT_EQ(ts3, s3);
+    EXPECT_EQ(ts4, s4);
+  }
+  regression::gettime(5, nullptr, nullptr, nullptr, nullptr);  // null outputs are allowed
+}
+
+// Which points of a series are missing.
+enum class Gaps { none, sparse, block, empty_season };
+
+struct ModelCase {
+  const char* name;
+  int model;   // bits: 1 constant, 2 trend, 4 quadratic, 8 seasonal dummies
+  long n;
+  int ns;
+  Gaps gaps;
+};
+
+const ModelCase kModelCases[] = {
+    {"mean", 1, 40, 0, Gaps::none},
+    {"mean_gaps", 1, 40, 0, Gaps::sparse},
+    {"origin_line", 2, 30, 0, Gaps::sparse},
+    {"line", 3, 144, 0, Gaps::none},
+    {"line_gaps", 3, 144, 0, Gaps::block},
+    {"origin_quadratic", 6, 50, 0, Gaps::sparse},
+    {"quadratic", 7, 60, 0, Gaps::none},
+    {"quadratic_gaps", 7, 144, 0, Gaps::block},
+    {"season_means", 8, 50, 4, Gaps::sparse},
+    {"season_deviations", 9, 50, 4, Gaps::block},
+    {"season_constants_line", 10, 49, 12, Gaps::sparse},
+    {"centred_seasons_line", 11, 144, 12, Gaps::none},
+    {"centred_seasons_line_gaps", 11, 100, 12, Gaps::block},
+    {"centred_seasons_line_empty", 11, 37, 4, Gaps::empty_season},
+    {"season_constants_quadratic", 14, 61, 5, Gaps::sparse},
+    {"centred_seasons_quadratic", 15, 144, 12, Gaps::block},
+    {"centred_seasons_quadratic_empty", 15, 40, 4, Gaps::empty_season},
+};
+
+struct Series {
+  std::vector<double> y;
+  std::vector<char> misflg;
+};
+
+Series make_series(const ModelCase& c) {
+  Series s;
+  trend_test::Noise noise(static_cast<std::uint64_t>(c.model * 1000 + c.n));
+  const double season[12] = {3, -1, 0.5, 2, -2.5, 1, -0.5, 4, -3, 0.25, -1.75, -2};
+  for (long i = 0; i < c.n; ++i) {
+    const double t = static_cast<double>(i + 1);
+    double v = 20.0 + 0.7 * t - 0.004 * t * t + noise.next();
+    if (c.ns > 0) v += season[i % c.ns];
+    bool gap = false;
+    switch (c.gaps) {
+      case Gaps::none: break;
+      case Gaps::sparse: gap = i % 7 == 3; break;
+      case Gaps::block: gap = i >= c.n / 3 && i < c.n / 3 + 5; break;
+      case Gaps::empty_season: gap = c.ns > 0 && i % c.ns == 1; break;
+    }
+    s.y.push_back(gap ? kMiss : v);
+    s.misflg.push_back(gap ? 1 : 0);
+  }
+  return s;
+}
+
+// The coefficients a correct fit gives, by a least-squares solve on the
+// design matrix written out in full. Seasons without a point are left out
+// of the design and get a missing coefficient.
+struct Expected {
+  double c = kMiss, t = kMiss, q = kMiss;
+  std::vector<double> sd;
+};
+
+Expected reference(const ModelCase& c, const Series& s) {
+  Expected e;
+  const bool con = c.model & 1, tre = c.model & 2, quad = c.model & 4, sea = c.model & 8;
+  std::vector<long> count(std::max(c.ns, 1), 0);
+  std::vector<double> ssum(std::max(c.ns, 1), 0.0);
+  double total = 0;
+  long nn = 0;
+  for (long i = 0; i < c.n; ++i) {
+    if (s.misflg[i]) continue;
+    total += s.y[i];
+    ++nn;
+    if (sea) {
+      ++count[i % c.ns];
+      ssum[i % c.ns] += s.y[i];
+    }
+  }
+  if (sea && !tre) {
+    // Season means; with a constant, deviations from the mean of all points.
+    const double mu = total / nn;
+    if (con) e.c = mu;
+    for (int k = 0; k < c.ns; ++k) {
+      e.sd.push_back(count[k] == 0 ? kMiss : ssum[k] / count[k] - (con ? mu : 0.0));
+    }
+    return e;
+  }
+  if (c.model == 1) {
+    e.c = total / nn;
+    return e;
+  }
+  std::vector<int> season_col(std::max(c.ns, 1), -1);
+  int cols = 0;
+  if (sea) {
+    for (int k = 0; k < c.ns; ++k) {
+      if (count[k] > 0) season_col[k] = cols++;
+    }
+  } else if (con) {
+    ++cols;
+  }
+  const int tcol = tre ? cols++ : -1;
+  const int qcol = quad ? cols++ : -1;
+  std::vector<long double> x, y;
+  int rows = 0;
+  for (long i = 0; i < c.n; ++i) {
+    if (s.misflg[i]) continue;
+    const long double t = i + 1;
+    std::vector<long double> row(cols, 0.0L);
+    if (sea) row[season_col[i % c.ns]] = 1.0L;
+    else if (con) row[0] = 1.0L;
+    if (tre) row[tcol] = t;
+    if (quad) row[qcol] = t * t;
+    x.insert(x.end(), row.begin(), row.end());
+    y.push_back(s.y[i]);
+    ++rows;
+  }
+  const std::vector<double> beta = least_squares(x, y, rows, cols);
+  if (tre) e.t = beta[tcol];
+  if (quad) e.q = beta[qcol];
+  if (sea) {
+    double sum = 0;
+    for (int k = 0; k < c.ns; ++k) {
+      e.sd.push_back(count[k] == 0 ? kMiss : beta[season_col[k]]);
+      if (count[k] > 0) sum += beta[season_col[k]];
+    }
+    if (con) {
+      // Centred dummies: the constant is their mean over all ns seasons.
+      e.c = sum / c.ns;
+      for (double& d : e.sd) {
+        if (!is_miss(d)) d -= e.c;
+      }
+    }
+  } else if (con) {
+    e.c = beta[0];
+  }
+  return e;
+}
+
+void expect_close(const char* what, double got, double want, double tol) {
+  SCOPED_TRACE(what);
+  if (is_miss(want)) {
+    EXPECT_TRUE(is_miss(got)) << got;
+    return;
+  }
+  ASSERT_FALSE(is_miss(got));
+  EXPECT_NEAR(got, want, tol * (1.0 + std::fabs(want)));
+}
+
+class ModelTest : public ::testing::TestWithParam<ModelCase> {
+ protected:
+  void SetUp() override { trend_test::connect_module(); }
+};
+
+TEST_P(ModelTest, MatchesIndependentLeastSquares) {
+  const ModelCase& c = GetParam();
+  Series s = make_series(c);
+  const bool con = c.model & 1, tre = c.model & 2, quad = c.model & 4, sea = c.model & 8;
+  double cc = 0, tc = 0, qc = 0;
+  std::vector<double> sd(std::max(c.ns, 1), 0.0);
+  std::vector<double> res(c.n, 0.0);
+  const int status = ztsrdmy(s.y.data(), s.misflg.data(), c.n, c.ns, con ? &cc : nullptr,
+                             tre ? &tc : nullptr, quad ? &qc : nullptr,
+                             sea ? sd.data() : nullptr, res.data());
+  const Expected e = reference(c, s);
+  const bool has_empty = c.gaps == Gaps::empty_season;
+  // Only the dummy-and-trend fits report an empty season as a reduced fit.
+  EXPECT_EQ(status, has_empty && tre ? 1 : 0);
+
+  // The normal equations of a quadratic in t are badly conditioned; the
+  // sweep in double keeps about eight digits of their coefficients.
+  const double tol = quad ? 1e-6 : 1e-9;
+  if (con) expect_close("ccoef", cc, e.c, tol);
+  if (tre) expect_close("tcoef", tc, e.t, tol);
+  if (quad) expect_close("qcoef", qc, e.q, tol);
+  if (sea) {
+    for (int k = 0; k < c.ns; ++k) {
+      expect_close(("sdcoef " + std::to_string(k)).c_str(), sd[k], e.sd[k], tol);
+    }
+  }
+
+  // Residuals: y less the fitted terms, and a copy of y where no fit exists.
+  for (long i = 0; i < c.n; ++i) {
+    SCOPED_TRACE(i);
+    const double sdk = sea ? sd[i % c.ns] : 0.0;
+    if (s.misflg[i] || is_miss(sdk)) {
+      EXPECT_EQ(std::bit_cast<std::uint64_t>(res[i]), std::bit_cast<std::uint64_t>(s.y[i]));
+      continue;
+    }
+    const double t = static_cast<double>(i + 1);
+    const double fit = (con ? cc : 0.0) + (tre ? tc * t : 0.0) + (quad ? qc * t * t : 0.0) + sdk;
+    EXPECT_NEAR(res[i], s.y[i] - fit, 1e-9 * (1.0 + std::fabs(s.y[i])));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllModels, ModelTest, ::testing::ValuesIn(kModelCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+class RegressionEdge : public ::testing::Test {
+ protected:
+  void SetUp() override { trend_test::connect_module(); }
+};
+
+TEST_F(RegressionEdge, OnePointIsTooFewAndNothingAskedWinsOverIt) {
+  double y[1] = {5.0};
+  char m[1] = {0};
+  double c = 1, t = 1;
+  EXPECT_EQ(ztsrdmy(y, m, 1, 0, &c, &t, nullptr, nullptr, nullptr), -2);
+  EXPECT_TRUE(is_miss(c));
+  EXPECT_TRUE(is_miss(t));
+  EXPECT_EQ(ztsrdmy(y, m, 1, 0, nullptr, nullptr, nullptr, nullptr, nullptr), -3);
+}
+
+TEST_F(RegressionEdge, ExactSeasonalLineIsRecovered) {
+  // y(t) = 10 + 2t + (1, 0, -1)[s]
+  const double pattern[3] = {1, 0, -1};
+  std::vector<double> y;
+  std::vector<char> m(9, 0);
+  for (int i = 0; i < 9; ++i) y.push_back(10.0 + 2.0 * (i + 1) + pattern[i % 3]);
+  double c = 0, t = 0, sd[3] = {};
+  EXPECT_EQ(ztsrdmy(y.data(), m.data(), 9, 3, &c, &t, nullptr, sd, nullptr), 0);
+  EXPECT_NEAR(c, 10.0, 1e-12);
+  EXPECT_NEAR(t, 2.0, 1e-12);
+  for (int k = 0; k < 3; ++k) EXPECT_NEAR(sd[k], pattern[k], 1e-12);
+}
+
+TEST_F(RegressionEdge, TwoSeasonsSetNoSeasonalBitButAreCleared) {
+  double y[5] = {1, 2, 3, 4, 5};
+  char m[5] = {};
+  double c = 0, sd[2] = {7, 7};
+  EXPECT_EQ(ztsrdmy(y, m, 5, 2, &c, nullptr, nullptr, sd, nullptr), 0);
+  EXPECT_DOUBLE_EQ(c, 3.0);
+  EXPECT_TRUE(is_miss(sd[0]));
+  EXPECT_TRUE(is_miss(sd[1]));
+  // With n of 2 the short path still fills them.
+  EXPECT_EQ(ztsrdmy(y, m, 2, 2, &c, nullptr, nullptr, sd, nullptr), 1);
+  EXPECT_DOUBLE_EQ(c, 1.5);
+  EXPECT_DOUBLE_EQ(sd[0], -0.5);
+  EXPECT_DOUBLE_EQ(sd[1], 0.5);
+}
+
+TEST_F(RegressionEdge, ShortSeriesGivesEachPointItsSeason) {
+  double y[5] = {4, 8, kMiss, 6, 2};
+  char m[5] = {0, 0, 1, 0, 0};
+  double c = 0, t = 9, sd[5] = {};
+  double res[5] = {};
+  EXPECT_EQ(ztsrdmy(y, m, 5, 5, &c, &t, nullptr, sd, res), 1);
+  EXPECT_DOUBLE_EQ(c, 5.0);
+  EXPECT_EQ(t, 0.0);
+  const double want[5] = {-1, 3, kMiss, 1, -3};
+  for (int k = 0; k < 5; ++k) {
+    if (k == 2) {
+      EXPECT_TRUE(is_miss(sd[k]));
+      EXPECT_TRUE(is_miss(res[k]));
+    } else {
+      EXPECT_DOUBLE_EQ(sd[k], want[k]);
+      EXPECT_NEAR(res[k], 0.0, 1e-12);
+    }
+  }
+  // Longer cycles than points leave the remaining seasons missing.
+  double sd7[7] = {};
+  EXPECT_EQ(ztsrdmy(y, m, 5, 7, nullptr, nullptr, nullptr, sd7, nullptr), 1);
+  EXPECT_EQ(sd7[0], 4.0);
+  EXPECT_TRUE(is_miss(sd7[5]));
+  EXPECT_TRUE(is_miss(sd7[6]));
+}
+
+TEST_F(RegressionEdge, OneMorePointThanSeasonsRunsTheFullRegression) {
+  // Only season 0 holds two points; its slope alone makes the trend.
+  double y[4] = {1, 5, 7, 4};
+  char m[4] = {};
+  double c = 0, t = 0, sd[3] = {};
+  EXPECT_EQ(ztsrdmy(y, m, 4, 3, &c, &t, nullptr, sd, nullptr), 0);
+  EXPECT_NEAR(t, 1.0, 1e-12);  // (4 - 1) / (4 - 1)
+  // Dummies 1 - 1, 5 - 2, 7 - 3 = 0, 3, 4, centred on their mean 7/3.
+  EXPECT_NEAR(c, 7.0 / 3.0, 1e-12);
+  EXPECT_NEAR(sd[0], -7.0 / 3.0, 1e-12);
+  EXPECT_NEAR(sd[1], 3.0 - 7.0 / 3.0, 1e-12);
+  EXPECT_NEAR(sd[2], 4.0 - 7.0 / 3.0, 1e-12);
+}
+
+TEST_F(RegressionEdge, AllMissingIsTooFewInEveryModel) {
+  std::vector<double> y(12, kMiss);
+  std::vector<char> m(12, 1);
+  double c, t, q, sd[3];
+  for (int model : {1, 2, 3, 6, 7, 8, 9, 10, 11, 14, 15}) {
+    SCOPED_TRACE(model);
+    const int status = ztsrdmy(y.data(), m.data(), 12, 3, (model & 1) ? &c : nullptr,
+                               (model & 2) ? &t : nullptr, (model & 4) ? &q : nullptr,
+                               (model & 8) ? sd : nullptr, nullptr);
+    EXPECT_EQ(status, -2);
+    if (model & 1) {
+      EXPECT_TRUE(is_miss(c));
+    }
+    if (model & 2) {
+      EXPECT_TRUE(is_miss(t));
+    }
+    if (model & 8) {
+      EXPECT_TRUE(is_miss(sd[0]));
+    }
+  }
+}
+
+TEST_F(RegressionEdge, EmptySeasonInMeansModelIsAFullFit) {
+  double y[9] = {1, kMiss, 3, 4, kMiss, 6, 7, kMiss, 9};
+  char m[9] = {0, 1, 0, 0, 1, 0, 0, 1, 0};
+  double c = 0, sd[3] = {};
+  EXPECT_EQ(ztsrdmy(y, m, 9, 3, &c, nullptr, nullptr, sd, nullptr), 0);
+  EXPECT_DOUBLE_EQ(c, 30.0 / 6.0);
+  EXPECT_DOUBLE_EQ(sd[0], 4.0 - 5.0);
+  EXPECT_TRUE(is_miss(sd[1]));
+  EXPECT_DOUBLE_EQ(sd[2], 6.0 - 5.0);
+}
+
+TEST_F(RegressionEdge, EverySeasonWithOnePointIsAReducedFit) {
+  // n > ns, but missing points leave each season a single value.
+  double y[6] = {1, 2, 3, kMiss, kMiss, kMiss};
+  char m[6] = {0, 0, 0, 1, 1, 1};
+  double c = 0, t = 0, sd[3] = {};
+  EXPECT_EQ(ztsrdmy(y, m, 6, 3, &c, &t, nullptr, sd, nullptr), 1);
+  EXPECT_EQ(t, 0.0);
+  EXPECT_DOUBLE_EQ(c, 2.0);
+  EXPECT_DOUBLE_EQ(sd[0], -1.0);
+  EXPECT_DOUBLE_EQ(sd[2], 1.0);
+  double sdm[3] = {};
+  EXPECT_EQ(ztsrdmy(y, m, 6, 3, nullptr, nullptr, nullptr, sdm, nullptr), 1);
+  EXPECT_DOUBLE_EQ(sdm[1], 2.0);
+}
+
+TEST_F(RegressionEdge, LineThroughOneRemainingPoint) {
+  double y[2] = {kMiss, 7.5};
+  char m[2] = {1, 0};
+  double c = 0, t = 0;
+  EXPECT_EQ(ztsrdmy(y, m, 2, 0, &c, &t, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(t, 0.0);
+  EXPECT_EQ(c, 7.5);
+  // Through the origin the one point still fixes the slope.
+  EXPECT_EQ(ztsrdmy(y, m, 2, 0, nullptr, &t, nullptr, nullptr, nullptr), 0);
+  EXPECT_DOUBLE_EQ(t, 2.0 * 7.5 / 4.0);
+  // A quadratic through one point puts the value in the constant.
+  double q = 1;
+  EXPECT_EQ(ztsrdmy(y, m, 2, 0, &c, &t, &q, nullptr, nullptr), 0);
+  EXPECT_EQ(q, 0.0);
+  EXPECT_EQ(c, 7.5);
+  EXPECT_EQ(t, 0.0);
+}
+
+TEST_F(RegressionEdge, QuadraticWithoutLinearTermHasNoRoutine) {
+  double y[4] = {1, 2, 3, 4};
+  char m[4] = {};
+  double c = 0, q = 0;
+  EXPECT_EQ(ztsrdmy(y, m, 4, 0, &c, nullptr, &q, nullptr, nullptr), -99);
+}
+
+TEST_F(RegressionEdge, NoMemoryLeavesOutputsMissingAndReturnsEveryBlock) {
+  ModelCase c{"gaps", 15, 48, 12, Gaps::sparse};
+  Series s = make_series(c);
+  const std::size_t before = esf::host::pool_outstanding();
+  for (long grant : {0L, 1L, 3L, 4L}) {
+    SCOPED_TRACE(grant);
+    double cc = 0, tc = 0, qc = 0, sd[12] = {};
+    esf::host::pool_fail_after(grant);
+    const int status = ztsrdmy(s.y.data(), s.misflg.data(), c.n, c.ns, &cc, &tc, &qc, sd, nullptr);
+    esf::host::pool_fail_after(-1);
+    EXPECT_EQ(status, -1);
+    EXPECT_TRUE(is_miss(cc));
+    EXPECT_TRUE(is_miss(tc));
+    EXPECT_TRUE(is_miss(qc));
+    EXPECT_TRUE(is_miss(sd[0]));
+    EXPECT_EQ(esf::host::pool_outstanding(), before);
+  }
+  // After the failures the same call succeeds and still returns its blocks.
+  double cc = 0, tc = 0, qc = 0, sd[12] = {};
+  EXPECT_EQ(ztsrdmy(s.y.data(), s.misflg.data(), c.n, c.ns, &cc, &tc, &qc, sd, nullptr), 0);
+  EXPECT_EQ(esf::host::pool_outstanding(), before);
+}
+
+TEST_F(RegressionEdge, InputIsLeftAlone) {
+  ModelCase c{"gaps", 11, 30, 4, Gaps::sparse};
+  Series s = make_series(c);
+  const Series copy = s;
+  double cc, tc, sd[4], res[30];
+  ztsrdmy(s.y.data(), s.misflg.data(), c.n, c.ns, &cc, &tc, nullptr, sd, res);
+  EXPECT_EQ(0, std::memcmp(s.y.data(), copy.y.data(), sizeof(double) * c.n));
+  EXPECT_EQ(s.misflg, copy.misflg);
+}
+
+}  // namespace
