@@ -1,0 +1,528 @@
+// Date primitives: the host's date routines, the shared civil and ISO-week
+// arithmetic, year/week/day conversions, retail calendars and day counts.
+// Expectations come from std::chrono (support/calendar_oracle.h), from
+// literal tables, and from round trips over the whole date range.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+
+#include "host/host_dates.h"
+#include "intervals/calendar_arith.h"
+#include "intervals/interval.h"
+#include "primitives/primitives.h"
+#include "support/calendar_oracle.h"
+
+namespace {
+
+using oracle::day_of;
+
+tchar kFmtV[] = "V";
+tchar kFmtU[] = "U";
+tchar kFmtW[] = "W";
+tchar kFmtX[] = "X";
+
+struct YearWeekDay {
+  double year;
+  double week;
+  double day;
+};
+
+YearWeekDay ywd(double date, tchar* fmt) {
+  YearWeekDay r{};
+  EXPECT_EQ(zidywdd(date, fmt, 1, &r.year, &r.week, &r.day), 0);
+  return r;
+}
+
+// ---- The civil-day core -------------------------------------------------------
+
+// Every day of the library's range and a margin round-trips through the
+// civil conversion, and consecutive days are consecutive dates.
+TEST(CivilCore, EveryDayOfTheRangeRoundTrips) {
+  calendar::CivilDate prev = calendar::civil_from_days(oracle::kFirstDay - 1001);
+  for (long x = oracle::kFirstDay - 1000; x <= oracle::kLastDay + 1000; ++x) {
+    const calendar::CivilDate c = calendar::civil_from_days(x);
+    ASSERT_EQ(calendar::days_from_civil(c.year, c.month, c.day), x);
+    const bool next_in_month = c.year == prev.year && c.month == prev.month && c.day == prev.day + 1;
+    const bool first_of_month = c.day == 1 && prev.day == calendar::last_day_of_month(prev.year, prev.month) &&
+                                (c.month == prev.month + 1 || (c.month == 1 && prev.month == 12 && c.year == prev.year + 1));
+    ASSERT_TRUE(next_in_month || first_of_month) << "at day " << x;
+    prev = c;
+  }
+}
+
+// One 400-year era of the core against std::chrono, day by day, on both
+// sides of the epoch and of year 0.
+TEST(CivilCore, EraAgreesWithChrono) {
+  for (const long start : {-146097L * 5 - 200, -3653L, 14000L}) {
+    for (long x = start; x < start + 146097; ++x) {
+      const calendar::CivilDate c = calendar::civil_from_days(x);
+      const auto ymd = oracle::ymd_of(x);
+      ASSERT_EQ(c.year, static_cast<int>(ymd.year())) << x;
+      ASSERT_EQ(c.month, static_cast<int>(static_cast<unsigned>(ymd.month()))) << x;
+      ASSERT_EQ(c.day, static_cast<int>(static_cast<unsigned>(ymd.day()))) << x;
+      ASSERT_EQ(calendar::weekday_sunday0(x), static_cast<int>(oracle::weekday_of(x))) << x;
+    }
+  }
+}
+
+TEST(CivilCore, FloorDivisionAndRemainder) {
+  struct Case {
+    std::int64_t n, d, q, r;
+  };
+  const Case cases[] = {
+      {7, 7, 1, 0},   {6, 7, 0, 6},   {0, 7, 0, 0},    {-1, 7, -1, 6}, {-7, 7, -1, 0},
+      {-8, 7, -2, 6}, {-14, 7, -2, 0}, {13, 12, 1, 1}, {-13, 12, -2, 11},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(calendar::floordiv(c.n, c.d), c.q) << c.n << "/" << c.d;
+    EXPECT_EQ(calendar::floormod(c.n, c.d), c.r) << c.n << "%" << c.d;
+  }
+}
+
+TEST(CivilCore, IsoWeeksOfEveryDayAgreeWithChrono) {
+  for (long x = oracle::kFirstDay; x <= oracle::kLastDay; x += 3) {
+    const calendar::IsoWeekDate iso = calendar::iso_week_from_days(x);
+    const oracle::IsoWeek expect = oracle::iso_of(x);
+    ASSERT_EQ(iso.year, expect.year) << x;
+    ASSERT_EQ(iso.week, static_cast<int>(expect.week)) << x;
+    ASSERT_EQ(iso.day, static_cast<int>(expect.day)) << x;
+    ASSERT_EQ(calendar::days_from_iso_week(iso.year, iso.week, iso.day), x);
+  }
+}
+
+// The retail month arithmetic against the week tables of the calendars.
+TEST(CivilCore, RetailMonthsFollowTheWeekTables) {
+  const struct {
+    int format;
+    const int* table;
+  } calendars[] = {{445, r445mon_index}, {454, r454mon_index}, {544, r544mon_index}};
+  for (const auto& cal : calendars) {
+    for (int month = 1; month <= 12; ++month) {
+      EXPECT_EQ(calendar::retail_week_offset(cal.format, month), cal.table[month - 1]);
+    }
+    for (int week = 1; week <= 53; ++week) {
+      int entries_below = 0;
+      for (int i = 0; i < 12; ++i) entries_below += cal.table[i] < week;
+      EXPECT_EQ(calendar::retail_month_of_week(cal.format, week), entries_below)
+          << cal.format << " week " << week;
+    }
+  }
+}
+
+// ---- Host date routines -----------------------------------------------------------
+
+TEST(HostDates, KnownDates) {
+  struct Case {
+    int y, m, d;
+    double weekday;  // 1 Sunday .. 7 Saturday
+  };
+  const Case cases[] = {
+      {1960, 1, 1, 6}, {1959, 12, 31, 5}, {1582, 1, 1, 6},  {2000, 2, 29, 3},
+      {2001, 1, 31, 4}, {1900, 3, 1, 5},  {20000, 12, 26, 3},
+  };
+  for (const Case& c : cases) {
+    const double x = static_cast<double>(day_of(c.y, c.m, c.d));
+    EXPECT_EQ(ziddmdy(c.m, c.d, c.y), x) << c.y << "-" << c.m << "-" << c.d;
+    EXPECT_EQ(zmdy(c.m, c.d, c.y), x);
+    EXPECT_EQ(zwekday(x), c.weekday);
+    EXPECT_EQ(zyear(x), c.y);
+    int m = 0;
+    int d = 0;
+    int y = 0;
+    EXPECT_EQ(zidmdyd(&m, &d, &y, x + 0.75), 0);  // a fraction of a day stays in the day
+    EXPECT_EQ(m, c.m);
+    EXPECT_EQ(d, c.d);
+    EXPECT_EQ(y, c.y);
+  }
+  EXPECT_EQ(ziddmdy(1, 1, 1582), static_cast<double>(kMinDate));
+  EXPECT_EQ(ziddmdy(12, 26, 20000), static_cast<double>(kMaxDate));
+}
+
+TEST(HostDates, TriplesThatNameNoDateAreMissing) {
+  const struct {
+    double m, d, y;
+  } cases[] = {
+      {2, 29, 2001}, {2, 30, 2000}, {4, 31, 2001}, {13, 1, 2001},       {0, 1, 2001},
+      {1, 0, 2001},  {1, 1.5, 2001}, {1, 1, 2001.25}, {esf::kMissing, 1, 2001}, {1, 1, 1e300},
+  };
+  for (const auto& c : cases) {
+    EXPECT_TRUE(esf::is_missing(zmdy(c.m, c.d, c.y))) << c.m << "/" << c.d << "/" << c.y;
+  }
+  EXPECT_TRUE(esf::is_missing(ziddmdy(2, 29, 1900)));
+  EXPECT_FALSE(esf::is_missing(ziddmdy(2, 29, 2000)));
+}
+
+TEST(HostDates, UnsplittableDatesFail) {
+  int m = 7;
+  int d = 7;
+  int y = 7;
+  for (const double bad : {esf::kMissing, esf::missing_letter('I'), 1e300, -1e300, std::nan("")}) {
+    EXPECT_NE(zidmdyd(&m, &d, &y, bad), 0);
+    EXPECT_EQ(m, 0);
+    EXPECT_TRUE(esf::is_missing(zwekday(bad)));
+    EXPECT_TRUE(esf::is_missing(zyear(bad)));
+  }
+}
+
+TEST(HostDates, TimeOfDay) {
+  const struct {
+    double datetime, seconds;
+  } cases[] = {
+      {0.0, 0.0}, {86399.5, 86399.5}, {86400.0, 0.0}, {3 * 86400.0 + 5.25, 5.25}, {-1.0, 86399.0}, {-86400.0, 0.0},
+  };
+  for (const auto& c : cases) EXPECT_EQ(ztimprt(c.datetime), c.seconds) << c.datetime;
+  EXPECT_TRUE(esf::is_missing(ztimprt(esf::kMissing)));
+}
+
+// Every day of the library's range agrees with std::chrono.
+TEST(HostDates, WholeRangeAgreesWithChrono) {
+  for (long x = oracle::kFirstDay; x <= oracle::kLastDay; ++x) {
+    const auto ymd = oracle::ymd_of(x);
+    int m = 0;
+    int d = 0;
+    int y = 0;
+    ASSERT_EQ(zidmdyd(&m, &d, &y, static_cast<double>(x)), 0);
+    ASSERT_EQ(y, static_cast<int>(ymd.year())) << x;
+    ASSERT_EQ(static_cast<unsigned>(m), static_cast<unsigned>(ymd.month())) << x;
+    ASSERT_EQ(static_cast<unsigned>(d), static_cast<unsigned>(ymd.day())) << x;
+    ASSERT_EQ(ziddmdy(m, d, y), static_cast<double>(x));
+    if (x % 5 == 0) {
+      ASSERT_EQ(zwekday(x), oracle::weekday_of(x) + 1.0) << x;
+      ASSERT_EQ(zyear(x), static_cast<double>(y));
+    }
+  }
+}
+
+// ---- zidywdd ------------------------------------------------------------------------
+
+TEST(Zidywdd, IsoEdgeCases) {
+  const struct {
+    int y, m, d;
+    double iso_year, iso_week, iso_day;
+  } cases[] = {
+      {2005, 1, 1, 2004, 53, 6},   // a Saturday in the last week of 2004
+      {2008, 12, 31, 2009, 1, 3},  // a Wednesday in week 1 of 2009
+      {2008, 12, 29, 2009, 1, 1},  {2010, 1, 3, 2009, 53, 7}, {2010, 1, 4, 2010, 1, 1},
+      {1960, 1, 1, 1959, 53, 5},   {2000, 2, 29, 2000, 9, 2}, {1582, 1, 1, 1581, 53, 5},
+  };
+  for (const auto& c : cases) {
+    const YearWeekDay r = ywd(static_cast<double>(day_of(c.y, c.m, c.d)), kFmtV);
+    EXPECT_EQ(r.year, c.iso_year) << c.y << "-" << c.m << "-" << c.d;
+    EXPECT_EQ(r.week, c.iso_week) << c.y << "-" << c.m << "-" << c.d;
+    EXPECT_EQ(r.day, c.iso_day) << c.y << "-" << c.m << "-" << c.d;
+  }
+}
+
+// ISO weeks of the days around every new year of the range, and of random
+// days, against std::chrono.
+TEST(Zidywdd, IsoWeeksAgreeWithChrono) {
+  oracle::Dates dates(20240601);
+  auto check = [](long x) {
+    const YearWeekDay r = ywd(static_cast<double>(x), kFmtV);
+    const oracle::IsoWeek expect = oracle::iso_of(x);
+    ASSERT_EQ(r.year, expect.year) << oracle::date_text(x);
+    ASSERT_EQ(r.week, expect.week) << oracle::date_text(x);
+    ASSERT_EQ(r.day, expect.day) << oracle::date_text(x);
+  };
+  for (int y = 1583; y <= 20000; y += 7) {
+    for (long x = day_of(y, 12, 24); x <= day_of(y + 1, 1, 8) && x <= oracle::kLastDay; ++x) check(x);
+  }
+  for (int i = 0; i < 100000; ++i) check(dates.any());
+}
+
+// "U" counts weeks from the year's first Sunday and "W" from its first
+// Monday, as a real quotient; the whole part is the strftime %U and %W.
+TEST(Zidywdd, SundayAndMondayWeeks) {
+  oracle::Dates dates(7);
+  for (int i = 0; i < 20000; ++i) {
+    const long x = dates.any();
+    const long yday = oracle::yday_of(x);
+    const long wday = oracle::weekday_of(x);  // 0 Sunday
+    const YearWeekDay u = ywd(static_cast<double>(x), kFmtU);
+    EXPECT_EQ(u.week, static_cast<double>(yday - wday + 7) / 7.0) << oracle::date_text(x);
+    EXPECT_EQ(std::floor(u.week), static_cast<double>((yday + 7 - wday) / 7));
+    EXPECT_EQ(u.day, wday + 1.0);
+    EXPECT_EQ(u.year, oracle::year_of(x));
+    const YearWeekDay w = ywd(static_cast<double>(x), kFmtW);
+    EXPECT_EQ(std::floor(w.week), static_cast<double>((yday + 7 - (wday + 6) % 7) / 7)) << oracle::date_text(x);
+    EXPECT_EQ(w.day, wday == 0 ? 7.0 : static_cast<double>(wday));
+  }
+}
+
+TEST(Zidywdd, OtherConventionGivesTheCalendarYearAndAShiftedDay) {
+  const long x = day_of(2001, 1, 3);  // the third day of the year
+  const YearWeekDay r = ywd(static_cast<double>(x), kFmtX);
+  EXPECT_EQ(r.year, 2001.0);
+  EXPECT_EQ(r.week, -1.0);
+  EXPECT_EQ(r.day, (2 + 2) % 7 + 1.0);
+}
+
+TEST(Zidywdd, IsoDayNumbersOfTheHelper) {
+  // Days since the Monday of ISO week 1: 1 January on a Thursday lies in
+  // week 1, on a Friday before it.
+  EXPECT_EQ(iso_week_days(0, 4), 3);
+  EXPECT_EQ(iso_week_days(0, 5), -3);
+  EXPECT_EQ(iso_week_days(0, 1), 0);
+  EXPECT_EQ(iso_week_days(6, 0), 6);
+}
+
+// ---- ziddywd and ziddywds ---------------------------------------------------------------
+
+TEST(Ziddywd, KnownDatesAndRoundTrip) {
+  EXPECT_EQ(ziddywd(2009, 1, 1), static_cast<double>(day_of(2008, 12, 29)));
+  EXPECT_EQ(ziddywd(2004, 53, 6), static_cast<double>(day_of(2005, 1, 1)));
+  EXPECT_EQ(ziddywd(2015, 1, 1), static_cast<double>(day_of(2014, 12, 29)));
+  oracle::Dates dates(99);
+  for (int i = 0; i < 50000; ++i) {
+    const long x = dates.any();
+    const YearWeekDay r = ywd(static_cast<double>(x), kFmtV);
+    ASSERT_EQ(ziddywd(static_cast<int>(r.year), static_cast<int>(r.week), static_cast<int>(r.day)),
+              static_cast<double>(x))
+        << oracle::date_text(x);
+  }
+}
+
+TEST(Ziddywds, RefusesDaysAndWeeksOutsideTheCalendar) {
+  const struct {
+    int week, day;
+  } bad[] = {{0, 1}, {1, 8}, {1, 0}, {54, 1}, {-1, 3}};
+  for (const auto& c : bad) EXPECT_TRUE(esf::is_missing(ziddywds(2000, c.week, c.day))) << c.week << "/" << c.day;
+}
+
+// Week 1 is the Sunday-to-Saturday week that holds 4 January; week 53
+// exists only in a year whose next week-year opens 371 days later, and
+// its first day passes even when it equals that opening.
+TEST(Ziddywds, WeekYearsAgreeWithChrono) {
+  for (int y = 1583; y <= 19999; ++y) {
+    const long jan4 = day_of(y, 1, 4);
+    const long start = jan4 - static_cast<long>(oracle::weekday_of(jan4));
+    ASSERT_EQ(ziddywds(y, 1, 1), static_cast<double>(start)) << y;
+    ASSERT_EQ(ziddywds(y, 2, 3), static_cast<double>(start + 9)) << y;
+    const long next_jan4 = day_of(y + 1, 1, 4);
+    const long next_start = next_jan4 - static_cast<long>(oracle::weekday_of(next_jan4));
+    const bool long_year = next_start - start == 371;
+    ASSERT_EQ(esf::is_missing(ziddywds(y, 53, 7)), !long_year) << y;
+    ASSERT_FALSE(esf::is_missing(ziddywds(y, 53, 1))) << y;
+    ASSERT_EQ(esf::is_missing(ziddywds(y, 53, 2)), !long_year) << y;
+  }
+}
+
+// ---- zidywdds ---------------------------------------------------------------------------
+
+struct WeekYearCase {
+  int y, m, d, leap_index;
+  double year, week, day;
+};
+
+TEST(Zidywdds, LeapWeekRules) {
+  // Week-year 2003 opens on Sunday 29 December 2002 and has 53 weeks: its
+  // last week runs from 28 December 2003 to Saturday 3 January 2004.
+  // Week-year 2004 opens on Sunday 4 January 2004 and has 52.
+  const WeekYearCase cases[] = {
+      {2004, 1, 3, 53, 2003, 53, 7},   {2004, 1, 3, 52, 2003, 52, 7},  {2004, 1, 3, 1, 2004, 1, 7},
+      {2003, 12, 28, 53, 2003, 53, 1}, {2003, 12, 27, 53, 2003, 52, 7}, {2003, 12, 27, 1, 2004, 1, 7},
+      {2004, 1, 4, 53, 2004, 1, 1},    {2004, 1, 10, 53, 2004, 1, 7},  {2005, 1, 1, 53, 2004, 52, 7},
+      {2005, 1, 1, 1, 2005, 1, 7},     {2005, 1, 2, 1, 2005, 1, 1},
+  };
+  for (const WeekYearCase& c : cases) {
+    double year = 0;
+    double week = 0;
+    double day = 0;
+    EXPECT_EQ(zidywdds(static_cast<double>(day_of(c.y, c.m, c.d)), c.leap_index, &year, &week, &day), 0);
+    EXPECT_EQ(year, c.year) << c.y << "-" << c.m << "-" << c.d << " leap " << c.leap_index;
+    EXPECT_EQ(week, c.week) << c.y << "-" << c.m << "-" << c.d << " leap " << c.leap_index;
+    EXPECT_EQ(day, c.day) << c.y << "-" << c.m << "-" << c.d << " leap " << c.leap_index;
+  }
+}
+
+TEST(Zidywdds, AgreesWithTheWeekYearOpenings) {
+  oracle::Dates dates(4);
+  for (int i = 0; i < 20000; ++i) {
+    const long x = dates.inner(800);
+    double year = 0;
+    double week = 0;
+    double day = 0;
+    zidywdds(static_cast<double>(x), 53, &year, &week, &day);
+    const double start = ziddywds(static_cast<int>(year), 1, 1);
+    EXPECT_LE(start, x);
+    EXPECT_GT(ziddywds(static_cast<int>(year) + 1, 1, 1), x);
+    EXPECT_EQ(week, std::floor((x - start) / 7.0) + 1) << oracle::date_text(x);
+    EXPECT_EQ(day, oracle::weekday_of(x) + 1.0);
+  }
+}
+
+TEST(Zidywdds, MissingDateGivesMissingResults) {
+  double year = 0;
+  double week = 0;
+  double day = 0;
+  EXPECT_EQ(zidywdds(esf::kMissing, 1, &year, &week, &day), 0);
+  EXPECT_TRUE(esf::is_missing(year) && esf::is_missing(week) && esf::is_missing(day));
+}
+
+// ---- zidmdydf -----------------------------------------------------------------------------
+
+TEST(Zidmdydf, RetailEdgeCases) {
+  int m = 0;
+  int d = 0;
+  int y = 0;
+  // ISO 2001: week 14 opens on Monday 2 April 2001, week 13 ends on Sunday 1 April.
+  EXPECT_EQ(zidmdydf(&m, &d, &y, static_cast<double>(oracle::iso_day_of(2001, 14, 1)), 445), 0);
+  EXPECT_EQ(m, 4);
+  EXPECT_EQ(d, 1);
+  EXPECT_EQ(y, 2001);
+  EXPECT_EQ(zidmdydf(&m, &d, &y, static_cast<double>(oracle::iso_day_of(2001, 13, 7)), 445), 0);
+  EXPECT_EQ(m, 3);
+  EXPECT_EQ(d, 35);
+  // Week 53 lies in month 12, whose days then run to 42.
+  EXPECT_EQ(zidmdydf(&m, &d, &y, static_cast<double>(day_of(2005, 1, 2)), 445), 0);
+  EXPECT_EQ(m, 12);
+  EXPECT_EQ(d, 42);
+  EXPECT_EQ(y, 2004);
+  EXPECT_EQ(zidmdydf(&m, &d, &y, 100.0, 7), -2);
+}
+
+TEST(Zidmdydf, FormatZeroIsTheCivilCalendar) {
+  int m = 0;
+  int d = 0;
+  int y = 0;
+  EXPECT_EQ(zidmdydf(&m, &d, &y, static_cast<double>(day_of(2001, 1, 31)), 0), 0);
+  EXPECT_EQ(m, 1);
+  EXPECT_EQ(d, 31);
+  EXPECT_EQ(y, 2001);
+  EXPECT_NE(zidmdydf(&m, &d, &y, esf::kMissing, 0), 0);
+  EXPECT_NE(zidmdydf(&m, &d, &y, esf::kMissing, 445), 0);
+}
+
+TEST(Zidmdydf, RetailMonthsAgreeWithIsoWeeksAndTables) {
+  const struct {
+    int format;
+    const int* table;
+  } calendars[] = {{445, r445mon_index}, {454, r454mon_index}, {544, r544mon_index}};
+  oracle::Dates dates(11);
+  for (int i = 0; i < 20000; ++i) {
+    const long x = dates.any();
+    const oracle::IsoWeek iso = oracle::iso_of(x);
+    for (const auto& cal : calendars) {
+      int m = 0;
+      int d = 0;
+      int y = 0;
+      ASSERT_EQ(zidmdydf(&m, &d, &y, static_cast<double>(x), cal.format), 0);
+      EXPECT_EQ(y, iso.year);
+      ASSERT_GE(m, 1);
+      ASSERT_LE(m, 12);
+      // The month opens at or before the date's week and the next one after it.
+      EXPECT_LE(cal.table[m - 1], static_cast<int>(iso.week) - 1);
+      if (m < 12) {
+        EXPECT_GT(cal.table[m], static_cast<int>(iso.week) - 1);
+      }
+      EXPECT_EQ(d, (static_cast<int>(iso.week) - 1 - cal.table[m - 1]) * 7 + static_cast<int>(iso.day));
+    }
+  }
+}
+
+// ---- zdatdif and the day counts ------------------------------------------------------------------
+
+TEST(DayCounts, LeapYearsAndMonthEnds) {
+  const struct {
+    int year, leap;
+  } leaps[] = {{1900, 0}, {2000, 1}, {2004, 1}, {2001, 0}, {1600, 1}, {2100, 0}};
+  for (const auto& c : leaps) EXPECT_EQ(isLeapYear(c.year), c.leap) << c.year;
+  const int common[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  for (int month = 1; month <= 12; ++month) {
+    EXPECT_EQ(lastDay(2001, month), common[month - 1]);
+    EXPECT_EQ(lastDay(2000, month), month == 2 ? 29 : common[month - 1]);
+  }
+}
+
+TEST(DayCounts, ThirtyThreeSixty) {
+  const struct {
+    int m1, d1, y1, m2, d2, y2;
+    long days;
+  } cases[] = {
+      {2, 28, 2001, 3, 31, 2001, 30},   // end of February counts as 30, and so does the 31st
+      {2, 29, 2000, 3, 31, 2000, 30},   {2, 28, 2001, 2, 28, 2002, 360},  // both ends of February
+      {1, 31, 2001, 3, 1, 2001, 31},    {1, 30, 2001, 3, 31, 2001, 60},   {1, 15, 2001, 3, 31, 2001, 76},
+      {2, 28, 2000, 3, 31, 2000, 33},   // 28 February 2000 isn't the end of that February
+      {3, 31, 2001, 2, 28, 2001, -32},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(diff_30_360(c.m1, c.d1, c.y1, c.m2, c.d2, c.y2), c.days)
+        << c.y1 << "-" << c.m1 << "-" << c.d1 << " to " << c.y2 << "-" << c.m2 << "-" << c.d2;
+    long days = 0;
+    double years = 0;
+    EXPECT_EQ(zdatdif(day_of(c.y1, c.m1, c.d1), day_of(c.y2, c.m2, c.d2), 1, &days, &years), 0);
+    EXPECT_EQ(days, c.days);
+    EXPECT_EQ(years, c.days / 360.0);
+  }
+}
+
+// Actual days, split into days of common and of leap years by walking the
+// span one day at a time.
+TEST(DayCounts, ActualConventionsAgreeWithChrono) {
+  oracle::Dates dates(5);
+  for (int i = 0; i < 2000; ++i) {
+    const long a = dates.any();
+    const long b = i % 2 == 0 ? dates.between(a - 2000, a + 2000) : dates.any();
+    const long expect = b - a;
+    long days = 0;
+    double years = 0;
+    ASSERT_EQ(zdatdif(a, b, 3, &days, &years), 0);
+    EXPECT_EQ(days, expect);
+    EXPECT_EQ(years, expect / 360.0);
+    ASSERT_EQ(zdatdif(a, b, 4, &days, &years), 0);
+    EXPECT_EQ(days, expect);
+    EXPECT_EQ(years, expect / 365.0);
+    if (i % 2 == 0) {
+      const long lo = a < b ? a : b;
+      const long hi = a < b ? b : a;
+      long n365 = 0;
+      long n366 = 0;
+      for (long x = lo; x < hi; ++x) (isLeapYear(oracle::year_of(x)) ? n366 : n365) += 1;
+      const double span_years = n365 / 365.0 + n366 / 366.0;
+      ASSERT_EQ(zdatdif(a, b, 2, &days, &years), 0);
+      EXPECT_EQ(days, expect);
+      EXPECT_EQ(years, a <= b ? span_years : -span_years) << oracle::date_text(a) << " " << oracle::date_text(b);
+    }
+  }
+}
+
+TEST(DayCounts, ActualActualOverWholeYears) {
+  long days = 0;
+  double years = 0;
+  ASSERT_EQ(zdatdif(day_of(2000, 1, 1), day_of(2001, 1, 1), 2, &days, &years), 0);
+  EXPECT_EQ(days, 366);
+  EXPECT_EQ(years, 1.0);
+  ASSERT_EQ(zdatdif(day_of(1999, 7, 1), day_of(2005, 7, 1), 2, &days, &years), 0);
+  // 1999 from July: 184 common days; 2000 and 2004 leap, 2001 to 2003 common;
+  // 2005 to July: 181 common days.
+  EXPECT_EQ(days, 184 + 366 + 3 * 365 + 366 + 181);
+  EXPECT_EQ(years, (184 + 3 * 365 + 181) / 365.0 + (2 * 366) / 366.0);
+  ASSERT_EQ(zdatdif(100.0, 100.0, 2, &days, &years), 0);
+  EXPECT_EQ(days, 0);
+  EXPECT_EQ(years, 0.0);
+}
+
+TEST(DayCounts, UnknownConventionWritesNothing) {
+  long days = 12345;
+  double years = 6.5;
+  EXPECT_EQ(zdatdif(0.0, 100.0, 5, &days, &years), 1);
+  EXPECT_EQ(zdatdif(0.0, 100.0, 0, &days, &years), 1);
+  EXPECT_EQ(days, 12345);
+  EXPECT_EQ(years, 6.5);
+  EXPECT_EQ(zdatdif(0.0, 100.0, 3, nullptr, nullptr), 0);  // either pointer may be null
+}
+
+TEST(DayCounts, OffsetsDifferByActualDays) {
+  oracle::Dates dates(6);
+  for (int i = 0; i < 10000; ++i) {
+    const long a = dates.any();
+    const long b = dates.any();
+    EXPECT_EQ(dateOffset(static_cast<int>(oracle::month_of(b)), static_cast<int>(oracle::mday_of(b)), oracle::year_of(b)) -
+                  dateOffset(static_cast<int>(oracle::month_of(a)), static_cast<int>(oracle::mday_of(a)), oracle::year_of(a)),
+              b - a);
+  }
+}
+
+}  // namespace
