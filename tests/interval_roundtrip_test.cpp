@@ -1,0 +1,261 @@
+// Properties of interval names over every base name, prefix, weekend,
+// multiplier and shift: a parsed name prints to a text that parses back to
+// the same interval, and the parser's result follows from the parts of the
+// name.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstring>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "intervals/interval.h"
+
+namespace {
+
+struct Parsed {
+  int rc;
+  INTERVAL iv;
+};
+
+Parsed parse(std::string_view text) {
+  Parsed p{};
+  std::string buffer(text);
+  p.rc = zintstr(buffer.data(), static_cast<int>(buffer.size()), &p.iv);
+  return p;
+}
+
+std::string print(INTERVAL iv) {
+  char text[64];
+  int len = sizeof(text);
+  if (zinti2s(text, &len, &iv) != 0) return "<unprintable>";
+  return std::string(text, static_cast<size_t>(len));
+}
+
+bool same_interval(const INTERVAL& a, const INTERVAL& b) {
+  return a.units == b.units && a.intcode == b.intcode && a.intper == b.intper && a.shiftper == b.shiftper &&
+         a.nweekday == b.nweekday && std::memcmp(a.weekend, b.weekend, sizeof(a.weekend)) == 0;
+}
+
+// A parsed name prints to a text that parses back to the same interval, and
+// printing that again gives the same text, as long as the printed text is
+// within the parser's 21 characters. DTOBS and DTNONE are the two names whose
+// datetime units the printer drops.
+void expect_round_trip(const std::string& text, const INTERVAL& iv) {
+  const std::string printed = print(iv);
+  const Parsed back = parse(printed);
+  if (printed.size() > 21) {
+    // The printed form may be longer than the text ("TDAY2147483647.13"
+    // prints with "DT"); the parser takes 21 characters at most.
+    EXPECT_EQ(back.rc, 101) << text << " -> " << printed;
+    return;
+  }
+  const bool units_dropped = iv.intcode < 21 && iv.units == 's' && iv.intcode != kIntSecond &&
+                             iv.intcode != kIntMinute && iv.intcode != kIntHour;
+  if (units_dropped) {
+    EXPECT_EQ(back.rc, 0) << text << " -> " << printed;
+    return;
+  }
+  ASSERT_EQ(back.rc, 0) << text << " -> " << printed;
+  EXPECT_TRUE(same_interval(back.iv, iv)) << text << " -> " << printed;
+  EXPECT_EQ(print(back.iv), printed) << text;
+}
+
+// Sub-periods of one interval of multiplier 1, written out from the table of
+// shift limits.
+int shift_limit(int code) {
+  switch (code) {
+    case kIntWeek: case kIntWeekv: return 7;
+    case kIntQtr: case kIntR445Qtr: case kIntR454Qtr: case kIntR544Qtr: return 3;
+    case kIntSemiyear: return 6;
+    case kIntYear: case kIntR445Yr: case kIntR454Yr: case kIntR544Yr: return 12;
+    case kIntYearv: return 52;
+    default: return 1;
+  }
+}
+
+std::vector<int> named_codes() {
+  std::vector<int> codes;
+  for (int code = 0; code <= 64; ++code) {
+    if (interval_base_name(code) != nullptr) codes.push_back(code);
+  }
+  return codes;
+}
+
+// Multiplier texts: absent, ordinary, with leading zeros, at the limit,
+// and the three that are refused.
+struct Number {
+  const char* text;
+  long long value;  // 0 for absent; -1 refused
+};
+constexpr Number kMultipliers[] = {
+    {"", 0},   {"1", 1},   {"2", 2},           {"3", 3},           {"12", 12},
+    {"007", 7}, {"52", 52}, {"2147483647", 2147483647}, {"0", -1}, {"2147483648", -1},
+};
+constexpr Number kShifts[] = {
+    {"", 0}, {"1", 1}, {"2", 2}, {"3", 3}, {"4", 4}, {"6", 6}, {"7", 7}, {"8", 8},
+    {"12", 12}, {"13", 13}, {"52", 52}, {"53", 53}, {"0", -1}, {"2147483648", -1},
+};
+
+// Every base name with every prefix, multiplier and shift.
+TEST(IntervalRoundTrip, EveryBaseNamePrefixMultiplierAndShift) {
+  int parsed_names = 0;
+  for (int code : named_codes()) {
+    const std::string base = interval_base_name(code);
+    for (const char* prefix : {"", "DT", "T"}) {
+      // "T" before TENDAY reads as part of the name.
+      const bool t_prefix_kept = std::string_view(prefix) == "T" && base[0] == 'E';
+      for (const Number& m : kMultipliers) {
+        for (bool dot : {false, true}) {
+          for (const Number& s : kShifts) {
+            if (!dot && s.text[0] != '\0') continue;
+            const std::string text = std::string(prefix) + base + m.text + (dot ? "." : "") + s.text;
+            SCOPED_TRACE(text);
+            const Parsed p = parse(text);
+
+            // The result expected from the parts of the name.
+            const long long per = m.value == 0 ? 1 : m.value;
+            int expected = 0;
+            if (text.size() > 21) {
+              expected = 101;
+            } else if (t_prefix_kept) {
+              expected = 103;
+            } else if (code == kIntNone && (m.text[0] != '\0' || dot)) {
+              expected = 103;
+            } else if (m.value < 0) {
+              expected = 1;
+            } else if (s.value < 0 || s.value > per * shift_limit(code)) {
+              expected = 2;
+            }
+            ASSERT_EQ(p.rc, expected);
+            if (p.rc != 0) continue;
+
+            ++parsed_names;
+            EXPECT_EQ(p.iv.intcode, code);
+            EXPECT_EQ(p.iv.intper, per);
+            EXPECT_EQ(p.iv.shiftper, s.value > 0 ? s.value - 1 : 0);
+            const bool datetime = prefix[0] != '\0' || code == kIntSecond || code == kIntMinute || code == kIntHour;
+            const char units = datetime ? 's' : code == kIntNone ? 'u' : code == kIntObs ? 'o' : 'd';
+            EXPECT_EQ(p.iv.units, units);
+            expect_round_trip(text, p.iv);
+          }
+        }
+      }
+    }
+  }
+  EXPECT_GT(parsed_names, 1000);
+}
+
+// Every set of weekend days, written in any order and with repeats.
+TEST(IntervalRoundTrip, EveryWeekend) {
+  std::mt19937 rng(20240229);
+  for (int mask = 1; mask < 128; ++mask) {
+    std::string digits;
+    for (int day = 0; day < 7; ++day) {
+      if (mask & (1 << day)) digits += static_cast<char>('1' + day);
+    }
+    const int off_days = static_cast<int>(digits.size());
+    std::string shuffled = digits;
+    std::shuffle(shuffled.begin(), shuffled.end(), rng);
+    if (shuffled.size() < 6) shuffled += shuffled[0];  // a repeated digit counts once
+
+    for (const std::string& written : {digits, shuffled}) {
+      for (const char* tail : {"", "3", "2.2", "4."}) {
+        const std::string text = "WEEKDAY" + written + "W" + tail;
+        SCOPED_TRACE(text);
+        const Parsed p = parse(text);
+        if (written.size() > 6 || text.size() > 21) {
+          EXPECT_EQ(p.rc, written.size() > 6 ? 102 : 101);
+          continue;
+        }
+        ASSERT_EQ(p.rc, 0);
+        EXPECT_EQ(p.iv.nweekday, 7 - off_days);
+        for (int day = 0; day < 7; ++day) EXPECT_EQ(p.iv.weekend[day] != 0, (mask & (1 << day)) != 0);
+        expect_round_trip(text, p.iv);
+      }
+    }
+  }
+}
+
+// The case of the input doesn't matter, except to the token.
+TEST(IntervalRoundTrip, CaseDoesNotMatter) {
+  std::mt19937 rng(7);
+  const char* names[] = {"dtweekday17w2.2", "R445QTR4.12", "semimonth3.", "DtYeArV2.104", "tTenDay", "obs12."};
+  for (const char* name : names) {
+    const Parsed reference = parse(name);
+    ASSERT_EQ(reference.rc, 0) << name;
+    for (int trial = 0; trial < 20; ++trial) {
+      std::string mixed = name;
+      for (char& c : mixed) {
+        c = static_cast<char>((rng() & 1) != 0 ? std::toupper(static_cast<unsigned char>(c))
+                                               : std::tolower(static_cast<unsigned char>(c)));
+      }
+      const Parsed p = parse(mixed);
+      ASSERT_EQ(p.rc, 0) << mixed;
+      EXPECT_TRUE(same_interval(p.iv, reference.iv)) << mixed;
+      EXPECT_EQ(std::string_view(p.iv.token, static_cast<size_t>(p.iv.tokenlen)), mixed);
+    }
+  }
+}
+
+// zinticms builds what the parser makes of the code's name, multiplier and
+// shift written out.
+TEST(IntervalRoundTrip, RecordsFromCodesMatchTheirNames) {
+  for (int code : named_codes()) {
+    if (code == kIntR445Yr || code == kIntR454Yr || code == kIntR544Yr) continue;
+    for (int m : {0, 1, 2, 5}) {
+      for (int s : {0, 1, 2, 3, 4, 7, 8, 13, 52, 53}) {
+        std::string text = interval_base_name(code);
+        if (m != 0) text += std::to_string(m);
+        if (s != 0) text += "." + std::to_string(s);
+        SCOPED_TRACE(text);
+        INTERVAL built{};
+        const int rc = zinticms(code, m, s, &built);
+        const Parsed p = parse(text);
+        ASSERT_EQ(rc, p.rc);
+        if (rc == 0) {
+          EXPECT_TRUE(same_interval(built, p.iv));
+        }
+      }
+    }
+  }
+}
+
+// Random texts over the characters names are made of: whatever the parser
+// answers is one of its results, and whatever it accepts prints and parses
+// back.
+TEST(IntervalRoundTrip, RandomTexts) {
+  std::mt19937 rng(1960);
+  const std::string alphabet = "DTMONTHWEEKDAYQRSV4450123456789..WwtdxX- ";
+  std::uniform_int_distribution<size_t> pick(0, alphabet.size() - 1);
+  std::uniform_int_distribution<int> length(0, 23);
+  const std::string seeds[] = {"DTWEEKDAY", "MONTH", "R445MON", "WEEKV", "QTR", "TDAY", "YEARV", "HOUR"};
+  std::uniform_int_distribution<size_t> pick_seed(0, std::size(seeds) - 1);
+  int accepted = 0;
+  for (int trial = 0; trial < 200000; ++trial) {
+    std::string text = (trial & 1) != 0 ? seeds[pick_seed(rng)] : "";
+    const int extra = length(rng) % 8 + ((trial & 1) != 0 ? 0 : length(rng));
+    for (int i = 0; i < extra; ++i) text += alphabet[pick(rng)];
+    const Parsed p = parse(text);
+    ASSERT_TRUE(p.rc == 0 || p.rc == 1 || p.rc == 2 || p.rc == 101 || p.rc == 102 || p.rc == 103)
+        << text << " gave " << p.rc;
+    if (text.empty() || text.size() > 21) {
+      ASSERT_EQ(p.rc, 101) << text;
+      continue;
+    }
+    if (p.rc != 0) continue;
+    ++accepted;
+    ASSERT_GE(p.iv.intper, 1) << text;
+    ASSERT_GE(p.iv.shiftper, 0) << text;
+    ASSERT_LE(static_cast<long long>(p.iv.shiftper) + 1,
+              static_cast<long long>(p.iv.intper) * shift_limit(p.iv.intcode)) << text;
+    expect_round_trip(text, p.iv);
+  }
+  EXPECT_GT(accepted, 1000);
+}
+
+}  // namespace
