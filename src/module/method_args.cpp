@@ -76,10 +76,11 @@ List add_list(List parent, const char* name, FMCOM* fmcomp, bool* failed) {
 // `base` is the first date of the data, from which indexes are counted.
 int read_range(List list, const TIMERANGE& d, double base, long data_end, INTERVAL* interval,
                TIMERANGE* range, double* end_of_count) {
-  long nobs = 0;
+  // A present but missing NOBS keeps the default.
+  long nobs = d.nobs;
   get_long(list, "NOBS", &nobs, &d.nobs);
   if (nobs > d.nobs) nobs = d.nobs;
-  double stdate = 0.0;
+  double stdate = d.stdate;
   get_double(list, "STDATE", &stdate, &d.stdate);
   if (stdate < d.stdate) stdate = d.stdate;
   const double e = zintnx2(interval, stdate, static_cast<double>(nobs - 1));
@@ -237,7 +238,7 @@ int gettimes(List dataRangeList, List fitRangeList, List evalRangeList, long nob
   if (dataRangeList == nullptr) {
     *datarange = d;
   } else {
-    long n = 0;
+    long n = d.nobs;
     get_long(dataRangeList, "NOBS", &n, &d.nobs);
     if (n > d.nobs) n = d.nobs;
     double stdate = 0.0;

@@ -1,0 +1,85 @@
+// Test support for the methods and their argument readers: connects the
+// module image to the host stand-in as a host does at load time, and builds
+// the lists a method call is given.
+#pragma once
+
+#include <cmath>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/host.h"
+#include "module/host_api.h"
+#include "primitives/primitives.h"
+
+namespace method_test {
+
+// mcn_main stores the anchors through which the module reaches the pool;
+// it runs once per test program.
+inline void connect_module() {
+  static const bool connected = [] {
+    mcn_main(reinterpret_cast<ptr*>(esf::host::gcb_anchor()), reinterpret_cast<ptr>(esf::host::pidb()));
+    return true;
+  }();
+  (void)connected;
+}
+
+// The date value of a calendar day: days since 1 January 1960.
+inline double date(int y, int m, int d) { return ziddmdy(m, d, y); }
+
+// The lists of one method call on a series, built the way the object
+// language passes them. All of them belong to the host and are freed by the
+// destructor.
+struct CallLists {
+  List series = nullptr;     // NAME, DATA, DSINFO.INTERVALINFO, TIME_RANGES
+  List spec = nullptr;       // model specification (empty)
+  List fit_range = nullptr;  // empty: the defaults apply
+  List eval_range = nullptr; // empty
+  List model = nullptr;      // receives a fit's results
+
+  // A series of `values` (NaN becomes the ordinary missing value) of the
+  // interval `interval`, starting at `stdate`.
+  CallLists(const std::vector<double>& values, std::string_view interval = "MONTH",
+            double stdate = date(1949, 1, 1)) {
+    using namespace esf::host;
+    series = new_list();
+    set_text(series, "NAME", "AIR");
+    set_text(series, "LABEL", "Air passengers");
+    List data = add_list(series, "DATA");
+    for (double v : values) append_number(data, std::isnan(v) ? esf::kMissing : v);
+    List dsinfo = add_list(series, "DSINFO");
+    set_text(dsinfo, "TIMEID", "DATE");
+    List info = add_list(dsinfo, "INTERVALINFO");
+    set_text(info, "INTERVAL", interval);
+    List ranges = add_list(series, "TIME_RANGES");
+    List data_range = add_list(ranges, "DATA_RANGE");
+    set_integer(data_range, "NOBS", static_cast<long>(values.size()));
+    set_number(data_range, "STDATE", stdate);
+    spec = new_list();
+    fit_range = new_list();
+    eval_range = new_list();
+    model = new_list();
+  }
+  CallLists(const CallLists&) = delete;
+  CallLists& operator=(const CallLists&) = delete;
+  ~CallLists() {
+    for (List l : {series, spec, fit_range, eval_range, model}) esf::host::free_list(l);
+  }
+
+  List data() const { return esf::host::find_list(series, "DATA"); }
+  List interval_info() const {
+    return esf::host::find_list(esf::host::find_list(series, "DSINFO"), "INTERVALINFO");
+  }
+  List data_range() const {
+    return esf::host::find_list(esf::host::find_list(series, "TIME_RANGES"), "DATA_RANGE");
+  }
+};
+
+// A short seasonal-looking series: the first months of the airline data.
+inline std::vector<double> air_passengers_head() {
+  return {112, 118, 132, 129, 121, 135, 148, 148, 136, 119, 104, 118,
+          115, 126, 141, 135, 125, 149, 170, 170, 158, 133, 114, 140,
+          145, 150, 178, 163, 172, 178, 199, 199, 184, 162, 146, 166};
+}
+
+}  // namespace method_test
