@@ -25,7 +25,7 @@ struct Entry {
 constexpr Entry kRegistry[] = {
     {"MYCAL", "DATE", false},  {"MYDTCAL", "DATETIME", false}, {"MYNUMCAL", "BEST", false},
     {"MY-CAL", "DATE", false}, {"CAL2000", "DATE", false},     {"FAILCAL", "DATE", true},
-    {"ODDCAL", "$CHAR", false},
+    {"ODDCAL", "$CHAR", false}, {"CAL1W", "DATE", false},
 };
 constexpr int kLoadFailure = -2147411957;  // a host status: negative
 
@@ -455,6 +455,7 @@ TEST(ZintstrCustom, ParsesRegisteredNames) {
       {"MYCAL3.", 'd', 3, 0},   {"MYDTCAL", 's', 1, 0},   {"MYNUMCAL", 'o', 1, 0},
       {"MY-CAL", 'd', 1, 0},    {"MY-CAL3.2", 'd', 3, 1}, {"CAL2000", 'd', 1, 0},
       {"ODDCAL", 'd', 1, 0},  // a format without units gives dates
+      {"CAL1W", 'd', 1, 0},   // mapped whole: its "W" is part of the name
   };
   fake_custom::references = 0;
   for (const Case& c : cases) {

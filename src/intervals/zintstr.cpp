@@ -353,10 +353,10 @@ extern "C" int zintstr(tchar* specin, int len, INTERVAL* istr) {
       code = kIntCustom;
       nc = l;
       di = -1;
+      wi = -1;
     } else {
       return kUnknownName;
     }
-    wi = -1;
   }
 
   istr->intcode = static_cast<char>(code);
