@@ -1,0 +1,545 @@
+// The three-weight constrained step: the solves of nextstep against an
+// independent least-squares solve, and trystep at the corners and faces of
+// the box of bounds.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "smoothing/frame.h"
+#include "smoothing/step3.h"
+#include "support/trend_session.h"
+
+namespace {
+
+using trend_test::least_squares;
+
+constexpr double kBig = 1.3407807929943e+154;
+
+// ---------------------------------------------------------------------------
+// divide
+// ---------------------------------------------------------------------------
+
+TEST(Step3Divide, GuardsOverflowByTheSignOfTheQuotient) {
+  struct Case {
+    double num, den, want;
+  } const cases[] = {
+      {6.0, 3.0, 2.0},          // |den| >= 1: plain
+      {3e-300, 0.5, 6e-300},    // tiny denominator, quotient still finite
+      {1.0, 0.0, kBig},         // zero denominator, positive numerator
+      {-1.0, 0.0, -kBig},
+      {0.0, 0.0, 0.0},
+      {1e300, 1e-200, kBig},    // would overflow
+      {-1e300, 1e-200, -kBig},
+      {1e300, -1e-200, -kBig},
+      {-1e300, -1e-200, kBig},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.num << " / " << c.den);
+    EXPECT_EQ(step3::divide(c.num, c.den), c.want);
+  }
+}
+
+// ---------------------------------------------------------------------------
+// nextstep: the solves
+// ---------------------------------------------------------------------------
+
+// A synthetic Gauss-Newton problem: m rows of three derivatives and an
+// error, and its packed cross products.
+struct Problem {
+  int m = 0;
+  std::vector<double> j;  // m x 3, row-major
+  std::vector<double> e;
+  double xpx[10] = {};
+
+  void accumulate() {
+    std::memset(xpx, 0, sizeof xpx);
+    for (int r = 0; r < m; ++r) {
+      const double v[4] = {j[r * 3], j[r * 3 + 1], j[r * 3 + 2], e[r]};
+      for (int a = 0; a < 4; ++a) {
+        for (int b = 0; b <= a; ++b) xpx[esf::packed_index(a, b)] += v[a] * v[b];
+      }
+    }
+  }
+  double sse() const {
+    double s = 0;
+    for (double v : e) s += v * v;
+    return s;
+  }
+  // Minus the regression of e on the columns `cols`, with the diagonal of
+  // the normal equations raised by `ridge` (ridge regression by augmented
+  // rows), and the residual sum of squares of the plain regression.
+  std::vector<double> step(const std::vector<int>& cols, double ridge, double* rss = nullptr) const {
+    const int k = static_cast<int>(cols.size());
+    std::vector<long double> x, y;
+    for (int r = 0; r < m; ++r) {
+      for (int c : cols) x.push_back(j[r * 3 + c]);
+      y.push_back(e[r]);
+    }
+    int rows = m;
+    if (ridge > 1.0) {
+      // (J'J + (ridge - 1) diag(J'J)) b = J'e as least squares on extra rows.
+      for (int a = 0; a < k; ++a) {
+        long double d = 0;
+        for (int r = 0; r < m; ++r) d += static_cast<long double>(j[r * 3 + cols[a]]) * j[r * 3 + cols[a]];
+        for (int b = 0; b < k; ++b) x.push_back(a == b ? std::sqrt((ridge - 1.0L) * d) : 0.0L);
+        y.push_back(0.0L);
+        ++rows;
+      }
+    }
+    std::vector<double> beta = least_squares(x, y, rows, k);
+    if (rss) {
+      long double s = 0;
+      for (int r = 0; r < m; ++r) {
+        long double fit = 0;
+        for (int a = 0; a < k; ++a) fit += static_cast<long double>(j[r * 3 + cols[a]]) * beta[a];
+        s += (e[r] - fit) * (e[r] - fit);
+      }
+      *rss = static_cast<double>(s);
+    }
+    for (double& b : beta) b = -b;
+    return beta;
+  }
+};
+
+// Derivatives that are far from collinear, and an error that is partly
+// explained by them and scaled so that the Gauss-Newton step is short.
+Problem make_problem(int m, double error_scale, bool dead_third = false) {
+  Problem p;
+  p.m = m;
+  trend_test::Noise noise(17);
+  for (int r = 0; r < m; ++r) {
+    const double a = noise.next(), b = noise.next(), c = noise.next();
+    p.j.insert(p.j.end(), {1.0 + a, 0.5 * b + 0.2 * a, dead_third ? 0.0 : c - 0.3 * b});
+    p.e.push_back(error_scale * (0.3 * a - 0.2 * b + 0.1 * c + 0.5 * noise.next()));
+  }
+  p.accumulate();
+  return p;
+}
+
+double relative_offset(double rss, double sse) {
+  const double q = 1.0 - rss / sse;
+  return q > 1.0 ? 1.0 : (q > 0.0 ? std::sqrt(q) : 0.0);
+}
+
+class Step3Solve : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    trend_test::connect_module();
+    std::memset(&model_, 0, sizeof model_);
+    std::memset(&fitcon_, 0, sizeof fitcon_);
+    std::memset(&point_, 0, sizeof point_);
+    model_.wbnds.bounds = 1;
+    point_.wbnds.dim = 3;
+    point_.wbnds.nextdim = 3;
+  }
+  int solve(Problem& p) {
+    double xpx[10];
+    std::memcpy(xpx, p.xpx, sizeof xpx);
+    return step3::nextstep(&model_, &fitcon_, &point_, xpx, p.m, 0, step3::Third::damp);
+  }
+  WINMODEL model_;
+  FITCON fitcon_;
+  POINT point_;
+};
+
+TEST_F(Step3Solve, FullStepIsTheGaussNewtonStep) {
+  Problem p = make_problem(40, 0.1);
+  ASSERT_EQ(solve(p), 0);
+  double rss = 0;
+  const std::vector<double> want = p.step({0, 1, 2}, 1.0, &rss);
+  for (int k = 0; k < 3; ++k) EXPECT_NEAR(point_.delta[k], want[k], 1e-10) << k;
+  EXPECT_LT(point_.delta_norm, 1.0);
+  EXPECT_EQ(point_.rankxpx, 3);
+  EXPECT_NEAR(point_.rr[2], relative_offset(rss, p.sse()), 1e-9);
+  EXPECT_NEAR(point_.mse, p.sse() / p.m, 1e-15);
+  EXPECT_EQ(point_.nobs, 40);
+  for (int k = 0; k < 3; ++k) {
+    EXPECT_NEAR(point_.grad[k], 2.0 * p.xpx[esf::packed_index(k, 3)] / p.m, 1e-15);
+  }
+  // Half the diagonal of the inverse of J'J (up to its sign) feeds the
+  // standard errors; inv(J'J)_kk is 1 / (the residual sum of squares of
+  // column k regressed on the other two).
+  Problem unit = p;
+  double rss0;
+  for (int k = 0; k < 3; ++k) {
+    std::vector<int> others;
+    for (int o = 0; o < 3; ++o) {
+      if (o != k) others.push_back(o);
+    }
+    unit.e.clear();
+    for (int r = 0; r < p.m; ++r) unit.e.push_back(p.j[r * 3 + k]);
+    unit.step(others, 1.0, &rss0);
+    EXPECT_NEAR(std::fabs(point_.xpxdiag[k]), 0.5 / rss0, 1e-9 * (0.5 / rss0)) << k;
+  }
+}
+
+TEST_F(Step3Solve, LongStepsAreCappedAtLengthOne) {
+  Problem p = make_problem(30, 50.0);
+  ASSERT_EQ(solve(p), 0);
+  const std::vector<double> want = p.step({0, 1, 2}, 1.0);
+  const double len = std::sqrt(want[0] * want[0] + want[1] * want[1] + want[2] * want[2]);
+  ASSERT_GT(len, 1.0);
+  for (int k = 0; k < 3; ++k) EXPECT_NEAR(point_.delta[k], want[k] / len, 1e-10);
+  EXPECT_EQ(point_.delta_norm, 1.0);
+}
+
+TEST_F(Step3Solve, LambdaDampsTheFullStep) {
+  Problem p = make_problem(40, 0.1);
+  fitcon_.lambda = 0.5;
+  ASSERT_EQ(solve(p), 0);
+  const std::vector<double> want = p.step({0, 1, 2}, 1.5);
+  for (int k = 0; k < 3; ++k) EXPECT_NEAR(point_.delta[k], want[k], 1e-10) << k;
+  // The convergence measure does not depend on lambda.
+  double rss = 0;
+  p.step({0, 1, 2}, 1.0, &rss);
+  EXPECT_NEAR(point_.rr[2], relative_offset(rss, p.sse()), 1e-9);
+}
+
+TEST_F(Step3Solve, PairAndSingleStepsFollowThePositionOfThePoint) {
+  struct Case {
+    const char* name;
+    int lev, tre, dam;   // flags of the point
+    char levchn, trechn; // pins of the point
+    int dim, nextdim;
+    int pair_a, pair_b;  // -1: no pair step
+    int single;          // -1: no single step
+  } const cases[] = {
+      {"level_and_trend_inside", 0, 0, 1, 0, 0, 3, 2, 0, 1, -1},
+      {"trend_on_bound", 0, -1, 0, 0, 0, 3, 2, 0, 2, -1},
+      {"level_on_bound", 1, 0, 0, 0, 0, 3, 2, 1, 2, -1},
+      {"pinned_trend_picks_by_pins", 0, 0, 0, 0, 1, 2, 3, 0, 2, -1},
+      {"only_damping_inside", -1, 1, 0, 0, 0, 3, 1, -1, -1, 2},
+      {"corner", -1, 1, -1, 0, 0, 3, 0, -1, -1, 2},
+      {"all_inside", 0, 0, 0, 0, 0, 3, 3, -1, -1, -1},
+  };
+  Problem p = make_problem(40, 0.1);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    for (int k = 0; k < 3; ++k) point_.delta1[k] = point_.delta2[k] = 7.0;
+    point_.rr[0] = point_.rr[1] = 7.0;
+    point_.wbnds.wlevflg = c.lev;
+    point_.wbnds.wtreflg = c.tre;
+    point_.wbnds.wdamflg = c.dam;
+    point_.wbnds.wlevchn = c.levchn;
+    point_.wbnds.wtrechn = c.trechn;
+    point_.wbnds.dim = static_cast<char>(c.dim);
+    point_.wbnds.nextdim = static_cast<char>(c.nextdim);
+    ASSERT_EQ(solve(p), 0);
+    if (c.pair_a >= 0) {
+      double rss = 0;
+      const std::vector<double> want = p.step({c.pair_a, c.pair_b}, 1.0, &rss);
+      EXPECT_NEAR(point_.delta2[c.pair_a], want[0], 1e-10);
+      EXPECT_NEAR(point_.delta2[c.pair_b], want[1], 1e-10);
+      EXPECT_EQ(point_.delta2[3 - c.pair_a - c.pair_b], 0.0);
+      EXPECT_NEAR(point_.rr[1], relative_offset(rss, p.sse()), 1e-9);
+    } else {
+      EXPECT_EQ(point_.delta2[0], 7.0);  // untouched
+      EXPECT_EQ(point_.rr[1], 7.0);
+    }
+    if (c.single >= 0) {
+      double rss = 0;
+      const std::vector<double> want = p.step({c.single}, 1.0, &rss);
+      EXPECT_NEAR(point_.delta1[c.single], want[0], 1e-12);
+      for (int k = 0; k < 3; ++k) {
+        if (k != c.single) {
+          EXPECT_EQ(point_.delta1[k], 0.0);
+        }
+      }
+      EXPECT_NEAR(point_.rr[0], relative_offset(rss, p.sse()), 1e-9);
+      EXPECT_EQ(point_.delta_norm1, std::fabs(point_.delta1[c.single]));
+    } else {
+      EXPECT_EQ(point_.delta1[0], 7.0);
+      EXPECT_EQ(point_.rr[0], 7.0);
+    }
+  }
+}
+
+TEST_F(Step3Solve, WithoutBoundsOnlyTheFullStepIsSolved) {
+  Problem p = make_problem(40, 0.1);
+  model_.wbnds.bounds = 0;
+  point_.wbnds.nextdim = 0;
+  point_.delta1[0] = point_.delta2[0] = 7.0;
+  ASSERT_EQ(solve(p), 0);
+  EXPECT_EQ(point_.delta1[0], 7.0);
+  EXPECT_EQ(point_.delta2[0], 7.0);
+  EXPECT_NE(point_.delta[0], 0.0);
+}
+
+TEST_F(Step3Solve, AFailedPivotLeavesItsWeightOut) {
+  Problem p = make_problem(40, 0.1, /*dead_third=*/true);
+  ASSERT_EQ(solve(p), 0);
+  EXPECT_EQ(point_.rankxpx, 2);
+  EXPECT_EQ(point_.delta[2], 0.0);
+  const std::vector<double> want = p.step({0, 1}, 1.0);
+  EXPECT_NEAR(point_.delta[0], want[0], 1e-10);
+  EXPECT_NEAR(point_.delta[1], want[1], 1e-10);
+}
+
+TEST_F(Step3Solve, NoObservationIsTooFew) {
+  Problem p = make_problem(5, 0.1);
+  double xpx[10];
+  std::memcpy(xpx, p.xpx, sizeof xpx);
+  EXPECT_EQ(step3::nextstep(&model_, &fitcon_, &point_, xpx, 5, 5, step3::Third::damp), -2);
+}
+
+// ---------------------------------------------------------------------------
+// trystep: the box
+// ---------------------------------------------------------------------------
+
+// Stands in for the frame's nextstep: records the trial and answers with
+// fixed offsets and a configurable single step.
+struct FakeEvaluation {
+  int calls = 0;
+  int rc = 0;
+  double delta1[3] = {};
+  POINT seen{};
+};
+FakeEvaluation g_eval;
+
+int fake_nextstep(WINMODEL*, FITCON*, POINT* point, double*) {
+  ++g_eval.calls;
+  g_eval.seen = *point;
+  point->rr[0] = 0.11;
+  point->rr[1] = 0.22;
+  point->rr[2] = 0.33;
+  for (int k = 0; k < 3; ++k) point->delta1[k] = g_eval.delta1[k];
+  return g_eval.rc;
+}
+
+class Step3Box : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    trend_test::connect_module();
+    g_eval = FakeEvaluation{};
+    std::memset(&model_, 0, sizeof model_);
+    std::memset(&fitcon_, 0, sizeof fitcon_);
+    std::memset(&current_, 0, sizeof current_);
+    std::memset(&new_, 0, sizeof new_);
+    WGTBNDS& b = model_.wbnds;
+    b.bounds = 1;
+    // A snap tolerance far below any step, so that a weight cut at a bound
+    // lands on it exactly.
+    const double lev[3] = {0.001, 0.999, 1e-12}, damp[3] = {0.9, 0.999, 1e-12};
+    std::memcpy(b.wlevel, lev, sizeof lev);
+    std::memcpy(b.wtrend, lev, sizeof lev);
+    std::memcpy(b.wseason, lev, sizeof lev);
+    std::memcpy(b.wdamp, damp, sizeof damp);
+    current_.wlevel = 0.5;
+    current_.wtrend = 0.2;
+    current_.wdamp = 0.95;
+    current_.wbnds.dim = current_.wbnds.nextdim = 3;
+  }
+  int step(double stepsize, step3::Third third = step3::Third::damp) {
+    return step3::trystep(&model_, &fitcon_, &current_, stepsize, &new_, third, &fake_nextstep);
+  }
+  void fix(double* bounds, double value) {
+    bounds[0] = bounds[1] = value;
+  }
+  WINMODEL model_;
+  FITCON fitcon_;
+  POINT current_;
+  POINT new_;
+};
+
+TEST_F(Step3Box, AStepInsideTheBoxIsTakenWhole) {
+  const double d[3] = {0.1, -0.05, 0.01};
+  std::memcpy(current_.delta, d, sizeof d);
+  ASSERT_EQ(step(0.5), 0);
+  EXPECT_DOUBLE_EQ(new_.wlevel, 0.5 + 0.5 * 0.1);
+  EXPECT_DOUBLE_EQ(new_.wtrend, 0.2 + 0.5 * -0.05);
+  EXPECT_DOUBLE_EQ(new_.wdamp, 0.95 + 0.5 * 0.01);
+  EXPECT_EQ(new_.wbnds.dim, 3);
+  EXPECT_EQ(new_.wbnds.nextdim, 3);
+  EXPECT_EQ(new_.r, 0.33);
+  EXPECT_NEAR(new_.change, 0.5 * std::sqrt(0.01 + 0.0025 + 0.0001), 1e-15);
+  EXPECT_EQ(g_eval.calls, 1);
+  EXPECT_EQ(fitcon_.subiter, 1);
+}
+
+TEST_F(Step3Box, AStepThatCrossesABoundStopsOnIt) {
+  // The damping weight would pass its upper bound first.
+  const double d[3] = {0.1, 0.1, 0.2};
+  std::memcpy(current_.delta, d, sizeof d);
+  ASSERT_EQ(step(1.0), 0);
+  const double frac = (0.999 - 0.95) / 0.2;
+  EXPECT_EQ(new_.wdamp, 0.999);
+  EXPECT_DOUBLE_EQ(new_.wlevel, 0.5 + 0.1 * frac);
+  EXPECT_DOUBLE_EQ(new_.wtrend, 0.2 + 0.1 * frac);
+  EXPECT_EQ(new_.wbnds.wdamflg, 1);
+  EXPECT_EQ(new_.wbnds.wdamchn, 0);
+  EXPECT_EQ(new_.wbnds.dim, 3);
+  EXPECT_EQ(new_.wbnds.nextdim, 2);
+  EXPECT_EQ(new_.r, 0.33);
+}
+
+TEST_F(Step3Box, PressingTheSameBoundAgainFallsBackToThePairStep) {
+  current_.wdamp = 0.999;
+  current_.wbnds.wdamflg = 1;
+  const double d[3] = {0.1, 0.1, 0.2};
+  const double d2[3] = {0.05, -0.02, 0.0};
+  std::memcpy(current_.delta, d, sizeof d);
+  std::memcpy(current_.delta2, d2, sizeof d2);
+  ASSERT_EQ(step(1.0), 0);
+  EXPECT_EQ(new_.wbnds.dim, 2);
+  EXPECT_EQ(new_.wbnds.wdamchn, 1);
+  EXPECT_DOUBLE_EQ(new_.wlevel, 0.55);
+  EXPECT_DOUBLE_EQ(new_.wtrend, 0.18);
+  EXPECT_EQ(new_.wdamp, 0.999);
+  EXPECT_EQ(new_.r, 0.22);
+}
+
+TEST_F(Step3Box, AFixedWeightIsHeldFromTheFirstStep) {
+  fix(model_.wbnds.wtrend, 0.2);
+  model_.wbnds.wtreflg = 1;
+  const double d[3] = {0.1, 0.3, 0.01};
+  const double d2[3] = {0.04, 0.0, 0.02};
+  std::memcpy(current_.delta, d, sizeof d);
+  std::memcpy(current_.delta2, d2, sizeof d2);
+  ASSERT_EQ(step(1.0), 0);
+  EXPECT_EQ(new_.wbnds.wtrechn, 1);
+  EXPECT_LE(new_.wbnds.dim, 2);
+  EXPECT_EQ(new_.wtrend, 0.2);
+  EXPECT_DOUBLE_EQ(new_.wlevel, 0.54);
+  EXPECT_DOUBLE_EQ(new_.wdamp, 0.97);
+  // The fixed weight sits on both its bounds, so it is not strictly inside.
+  EXPECT_EQ(new_.wbnds.nextdim, 2);
+}
+
+TEST_F(Step3Box, TwoFixedWeightsLeaveTheSingleStep) {
+  fix(model_.wbnds.wlevel, 0.5);
+  fix(model_.wbnds.wtrend, 0.2);
+  model_.wbnds.wlevflg = model_.wbnds.wtreflg = 1;
+  const double d[3] = {0.1, 0.3, 0.01};
+  const double d1[3] = {0.0, 0.0, 0.03};
+  std::memcpy(current_.delta, d, sizeof d);
+  std::memcpy(current_.delta2, d, sizeof d);
+  std::memcpy(current_.delta1, d1, sizeof d1);
+  ASSERT_EQ(step(0.5), 0);
+  EXPECT_EQ(new_.wbnds.dim, 1);
+  EXPECT_EQ(new_.wlevel, 0.5);
+  EXPECT_EQ(new_.wtrend, 0.2);
+  EXPECT_DOUBLE_EQ(new_.wdamp, 0.95 + 0.015);
+  EXPECT_EQ(new_.r, 0.11);
+}
+
+TEST_F(Step3Box, ThreeFixedWeightsCannotMove) {
+  fix(model_.wbnds.wlevel, 0.5);
+  fix(model_.wbnds.wtrend, 0.2);
+  fix(model_.wbnds.wdamp, 0.95);
+  model_.wbnds.wlevflg = model_.wbnds.wtreflg = model_.wbnds.wdamflg = 1;
+  current_.delta[0] = 0.1;
+  EXPECT_EQ(step(1.0), -9);
+  EXPECT_EQ(g_eval.calls, 0);
+  // At a corner the search has already accepted, the trial is the point.
+  current_.rflag = 1;
+  current_.r = 0.5;
+  ASSERT_EQ(step(1.0), 0);
+  EXPECT_EQ(new_.r, 0.0);
+  EXPECT_EQ(new_.wlevel, 0.5);
+  EXPECT_EQ(g_eval.calls, 0);
+}
+
+TEST_F(Step3Box, ACornerWithTheSingleStepOutwardEndsTheSearch) {
+  // Level and trend pinned on their lower bounds, damping driven to its
+  // upper bound; the single step afterwards points further out.
+  current_.wlevel = 0.001;
+  current_.wtrend = 0.001;
+  current_.wbnds.wlevflg = -1;
+  current_.wbnds.wtreflg = -1;
+  const double d[3] = {-0.1, -0.1, 0.2};
+  const double d1[3] = {0.0, 0.0, 0.2};
+  std::memcpy(current_.delta, d, sizeof d);
+  std::memcpy(current_.delta2, d, sizeof d);
+  std::memcpy(current_.delta1, d1, sizeof d1);
+  g_eval.delta1[2] = 0.01;  // outward at the upper bound
+  ASSERT_EQ(step(1.0), 0);
+  EXPECT_EQ(new_.wdamp, 0.999);
+  EXPECT_EQ(new_.wbnds.nextdim, 0);
+  EXPECT_EQ(new_.rflag, 1);
+  EXPECT_EQ(new_.r, 0.11);  // rr[0]: the first visit of the corner
+
+  // The next trial from the flagged corner ends with r = 0.
+  current_ = new_;
+  std::memset(&new_, 0, sizeof new_);
+  ASSERT_EQ(step(1.0), 0);
+  EXPECT_EQ(new_.r, 0.0);
+}
+
+TEST_F(Step3Box, ASingleStepBackInsideKeepsTheSearchGoing) {
+  current_.wlevel = 0.001;
+  current_.wtrend = 0.001;
+  current_.wbnds.wlevflg = -1;
+  current_.wbnds.wtreflg = -1;
+  const double d[3] = {-0.1, -0.1, 0.2};
+  const double d1[3] = {0.0, 0.0, 0.2};
+  std::memcpy(current_.delta, d, sizeof d);
+  std::memcpy(current_.delta2, d, sizeof d);
+  std::memcpy(current_.delta1, d1, sizeof d1);
+  g_eval.delta1[2] = -0.01;  // back inside from the upper bound
+  ASSERT_EQ(step(1.0), 0);
+  EXPECT_EQ(new_.rflag, 0);
+  EXPECT_EQ(new_.r, 0.11);
+}
+
+TEST_F(Step3Box, AZeroTrendStepGivesAZeroStep) {
+  // The trend weight's cut fraction of 0 is not passed over.
+  const double d[3] = {0.1, -0.2, 0.01};
+  std::memcpy(current_.delta, d, sizeof d);
+  current_.wtrend = 0.0011;
+  model_.wbnds.wtrend[0] = 0.0011;  // the trend stands on its lower bound
+  ASSERT_EQ(step(1.0), 0);
+  EXPECT_EQ(new_.wlevel, 0.5);
+  EXPECT_EQ(new_.wtrend, 0.0011);
+  EXPECT_EQ(new_.wdamp, 0.95);
+  EXPECT_EQ(new_.change, 0.0);
+}
+
+TEST_F(Step3Box, WeightsWithinTheirToleranceSnapOntoTheBound) {
+  model_.wbnds.wlevel[2] = 0.01;
+  const double d[3] = {0.49, 0.0, 0.0};
+  std::memcpy(current_.delta, d, sizeof d);
+  current_.delta[1] = 1e-3;
+  ASSERT_EQ(step(1.0), 0);
+  EXPECT_EQ(new_.wlevel, 0.999);  // 0.99 is within 0.01 of the bound
+  EXPECT_EQ(new_.wbnds.nextdim, 2);
+}
+
+TEST_F(Step3Box, WithoutBoundsTheStepIsFreeAndFailuresPassThrough) {
+  model_.wbnds.bounds = 0;
+  const double d[3] = {2.0, -1.0, 0.5};
+  std::memcpy(current_.delta, d, sizeof d);
+  ASSERT_EQ(step(1.0), 0);
+  EXPECT_DOUBLE_EQ(new_.wlevel, 2.5);
+  EXPECT_DOUBLE_EQ(new_.wtrend, -0.8);
+  EXPECT_DOUBLE_EQ(new_.wdamp, 1.45);
+  EXPECT_EQ(new_.wbnds.dim, 3);
+  EXPECT_EQ(new_.r, 0.33);
+  g_eval.rc = -9;
+  EXPECT_EQ(step(0.5), -9);
+  EXPECT_EQ(fitcon_.subiter, 2);
+}
+
+TEST_F(Step3Box, WithBoundsAFailedEvaluationIsReturnedAtOnce) {
+  current_.delta[0] = 0.01;
+  current_.delta[1] = 0.01;
+  g_eval.rc = -2;
+  EXPECT_EQ(step(1.0), -2);
+  EXPECT_EQ(fitcon_.subiter, 0);
+}
+
+TEST_F(Step3Box, TheWintersFamilyMovesItsSeasonalWeight) {
+  current_.wdamp = 0.0;
+  current_.wseason = 0.3;
+  model_.wbnds.wseason[1] = 0.35;
+  const double d[3] = {0.0, 0.01, 0.1};
+  std::memcpy(current_.delta, d, sizeof d);
+  ASSERT_EQ(step(1.0, step3::Third::season), 0);
+  EXPECT_EQ(new_.wseason, 0.35);
+  EXPECT_EQ(new_.wbnds.wseaflg, 1);
+  EXPECT_DOUBLE_EQ(new_.wtrend, 0.2 + 0.01 * 0.5);
+  EXPECT_EQ(new_.wdamp, 0.0);
+}
+
+}  // namespace
