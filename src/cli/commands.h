@@ -1,0 +1,20 @@
+// Subcommands of esforecast.  Each is registered by its own unit, which adds
+// its options and callback to the application; a callback that fails prints
+// a message naming the file, line and field concerned and exits non-zero.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "cli/loader.h"
+
+namespace esf::cli {
+
+// Exit status of a command that is not implemented in this build.
+inline constexpr int kExitNotAvailable = 2;
+
+}  // namespace esf::cli
+
+// `calendar`: interval arithmetic on dates.
+void add_calendar_command(CLI::App& app, esf::cli::Loader& loader);
+// `fit` and `forecast`: model estimation and forecast tables.
+void add_model_commands(CLI::App& app, esf::cli::Loader& loader);

@@ -1,0 +1,77 @@
+// Loading the module image the way the host does: dlopen() the shared
+// object, run its start routine with the host's control block, read its
+// image records and ask its entry for the table of twelve methods.
+#pragma once
+
+#include <dlfcn.h>
+
+#include <array>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "host/host.h"
+#include "module/host_api.h"
+
+namespace esf::cli {
+
+// Why the module could not be loaded or called; what() says which step.
+class LoadError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class Loader {
+ public:
+  static constexpr int kNumMethods = 12;
+  // Names of the method slots, in table order.
+  static constexpr std::array<std::string_view, kNumMethods> kMethodNames = {
+      "mwinfit", "mwinfor", "mes1fit", "mes1for", "mes2fit", "mes2for",
+      "mesdfit", "mesdfor", "mes3fit", "mes3for", "messfit", "messfor"};
+
+  Loader() = default;
+  Loader(const Loader&) = delete;
+  Loader& operator=(const Loader&) = delete;
+  ~Loader();
+
+  // The image the loader would open: $ESF_MODULE when set, else
+  // libqorfmsm.so beside the running executable.
+  static std::filesystem::path default_path();
+
+  // Loads the image (once; later calls do nothing).  Throws LoadError.
+  void load(const std::filesystem::path& path = default_path());
+  bool loaded() const { return handle_ != nullptr; }
+  const std::filesystem::path& path() const { return path_; }
+
+  // The image's records, valid after load().
+  const VIMODCON& image_info() const;
+  const WIPGMCON& program_info() const;
+
+  // The method in slot `slot` (0..11).
+  METHODFN method(int slot) const;
+  // Slot of a method name, -1 if none.
+  static int slot_of(std::string_view name);
+  // Calls a method with the parameter record of `call`; returns the
+  // function's result (always 0 for this module).  Loads first if needed.
+  int call(int slot, host::MethodCall& call, List self = nullptr);
+
+  // An exported routine of the image by name.  Loads first if needed;
+  // throws LoadError when the image does not export it.
+  template <class F>
+  F* symbol(const char* name) {
+    if (!loaded()) load();
+    void* p = ::dlsym(handle_, name);
+    if (p == nullptr) throw LoadError(std::string("the module does not export ") + name);
+    return reinterpret_cast<F*>(p);
+  }
+
+ private:
+  void* handle_ = nullptr;
+  std::filesystem::path path_;
+  VIMODCON* vi_ = nullptr;
+  WIPGMCON* pcn_ = nullptr;
+  CMETHS cmeths_{};
+};
+
+}  // namespace esf::cli

@@ -1,0 +1,170 @@
+// C++ interface of the host stand-in for host programs: the command line
+// program and the tests.  Module code never includes this header; it reaches
+// the host only through the C routines of module/host_api.h.
+//
+// A typical method call from a host program:
+//
+//   using namespace esf::host;
+//   List series = new_list();
+//   set_text(series, "NAME", "AIR");
+//   List data = add_list(series, "DATA");
+//   for (double v : values) append_number(data, v);
+//   ...
+//   MethodCall call;                 // builds the PSCPLIST
+//   call.list(series).list(spec).list(fit).list(eval).list(model).number(0);
+//   loader.call(2, call);            // slot 2: mes1fit
+//   int rc = call.return_code();     // read back from the last argument
+#ifndef ESF_HOST_HOST_H
+#define ESF_HOST_HOST_H
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "module/host_api.h"
+
+namespace esf::host {
+
+// ---- Session ---------------------------------------------------------------
+
+// The global control block and the anchor a host passes to mcn_main.
+GCB* gcb();
+GCB** gcb_anchor();
+// The image descriptor a host passes to mcn_main.
+VI_PIDB* pidb();
+// The component all lists of this process belong to.
+FMCOM* fmcomp();
+
+// Ends the current task: deletes every resource slot of its blocks (running
+// their destructors) so that the next use starts from nothing.
+void end_task();
+
+// ---- Lists -----------------------------------------------------------------
+
+// A new empty list of the session's component.
+List new_list();
+// Frees a list and its sublists.
+void free_list(List list);
+// Number of lists alive in the session's component.
+std::size_t live_lists();
+
+// Appends an item (unnamed when `name` is empty).
+void append_number(List list, double value, std::string_view name = {});
+void append_integer(List list, long value, std::string_view name = {});
+void append_text(List list, std::string_view text, std::string_view name = {});
+// Creates a list and appends it as an item of `list`; returns the new list.
+List add_list(List list, std::string_view name = {});
+// Sets a named item, replacing the first one so named or appending.
+void set_number(List list, std::string_view name, double value);
+void set_integer(List list, std::string_view name, long value);
+void set_text(List list, std::string_view name, std::string_view text);
+
+// The first item so named, or null.
+const SLIST_ITEM* find_item(List list, std::string_view name);
+// The sublist of the first item so named, or null.
+List find_list(List list, std::string_view name);
+// The numeric value of the first item so named, if it is numeric.
+std::optional<double> find_number(List list, std::string_view name);
+// The text of the first item so named, if it is a character item.
+std::optional<std::string> find_text(List list, std::string_view name);
+// Items in order.
+std::vector<const SLIST_ITEM*> items(List list);
+// The sublist an item holds, or null.
+List sublist(const SLIST_ITEM* item);
+// Name of an item ("" when unnamed).
+std::string item_name(const SLIST_ITEM* item);
+
+// Lists as JSON.  A list with no named items is an array, a list whose items
+// all have distinct names an object (in item order), any other list
+// {"$items": [{"name": ..., "value": ...}, ...]}.  Numbers keep their kind
+// (integer or double); the ordinary missing value is null and the special
+// ones {"$missing": ".A"}; characters are strings; sublists nest.
+nlohmann::ordered_json to_json(List list);
+// Builds a new list from JSON; throws std::invalid_argument naming the path
+// of the offending value.
+List from_json(const nlohmann::ordered_json& json);
+
+// ---- Method calls ----------------------------------------------------------
+
+// The parameter record of one method call, built argument by argument.
+class MethodCall {
+ public:
+  MethodCall();
+  MethodCall(const MethodCall&) = delete;
+  MethodCall& operator=(const MethodCall&) = delete;
+
+  MethodCall& list(List list);              // a list argument (null: missing)
+  MethodCall& text(std::string_view text);  // a character argument
+  MethodCall& number(double value);         // a numeric argument
+  MethodCall& missing_number();             // a numeric argument that is missing
+
+  PSCPLIST* plist() { return &plist_; }
+  int nargs() const { return plist_.nargs; }
+  // The double in argument `slot` as posretd counts (argument slot - 1), if
+  // the method wrote it.
+  std::optional<double> written(int slot) const;
+  // The return code: what the method wrote into its last argument, as an
+  // integer; nullopt when nothing was written there.
+  std::optional<int> return_code() const;
+
+ private:
+  PSCPU u_{};
+  PSCPLIST plist_{};
+  std::vector<std::string> texts_;
+};
+
+// ---- Memory ----------------------------------------------------------------
+
+// Blocks of the current pool not yet given back.
+std::size_t pool_outstanding();
+// Lets the next `n` allocations of the current pool succeed and every later
+// one fail, until called again with a negative `n` (no limit).
+void pool_fail_after(long n);
+
+// ---- Options ---------------------------------------------------------------
+
+void set_option(std::string_view name, std::string_view value);
+void clear_option(std::string_view name);
+
+// ---- Image conversion -------------------------------------------------------
+
+// The status virv2g answers with (0, the default, lets it succeed).
+void set_virv2g_status(int status);
+
+// ---- Printing ----------------------------------------------------------------
+
+// With capture on, print lines, status reports and debug lines collect in
+// memory instead of going to stdout / stderr.
+void capture_output(bool on);
+std::string take_printed();   // print service lines, each ending in '\n'
+std::string take_log();       // xprrlog reports and xebug lines
+
+// ---- Tables ------------------------------------------------------------------
+
+// Assigns a library reference to a directory.  WORK is the current
+// directory unless assigned.  Throws std::invalid_argument for a libref that
+// is empty, longer than 8 characters or not a name.
+void assign_libref(std::string_view libref, const std::filesystem::path& dir);
+// The directory of a libref, if assigned (WORK always is).
+std::optional<std::filesystem::path> libref_path(std::string_view libref);
+// The file of a table "lib.mem" (or "mem", in WORK): dir / lower(mem).csv.
+std::filesystem::path table_path(std::string_view two_level_name);
+
+// What an output table closed in this process said of its variables.
+struct VariableInfo {
+  std::string name;
+  std::string label;
+  int width = 0;     // format width
+  int decimals = 0;  // format decimals
+};
+std::vector<VariableInfo> table_variables(const std::filesystem::path& file);
+
+}  // namespace esf::host
+
+#endif  // ESF_HOST_HOST_H

@@ -1,0 +1,74 @@
+// Helpers shared by the units of the host stand-in.  Not for host programs
+// (they use host.h) and not for the module (it uses module/host_api.h).
+#ifndef ESF_HOST_HOST_INTERNAL_H
+#define ESF_HOST_HOST_INTERNAL_H
+
+#include <bit>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace esf::host::internal {
+
+// Missing values: the two top bytes 0xFF, the kind in the third byte from the
+// top ("._" 0xFF, "." 0xFE, ".A" 0xFD down to ".Z" 0xE4), the rest 0.
+inline bool is_missing(double v) { return (std::bit_cast<std::uint64_t>(v) >> 48) == 0xFFFFu; }
+inline double ordinary_missing() { return std::bit_cast<double>(std::uint64_t{0xFFFFFE0000000000}); }
+
+// Name of the kind of a missing value: "._", "." or ".A" to ".Z".
+inline std::string missing_kind_name(double v) {
+  const auto third = static_cast<unsigned>((std::bit_cast<std::uint64_t>(v) >> 40) & 0xFFu);
+  if (third == 0xFF) return "._";
+  if (third >= 0xE4 && third <= 0xFD) return std::string(".") + static_cast<char>('A' + (0xFD - third));
+  return ".";
+}
+
+// The missing value of a name as missing_kind_name gives it (case-insensitive
+// letter); false for any other text.
+inline bool missing_from_name(std::string_view name, double* out) {
+  unsigned third = 0;
+  if (name == ".") {
+    third = 0xFE;
+  } else if (name == "._") {
+    third = 0xFF;
+  } else if (name.size() == 2 && name[0] == '.' && ((name[1] >= 'A' && name[1] <= 'Z') || (name[1] >= 'a' && name[1] <= 'z'))) {
+    const char letter = static_cast<char>(name[1] & ~0x20);
+    third = 0xFDu - static_cast<unsigned>(letter - 'A');
+  } else {
+    return false;
+  }
+  *out = std::bit_cast<double>((std::uint64_t{0xFFFF} << 48) | (std::uint64_t{third} << 40));
+  return true;
+}
+
+// Output channels of the print service: print lines to stdout, reports and
+// debug lines to stderr, or both into memory while capture is on.
+void emit_print_line(std::string_view line);
+void emit_log_line(std::string_view line);
+
+// The task descriptor's resource blocks are cleared by end_task().
+void clear_task_slots();
+
+// Records that an allocation failed, for xmemdef.
+void note_allocation_failure();
+
+// Statuses of the table service (negative: errors).
+inline constexpr int kTableBadName = static_cast<int>(0x80010001u);      // not a valid table name
+inline constexpr int kTableNoLibrary = static_cast<int>(0x80010002u);    // libref not assigned
+inline constexpr int kTableCannotCreate = static_cast<int>(0x80010003u); // file cannot be written
+inline constexpr int kTableNotFound = static_cast<int>(0x80010004u);     // file cannot be read
+inline constexpr int kTableBadData = static_cast<int>(0x80010005u);      // a field is not a number
+inline constexpr int kTableState = static_cast<int>(0x80010006u);        // call out of order
+inline constexpr int kTableWrite = static_cast<int>(0x80010007u);        // writing failed
+inline constexpr int kTableNoVariable = static_cast<int>(0x80010008u);   // no such variable
+inline constexpr int kTableBadVariable = static_cast<int>(0x80010009u);  // bad variable definition
+
+// Attaches a readable explanation to the next report of status `rc` on this
+// thread (file, line and field where it applies); xprrlog prints it.
+void note_status_detail(int rc, std::string text);
+// The explanation noted for `rc`, taken away; empty when none.
+std::string take_status_detail(int rc);
+
+}  // namespace esf::host::internal
+
+#endif  // ESF_HOST_HOST_INTERNAL_H

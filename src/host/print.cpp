@@ -1,0 +1,341 @@
+// The print service: the host's own format directives, the current print
+// line, the page, the message catalogue, status reports and debug output.
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <mutex>
+#include <string>
+
+#include <fmt/format.h>
+
+#include "host/host.h"
+#include "host/host_internal.h"
+
+namespace {
+
+struct Output {
+  std::mutex mutex;
+  bool capture = false;
+  std::string printed;
+  std::string log;
+  std::string line;  // the current print line, not yet ended
+  XPPRNL page{60, 60, 132};
+};
+
+Output& output() {
+  static Output out;
+  return out;
+}
+
+// Formats `fmt` with the host's directives into `out`:
+//   %i %li    int, long          %f %E %g  double
+//   %s        terminated text    %*s       int length, then that many chars
+//   %%        a percent sign     %n        a new line
+// Flags '-', '0', '+' and ' ', a width and a precision as in C.  A precision
+// of 90 or more stands for precision - 90.
+void vformat(std::string& out, const char* fmt, va_list ap) {
+  if (fmt == nullptr) return;
+  for (const char* p = fmt; *p != '\0'; ++p) {
+    if (*p != '%') {
+      out.push_back(*p);
+      continue;
+    }
+    const char* start = p++;
+    std::string flags;
+    while (*p == '-' || *p == '0' || *p == '+' || *p == ' ') flags.push_back(*p++);
+    bool star = false;
+    int width = -1;
+    if (*p == '*') {
+      star = true;
+      ++p;
+    } else if (*p >= '0' && *p <= '9') {
+      width = 0;
+      while (*p >= '0' && *p <= '9') width = width * 10 + (*p++ - '0');
+    }
+    int precision = -1;
+    if (*p == '.') {
+      ++p;
+      precision = 0;
+      while (*p >= '0' && *p <= '9') precision = precision * 10 + (*p++ - '0');
+      if (precision >= 90) precision -= 90;
+    }
+    bool is_long = false;
+    if (*p == 'l') {
+      is_long = true;
+      ++p;
+    }
+    char spec[64];
+    auto c_spec = [&](char conv, const char* length) {
+      std::snprintf(spec, sizeof spec, "%%%s%s%s%s%c", flags.c_str(), width >= 0 ? std::to_string(width).c_str() : "",
+                    precision >= 0 ? ("." + std::to_string(precision)).c_str() : "", length, conv);
+    };
+    char buf[512];
+    switch (*p) {
+      case 'i':
+      case 'd': {
+        c_spec('d', is_long ? "l" : "");
+        if (is_long) {
+          std::snprintf(buf, sizeof buf, spec, va_arg(ap, long));
+        } else {
+          std::snprintf(buf, sizeof buf, spec, va_arg(ap, int));
+        }
+        out += buf;
+        break;
+      }
+      case 'f':
+      case 'E':
+      case 'e':
+      case 'g':
+      case 'G': {
+        const double v = va_arg(ap, double);
+        if (esf::host::internal::is_missing(v)) {
+          // A missing value prints as its name, right-aligned in the width.
+          const std::string name = esf::host::internal::missing_kind_name(v);
+          if (width > static_cast<int>(name.size())) out.append(static_cast<std::size_t>(width) - name.size(), ' ');
+          out += name;
+          break;
+        }
+        c_spec(*p, "");
+        std::snprintf(buf, sizeof buf, spec, v);
+        out += buf;
+        break;
+      }
+      case 's': {
+        if (star) {
+          int len = va_arg(ap, int);
+          const char* text = va_arg(ap, const char*);
+          if (text != nullptr && len > 0) out.append(text, static_cast<std::size_t>(len));
+        } else {
+          const char* text = va_arg(ap, const char*);
+          std::string s = text != nullptr ? text : "";
+          if (precision >= 0 && static_cast<int>(s.size()) > precision) s.resize(static_cast<std::size_t>(precision));
+          const bool left = flags.find('-') != std::string::npos;
+          const std::size_t pad = width > static_cast<int>(s.size()) ? static_cast<std::size_t>(width) - s.size() : 0;
+          if (!left) out.append(pad, ' ');
+          out += s;
+          if (left) out.append(pad, ' ');
+        }
+        break;
+      }
+      case 'c':
+        out.push_back(static_cast<char>(va_arg(ap, int)));
+        break;
+      case '%':
+        out.push_back('%');
+        break;
+      case 'n':
+        out.push_back('\n');
+        break;
+      case '\0':
+        out.append(start);
+        return;
+      default:
+        out.append(start, static_cast<std::size_t>(p - start + 1));
+        break;
+    }
+  }
+}
+
+// Sends every complete line of the current print line to the output.
+void flush_lines(Output& o, bool end_line) {
+  if (end_line) o.line.push_back('\n');
+  std::size_t pos;
+  while ((pos = o.line.find('\n')) != std::string::npos) {
+    std::string done = o.line.substr(0, pos);
+    o.line.erase(0, pos + 1);
+    if (o.capture) {
+      o.printed += done;
+      o.printed.push_back('\n');
+    } else {
+      std::cout << done << '\n';
+    }
+    if (--o.page.left <= 0) o.page.left = o.page.pagesize;
+  }
+}
+
+// The host's catalogue of module 881: labels of the forecast table.
+const char* catalogue_text(int module, int msg) {
+  if (module != 881) return nullptr;
+  switch (msg) {
+    case 1100: return "Forecast for %*s";
+    case 1101: return "Upper %g%% Confidence Limit";
+    case 1102: return "Lower %g%% Confidence Limit";
+    case 1103: return "Prediction Error for %*s";
+    case 1104: return "Prediction Standard Error";
+    case 1105: return "Smoothed Level";
+    case 1106: return "Smoothed Trend";
+    case 1107: return "Seasonal Index";
+    default: return nullptr;
+  }
+}
+
+int copy_out(char* buf, int max, const std::string& text) {
+  if (buf == nullptr || max <= 0) return 0;
+  const int n = std::min<int>(max - 1, static_cast<int>(text.size()));
+  std::memcpy(buf, text.data(), static_cast<std::size_t>(n));
+  buf[n] = '\0';
+  return n;
+}
+
+}  // namespace
+
+namespace esf::host::internal {
+
+void emit_print_line(std::string_view line) {
+  Output& o = output();
+  std::lock_guard lock(o.mutex);
+  o.line.append(line);
+  flush_lines(o, true);
+}
+
+void emit_log_line(std::string_view line) {
+  Output& o = output();
+  std::lock_guard lock(o.mutex);
+  if (o.capture) {
+    o.log.append(line);
+    o.log.push_back('\n');
+  } else {
+    std::cerr << line << '\n';
+  }
+}
+
+namespace {
+thread_local int t_detail_rc = 0;
+thread_local std::string t_detail;
+}  // namespace
+
+void note_status_detail(int rc, std::string text) {
+  t_detail_rc = rc;
+  t_detail = std::move(text);
+}
+
+std::string take_status_detail(int rc) {
+  if (rc == 0 || rc != t_detail_rc) return {};
+  t_detail_rc = 0;
+  std::string out;
+  out.swap(t_detail);
+  return out;
+}
+
+}  // namespace esf::host::internal
+
+extern "C" {
+
+int xps(const char* fmt, ...) {
+  std::string text;
+  va_list ap;
+  va_start(ap, fmt);
+  vformat(text, fmt, ap);
+  va_end(ap);
+  Output& o = output();
+  std::lock_guard lock(o.mutex);
+  o.line += text;
+  flush_lines(o, false);
+  return 0;
+}
+
+int xpsout(const char* fmt, ...) {
+  std::string text;
+  va_list ap;
+  va_start(ap, fmt);
+  vformat(text, fmt, ap);
+  va_end(ap);
+  Output& o = output();
+  std::lock_guard lock(o.mutex);
+  o.line += text;
+  flush_lines(o, true);
+  return 0;
+}
+
+int xpsstr(char* buf, int max, const char* fmt, ...) {
+  std::string text;
+  va_list ap;
+  va_start(ap, fmt);
+  vformat(text, fmt, ap);
+  va_end(ap);
+  return copy_out(buf, max, text);
+}
+
+int xpmstr(char* buf, int max, int module, int msg, ...) {
+  const char* fmt = catalogue_text(module, msg);
+  if (fmt == nullptr) return copy_out(buf, max, std::string());
+  std::string text;
+  va_list ap;
+  va_start(ap, msg);
+  vformat(text, fmt, ap);
+  va_end(ap);
+  return copy_out(buf, max, text);
+}
+
+XPPRNL* xpprnl(int /*unit*/) { return &output().page; }
+
+int xppage(int /*unit*/) {
+  Output& o = output();
+  std::lock_guard lock(o.mutex);
+  if (!o.line.empty()) flush_lines(o, true);
+  o.page.left = o.page.pagesize;
+  return 0;
+}
+
+int xpoflsh(int /*unit*/) {
+  Output& o = output();
+  std::lock_guard lock(o.mutex);
+  if (!o.capture) std::cout.flush();
+  return 0;
+}
+
+void xprrlog(int /*unit*/, rctype rc) {
+  const auto code = static_cast<unsigned>(rc);
+  const std::string detail = esf::host::internal::take_status_detail(rc);
+  std::string kind = rc < 0 ? "ERROR" : (rc > 0 ? "WARNING" : "NOTE");
+  const char* what = nullptr;
+  switch (code) {
+    case 0x80000803u: what = "out of memory"; break;
+    case 0x80000805u: what = "journal record not recognised"; break;
+    case 0x8000080Bu: what = "the table has no rows"; break;
+    case 0x8001C80Bu: what = "the custom interval cache failed"; break;
+    case 0x803FC009u: what = "reading a table failed"; break;
+    default: break;
+  }
+  if (!detail.empty()) what = detail.c_str();
+  esf::host::internal::emit_log_line(fmt::format("{}: status 0x{:08X}{}{}", kind, code, what ? ": " : "", what ? what : ""));
+}
+
+void xebug(const char* fmt, ...) {
+  std::string text;
+  va_list ap;
+  va_start(ap, fmt);
+  vformat(text, fmt, ap);
+  va_end(ap);
+  esf::host::internal::emit_log_line("DEBUG: " + text);
+}
+
+}  // extern "C"
+
+namespace esf::host {
+
+void capture_output(bool on) {
+  Output& o = output();
+  std::lock_guard lock(o.mutex);
+  o.capture = on;
+}
+
+std::string take_printed() {
+  Output& o = output();
+  std::lock_guard lock(o.mutex);
+  std::string out;
+  out.swap(o.printed);
+  return out;
+}
+
+std::string take_log() {
+  Output& o = output();
+  std::lock_guard lock(o.mutex);
+  std::string out;
+  out.swap(o.log);
+  return out;
+}
+
+}  // namespace esf::host

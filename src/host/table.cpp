@@ -1,0 +1,608 @@
+// Tables of the host as CSV files.  A libref names a directory (WORK is the
+// current directory unless assigned); member MEM of a libref is the file
+// lower(mem).csv in it.  An output table is written to a temporary name
+// beside its final name and renamed by a normal close, so that an aborted or
+// failed table never leaves a file.  The first line holds the variable names
+// in definition order; each record is one line.  A missing value is an empty
+// field ("."), or its name for the special kinds (".A").
+//
+// An input table has the same form.  A header field may name a format after
+// a colon, "BEGIN:DATE9.", which the variable's NAMESTR then carries.
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "host/host.h"
+#include "host/host_internal.h"
+
+namespace fs = std::filesystem;
+using namespace esf::host::internal;
+
+namespace {
+
+std::string upper(std::string_view s) {
+  std::string out(s);
+  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return out;
+}
+
+std::string lower(std::string_view s) {
+  std::string out(s);
+  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return out;
+}
+
+std::string trim(std::string_view s) {
+  std::size_t b = 0, e = s.size();
+  while (b < e && (s[b] == ' ' || s[b] == '\t' || s[b] == '\r')) ++b;
+  while (e > b && (s[e - 1] == ' ' || s[e - 1] == '\t' || s[e - 1] == '\r')) --e;
+  return std::string(s.substr(b, e - b));
+}
+
+// A name: a letter or underscore, then letters, digits and underscores.
+bool is_name(std::string_view s, std::size_t max) {
+  if (s.empty() || s.size() > max) return false;
+  if (!(std::isalpha(static_cast<unsigned char>(s[0])) || s[0] == '_')) return false;
+  return std::all_of(s.begin(), s.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; });
+}
+
+struct Librefs {
+  std::mutex mutex;
+  std::map<std::string, fs::path> dirs;
+  std::map<std::string, std::vector<esf::host::VariableInfo>> closed;  // by file path
+};
+
+Librefs& librefs() {
+  static Librefs l;
+  return l;
+}
+
+std::atomic<long> g_temp_counter{0};
+
+// The host's open table.  `file` comes first, so an XOFILE* is a Table*; the
+// variable handle of xvputi and xvgeti is the Table* as well.
+struct Table {
+  XOFILE file{};
+  bool output = false;
+  fs::path path;
+  fs::path temp_path;
+  std::ofstream out;
+  enum class State { Opened, Defining, Defined, Ended } state = State::Opened;
+
+  // Output: variables and the bound slots.
+  struct OutVar {
+    std::string name;
+    std::string label;
+    int width = 0;
+    int decimals = 0;
+    double* slot = nullptr;
+  };
+  std::vector<OutVar> vars;
+  int nvars = 0;
+  std::vector<double> record;
+  bool write_failed = false;
+
+  // Input: variables, their NAMESTRs, the rows and the read position.
+  std::vector<std::string> names;
+  std::vector<NAMESTR> namestrs;
+  std::vector<std::vector<double>> rows;
+  std::size_t next_row = 0;
+  const std::vector<double>* current = nullptr;
+  std::vector<std::pair<int, double*>> binds;
+};
+
+Table* table_of(XOFILE* fileid) { return reinterpret_cast<Table*>(fileid); }
+Table* table_of(ptr xvp) { return static_cast<Table*>(xvp); }
+
+std::string text(const tchar* p, int n) {
+  if (p == nullptr || n <= 0) return {};
+  return std::string(p, static_cast<std::size_t>(n));
+}
+
+std::string fixed_text(const tchar* p, std::size_t n) {
+  std::string s(p, n);
+  while (!s.empty() && (s.back() == ' ' || s.back() == '\0')) s.pop_back();
+  return s;
+}
+
+int fail(int rc, std::string detail) {
+  note_status_detail(rc, std::move(detail));
+  return rc;
+}
+
+std::string format_value(double v) {
+  if (is_missing(v)) {
+    const std::string kind = missing_kind_name(v);
+    return kind == "." ? std::string() : kind;
+  }
+  return fmt::format("{}", v);
+}
+
+// Splits one CSV line; fields may be quoted with '"' (doubled inside).
+std::vector<std::string> split_csv(const std::string& line) {
+  std::vector<std::string> fields;
+  std::string field;
+  bool quoted = false;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    const char c = line[i];
+    if (quoted) {
+      if (c == '"' && i + 1 < line.size() && line[i + 1] == '"') {
+        field.push_back('"');
+        ++i;
+      } else if (c == '"') {
+        quoted = false;
+      } else {
+        field.push_back(c);
+      }
+    } else if (c == '"') {
+      quoted = true;
+    } else if (c == ',') {
+      fields.push_back(field);
+      field.clear();
+    } else {
+      field.push_back(c);
+    }
+  }
+  fields.push_back(field);
+  return fields;
+}
+
+// A field as a number: empty or "." is the ordinary missing value, ".A" to
+// ".Z" and "._" the special ones.
+bool parse_value(const std::string& raw, double* out) {
+  const std::string s = trim(raw);
+  if (s.empty()) {
+    *out = ordinary_missing();
+    return true;
+  }
+  if (s[0] == '.' && missing_from_name(s, out)) return true;
+  errno = 0;
+  char* end = nullptr;
+  const double v = std::strtod(s.c_str(), &end);
+  if (end != s.c_str() + s.size() || errno == ERANGE) return false;
+  *out = v;
+  return true;
+}
+
+// Splits a format text "DATE9." or "BEST12.2" into name, width and
+// decimals: the digits before the point are the width, those after it the
+// decimals; without a point the whole text is the name.
+void parse_format(const std::string& f, NAMESTR& ns) {
+  std::string name = f;
+  int width = 0, decimals = 0;
+  if (std::size_t point = f.rfind('.'); point != std::string::npos) {
+    for (std::size_t i = point + 1; i < f.size() && std::isdigit(static_cast<unsigned char>(f[i])); ++i)
+      decimals = decimals * 10 + (f[i] - '0');
+    std::size_t start = point;
+    while (start > 0 && std::isdigit(static_cast<unsigned char>(f[start - 1]))) --start;
+    for (std::size_t i = start; i < point; ++i) width = width * 10 + (f[i] - '0');
+    name = f.substr(0, start);
+  }
+  name = upper(name.substr(0, std::min<std::size_t>(name.size(), 32)));
+  ns.nformlongl = static_cast<short>(name.size());
+  std::memset(ns.nformlong, ' ', sizeof ns.nformlong);
+  std::memcpy(ns.nformlong, name.data(), name.size());
+  ns.nfl = static_cast<short>(width);
+  ns.nfd = static_cast<short>(decimals);
+}
+
+int read_table(Table& t, const fs::path& path) {
+  std::ifstream in(path);
+  if (!in) return fail(kTableNotFound, fmt::format("cannot open table file {}", path.string()));
+  std::string line;
+  if (!std::getline(in, line)) return fail(kTableBadData, fmt::format("{}: line 1: the header line is missing", path.string()));
+  const std::vector<std::string> header = split_csv(line);
+  for (std::size_t j = 0; j < header.size(); ++j) {
+    std::string field = trim(header[j]);
+    std::string format;
+    if (std::size_t colon = field.find(':'); colon != std::string::npos) {
+      format = trim(field.substr(colon + 1));
+      field = trim(field.substr(0, colon));
+    }
+    if (!is_name(field, 32))
+      return fail(kTableBadData, fmt::format("{}: line 1, field {}: \"{}\" is not a variable name", path.string(), j + 1, field));
+    t.names.push_back(upper(field));
+    NAMESTR ns{};
+    xvnamei(&ns);
+    ns.nvar0 = static_cast<long>(j) + 1;
+    if (!format.empty()) parse_format(format, ns);
+    t.namestrs.push_back(ns);
+  }
+  for (std::size_t j = 0; j < t.namestrs.size(); ++j) {
+    t.namestrs[j].name_p = t.names[j].data();
+    t.namestrs[j].namelen = static_cast<short>(t.names[j].size());
+  }
+  long lineno = 1;
+  while (std::getline(in, line)) {
+    ++lineno;
+    if (trim(line).empty()) continue;
+    const std::vector<std::string> fields = split_csv(line);
+    if (fields.size() != header.size())
+      return fail(kTableBadData, fmt::format("{}: line {}: {} fields where the header has {}", path.string(), lineno,
+                                             fields.size(), header.size()));
+    std::vector<double> row(fields.size());
+    for (std::size_t j = 0; j < fields.size(); ++j) {
+      if (!parse_value(fields[j], &row[j]))
+        return fail(kTableBadData, fmt::format("{}: line {}, field {} ({}): \"{}\" is not a number", path.string(), lineno,
+                                               j + 1, t.names[j], trim(fields[j])));
+    }
+    t.rows.push_back(std::move(row));
+  }
+  return 0;
+}
+
+int table_add(XO_PARMS* xoparm) {
+  if (xoparm == nullptr || xoparm->fileid == nullptr) return kTableState;
+  Table& t = *table_of(xoparm->fileid);
+  int status = 0;
+  if (!t.output || t.state != Table::State::Defined) {
+    status = fail(kTableState, "a record was added to a table whose variables are not defined");
+  } else {
+    std::string line;
+    for (std::size_t j = 0; j < t.record.size(); ++j) {
+      if (j > 0) line.push_back(',');
+      line += format_value(t.record[j]);
+    }
+    line.push_back('\n');
+    t.out << line;
+    if (!t.out) {
+      t.write_failed = true;
+      status = fail(kTableWrite, fmt::format("writing {} failed", t.temp_path.string()));
+    }
+  }
+  t.file.status = status;
+  return status;
+}
+
+int table_read(XO_PARMS* xoparm) {
+  if (xoparm == nullptr || xoparm->fileid == nullptr) return kTableState;
+  Table& t = *table_of(xoparm->fileid);
+  if (t.output) return kTableState;
+  if (t.next_row >= t.rows.size()) {
+    t.current = nullptr;
+    return XO_EOF;
+  }
+  t.current = &t.rows[t.next_row++];
+  xoparm->obsnum = static_cast<long>(t.next_row);
+  return 0;
+}
+
+XOVECTOR g_vector{table_add, table_read};
+
+}  // namespace
+
+extern "C" {
+
+int znamdiv(int /*flags*/, const tchar* name, int len, int* count, int n, struct u_sname* lib, struct u_sname* mem,
+            struct u_sname* type) {
+  XSNAME* parts[3] = {reinterpret_cast<XSNAME*>(lib), reinterpret_cast<XSNAME*>(mem), reinterpret_cast<XSNAME*>(type)};
+  for (XSNAME* p : parts) {
+    if (p != nullptr) {
+      p->name_l = 0;
+      std::memset(p->name, ' ', sizeof p->name);
+    }
+  }
+  if (count != nullptr) *count = 0;
+  if (name == nullptr) return 1;
+  if (len < 0) len = static_cast<int>(std::strlen(name));
+  const std::string whole = trim(std::string_view(name, static_cast<std::size_t>(len)));
+  std::vector<std::string> pieces;
+  std::size_t start = 0;
+  for (;;) {
+    const std::size_t dot = whole.find('.', start);
+    pieces.push_back(trim(whole.substr(start, dot == std::string::npos ? std::string::npos : dot - start)));
+    if (dot == std::string::npos) break;
+    start = dot + 1;
+  }
+  if (whole.empty() || pieces.size() > static_cast<std::size_t>(std::min(n, 3))) return 1;
+  // One part is a member of WORK; two are library and member; three add a type.
+  const std::size_t limits[3] = {8, 32, 8};
+  XSNAME* targets[3] = {nullptr, nullptr, nullptr};
+  std::size_t lims[3] = {0, 0, 0};
+  if (pieces.size() == 1) {
+    targets[0] = parts[1];
+    lims[0] = limits[1];
+  } else {
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+      targets[i] = parts[i];
+      lims[i] = limits[i];
+    }
+  }
+  for (std::size_t i = 0; i < pieces.size(); ++i) {
+    if (!is_name(pieces[i], lims[i])) return 2;
+    if (targets[i] != nullptr) {
+      targets[i]->name_l = static_cast<short>(pieces[i].size());
+      std::memcpy(targets[i]->name, pieces[i].data(), pieces[i].size());
+    }
+  }
+  if (count != nullptr) *count = static_cast<int>(pieces.size());
+  return 0;
+}
+
+int xoopen(XO_PARMS* xoparm, XOPNSTR* xopnstr) {
+  if (xoparm == nullptr || xopnstr == nullptr) return kTableState;
+  xoparm->fileid = nullptr;
+  std::string libref = upper(fixed_text(xopnstr->name.lib.libref, sizeof xopnstr->name.lib.libref));
+  if (libref.empty()) libref = "WORK";
+  const int mem_l = std::clamp<int>(xopnstr->name.mem.name_l, 0, 32);
+  const std::string mem = fixed_text(xopnstr->name.mem.name, static_cast<std::size_t>(mem_l));
+  if (!is_name(mem, 32)) return fail(kTableBadName, fmt::format("\"{}\" is not a valid table name", mem));
+  const std::optional<fs::path> dir = esf::host::libref_path(libref);
+  if (!dir) return fail(kTableNoLibrary, fmt::format("library reference {} is not assigned", libref));
+
+  auto t = std::make_unique<Table>();
+  t->file.vector = &g_vector;
+  t->file.impl = t.get();
+  t->path = *dir / (lower(mem) + ".csv");
+  if (xopnstr->opnmode == XO_OUTPUT) {
+    t->output = true;
+    std::error_code ec;
+    if (!fs::is_directory(*dir, ec))
+      return fail(kTableCannotCreate, fmt::format("library {} directory {} does not exist", libref, dir->string()));
+    t->temp_path = t->path;
+    t->temp_path += fmt::format(".tmp{}-{}", static_cast<long>(::getpid()), g_temp_counter.fetch_add(1));
+    t->out.open(t->temp_path, std::ios::out | std::ios::trunc);
+    if (!t->out)
+      return fail(kTableCannotCreate, fmt::format("cannot create {}: {}", t->path.string(), std::strerror(errno)));
+  } else if (xopnstr->opnmode == XO_INPUT) {
+    if (int rc = read_table(*t, t->path); rc != 0) return rc;
+    t->state = Table::State::Defined;
+  } else {
+    return fail(kTableState, fmt::format("open mode {} is not supported", xopnstr->opnmode));
+  }
+  xoparm->fileid = &t.release()->file;
+  return 0;
+}
+
+int xoclose(XOFILE* fileid, int how) {
+  if (fileid == nullptr) return kTableState;
+  std::unique_ptr<Table> t(table_of(fileid));
+  if (!t->output) return 0;
+  std::error_code ec;
+  if (how == XO_ABORT) {
+    t->out.close();
+    fs::remove(t->temp_path, ec);
+    return 0;
+  }
+  if (t->state == Table::State::Defining) {
+    t->out.close();
+    fs::remove(t->temp_path, ec);
+    return fail(kTableState, fmt::format("table {} was closed before its variables were defined", t->path.string()));
+  }
+  t->out.flush();
+  const bool ok = static_cast<bool>(t->out) && !t->write_failed;
+  t->out.close();
+  if (!ok) {
+    fs::remove(t->temp_path, ec);
+    return fail(kTableWrite, fmt::format("writing {} failed", t->path.string()));
+  }
+  fs::rename(t->temp_path, t->path, ec);
+  if (ec) {
+    fs::remove(t->temp_path, ec);
+    return fail(kTableWrite, fmt::format("cannot rename the finished table to {}", t->path.string()));
+  }
+  std::vector<esf::host::VariableInfo> info;
+  for (const Table::OutVar& v : t->vars) info.push_back({v.name, v.label, v.width, v.decimals});
+  Librefs& l = librefs();
+  std::lock_guard lock(l.mutex);
+  l.closed[fs::absolute(t->path).lexically_normal().string()] = std::move(info);
+  return 0;
+}
+
+int xofprc(XO_PARMS* /*xoparm*/, int status, int /*flags*/) {
+  if (status != 0) xprrlog(0, status);
+  return status;
+}
+
+int xoinfo(XOFILE* fileid, int what, long* value) {
+  if (fileid == nullptr || value == nullptr) return kTableState;
+  Table& t = *table_of(fileid);
+  if (what == 2 || what == 3) {
+    *value = t.output ? -1 : static_cast<long>(t.rows.size());
+    return 0;
+  }
+  return kTableState;
+}
+
+int xopnt(XO_PARMS* xoparm) {
+  if (xoparm == nullptr || xoparm->fileid == nullptr) return kTableState;
+  Table& t = *table_of(xoparm->fileid);
+  if (t.output) return kTableState;
+  long row = 0;
+  if (xoparm->opcode == XO_PNTLAST) {
+    row = static_cast<long>(t.rows.size());
+  } else if (xoparm->opcode == XO_PNTOBS) {
+    row = xoparm->obsnum;
+  } else {
+    return kTableState;
+  }
+  if (row < 1 || row > static_cast<long>(t.rows.size())) return XO_EOF;
+  t.next_row = static_cast<std::size_t>(row - 1);
+  return 0;
+}
+
+void xvnamei(NAMESTR* namestr) {
+  if (namestr == nullptr) return;
+  *namestr = NAMESTR{};
+  namestr->ntype = 1;
+  namestr->nlng = 8;
+  std::memset(namestr->nformlong, ' ', sizeof namestr->nformlong);
+}
+
+int xvputi(XOFILE* fileid, int nvars, int /*flags*/, ptr* xvp) {
+  if (xvp != nullptr) *xvp = nullptr;
+  if (fileid == nullptr || xvp == nullptr) return kTableState;
+  Table& t = *table_of(fileid);
+  if (!t.output || t.state != Table::State::Opened) return fail(kTableState, "variables defined twice");
+  if (nvars < 1) return fail(kTableBadVariable, "a table needs at least one variable");
+  t.nvars = nvars;
+  t.state = Table::State::Defining;
+  *xvp = &t;
+  return 0;
+}
+
+int xvputd(ptr xvp, NAMESTR* namestr, int /*flags*/, double* slot, int len, int /*a*/, int /*b*/) {
+  if (xvp == nullptr || namestr == nullptr || slot == nullptr) return kTableState;
+  Table& t = *table_of(xvp);
+  if (t.state != Table::State::Defining) return fail(kTableState, "a variable was defined outside the definition");
+  const std::string name = text(namestr->name_p, namestr->namelen);
+  if (static_cast<int>(t.vars.size()) >= t.nvars)
+    return fail(kTableBadVariable, fmt::format("variable {} is one more than the {} announced", name, t.nvars));
+  if (namestr->ntype != 1 || len != 8)
+    return fail(kTableBadVariable, fmt::format("variable {}: only numeric variables of 8 bytes are supported", name));
+  if (!is_name(name, 32)) return fail(kTableBadVariable, fmt::format("\"{}\" is not a valid variable name", name));
+  for (const Table::OutVar& v : t.vars) {
+    if (upper(v.name) == upper(name)) return fail(kTableBadVariable, fmt::format("variable {} is defined twice", name));
+  }
+  t.vars.push_back({name, text(namestr->label_p, namestr->nlablen), namestr->nfl, namestr->nfd, slot});
+  return 0;
+}
+
+int xvpute(ptr xvp) {
+  if (xvp == nullptr) return kTableState;
+  Table& t = *table_of(xvp);
+  if (t.state != Table::State::Defining) return fail(kTableState, "the definition of variables was not begun");
+  if (static_cast<int>(t.vars.size()) != t.nvars)
+    return fail(kTableBadVariable, fmt::format("{} variables announced, {} defined", t.nvars, t.vars.size()));
+  std::string header;
+  for (std::size_t j = 0; j < t.vars.size(); ++j) {
+    if (j > 0) header.push_back(',');
+    header += t.vars[j].name;
+  }
+  header.push_back('\n');
+  t.out << header;
+  if (!t.out) {
+    t.write_failed = true;
+    return fail(kTableWrite, fmt::format("writing {} failed", t.temp_path.string()));
+  }
+  t.record.assign(t.vars.size(), ordinary_missing());
+  t.state = Table::State::Defined;
+  return 0;
+}
+
+int xyvput(ptr xvp, int /*flags*/) {
+  if (xvp == nullptr) return kTableState;
+  Table& t = *table_of(xvp);
+  if (!t.output || t.state != Table::State::Defined) return kTableState;
+  for (std::size_t j = 0; j < t.vars.size(); ++j) t.record[j] = *t.vars[j].slot;
+  return 0;
+}
+
+int xvputt(ptr xvp) {
+  if (xvp == nullptr) return kTableState;
+  Table& t = *table_of(xvp);
+  if (!t.output || t.state != Table::State::Defined) return fail(kTableState, "the transfer was ended before it began");
+  t.state = Table::State::Ended;
+  return t.write_failed ? kTableWrite : 0;
+}
+
+int xvgeti(XOFILE* fileid, int /*flags*/, ptr* xvp) {
+  if (xvp != nullptr) *xvp = nullptr;
+  if (fileid == nullptr || xvp == nullptr) return kTableState;
+  Table& t = *table_of(fileid);
+  if (t.output) return kTableState;
+  *xvp = &t;
+  return 0;
+}
+
+int xvfind(ptr xvp, const tchar* name, int len, int* varnum) {
+  if (varnum != nullptr) *varnum = 0;
+  if (xvp == nullptr || name == nullptr) return kTableState;
+  if (len < 0) len = static_cast<int>(std::strlen(name));
+  Table& t = *table_of(xvp);
+  const std::string wanted = upper(trim(std::string_view(name, static_cast<std::size_t>(len))));
+  for (std::size_t j = 0; j < t.names.size(); ++j) {
+    if (t.names[j] == wanted) {
+      if (varnum != nullptr) *varnum = static_cast<int>(j) + 1;
+      return 0;
+    }
+  }
+  return fail(kTableNoVariable, fmt::format("{} has no variable {}", t.path.string(), wanted));
+}
+
+int xvname(ptr xvp, int varnum, NAMESTR** namestr) {
+  if (namestr != nullptr) *namestr = nullptr;
+  if (xvp == nullptr || namestr == nullptr) return kTableState;
+  Table& t = *table_of(xvp);
+  if (varnum < 1 || varnum > static_cast<int>(t.namestrs.size())) return kTableNoVariable;
+  *namestr = &t.namestrs[static_cast<std::size_t>(varnum - 1)];
+  return 0;
+}
+
+int xvgetd(ptr xvp, int varnum, int /*flags*/, double* buffer, int len, int /*a*/, int /*b*/, int /*c*/) {
+  if (xvp == nullptr || buffer == nullptr || len != 8) return kTableState;
+  Table& t = *table_of(xvp);
+  if (varnum < 1 || varnum > static_cast<int>(t.names.size())) return kTableNoVariable;
+  t.binds.emplace_back(varnum, buffer);
+  return 0;
+}
+
+int xvsele(ptr xvp) { return xvp != nullptr ? 0 : kTableState; }
+int xvgete(ptr xvp) { return xvp != nullptr ? 0 : kTableState; }
+
+int xvgett(ptr xvp) {
+  if (xvp == nullptr) return kTableState;
+  table_of(xvp)->binds.clear();
+  return 0;
+}
+
+int xyvget(ptr xvp, int /*flags*/) {
+  if (xvp == nullptr) return kTableState;
+  Table& t = *table_of(xvp);
+  if (t.current == nullptr) return XO_EOF;
+  for (const auto& [varnum, buffer] : t.binds) *buffer = (*t.current)[static_cast<std::size_t>(varnum - 1)];
+  return 0;
+}
+
+}  // extern "C"
+
+namespace esf::host {
+
+void assign_libref(std::string_view libref, const fs::path& dir) {
+  if (!is_name(libref, 8)) throw std::invalid_argument(fmt::format("\"{}\" is not a library reference (a name of at most 8 characters)", libref));
+  Librefs& l = librefs();
+  std::lock_guard lock(l.mutex);
+  l.dirs[upper(libref)] = dir;
+}
+
+std::optional<fs::path> libref_path(std::string_view libref) {
+  const std::string key = upper(libref);
+  Librefs& l = librefs();
+  std::lock_guard lock(l.mutex);
+  auto it = l.dirs.find(key);
+  if (it != l.dirs.end()) return it->second;
+  if (key == "WORK") return fs::current_path();
+  return std::nullopt;
+}
+
+fs::path table_path(std::string_view two_level_name) {
+  const std::string name = trim(two_level_name);
+  const std::size_t dot = name.find('.');
+  const std::string lib = dot == std::string::npos ? "WORK" : name.substr(0, dot);
+  const std::string mem = dot == std::string::npos ? name : name.substr(dot + 1);
+  std::optional<fs::path> dir = libref_path(lib);
+  if (!dir) throw std::invalid_argument(fmt::format("library reference {} is not assigned", upper(lib)));
+  return *dir / (lower(mem) + ".csv");
+}
+
+std::vector<VariableInfo> table_variables(const fs::path& file) {
+  Librefs& l = librefs();
+  std::lock_guard lock(l.mutex);
+  auto it = l.closed.find(fs::absolute(file).lexically_normal().string());
+  return it != l.closed.end() ? it->second : std::vector<VariableInfo>{};
+}
+
+}  // namespace esf::host
