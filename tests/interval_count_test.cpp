@@ -1,0 +1,448 @@
+// Interval counting (zintck2): the edge cases of every interval family,
+// the refusals, the custom-interval seam, and a cross-check of thousands of
+// random pairs of dates over the whole range against counts computed with
+// std::chrono (support/calendar_oracle.h).
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "host/host.h"
+#include "intervals/interval.h"
+#include "primitives/primitives.h"
+#include "support/calendar_oracle.h"
+
+// ---- A stand-in for the custom-interval routines -----------------------------
+//
+// This executable supplies customINTCK itself, so that the custom branch
+// of zintck2 can be watched: what reaches it, and that the table reference
+// it leaves in the record is given back.
+namespace fake_custom {
+int calls = 0;
+int references = 0;
+double last_x1 = 0;
+double last_x2 = 0;
+CINTCInfo* const kInfo = reinterpret_cast<CINTCInfo*>(&references);
+}  // namespace fake_custom
+
+extern "C" double customINTCK(INTERVALX* ix, double x1, double x2) {
+  ++fake_custom::calls;
+  fake_custom::last_x1 = x1;
+  fake_custom::last_x2 = x2;
+  if (ix->intcode != kIntCustom || ix->cinfo != nullptr) return esf::missing_letter('Z');
+  ix->cinfo = fake_custom::kInfo;  // as a loader would
+  ++fake_custom::references;
+  return 42.0;
+}
+
+extern "C" void zcintcReleaseRef(CINTCInfo* cinfo) {
+  if (cinfo == fake_custom::kInfo) --fake_custom::references;
+}
+
+namespace {
+
+using oracle::day_of;
+using oracle::fdiv;
+
+constexpr double kDot = esf::kMissing;
+
+bool same(double a, double b) {
+  if (esf::is_missing(a) || esf::is_missing(b)) return esf::is_missing(a) && esf::is_missing(b);
+  return a == b;
+}
+
+struct CountCase {
+  const char* name;
+  double x1;
+  double x2;
+  double count;  // kDot for the missing value
+};
+
+void run(const std::vector<CountCase>& cases) {
+  for (const CountCase& c : cases) {
+    INTERVAL iv = oracle::interval(c.name);
+    const double got = zintck2(&iv, c.x1, c.x2);
+    EXPECT_TRUE(same(got, c.count)) << c.name << " from " << c.x1 << " to " << c.x2 << ": got " << got
+                                    << ", expected " << c.count;
+  }
+}
+
+double d(int y, unsigned m, unsigned dd) { return static_cast<double>(day_of(y, m, dd)); }
+
+// ---- Edge cases, one family at a time ------------------------------------------------
+
+TEST(CountCalendar, MonthsQuartersAndYears) {
+  run({
+      {"MONTH", d(2001, 1, 31), d(2001, 2, 1), 1},
+      {"MONTH", d(2001, 2, 1), d(2001, 2, 28), 0},
+      {"MONTH", d(2001, 2, 1), d(2001, 1, 31), -1},
+      {"MONTH", d(2001, 1, 1), d(2002, 1, 1), 12},
+      {"QTR2", d(2001, 1, 31), d(2001, 2, 1), 0},
+      {"QTR", d(2001, 1, 1), d(2001, 3, 31), 0},
+      {"QTR", d(2001, 3, 31), d(2001, 4, 1), 1},
+      {"QTR.2", d(2001, 1, 31), d(2001, 2, 1), 1},  // quarters from February, May, ...
+      {"MONTH3", d(2001, 3, 31), d(2001, 4, 1), 1},
+      {"MONTH3", d(2001, 2, 1), d(2001, 3, 31), 0},
+      {"MONTH3.2", d(2001, 1, 31), d(2001, 2, 1), 1},
+      {"SEMIYEAR", d(2001, 6, 30), d(2001, 7, 1), 1},
+      {"SEMIYEAR", d(2001, 1, 1), d(2001, 6, 30), 0},
+      {"YEAR", d(2001, 12, 31), d(2002, 1, 1), 1},
+      {"YEAR2", d(2001, 12, 31), d(2002, 1, 1), 1},  // cycles of two years from 1960
+      {"YEAR2", d(2002, 12, 31), d(2003, 1, 1), 0},
+      {"YEAR.7", d(2001, 6, 30), d(2001, 7, 1), 1},  // fiscal years from July
+      {"YEAR.7", d(2001, 1, 1), d(2001, 6, 30), 0},
+  });
+}
+
+TEST(CountCalendar, ThirdsAndHalvesOfMonths) {
+  run({
+      {"TENDAY", d(2001, 3, 10), d(2001, 3, 11), 1},
+      {"TENDAY", d(2001, 3, 11), d(2001, 3, 20), 0},
+      {"TENDAY", d(2001, 3, 20), d(2001, 3, 21), 1},
+      {"TENDAY", d(2001, 3, 21), d(2001, 4, 1), 1},
+      {"TENDAY", d(2001, 1, 1), d(2002, 1, 1), 36},
+      {"SEMIMONTH", d(2001, 3, 15), d(2001, 3, 16), 1},
+      {"SEMIMONTH", d(2001, 3, 1), d(2001, 3, 15), 0},
+      {"SEMIMONTH", d(2001, 2, 28), d(2001, 3, 1), 1},
+  });
+}
+
+TEST(CountCalendar, RetailCalendarsRunOnIsoWeeks) {
+  // ISO 2001 week 1 opens on Monday 1 January 2001.
+  const auto iso = [](unsigned week, unsigned day) { return static_cast<double>(oracle::iso_day_of(2001, week, day)); };
+  run({
+      {"R445MON", iso(4, 7), iso(5, 1), 1},
+      {"R445MON", iso(5, 1), iso(8, 7), 0},
+      {"R445MON", iso(8, 7), iso(9, 1), 1},
+      {"R445MON", iso(9, 1), iso(13, 7), 0},
+      {"R454MON", iso(9, 1), iso(9, 7), 0},
+      {"R454MON", iso(9, 7), iso(10, 1), 1},
+      {"R544MON", iso(5, 7), iso(6, 1), 1},
+      {"R445QTR", iso(13, 7), iso(14, 1), 1},
+      {"R445QTR", iso(1, 1), iso(13, 7), 0},
+      {"R445YR", iso(52, 7), static_cast<double>(oracle::iso_day_of(2002, 1, 1)), 1},
+      {"R445YR", iso(1, 1), iso(52, 7), 0},
+  });
+}
+
+TEST(CountDays, DaysWeeksAndWorkingDays) {
+  const double sat = d(2001, 3, 3);  // a Saturday
+  const double sun = sat + 1;
+  const double mon = sat + 2;
+  const double fri = sat - 1;
+  run({
+      {"DAY", sat, sat + 10, 10},
+      {"DAY2", d(1960, 1, 1), d(1960, 1, 2), 0},  // pairs of days from 1 January 1960
+      {"DAY2", d(1960, 1, 2), d(1960, 1, 3), 1},
+      {"DAY2.2", d(1960, 1, 1), d(1960, 1, 2), 1},
+      {"WEEK", sat, sun, 1},
+      {"WEEK", sun, sat + 7, 0},
+      {"WEEKV", sun, mon, 1},
+      {"WEEKV", mon, sun + 7, 0},
+      {"WEEK.2", sun, mon, 1},  // weeks from Monday
+      {"WEEK.6", fri - 1, fri, 1},  // weeks from Friday
+      {"WEEK.6", fri, fri + 6, 0},
+      {"WEEK2", d(1959, 12, 26), d(1959, 12, 27), 1},  // fortnights from Sunday 27 December 1959
+      {"WEEK2", d(1959, 12, 27), d(1960, 1, 9), 0},
+      {"WEEKDAY", fri, sat, 0},
+      {"WEEKDAY", fri, mon, 1},
+      {"WEEKDAY", sat, sun, 0},
+      {"WEEKDAY", fri, fri + 7, 5},
+      {"WEEKDAY17W", fri, mon, 1},  // the default weekend written out
+      {"WEEKDAY1W", fri, sat, 1},   // only Sunday off
+      {"WEEKDAY1W", sat, mon, 1},
+      {"WEEKDAY67W", d(2001, 3, 1), d(2001, 3, 4), 1},  // Thursday to Sunday, Friday and Saturday off
+  });
+}
+
+TEST(CountIsoYears, WeekFiftyThreeBelongsToWeekFiftyTwo) {
+  // ISO 2004 has 53 weeks: week 52 opens on 20 December, week 53 on 27 December.
+  run({
+      {"YEARV", d(2004, 12, 20), d(2004, 12, 27), 0},
+      {"YEARV", d(2004, 12, 27), d(2005, 1, 3), 1},
+      {"YEARV", d(2005, 1, 2), d(2005, 1, 3), 1},
+      {"YEARV", d(2003, 12, 28), d(2003, 12, 29), 1},  // ISO 2004 opens on Monday 29 December 2003
+      {"YEARV", d(2004, 1, 4), d(2004, 1, 5), 0},
+      {"YEARV2", d(2003, 12, 28), d(2003, 12, 29), 1},  // cycles of two ISO years from 1960
+      {"YEARV2", d(2004, 12, 26), d(2005, 1, 3), 0},
+      {"YEARV.2", d(2005, 1, 9), d(2005, 1, 10), 1},  // years from week 2
+  });
+}
+
+TEST(CountTime, SecondsMinutesHoursAndDatetimeForms) {
+  INTERVAL hour_on_dates = oracle::interval("HOUR");
+  hour_on_dates.units = kUnitsDate;  // date values are taken as midnight datetimes
+  EXPECT_EQ(zintck2(&hour_on_dates, 0.0, 1.0), 24.0);
+  run({
+      {"SECOND", 10.0, 70.5, 60},
+      {"MINUTE", 59.0, 60.0, 1},
+      {"MINUTE", 0.0, 59.0, 0},
+      {"MINUTE2.2", 59.0, 60.0, 1},  // two-minute intervals from the odd minutes
+      {"MINUTE2.2", 119.0, 120.0, 0},
+      {"HOUR", 3599.0, 3600.0, 1},
+      {"HOUR", -1.0, 0.0, 1},
+      {"HOUR4.2", 3599.0, 3600.0, 1},
+      {"HOUR4.2", 3600.0, 5 * 3600.0 - 1, 0},
+      {"DTMONTH", 86399.0, 86400.0, 0},
+      {"DTMONTH", 31 * 86400.0 - 1, 31 * 86400.0, 1},
+      {"DTDAY", 86399.0, 86400.0, 1},
+      {"DTWEEKDAY", 0.0, 3 * 86400.0, 1},  // Friday to Monday
+  });
+}
+
+TEST(CountObsAndNone, PlainNumbers) {
+  run({
+      {"OBS", 3.0, 7.0, 4},
+      {"OBS3", 2.0, 3.0, 1},
+      {"OBS3", 3.0, 5.0, 0},
+      {"3", -1.0, 0.0, 1},
+      {"NONE", 2.5, 7.25, 5},
+      {"NONE", 7.25, 2.5, -5},
+  });
+}
+
+// ---- Refusals -----------------------------------------------------------------------
+
+TEST(CountRefusals, MissingAndOversizedValues) {
+  run({
+      {"MONTH", kDot, 100.0, kDot},
+      {"MONTH", 100.0, kDot, kDot},
+      {"MONTH", esf::missing_letter('I'), 100.0, kDot},  // only a custom interval takes .I
+      {"DAY", -138062.0, 0.0, kDot},
+      {"DAY", 0.0, 6589336.0, kDot},
+      {"DAY", -138061.0, 6589335.0, 6589335.0 + 138061.0},
+      {"NONE", 1e153, 0.0, kDot},
+      {"OBS", 0.0, -1e153, kDot},
+      {"SECOND", 1e153, 0.0, kDot},
+      {"DTOBS", 1.0, 2.0, kDot},
+      {"DTDAY", 1e12, 0.0, kDot},
+  });
+}
+
+TEST(CountRefusals, EqualEndsCountZeroForEveryInterval) {
+  const char* names[] = {"NONE",     "OBS",       "OBS5.",  "SECOND", "MINUTE3.2", "HOUR",     "DAY",
+                         "WEEKDAY",  "WEEKDAY67W", "WEEK",   "WEEKV",  "TENDAY",    "SEMIMONTH", "MONTH",
+                         "R445MON",  "R454QTR",   "R544YR", "QTR.3",  "SEMIYEAR",  "YEAR2.5",  "YEARV",
+                         "DTMONTH",  "DTYEARV",   "DTWEEKDAY"};
+  for (const char* name : names) {
+    INTERVAL iv = oracle::interval(name);
+    for (const double x : {0.0, 14976.0, -5000.5}) {
+      EXPECT_EQ(zintck2(&iv, x, x), 0.0) << name << " at " << x;
+    }
+  }
+}
+
+// Codes the parser never produces reach the debug output and answer ".".
+TEST(CountRefusals, CodesOutsideTheTablesGoToTheDebugOutput) {
+  esf::host::capture_output(true);
+  esf::host::take_log();
+  const struct {
+    char units;
+    int code;
+    const char* message;
+  } cases[] = {
+      {'d', 38, "zintck2: invalid intcode=38"},
+      {'d', 58, "zintck2: invalid intcode=58"},
+      {'s', 12, "zintck2: bad intcode=12"},
+      {'d', 22, "zintck2: bad intcode=22"},
+  };
+  for (const auto& c : cases) {
+    INTERVAL iv = oracle::interval("MONTH");
+    iv.units = c.units;
+    iv.intcode = static_cast<char>(c.code);
+    EXPECT_TRUE(esf::is_missing(zintck2(&iv, 100.0, 200.0))) << c.code;
+    EXPECT_NE(esf::host::take_log().find(c.message), std::string::npos) << c.message;
+  }
+  esf::host::capture_output(false);
+  EXPECT_TRUE(esf::is_missing(zintck2(nullptr, 0.0, 1.0)));
+}
+
+TEST(CountRefusals, WeekdayRecordWithoutWorkingDays) {
+  INTERVAL iv = oracle::interval("WEEKDAY");
+  std::memset(iv.weekend, 1, sizeof iv.weekend);
+  EXPECT_TRUE(esf::is_missing(zintck2(&iv, 0.0, 10.0)));
+}
+
+// ---- The custom-interval seam -----------------------------------------------------
+
+INTERVAL custom_record() {
+  INTERVAL iv{};
+  iv.units = kUnitsDate;
+  iv.intcode = static_cast<char>(kIntCustom);
+  iv.intper = 1;
+  std::memcpy(iv.token, "MYCAL", 5);
+  iv.tokenlen = 5;
+  return iv;
+}
+
+TEST(CountCustom, TableEndsPassAndValuesAreFloored) {
+  INTERVAL iv = custom_record();
+  fake_custom::calls = 0;
+  const double minus_infinity = esf::missing_letter('M');
+  EXPECT_EQ(zintck2(&iv, minus_infinity, 5.7), 42.0);
+  EXPECT_EQ(fake_custom::calls, 1);
+  EXPECT_EQ(esf::missing_kind(fake_custom::last_x1), esf::missing_kind(minus_infinity));
+  EXPECT_EQ(fake_custom::last_x2, 5.0);
+  EXPECT_EQ(zintck2(&iv, -2.5, esf::missing_letter('I')), 42.0);
+  EXPECT_EQ(fake_custom::last_x1, -3.0);
+  EXPECT_EQ(fake_custom::references, 0) << "every reference the call took is given back";
+
+  // Other missing kinds and oversized values never reach the table.
+  EXPECT_TRUE(esf::is_missing(zintck2(&iv, esf::missing_letter('A'), 1.0)));
+  EXPECT_TRUE(esf::is_missing(zintck2(&iv, kDot, 1.0)));
+  EXPECT_TRUE(esf::is_missing(zintck2(&iv, 1e153, 1.0)));
+  EXPECT_EQ(fake_custom::calls, 2);
+}
+
+// ---- Cross-check against std::chrono ------------------------------------------------
+
+// Index of the base unit of a value, computed with std::chrono; the count
+// is then the difference of the floored period numbers of the two indices.
+struct Oracle {
+  long f;                      // units per interval
+  long s;                      // boundaries at indices congruent to s modulo f
+  long (*index)(long day);     // base-unit index of a date
+};
+
+long day_index(long x) { return x; }
+long month_index(long x) { return oracle::month_index(x); }
+long tenday_index(long x) {
+  const unsigned dd = oracle::mday_of(x);
+  return 3 * oracle::month_index(x) + (dd > 10) + (dd > 20);
+}
+long semimonth_index(long x) { return 2 * oracle::month_index(x) + (oracle::mday_of(x) > 15); }
+long isoweek_index(long x) {
+  const oracle::IsoWeek iso = oracle::iso_of(x);
+  return (iso.week > 52 ? 52 : static_cast<long>(iso.week)) - 1 + 52L * (iso.year - 1960);
+}
+long retail_index(long x, const int* table) {
+  const oracle::IsoWeek iso = oracle::iso_of(x);
+  long month = 0;
+  while (month < 12 && table[month] < static_cast<int>(iso.week)) ++month;
+  return month - 1 + 12L * (iso.year - 1960);
+}
+long r445_index(long x) { return retail_index(x, r445mon_index); }
+long r454_index(long x) { return retail_index(x, r454mon_index); }
+long r544_index(long x) { return retail_index(x, r544mon_index); }
+
+long period_of(const Oracle& o, long x) { return fdiv(o.index(x) - o.s, o.f); }
+
+// Working days counted from Friday 1 January 1960: the working days in
+// (0, x] for x >= 0, less those in (x, 0] for x < 0, after a weekend day
+// has been walked back to the working day before it.
+long working_index(long x, const bool weekend[7]) {
+  while (weekend[oracle::weekday_of(x)]) --x;
+  long per_week = 0;
+  for (int w = 0; w < 7; ++w) per_week += !weekend[w];
+  const auto working_in = [&](long lo, long hi) {  // working days in (lo, hi], lo <= hi
+    const long weeks = (hi - lo) / 7;
+    long n = weeks * per_week;
+    for (long y = lo + 7 * weeks + 1; y <= hi; ++y) n += !weekend[oracle::weekday_of(y)];
+    return n;
+  };
+  return x >= 0 ? working_in(0, x) : -working_in(x, 0);
+}
+
+struct CrossCase {
+  const char* name;
+  Oracle oracle;
+};
+
+TEST(CountCrossCheck, DateIntervalsAgreeWithChrono) {
+  const CrossCase cases[] = {
+      {"DAY", {1, 0, day_index}},
+      {"DAY3.2", {3, 1, day_index}},
+      {"WEEK", {7, -5, day_index}},  // Sunday is day -5
+      {"WEEK2.3", {14, -3, day_index}},
+      {"WEEKV", {7, -4, day_index}},  // Monday is day -4
+      {"WEEKV3.4", {21, -1, day_index}},
+      {"TENDAY", {1, 0, tenday_index}},
+      {"TENDAY3.2", {3, 1, tenday_index}},
+      {"SEMIMONTH", {1, 0, semimonth_index}},
+      {"MONTH", {1, 0, month_index}},
+      {"MONTH5.3", {5, 2, month_index}},
+      {"QTR", {3, 0, month_index}},
+      {"QTR.2", {3, 1, month_index}},
+      {"SEMIYEAR", {6, 0, month_index}},
+      {"YEAR", {12, 0, month_index}},
+      {"YEAR3.14", {36, 13, month_index}},
+      {"YEARV", {52, 0, isoweek_index}},
+      {"YEARV2.60", {104, 59, isoweek_index}},
+      {"R445MON", {1, 0, r445_index}},
+      {"R454QTR", {3, 0, r454_index}},
+      {"R544YR.4", {12, 3, r544_index}},
+  };
+  oracle::Dates dates(2001);
+  for (const CrossCase& c : cases) {
+    INTERVAL iv = oracle::interval(c.name);
+    for (int i = 0; i < 3000; ++i) {
+      const long x1 = dates.any();
+      const long x2 = i % 3 == 0 ? dates.any() : dates.between(x1 - 400, x1 + 400);
+      if (x2 < oracle::kFirstDay || x2 > oracle::kLastDay) continue;
+      const double expect = static_cast<double>(period_of(c.oracle, x2) - period_of(c.oracle, x1));
+      ASSERT_EQ(zintck2(&iv, x1, x2), expect) << c.name << " " << oracle::date_text(x1) << " to " << oracle::date_text(x2);
+    }
+  }
+}
+
+TEST(CountCrossCheck, WorkingDaysAgreeWithAWalk) {
+  const struct {
+    const char* name;
+    bool weekend[7];  // Sunday .. Saturday
+    long f, s;
+  } cases[] = {
+      {"WEEKDAY", {true, false, false, false, false, false, true}, 1, 0},
+      {"WEEKDAY67W", {false, false, false, false, false, true, true}, 1, 0},
+      {"WEEKDAY1W", {true, false, false, false, false, false, false}, 1, 0},
+      {"WEEKDAY3.2", {true, false, false, false, false, false, true}, 3, 1},
+      {"WEEKDAY246W4.4", {false, true, false, true, false, true, false}, 4, 3},
+  };
+  oracle::Dates dates(31);
+  for (const auto& c : cases) {
+    INTERVAL iv = oracle::interval(c.name);
+    for (int i = 0; i < 2000; ++i) {
+      const long x1 = dates.inner(10);
+      const long x2 = i % 2 == 0 ? dates.inner(10) : dates.between(x1 - 60, x1 + 60);
+      const long expect = fdiv(working_index(x2, c.weekend) - c.s, c.f) - fdiv(working_index(x1, c.weekend) - c.s, c.f);
+      ASSERT_EQ(zintck2(&iv, x1, x2), static_cast<double>(expect))
+          << c.name << " " << oracle::date_text(x1) << " to " << oracle::date_text(x2);
+    }
+  }
+}
+
+TEST(CountCrossCheck, TimeAndDatetimeIntervals) {
+  oracle::Dates dates(77);
+  const struct {
+    const char* name;
+    long f, s;  // seconds per interval, boundaries at s modulo f
+  } time_cases[] = {
+      {"SECOND", 1, 0}, {"MINUTE", 60, 0}, {"HOUR", 3600, 0}, {"HOUR4.2", 14400, 3600}, {"MINUTE15.7", 900, 360},
+  };
+  for (const auto& c : time_cases) {
+    INTERVAL iv = oracle::interval(c.name);
+    for (int i = 0; i < 3000; ++i) {
+      const long t1 = dates.any() * 86400 + dates.between(0, 86399);
+      const long t2 = i % 2 == 0 ? dates.any() * 86400 : t1 + dates.between(-200000, 200000);
+      const double expect = static_cast<double>(fdiv(t2 - c.s, c.f) - fdiv(t1 - c.s, c.f));
+      ASSERT_EQ(zintck2(&iv, t1 + 0.5, t2 + 0.25), expect) << c.name << " " << t1 << " " << t2;
+    }
+  }
+  // A DT interval counts the days its datetimes fall on.
+  const char* dated[] = {"DAY", "WEEK", "WEEKDAY", "MONTH", "QTR", "YEAR", "YEARV", "R445MON"};
+  for (const char* name : dated) {
+    INTERVAL on_dates = oracle::interval(name);
+    INTERVAL on_datetimes = oracle::interval((std::string("DT") + name).c_str());
+    for (int i = 0; i < 1000; ++i) {
+      const long x1 = dates.any();
+      const long x2 = dates.between(x1 - 100, x1 + 100);
+      if (x2 < oracle::kFirstDay || x2 > oracle::kLastDay) continue;
+      const double t1 = x1 * 86400.0 + dates.between(0, 86399);
+      const double t2 = x2 * 86400.0 + dates.between(0, 86399);
+      ASSERT_EQ(zintck2(&on_datetimes, t1, t2), zintck2(&on_dates, x1, x2)) << name << " " << t1 << " " << t2;
+    }
+  }
+}
+
+}  // namespace
