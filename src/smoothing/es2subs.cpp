@@ -21,25 +21,7 @@ using namespace trend;
 // One observation. Returns kOk or kOverflow (both states missing).
 inline int update(double x, double xscale, double wlevel, double wtrend,
                   double& level, double& trend, double& xhat, double& e) {
-  const double l = level;
-  const double t = trend;
-  if (std::fabs(l) > kStateLimit || std::fabs(t) > kStateLimit) {
-    level = kMissing;
-    trend = kMissing;
-    return kOverflow;
-  }
-  xhat = l + t;
-  if (xhat > xscale * kRelativeLimit) {
-    level = kMissing;
-    trend = kMissing;
-    return kOverflow;
-  }
-  e = xhat - x;
-  const double clevel = xhat * (1.0 - wlevel) + x * wlevel;
-  const double ctrend = (1.0 - wtrend) * t + wtrend * (clevel - l);
-  level = clevel;
-  trend = ctrend;
-  return kOk;
+  return es2::point(x, xscale, wlevel, wtrend, &level, &trend, &xhat, &e);
 }
 
 inline bool weights_overflow(double wlevel, double wtrend) {
@@ -87,27 +69,8 @@ int zes2pnt(double x, double xscale, double wlevel, double wtrend,
 int zes2dpd(double x, double wlevel, double wtrend, double llevel,
             double clevel, double ltrend, double /*ctrend*/, double* derlev,
             double* dertre, double* dervec) {
-  const double dl0 = derlev[0];
-  const double dl1 = derlev[1];
-  const double dt0 = dertre[0];
-  const double dt1 = dertre[1];
-  if (std::fabs(dl0) > kErrorLimit || std::fabs(dl1) > kErrorLimit ||
-      std::fabs(dt0) > kErrorLimit || std::fabs(dt1) > kErrorLimit) {
-    derlev[0] = derlev[1] = kMissing;
-    dertre[0] = dertre[1] = kMissing;
-    return kOverflow;
-  }
-  // Derivatives of the prediction L + T of this observation.
-  const double p0 = dl0 + dt0;
-  const double p1 = dl1 + dt1;
-  dervec[0] = p0;
-  dervec[1] = p1;
-  derlev[0] = x - llevel - ltrend + (1.0 - wlevel) * p0;
-  derlev[1] = (1.0 - wlevel) * p1;
-  dertre[0] = dt0 * (1.0 - wtrend) + (derlev[0] - dl0) * wtrend;
-  dertre[1] = clevel - llevel - ltrend + (1.0 - wtrend) * dt1 +
-              wtrend * (derlev[1] - dl1);
-  return kOk;
+  return es2::point_derivative(x, wlevel, wtrend, llevel, clevel, ltrend, derlev, dertre,
+                               dervec);
 }
 
 int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel,

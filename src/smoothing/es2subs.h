@@ -16,6 +16,10 @@
 // overflow, -92 guarded division met a zero or overflowing denominator.
 #pragma once
 
+#include <cmath>
+
+#include "smoothing/frame_limits.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -47,4 +51,65 @@ int zes2stb(double wlevel, double wtrend);
 
 #ifdef __cplusplus
 }
+#endif
+
+#ifdef __cplusplus
+namespace es2 {
+
+// The bodies of zes2pnt and zes2dpd, inline so that the estimation frame's
+// passes run without a call per observation. The exported routines call
+// these, so both give the same bits.
+inline int point(double x, double xscale, double wlevel, double wtrend, double* level,
+                 double* trend, double* xhat, double* e) noexcept {
+  using namespace smoothing;
+  const double l = *level;
+  const double t = *trend;
+  if (std::fabs(l) > kStateLimit || std::fabs(t) > kStateLimit) {
+    *level = kMissing;
+    *trend = kMissing;
+    return kOverflow;
+  }
+  *xhat = l + t;
+  if (*xhat > xscale * kRelativeLimit) {
+    *level = kMissing;
+    *trend = kMissing;
+    return kOverflow;
+  }
+  *e = *xhat - x;
+  const double clevel = *xhat * (1.0 - wlevel) + x * wlevel;
+  const double ctrend = (1.0 - wtrend) * t + wtrend * (clevel - l);
+  *level = clevel;
+  *trend = ctrend;
+  return kOk;
+}
+
+// derlev and dertre hold d(level)/d(wlevel, wtrend) and d(trend)/d(...)
+// before the observation; dervec gets the derivatives of its prediction.
+inline int point_derivative(double x, double wlevel, double wtrend, double llevel,
+                            double clevel, double ltrend, double* derlev, double* dertre,
+                            double* dervec) noexcept {
+  using namespace smoothing;
+  const double dl0 = derlev[0];
+  const double dl1 = derlev[1];
+  const double dt0 = dertre[0];
+  const double dt1 = dertre[1];
+  if (std::fabs(dl0) > kErrorLimit || std::fabs(dl1) > kErrorLimit ||
+      std::fabs(dt0) > kErrorLimit || std::fabs(dt1) > kErrorLimit) {
+    derlev[0] = derlev[1] = kMissing;
+    dertre[0] = dertre[1] = kMissing;
+    return kOverflow;
+  }
+  // Derivatives of the prediction L + T of this observation.
+  const double p0 = dl0 + dt0;
+  const double p1 = dl1 + dt1;
+  dervec[0] = p0;
+  dervec[1] = p1;
+  derlev[0] = x - llevel - ltrend + (1.0 - wlevel) * p0;
+  derlev[1] = (1.0 - wlevel) * p1;
+  dertre[0] = dt0 * (1.0 - wtrend) + (derlev[0] - dl0) * wtrend;
+  dertre[1] = clevel - llevel - ltrend + (1.0 - wtrend) * dt1 + wtrend * (derlev[1] - dl1);
+  return kOk;
+}
+
+}  // namespace es2
 #endif

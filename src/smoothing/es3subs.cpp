@@ -23,25 +23,7 @@ using namespace trend;
 inline int update(double x, double xscale, double wlevel, double wtrend,
                   double wdamp, double& level, double& trend, double& xhat,
                   double& e) {
-  const double llevel = level;
-  const double dtrend = wdamp * trend;
-  if (std::fabs(llevel) > kStateLimit || std::fabs(dtrend) > kStateLimit) {
-    level = kMissing;
-    trend = kMissing;
-    return kOverflow;
-  }
-  xhat = llevel + dtrend;
-  if (xhat > xscale * kRelativeLimit) {
-    level = kMissing;
-    trend = kMissing;
-    return kOverflow;
-  }
-  e = xhat - x;
-  const double clevel = xhat * (1.0 - wlevel) + x * wlevel;
-  const double ctrend = wtrend * (clevel - llevel) + dtrend * (1.0 - wtrend);
-  level = clevel;
-  trend = ctrend;
-  return kOk;
+  return es3::point(x, xscale, wlevel, wtrend, wdamp, &level, &trend, &xhat, &e);
 }
 
 // The step over a missing observation: the trend is damped, then added.
@@ -119,35 +101,8 @@ int zes3pnt(double x, double xscale, double wlevel, double wtrend,
 int zes3dpd(double x, double wlevel, double wtrend, double wdamp,
             double llevel, double clevel, double ltrend, double /*ctrend*/,
             double* derlev, double* dertre, double* dervec) {
-  double lderlev[3];
-  double ddertre[3];
-  for (int i = 0; i < 3; ++i) {
-    lderlev[i] = derlev[i];
-    ddertre[i] = dertre[i] * wdamp;
-  }
-  for (int i = 0; i < 3; ++i) {
-    if (std::fabs(lderlev[i]) > kErrorLimit || std::fabs(ddertre[i]) > kErrorLimit) {
-      for (int j = 0; j < 3; ++j) {
-        derlev[j] = kMissing;
-        dertre[j] = kMissing;
-      }
-      return kOverflow;
-    }
-  }
-  const double u = 1.0 - wlevel;
-  const double v = 1.0 - wtrend;
-  derlev[0] = x - wdamp * ltrend + u * (lderlev[0] + ddertre[0]) - llevel;
-  derlev[1] = u * (lderlev[1] + ddertre[1]);
-  derlev[2] = u * (lderlev[2] + ddertre[2] + ltrend);
-  dertre[0] = v * ddertre[0] + wtrend * (derlev[0] - lderlev[0]);
-  dertre[1] = v * ddertre[1] + wtrend * (derlev[1] - lderlev[1]) + clevel -
-              llevel - wdamp * ltrend;
-  dertre[2] = v * (ltrend + ddertre[2]) + wtrend * (derlev[2] - lderlev[2]);
-  // Derivatives of the prediction L + wdamp * T of this observation.
-  dervec[0] = lderlev[0] + ddertre[0];
-  dervec[1] = lderlev[1] + ddertre[1];
-  dervec[2] = lderlev[2] + ddertre[2] + ltrend;
-  return kOk;
+  return es3::point_derivative(x, wlevel, wtrend, wdamp, llevel, clevel, ltrend, derlev,
+                               dertre, dervec);
 }
 
 int zes3smo(double* x, char* misflg, double xscale, long n, double wlevel,

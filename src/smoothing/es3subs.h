@@ -12,6 +12,10 @@
 // Return codes: 0, -2, -9, -92 as in the other kernels.
 #pragma once
 
+#include <cmath>
+
+#include "smoothing/frame_limits.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -49,4 +53,73 @@ int zes3std(double* xpxdiag, double mse, long nobs, double* parms,
 // image; declared here so that its tests can reach it.
 double zes3cla(double wlevel, double wtrend, double wdamp, double se2,
                long lead, double siglev, double* limit);
+#endif
+
+#ifdef __cplusplus
+namespace es3 {
+
+// The bodies of zes3pnt and zes3dpd, inline for the estimation frame's
+// passes; the exported routines call these.
+inline int point(double x, double xscale, double wlevel, double wtrend, double wdamp,
+                 double* level, double* trend, double* xhat, double* e) noexcept {
+  using namespace smoothing;
+  const double llevel = *level;
+  const double dtrend = wdamp * *trend;
+  if (std::fabs(llevel) > kStateLimit || std::fabs(dtrend) > kStateLimit) {
+    *level = kMissing;
+    *trend = kMissing;
+    return kOverflow;
+  }
+  *xhat = llevel + dtrend;
+  if (*xhat > xscale * kRelativeLimit) {
+    *level = kMissing;
+    *trend = kMissing;
+    return kOverflow;
+  }
+  *e = *xhat - x;
+  const double clevel = *xhat * (1.0 - wlevel) + x * wlevel;
+  // The new trend is smoothed against the damped trend, not the stored one.
+  const double ctrend = wtrend * (clevel - llevel) + dtrend * (1.0 - wtrend);
+  *level = clevel;
+  *trend = ctrend;
+  return kOk;
+}
+
+// derlev and dertre hold the derivatives of level and trend by the three
+// weights before the observation; dervec gets those of its prediction.
+inline int point_derivative(double x, double wlevel, double wtrend, double wdamp,
+                            double llevel, double clevel, double ltrend, double* derlev,
+                            double* dertre, double* dervec) noexcept {
+  using namespace smoothing;
+  double lderlev[3];
+  double ddertre[3];
+  for (int i = 0; i < 3; ++i) {
+    lderlev[i] = derlev[i];
+    ddertre[i] = dertre[i] * wdamp;
+  }
+  for (int i = 0; i < 3; ++i) {
+    if (std::fabs(lderlev[i]) > kErrorLimit || std::fabs(ddertre[i]) > kErrorLimit) {
+      for (int j = 0; j < 3; ++j) {
+        derlev[j] = kMissing;
+        dertre[j] = kMissing;
+      }
+      return kOverflow;
+    }
+  }
+  const double u = 1.0 - wlevel;
+  const double v = 1.0 - wtrend;
+  derlev[0] = x - wdamp * ltrend + u * (lderlev[0] + ddertre[0]) - llevel;
+  derlev[1] = u * (lderlev[1] + ddertre[1]);
+  derlev[2] = u * (lderlev[2] + ddertre[2] + ltrend);
+  dertre[0] = v * ddertre[0] + wtrend * (derlev[0] - lderlev[0]);
+  dertre[1] = v * ddertre[1] + wtrend * (derlev[1] - lderlev[1]) + clevel - llevel -
+              wdamp * ltrend;
+  dertre[2] = v * (ltrend + ddertre[2]) + wtrend * (derlev[2] - lderlev[2]);
+  dervec[0] = lderlev[0] + ddertre[0];
+  dervec[1] = lderlev[1] + ddertre[1];
+  dervec[2] = lderlev[2] + ddertre[2] + ltrend;
+  return kOk;
+}
+
+}  // namespace es3
 #endif

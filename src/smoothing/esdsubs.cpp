@@ -21,23 +21,7 @@ using namespace trend;
 // One observation. A failed guard makes only the level missing.
 inline int update(double x, double xscale, double w, double& level,
                   double& trend, double& xhat, double& e) {
-  const double l = level;
-  const double t = trend;
-  if (std::fabs(l) > kStateLimit || std::fabs(t) > kStateLimit) {
-    level = kMissing;
-    return kOverflow;
-  }
-  xhat = l + t / w;
-  if (xhat > xscale * kRelativeLimit) {
-    level = kMissing;
-    return kOverflow;
-  }
-  e = xhat - x;
-  const double clevel = x * w + (1.0 - w) * l;
-  const double ctrend = t * (1.0 - w) + w * (clevel - l);
-  level = clevel;
-  trend = ctrend;
-  return kOk;
+  return esd::point(x, xscale, w, &level, &trend, &xhat, &e);
 }
 
 inline bool weight_unusable(double w) {
@@ -86,18 +70,7 @@ int zesdpnt(double x, double xscale, double wlevel, double* level,
 int zesddpd(double x, double wlevel, double llevel, double clevel,
             double ltrend, double /*ctrend*/, double* derlev, double* dertre,
             double* dervec) {
-  const double d = *derlev;
-  const double g = *dertre;
-  if (std::fabs(d) > kErrorLimit || std::fabs(g) > kErrorLimit) {
-    *derlev = kMissing;
-    *dertre = kMissing;
-    return kOverflow;
-  }
-  *derlev = x - llevel + (1.0 - wlevel) * d;
-  *dertre = clevel - llevel + g * (1.0 - wlevel) + (*derlev - d) * wlevel - ltrend;
-  // Derivative of the prediction L + T / w of this observation.
-  dervec[0] = (g - ltrend / wlevel) / wlevel + d;
-  return kOk;
+  return esd::point_derivative(x, wlevel, llevel, clevel, ltrend, derlev, dertre, dervec);
 }
 
 int zesdsmo(double* x, char* misflg, double xscale, long n, double wlevel,

@@ -13,6 +13,10 @@
 // -9, -92.
 #pragma once
 
+#include <cmath>
+
+#include "smoothing/frame_limits.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -42,4 +46,52 @@ int zesdstd(double* xpxdiag, double mse, long nobs, double* parms,
 
 #ifdef __cplusplus
 }
+#endif
+
+#ifdef __cplusplus
+namespace esd {
+
+// The bodies of zesdpnt and zesddpd, inline for the estimation frame's
+// passes; the exported routines call these.
+inline int point(double x, double xscale, double w, double* level, double* trend, double* xhat,
+                 double* e) noexcept {
+  using namespace smoothing;
+  const double l = *level;
+  const double t = *trend;
+  if (std::fabs(l) > kStateLimit || std::fabs(t) > kStateLimit) {
+    *level = kMissing;  // only the level
+    return kOverflow;
+  }
+  *xhat = l + t / w;
+  if (*xhat > xscale * kRelativeLimit) {
+    *level = kMissing;
+    return kOverflow;
+  }
+  *e = *xhat - x;
+  const double clevel = x * w + (1.0 - w) * l;
+  const double ctrend = t * (1.0 - w) + w * (clevel - l);
+  *level = clevel;
+  *trend = ctrend;
+  return kOk;
+}
+
+// derlev and dertre hold d(level)/dw and d(trend)/dw before the observation;
+// dervec[0] gets the derivative of its prediction L + T / w.
+inline int point_derivative(double x, double w, double llevel, double clevel, double ltrend,
+                            double* derlev, double* dertre, double* dervec) noexcept {
+  using namespace smoothing;
+  const double d = *derlev;
+  const double g = *dertre;
+  if (std::fabs(d) > kErrorLimit || std::fabs(g) > kErrorLimit) {
+    *derlev = kMissing;
+    *dertre = kMissing;
+    return kOverflow;
+  }
+  *derlev = x - llevel + (1.0 - w) * d;
+  *dertre = clevel - llevel + g * (1.0 - w) + (*derlev - d) * w - ltrend;
+  dervec[0] = (g - ltrend / w) / w + d;
+  return kOk;
+}
+
+}  // namespace esd
 #endif

@@ -1,77 +1,35 @@
-// Guards and helpers shared by the kernels of the trended families (linear,
-// double and damped trend).
-//
-// The guards are plain comparisons with fixed constants, the same in every
-// smoothing family, so that a series behaves alike whichever family runs it.
+// Helpers shared by the kernels of the trended families (linear, double and
+// damped trend): the guards of every smoothing kernel and the start values of
+// the backward pass.
 #pragma once
 
-#include <cmath>
-
-#include "module/host_api.h"
 #include "primitives/primitives.h"
 #include "regression/regression.h"
+#include "smoothing/frame_limits.h"
 
 namespace trend {
 
-// |level| or |trend| above this is an overflow of the state.
-inline constexpr double kStateLimit = 1.3407807929942597e+152;
-// A prediction above kRelativeLimit * xscale is an overflow; only the upper
-// side is tested, so a strongly negative state passes.
-inline constexpr double kRelativeLimit = 10000.0;
-// |e| or |derivative| above this is an overflow.
-inline constexpr double kErrorLimit = 1.3407807929943e+154;
-// A running sum of squared errors above this is an overflow.
-inline constexpr double kSseLimit = 8.988465674311578e+307;
-// Below this a weight, a denominator or a step counts as zero.
-inline constexpr double kTiny = 1.491668147e-154;
-// Quotients whose magnitude would pass this are overflowing.
-inline constexpr double kBig = 1.3407807929943e+154;
-
-inline constexpr double kMissing = esf::kMissing;
+using smoothing::kBig;
+using smoothing::kErrorLimit;
+using smoothing::kGuardedDivision;
+using smoothing::kMissing;
+using smoothing::kOk;
+using smoothing::kOverflow;
+using smoothing::kRelativeLimit;
+using smoothing::kSseLimit;
+using smoothing::kStateLimit;
+using smoothing::kTiny;
+using smoothing::kTooFew;
 
 inline bool missing(double d) noexcept { return esf::is_missing(d); }
 
-// Internal codes of the kernels.
-inline constexpr int kOk = 0;
-inline constexpr int kTooFew = -2;
-inline constexpr int kOverflow = -9;
-inline constexpr int kGuardedDivision = -92;
-
-// The host's overflow values, kept in its global control block.
-inline double overflow_value(bool positive) noexcept {
-  const GCB* gcb = host_gcb();
-  if (gcb == nullptr) return positive ? HUGE_VAL : -HUGE_VAL;
-  return positive ? gcb->posovfl : gcb->negovfl;
-}
-
-// Guarded division of the kernels. Plain division when it cannot overflow
-// (|den| >= 1, or |num| < |den| * kBig); result 0. Otherwise -92, and `*quo`
-// holds the host's overflow value of the quotient's sign, 0 for a zero
-// numerator over a non-zero denominator, and the missing value for 0 / 0.
+// The guarded division of the kernels (0, or -92 with an overflow value).
 inline int divide(double num, double den, double* quo) noexcept {
-  if (std::fabs(den) >= 1.0 || std::fabs(num) < std::fabs(den) * kBig) {
-    *quo = num / den;
-    return kOk;
-  }
-  if (den == 0.0) {
-    if (num > 0.0) {
-      *quo = overflow_value(true);
-    } else if (num < 0.0) {
-      *quo = overflow_value(false);
-    } else {
-      *quo = kMissing;
-    }
-  } else if (num == 0.0) {
-    *quo = 0.0;
-  } else {
-    *quo = num * den > 0.0 ? overflow_value(true) : overflow_value(false);
-  }
-  return kGuardedDivision;
+  return smoothing::guarded_divide(num, den, quo);
 }
 
 // Walks back from the end of the series to the last usable observation.
-// Returns its index, or 0 when none lies beyond index 0: a series whose only
-// usable observation is the first has no start value.
+// Returns its index, or 0 when none lies beyond index 0.
 inline long last_usable(const char* misflg, long n) noexcept {
   long t = n - 1;
   while (t > 0 && misflg[t]) --t;
