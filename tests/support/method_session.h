@@ -28,19 +28,21 @@ inline void connect_module() {
 inline double date(int y, int m, int d) { return ziddmdy(m, d, y); }
 
 // The lists of one method call on a series, built the way the object
-// language passes them. All of them belong to the host and are freed by the
-// destructor.
+// language passes them. The model list holds the specification as
+// MODEL_SPEC and the two ranges as FITRANGE and EVALRANGE, as a forecast
+// reads them; a fit is given the same lists as its own arguments. The
+// destructor frees the series and the model list with all it holds.
 struct CallLists {
-  List series = nullptr;     // NAME, DATA, DSINFO.INTERVALINFO, TIME_RANGES
+  List series = nullptr;     // NAME, LABEL, DATA, DSINFO, TIME_RANGES
+  List model = nullptr;      // MODEL_SPEC, FITRANGE, EVALRANGE; a fit's results
   List spec = nullptr;       // model specification (empty)
   List fit_range = nullptr;  // empty: the defaults apply
   List eval_range = nullptr; // empty
-  List model = nullptr;      // receives a fit's results
 
   // A series of `values` (NaN becomes the ordinary missing value) of the
   // interval `interval`, starting at `stdate`.
-  CallLists(const std::vector<double>& values, std::string_view interval = "MONTH",
-            double stdate = date(1949, 1, 1)) {
+  explicit CallLists(const std::vector<double>& values, std::string_view interval = "MONTH",
+                     double stdate = date(1949, 1, 1)) {
     using namespace esf::host;
     series = new_list();
     set_text(series, "NAME", "AIR");
@@ -55,21 +57,21 @@ struct CallLists {
     List data_range = add_list(ranges, "DATA_RANGE");
     set_integer(data_range, "NOBS", static_cast<long>(values.size()));
     set_number(data_range, "STDATE", stdate);
-    spec = new_list();
-    fit_range = new_list();
-    eval_range = new_list();
     model = new_list();
+    spec = add_list(model, "MODEL_SPEC");
+    fit_range = add_list(model, "FITRANGE");
+    eval_range = add_list(model, "EVALRANGE");
   }
   CallLists(const CallLists&) = delete;
   CallLists& operator=(const CallLists&) = delete;
   ~CallLists() {
-    for (List l : {series, spec, fit_range, eval_range, model}) esf::host::free_list(l);
+    esf::host::free_list(series);
+    esf::host::free_list(model);
   }
 
   List data() const { return esf::host::find_list(series, "DATA"); }
-  List interval_info() const {
-    return esf::host::find_list(esf::host::find_list(series, "DSINFO"), "INTERVALINFO");
-  }
+  List dsinfo() const { return esf::host::find_list(series, "DSINFO"); }
+  List interval_info() const { return esf::host::find_list(dsinfo(), "INTERVALINFO"); }
   List data_range() const {
     return esf::host::find_list(esf::host::find_list(series, "TIME_RANGES"), "DATA_RANGE");
   }

@@ -1,0 +1,342 @@
+#include "cli/series_csv.h"
+
+#include <fmt/format.h>
+
+#include <bit>
+#include <cerrno>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <limits>
+#include <map>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/host_dates.h"
+
+namespace esf::cli {
+namespace {
+
+constexpr double kSecondsPerDay = 86400.0;
+
+// The module's missing values have their two top bytes set; the host date
+// routines answer with one for a triple that names no date.
+bool is_missing_bits(double d) {
+  return (std::bit_cast<std::uint64_t>(d) >> 48) == 0xFFFF;
+}
+
+std::string trim(std::string s) {
+  const char* ws = " \t\r\n";
+  const auto b = s.find_first_not_of(ws);
+  if (b == std::string::npos) return {};
+  const auto e = s.find_last_not_of(ws);
+  return s.substr(b, e - b + 1);
+}
+
+// Splits one CSV line. Fields may be quoted with double quotes; a doubled
+// quote inside a quoted field stands for one. Returns false on an
+// unterminated quote.
+bool split_csv_line(const std::string& line, std::vector<std::string>* fields) {
+  fields->clear();
+  std::string cur;
+  bool quoted = false;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    const char c = line[i];
+    if (quoted) {
+      if (c == '"') {
+        if (i + 1 < line.size() && line[i + 1] == '"') {
+          cur += '"';
+          ++i;
+        } else {
+          quoted = false;
+        }
+      } else {
+        cur += c;
+      }
+    } else if (c == '"') {
+      quoted = true;
+    } else if (c == ',') {
+      fields->push_back(trim(cur));
+      cur.clear();
+    } else {
+      cur += c;
+    }
+  }
+  if (quoted) return false;
+  fields->push_back(trim(cur));
+  return true;
+}
+
+// Reads exactly `width` digits at text[*pos] into *out.
+bool read_digits(const std::string& text, std::size_t* pos, int width, int* out) {
+  if (*pos + width > text.size()) return false;
+  int v = 0;
+  for (int k = 0; k < width; ++k) {
+    const char c = text[*pos + k];
+    if (c < '0' || c > '9') return false;
+    v = v * 10 + (c - '0');
+  }
+  *pos += width;
+  *out = v;
+  return true;
+}
+
+bool parse_number(const std::string& text, double* out) {
+  if (text.empty()) return false;
+  errno = 0;
+  char* end = nullptr;
+  const double v = std::strtod(text.c_str(), &end);
+  if (end != text.c_str() + text.size() || errno == ERANGE || !std::isfinite(v)) return false;
+  *out = v;
+  return true;
+}
+
+// YYYY-MM-DD, optionally followed by T or a blank and HH:MM[:SS[.fff]].
+// *days gets the date value, *seconds the time of day, *has_time whether a
+// time was written.
+bool parse_iso(const std::string& text, double* days, double* seconds, bool* has_time) {
+  std::size_t pos = 0;
+  int y = 0, m = 0, d = 0;
+  if (!read_digits(text, &pos, 4, &y) || pos >= text.size() || text[pos++] != '-' ||
+      !read_digits(text, &pos, 2, &m) || pos >= text.size() || text[pos++] != '-' ||
+      !read_digits(text, &pos, 2, &d)) {
+    return false;
+  }
+  const double date = zmdy(m, d, y);
+  if (is_missing_bits(date)) return false;
+  *days = date;
+  *seconds = 0.0;
+  *has_time = false;
+  if (pos == text.size()) return true;
+  if (text[pos] != 'T' && text[pos] != ' ') return false;
+  ++pos;
+  int hh = 0, mm = 0;
+  if (!read_digits(text, &pos, 2, &hh) || pos >= text.size() || text[pos++] != ':' ||
+      !read_digits(text, &pos, 2, &mm) || hh > 23 || mm > 59) {
+    return false;
+  }
+  double ss = 0.0;
+  if (pos < text.size()) {
+    if (text[pos++] != ':') return false;
+    int whole = 0;
+    if (!read_digits(text, &pos, 2, &whole) || whole > 59) return false;
+    ss = whole;
+    if (pos < text.size()) {
+      double frac = 0.0;
+      if (text[pos] != '.' || !parse_number("0" + text.substr(pos), &frac)) return false;
+      ss += frac;
+      pos = text.size();
+    }
+  }
+  *seconds = hh * 3600.0 + mm * 60.0 + ss;
+  *has_time = true;
+  return true;
+}
+
+std::string where(const std::string& path, long line, const std::string& column) {
+  return fmt::format("{}: line {}, column '{}'", path, line, column);
+}
+
+}  // namespace
+
+TimeUnits time_units_of(char units) {
+  switch (units) {
+    case 'd':
+      return TimeUnits::kDate;
+    case 's':
+      return TimeUnits::kDatetime;
+    default:
+      return TimeUnits::kNumber;
+  }
+}
+
+bool parse_time(const std::string& text, TimeUnits units, double* out) {
+  if (units == TimeUnits::kNumber) return parse_number(text, out);
+  double days = 0.0, seconds = 0.0;
+  bool has_time = false;
+  if (!parse_iso(text, &days, &seconds, &has_time)) return false;
+  if (units == TimeUnits::kDate) {
+    // A datetime names the day it falls on.
+    *out = days;
+  } else {
+    *out = days * kSecondsPerDay + seconds;
+  }
+  return true;
+}
+
+std::string format_time(double t, TimeUnits units) {
+  if (!std::isfinite(t)) return {};
+  if (units == TimeUnits::kNumber) return fmt::format("{}", t);
+  double days = t;
+  double seconds = 0.0;
+  if (units == TimeUnits::kDatetime) {
+    days = std::floor(t / kSecondsPerDay);
+    seconds = t - days * kSecondsPerDay;
+  }
+  int m = 0, d = 0, y = 0;
+  if (zidmdyd(&m, &d, &y, days) != 0) return fmt::format("{}", t);
+  std::string date = fmt::format("{:04d}-{:02d}-{:02d}", y, m, d);
+  if (units == TimeUnits::kDate) return date;
+  const long whole = static_cast<long>(std::floor(seconds));
+  const double frac = seconds - static_cast<double>(whole);
+  std::string text = fmt::format("{}T{:02d}:{:02d}:{:02d}", date, whole / 3600, whole / 60 % 60, whole % 60);
+  if (frac > 0.0) {
+    // Fractions of a second keep three decimals, without the leading zero.
+    std::string f = fmt::format("{:.3f}", frac);
+    text += f.substr(1);
+  }
+  return text;
+}
+
+CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
+                          const std::string& var_column, TimeUnits units) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw CsvError(fmt::format("{}: cannot open the file for reading", path));
+
+  CsvSeries series;
+  series.path = path;
+  std::string line;
+  std::vector<std::string> fields;
+  long lineno = 0;
+
+  // Header line.
+  bool have_header = false;
+  while (std::getline(in, line)) {
+    ++lineno;
+    if (!trim(line).empty()) {
+      have_header = true;
+      break;
+    }
+  }
+  if (!have_header) throw CsvError(fmt::format("{}: line {}: the file has no header line", path, lineno + 1));
+  if (lineno == 1 && line.size() >= 3 && line.compare(0, 3, "\xEF\xBB\xBF") == 0) line.erase(0, 3);
+  if (!split_csv_line(line, &fields)) {
+    throw CsvError(fmt::format("{}: line {}: unterminated quote in the header", path, lineno));
+  }
+  const std::vector<std::string> header = fields;
+  const long header_line = lineno;
+  auto column_index = [&](const std::string& name, std::size_t dflt, const char* role) -> std::size_t {
+    if (name.empty()) {
+      if (dflt >= header.size()) {
+        throw CsvError(fmt::format("{}: line {}: the header has {} column(s); the {} column is missing", path,
+                                   header_line, header.size(), role));
+      }
+      return dflt;
+    }
+    for (std::size_t k = 0; k < header.size(); ++k) {
+      if (header[k] == name) return k;
+    }
+    throw CsvError(fmt::format("{}: line {}: no column named '{}' in the header", path, header_line, name));
+  };
+  const std::size_t id_col = column_index(id_column, 0, "time ID");
+  const std::size_t var_col = column_index(var_column, 1, "value");
+  if (id_col == var_col) {
+    throw CsvError(fmt::format("{}: line {}: the time ID and the value are the same column '{}'", path,
+                               header_line, header[id_col]));
+  }
+  series.id_column = header[id_col];
+  series.var_column = header[var_col];
+
+  while (std::getline(in, line)) {
+    ++lineno;
+    if (trim(line).empty()) continue;
+    if (!split_csv_line(line, &fields)) {
+      throw CsvError(fmt::format("{}: line {}: unterminated quote", path, lineno));
+    }
+    if (fields.size() != header.size()) {
+      throw CsvError(fmt::format("{}: line {}: {} field(s) where the header has {}", path, lineno, fields.size(),
+                                 header.size()));
+    }
+    CsvRow row;
+    row.line = lineno;
+    row.id_text = fields[id_col];
+    if (row.id_text.empty()) {
+      throw CsvError(fmt::format("{}: the time ID is empty", where(path, lineno, series.id_column)));
+    }
+    if (!parse_time(row.id_text, units, &row.time)) {
+      const char* want = units == TimeUnits::kNumber ? "a number" : "an ISO date or datetime (YYYY-MM-DD[THH:MM:SS])";
+      throw CsvError(fmt::format("{}: '{}' is not {}", where(path, lineno, series.id_column), row.id_text, want));
+    }
+    const std::string& v = fields[var_col];
+    if (v.empty() || v == ".") {
+      row.missing = true;
+    } else if (!parse_number(v, &row.value)) {
+      throw CsvError(fmt::format("{}: '{}' is not a number", where(path, lineno, series.var_column), v));
+    }
+    series.rows.push_back(std::move(row));
+  }
+  if (in.bad()) throw CsvError(fmt::format("{}: read error", path));
+  if (series.rows.empty()) throw CsvError(fmt::format("{}: line {}: the file has no data rows", path, lineno));
+  return series;
+}
+
+PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
+  PlacedSeries placed;
+  const CsvRow* earliest = &series.rows.front();
+  for (const CsvRow& row : series.rows) {
+    if (row.time < earliest->time) earliest = &row;
+  }
+  placed.stdate = calendar.period_start(earliest->time);
+  if (calendar.is_missing(placed.stdate)) {
+    throw CsvError(fmt::format("{}: the interval cannot place '{}'",
+                               where(series.path, earliest->line, series.id_column), earliest->id_text));
+  }
+  // Period index of every row, from the first period.
+  std::map<long, const CsvRow*> by_period;
+  long last = 0;
+  for (const CsvRow& row : series.rows) {
+    const double k = calendar.count(placed.stdate, row.time);
+    if (calendar.is_missing(k) || !std::isfinite(k) || k < 0 || k > 1e9) {
+      throw CsvError(fmt::format("{}: the interval cannot place '{}'",
+                                 where(series.path, row.line, series.id_column), row.id_text));
+    }
+    const long index = static_cast<long>(k);
+    auto [it, inserted] = by_period.emplace(index, &row);
+    if (!inserted) {
+      throw CsvError(fmt::format("{}: lines {} and {}, column '{}': '{}' and '{}' fall in the same period",
+                                 series.path, it->second->line, row.line, series.id_column,
+                                 it->second->id_text, row.id_text));
+    }
+    if (index > last) last = index;
+  }
+  placed.values.assign(static_cast<std::size_t>(last) + 1, std::numeric_limits<double>::quiet_NaN());
+  placed.lines.assign(static_cast<std::size_t>(last) + 1, 0);
+  for (const auto& [index, row] : by_period) {
+    if (!row->missing) placed.values[index] = row->value;
+    placed.lines[index] = row->line;
+  }
+  return placed;
+}
+
+void write_file_atomically(const std::string& path, const std::string& text) {
+  std::string dir = ".";
+  if (const auto slash = path.find_last_of('/'); slash != std::string::npos) dir = path.substr(0, slash + 1);
+  std::string tmpl = (dir == "." ? std::string("./") : dir) + ".esforecast-XXXXXX";
+  std::vector<char> name(tmpl.begin(), tmpl.end());
+  name.push_back('\0');
+  const int fd = mkstemp(name.data());
+  if (fd < 0) throw CsvError(fmt::format("{}: cannot create a file in {}", path, dir));
+  const std::string tmp(name.data());
+  // mkstemp makes the file private; give it the usual permissions of output.
+  ::fchmod(fd, 0644);
+  std::size_t done = 0;
+  bool ok = true;
+  while (done < text.size()) {
+    const ssize_t w = ::write(fd, text.data() + done, text.size() - done);
+    if (w <= 0) {
+      ok = false;
+      break;
+    }
+    done += static_cast<std::size_t>(w);
+  }
+  if (::fsync(fd) != 0) ok = false;
+  if (::close(fd) != 0) ok = false;
+  if (!ok || std::rename(tmp.c_str(), path.c_str()) != 0) {
+    std::remove(tmp.c_str());
+    throw CsvError(fmt::format("{}: cannot write the file", path));
+  }
+}
+
+}  // namespace esf::cli

@@ -1,0 +1,90 @@
+// Reading a time series from a CSV file and placing it on an interval's
+// calendar, and writing the forecast table back out as CSV.
+//
+// The file has a header line. One column holds the time ID (an ISO date such
+// as 1949-01-01, an ISO datetime such as 1949-01-01T06:30:00, or a plain
+// number for observation counts), another the value; an empty field or "."
+// is a missing value. Every error names the file, the line and the column.
+#pragma once
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace esf::cli {
+
+// What the time values of an interval count.
+enum class TimeUnits {
+  kDate,      // days since 1 January 1960
+  kDatetime,  // seconds since 1 January 1960 00:00:00
+  kNumber,    // observation numbers, or values of no interval
+};
+
+// The `units` letter of an interval record ('d', 's', 'o', 'u') as TimeUnits.
+TimeUnits time_units_of(char units);
+
+// A problem with the input or output file; what() names file, line and
+// column where they are known.
+class CsvError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// One data row of the file.
+struct CsvRow {
+  long line = 0;          // 1-based line number in the file
+  std::string id_text;    // the time ID as written
+  double time = 0.0;      // the time ID as a time value of the chosen units
+  double value = 0.0;     // meaningful when !missing
+  bool missing = false;   // empty field or "."
+};
+
+struct CsvSeries {
+  std::string path;
+  std::string id_column;   // header names of the two columns used
+  std::string var_column;
+  std::vector<CsvRow> rows;
+};
+
+// Reads `path`. `id_column` and `var_column` name header fields; empty means
+// the first and the second column. Throws CsvError.
+CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
+                          const std::string& var_column, TimeUnits units);
+
+// The series placed on a calendar: values[i] belongs to the i-th period from
+// the one that holds the earliest time ID. A period without a row is missing.
+struct PlacedSeries {
+  double stdate = 0.0;             // start of the first period
+  std::vector<double> values;      // NaN stands for a missing value here
+  std::vector<long> lines;         // source line of each period, 0 if none
+};
+
+// Calendar services the placement needs, answered by the module's interval
+// routines: the start of the period that holds t, and the number of period
+// boundaries from `from` to `to` (a missing value when the interval cannot
+// place one of them).
+struct Calendar {
+  std::function<double(double t)> period_start;
+  std::function<double(double from, double to)> count;
+  std::function<bool(double v)> is_missing;
+};
+
+// Places every row in its period. Throws CsvError naming the line when the
+// calendar cannot place a date, and naming both lines when two rows fall in
+// one period.
+PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar);
+
+// Text of a time value: an ISO date, an ISO datetime, or a number.
+std::string format_time(double t, TimeUnits units);
+
+// Parses an ISO date or datetime, or a number, as a time value of `units`.
+// Returns false when the text is not one.
+bool parse_time(const std::string& text, TimeUnits units, double* out);
+
+// Writes `text` to `path` through a temporary file in the same directory that
+// is renamed into place only when everything was written, so that a failure
+// leaves no half-written file. Throws CsvError.
+void write_file_atomically(const std::string& path, const std::string& text);
+
+}  // namespace esf::cli

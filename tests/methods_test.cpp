@@ -1,0 +1,531 @@
+// The simple smoothing methods end to end through the host's lists: the
+// return code of every failure a fit or a forecast can meet, the lists a
+// failed call leaves alone, and a fit followed by a forecast.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "module/host_api.h"
+#include "support/method_session.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using esf::host::add_list;
+using esf::host::find_list;
+using esf::host::find_number;
+using esf::host::find_text;
+using esf::host::item_name;
+using esf::host::items;
+using esf::host::MethodCall;
+using esf::host::set_number;
+using esf::host::set_text;
+using method_test::CallLists;
+using method_test::date;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+void remove_item(List list, const char* name) {
+  const SLIndex at = slsrchn(list, name, static_cast<int>(std::strlen(name)), 1, 1);
+  ASSERT_NE(at, 0) << name;
+  slditm(list, at);
+}
+
+std::vector<std::string> names_of(List list) {
+  std::vector<std::string> out;
+  for (const SLIST_ITEM* it : items(list)) out.push_back(item_name(it));
+  return out;
+}
+
+std::vector<double> numbers_of(List list) {
+  std::vector<double> out;
+  for (const SLIST_ITEM* it : items(list)) out.push_back(slgetnv(it, 0));
+  return out;
+}
+
+std::vector<std::string> texts_of(List list) {
+  std::vector<std::string> out;
+  for (const SLIST_ITEM* it : items(list)) out.emplace_back(it->data.c.p, it->data.c.len);
+  return out;
+}
+
+// Simple exponential smoothing written out independently of the module:
+// the backward pass from the last usable value yields the level at time 0,
+// then the forward pass collects the one-step errors.
+struct Smoothed {
+  double start_level = 0.0;
+  double end_level = 0.0;
+  double mse = 0.0;
+  std::vector<double> predictions;
+};
+
+Smoothed smooth(const std::vector<double>& x, double w) {
+  Smoothed s;
+  int last = static_cast<int>(x.size()) - 1;
+  while (last > 0 && std::isnan(x[last])) --last;
+  double level = x[last];
+  for (int t = static_cast<int>(x.size()) - 1; t >= 0; --t) {
+    if (!std::isnan(x[t])) level = x[t] * w + level * (1.0 - w);
+  }
+  s.start_level = level;
+  double sse = 0.0;
+  long used = 0;
+  for (double v : x) {
+    s.predictions.push_back(level);
+    if (std::isnan(v)) continue;
+    const double e = level - v;
+    sse += e * e;
+    ++used;
+    level = v * w + level * (1.0 - w);
+  }
+  s.end_level = level;
+  s.mse = sse / static_cast<double>(used);
+  return s;
+}
+
+// Reads a CSV table the host wrote: header and rows of numbers (an empty
+// field is NaN).
+struct Table {
+  std::vector<std::string> header;
+  std::vector<std::vector<double>> rows;
+  int column(const std::string& name) const {
+    for (std::size_t j = 0; j < header.size(); ++j) {
+      if (header[j] == name) return static_cast<int>(j);
+    }
+    return -1;
+  }
+};
+
+std::vector<std::string> split(const std::string& line) {
+  std::vector<std::string> out;
+  std::stringstream ss(line);
+  std::string field;
+  while (std::getline(ss, field, ',')) out.push_back(field);
+  if (!line.empty() && line.back() == ',') out.emplace_back();
+  return out;
+}
+
+Table read_table(const fs::path& path) {
+  Table t;
+  std::ifstream in(path);
+  std::string line;
+  if (!std::getline(in, line)) return t;
+  t.header = split(line);
+  while (std::getline(in, line)) {
+    std::vector<double> row;
+    for (const std::string& f : split(line)) row.push_back(f.empty() ? kNaN : std::stod(f));
+    t.rows.push_back(std::move(row));
+  }
+  return t;
+}
+
+class MethodsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    method_test::connect_module();
+    esf::host::capture_output(true);
+    dir_ = fs::temp_directory_path() /
+           ("esf_methods_" + std::to_string(::getpid()) + "_" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+    esf::host::assign_libref("OUT", dir_);
+    outstanding_ = esf::host::pool_outstanding();
+  }
+  void TearDown() override {
+    esf::host::pool_fail_after(-1);
+    // Every method gives back what it took from the pool.
+    EXPECT_EQ(esf::host::pool_outstanding(), outstanding_);
+    esf::host::capture_output(false);
+    fs::remove_all(dir_);
+  }
+
+  // mes1fit with the five lists of `l`; returns the return code written.
+  static std::optional<int> fit(CallLists& l) {
+    MethodCall call;
+    call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
+    EXPECT_EQ(mes1fit(call.plist(), nullptr, nullptr, 0), 0);
+    return call.written(7).has_value() ? std::optional<int>(static_cast<int>(*call.written(7))) : std::nullopt;
+  }
+
+  // mes1for writing the table OUT.FC; cl and lead as given (NaN: missing).
+  static std::optional<int> forecast(CallLists& l, double cl = 0.05, double lead = 12) {
+    MethodCall call;
+    call.list(l.series).list(l.model).list(l.eval_range).text("OUT.FC");
+    std::isnan(cl) ? call.missing_number() : call.number(cl);
+    std::isnan(lead) ? call.missing_number() : call.number(lead);
+    call.number(0);
+    EXPECT_EQ(mes1for(call.plist(), nullptr, nullptr, 0), 0);
+    return call.written(8).has_value() ? std::optional<int>(static_cast<int>(*call.written(8))) : std::nullopt;
+  }
+
+  fs::path table_file() const { return dir_ / "fc.csv"; }
+
+  fs::path dir_;
+  std::size_t outstanding_ = 0;
+};
+
+const std::vector<double> kAir = method_test::air_passengers_head();
+
+// ---- Fit failures -----------------------------------------------------------------
+
+TEST_F(MethodsTest, FitFailuresLeaveTheModelListAsItCame) {
+  struct Case {
+    const char* what;
+    std::vector<double> values;
+    void (*change)(CallLists&);
+    int code;
+  };
+  const Case cases[] = {
+      {"no name", kAir, [](CallLists& l) { remove_item(l.series, "NAME"); }, 999},
+      {"name too long", kAir, [](CallLists& l) { set_text(l.series, "NAME", std::string(33, 'N')); }, 999},
+      {"name of 32", kAir, [](CallLists& l) { set_text(l.series, "NAME", std::string(32, 'N')); }, 0},
+      {"no data", kAir, [](CallLists& l) { remove_item(l.series, "DATA"); }, 999},
+      {"one value", {5.0}, [](CallLists&) {}, 2},
+      {"no dsinfo", kAir, [](CallLists& l) { remove_item(l.series, "DSINFO"); }, 999},
+      {"no interval info", kAir, [](CallLists& l) { remove_item(l.dsinfo(), "INTERVALINFO"); }, 999},
+      {"no interval", kAir, [](CallLists& l) { remove_item(l.interval_info(), "INTERVAL"); }, 999},
+      {"no time ranges", kAir, [](CallLists& l) { remove_item(l.series, "TIME_RANGES"); }, 999},
+      {"no data range", kAir,
+       [](CallLists& l) { remove_item(find_list(l.series, "TIME_RANGES"), "DATA_RANGE"); }, 999},
+      {"fit range of one", kAir, [](CallLists& l) { set_number(l.fit_range, "NOBS", 1); }, 2},
+      {"all missing", {kNaN, kNaN, kNaN}, [](CallLists&) {}, 2},
+      {"one usable value", {kNaN, 4.0, kNaN}, [](CallLists&) {}, 2},
+      // The start of the backward pass is the last usable value of the fit
+      // range; the first alone is not enough.
+      {"no start value", {1.0, kNaN, kNaN, 5.0}, [](CallLists& l) { set_number(l.fit_range, "NOBS", 3); }, 2},
+      // A level beyond the state limit fails every grid candidate.
+      {"no grid start", {1e153, 1e153, 1e153}, [](CallLists&) {}, 8},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    CallLists l(c.values);
+    c.change(l);
+    const auto series_before = esf::host::to_json(l.series);
+    List model_items_before = l.model;
+    const auto names_before = names_of(model_items_before);
+    EXPECT_EQ(fit(l), c.code);
+    EXPECT_EQ(esf::host::to_json(l.series), series_before);
+    if (c.code != 0) {
+      EXPECT_EQ(names_of(l.model), names_before);
+    }
+  }
+}
+
+TEST_F(MethodsTest, FitArgumentFailures) {
+  CallLists l(kAir);
+  {
+    SCOPED_TRACE("five arguments");
+    MethodCall call;
+    call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model);
+    EXPECT_EQ(mes1fit(call.plist(), nullptr, nullptr, 0), 0);
+    EXPECT_EQ(call.written(7), 999.0);
+  }
+  {
+    SCOPED_TRACE("a missing list");
+    MethodCall call;
+    call.list(l.series).list(l.spec).list(nullptr).list(l.eval_range).list(l.model).number(0);
+    EXPECT_EQ(mes1fit(call.plist(), nullptr, nullptr, 0), 0);
+    EXPECT_EQ(call.written(7), 999.0);
+  }
+  {
+    SCOPED_TRACE("a number for a list");
+    MethodCall call;
+    call.list(l.series).number(3).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
+    EXPECT_EQ(mes1fit(call.plist(), nullptr, nullptr, 0), 0);
+    EXPECT_EQ(call.written(7), 999.0);
+  }
+  EXPECT_EQ(names_of(l.model), (std::vector<std::string>{"MODEL_SPEC", "FITRANGE", "EVALRANGE"}));
+}
+
+TEST_F(MethodsTest, FitWithoutMemory) {
+  // Each of the four arrays in turn is refused.
+  for (long allowed = 0; allowed < 4; ++allowed) {
+    SCOPED_TRACE(allowed);
+    CallLists l(kAir);
+    esf::host::pool_fail_after(allowed);
+    EXPECT_EQ(fit(l), 100);
+    esf::host::pool_fail_after(-1);
+    EXPECT_EQ(names_of(l.model), (std::vector<std::string>{"MODEL_SPEC", "FITRANGE", "EVALRANGE"}));
+  }
+}
+
+// ---- Fit results ------------------------------------------------------------------
+
+TEST_F(MethodsTest, FitWritesWeightsEstimatesAndStates) {
+  CallLists l(kAir);
+  ASSERT_EQ(fit(l), 0);
+  EXPECT_EQ(names_of(l.model),
+            (std::vector<std::string>{"MODEL_SPEC", "FITRANGE", "EVALRANGE", "PARMVALS", "ESTIMATES", "FIT_STATS"}));
+
+  List weights = find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS");
+  EXPECT_EQ(names_of(weights), (std::vector<std::string>{"WEIGHT", "LEVEL"}));
+  const double w = *find_number(weights, "LEVEL");
+  EXPECT_EQ(*find_number(weights, "WEIGHT"), w);
+  EXPECT_GE(w, 0.001);
+  EXPECT_LE(w, 0.999);
+
+  List est = find_list(l.model, "ESTIMATES");
+  EXPECT_EQ(names_of(est), (std::vector<std::string>{"NAMES", "VALUES", "LABELS", "STDERRS", "TVALS", "NPARMS",
+                                                     "SIGMA", "SMOOTHED_STATE"}));
+  EXPECT_EQ(texts_of(find_list(est, "NAMES")), (std::vector<std::string>{"LEVEL"}));
+  EXPECT_EQ(texts_of(find_list(est, "LABELS")), (std::vector<std::string>{"LEVEL Smoothing Weight"}));
+  EXPECT_EQ(numbers_of(find_list(est, "VALUES")), (std::vector<double>{w}));
+  EXPECT_EQ(find_number(est, "NPARMS"), 1.0);
+  const double se = numbers_of(find_list(est, "STDERRS")).at(0);
+  EXPECT_GT(se, 0.0);
+  EXPECT_DOUBLE_EQ(numbers_of(find_list(est, "TVALS")).at(0), w / se);
+
+  // The weight minimises the one-step error of the backcast model, and
+  // SIGMA is that error's variance with one degree of freedom taken.
+  const Smoothed at_w = smooth(kAir, w);
+  for (double dw : {-0.01, 0.01}) {
+    if (w + dw < 0.001 || w + dw > 0.999) continue;
+    EXPECT_LT(at_w.mse, smooth(kAir, w + dw).mse) << dw;
+  }
+  const double n = static_cast<double>(kAir.size());
+  EXPECT_NEAR(*find_number(est, "SIGMA"), at_w.mse * n / (n - 1.0), 1e-9 * at_w.mse);
+
+  List state = find_list(est, "SMOOTHED_STATE");
+  EXPECT_EQ(names_of(state), (std::vector<std::string>{"SFACTORS", "LEVEL"}));
+  EXPECT_TRUE(items(find_list(state, "SFACTORS")).empty());
+
+  // The specification receives the computed start and the time-0 state.
+  EXPECT_EQ(names_of(l.spec), (std::vector<std::string>{"SVI", "STARTVALS"}));
+  EXPECT_EQ(find_number(find_list(l.spec, "SVI"), "LEVEL"), kAir.back());
+  EXPECT_EQ(names_of(find_list(l.spec, "STARTVALS")), (std::vector<std::string>{"LEVEL"}));
+
+  List stats = find_list(l.model, "FIT_STATS");
+  EXPECT_EQ(names_of(stats), (std::vector<std::string>{"NAMES", "VALUES"}));
+  EXPECT_TRUE(items(find_list(stats, "NAMES")).empty());
+}
+
+TEST_F(MethodsTest, FitWithFixedWeight) {
+  CallLists l(kAir);
+  List bounds = add_list(l.spec, "WEIGHT_BOUNDS");
+  set_number(bounds, "WLEVLBND", 0.3);
+  set_number(bounds, "WLEVUBND", 0.3);
+  ASSERT_EQ(fit(l), 0);
+  List weights = find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS");
+  EXPECT_EQ(find_number(weights, "LEVEL"), 0.3);
+  const double n = static_cast<double>(kAir.size());
+  EXPECT_NEAR(*find_number(find_list(l.model, "ESTIMATES"), "SIGMA"), smooth(kAir, 0.3).mse * n / (n - 1.0),
+              1e-9 * smooth(kAir, 0.3).mse);
+}
+
+TEST_F(MethodsTest, RepeatedFitAppends) {
+  CallLists l(kAir);
+  ASSERT_EQ(fit(l), 0);
+  ASSERT_EQ(fit(l), 0);
+  EXPECT_EQ(names_of(l.model),
+            (std::vector<std::string>{"MODEL_SPEC", "FITRANGE", "EVALRANGE", "PARMVALS", "ESTIMATES", "FIT_STATS",
+                                      "PARMVALS", "ESTIMATES", "FIT_STATS"}));
+  EXPECT_EQ(names_of(l.spec), (std::vector<std::string>{"SVI", "STARTVALS", "STARTVALS"}));
+  const auto all = items(l.model);
+  List first = esf::host::sublist(all[3]);
+  List second = esf::host::sublist(all[6]);
+  EXPECT_EQ(esf::host::to_json(first), esf::host::to_json(second));
+}
+
+// ---- Forecast ----------------------------------------------------------------------
+
+TEST_F(MethodsTest, FitThenForecastThroughTheLists) {
+  CallLists l(kAir);
+  ASSERT_EQ(fit(l), 0);
+  const double w = *find_number(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"), "LEVEL");
+  const double start = *find_number(find_list(l.spec, "STARTVALS"), "LEVEL");
+  ASSERT_EQ(forecast(l, 0.05, 12), 0);
+
+  const Table t = read_table(table_file());
+  EXPECT_EQ(t.header, (std::vector<std::string>{"DATE", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD",
+                                                "LEVEL"}));
+  ASSERT_EQ(t.rows.size(), kAir.size() + 12);
+  // Observed rows follow the smoothing recursion from the fit's time-0
+  // state: no backward pass runs when STARTVALS is complete.
+  double level = start;
+  for (std::size_t i = 0; i < kAir.size(); ++i) {
+    SCOPED_TRACE(i);
+    const auto& r = t.rows[i];
+    EXPECT_EQ(r[1], kAir[i]);
+    EXPECT_DOUBLE_EQ(r[2], level);
+    EXPECT_DOUBLE_EQ(r[5], level - kAir[i]);
+    level = kAir[i] * w + level * (1.0 - w);
+    EXPECT_DOUBLE_EQ(r[7], level);
+  }
+  // Forecast rows stay at the last level; their spread grows with the lead.
+  for (std::size_t k = 0; k < 12; ++k) {
+    const auto& r = t.rows[kAir.size() + k];
+    EXPECT_TRUE(std::isnan(r[1]));
+    EXPECT_DOUBLE_EQ(r[2], level);
+    EXPECT_TRUE(std::isnan(r[5]));
+    if (k > 0) {
+      EXPECT_GT(r[6], t.rows[kAir.size() + k - 1][6]);
+    }
+    EXPECT_GT(r[3], r[2]);
+    EXPECT_LT(r[4], r[2]);
+  }
+  // Dates run by month from the first observation.
+  EXPECT_EQ(t.rows.front()[0], date(1949, 1, 1));
+  EXPECT_EQ(t.rows[36][0], date(1952, 1, 1));
+  EXPECT_EQ(t.rows.back()[0], date(1952, 12, 1));
+
+  List est = find_list(l.model, "ESTIMATES");
+  ASSERT_TRUE(find_number(est, "EVAL_VARIANCE").has_value());
+  EXPECT_GT(*find_number(est, "EVAL_VARIANCE"), 0.0);
+}
+
+TEST_F(MethodsTest, ForecastArgumentsAndDefaults) {
+  struct Case {
+    const char* what;
+    double cl, lead;
+    std::size_t rows;
+    const char* upper;
+  };
+  const Case cases[] = {
+      {"defaults", kNaN, kNaN, 36 + 12, "U50"},
+      {"no lead", 0.05, 0, 36, "U95"},
+      {"negative lead", 0.1, -3, 36, "U90"},
+      {"wide limits", 0.995, 2, 38, "U01"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    CallLists l(kAir);
+    ASSERT_EQ(fit(l), 0);
+    ASSERT_EQ(forecast(l, c.cl, c.lead), 0);
+    const Table t = read_table(table_file());
+    EXPECT_EQ(t.rows.size(), c.rows);
+    EXPECT_EQ(t.header.at(3), c.upper);
+  }
+}
+
+TEST_F(MethodsTest, ForecastFailures) {
+  struct Case {
+    const char* what;
+    void (*change)(CallLists&);
+    int code;
+  };
+  const Case cases[] = {
+      {"no weights", [](CallLists& l) { remove_item(l.model, "PARMVALS"); }, 999},
+      {"weight too large",
+       [](CallLists& l) {
+         set_number(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"), "LEVEL", 100.5);
+       },
+       999},
+      {"no model spec", [](CallLists& l) { remove_item(l.model, "MODEL_SPEC"); }, 999},
+      {"no estimates", [](CallLists& l) { remove_item(l.model, "ESTIMATES"); }, 999},
+      {"no fit range item", [](CallLists& l) { remove_item(l.model, "FITRANGE"); }, 999},
+      {"no eval range item", [](CallLists& l) { remove_item(l.model, "EVALRANGE"); }, 999},
+      {"no data", [](CallLists& l) { remove_item(l.series, "DATA"); }, 999},
+      {"time id too long", [](CallLists& l) { set_text(l.dsinfo(), "TIMEID", std::string(33, 'T')); }, 999},
+      {"label too long", [](CallLists& l) { set_text(l.series, "LABEL", std::string(257, 'L')); }, 999},
+      {"eval range of one", [](CallLists& l) { set_number(l.eval_range, "NOBS", 1); }, 2},
+      {"all missing",
+       [](CallLists& l) {
+         for (SLIST_ITEM* it = l.data()->head; it != nullptr; it = it->next) it->data.d = esf::kMissing;
+       },
+       2},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    CallLists l(kAir);
+    ASSERT_EQ(fit(l), 0);
+    c.change(l);
+    EXPECT_EQ(forecast(l), c.code);
+    EXPECT_FALSE(fs::exists(table_file()));
+    List est = find_list(l.model, "ESTIMATES");
+    if (est != nullptr) {
+      EXPECT_FALSE(find_number(est, "EVAL_VARIANCE").has_value());
+    }
+  }
+}
+
+TEST_F(MethodsTest, ForecastArgumentFailures) {
+  CallLists l(kAir);
+  ASSERT_EQ(fit(l), 0);
+  {
+    SCOPED_TRACE("six arguments");
+    MethodCall call;
+    call.list(l.series).list(l.model).list(l.eval_range).text("OUT.FC").number(0.05).number(12);
+    EXPECT_EQ(mes1for(call.plist(), nullptr, nullptr, 0), 0);
+    EXPECT_EQ(call.written(8), 999.0);
+  }
+  {
+    SCOPED_TRACE("no evaluation list");
+    MethodCall call;
+    call.list(l.series).list(l.model).list(nullptr).text("OUT.FC").number(0.05).number(12).number(0);
+    EXPECT_EQ(mes1for(call.plist(), nullptr, nullptr, 0), 0);
+    EXPECT_EQ(call.written(8), 999.0);
+  }
+  {
+    SCOPED_TRACE("a bad table name");
+    MethodCall call;
+    call.list(l.series).list(l.model).list(l.eval_range).text("OUT.9X").number(0.05).number(12).number(0);
+    EXPECT_EQ(mes1for(call.plist(), nullptr, nullptr, 0), 0);
+    EXPECT_EQ(call.written(8), 101.0);
+  }
+  {
+    SCOPED_TRACE("no memory");
+    esf::host::pool_fail_after(1);
+    EXPECT_EQ(forecast(l), 100);
+    esf::host::pool_fail_after(-1);
+  }
+  EXPECT_FALSE(fs::exists(table_file()));
+}
+
+TEST_F(MethodsTest, ForecastStartsFromWhatTheSpecificationHolds) {
+  // No STARTVALS: the backward pass runs from SVI, computed and kept when
+  // the specification has none.
+  struct Case {
+    const char* what;
+    bool keep_svi;
+  };
+  for (const Case& c : {Case{"svi only", true}, Case{"neither", false}}) {
+    SCOPED_TRACE(c.what);
+    CallLists l(kAir);
+    ASSERT_EQ(fit(l), 0);
+    const double w = *find_number(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"), "LEVEL");
+    remove_item(l.spec, "STARTVALS");
+    if (!c.keep_svi) remove_item(l.spec, "SVI");
+    ASSERT_EQ(forecast(l, 0.05, 0), 0);
+    EXPECT_EQ(find_number(find_list(l.spec, "SVI"), "LEVEL"), kAir.back());
+    const Table t = read_table(table_file());
+    ASSERT_EQ(t.rows.size(), kAir.size());
+    EXPECT_DOUBLE_EQ(t.rows[0][2], smooth(kAir, w).start_level);
+  }
+}
+
+TEST_F(MethodsTest, ForecastVarianceSources) {
+  CallLists l(kAir);
+  ASSERT_EQ(fit(l), 0);
+  List est = find_list(l.model, "ESTIMATES");
+  const double sigma = *find_number(est, "SIGMA");
+  ASSERT_EQ(forecast(l), 0);
+  const double eval_variance = *find_number(est, "EVAL_VARIANCE");
+  // A second forecast reads SIGMA again and sets EVAL_VARIANCE again.
+  ASSERT_EQ(forecast(l), 0);
+  EXPECT_EQ(find_number(est, "SIGMA"), sigma);
+  EXPECT_EQ(find_number(est, "EVAL_VARIANCE"), eval_variance);
+  EXPECT_EQ(names_of(est).size(), 9u);
+
+  // Without SIGMA and EVAL_VARIANCE the observed rows have limits of no
+  // width, and the forecast rows use the error variance of the pass.
+  remove_item(est, "SIGMA");
+  remove_item(est, "EVAL_VARIANCE");
+  ASSERT_EQ(forecast(l, 0.05, 1), 0);
+  const Table t = read_table(table_file());
+  ASSERT_EQ(t.rows.size(), kAir.size() + 1);
+  EXPECT_EQ(t.rows[5][3], t.rows[5][2]);
+  EXPECT_EQ(t.rows[5][6], 0.0);
+  EXPECT_DOUBLE_EQ(t.rows.back()[6], std::sqrt(eval_variance));
+}
+
+}  // namespace
