@@ -1,0 +1,373 @@
+// The host's tables: names, output tables written as CSV files through the
+// open / define / put / close chain, aborted tables, and input tables.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "host/host.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The three parts znamdiv fills; the same layout as the module's u_sname.
+struct Part {
+  short name_l;
+  char name[32];
+  std::string text() const { return std::string(name, static_cast<size_t>(name_l)); }
+};
+
+double dot() { return std::bit_cast<double>(std::uint64_t{0xFFFFFE0000000000}); }
+double dot_a() { return std::bit_cast<double>(std::uint64_t{0xFFFFFD0000000000}); }
+
+std::string read_file(const fs::path& p) {
+  std::ifstream in(p);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+std::vector<std::string> files_in(const fs::path& dir) {
+  std::vector<std::string> names;
+  for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename().string());
+  return names;
+}
+
+// Each test gets its own directory, assigned as libref OUT.
+class HostTable : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() /
+           ("esf_host_table_" + std::to_string(::getpid()) + "_" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+    esf::host::assign_libref("OUT", dir_);
+    esf::host::capture_output(true);
+    esf::host::take_log();
+  }
+  void TearDown() override {
+    esf::host::capture_output(false);
+    fs::remove_all(dir_);
+  }
+
+  // Opens OUT.<mem> for output; returns the open status.
+  int open_output(const char* mem, XO_PARMS* xoparm) {
+    XOPNSTR xopnstr{};
+    std::memcpy(xopnstr.name.lib.libref, "OUT     ", 8);
+    xopnstr.name.mem.name_l = static_cast<short>(std::strlen(mem));
+    std::memset(xopnstr.name.mem.name, ' ', 32);
+    std::memcpy(xopnstr.name.mem.name, mem, std::strlen(mem));
+    std::memcpy(xopnstr.name.memtype, "        ", 8);
+    xopnstr.opnmode = XO_OUTPUT;
+    xopnstr.obs = -1;
+    *xoparm = XO_PARMS{};
+    return xoopen(xoparm, &xopnstr);
+  }
+
+  // Defines numeric variables bound to slots; returns the first bad status.
+  int define(XO_PARMS& xoparm, ptr* xvp, const std::vector<std::string>& names, double* slots) {
+    if (int rc = xvputi(xoparm.fileid, static_cast<int>(names.size()), 32, xvp); rc != 0) return rc;
+    for (std::size_t j = 0; j < names.size(); ++j) {
+      NAMESTR ns;
+      xvnamei(&ns);
+      ns.nfl = 10;
+      ns.nfd = 5;
+      ns.name_p = const_cast<char*>(names[j].c_str());
+      ns.namelen = static_cast<short>(names[j].size());
+      std::string label = "label of " + names[j];
+      ns.label_p = label.data();
+      ns.nlablen = static_cast<short>(label.size());
+      if (int rc = xvputd(*xvp, &ns, 0, &slots[j], 8, 0, 0); rc != 0) return rc;
+    }
+    return xvpute(*xvp);
+  }
+
+  int add(XO_PARMS& xoparm, ptr xvp) {
+    xyvput(xvp, 0);
+    return xoparm.fileid->vector->add(&xoparm);
+  }
+
+  fs::path dir_;
+};
+
+TEST(HostTableNames, SplitIntoLibraryMemberAndType) {
+  struct Case {
+    const char* name;
+    int rc_nonzero;
+    int count;
+    const char *lib, *mem, *type;
+  };
+  const Case cases[] = {
+      {"WORK.FCST", 0, 2, "WORK", "FCST", ""},
+      {"fcst", 0, 1, "", "fcst", ""},           // one part is a member
+      {" out.Air_1 ", 0, 2, "out", "Air_1", ""},  // blanks around do not count
+      {"a.b.data", 0, 3, "a", "b", "data"},
+      {"", 1, 0, "", "", ""},
+      {"a.b.c.d", 1, 0, "", "", ""},           // too many parts
+      {"LIBRARYXX.M", 1, 0, "", "", ""},        // a libref has at most 8 characters
+      {"W.1ABC", 1, 0, "", "", ""},             // not a name
+      {"W.", 1, 0, "", "", ""},                 // empty member
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Part lib{}, mem{}, type{};
+    int count = -1;
+    const int rc = znamdiv(0, c.name, static_cast<int>(std::strlen(c.name)), &count, 3,
+                           reinterpret_cast<u_sname*>(&lib), reinterpret_cast<u_sname*>(&mem),
+                           reinterpret_cast<u_sname*>(&type));
+    EXPECT_EQ(rc != 0, c.rc_nonzero != 0);
+    if (c.rc_nonzero == 0) {
+      EXPECT_EQ(count, c.count);
+      EXPECT_EQ(lib.text(), c.lib);
+      EXPECT_EQ(mem.text(), c.mem);
+      EXPECT_EQ(type.text(), c.type);
+    }
+  }
+}
+
+TEST_F(HostTable, ClosedTableIsACsvWithOneHeaderLine) {
+  XO_PARMS xoparm;
+  ASSERT_EQ(open_output("Fcst", &xoparm), 0);
+  ptr xvp = nullptr;
+  double slots[3];
+  ASSERT_EQ(define(xoparm, &xvp, {"DATE", "ACTUAL", "U95"}, slots), 0);
+  const double rows[][3] = {{-3653, 112, 1.0 / 3.0}, {-3622, dot(), 1e300}, {-3593, dot_a(), -0.5}};
+  for (const auto& row : rows) {
+    std::copy(row, row + 3, slots);
+    ASSERT_EQ(add(xoparm, xvp), 0);
+  }
+  // Nothing is visible under the final name before the close.
+  EXPECT_FALSE(fs::exists(dir_ / "fcst.csv"));
+  ASSERT_EQ(xvputt(xvp), 0);
+  ASSERT_EQ(xoclose(xoparm.fileid, 0), 0);
+
+  EXPECT_EQ(files_in(dir_), std::vector<std::string>{"fcst.csv"});
+  const std::string text = read_file(dir_ / "fcst.csv");
+  std::istringstream lines(text);
+  std::string line;
+  std::vector<std::string> all;
+  while (std::getline(lines, line)) all.push_back(line);
+  ASSERT_EQ(all.size(), 4u);
+  EXPECT_EQ(all[0], "DATE,ACTUAL,U95");
+  EXPECT_EQ(all[2], "-3622,,1e+300");      // an ordinary missing value is an empty field
+  EXPECT_EQ(all[3], "-3593,.A,-0.5");      // a special one keeps its name
+  // Values come back to the bit.
+  EXPECT_EQ(std::strtod(all[1].substr(all[1].rfind(',') + 1).c_str(), nullptr), 1.0 / 3.0);
+
+  const auto vars = esf::host::table_variables(dir_ / "fcst.csv");
+  ASSERT_EQ(vars.size(), 3u);
+  EXPECT_EQ(vars[2].name, "U95");
+  EXPECT_EQ(vars[2].label, "label of U95");
+  EXPECT_EQ(vars[2].width, 10);
+  EXPECT_EQ(vars[2].decimals, 5);
+}
+
+TEST_F(HostTable, AbortedTableLeavesNoFile) {
+  XO_PARMS xoparm;
+  ASSERT_EQ(open_output("GONE", &xoparm), 0);
+  ptr xvp = nullptr;
+  double slots[2] = {1, 2};
+  ASSERT_EQ(define(xoparm, &xvp, {"A", "B"}, slots), 0);
+  ASSERT_EQ(add(xoparm, xvp), 0);
+  ASSERT_EQ(xoclose(xoparm.fileid, XO_ABORT), 0);
+  EXPECT_TRUE(files_in(dir_).empty());
+}
+
+TEST_F(HostTable, AbortLeavesAnEarlierTableOfTheSameNameAlone) {
+  std::ofstream(dir_ / "keep.csv") << "X\n1\n";
+  XO_PARMS xoparm;
+  ASSERT_EQ(open_output("KEEP", &xoparm), 0);
+  ptr xvp = nullptr;
+  double slot = 5;
+  ASSERT_EQ(define(xoparm, &xvp, {"Y"}, &slot), 0);
+  ASSERT_EQ(xoclose(xoparm.fileid, XO_ABORT), 0);
+  EXPECT_EQ(read_file(dir_ / "keep.csv"), "X\n1\n");
+  EXPECT_EQ(files_in(dir_).size(), 1u);
+}
+
+TEST_F(HostTable, BadDefinitionsAreRefusedAndTheAbortCleansUp) {
+  struct Case {
+    const char* what;
+    std::vector<std::string> names;
+    int announced;
+  };
+  const Case cases[] = {
+      {"duplicate name", {"A", "a"}, 2},
+      {"not a name", {"A", "2B"}, 2},
+      {"more than announced", {"A", "B"}, 1},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    XO_PARMS xoparm;
+    ASSERT_EQ(open_output("BAD", &xoparm), 0);
+    ptr xvp = nullptr;
+    ASSERT_EQ(xvputi(xoparm.fileid, c.announced, 32, &xvp), 0);
+    double slots[2];
+    int worst = 0;
+    for (std::size_t j = 0; j < c.names.size() && worst == 0; ++j) {
+      NAMESTR ns;
+      xvnamei(&ns);
+      ns.name_p = const_cast<char*>(c.names[j].c_str());
+      ns.namelen = static_cast<short>(c.names[j].size());
+      worst = xvputd(xvp, &ns, 0, &slots[j], 8, 0, 0);
+    }
+    EXPECT_LT(worst, 0);
+    ASSERT_EQ(xoclose(xoparm.fileid, XO_ABORT), 0);
+    EXPECT_TRUE(files_in(dir_).empty());
+  }
+}
+
+TEST_F(HostTable, OpenFailuresAreNegativeAndExplained) {
+  struct Case {
+    const char* what;
+    const char* libref;
+    const char* mem;
+    const char* in_message;
+  };
+  fs::path missing_dir = dir_ / "no" / "such";
+  esf::host::assign_libref("NODIR", missing_dir);
+  const Case cases[] = {
+      {"unassigned libref", "NOLIB   ", "X", "NOLIB is not assigned"},
+      {"missing directory", "NODIR   ", "X", "does not exist"},
+      {"bad member", "OUT     ", "9X", "not a valid table name"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    XOPNSTR xopnstr{};
+    std::memcpy(xopnstr.name.lib.libref, c.libref, 8);
+    xopnstr.name.mem.name_l = static_cast<short>(std::strlen(c.mem));
+    std::memcpy(xopnstr.name.mem.name, c.mem, std::strlen(c.mem));
+    xopnstr.opnmode = XO_OUTPUT;
+    XO_PARMS xoparm{};
+    const int rc = xoopen(&xoparm, &xopnstr);
+    EXPECT_LT(rc, 0);
+    EXPECT_EQ(xoparm.fileid, nullptr);
+    xprrlog(0, rc);
+    const std::string log = esf::host::take_log();
+    EXPECT_NE(log.find(c.in_message), std::string::npos) << log;
+  }
+  EXPECT_TRUE(files_in(dir_).empty());
+}
+
+// ---- Input tables ------------------------------------------------------------
+
+class HostInputTable : public HostTable {
+ protected:
+  int open_input(const char* mem, XO_PARMS* xoparm) {
+    XOPNSTR xopnstr{};
+    std::memcpy(xopnstr.name.lib.libref, "OUT     ", 8);
+    xopnstr.name.mem.name_l = static_cast<short>(std::strlen(mem));
+    std::memcpy(xopnstr.name.mem.name, mem, std::strlen(mem));
+    xopnstr.opnmode = XO_INPUT;
+    xopnstr.obs = -1;
+    xopnstr.maxrc = 1;
+    *xoparm = XO_PARMS{};
+    return xoopen(xoparm, &xopnstr);
+  }
+};
+
+TEST_F(HostInputTable, RowsAreReadIntoBoundBuffers) {
+  std::ofstream(dir_ / "cal.csv") << "begin:DATE9.,Season\n100,1\n200,.\n\n300,.C\n";
+  XO_PARMS xoparm;
+  ASSERT_EQ(open_input("CAL", &xoparm), 0);
+  long nobs = 0;
+  ASSERT_EQ(xoinfo(xoparm.fileid, 3, &nobs), 0);
+  EXPECT_EQ(nobs, 3);  // blank lines are not rows
+
+  ptr xvp = nullptr;
+  ASSERT_EQ(xvgeti(xoparm.fileid, 3, &xvp), 0);
+  int vbegin = 0, vseason = 0, vend = 0;
+  ASSERT_EQ(xvfind(xvp, "BEGIN", 5, &vbegin), 0);
+  ASSERT_EQ(xvfind(xvp, "SEASON", 6, &vseason), 0);
+  EXPECT_LT(xvfind(xvp, "END", 3, &vend), 0);
+  NAMESTR* ns = nullptr;
+  ASSERT_EQ(xvname(xvp, vbegin, &ns), 0);
+  EXPECT_EQ(std::string(ns->nformlong, static_cast<size_t>(ns->nformlongl)), "DATE");
+  EXPECT_EQ(ns->nfl, 9);
+  ASSERT_EQ(xvname(xvp, vseason, &ns), 0);
+  EXPECT_EQ(ns->nformlongl, 0);
+
+  double begin = 0, season = 0;
+  ASSERT_EQ(xvgetd(xvp, vbegin, 0, &begin, 8, 8, 0, 0), 0);
+  ASSERT_EQ(xvgetd(xvp, vseason, 0, &season, 8, 8, 0, 0), 0);
+  ASSERT_EQ(xvsele(xvp), 0);
+  ASSERT_EQ(xvgete(xvp), 0);
+
+  std::vector<double> begins;
+  std::vector<std::uint64_t> seasons;
+  xoparm.opcode = XO_READNEXT;
+  xoparm.flags |= XO_READFLAG;
+  int rc;
+  while ((rc = xoparm.fileid->vector->read(&xoparm)) == 0) {
+    ASSERT_EQ(xyvget(xvp, 0), 0);
+    begins.push_back(begin);
+    seasons.push_back(std::bit_cast<std::uint64_t>(season));
+  }
+  EXPECT_EQ(rc, XO_EOF);
+  EXPECT_EQ(begins, (std::vector<double>{100, 200, 300}));
+  EXPECT_EQ(seasons[0], std::bit_cast<std::uint64_t>(1.0));
+  EXPECT_EQ(seasons[1], 0xFFFFFE0000000000u);  // "."
+  EXPECT_EQ(seasons[2], 0xFFFFFB0000000000u);  // ".C"
+
+  // Positioning: the next read gives the row asked for, or the last one.
+  xoparm.opcode = XO_PNTOBS;
+  xoparm.obsnum = 2;
+  ASSERT_EQ(xopnt(&xoparm), 0);
+  xoparm.opcode = XO_READNEXT;
+  ASSERT_EQ(xoparm.fileid->vector->read(&xoparm), 0);
+  ASSERT_EQ(xyvget(xvp, 0), 0);
+  EXPECT_EQ(begin, 200);
+  xoparm.opcode = XO_PNTLAST;
+  ASSERT_EQ(xopnt(&xoparm), 0);
+  xoparm.opcode = XO_READNEXT;
+  ASSERT_EQ(xoparm.fileid->vector->read(&xoparm), 0);
+  ASSERT_EQ(xyvget(xvp, 0), 0);
+  EXPECT_EQ(begin, 300);
+  EXPECT_EQ(xoparm.fileid->vector->read(&xoparm), XO_EOF);
+  xoparm.opcode = XO_PNTOBS;
+  xoparm.obsnum = 4;
+  EXPECT_EQ(xopnt(&xoparm), XO_EOF);
+
+  ASSERT_EQ(xvgett(xvp), 0);
+  ASSERT_EQ(xoclose(xoparm.fileid, 0), 0);
+  EXPECT_TRUE(fs::exists(dir_ / "cal.csv"));  // closing an input table leaves it
+}
+
+TEST_F(HostInputTable, BadDataNamesFileLineAndField) {
+  struct Case {
+    const char* content;
+    const char* in_message;
+  };
+  const Case cases[] = {
+      {"BEGIN,END\n1,2\n3,x4\n", "line 3, field 2 (END): \"x4\" is not a number"},
+      {"BEGIN,END\n1,2,3\n", "line 2: 3 fields where the header has 2"},
+      {"BEGIN,2ND\n1,2\n", "line 1, field 2"},
+      {"", "line 1: the header line is missing"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.content);
+    std::ofstream(dir_ / "bad.csv") << c.content;
+    XO_PARMS xoparm;
+    const int rc = open_input("BAD", &xoparm);
+    EXPECT_LT(rc, 0);
+    EXPECT_EQ(xoparm.fileid, nullptr);
+    xprrlog(0, rc);
+    const std::string log = esf::host::take_log();
+    EXPECT_NE(log.find("bad.csv"), std::string::npos) << log;
+    EXPECT_NE(log.find(c.in_message), std::string::npos) << log;
+  }
+  XO_PARMS xoparm;
+  EXPECT_LT(open_input("ABSENT", &xoparm), 0);
+}
+
+}  // namespace
