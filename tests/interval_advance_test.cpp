@@ -1,0 +1,553 @@
+// Interval advancing (zintnx2), alignment (zintnx3) and sub-intervals
+// (zintshft): the edge cases of every family, the refusals, the custom
+// seam, the properties that tie advancing to counting over thousands of
+// random dates, and a cross-check against std::chrono.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "host/host.h"
+#include "intervals/interval.h"
+#include "primitives/primitives.h"
+#include "support/calendar_oracle.h"
+
+// ---- A stand-in for the custom-interval routines -----------------------------
+//
+// Periods of a pretend table: ten days each from day 0, "begin" and "end"
+// computed here, so that the custom branches of zintnx2 and zintnx3 can be
+// told apart from the built-in ones.
+namespace fake_custom {
+int calls = 0;
+int references = 0;
+double last_x = 0;
+CINTC_INFO* const kInfo = reinterpret_cast<CINTC_INFO*>(&references);
+
+double take(INTERVALX* ix, double x) {
+  ++calls;
+  last_x = x;
+  ix->cinfo = kInfo;
+  ++references;
+  return 0.0;
+}
+}  // namespace fake_custom
+
+extern "C" double customINTNX(INTERVALX* ix, double x, double n) {
+  fake_custom::take(ix, x);
+  if (esf::is_missing(x)) return n < 0 ? esf::missing_letter('M') : esf::missing_letter('I');
+  return (std::floor(x / 10.0) + n) * 10.0;
+}
+
+extern "C" double customINTNXE(INTERVALX* ix, double x, double n) {
+  fake_custom::take(ix, x);
+  if (esf::is_missing(x)) return esf::missing_letter('I');
+  return (std::floor(x / 10.0) + n) * 10.0 + 9.0;
+}
+
+extern "C" void zcintcReleaseRef(CINTC_INFO* cinfo) {
+  if (cinfo == fake_custom::kInfo) --fake_custom::references;
+}
+
+namespace {
+
+using oracle::day_of;
+using oracle::fdiv;
+
+constexpr double kDot = esf::kMissing;
+
+double d(int y, unsigned m, unsigned dd) { return static_cast<double>(day_of(y, m, dd)); }
+
+bool same(double a, double b) {
+  if (esf::is_missing(a) || esf::is_missing(b)) return esf::is_missing(a) && esf::is_missing(b);
+  return a == b;
+}
+
+std::string show(double x) {
+  if (esf::is_missing(x)) return ".";
+  if (std::fabs(x) < 1e7 && x == std::floor(x)) return oracle::date_text(static_cast<long>(x));
+  return std::to_string(x);
+}
+
+struct AdvanceCase {
+  const char* name;
+  double x;
+  double n;
+  double expect;
+};
+
+void run_nx2(const std::vector<AdvanceCase>& cases) {
+  for (const AdvanceCase& c : cases) {
+    INTERVAL iv = oracle::interval(c.name);
+    const double got = zintnx2(&iv, c.x, c.n);
+    EXPECT_TRUE(same(got, c.expect)) << c.name << " from " << show(c.x) << " by " << c.n << ": got " << show(got)
+                                     << ", expected " << show(c.expect);
+  }
+}
+
+struct AlignCase {
+  const char* name;
+  double x;
+  double n;
+  const char* align;
+  double expect;
+};
+
+void run_nx3(const std::vector<AlignCase>& cases) {
+  for (const AlignCase& c : cases) {
+    INTERVAL iv = oracle::interval(c.name);
+    const double got = zintnx3(&iv, c.x, c.n, const_cast<tchar*>(c.align), nullptr);
+    EXPECT_TRUE(same(got, c.expect)) << c.name << " " << c.align << " from " << show(c.x) << " by " << c.n
+                                     << ": got " << show(got) << ", expected " << show(c.expect);
+  }
+}
+
+// ---- zintnx2: edge cases, one family at a time -----------------------------------
+
+TEST(AdvanceCalendar, MonthsQuartersAndYears) {
+  run_nx2({
+      {"MONTH", d(2001, 3, 15), 1, d(2001, 4, 1)},
+      {"MONTH", d(2001, 3, 15), 0, d(2001, 3, 1)},
+      {"MONTH", d(2001, 3, 15), -1, d(2001, 2, 1)},
+      {"MONTH", d(2001, 3, 15), 10.9999999999999, d(2002, 2, 1)},  // a count within 1e-12 of a whole number is that number
+      {"MONTH", d(2001, 3, 15), 10.99999, d(2002, 1, 1)},
+      {"MONTH3", d(2001, 2, 15), 0, d(2001, 1, 1)},  // multiples count from January 1960
+      {"QTR.2", d(2001, 1, 15), 0, d(2000, 11, 1)},  // quarters from February, May, August, November
+      {"QTR", d(2001, 5, 15), 2, d(2001, 10, 1)},
+      {"SEMIYEAR", d(2001, 8, 1), -1, d(2001, 1, 1)},
+      {"YEAR", d(2001, 8, 1), 1, d(2002, 1, 1)},
+      {"YEAR2", d(2001, 8, 1), 0, d(2000, 1, 1)},
+      {"YEAR.7", d(2001, 3, 1), 0, d(2000, 7, 1)},
+      {"TENDAY", d(2001, 3, 25), 1, d(2001, 4, 1)},
+      {"TENDAY", d(2001, 3, 25), -1, d(2001, 3, 11)},
+      {"SEMIMONTH", d(2001, 3, 20), 1, d(2001, 4, 1)},
+      {"SEMIMONTH", d(2001, 3, 20), -1, d(2001, 3, 1)},
+      {"SEMIMONTH", d(2001, 3, 2), 1, d(2001, 3, 16)},
+  });
+}
+
+TEST(AdvanceCalendar, RetailMonthsMoveThroughIsoWeeks) {
+  const auto iso = [](int y, unsigned week) { return static_cast<double>(oracle::iso_day_of(y, week, 1)); };
+  run_nx2({
+      {"R445MON", iso(2001, 9), 1, iso(2001, 14)},
+      {"R445MON", iso(2001, 9) + 3, 0, iso(2001, 9)},
+      {"R454MON", iso(2001, 9) + 3, 0, iso(2001, 5)},
+      {"R544MON", iso(2001, 5) + 6, 1, iso(2001, 6)},
+      {"R445QTR", iso(2001, 20), 1, iso(2001, 27)},
+      {"R445YR", iso(2001, 20), 1, iso(2002, 1)},
+      {"R445MON", d(2005, 1, 2), 1, iso(2005, 1)},  // ISO week 53 of 2004 lies in month 12
+  });
+}
+
+TEST(AdvanceDays, DaysWeeksAndWorkingDays) {
+  const double wed = d(2001, 3, 7);  // a Wednesday
+  const double sat = d(2001, 3, 3);
+  const double fri = sat - 1;
+  run_nx2({
+      {"DAY", wed, 5, wed + 5},
+      {"DAY2", d(1960, 1, 2), 0, d(1960, 1, 1)},
+      {"WEEK", wed, 0, wed - 3},  // the Sunday before
+      {"WEEKV", wed, 0, wed - 2},  // the Monday before
+      {"WEEK", wed, -2, wed - 17},
+      {"WEEK.2", wed, 0, wed - 2},  // weeks from Monday
+      {"WEEKDAY", sat, 0, fri},
+      {"WEEKDAY", sat, 1, sat + 2},
+      {"WEEKDAY", fri, 5, fri + 7},
+      {"WEEKDAY", fri, 6, fri + 10},
+      {"WEEKDAY", fri, -1, fri - 1},
+      {"WEEKDAY", sat + 2, -1, fri},
+      {"WEEKDAY", sat + 2, -6, fri - 7},
+      {"WEEKDAY1W", sat, 1, sat + 2},  // only Sunday off
+      {"WEEKDAY67W", d(2001, 3, 1), 1, d(2001, 3, 4)},  // Thursday to Sunday
+      {"WEEKDAY2", fri - 1, 0, fri - 2},  // pairs of working days counted from Friday 1 January 1960
+      {"WEEKDAY2", fri, 0, fri},
+  });
+}
+
+TEST(AdvanceIsoYears, YearvStartsOnMondaysOfWeekOne) {
+  run_nx2({
+      {"YEARV", d(2005, 1, 1), 1, d(2005, 1, 3)},  // 1 January 2005 lies in ISO 2004
+      {"YEARV", d(2005, 1, 1), 0, d(2003, 12, 29)},
+      {"YEARV", d(2005, 1, 3), -1, d(2003, 12, 29)},
+      {"YEARV2", d(2005, 6, 1), 0, d(2003, 12, 29)},  // cycles of two ISO years from 1960
+      {"YEARV.2", d(2005, 1, 9), 0, d(2004, 1, 5)},  // years from week 2
+      {"YEARV.2", d(2005, 1, 10), 0, d(2005, 1, 10)},
+      {"YEARV2.53", d(2005, 6, 1), 0, d(2005, 1, 3)},  // shifted into the second year of the cycle
+  });
+}
+
+TEST(AdvanceTime, SecondsMinutesHoursAndDatetimeForms) {
+  INTERVAL hour_on_dates = oracle::interval("HOUR");
+  hour_on_dates.units = kUnitsDate;  // advancing takes no date values for a time interval
+  EXPECT_TRUE(esf::is_missing(zintnx2(&hour_on_dates, 3.0, 1.0)));
+  run_nx2({
+      {"SECOND", 10.5, 3, 13},
+      {"MINUTE", 61, 1, 120},
+      {"HOUR", 3700, 1, 7200},
+      {"HOUR", -1, 0, -3600},
+      {"MINUTE2.2", 59, 0, -60},  // two-minute intervals from the odd minutes
+      {"HOUR4.2", 3599, 1, 3600},
+      {"DTMONTH", d(2001, 3, 15) * 86400 + 43200, 1, d(2001, 4, 1) * 86400},
+      {"DTDAY", 86399.5, 1, 86400},
+      {"DTWEEKDAY", 86400 * 1.5, 0, 0},  // Saturday 2 January 1960 goes back to Friday
+  });
+}
+
+TEST(AdvanceObsAndNone, PlainNumbers) {
+  run_nx2({
+      {"OBS", 7, 2, 9},
+      {"OBS3", 7, 1, 9},
+      {"OBS3.2", 7, 1, 10},
+      {"OBS3", -1, 0, -3},
+      {"NONE", 7.5, 2, 9},
+      {"NONE", 1e200, 0, 1e200},
+  });
+}
+
+// ---- zintnx2: refusals ------------------------------------------------------------
+
+TEST(AdvanceRefusals, MissingValuesCountsAndLimits) {
+  const char* names[] = {"NONE", "OBS", "SECOND", "DAY", "WEEKDAY", "WEEK", "MONTH", "YEARV", "DTMONTH"};
+  for (const char* name : names) {
+    INTERVAL iv = oracle::interval(name);
+    EXPECT_TRUE(esf::is_missing(zintnx2(&iv, esf::missing_letter('A'), 1))) << name;
+    EXPECT_TRUE(esf::is_missing(zintnx2(&iv, esf::missing_letter('I'), 1))) << name;
+    EXPECT_TRUE(esf::is_missing(zintnx2(&iv, 100, 1e300))) << name;
+    EXPECT_TRUE(esf::is_missing(zintnx2(&iv, 100, kDot))) << name;
+    EXPECT_TRUE(esf::is_missing(zintnx2(&iv, 100, -9007199254740994.0))) << name;
+    EXPECT_TRUE(esf::is_missing(zintnx2(&iv, 100, std::nan("")))) << name;
+  }
+  run_nx2({
+      {"DAY", static_cast<double>(kMaxDate), 1, kDot},
+      {"DAY", static_cast<double>(kMaxDate), 0, static_cast<double>(kMaxDate)},
+      {"DAY", static_cast<double>(kMinDate) - 1, 1, kDot},  // the start lies outside too
+      {"WEEK", static_cast<double>(kMinDate), 0, kDot},  // its Sunday lies before 1582
+      {"YEAR", d(1582, 6, 1), 0, static_cast<double>(kMinDate)},
+      {"MONTH", d(20000, 12, 1), 1, kDot},
+      {"DAY", 0, 9007199254740992.0, kDot},   // within 2^53, beyond the overflow limit
+      {"MONTH", 0, 9007199254740992.0, kDot},
+      {"WEEKDAY", 0, -9007199254740992.0, kDot},
+      {"YEARV", 0, 9007199254740992.0, kDot},
+      {"YEARV1000", 0, 1e12, kDot},
+      {"TENDAY", 0, 1e15, kDot},
+      {"DTOBS", 3, 1, kDot},
+  });
+}
+
+TEST(AdvanceRefusals, CodesOutsideTheTablesGoToTheDebugOutput) {
+  esf::host::capture_output(true);
+  esf::host::take_log();
+  const struct {
+    char units;
+    int code;
+    const char* message;
+  } cases[] = {
+      {'d', 38, "zintnx2: yearbase: bad intcode=38"},
+      {'d', 43, "zintnx2: yearbase: bad intcode=43"},
+      {'s', 12, "zintnx2: bad intcode=12"},
+  };
+  for (const auto& c : cases) {
+    INTERVAL iv = oracle::interval("MONTH");
+    iv.units = c.units;
+    iv.intcode = static_cast<char>(c.code);
+    EXPECT_TRUE(esf::is_missing(zintnx2(&iv, 100.0, 1.0))) << c.code;
+    EXPECT_NE(esf::host::take_log().find(c.message), std::string::npos) << c.message;
+  }
+  esf::host::capture_output(false);
+  EXPECT_TRUE(esf::is_missing(zintnx2(nullptr, 0.0, 1.0)));
+  INTERVAL no_working_day = oracle::interval("WEEKDAY");
+  std::memset(no_working_day.weekend, 1, sizeof no_working_day.weekend);
+  EXPECT_TRUE(esf::is_missing(zintnx2(&no_working_day, 0.0, 1.0)));
+}
+
+// ---- zintnx3 ------------------------------------------------------------------------------
+
+TEST(AlignBuiltIn, BeginMiddleEnd) {
+  run_nx3({
+      {"MONTH", d(2001, 2, 15), 0, "E", d(2001, 2, 28)},
+      {"MONTH", d(2001, 2, 15), 0, "M", d(2001, 2, 14)},
+      {"MONTH", d(2001, 2, 15), 0, "B", d(2001, 2, 1)},
+      {"MONTH", d(2001, 3, 15), 0, "M", d(2001, 3, 16)},
+      {"MONTH", d(2001, 2, 15), 0, "END", d(2001, 2, 28)},  // only the first character counts
+      {"MONTH", d(2001, 2, 15), 0, "e", d(2001, 2, 1)},     // and its case matters
+      {"MONTH", d(2001, 2, 15), 0, "X", d(2001, 2, 1)},
+      {"WEEK", d(2001, 3, 7), 1, "E", d(2001, 3, 17)},
+      {"DTDAY", 86400.0 * 5 + 7, 0, "E", 86400.0 * 6 - 1},  // the last second of the day
+      {"DTDAY", 86400.0 * 5 + 7, 0, "M", 86400.0 * 5 + 43199},
+      {"HOUR", 3700, 0, "E", 7199},
+      {"MONTH", d(2001, 2, 15), kDot, "B", kDot},
+      {"MONTH", static_cast<double>(kMaxDate), 1, "E", kDot},
+      {"MONTH", d(20000, 12, 1), 0, "E", kDot},  // the end lies beyond the last date
+      {"MONTH", d(20000, 12, 1), 0, "B", d(20000, 12, 1)},
+  });
+}
+
+TEST(AlignBuiltIn, SamePlaceInTheTargetInterval) {
+  run_nx3({
+      {"MONTH", d(2001, 1, 31), 1, "S", d(2001, 2, 28)},  // clipped to the end of February
+      {"MONTH", d(2001, 1, 15), 1, "S", d(2001, 2, 15)},
+      {"QTR", d(2001, 1, 15), 1, "S", d(2001, 4, 15)},
+      {"QTR", d(2001, 3, 31), 1, "S", d(2001, 6, 30)},
+      {"YEAR", d(2000, 2, 29), 1, "S", d(2001, 2, 28)},
+      {"YEAR", d(2000, 2, 29), 4, "S", d(2004, 2, 29)},
+      {"WEEK", d(2001, 3, 7), 1, "S", d(2001, 3, 14)},
+      {"WEEKDAY", d(2001, 3, 7), 1, "S", d(2001, 3, 8)},
+      {"TENDAY", d(2001, 3, 31), 1, "S", d(2001, 4, 10)},  // day 11 of an 11-day third
+      {"SEMIMONTH", d(2001, 1, 31), 2, "S", d(2001, 2, 28)},
+      {"YEARV", d(2004, 12, 29), 1, "S", d(2006, 1, 1)},  // week 53 has no place in ISO 2005
+      {"DTMONTH", d(2001, 1, 31) * 86400 + 36900, 1, "S", d(2001, 2, 28) * 86400 + 36900},
+      {"HOUR", 3700, 2, "S", 10900},
+      {"OBS3", 7, 1, "S", 10},
+      {"NONE", 7.5, 1, "S", 8.5},
+  });
+}
+
+TEST(AlignBuiltIn, SubIntervalRecordIsBuiltOnceAndThenUsed) {
+  INTERVAL year = oracle::interval("YEAR");
+  tchar same[] = "S";
+  INTERVAL cleared{};
+  EXPECT_EQ(zintnx3(&year, d(2001, 2, 15), 1, same, &cleared), d(2002, 2, 15));
+  EXPECT_EQ(cleared.intcode, kIntMonth) << "a cleared record is filled for the next call";
+  // A given record is taken as it is: weeks into the year, days into the week.
+  INTERVAL weeks = oracle::interval("WEEK");
+  EXPECT_EQ(zintnx3(&year, d(2001, 2, 15), 1, same, &weeks), d(2002, 2, 14));
+  EXPECT_EQ(weeks.intcode, kIntWeek);
+}
+
+// ---- Custom intervals through the seam --------------------------------------------------
+
+INTERVAL custom_record() {
+  INTERVAL iv{};
+  iv.units = kUnitsDate;
+  iv.intcode = static_cast<char>(kIntCustom);
+  iv.intper = 1;
+  std::memcpy(iv.token, "MYCAL", 5);
+  iv.tokenlen = 5;
+  return iv;
+}
+
+TEST(AdvanceCustom, TableEndsPassUnrounded) {
+  INTERVAL iv = custom_record();
+  fake_custom::calls = 0;
+  EXPECT_EQ(zintnx2(&iv, 25.7, 1), 30.0);
+  EXPECT_EQ(fake_custom::last_x, 25.0);
+  const double plus_infinity = esf::missing_letter('I');
+  EXPECT_EQ(esf::missing_kind(zintnx2(&iv, plus_infinity, 1)), esf::missing_kind(plus_infinity));
+  EXPECT_EQ(esf::missing_kind(fake_custom::last_x), esf::missing_kind(plus_infinity));
+  EXPECT_EQ(fake_custom::calls, 2);
+  EXPECT_TRUE(esf::is_missing(zintnx2(&iv, esf::missing_letter('A'), 1)));
+  EXPECT_TRUE(esf::is_missing(zintnx2(&iv, plus_infinity, kDot)));
+  EXPECT_TRUE(esf::is_missing(zintnx2(&iv, plus_infinity, 1e300)));
+  EXPECT_EQ(fake_custom::calls, 2);
+  EXPECT_EQ(fake_custom::references, 0);
+}
+
+TEST(AdvanceCustom, AlignmentUsesTheTableEnd) {
+  INTERVAL iv = custom_record();
+  tchar b[] = "B";
+  tchar e[] = "E";
+  tchar m[] = "M";
+  tchar s[] = "S";
+  EXPECT_EQ(zintnx3(&iv, 25, 1, b, nullptr), 30.0);
+  EXPECT_EQ(zintnx3(&iv, 25, 1, e, nullptr), 39.0);
+  EXPECT_EQ(zintnx3(&iv, 25, 1, m, nullptr), 34.0);
+  EXPECT_EQ(zintnx3(&iv, 25, 1, s, nullptr), 30.0);  // no same alignment: the begin
+  // The period before the table begins at minus infinity: it has an end
+  // but no middle.
+  const double minus_infinity = esf::missing_letter('M');
+  const double plus_infinity = esf::missing_letter('I');
+  EXPECT_EQ(esf::missing_kind(zintnx3(&iv, minus_infinity, -1, b, nullptr)), esf::missing_kind(minus_infinity));
+  EXPECT_EQ(esf::missing_kind(zintnx3(&iv, minus_infinity, -1, e, nullptr)), esf::missing_kind(plus_infinity));
+  EXPECT_EQ(esf::missing_kind(zintnx3(&iv, minus_infinity, -1, m, nullptr)), esf::missing_kind(kDot));
+  EXPECT_EQ(fake_custom::references, 0);
+}
+
+// ---- zintshft -------------------------------------------------------------------------------
+
+TEST(SubInterval, NextFinerIntervals) {
+  const struct {
+    const char* name;
+    const char* sub;
+  } cases[] = {
+      {"NONE", "NONE"},       {"OBS3", "OBS"},         {"SECOND", "SECOND"},      {"MINUTE5.3", "MINUTE"},
+      {"HOUR2", "HOUR"},      {"DAY3", "DAY"},         {"WEEK2.3", "DAY"},        {"WEEKV", "DAY"},
+      {"WEEKDAY", "WEEKDAY"}, {"WEEKDAY67W2", "WEEKDAY67W"}, {"TENDAY2", "TENDAY"}, {"SEMIMONTH", "SEMIMONTH"},
+      {"MONTH3.2", "MONTH"},  {"QTR2", "MONTH"},       {"QTR.2", "MONTH"},        {"SEMIYEAR", "MONTH"},
+      {"YEAR.7", "MONTH"},    {"R445QTR", "R445MON"},  {"R454YR", "R454MON"},     {"R544MON2", "R544MON"},
+      {"YEARV", "WEEKV"},     {"DTYEARV", "DTWEEKV"},  {"DTMONTH3", "DTMONTH"},   {"DTWEEKDAY1W", "DTWEEKDAY1W"},
+  };
+  for (const auto& c : cases) {
+    INTERVAL iv = oracle::interval(c.name);
+    INTERVAL sub{};
+    EXPECT_EQ(zintshft(&iv, &sub), 0) << c.name;
+    char text[64];
+    int len = sizeof text;
+    ASSERT_EQ(zinti2s(text, &len, &sub), 0);
+    INTERVAL expect = oracle::interval(c.sub);
+    char expect_text[64];
+    int expect_len = sizeof expect_text;
+    ASSERT_EQ(zinti2s(expect_text, &expect_len, &expect), 0);
+    EXPECT_EQ(std::string(text, len), std::string(expect_text, expect_len)) << c.name;
+    EXPECT_EQ(sub.units, expect.units) << c.name;
+    EXPECT_EQ(sub.intper, 1) << c.name;
+    EXPECT_EQ(sub.shiftper, 0) << c.name;
+  }
+}
+
+TEST(SubInterval, CodesWithoutOneClearTheRecord) {
+  for (const int code : {28, 38, 21, 66}) {
+    INTERVAL iv = oracle::interval("MONTH");
+    iv.intcode = static_cast<char>(code);
+    INTERVAL sub = oracle::interval("DAY");
+    EXPECT_EQ(zintshft(&iv, &sub), 2) << code;
+    EXPECT_EQ(sub.intcode, 0);
+    EXPECT_EQ(sub.units, 0);
+  }
+}
+
+// ---- Properties over the whole range ------------------------------------------------------
+
+const char* const kPropertyIntervals[] = {
+    "DAY",     "DAY3.2",   "WEEK",      "WEEK2.3", "WEEKV",     "WEEKDAY",  "WEEKDAY17W3.2", "WEEKDAY246W",
+    "TENDAY",  "TENDAY3.2", "SEMIMONTH", "MONTH",   "MONTH5.3",  "QTR",      "QTR.3",         "SEMIYEAR",
+    "YEAR",    "YEAR2.14", "YEARV",     "YEARV3.60", "R445MON",  "R454QTR",  "R544YR.5",      "DTDAY",
+    "DTMONTH", "DTWEEKDAY", "DTYEARV",
+};
+
+double unit_of(const INTERVAL& iv) { return iv.units == kUnitsDatetime ? 86400.0 : 1.0; }
+
+// Advancing by n and counting back gives n; the result is the begin of its
+// interval, which counts 0 from every date inside and 1 from the date
+// before it; the end and middle lie inside; "S" lands in the same interval.
+TEST(AdvanceProperties, AdvanceAndCountAreInverse) {
+  oracle::Dates dates(1234);
+  tchar e[] = "E";
+  tchar m[] = "M";
+  tchar s[] = "S";
+  for (const char* name : kPropertyIntervals) {
+    INTERVAL iv = oracle::interval(name);
+    const double unit = unit_of(iv);
+    for (int i = 0; i < 1500; ++i) {
+      const double x = dates.inner(60000) * unit + (unit > 1 ? dates.between(0, 86399) : 0);
+      const double n = static_cast<double>(dates.between(-40, 40));
+      const double begin = zintnx2(&iv, x, n);
+      ASSERT_FALSE(esf::is_missing(begin)) << name << " " << x << " " << n;
+      ASSERT_EQ(zintck2(&iv, x, begin), n) << name << " from " << show(x / unit) << " by " << n;
+      ASSERT_EQ(zintnx2(&iv, begin, 0), begin) << name;
+      ASSERT_EQ(zintck2(&iv, begin - unit, begin), 1.0) << name << " " << show(begin / unit);
+      const double own_begin = zintnx2(&iv, x, 0);
+      ASSERT_LE(own_begin, x);
+      ASSERT_EQ(zintck2(&iv, own_begin, x), 0.0) << name << " " << show(x / unit);
+      const double end = zintnx3(&iv, x, n, e, nullptr);
+      ASSERT_EQ(zintck2(&iv, begin, end), 0.0) << name;
+      ASSERT_EQ(zintck2(&iv, end, end + 1), 1.0) << name;
+      const double middle = zintnx3(&iv, x, n, m, nullptr);
+      ASSERT_LE(begin, middle);
+      ASSERT_LE(middle, end);
+      const double place = zintnx3(&iv, x, n, s, nullptr);
+      ASSERT_EQ(zintck2(&iv, x, place), n) << name << " S from " << show(x / unit) << " by " << n;
+    }
+  }
+}
+
+TEST(AdvanceProperties, TimeIntervals) {
+  oracle::Dates dates(99);
+  for (const char* name : {"SECOND", "MINUTE", "HOUR", "HOUR4.2", "MINUTE15.7", "SECOND10.3"}) {
+    INTERVAL iv = oracle::interval(name);
+    for (int i = 0; i < 2000; ++i) {
+      const double x = dates.any() * 86400.0 + dates.between(0, 86399);
+      const double n = static_cast<double>(dates.between(-1000, 1000));
+      const double begin = zintnx2(&iv, x, n);
+      ASSERT_EQ(zintck2(&iv, x, begin), n) << name;
+      ASSERT_EQ(zintck2(&iv, begin - 1, begin), 1.0) << name;
+      ASSERT_EQ(zintck2(&iv, zintnx2(&iv, x, 0), x), 0.0) << name;
+    }
+  }
+}
+
+// ---- Cross-check against std::chrono --------------------------------------------------------
+
+TEST(AdvanceCrossCheck, CalendarIntervalsAgreeWithChrono) {
+  namespace chr = std::chrono;
+  oracle::Dates dates(555);
+  INTERVAL month = oracle::interval("MONTH");
+  INTERVAL qtr = oracle::interval("QTR.2");
+  INTERVAL semiyear = oracle::interval("SEMIYEAR");
+  INTERVAL year = oracle::interval("YEAR");
+  INTERVAL week = oracle::interval("WEEK");
+  INTERVAL weekv = oracle::interval("WEEKV");
+  INTERVAL yearv = oracle::interval("YEARV");
+  INTERVAL tenday = oracle::interval("TENDAY");
+  INTERVAL r445 = oracle::interval("R445MON");
+  INTERVAL dtmonth = oracle::interval("DTMONTH");
+  for (int i = 0; i < 20000; ++i) {
+    const long x = dates.inner(8000);  // room for 20 years either way
+    const long n = dates.between(-20, 20);
+    const chr::sys_days day = oracle::sys_of(x);
+    const chr::year_month_day ymd{day};
+    const std::string at = oracle::date_text(x) + " by " + std::to_string(n);
+
+    const chr::year_month ym = ymd.year() / ymd.month();
+    const auto first_of = [](chr::year_month target) {
+      return static_cast<double>((chr::sys_days{target / 1} - oracle::kEpoch).count());
+    };
+    ASSERT_EQ(zintnx2(&month, x, n), first_of(ym + chr::months{n})) << at;
+    // Quarters from February: back to the last of February, May, August, November.
+    const unsigned into_qtr = (static_cast<unsigned>(ymd.month()) + 10) % 3;
+    ASSERT_EQ(zintnx2(&qtr, x, n), first_of(ym - chr::months{into_qtr} + chr::months{3 * n})) << at;
+    const unsigned into_half = (static_cast<unsigned>(ymd.month()) - 1) % 6;
+    ASSERT_EQ(zintnx2(&semiyear, x, n), first_of(ym - chr::months{into_half} + chr::months{6 * n})) << at;
+    ASSERT_EQ(zintnx2(&year, x, n), first_of(chr::year_month{ymd.year() + chr::years{n}, chr::January})) << at;
+    const chr::sys_days sunday = day - (chr::weekday{day} - chr::Sunday);
+    ASSERT_EQ(zintnx2(&week, x, n), static_cast<double>((sunday + chr::weeks{n} - oracle::kEpoch).count())) << at;
+    const chr::sys_days monday = day - (chr::weekday{day} - chr::Monday);
+    ASSERT_EQ(zintnx2(&weekv, x, n), static_cast<double>((monday + chr::weeks{n} - oracle::kEpoch).count())) << at;
+    const oracle::IsoWeek iso = oracle::iso_of(x);
+    ASSERT_EQ(zintnx2(&yearv, x, n),
+              static_cast<double>((oracle::iso_week1_monday(iso.year + static_cast<int>(n)) - oracle::kEpoch).count()))
+        << at;
+    // Thirds of months: number them, move, and turn back into a date.
+    const unsigned dd = static_cast<unsigned>(ymd.day());
+    const long third = 3 * oracle::month_index(x) + (dd > 10) + (dd > 20) + n;
+    ASSERT_EQ(zintnx2(&tenday, x, n), oracle::month_start(fdiv(third, 3)) + 10.0 * (third - 3 * fdiv(third, 3))) << at;
+    // Retail months: the ISO week's month in the week table, moved, back to its first Monday.
+    long retail = 0;
+    while (retail < 12 && r445mon_index[retail] < static_cast<int>(iso.week)) ++retail;
+    const long target = (iso.year - 1960) * 12L + retail - 1 + n;
+    const int target_year = static_cast<int>(fdiv(target, 12)) + 1960;
+    const long target_month = target - 12 * fdiv(target, 12);
+    ASSERT_EQ(zintnx2(&r445, x, n),
+              static_cast<double>(oracle::iso_day_of(target_year, r445mon_index[target_month] + 1, 1)))
+        << at;
+    ASSERT_EQ(zintnx2(&dtmonth, x * 86400.0 + 4000, n), first_of(ym + chr::months{n}) * 86400.0) << at;
+  }
+}
+
+// Working days: a walk one day at a time with std::chrono's weekdays.
+TEST(AdvanceCrossCheck, WorkingDaysAgreeWithAWalk) {
+  namespace chr = std::chrono;
+  const struct {
+    const char* name;
+    unsigned weekend_mask;  // bit w: weekday w (0 Sunday) is off
+  } cases[] = {{"WEEKDAY", 0x41}, {"WEEKDAY67W", 0x60}, {"WEEKDAY1W", 0x01}, {"WEEKDAY23456W", 0x3E}};
+  oracle::Dates dates(8);
+  for (const auto& c : cases) {
+    INTERVAL iv = oracle::interval(c.name);
+    const auto off = [&](long x) { return ((c.weekend_mask >> oracle::weekday_of(x)) & 1U) != 0; };
+    for (int i = 0; i < 3000; ++i) {
+      long x = dates.inner(200);
+      const long n = dates.between(-25, 25);
+      const long start = x;
+      while (off(x)) --x;
+      for (long k = 0; k < (n < 0 ? -n : n); ++k) {
+        do {
+          x += n < 0 ? -1 : 1;
+        } while (off(x));
+      }
+      ASSERT_EQ(zintnx2(&iv, start, n), static_cast<double>(x)) << c.name << " " << oracle::date_text(start) << " by " << n;
+    }
+  }
+}
+
+}  // namespace
