@@ -1,0 +1,203 @@
+// The module image seen the way the host sees it: dlopen(), the start
+// routine, the image records, the entry and its method table, and the
+// calling convention of a method.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "host/host.h"
+
+namespace {
+
+constexpr const char* kSlotNames[12] = {"mwinfit", "mwinfor", "mes1fit", "mes1for", "mes2fit", "mes2for",
+                                        "mesdfit", "mesdfor", "mes3fit", "mes3for", "messfit", "messfor"};
+
+// The loaded image and its start routine run once, as a host does.
+class Image : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    handle_ = ::dlopen(ESF_MODULE, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(handle_, nullptr) << ::dlerror();
+    auto* mcn_main_fn = reinterpret_cast<VIMODCON* (*)(ptr*, ptr)>(::dlsym(handle_, "mcn_main"));
+    ASSERT_NE(mcn_main_fn, nullptr);
+    vi_ = static_cast<VIMODCON*>(::dlsym(handle_, "vi_mcn"));
+    pcn_ = static_cast<WIPGMCON*>(::dlsym(handle_, "pcn_QORFMSM"));
+    answered_ = mcn_main_fn(reinterpret_cast<ptr*>(esf::host::gcb_anchor()), esf::host::pidb());
+  }
+
+  template <class T>
+  static T* sym(const char* name) {
+    return reinterpret_cast<T*>(::dlsym(handle_, name));
+  }
+
+  // Calls the entry as the host does; returns its result.
+  static int enter(int argc, CMETHS* cmeths, int* status) {
+    char* argv[2] = {reinterpret_cast<char*>(cmeths), reinterpret_cast<char*>(status)};
+    return pcn_->ep(argc, argv);
+  }
+
+  static void* handle_;
+  static VIMODCON* vi_;
+  static WIPGMCON* pcn_;
+  static VIMODCON* answered_;
+};
+
+void* Image::handle_ = nullptr;
+VIMODCON* Image::vi_ = nullptr;
+WIPGMCON* Image::pcn_ = nullptr;
+VIMODCON* Image::answered_ = nullptr;
+
+TEST_F(Image, StartRoutineStoresTheAnchorsAndAnswersTheImageRecord) {
+  ASSERT_NE(vi_, nullptr);
+  EXPECT_EQ(answered_, vi_);
+  EXPECT_EQ(*sym<GCB**>("v_global_gcb_anchor"), esf::host::gcb_anchor());
+  EXPECT_EQ(*sym<VI_PIDB*>("v_global_pidb_anchor"), esf::host::pidb());
+  EXPECT_EQ(*sym<QKHANDLE*>("Exported_QKHandle"), esf::host::gcb()->qkhandle);
+}
+
+TEST_F(Image, RecordsCarryTheFixedValues) {
+  EXPECT_EQ(std::memcmp(vi_->tag, "QOR_Image_Information=\0\0", 24), 0);
+  EXPECT_EQ(vi_->modconmagic, 0xB0BDEBEDul);
+  EXPECT_EQ(vi_->compat_flags, 8ul);
+  EXPECT_STREQ(vi_->releasenum, "001");
+  EXPECT_NE(std::strlen(vi_->builddate), 0u);
+  ASSERT_NE(vi_->pgmcons, nullptr);
+  EXPECT_EQ(vi_->pgmcons[0], pcn_);
+  EXPECT_EQ(vi_->pgmcons[1], nullptr);
+  EXPECT_EQ(pcn_->stacksize, -65536);
+  EXPECT_EQ(pcn_->isa, 1024);
+  EXPECT_EQ(pcn_->osa, 1024);
+  EXPECT_EQ(std::string(pcn_->name, 8), "qorfmsm ");
+  EXPECT_EQ(pcn_->flags, 0);
+  EXPECT_EQ(pcn_->imgtype, 4);
+  EXPECT_EQ(pcn_->cntlc, 15);
+  EXPECT_EQ(reinterpret_cast<void*>(pcn_->ep), sym<void>("qorfmsm"));
+}
+
+TEST_F(Image, EntryWithoutArgumentsTouchesNothing) {
+  CMETHS cmeths{-7, reinterpret_cast<METHODFN*>(0x10)};
+  int status = -8;
+  EXPECT_EQ(enter(0, &cmeths, &status), 0);
+  EXPECT_EQ(pcn_->ep(2, nullptr), 0);
+  EXPECT_EQ(cmeths.nmethods, -7);
+  EXPECT_EQ(cmeths.entpnts, reinterpret_cast<METHODFN*>(0x10));
+  EXPECT_EQ(status, -8);
+}
+
+TEST_F(Image, EntryHandsOutTwelveMethodsInTableOrder) {
+  CMETHS cmeths{};
+  int status = -1;
+  ASSERT_EQ(enter(2, &cmeths, &status), 0);
+  EXPECT_EQ(status, 0);
+  ASSERT_EQ(cmeths.nmethods, 12);
+  for (int i = 0; i < 12; ++i) {
+    SCOPED_TRACE(kSlotNames[i]);
+    EXPECT_EQ(reinterpret_cast<void*>(cmeths.entpnts[i]), sym<void>(kSlotNames[i]));
+  }
+}
+
+TEST_F(Image, FailedConversionLeavesNoTable) {
+  CMETHS cmeths{-7, nullptr};
+  int status = -1;
+  esf::host::set_virv2g_status(0x55);
+  const int rc = enter(2, &cmeths, &status);
+  esf::host::set_virv2g_status(0);
+  EXPECT_EQ(rc, 1);
+  EXPECT_EQ(status, 0x55);  // the conversion's code travels in the status word
+  EXPECT_EQ(cmeths.nmethods, -7);
+  EXPECT_EQ(cmeths.entpnts, nullptr);
+}
+
+TEST_F(Image, FailedAllocationLeavesTheStatusAlone) {
+  CMETHS cmeths{-7, nullptr};
+  int status = -9;
+  esf::host::pool_fail_after(0);
+  const int rc = enter(2, &cmeths, &status);
+  esf::host::pool_fail_after(-1);
+  EXPECT_EQ(rc, 1);
+  EXPECT_EQ(status, -9);
+  EXPECT_EQ(cmeths.nmethods, -7);
+}
+
+TEST_F(Image, WrongArgumentCountLeaves999AndResultZero) {
+  CMETHS cmeths{};
+  int status = -1;
+  ASSERT_EQ(enter(2, &cmeths, &status), 0);
+  List lists[8];
+  for (List& l : lists) l = esf::host::new_list();
+  for (int slot = 0; slot < 12; ++slot) {
+    const bool fit = slot % 2 == 0;
+    const int expected = fit ? 6 : 7;
+    const int rc_slot = expected + 1;  // the return code's slot: argument count plus 1
+    for (int passed : {expected - 1, expected + 1, 0}) {
+      SCOPED_TRACE(std::string(kSlotNames[slot]) + " with " + std::to_string(passed) + " arguments");
+      esf::host::MethodCall call;
+      for (int i = 0; i < passed; ++i) {
+        if (i < 3) {
+          call.list(lists[i]);
+        } else {
+          call.number(0);
+        }
+      }
+      const int result = cmeths.entpnts[slot](call.plist(), nullptr, nullptr, 0);
+      EXPECT_EQ(result, 0);
+      EXPECT_EQ(call.written(rc_slot), 999.0);
+    }
+  }
+  for (List l : lists) esf::host::free_list(l);
+}
+
+TEST_F(Image, RevisionRecordIsFilled) {
+  auto* qkvercn1_fn = sym<void(QKS_Version_Info*)>("qkvercn1");
+  ASSERT_NE(qkvercn1_fn, nullptr);
+  QKS_Version_Info info{};
+  qkvercn1_fn(&info);
+  ASSERT_NE(info.product_name, nullptr);
+  EXPECT_STRNE(info.product_name, "");
+  ASSERT_NE(info.version, nullptr);
+  for (void* spare : info.spare) EXPECT_EQ(spare, nullptr);
+}
+
+// Runs a shell command; gives its standard output and exit status.
+std::string run(const std::string& command, int* status) {
+  std::string out;
+  FILE* pipe = ::popen(command.c_str(), "r");
+  if (pipe == nullptr) {
+    *status = -1;
+    return out;
+  }
+  char buf[512];
+  while (std::fgets(buf, sizeof buf, pipe) != nullptr) out += buf;
+  const int raw = ::pclose(pipe);
+  *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  return out;
+}
+
+TEST(HostProgram, VersionShowsTheImageAndTheMethodTableInOrder) {
+  int status = -1;
+  const std::string out = run(std::string("ESF_MODULE='") + ESF_MODULE + "' '" + ESF_CLI + "' --version 2>&1", &status);
+  ASSERT_EQ(status, 0) << out;
+  EXPECT_NE(out.find("release"), std::string::npos) << out;
+  EXPECT_NE(out.find("built"), std::string::npos) << out;
+  std::size_t at = 0;
+  for (const char* name : kSlotNames) {
+    const std::size_t found = out.find(std::string(" ") + name, at);
+    ASSERT_NE(found, std::string::npos) << name << " missing or out of order in\n" << out;
+    at = found + 1;
+  }
+}
+
+TEST(HostProgram, MissingImageIsAClearError) {
+  int status = -1;
+  const std::string out =
+      run(std::string("ESF_MODULE=/nonexistent/libqorfmsm.so '") + ESF_CLI + "' --version 2>&1", &status);
+  EXPECT_NE(status, 0);
+  EXPECT_NE(out.find("cannot load the module image /nonexistent/libqorfmsm.so"), std::string::npos) << out;
+}
+
+}  // namespace
