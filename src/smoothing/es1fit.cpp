@@ -1,126 +1,24 @@
-// Simple exponential smoothing on the shared estimation frame and forecast
-// driver: the family's trait and the three exported drivers.
+// The exported drivers of simple exponential smoothing: the shared estimation
+// frame, forecast driver and table writer instantiated for the family's trait
+// (smoothing/frame_es1.h).
 #include "smoothing/es1fit.h"
 
-#include "smoothing/es1subs.h"
-#include "smoothing/frame.h"
-#include "smoothing/frame_out.h"
+#include "smoothing/frame_es1.h"
 
-namespace {
-
-using namespace smoothing;
-using namespace smoothing::frame;
-
-// One weight, the level; one state, the level.
-struct SimpleFamily {
-  static constexpr int kNumWeights = 1;
-  static constexpr Slot kSlots[1] = {Slot::level};
-
-  // level_grid, shared with double smoothing.
-  static constexpr double kGrid[1][kGridRows] = {{0.01, 0.1, 0.15, 0.175, 0.2, 0.225, 0.25,
-                                                  0.275, 0.3, 0.325, 0.35, 0.375, 0.4, 0.45,
-                                                  0.5, 0.6, 0.7, 0.8, 0.9, 0.99}};
-  // Default bounds 0.001 .. 0.999: the table is used as it stands.
-  static constexpr double kGridLo[1] = {0.001};
-  static constexpr double kGridScale[1] = {0.998};
-
-  static constexpr bool kHasStability = false;
-  static bool stable(const double*) { return true; }
-
-  static constexpr GradDivisor kGradDivisor = GradDivisor::n;  // (two-weight solve only)
-  static constexpr bool kJumpOverZero = false;
-  static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
-  static long stderr_min_nobs(const WINMODEL&) { return 2; }
-
-  static double divide(double num, double den) {
-    double quo = 0.0;
-    guarded_divide(num, den, &quo);
-    return quo;
-  }
-
-  static int fit_setup(WINMODEL*, FITCON*) { return kOk; }
-  static void fit_cleanup(WINMODEL*, FITCON*) {}
-
-  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
-    model->smooth = model->svi;
-    return zes1smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
-                   &model->smooth.level, mse, nullptr, nullptr);
-  }
-
-  static int pass_begin(WINMODEL* model, FITCON*, const double*) {
-    model->smooth.level = model->svi.level;
-    return kOk;
-  }
-
-  // A missing observation takes the current level as its value, so that the
-  // level stays where it is.
-  static double missing_value(const WINMODEL* model, const FITCON*, const double*, long) {
-    return model->smooth.level;
-  }
-
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
-                    double* wder) {
-    const double before = model->smooth.level;
-    double xhat = 0.0;
-    double e = 0.0;
-    int rc = es1::point(value, model->ts.descstats.norm, w[0], &model->smooth.level, &xhat, &e);
-    if (rc < 0) return rc;
-    rc = es1::point_derivative(value, w[0], before, &fitcon->derwork.level[0], wder);
-    if (rc < 0) return rc;
-    model->smooth.xhat = xhat;
-    wder[1] = e;
-    return kOk;
-  }
-
-  static void turn(WINMODEL*, FITCON*, const double*) {}
-  static void save_start(WINMODEL* model) { model->startvals.level = model->smooth.level; }
-
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zes1std(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
-
-  // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f   ";
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
-  static constexpr const char* kCheckTitle = " Simple Smoothing Partial Derivative Information    ";
-  static constexpr const char* kCheckHeading = nullptr;
-  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
-                              const double* deltas, int wkflag, double* pder) {
-    return zes1npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
-                   model->svi.level, deltas[0], wkflag, pder);
-  }
-
-  // Forecast.
-  static constexpr int kRowDoubles = 7;
-  static constexpr OutputColumn kStateColumns[1] = {{"LEVEL", kMsgLevel}};
-
-  static void forecast_start(WINMODEL* model, int startflg) {
-    model->smooth.level = startflg == 0 ? model->svi.level : model->startvals.level;
-  }
-
-  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    return zes1prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
-                   model->ts.descstats.norm, model->fitrange.nobs, w[0], &model->smooth.level, 0,
-                   end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse,
-                   model->out.strptr);
-  }
-};
-
-}  // namespace
+using es1::Family;
+using smoothing::frame::fit;
+using smoothing::frame::forecast;
+using smoothing::frame::write_family_table;
 
 extern "C" {
 
-int nes1fit(WINMODEL* model) { return fit<SimpleFamily>(model); }
+int nes1fit(WINMODEL* model) { return fit<Family>(model); }
 
-int nes1for(WINMODEL* model, int startflg) { return forecast<SimpleFamily>(model, startflg); }
+int nes1for(WINMODEL* model, int startflg) { return forecast<Family>(model, startflg); }
 
 int es1out(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid,
            double stdate, char* align, long nobs, double cl) {
-  return write_family_table<SimpleFamily>(out, intv, varname, label, timeid, stdate, align, nobs,
-                                          cl);
+  return write_family_table<Family>(out, intv, varname, label, timeid, stdate, align, nobs, cl);
 }
 
 }  // extern "C"
