@@ -233,7 +233,10 @@ double zintyrse(double date0, int* year, double* ds1);
 double zintck3(struct INTERVALX* intervalx, double date0, double date1);
 double zintnx_seas(struct INTERVALX* intervalx, double date0, double n, struct INTERVALX* align_int);
 double zintck_seas(struct INTERVALX* intervalx, double date0, double daten, struct INTERVALX* align_int);
-int zintscd(struct INTERVAL* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
+// Season codes come with the seasonal-cycle routines; until they are linked
+// in, the reference stays weak so that images without them still load.
+__attribute__((weak)) int zintscd(struct INTERVAL* intv, double stdate, int scode, long n,
+                                  int* scodes, int* nseasons);
 int zintscd2(struct INTERVALX* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
 void zintscy(struct INTERVAL* intv, int scode, double date, int nseasons, int noint,
              double* sdummy, double* partial);
