@@ -1,44 +1,38 @@
-// Fit and forecast methods of linear (two-weight trend) smoothing.
-//
-// Both methods read their arguments in the order every method follows and
-// set the return code to 999 at once.  The estimation and the forecast table
-// are not wired in yet, so 999 stays standing: "nothing ran".
+// Fit and forecast methods of linear (two-weight trend) smoothing: weights
+// LEVEL and TREND, states level and trend. The fit reads NSEASONS.
 #include "module/host_api.h"
+#include "module/method_frame.h"
+#include "smoothing/es2fit.h"
+
+namespace {
+
+constexpr esf::MethodFamily kLinear{
+    .type = kFamilyLinear,
+    .nparms = 2,
+    .fit = nes2fit,
+    .forecast = nes2for,
+    .weight_items = {{"LEVEL", 0}, {"TREND", 1}, {nullptr, 0}},
+    .n_weight_items = 2,
+    .names = {"LEVEL", "TREND", nullptr},
+    .labels = {"LEVEL Smoothing Weight", "TREND Smoothing Weight", nullptr},
+    .labels_by_putstvlab = false,
+    .trended = true,
+    .fit_reads_nseasons = true,
+    .forecast_reads_nseasons = false,
+    .seasonal = false,
+    .type_text = nullptr,
+    .code_default = nullptr,
+    .winters = false,
+    .fit_method_name = "MES2FIT",
+    .weight_slot = {0, 1, -1, -1},
+};
+
+}  // namespace
 
 extern "C" int mes2fit(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
-  List seriesList = nullptr;
-  List modSpecList = nullptr;
-  List fitRangeList = nullptr;
-  List evalRangeList = nullptr;
-  List modelList = nullptr;
-  int returnCode = 999;
-  char returnCodeMissing = 0;
-  int nArgs = 0;
-  const int rc = posargs(plist, self, 6, 6, &nArgs, POS_LIST, &seriesList, POS_LIST, &modSpecList, POS_LIST,
-                         &fitRangeList, POS_LIST, &evalRangeList, POS_LIST, &modelList, POS_INT, &returnCode,
-                         &returnCodeMissing);
-  posretd(plist, 7, 999.0, 0);
-  (void)rc;
-  return 0;
+  return esf::run_fit_method(kLinear, plist, self);
 }
 
 extern "C" int mes2for(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
-  List seriesList = nullptr;
-  List modelList = nullptr;
-  List evalRangeList = nullptr;
-  tchar* dsname = nullptr;
-  int dsname_l = 0;
-  double cl = 0.5;
-  char clMissing = 0;
-  int lead = 12;
-  char leadMissing = 0;
-  int returnCode = 999;
-  char returnCodeMissing = 0;
-  int nArgs = 0;
-  const int rc = posargs(plist, self, 7, 7, &nArgs, POS_LIST, &seriesList, POS_LIST, &modelList, POS_LIST,
-                         &evalRangeList, POS_CHAR, &dsname, &dsname_l, POS_DOUBLE, &cl, &clMissing, POS_INT, &lead,
-                         &leadMissing, POS_INT, &returnCode, &returnCodeMissing);
-  posretd(plist, 8, 999.0, 0);
-  (void)rc;
-  return 0;
+  return esf::run_forecast_method(kLinear, plist, self);
 }

@@ -1,44 +1,38 @@
-// Fit and forecast methods of damped-trend smoothing.
-//
-// Both methods read their arguments in the order every method follows and
-// set the return code to 999 at once.  The estimation and the forecast table
-// are not wired in yet, so 999 stays standing: "nothing ran".
+// Fit and forecast methods of damped-trend smoothing: weights LEVEL, TREND
+// and DAMPING, states level and trend. Both methods read NSEASONS.
 #include "module/host_api.h"
+#include "module/method_frame.h"
+#include "smoothing/es3fit.h"
+
+namespace {
+
+constexpr esf::MethodFamily kDamped{
+    .type = kFamilyDamped,
+    .nparms = 3,
+    .fit = nes3fit,
+    .forecast = nes3for,
+    .weight_items = {{"LEVEL", 0}, {"TREND", 1}, {"DAMPING", 2}},
+    .n_weight_items = 3,
+    .names = {"LEVEL", "TREND", "DAMPING"},
+    .labels = {"LEVEL Smoothing Weight", "TREND Smoothing Weight", "DAMPING Smoothing Weight"},
+    .labels_by_putstvlab = false,
+    .trended = true,
+    .fit_reads_nseasons = true,
+    .forecast_reads_nseasons = true,
+    .seasonal = false,
+    .type_text = nullptr,
+    .code_default = nullptr,
+    .winters = false,
+    .fit_method_name = "MES3FIT",
+    .weight_slot = {0, 1, 2, -1},
+};
+
+}  // namespace
 
 extern "C" int mes3fit(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
-  List seriesList = nullptr;
-  List modSpecList = nullptr;
-  List fitRangeList = nullptr;
-  List evalRangeList = nullptr;
-  List modelList = nullptr;
-  int returnCode = 999;
-  char returnCodeMissing = 0;
-  int nArgs = 0;
-  const int rc = posargs(plist, self, 6, 6, &nArgs, POS_LIST, &seriesList, POS_LIST, &modSpecList, POS_LIST,
-                         &fitRangeList, POS_LIST, &evalRangeList, POS_LIST, &modelList, POS_INT, &returnCode,
-                         &returnCodeMissing);
-  posretd(plist, 7, 999.0, 0);
-  (void)rc;
-  return 0;
+  return esf::run_fit_method(kDamped, plist, self);
 }
 
 extern "C" int mes3for(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
-  List seriesList = nullptr;
-  List modelList = nullptr;
-  List evalRangeList = nullptr;
-  tchar* dsname = nullptr;
-  int dsname_l = 0;
-  double cl = 0.5;
-  char clMissing = 0;
-  int lead = 12;
-  char leadMissing = 0;
-  int returnCode = 999;
-  char returnCodeMissing = 0;
-  int nArgs = 0;
-  const int rc = posargs(plist, self, 7, 7, &nArgs, POS_LIST, &seriesList, POS_LIST, &modelList, POS_LIST,
-                         &evalRangeList, POS_CHAR, &dsname, &dsname_l, POS_DOUBLE, &cl, &clMissing, POS_INT, &lead,
-                         &leadMissing, POS_INT, &returnCode, &returnCodeMissing);
-  posretd(plist, 8, 999.0, 0);
-  (void)rc;
-  return 0;
+  return esf::run_forecast_method(kDamped, plist, self);
 }
