@@ -124,7 +124,8 @@ class MethodCall {
 // Blocks of the current pool not yet given back.
 std::size_t pool_outstanding();
 // Lets the next `n` allocations of the current pool succeed and every later
-// one fail, until called again with a negative `n` (no limit).
+// one fail, until called again with a negative `n` (no limit).  Setting a
+// limit clears xmemdef's indication; lifting it does not.
 void pool_fail_after(long n);
 
 // ---- Options ---------------------------------------------------------------

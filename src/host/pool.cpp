@@ -238,7 +238,9 @@ void pool_fail_after(long n) {
   PoolState& st = pool_state();
   std::lock_guard lock(st.mutex);
   st.budget = n < 0 ? -1 : n;
-  g_alloc_failed.store(false);
+  // A new limit starts from a clean indication; lifting the limit keeps what
+  // the limited allocations reported.
+  if (n >= 0) g_alloc_failed.store(false);
 }
 
 void set_virv2g_status(int status) { g_virv2g_status.store(status); }
