@@ -1,0 +1,304 @@
+// Double exponential smoothing: the kernel against Brown's two smoothed
+// series, the forecast variance against the moving-average weights and the
+// impulse response of the recursion, analytic against numeric derivatives,
+// the estimation, the forecast table and the methods.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cmath>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "module/host_api.h"
+#include "numeric/numeric.h"
+#include "smoothing/esdfit.h"
+#include "smoothing/esdsubs.h"
+#include "support/method_session.h"
+#include "support/smooth_model.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using smooth_test::example_series;
+using smooth_test::Model;
+
+const double kMiss = esf::kMissing;
+bool is_miss(double d) { return wzmis(d) != 0; }
+
+const char* const kExamples[] = {"AirPassengers.csv", "UKgas.csv", "USAccDeaths.csv"};
+
+void expect_rel(double got, double want, double rel, const char* what) {
+  EXPECT_NEAR(got, want, rel * std::fabs(want) + 1e-300) << what;
+}
+
+class EsdKernel : public ::testing::Test {
+ protected:
+  void SetUp() override { smooth_test::connect_module(); }
+};
+
+TEST_F(EsdKernel, PredictionsAreBrownsDoubleSmoothing) {
+  // Brown's form: S1 = w x + (1 - w) S1, S2 = w S1 + (1 - w) S2, one-step
+  // prediction 2 S1 - S2 + w / (1 - w) (S1 - S2). The kernel's level is S1
+  // and its trend w / (1 - w) (S1 - S2).
+  for (const char* name : kExamples) {
+    std::vector<double> x = example_series(name);
+    const long n = static_cast<long>(x.size());
+    std::vector<char> mis(n, 0);
+    for (double w : {0.1, 0.45, 0.8}) {
+      SCOPED_TRACE(testing::Message() << name << " " << w);
+      const double l0 = x[0], t0 = 0.5 * (x[1] - x[0]);
+      double s1 = l0, s2 = l0 - t0 * (1.0 - w) / w;
+      double level = l0, trend = t0, mse = 0;
+      std::vector<double> rows(8 * n);
+      ASSERT_EQ(zesdprd(x.data(), mis.data(), 1e9, n, w, &level, &trend, 0, n - 1, 0, 1.0, 0.05, 1,
+                        &mse, rows.data()),
+                0);
+      double sse = 0;
+      for (long t = 0; t < n; ++t) {
+        const double pred = 2.0 * s1 - s2 + w / (1.0 - w) * (s1 - s2);
+        EXPECT_NEAR(rows[8 * t + 1], pred, 1e-11 * std::fabs(pred)) << t;
+        sse += (pred - x[t]) * (pred - x[t]);
+        s1 = w * x[t] + (1.0 - w) * s1;
+        s2 = w * s1 + (1.0 - w) * s2;
+        EXPECT_NEAR(rows[8 * t + 6], s1, 1e-11 * std::fabs(s1));
+      }
+      expect_rel(mse, sse / (n - 1), 1e-9, "mse divides by nobs - 1");
+      EXPECT_NEAR(trend, w / (1.0 - w) * (s1 - s2), 1e-9 * std::fabs(s1));
+    }
+  }
+}
+
+TEST_F(EsdKernel, ForecastRowsAndTheirVariance) {
+  std::vector<double> x = example_series("USAccDeaths.csv");
+  const long n = static_cast<long>(x.size());
+  std::vector<char> mis(n, 0);
+  const double w = 0.3, se2 = 2.0;
+  const long lead = 15;
+  double level = x[0], trend = 0, mse = 0;
+  std::vector<double> rows(8 * (n + lead));
+  ASSERT_EQ(zesdprd(x.data(), mis.data(), 1e9, n, w, &level, &trend, 0, n - 1, lead, se2, 0.1, 1,
+                    &mse, rows.data()),
+            0);
+  std::vector<double> psi(lead);
+  ASSERT_EQ(zesdpsi(w, lead, psi.data()), 0);
+  double sum = 0;
+  for (long k = 1; k <= lead; ++k) {
+    sum += psi[k - 1] * psi[k - 1];
+    const double* r = &rows[8 * (n + k - 1)];
+    expect_rel(r[1], level + trend / w + (k - 1) * trend, 1e-14, "forecast");
+    expect_rel(r[6], level + k * trend, 1e-14, "level column");
+    EXPECT_EQ(r[7], trend);
+    expect_rel(r[5] * r[5], se2 * sum, 1e-13, "variance from psi");
+    double limit = 0;
+    expect_rel(zesdcla(w, se2, k, 0.1, &limit), se2 * sum, 1e-13, "zesdcla");
+    expect_rel(r[2] - r[1], limit, 1e-12, "half-width");
+  }
+}
+
+TEST_F(EsdKernel, PsiWeightsAreTheImpulseResponseOfTheForecasts) {
+  // Raising the last observation by d moves the forecast k steps ahead by
+  // psi[k] * d: these are the weights the variance sums.
+  std::vector<double> x = example_series("AirPassengers.csv");
+  const long n = static_cast<long>(x.size());
+  std::vector<char> mis(n, 0);
+  const double w = 0.35, d = 1.0;
+  const long lead = 10;
+  auto forecasts = [&](const std::vector<double>& series) {
+    double level = 100, trend = 1, mse = 0;
+    std::vector<double> rows(8 * (n + lead));
+    EXPECT_EQ(zesdprd(const_cast<double*>(series.data()), mis.data(), 1e9, n, w, &level, &trend, 0,
+                      n - 1, lead, 1.0, 0.05, 1, &mse, rows.data()),
+              0);
+    return rows;
+  };
+  const std::vector<double> base = forecasts(x);
+  std::vector<double> bumped = x;
+  bumped.back() += d;
+  const std::vector<double> moved = forecasts(bumped);
+  std::vector<double> psi(lead + 1);
+  zesdpsi(w, lead + 1, psi.data());
+  for (long k = 1; k <= lead; ++k) {
+    EXPECT_NEAR(moved[8 * (n + k - 1) + 1] - base[8 * (n + k - 1) + 1], psi[k] * d, 1e-9) << k;
+  }
+}
+
+void analytic_gradient(const std::vector<double>& x, double w, double l, double b, double* grad) {
+  double dl = 0, dt = 0, dv[2], xhat, e, s = 0;
+  const long n = static_cast<long>(x.size());
+  for (long t = n - 1; t >= 0; --t) {
+    const double ll = l, lt = b;
+    ASSERT_EQ(zesdpnt(x[t], 1e9, w, &l, &b, &xhat, &e), 0);
+    ASSERT_EQ(zesddpd(x[t], w, ll, l, lt, b, &dl, &dt, dv), 0);
+  }
+  l += b;
+  b = -b;
+  dl += dt;
+  dt = -dt;
+  for (long t = 0; t < n; ++t) {
+    const double ll = l, lt = b;
+    ASSERT_EQ(zesdpnt(x[t], 1e9, w, &l, &b, &xhat, &e), 0);
+    ASSERT_EQ(zesddpd(x[t], w, ll, l, lt, b, &dl, &dt, dv), 0);
+    s += dv[0] * e;
+  }
+  *grad = 2.0 * s / n;
+}
+
+TEST_F(EsdKernel, AnalyticDerivativeAgreesWithTheNumericOne) {
+  for (const char* name : kExamples) {
+    std::vector<double> x = example_series(name);
+    const long n = static_cast<long>(x.size());
+    std::vector<char> mis(n, 0);
+    double l = 0, b = 0;
+    ASSERT_EQ(zesdsvi(x.data(), mis.data(), n, 1, &l, &b), 0);
+    for (double w : {0.15, 0.5, 0.85}) {
+      SCOPED_TRACE(testing::Message() << name << " " << w);
+      double grad = 0, num = 0;
+      analytic_gradient(x, w, l, b, &grad);
+      ASSERT_EQ(zesdnpd(x.data(), mis.data(), 1e9, n, w, l, b, 1e-6, 1, &num), 0);
+      EXPECT_NEAR(num, grad, 1e-6 * std::fabs(grad));
+      ASSERT_EQ(zesdnpd(x.data(), mis.data(), 1e9, n, w, l, b, 1e-6, 0, &num), 0);
+      EXPECT_NEAR(num, grad, 1e-6 * std::fabs(grad));
+    }
+  }
+}
+
+TEST_F(EsdKernel, AMissingObservationAddsTheTrendNotTheTrendOverTheWeight) {
+  std::vector<double> x = {10, 11, kMiss, 14, 15};
+  std::vector<char> mis = {0, 0, 1, 0, 0};
+  const double w = 0.25;
+  double level = 20, trend = -1, mse = 0;
+  std::vector<double> rows(5 * 5);
+  ASSERT_EQ(zesdsmo(x.data(), mis.data(), 100, 5, w, &level, &trend, &mse, nullptr, rows.data()), 0);
+  const double* before = &rows[5];
+  const double* gap = &rows[10];
+  EXPECT_TRUE(is_miss(gap[2]));
+  EXPECT_EQ(gap[1], before[3] + before[4] / w);  // prediction from the level before
+  EXPECT_EQ(gap[3], before[3] + before[4]);      // the level moves by the trend
+  EXPECT_EQ(gap[4], before[4]);
+}
+
+TEST_F(EsdKernel, AWeightOfZeroCannotBeEvaluated) {
+  std::vector<double> x = {1, 2, 3};
+  std::vector<char> mis(3, 0);
+  double l = 3, b = -1, mse = 0;
+  EXPECT_EQ(zesdsmo(x.data(), mis.data(), 10, 3, 0.0, &l, &b, &mse, nullptr, nullptr), -9);
+  EXPECT_EQ(zesdsmo(x.data(), mis.data(), 10, 3, 1e-160, &l, &b, &mse, nullptr, nullptr), -9);
+  EXPECT_EQ(zesdprd(x.data(), mis.data(), 10, 3, 0.0, &l, &b, 0, 2, 1, 1.0, 0.05, 0, &mse, nullptr), -9);
+}
+
+TEST_F(EsdKernel, AFailedGuardMissesOnlyTheLevel) {
+  double l = 1e153, b = 1, xhat, e;
+  EXPECT_EQ(zesdpnt(1, 1e300, 0.5, &l, &b, &xhat, &e), -9);
+  EXPECT_TRUE(is_miss(l));
+  EXPECT_EQ(b, 1.0);
+  l = 1;
+  b = 10;
+  EXPECT_EQ(zesdpnt(1, 1.0, 0.001, &l, &b, &xhat, &e), -9);  // 1 + 10 / 0.001 > 10000
+  EXPECT_TRUE(is_miss(l));
+}
+
+TEST_F(EsdKernel, StandardErrorsHaveNoTestOfTheCount) {
+  double diag[1] = {-0.5}, parms[1] = {0.4}, se, tv;
+  zesdstd(diag, 2.0, 1, parms, &se, &tv);
+  EXPECT_DOUBLE_EQ(se, 1.0);
+  EXPECT_DOUBLE_EQ(tv, 0.4);
+}
+
+// ---- Estimation -------------------------------------------------------------
+
+class EsdFit : public ::testing::Test {
+ protected:
+  void SetUp() override { smooth_test::connect_module(); }
+  static void start(WINMODEL* m) {
+    ASSERT_EQ(zesdsvi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend), 0);
+  }
+  static double mse_at(WINMODEL* m, double w) {
+    double l = m->svi.level, b = m->svi.trend, mse = 0;
+    EXPECT_EQ(zesdsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, w, &l, &b, &mse,
+                      nullptr, nullptr),
+              0);
+    return mse;
+  }
+};
+
+TEST_F(EsdFit, EstimateMinimisesTheMeanSquaredError) {
+  for (const char* name : kExamples) {
+    SCOPED_TRACE(name);
+    Model m(example_series(name), 1);
+    start(m.get());
+    const int rc = nesdfit(m.get());
+    ASSERT_TRUE(rc == 0 || rc == 90) << rc;
+    const double w = m->pest.parms[0];
+    const double best = mse_at(m.get(), w);
+    const long n = m->ts.nobs;
+    expect_rel(m->pest.mse, best * n / (n - 1), 1e-9, "error variance");
+    for (double dw : {-0.003, 0.003}) {
+      const double nw = std::fmin(0.999, std::fmax(0.001, w + dw));
+      EXPECT_GE(mse_at(m.get(), nw), best * (1.0 - 1e-9)) << nw;
+    }
+    // Not worse than any grid candidate.
+    for (double g : {0.01, 0.1, 0.2, 0.3, 0.5, 0.7, 0.9, 0.99}) EXPECT_GE(mse_at(m.get(), g), best * (1.0 - 1e-9));
+    EXPECT_FALSE(is_miss(m->pest.stderr[0]));
+  }
+}
+
+TEST_F(EsdFit, TwoObservationsCarryTheCorrectionButNoStandardError) {
+  Model m({4.0, std::nan(""), 7.0, std::nan("")}, 1);
+  start(m.get());
+  ASSERT_GE(nesdfit(m.get()), 0);
+  const double mse = mse_at(m.get(), m->pest.parms[0]);
+  expect_rel(m->pest.mse, mse * 2.0, 1e-12, "nobs / (nobs - 1)");
+  EXPECT_TRUE(is_miss(m->pest.stderr[0]));
+  EXPECT_TRUE(is_miss(m->pest.tvals[0]));
+}
+
+TEST_F(EsdFit, AZeroWeightFixedByTheBoundsHasNoGridStart) {
+  Model m(example_series("UKgas.csv"), 1);
+  start(m.get());
+  m.level_bounds(0.0, 0.0);
+  EXPECT_EQ(nesdfit(m.get()), -8);
+}
+
+// ---- Forecast table and methods -------------------------------------------------
+
+TEST(EsdForecast, TableAndMethods) {
+  method_test::connect_module();
+  const fs::path dir = fs::temp_directory_path() / ("esd_test_" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  esf::host::assign_libref("ESD", dir);
+  const std::vector<double> x = example_series("AirPassengers.csv");
+  method_test::CallLists l(x);
+  {
+    esf::host::MethodCall call;
+    call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
+    EXPECT_EQ(mesdfit(call.plist(), nullptr, nullptr, 0), 0);
+    EXPECT_EQ(call.written(7), 0.0);
+  }
+  List weights = esf::host::find_list(esf::host::find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS");
+  std::vector<std::string> names;
+  for (const SLIST_ITEM* it : esf::host::items(weights)) names.push_back(esf::host::item_name(it));
+  EXPECT_EQ(names, (std::vector<std::string>{"LEVEL", "WEIGHT"}));
+  List estimates = esf::host::find_list(l.model, "ESTIMATES");
+  const SLIST_ITEM* label = esf::host::items(esf::host::find_list(estimates, "LABELS")).at(0);
+  EXPECT_EQ(std::string(label->data.c.p, label->data.c.len), "LEVEL/TREND Smoothing Weight");
+  const double w = *esf::host::find_number(weights, "LEVEL");
+  {
+    esf::host::MethodCall call;
+    call.list(l.series).list(l.model).list(l.eval_range).text("ESD.FC").number(0.05).number(4).number(0);
+    EXPECT_EQ(mesdfor(call.plist(), nullptr, nullptr, 0), 0);
+    EXPECT_EQ(call.written(8), 0.0);
+  }
+  const smooth_test::Table t = smooth_test::read_table(dir / "fc.csv");
+  ASSERT_EQ(t.rows.size(), x.size() + 4);
+  EXPECT_EQ(t.column("TREND"), 8);
+  // The first forecast is L + T / w; each further one adds T.
+  const auto& last = t.rows[x.size() - 1];
+  const double lvl = last[7], tr = last[8];
+  EXPECT_NEAR(t.rows[x.size()][2], lvl + tr / w, 1e-3);
+  EXPECT_NEAR(t.rows[x.size() + 3][2] - t.rows[x.size()][2], 3 * tr, 1e-3);
+  fs::remove_all(dir);
+}
+
+}  // namespace
