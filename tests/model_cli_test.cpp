@@ -1,0 +1,339 @@
+// The fit and forecast commands of esforecast, run as a separate process on
+// the example series: estimates, forecast tables, saved models, and the
+// messages and exit statuses of bad input.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/method_session.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+struct Outcome {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string slurp(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+std::string quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+class ModelCliTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() /
+           ("esf_cli_" + std::to_string(::getpid()) + "_" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  // Runs esforecast with `args` in the test's directory.
+  Outcome run(const std::vector<std::string>& args) {
+    std::string cmd = "cd " + quote(dir_.string()) + " && " + quote(ESF_CLI);
+    for (const std::string& a : args) cmd += " " + quote(a);
+    cmd += " >" + quote((dir_ / "stdout.txt").string()) + " 2>" + quote((dir_ / "stderr.txt").string());
+    Outcome r;
+    const int raw = std::system(cmd.c_str());
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    r.out = slurp(dir_ / "stdout.txt");
+    r.err = slurp(dir_ / "stderr.txt");
+    return r;
+  }
+
+  fs::path write(const std::string& name, const std::string& text) {
+    std::ofstream(dir_ / name, std::ios::binary) << text;
+    return dir_ / name;
+  }
+
+  fs::path dir_;
+};
+
+std::string example(const char* name) { return std::string(ESF_SOURCE_DIR) + "/examples/" + name; }
+
+// The example file's rows as (date, value) text pairs.
+std::vector<std::pair<std::string, std::string>> example_rows(const char* name) {
+  std::ifstream in(example(name));
+  std::string line;
+  std::getline(in, line);
+  std::vector<std::pair<std::string, std::string>> rows;
+  while (std::getline(in, line)) {
+    const auto comma = line.find(',');
+    rows.emplace_back(line.substr(0, comma), line.substr(comma + 1));
+  }
+  return rows;
+}
+
+std::vector<std::vector<std::string>> csv_rows(const std::string& text) {
+  std::vector<std::vector<std::string>> rows;
+  std::stringstream ss(text);
+  std::string line;
+  while (std::getline(ss, line)) {
+    std::vector<std::string> fields;
+    std::string f;
+    std::stringstream ls(line);
+    while (std::getline(ls, f, ',')) fields.push_back(f);
+    if (!line.empty() && line.back() == ',') fields.emplace_back();
+    rows.push_back(std::move(fields));
+  }
+  return rows;
+}
+
+// ---- fit -------------------------------------------------------------------------------
+
+TEST_F(ModelCliTest, FitPrintsTheEstimatesOfTheMethod) {
+  const Outcome r = run({"fit", "--model", "simple", "--interval", "MONTH", "--json", example("AirPassengers.csv")});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const Json j = Json::parse(r.out);
+  EXPECT_EQ(j["model"], "simple");
+  EXPECT_EQ(j["nobs"], 144);
+  EXPECT_EQ(j["start"], "1949-01-01");
+  ASSERT_EQ(j["weights"].size(), 1u);
+
+  // The same series handed to the method directly gives the same estimate.
+  method_test::connect_module();
+  std::vector<double> values;
+  for (const auto& [d, v] : example_rows("AirPassengers.csv")) values.push_back(std::stod(v));
+  method_test::CallLists l(values);
+  esf::host::MethodCall call;
+  call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
+  mes1fit(call.plist(), nullptr, nullptr, 0);
+  ASSERT_EQ(call.return_code(), 0);
+  List est = esf::host::find_list(l.model, "ESTIMATES");
+  EXPECT_EQ(j["weights"][0]["estimate"].get<double>(),
+            slgetnv(esf::host::items(esf::host::find_list(est, "VALUES"))[0], 0));
+  EXPECT_EQ(j["error_variance"].get<double>(), *esf::host::find_number(est, "SIGMA"));
+  EXPECT_EQ(j["smoothed_state"]["level"].get<double>(),
+            *esf::host::find_number(esf::host::find_list(est, "SMOOTHED_STATE"), "LEVEL"));
+
+  const Outcome table = run({"fit", "--interval", "MONTH", example("AirPassengers.csv")});
+  ASSERT_EQ(table.status, 0) << table.err;
+  EXPECT_NE(table.out.find("LEVEL Smoothing Weight"), std::string::npos);
+  EXPECT_NE(table.out.find("Error variance"), std::string::npos);
+  EXPECT_NE(table.out.find("Smoothed state"), std::string::npos);
+}
+
+TEST_F(ModelCliTest, RowsArePlacedInTheirPeriods) {
+  // Mid-month dates, shuffled rows, a missing value and a month without a
+  // row: the series is the same as the example with two holes in it.
+  auto rows = example_rows("USAccDeaths.csv");
+  std::string shuffled = "when,deaths\n";
+  for (std::size_t i = rows.size(); i-- > 0;) {
+    if (i == 10) continue;  // no row for the eleventh month
+    std::string d = rows[i].first.substr(0, 8) + "15";
+    shuffled += d + "," + (i == 20 ? "." : rows[i].second) + "\n";
+  }
+  write("shuffled.csv", shuffled);
+  std::string holes = "date,value\n";
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    holes += rows[i].first + "," + (i == 10 || i == 20 ? "" : rows[i].second) + "\n";
+  }
+  write("holes.csv", holes);
+  const Outcome a = run({"fit", "--interval", "MONTH", "--json", "shuffled.csv"});
+  const Outcome b = run({"fit", "--interval", "MONTH", "--json", "holes.csv"});
+  ASSERT_EQ(a.status, 0) << a.err;
+  ASSERT_EQ(b.status, 0) << b.err;
+  const Json ja = Json::parse(a.out);
+  const Json jb = Json::parse(b.out);
+  EXPECT_EQ(ja["nobs"], 72);
+  EXPECT_EQ(ja["start"], "1973-01-01");
+  EXPECT_EQ(ja["weights"], jb["weights"]);
+  EXPECT_EQ(ja["error_variance"], jb["error_variance"]);
+}
+
+TEST_F(ModelCliTest, FamiliesByName) {
+  // Every family name maps to a method; a family whose method fails says so
+  // with its return code.
+  for (const char* model : {"simple", "double", "linear", "damped", "seasonal", "winters", "winters-additive"}) {
+    SCOPED_TRACE(model);
+    const Outcome r = run({"fit", "--model", model, "--interval", "QTR", "--json", example("UKgas.csv")});
+    if (r.status == 0) {
+      const Json j = Json::parse(r.out);
+      EXPECT_EQ(j["model"], model);
+      EXPECT_FALSE(j["weights"].empty());
+    } else {
+      EXPECT_EQ(r.status, 4);
+      EXPECT_NE(r.err.find("return code"), std::string::npos) << r.err;
+    }
+  }
+  const Outcome bad = run({"fit", "--model", "holt", "--interval", "QTR", example("UKgas.csv")});
+  EXPECT_NE(bad.status, 0);
+  EXPECT_NE(bad.err.find("'holt' is not a model"), std::string::npos) << bad.err;
+}
+
+// ---- forecast --------------------------------------------------------------------------
+
+TEST_F(ModelCliTest, ForecastWritesTheTable) {
+  const Outcome r = run({"forecast", "--model", "simple", "--interval", "MONTH", "--lead", "12", "--cl", "0.05",
+                     example("AirPassengers.csv"), "-o", "forecast.csv"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(r.out.empty());
+  const auto rows = csv_rows(slurp(dir_ / "forecast.csv"));
+  ASSERT_EQ(rows.size(), 1u + 144 + 12);
+  EXPECT_EQ(rows[0], (std::vector<std::string>{"date", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD",
+                                                "LEVEL"}));
+  EXPECT_EQ(rows[1][0], "1949-01-01");
+  EXPECT_EQ(rows[1][1], "112");
+  EXPECT_EQ(rows[144][0], "1960-12-01");
+  EXPECT_EQ(rows[145][0], "1961-01-01");
+  EXPECT_EQ(rows.back()[0], "1961-12-01");
+  // Forecast rows: no actual, no residual, the last level throughout.
+  for (std::size_t i = 145; i < rows.size(); ++i) {
+    EXPECT_EQ(rows[i][1], "");
+    EXPECT_EQ(rows[i][5], "");
+    EXPECT_EQ(rows[i][2], rows[144][7]);
+  }
+
+  // Without -o the same table goes to standard output.
+  const Outcome to_stdout = run({"forecast", "--interval", "MONTH", example("AirPassengers.csv")});
+  ASSERT_EQ(to_stdout.status, 0) << to_stdout.err;
+  EXPECT_EQ(to_stdout.out, slurp(dir_ / "forecast.csv"));
+}
+
+TEST_F(ModelCliTest, ForecastFromASavedModel) {
+  const Outcome fit = run({"fit", "--model", "linear", "--interval", "QTR", "--save-model", "model.json",
+                       example("UKgas.csv")});
+  ASSERT_EQ(fit.status, 0) << fit.err;
+  const Json saved = Json::parse(slurp(dir_ / "model.json"));
+  EXPECT_EQ(saved["model"], "linear");
+  EXPECT_TRUE(saved["model_list"].contains("ESTIMATES"));
+  EXPECT_TRUE(saved["model_list"].contains("MODEL_SPEC"));
+
+  const Outcome from_file = run({"forecast", "--interval", "QTR", "--model-file", "model.json", "--lead", "4",
+                             example("UKgas.csv"), "-o", "a.csv"});
+  ASSERT_EQ(from_file.status, 0) << from_file.err;
+  const Outcome fitted = run({"forecast", "--model", "linear", "--interval", "QTR", "--lead", "4",
+                          example("UKgas.csv"), "-o", "b.csv"});
+  ASSERT_EQ(fitted.status, 0) << fitted.err;
+  EXPECT_EQ(slurp(dir_ / "a.csv"), slurp(dir_ / "b.csv"));
+  EXPECT_EQ(csv_rows(slurp(dir_ / "a.csv")).back()[0], "1987-10-01");
+
+  const Outcome wrong = run({"forecast", "--model", "simple", "--interval", "QTR", "--model-file", "model.json",
+                         example("UKgas.csv")});
+  EXPECT_NE(wrong.status, 0);
+  EXPECT_NE(wrong.err.find("holds a linear model"), std::string::npos) << wrong.err;
+}
+
+TEST_F(ModelCliTest, FixedWeightAndRanges) {
+  const Outcome r = run({"fit", "--interval", "MONTH", "--level-weight", "0.25", "--fit-start", "1950-01-01", "--json",
+                     example("AirPassengers.csv")});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const Json j = Json::parse(r.out);
+  EXPECT_EQ(j["weights"][0]["estimate"], 0.25);
+
+  const Outcome f = run({"forecast", "--interval", "MONTH", "--fit-start", "1950-01-01", "--eval-end", "1955-12-01",
+                     "--lead", "2", example("AirPassengers.csv")});
+  ASSERT_EQ(f.status, 0) << f.err;
+  const auto rows = csv_rows(f.out);
+  // The table runs from the start of the fit range to the end of the
+  // evaluation range, then the forecasts.
+  ASSERT_EQ(rows.size(), 1u + 72 + 2);
+  EXPECT_EQ(rows[1][0], "1950-01-01");
+  EXPECT_EQ(rows.back()[0], "1956-02-01");
+
+  const Outcome wrong = run({"fit", "--interval", "MONTH", "--trend-weight", "0.2", example("AirPassengers.csv")});
+  EXPECT_NE(wrong.status, 0);
+  EXPECT_NE(wrong.err.find("has no trend weight"), std::string::npos) << wrong.err;
+}
+
+// ---- Bad input --------------------------------------------------------------------------
+
+TEST_F(ModelCliTest, CsvErrorsNameFileLineAndColumn) {
+  struct Case {
+    const char* what;
+    const char* text;
+    std::vector<std::string> extra;
+    std::vector<std::string> message;  // parts the message must hold
+  };
+  const Case cases[] = {
+      {"bad date", "date,value\n1949-01-01,1\n1949-13-01,2\n", {}, {"bad.csv", "line 3", "column 'date'"}},
+      {"bad value", "date,value\n1949-01-01,1\n1949-02-01,many\n", {}, {"line 3", "column 'value'", "'many'"}},
+      {"two rows in a period", "date,value\n1949-01-01,1\n1949-02-01,2\n1949-01-31,3\n", {},
+       {"lines 2 and 4", "same period"}},
+      {"short row", "date,value\n1949-01-01,1\n1949-02-01\n", {}, {"line 3", "1 field(s)"}},
+      {"no such column", "date,value\n1949-01-01,1\n", {"--var", "sales"}, {"line 1", "no column named 'sales'"}},
+      {"empty file", "", {}, {"no header line"}},
+      {"no rows", "date,value\n", {}, {"no data rows"}},
+      {"empty time id", "date,value\n1949-01-01,1\n,2\n", {}, {"line 3", "column 'date'", "empty"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    write("bad.csv", c.text);
+    // An output file already there stays as it was.
+    write("out.csv", "previous\n");
+    std::vector<std::string> args = {"forecast", "--interval", "MONTH", "bad.csv", "-o", "out.csv"};
+    args.insert(args.end(), c.extra.begin(), c.extra.end());
+    const Outcome r = run(args);
+    EXPECT_NE(r.status, 0);
+    for (const std::string& part : c.message) EXPECT_NE(r.err.find(part), std::string::npos) << r.err;
+    EXPECT_EQ(slurp(dir_ / "out.csv"), "previous\n");
+    // No temporary file is left beside it.
+    std::size_t files = 0;
+    for (const auto& e : fs::directory_iterator(dir_)) files += e.path().filename().string().rfind(".esf", 0) == 0;
+    EXPECT_EQ(files, 0u);
+  }
+}
+
+TEST_F(ModelCliTest, MethodFailuresExitWithTheirCode) {
+  write("one.csv", "date,value\n1949-01-01,1\n");
+  const Outcome r = run({"forecast", "--interval", "MONTH", "one.csv", "-o", "out.csv"});
+  EXPECT_EQ(r.status, 4);
+  EXPECT_NE(r.err.find("return code 2"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("too few usable observations"), std::string::npos) << r.err;
+  EXPECT_FALSE(fs::exists(dir_ / "out.csv"));
+
+  const Outcome interval = run({"fit", "--interval", "FORTNIGHT", example("AirPassengers.csv")});
+  EXPECT_NE(interval.status, 0);
+  EXPECT_NE(interval.err.find("'FORTNIGHT' is not an interval name"), std::string::npos) << interval.err;
+
+  const Outcome range = run({"fit", "--interval", "MONTH", "--fit-start", "June 1950", example("AirPassengers.csv")});
+  EXPECT_NE(range.status, 0);
+  EXPECT_NE(range.err.find("--fit-start"), std::string::npos) << range.err;
+}
+
+TEST_F(ModelCliTest, DatetimeAndObservationIntervals) {
+  write("hours.csv",
+        "stamp,load\n2020-03-01T00:00:00,5\n2020-03-01T01:30:00,6\n2020-03-01T02:00:00,8\n"
+        "2020-03-01T03:00:00,7\n2020-03-01T04:00:00,9\n");
+  const Outcome h = run({"forecast", "--interval", "HOUR", "--lead", "1", "hours.csv"});
+  ASSERT_EQ(h.status, 0) << h.err;
+  const auto hr = csv_rows(h.out);
+  ASSERT_EQ(hr.size(), 1u + 5 + 1);
+  EXPECT_EQ(hr[0][0], "stamp");
+  EXPECT_EQ(hr[2][0], "2020-03-01T01:00:00");  // the half hour lies in the second hour
+  EXPECT_EQ(hr.back()[0], "2020-03-01T05:00:00");
+
+  write("obs.csv", "n,y\n1,3\n2,4\n3,6\n4,5\n");
+  const Outcome o = run({"forecast", "--interval", "OBS", "--lead", "1", "obs.csv"});
+  ASSERT_EQ(o.status, 0) << o.err;
+  const auto orows = csv_rows(o.out);
+  ASSERT_EQ(orows.size(), 1u + 4 + 1);
+  EXPECT_EQ(orows[1][0], "1");
+  EXPECT_EQ(orows.back()[0], "5");
+}
+
+}  // namespace
