@@ -207,7 +207,14 @@ int zintshft(struct INTERVAL* istr, struct INTERVAL* sistr);
 
 // ---- Seasonal cycle, comparison, fitting ----------------------------------
 
+// Standard seasonal cycle of an interval and its number of seasons (MONTH:
+// YEAR and 12). 0 found, 1 no cycle (sinterval cleared, *nseasons 0),
+// 2 a null argument or a cleared interval. `date` places a cycle whose
+// count follows from the dates, and is passed to a custom interval.
 int zintsea(struct INTERVAL* interval, double date, struct INTERVAL* sinterval, int* nseasons);
+// As zintsea; also a cycle for OBS ("OBS<per>", 1 season), and *nseasons on
+// entry picks 52 or 53 weeks for WEEK (53 only when asked) and WEEKV (52
+// only when asked).
 int zintsea2(struct INTERVAL* interval, double date, struct INTERVAL* sinterval, int* nseasons);
 double zintc(struct INTERVAL* a, struct INTERVAL* b);
 int zintfit(double d1, double d2, char* units, struct INTERVAL* interval, struct INTINFO* info);
@@ -233,11 +240,18 @@ double zintyrse(double date0, int* year, double* ds1);
 double zintck3(struct INTERVALX* intervalx, double date0, double date1);
 double zintnx_seas(struct INTERVALX* intervalx, double date0, double n, struct INTERVALX* align_int);
 double zintck_seas(struct INTERVALX* intervalx, double date0, double daten, struct INTERVALX* align_int);
-// Season codes come with the seasonal-cycle routines; until they are linked
-// in, the reference stays weak so that images without them still load.
-__attribute__((weak)) int zintscd(struct INTERVAL* intv, double stdate, int scode, long n,
-                                  int* scodes, int* nseasons);
+// Season code (0 .. nseasons - 1) of each of n observations from stdate.
+// scode: 0 or more is the leap-week code of WEEK and WEEKV; -2 takes the
+// caller's *nseasons as the cycle's length; other negatives switch the
+// weekly treatment off. *nseasons < 0 asks for the count found.
+// 0 filled, 1 no seasons (codes all 0), -1 no cycle or a failed date.
+int zintscd(struct INTERVAL* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
+// As zintscd, on the INTERVALX itself: its cycle and nseasons are used when
+// present and set when found.
 int zintscd2(struct INTERVALX* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
+// Row of seasonal dummies for one observation (nseasons + noint - 1 entries);
+// a WEEK leap week (scode == nseasons) is shared between the last and the
+// first season by *partial, worked out when missing.
 void zintscy(struct INTERVAL* intv, int scode, double date, int nseasons, int noint,
              double* sdummy, double* partial);
 int zintsea_set(struct INTERVALX* interval, double date, struct INTERVALX* sinterval, int* nseasons);
