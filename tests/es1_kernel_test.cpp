@@ -3,7 +3,9 @@
 // analytic derivative against a numeric one.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "numeric/numeric.h"
@@ -416,6 +418,51 @@ TEST(Es1Derivative, NumericStepTooSmallOrFailedPass) {
   EXPECT_TRUE(missing(pder));
   EXPECT_EQ(zes1npd(s.data(), s.mis(), 4.0, 4, 0.5, 1e9, 1e-6, 0, &pder), -92);
   EXPECT_TRUE(missing(pder));
+}
+
+}  // namespace
+
+namespace {
+
+// The grid's many-weight pass gives every weight the bits of zes1smo.
+TEST(Es1SmoothMany, EqualsOneCallPerWeight) {
+  struct Case {
+    const char* what;
+    std::vector<double> x;
+    double start, xscale;
+  };
+  smooth_test::Noise noise(5);
+  std::vector<double> walk;
+  double lvl = 10;
+  for (int t = 0; t < 90; ++t) {
+    lvl += noise.next();
+    walk.push_back(t % 13 == 4 ? NAN : lvl + noise.next());
+  }
+  const Case cases[] = {
+      {"walk with gaps", walk, 9.0, 20.0},
+      {"overflow for the large weights", {1, -50, 60, -70, 80, -90}, 1.0, 1.0},
+      {"all missing", {NAN, NAN}, 1.0, 1.0},
+      {"start above the relative limit", {1, 2, 3}, 1e5, 3.0},
+  };
+  const std::vector<double> weights = {0.01, 0.1,  0.5, 0.99, 1.0,  1.5,  2.5, -0.5,
+                                       3e152, 0.3, 0.7, 0.0,  -3.0, 1.99, 0.2, 0.45};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Series s(c.x);
+    int rc[16];
+    double mse[16];
+    es1::smooth_many(s.data(), s.mis(), c.xscale, s.n(), weights.data(), 16, c.start, rc, mse);
+    for (int j = 0; j < 16; ++j) {
+      SCOPED_TRACE(weights[j]);
+      double level = c.start, one = 0.0;
+      const int expect = zes1smo(s.data(), s.mis(), c.xscale, s.n(), weights[j], &level, &one,
+                                 nullptr, nullptr);
+      EXPECT_EQ(rc[j], expect);
+      if (expect == 0) {
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[j]), std::bit_cast<std::uint64_t>(one));
+      }
+    }
+  }
 }
 
 }  // namespace

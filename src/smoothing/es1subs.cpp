@@ -7,6 +7,8 @@
 // on the same operands.
 #include "smoothing/es1subs.h"
 
+#include <algorithm>
+#include <cfloat>
 #include <cmath>
 
 #include "numeric/numeric.h"
@@ -245,3 +247,86 @@ int zes1std(double* xpxdiag, double mse, long nobs, double* parms, double* stder
 }
 
 }  // extern "C"
+
+void es1::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
+                      int count, double level, int* rc, double* mse) {
+  for (int j = 0; j < count; ++j) {
+    rc[j] = kOk;
+    mse[j] = kMissing;
+  }
+  if (n < 1) {
+    for (int j = 0; j < count; ++j) rc[j] = kTooFew;
+    return;
+  }
+  // The guards are not tested one observation at a time.  The largest value
+  // each guarded quantity takes is kept instead, and compared with its limit
+  // at the end: a level guard trips at some observation exactly when the
+  // largest level (or |level|) over the checked observations passes its limit,
+  // and the running sse, which never falls, passes its limit before some
+  // addition exactly when its largest value before an addition does.  Until a
+  // guard trips every value is finite, so the maxima see no NaN; after it the
+  // weight has failed whatever follows.  The loops then carry no branch and
+  // run across the weights as vectors.
+  const double upper = xscale * kRelativeLimit;
+  double keep[kManyWeights];
+  double l[kManyWeights];
+  double sse[kManyWeights];
+  double peak_abs[kManyWeights];   // largest |level| before an update
+  double peak[kManyWeights];       // largest level before an update
+  double peak_e[kManyWeights];     // largest |e|
+  double peak_sse[kManyWeights];   // largest sse before an addition
+  for (int j = 0; j < count; ++j) {
+    keep[j] = 1.0 - w[j];
+    l[j] = level;
+    sse[j] = 0.0;
+    peak_abs[j] = 0.0;
+    peak[j] = -DBL_MAX;
+    peak_e[j] = 0.0;
+    peak_sse[j] = 0.0;
+  }
+
+  // The backcast.
+  for (long t = n - 1; t >= 0; --t) {
+    if (misflg[t]) continue;
+    const double xt = x[t];
+    for (int j = 0; j < count; ++j) {
+      const double lj = l[j];
+      peak_abs[j] = std::max(peak_abs[j], std::fabs(lj));
+      peak[j] = std::max(peak[j], lj);
+      l[j] = xt * w[j] + lj * keep[j];
+    }
+  }
+
+  // The forward pass.
+  long nmiss = 0;
+  for (long t = 0; t < n; ++t) {
+    if (misflg[t]) {
+      ++nmiss;
+      continue;
+    }
+    const double xt = x[t];
+    for (int j = 0; j < count; ++j) {
+      const double lj = l[j];
+      peak_abs[j] = std::max(peak_abs[j], std::fabs(lj));
+      peak[j] = std::max(peak[j], lj);
+      const double e = lj - xt;
+      l[j] = xt * w[j] + lj * keep[j];
+      peak_e[j] = std::max(peak_e[j], std::fabs(e));
+      peak_sse[j] = std::max(peak_sse[j], sse[j]);
+      sse[j] += e * e;
+    }
+  }
+
+  const long nobs = n - nmiss;
+  for (int j = 0; j < count; ++j) {
+    const bool failed = std::fabs(w[j]) > kStateLimit || peak_abs[j] > kStateLimit ||
+                        peak[j] > upper || peak_e[j] > kErrorLimit || peak_sse[j] > kSseLimit;
+    if (failed) {
+      rc[j] = kOverflow;
+    } else if (nobs < 1) {
+      rc[j] = kTooFew;
+    } else {
+      mse[j] = esf::is_missing(sse[j]) ? kMissing : sse[j] / static_cast<double>(nobs);
+    }
+  }
+}

@@ -120,5 +120,16 @@ inline int point_derivative(double x, double wlevel, double llevel, double* derl
   return kOk;
 }
 
+// zes1smo for `count` weights at once (count <= kManyWeights), each from the
+// same start level, without the smoothed and row outputs: rc[j] and mse[j]
+// are what zes1smo(..., w[j], &copy_of_level, &mse[j], 0, 0) gives.  The
+// weights run side by side through one loop over the series, so that the
+// grid of the estimation frame costs one pass instead of twenty.  Each
+// weight meets exactly the arithmetic of zes1smo; a guard that trips marks
+// the weight failed (-9), whatever follows.
+inline constexpr int kManyWeights = 32;
+void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
+                 int count, double level, int* rc, double* mse);
+
 }  // namespace es1
 #endif

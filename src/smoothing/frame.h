@@ -741,6 +741,17 @@ int trystep(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, PO
 // iterate, grid, the driver
 // ---------------------------------------------------------------------------
 
+// A family may evaluate all grid candidates in one pass over the series:
+//   static void grid_mse_all(WINMODEL*, const FITCON*, const double* w,
+//                            const bool* eligible, int* rc, double* mse);
+// with w holding kGridRows rows of p weights, filling rc[k] and mse[k] for
+// each eligible row exactly as grid_mse would.
+template <class F>
+concept GridInOnePass = requires(WINMODEL* m, const FITCON* f, const double* w, const bool* use,
+                                 int* rc, double* mse) {
+  F::grid_mse_all(m, f, w, use, rc, mse);
+};
+
 template <class F>
 inline bool rejected_by_stability(const WINMODEL* model, const double* w) {
   if constexpr (F::kHasStability) {
@@ -823,41 +834,48 @@ int grid(WINMODEL* model, FITCON* fitcon, POINT* point) {
     scale = !defaults;
   }
 
-  double best = fitcon->min_mse;
-  int best_row = -1;
-  double w[p];
+  // The candidates, and which of them the stability test lets through.
+  double candidates[kGridRows][p];
+  bool eligible[kGridRows];
   for (int k = 0; k < kGridRows; ++k) {
     for (int i = 0; i < p; ++i) {
       const Slot s = F::kSlots[i];
       if (!scale) {
-        w[i] = F::kGrid[i][k];
+        candidates[k][i] = F::kGrid[i][k];
       } else if (fixed_of(wb, s)) {
-        w[i] = bounds_of(wb, s)[0];
+        candidates[k][i] = bounds_of(wb, s)[0];
       } else {
-        w[i] = span[i] * F::kGrid[i][k] + lower[i];
+        candidates[k][i] = span[i] * F::kGrid[i][k] + lower[i];
       }
     }
-    if (rejected_by_stability<F>(model, w)) continue;
-    double mse = kMissing;
-    const int rc = F::grid_mse(model, fitcon, w, &mse);
-    if (rc >= 0 && mse < best) {
-      best = mse;
+    eligible[k] = !rejected_by_stability<F>(model, candidates[k]);
+  }
+
+  // Each eligible candidate evaluated from svi by the whole-series routine.
+  int results[kGridRows];
+  double mses[kGridRows];
+  if constexpr (GridInOnePass<F>) {
+    F::grid_mse_all(model, fitcon, &candidates[0][0], eligible, results, mses);
+  } else {
+    for (int k = 0; k < kGridRows; ++k) {
+      mses[k] = kMissing;
+      results[k] = eligible[k] ? F::grid_mse(model, fitcon, candidates[k], &mses[k]) : kOk;
+    }
+  }
+
+  // The strictly lowest mse wins; the first of equals stays.
+  double best = fitcon->min_mse;
+  int best_row = -1;
+  for (int k = 0; k < kGridRows; ++k) {
+    if (eligible[k] && results[k] >= 0 && mses[k] < best) {
+      best = mses[k];
       best_row = k;
     }
   }
   fitcon->min_mse = best;
 
   if (best_row >= 0) {
-    for (int i = 0; i < p; ++i) {
-      const Slot s = F::kSlots[i];
-      if (!scale) {
-        weight_of(*point, s) = F::kGrid[i][best_row];
-      } else if (fixed_of(wb, s)) {
-        weight_of(*point, s) = bounds_of(wb, s)[0];
-      } else {
-        weight_of(*point, s) = span[i] * F::kGrid[i][best_row] + lower[i];
-      }
-    }
+    for (int i = 0; i < p; ++i) weight_of(*point, F::kSlots[i]) = candidates[best_row][i];
   }
 
   int nfixed = 0;

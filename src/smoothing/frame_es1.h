@@ -53,6 +53,14 @@ struct Family {
                    &model->smooth.level, mse, nullptr, nullptr);
   }
 
+  // The twenty candidates side by side in one backward and forward pass.
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
+                           const bool* /*eligible: no stability test*/, int* rc, double* mse) {
+    model->smooth = model->svi;
+    smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w, kGridRows,
+                model->svi.level, rc, mse);
+  }
+
   static int pass_begin(WINMODEL* model, FITCON*, const double*) {
     model->smooth.level = model->svi.level;
     return kOk;
