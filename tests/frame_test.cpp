@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <string>
@@ -14,6 +15,7 @@
 #include "numeric/numeric.h"
 #include "smoothing/es1fit.h"
 #include "smoothing/es1subs.h"
+#include "smoothing/frame.h"
 #include "smoothing/frame_es1.h"
 #include "support/smooth_model.h"
 
@@ -347,6 +349,272 @@ TEST(FrameSteps, ImprovePrefersFewerMissingThenLowerError) {
   EXPECT_TRUE(fr::improve(&a, &b));  // ties go to the new point
   b.mse = 1.5;
   EXPECT_FALSE(fr::improve(&a, &b));
+}
+
+TEST(FrameDiagnostics, TraceAndDerivativeCheckPrintThroughTheHost) {
+  Model m(local_level(80, 40, 1.0, 2.0));
+  set_svi(m);
+  m->opt.numeric = 1;
+  Search s(m);
+  s.fitcon.prtflag = 1;
+  esf::host::capture_output(true);
+  esf::host::take_printed();
+  ASSERT_EQ(fr::grid<es1::Family>(m.get(), &s.fitcon, &s.point), 0);
+  ASSERT_EQ(fr::iterate<es1::Family>(m.get(), 1, &s.fitcon, &s.point), 0);
+  const std::string out = esf::host::take_printed();
+  esf::host::capture_output(false);
+
+  EXPECT_NE(out.find(" Iter Subit  Criterion  NMiss       MSE     Level    Change  Rank"),
+            std::string::npos)
+      << out;
+  EXPECT_NE(out.find(" Simple Smoothing Partial Derivative Information"), std::string::npos);
+  EXPECT_NE(out.find("     Absolute Partial Derivatives Calculated"), std::string::npos);
+  // Every check block compares the analytic gradient with the central
+  // difference; they agree to the printed digits' scale.
+  std::size_t at = 0;
+  int blocks = 0;
+  while ((at = out.find("     DERIVED   :", at)) != std::string::npos) {
+    const double derived = std::stod(out.substr(at + 17, 20));
+    const std::size_t num = out.find("     NUMERICAL :", at);
+    ASSERT_NE(num, std::string::npos);
+    const double numerical = std::stod(out.substr(num + 17, 20));
+    EXPECT_NEAR(derived, numerical, 1e-4 * (1.0 + std::fabs(derived)));
+    at = num;
+    ++blocks;
+  }
+  EXPECT_GE(blocks, 2);  // the grid point and at least one trial
+}
+
+// ---- The two-weight form, on a model made for the test -------------------------------
+
+// Simple smoothing whose prediction carries a constant offset c, the second
+// weight: xhat = L + c, L' = x w + L (1 - w).  The level does not depend on c,
+// so for a given w the best c is the mean of x - L over the forward pass, and
+// the search can be checked against a one-dimensional minimisation.
+struct OffsetFamily {
+  static constexpr int kNumWeights = 2;
+  static constexpr fr::Slot kSlots[2] = {fr::Slot::level, fr::Slot::trend};
+  static constexpr double kGrid[2][fr::kGridRows] = {
+      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
+       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
+      {0.5, 0.55, 0.45, 0.6, 0.4, 0.5, 0.7, 0.3, 0.5, 0.5,
+       0.8, 0.2, 0.5, 0.9, 0.1, 0.5, 0.5, 0.5, 0.5, 0.65}};
+  static constexpr double kGridLo[2] = {0.001, 0.001};
+  static constexpr double kGridScale[2] = {0.998, 0.998};
+  static constexpr bool kHasStability = false;
+  static bool stable(const double*) { return true; }
+  static constexpr fr::GradDivisor kGradDivisor = fr::GradDivisor::nobs;
+  static constexpr bool kJumpOverZero = false;
+  static constexpr fr::MseScaling kMseScaling = fr::MseScaling::scale_then_divide;
+  static long stderr_min_nobs(const WINMODEL&) { return 3; }
+  static double divide(double num, double den) {
+    double q = 0.0;
+    smoothing::guarded_divide(num, den, &q);
+    return q;
+  }
+  static int fit_setup(WINMODEL*, FITCON*) { return 0; }
+  static void fit_cleanup(WINMODEL*, FITCON*) {}
+
+  static double mse(const FITCON* f, double start, double w, double c) {
+    double level = start;
+    for (long t = f->n - 1; t >= 0; --t) level = f->x[t] * w + level * (1.0 - w);
+    double sse = 0.0;
+    for (long t = 0; t < f->n; ++t) {
+      const double e = level + c - f->x[t];
+      sse += e * e;
+      level = f->x[t] * w + level * (1.0 - w);
+    }
+    return sse / static_cast<double>(f->n);
+  }
+  static int grid_mse(WINMODEL* m, const FITCON* f, const double* w, double* out) {
+    *out = mse(f, m->svi.level, w[0], w[1]);
+    return 0;
+  }
+  static int pass_begin(WINMODEL* m, FITCON*, const double*) {
+    m->smooth.level = m->svi.level;
+    return 0;
+  }
+  static double missing_value(const WINMODEL* m, const FITCON*, const double* w, long) {
+    return m->smooth.level + w[1];
+  }
+  static int fitobs(WINMODEL* m, FITCON* f, const double* w, long, double value, double* wder) {
+    const double l = m->smooth.level;
+    wder[0] = f->derwork.level[0];
+    wder[1] = 1.0;
+    wder[2] = l + w[1] - value;
+    f->derwork.level[0] = value - l + (1.0 - w[0]) * f->derwork.level[0];
+    m->smooth.level = value * w[0] + l * (1.0 - w[0]);
+    return 0;
+  }
+  static void turn(WINMODEL*, FITCON*, const double*) {}
+  static void save_start(WINMODEL* m) { m->startvals.level = m->smooth.level; }
+  static int std_errors(double* xpxdiag, double mse, long, double* parms, double* se, double* t) {
+    for (int i = 0; i < 2; ++i) {
+      se[i] = std::sqrt(std::fabs(xpxdiag[i]) * mse);
+      t[i] = parms[i] / se[i];
+    }
+    return 0;
+  }
+  static constexpr const char* kTraceWeightHeading = "   Level    Offset   ";
+  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  ";
+  static constexpr const char* kTraceExtraHeading = nullptr;
+  static constexpr const char* kTraceExtraFormat = nullptr;
+  static constexpr const char* kCheckTitle = " Offset Smoothing Partial Derivative Information    ";
+  static constexpr const char* kCheckHeading = "                  LEVEL    OFFSET                   ";
+  static int numeric_gradient(WINMODEL* m, const FITCON* f, const double* w, const double* d,
+                              int, double* pder) {
+    for (int i = 0; i < 2; ++i) {
+      double up[2] = {w[0], w[1]}, down[2] = {w[0], w[1]};
+      up[i] += d[i];
+      down[i] -= d[i];
+      pder[i] = (mse(f, m->svi.level, up[0], up[1]) - mse(f, m->svi.level, down[0], down[1])) /
+                (2.0 * d[i]);
+    }
+    return 0;
+  }
+};
+
+// A line with slope 1 and noise: the level lags, so the best offset is
+// positive and depends on the weight.
+std::vector<double> sloped(std::uint64_t seed, int n) {
+  smooth_test::Noise noise(seed);
+  std::vector<double> x;
+  for (int t = 0; t < n; ++t) x.push_back(50.0 + t + 3.0 * noise.next());
+  return x;
+}
+
+// Profile of the offset model: for each w the best c in closed form, clamped
+// to [clo, chi]; golden section over w in [wlo, whi].
+struct OffsetOptimum {
+  double w, c, mse;
+};
+OffsetOptimum offset_optimum(Model& m, double wlo, double whi, double clo, double chi) {
+  FITCON f{};
+  f.x = m->ts.x;
+  f.n = m->fitrange.nobs;
+  const double start = m->svi.level;
+  auto best_c = [&](double w) {
+    double level = start;
+    for (long t = f.n - 1; t >= 0; --t) level = f.x[t] * w + level * (1.0 - w);
+    double sum = 0.0;
+    for (long t = 0; t < f.n; ++t) {
+      sum += f.x[t] - level;
+      level = f.x[t] * w + level * (1.0 - w);
+    }
+    return std::clamp(sum / static_cast<double>(f.n), clo, chi);
+  };
+  auto profile = [&](double w) { return OffsetFamily::mse(&f, start, w, best_c(w)); };
+  const double g = (std::sqrt(5.0) - 1.0) / 2.0;
+  double a = wlo, b = whi;
+  while (b - a > 1e-12) {
+    const double c1 = b - g * (b - a), d1 = a + g * (b - a);
+    if (profile(c1) < profile(d1)) {
+      b = d1;
+    } else {
+      a = c1;
+    }
+  }
+  const double w = 0.5 * (a + b);
+  return {w, best_c(w), profile(w)};
+}
+
+void offset_bounds(Model& m, double lo, double hi) {
+  m->wbnds.wtrend[0] = lo;
+  m->wbnds.wtrend[1] = hi;
+  m->wbnds.wtreflg = lo == hi;
+}
+
+TEST(TwoWeightFrame, ReachesTheJointMinimum) {
+  struct Case {
+    const char* what;
+    double clo, chi;
+    bool bounds;
+  };
+  const Case cases[] = {
+      {"offset free in [-10, 10]", -10.0, 10.0, true},
+      {"offset held below its optimum", -10.0, 0.5, true},
+      {"no bounds", -1e300, 1e300, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Model m(sloped(61, 60), 2);
+    offset_bounds(m, c.bounds ? c.clo : -10.0, c.bounds ? c.chi : 10.0);
+    m->wbnds.bounds = c.bounds;
+    set_svi(m);
+    const int rc = fr::fit<OffsetFamily>(m.get());
+    ASSERT_GE(rc, 0);
+    const OffsetOptimum best = offset_optimum(m, 0.001, c.bounds ? 0.999 : 5.0, c.clo, c.chi);
+    EXPECT_NEAR(m->pest.parms[0], best.w, 2e-3);
+    EXPECT_NEAR(m->pest.parms[1], best.c, 2e-2);
+    FITCON f{};
+    f.x = m->ts.x;
+    f.n = 60;
+    const double reached = OffsetFamily::mse(&f, m->svi.level, m->pest.parms[0], m->pest.parms[1]);
+    EXPECT_LE(reached, best.mse * (1.0 + 1e-6));
+    if (c.chi == 0.5) {
+      EXPECT_EQ(m->pest.parms[1], 0.5);  // on its bound, exactly
+    }
+    EXPECT_NEAR(m->pest.mse, reached * 60.0 / 58.0, 1e-12 * reached);
+  }
+}
+
+TEST(TwoWeightFrame, FixedWeightsStayAndTheOtherMoves) {
+  struct Case {
+    const char* what;
+    double wfix;  // NaN: free
+    double cfix;  // NaN: free
+  };
+  const Case cases[] = {
+      {"level fixed", 0.3, NAN},
+      {"offset fixed", NAN, 1.25},
+      {"both fixed", 0.45, -0.5},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Model m(sloped(62, 50), 2);
+    offset_bounds(m, -10.0, 10.0);
+    if (!std::isnan(c.wfix)) m.level_bounds(c.wfix, c.wfix);
+    if (!std::isnan(c.cfix)) offset_bounds(m, c.cfix, c.cfix);
+    set_svi(m);
+    ASSERT_GE(fr::fit<OffsetFamily>(m.get()), 0);
+    if (!std::isnan(c.wfix)) {
+      EXPECT_EQ(m->pest.parms[0], c.wfix);
+    }
+    if (!std::isnan(c.cfix)) {
+      EXPECT_EQ(m->pest.parms[1], c.cfix);
+    }
+    const double wlo = std::isnan(c.wfix) ? 0.001 : c.wfix;
+    const double whi = std::isnan(c.wfix) ? 0.999 : c.wfix;
+    const double clo = std::isnan(c.cfix) ? -10.0 : c.cfix;
+    const double chi = std::isnan(c.cfix) ? 10.0 : c.cfix;
+    const OffsetOptimum best = offset_optimum(m, wlo, whi, clo, chi);
+    EXPECT_NEAR(m->pest.parms[0], best.w, 2e-3);
+    EXPECT_NEAR(m->pest.parms[1], best.c, 2e-2);
+  }
+}
+
+TEST(TwoWeightFrame, StepsNeverRaiseTheErrorAndStayInTheBox) {
+  for (std::uint64_t seed : {71u, 72u, 73u}) {
+    SCOPED_TRACE(seed);
+    Model m(sloped(seed, 40), 2);
+    m.level_bounds(0.05, 0.6);
+    offset_bounds(m, -1.0, 1.0);
+    set_svi(m);
+    Search s(m);
+    ASSERT_EQ(fr::grid<OffsetFamily>(m.get(), &s.fitcon, &s.point), 0);
+    for (int iter = 1; iter <= 99 && s.point.r > 0.0001; ++iter) {
+      const double before = s.point.mse;
+      const int rc = fr::iterate<OffsetFamily>(m.get(), iter, &s.fitcon, &s.point);
+      ASSERT_TRUE(rc == 0 || rc == 90);
+      EXPECT_LE(s.point.mse, before);
+      EXPECT_GE(s.point.wlevel, 0.05);
+      EXPECT_LE(s.point.wlevel, 0.6);
+      EXPECT_GE(s.point.wtrend, -1.0);
+      EXPECT_LE(s.point.wtrend, 1.0);
+      EXPECT_LE(s.fitcon.lambda, 1000.0);
+      if (rc == 90) break;
+    }
+  }
 }
 
 // ---- The forecast driver and the table ----------------------------------------------
