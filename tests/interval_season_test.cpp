@@ -1,0 +1,721 @@
+// Seasonal cycles (zintsea, zintsea2), season codes (zintscd, zintscd2) and
+// seasonal dummy rows (zintscy): the table of cycles, the counts derived
+// from the dates, the weekly leap-week rules, the custom seam, and a
+// property over random dates: the season code of an observation is its
+// place in its cycle, computed here from std::chrono's civil calendar.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "intervals/interval.h"
+#include "primitives/primitives.h"
+#include "support/calendar_oracle.h"
+
+// ---- A stand-in for the custom-interval routines -----------------------------
+//
+// "SHIFTS" is a pretend table of ten-day periods from day 0 whose seasons
+// run 1, 2, 3, 4, 1, ...; its largest season is `max_season`, which a test
+// may set to a missing value.
+namespace fake_custom {
+int references = 0;
+double max_season = 4.0;
+bool index_missing = false;
+CINTC_INFO* const kInfo = reinterpret_cast<CINTC_INFO*>(&references);
+
+void take(INTERVALX* ix) {
+  if (ix->cinfo == nullptr) {
+    ix->cinfo = kInfo;
+    ++references;
+  }
+}
+}  // namespace fake_custom
+
+extern "C" int getcustomname(tchar* name, int len) {
+  if (len != 6) return 0;
+  for (int i = 0; i < 6; ++i) {
+    if (std::toupper(static_cast<unsigned char>(name[i])) != "SHIFTS"[i]) return 0;
+  }
+  return kIntCustom;
+}
+
+extern "C" void zcintcReleaseRef(CINTC_INFO* cinfo) {
+  if (cinfo == fake_custom::kInfo) --fake_custom::references;
+}
+
+extern "C" double customINTSEAS(INTERVALX* ix, double) {
+  fake_custom::take(ix);
+  return fake_custom::max_season;
+}
+
+extern "C" double customINTINDEX(INTERVALX* ix, double x, double n) {
+  fake_custom::take(ix);
+  if (fake_custom::index_missing || esf::is_missing(x)) return esf::kMissing;
+  const long period = static_cast<long>(std::floor(x / 10.0)) + static_cast<long>(n);
+  return static_cast<double>(((period % 4) + 4) % 4 + 1);
+}
+
+namespace {
+
+using oracle::day_of;
+using oracle::interval;
+
+constexpr double kDot = esf::kMissing;
+
+double d(int y, unsigned m, unsigned dd) { return static_cast<double>(day_of(y, m, dd)); }
+
+std::string text_of(INTERVAL iv) {
+  char buf[64] = {};
+  int len = sizeof buf;
+  if (zinti2s(buf, &len, &iv) != 0) return "?";
+  return std::string(buf, static_cast<std::size_t>(len));
+}
+
+bool is_cleared(const INTERVAL& iv) { return iv.intcode == 0 && iv.units == 0 && iv.tokenlen == 0; }
+
+// The record of `name`, field by field.
+void expect_interval(const INTERVAL& got, const char* name) {
+  const INTERVAL want = interval(name);
+  EXPECT_EQ(got.intcode, want.intcode) << name;
+  EXPECT_EQ(got.units, want.units) << name;
+  EXPECT_EQ(got.intper, want.intper) << name;
+  EXPECT_EQ(got.shiftper, want.shiftper) << name;
+  EXPECT_EQ(std::string(got.token, static_cast<std::size_t>(got.tokenlen)),
+            std::string(want.token, static_cast<std::size_t>(want.tokenlen)))
+      << name;
+}
+
+// ---- zintsea / zintsea2 ---------------------------------------------------------
+
+struct CycleCase {
+  const char* name;
+  double date;
+  int nsin;            // *nseasons on entry (zintsea2 reads it)
+  int rc;
+  const char* cycle;   // null: a cleared record
+  int nseasons;
+};
+
+using SeaFn = int (*)(INTERVAL*, double, INTERVAL*, int*);
+
+void run_cycles(SeaFn fn, const char* fn_name, const std::vector<CycleCase>& cases) {
+  for (const CycleCase& c : cases) {
+    SCOPED_TRACE(std::string(fn_name) + " of " + c.name);
+    INTERVAL iv = interval(c.name);
+    INTERVAL cycle;
+    std::memset(&cycle, 0x5A, sizeof cycle);  // stale content must not survive
+    int ns = c.nsin;
+    EXPECT_EQ(fn(&iv, c.date, &cycle, &ns), c.rc);
+    EXPECT_EQ(ns, c.nseasons);
+    if (c.cycle == nullptr) {
+      EXPECT_TRUE(is_cleared(cycle)) << "cycle " << text_of(cycle);
+    } else {
+      expect_interval(cycle, c.cycle);
+    }
+  }
+}
+
+TEST(SeasonalCycle, StandardCyclesAndFixedCounts) {
+  run_cycles(zintsea, "zintsea",
+             {
+                 {"SECOND", 0, 0, 0, "DTMINUTE", 60},     {"SECOND15", 0, 0, 0, "DTMINUTE", 4},
+                 {"SECOND30", 0, 0, 0, "DTMINUTE", 2},    {"MINUTE", 0, 0, 0, "DTHOUR", 60},
+                 {"MINUTE30", 0, 0, 0, "DTHOUR", 2},      {"HOUR", 0, 0, 0, "DTDAY", 24},
+                 {"DTHOUR4", 0, 0, 0, "DTDAY", 6},        {"HOUR8", 0, 0, 0, "DTDAY", 3},
+                 {"DAY", 0, 0, 0, "WEEK", 7},             {"DTDAY", 0, 0, 0, "DTWEEK", 7},
+                 {"WEEKDAY", 0, 0, 0, "WEEK", 5},         {"WEEKDAY17W", 0, 0, 0, "WEEK", 5},
+                 {"WEEKDAY1W", 0, 0, 0, "WEEK", 6},       {"WEEKDAY3W", 0, 0, 0, "WEEK", 6},
+                 {"WEEKDAY3", 0, 0, 0, "WEEK", 5},  // any multiplier: the working days
+                 {"WEEK", 0, 0, 0, "YEAR", 52},           {"WEEK13", 0, 0, 0, "YEAR", 4},
+                 {"WEEK.2", 0, 0, 0, "YEAR", 52},         {"WEEKV", 0, 0, 0, "YEARV", 52},
+                 {"WEEKV26", 0, 0, 0, "YEARV", 2},        {"TENDAY", 0, 0, 0, "YEAR", 36},
+                 {"TENDAY9", 0, 0, 0, "YEAR", 4},         {"SEMIMONTH", 0, 0, 0, "YEAR", 24},
+                 {"SEMIMONTH8", 0, 0, 0, "YEAR", 3},      {"MONTH", 0, 0, 0, "YEAR", 12},
+                 {"MONTH3", 0, 0, 0, "YEAR", 4},          {"MONTH3.2", 0, 0, 0, "YEAR", 4},
+                 {"DTMONTH", 0, 0, 0, "DTYEAR", 12},      {"R445MON", 0, 0, 0, "R445YR", 12},
+                 {"R454MON2", 0, 0, 0, "R454YR", 6},      {"R544QTR", 0, 0, 0, "R544YR", 4},
+                 {"QTR", 0, 0, 0, "YEAR", 4},             {"QTR2", 0, 0, 0, "YEAR", 2},
+                 {"SEMIYEAR", 0, 0, 0, "YEAR", 2},        {"YEAR", 0, 0, 0, "YEAR", 1},
+                 {"DTYEAR", 0, 0, 0, "DTYEAR", 1},        {"R445YR", 0, 0, 0, "R445YR", 1},
+                 {"YEARV", 0, 0, 0, "YEARV", 1},
+             });
+}
+
+TEST(SeasonalCycle, CountsDerivedFromTheDates) {
+  run_cycles(zintsea, "zintsea",
+             {
+                 // A year isn't a whole number of MONTH5: January 1960 to
+                 // January 1961 doesn't end on a MONTH5 boundary.
+                 {"MONTH5", 0, 0, 1, nullptr, 0},
+                 {"MONTH5", d(2003, 7, 9), 0, 1, nullptr, 0},
+                 // Not listed, but one MONTH12 fills a year exactly.
+                 {"MONTH12", d(2001, 5, 5), 0, 0, "YEAR", 1},
+                 {"QTR4", d(1999, 12, 31), 0, 0, "YEAR", 1},
+                 {"SEMIYEAR2", d(1975, 3, 1), 0, 0, "YEAR", 1},
+                 {"SECOND60", 123456.0, 0, 0, "DTMINUTE", 1},
+                 {"HOUR24", 864000.0 + 5.0, 0, 0, "DTDAY", 1},
+                 // Two-day steps never both begin and end a Sunday week.
+                 {"DAY2", 0, 0, 1, nullptr, 0},
+                 {"DAY2", d(2010, 6, 15), 0, 1, nullptr, 0},
+                 {"DAY7", 0, 0, 1, nullptr, 0},
+                 {"SECOND7", 420.0, 0, 1, nullptr, 0},
+                 {"HOUR5", 0, 0, 1, nullptr, 0},
+                 {"QTR3", d(1960, 1, 1), 0, 1, nullptr, 0},
+                 // Even years begin YEAR2 intervals, the year after doesn't.
+                 {"YEAR2", d(1960, 4, 1), 0, 1, nullptr, 0},
+                 {"YEAR2", d(1961, 4, 1), 0, 1, nullptr, 0},
+                 // A date that can't be placed tries the cycle that begins at
+                 // day 0, a Friday: two DAY2 from 1 January to the Sunday after.
+                 {"DAY2", kDot, 0, 0, "WEEK", 1},
+             });
+}
+
+TEST(SeasonalCycle, RefusalsAndObservations) {
+  run_cycles(zintsea, "zintsea", {{"OBS", 0, 0, 1, nullptr, 0}, {"OBS3", 0, 0, 1, nullptr, 0}});
+
+  INTERVAL month = interval("MONTH");
+  INTERVAL cycle = interval("QTR");
+  int ns = 7;
+  EXPECT_EQ(zintsea(&month, 0, nullptr, &ns), 2);
+  EXPECT_EQ(ns, 0);
+  EXPECT_EQ(zintsea(&month, 0, nullptr, nullptr), 2);
+  EXPECT_EQ(zintsea(&month, 0, &cycle, nullptr), 2);
+  EXPECT_TRUE(is_cleared(cycle));
+
+  cycle = interval("QTR");
+  ns = 7;
+  EXPECT_EQ(zintsea(nullptr, 0, &cycle, &ns), 2);
+  EXPECT_EQ(ns, 0);
+  EXPECT_TRUE(is_cleared(cycle));
+
+  for (SeaFn fn : {zintsea, zintsea2}) {
+    INTERVAL none = interval("NONE");
+    INTERVAL cleared{};
+    cycle = interval("QTR");
+    ns = 7;
+    EXPECT_EQ(fn(&none, 0, &cycle, &ns), 2);
+    EXPECT_EQ(ns, 0);
+    EXPECT_TRUE(is_cleared(cycle));
+    EXPECT_EQ(fn(&cleared, 0, &cycle, &ns), 2);
+  }
+  cycle = interval("QTR");
+  EXPECT_EQ(zintsea2(&month, 0, &cycle, nullptr), 2);
+  EXPECT_TRUE(is_cleared(cycle));
+}
+
+TEST(SeasonalCycle, SecondFormWeeksAndObservations) {
+  run_cycles(zintsea2, "zintsea2",
+             {
+                 {"OBS3", 0, 0, 0, "OBS3", 1},
+                 {"OBS", 0, 0, 0, "OBS1", 1},
+                 {"WEEKV", 0, 0, 0, "YEARV", 53},
+                 {"WEEKV", 0, 53, 0, "YEARV", 53},
+                 {"WEEKV", 0, 52, 0, "YEARV", 52},
+                 {"WEEK", 0, 0, 0, "YEAR", 52},
+                 {"WEEK", 0, 52, 0, "YEAR", 52},
+                 {"WEEK", 0, 53, 0, "YEAR", 53},
+                 {"DTWEEK", 0, 53, 0, "DTYEAR", 53},
+                 // Only the plain week takes the caller's count.
+                 {"WEEK2", 0, 53, 0, "YEAR", 26},
+                 {"WEEKV2", 0, 0, 0, "YEARV", 26},
+                 // Everything else as zintsea.
+                 {"MONTH", 0, 0, 0, "YEAR", 12},
+                 {"MONTH5", 0, 0, 1, nullptr, 0},
+                 {"MONTH12", 0, 0, 0, "YEAR", 1},
+                 {"WEEKDAY1W", 0, 0, 0, "WEEK", 6},
+             });
+  run_cycles(zintsea, "zintsea", {{"WEEKV", 0, 52, 0, "YEARV", 52}, {"WEEK", 0, 53, 0, "YEAR", 52}});
+}
+
+// A custom interval's cycle is the interval as many times as long as its
+// table has seasons, or the interval itself when it has none.
+TEST(SeasonalCycle, CustomIntervals) {
+  struct CustomCase {
+    SeaFn fn;
+    const char* name;
+    double max_season;
+    const char* cycle;
+    int nseasons;
+  };
+  const std::vector<CustomCase> cases = {
+      {zintsea, "SHIFTS", 4.0, "SHIFTS4", 4},
+      {zintsea, "Shifts", 7.9, "Shifts7", 7},
+      {zintsea, "SHIFTS", kDot, "SHIFTS", 1},
+      {zintsea, "SHIFTS", 1.0, "SHIFTS", 1},
+      {zintsea, "SHIFTS3", 0.5, "SHIFTS3", 1},
+      {zintsea2, "SHIFTS", 4.0, "SHIFTS4", 4},
+      {zintsea2, "SHIFTS2", 4.0, "SHIFTS8", 4},
+      {zintsea2, "SHIFTS2", kDot, "SHIFTS2", 1},
+      {zintsea2, "SHIFTS", kDot, "SHIFTS", 1},
+  };
+  for (const CustomCase& c : cases) {
+    SCOPED_TRACE(std::string(c.name) + (c.fn == zintsea ? " zintsea" : " zintsea2"));
+    fake_custom::max_season = c.max_season;
+    INTERVAL iv = interval(c.name);
+    ASSERT_EQ(iv.intcode, kIntCustom);
+    INTERVAL cycle{};
+    int ns = 0;
+    EXPECT_EQ(c.fn(&iv, d(2020, 1, 1), &cycle, &ns), 0);
+    EXPECT_EQ(ns, c.nseasons);
+    EXPECT_EQ(cycle.intcode, kIntCustom);
+    const INTERVAL want = interval(c.cycle);
+    EXPECT_EQ(cycle.intper, want.intper);
+    EXPECT_EQ(text_of(cycle), text_of(want));
+    EXPECT_EQ(fake_custom::references, 0) << "table reference kept";
+  }
+  fake_custom::max_season = 4.0;
+}
+
+// ---- zintscd: literal cases ------------------------------------------------------
+
+struct CodeCase {
+  const char* label;
+  const char* name;
+  double stdate;
+  int scode;
+  int nsin;
+  long n;
+  int rc;
+  int nsout;
+  std::vector<int> codes;
+};
+
+void run_codes(const std::vector<CodeCase>& cases) {
+  for (const CodeCase& c : cases) {
+    SCOPED_TRACE(c.label);
+    INTERVAL iv = interval(c.name);
+    std::vector<int> codes(static_cast<std::size_t>(c.n) + 1, -77);  // one guard slot
+    int ns = c.nsin;
+    EXPECT_EQ(zintscd(&iv, c.stdate, c.scode, c.n, codes.data(), &ns), c.rc);
+    EXPECT_EQ(ns, c.nsout);
+    EXPECT_EQ(codes.back(), -77) << "wrote past n";
+    codes.pop_back();
+    EXPECT_EQ(codes, c.codes);
+  }
+}
+
+TEST(SeasonCodes, GeneralIntervals) {
+  const double six_am = 6 * 3600.0;
+  run_codes({
+      {"MONTH from March", "MONTH", d(2001, 3, 1), 0, 12, 14, 0, 12, {2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0, 1, 2, 3}},
+      {"MONTH from mid-March", "MONTH", d(2001, 3, 17), 0, 12, 3, 0, 12, {2, 3, 4}},
+      {"QTR from October", "QTR", d(1999, 10, 1), 0, 4, 5, 0, 4, {3, 0, 1, 2, 3}},
+      {"MONTH3 from July", "MONTH3", d(2010, 7, 1), 0, 4, 4, 0, 4, {2, 3, 0, 1}},
+      {"QTR.2 from January", "QTR.2", d(2010, 1, 10), 0, 4, 5, 0, 4, {3, 0, 1, 2, 3}},
+      {"DAY from a Friday", "DAY", d(1960, 1, 1), 0, 7, 9, 0, 7, {5, 6, 0, 1, 2, 3, 4, 5, 6}},
+      {"WEEKDAY from a Wednesday", "WEEKDAY", d(2024, 5, 15), 0, 5, 6, 0, 5, {2, 3, 4, 0, 1, 2}},
+      {"WEEKDAY from a Sunday", "WEEKDAY", d(2024, 5, 12), 0, 5, 3, 0, 5, {4, 0, 1}},
+      {"WEEKDAY67W from a Sunday", "WEEKDAY67W", d(2024, 5, 12), 0, 5, 6, 0, 5, {0, 1, 2, 3, 4, 0}},
+      {"DTHOUR from 06:00", "HOUR", six_am, 0, 24, 4, 0, 24, {6, 7, 8, 9}},
+      {"DTHOUR6 from 13:00", "DTHOUR6", 86400.0 * 100 + 13 * 3600.0, 0, 4, 4, 0, 4, {2, 3, 0, 1}},
+      {"TENDAY from 25 March", "TENDAY", d(2001, 3, 25), 0, 36, 3, 0, 36, {8, 9, 10}},
+      {"SEMIMONTH from 20 December", "SEMIMONTH", d(2001, 12, 20), 0, 24, 3, 0, 24, {23, 0, 1}},
+      {"DTMONTH from a datetime in November", "DTMONTH", d(1990, 11, 30) * 86400.0 + 7.0, 0, 12, 3, 0, 12,
+       {10, 11, 0}},
+      {"the count asked for is stored", "MONTH", d(2001, 3, 1), 0, -1, 3, 0, 12, {2, 3, 4}},
+      // A caller's 0 neither asks nor gives a count: the found one serves.
+      {"a count of 0 uses the one found", "QTR", d(2001, 8, 1), 0, 0, 3, 0, 0, {2, 3, 0}},
+      // A count smaller than the cycle's wraps the codes early.
+      {"a caller's smaller count", "MONTH", d(2001, 3, 1), 0, 3, 4, 0, 3, {2, 0, 1, 2}},
+      // scode -2 without the multiple builder: the caller's count as asked.
+      {"scode -2", "MONTH", d(2001, 3, 1), -2, 12, 3, 0, 12, {2, 3, 4}},
+      {"scode -1", "MONTH", d(2001, 3, 1), -1, 12, 3, 0, 12, {2, 3, 4}},
+  });
+}
+
+TEST(SeasonCodes, NoCycleAndRefusals) {
+  run_codes({
+      {"observations count from stdate", "OBS", 7.0, 0, 4, 6, 0, 4, {0, 1, 2, 3, 0, 1}},
+      {"observations without a count", "OBS", 7.0, 0, -1, 3, 1, -1, {0, 0, 0}},
+      {"a NONE interval is refused", "NONE", 5.0, 0, 4, 3, -1, 4, {-77, -77, -77}},
+      {"no cycle and no count", "MONTH5", d(2001, 3, 1), 0, -1, 3, 1, -1, {0, 0, 0}},
+      {"no cycle, the caller's count from stdate", "MONTH5", d(2001, 3, 1), 0, 3, 4, 0, 3, {0, 1, 2, 0}},
+      // A one-season cycle isn't one: with a count, YEAR numbers its years
+      // from the start of the cycle that holds stdate.
+      {"YEAR with a count", "YEAR", d(2001, 3, 1), 0, 4, 5, 0, 4, {0, 1, 2, 3, 0}},
+      {"YEAR without a count", "YEAR", d(2001, 3, 1), 0, -1, 2, 1, -1, {0, 0}},
+      {"one season asked for", "MONTH5", d(2001, 3, 1), 0, 1, 2, 1, 1, {0, 0}},
+      {"n of 0 writes nothing", "MONTH", d(2001, 3, 1), 0, 12, 0, 0, 12, {}},
+      {"a missing start date", "MONTH", kDot, 0, 12, 2, -1, 12, {0, 0}},
+      {"a missing start, observations", "OBS", kDot, 0, 4, 2, -1, 4, {0, 0}},
+  });
+
+  INTERVAL month = interval("MONTH");
+  int codes[2] = {9, 9};
+  int ns = 12;
+  EXPECT_EQ(zintscd(nullptr, 0, 0, 2, codes, &ns), -1);
+  EXPECT_EQ(zintscd(&month, 0, 0, 2, codes, nullptr), -1);
+  EXPECT_EQ(zintscd(&month, 0, 0, 2, nullptr, &ns), -1);
+  EXPECT_EQ(zintscd(&month, 0, 0, 0, nullptr, &ns), 0);
+  EXPECT_EQ(codes[0], 9);
+}
+
+// ---- Weeks: the week-year and its leap week ----------------------------------------
+
+// Week 1 of a week-year holds 4 January; a WEEK starts on Sunday, a WEEKV on
+// Monday (first_weekday 0 or 1).
+long week1_start(int y, unsigned first_weekday) {
+  const long jan4 = day_of(y, 1, 4);
+  return jan4 - static_cast<long>((oracle::weekday_of(jan4) + 7 - first_weekday) % 7);
+}
+
+// Place (0-based) of the week that begins on `start` in its week-year.
+int week_of_year(long start, unsigned first_weekday) {
+  int y = oracle::year_of(start);
+  if (start >= week1_start(y + 1, first_weekday)) ++y;
+  if (start < week1_start(y, first_weekday)) --y;
+  return static_cast<int>((start - week1_start(y, first_weekday)) / 7);
+}
+
+TEST(SeasonCodes, WeeksFromInsideALeapWeek) {
+  // The series starts on the 53rd week of a long year: it is the leap week
+  // since the week after it opens the next year with code 0.
+  const long leap = week1_start(2004, 0) - 7;
+  ASSERT_EQ(week_of_year(leap, 0), 52);
+  INTERVAL week = interval("WEEK");
+  std::vector<int> codes(4);
+  int ns = 52;
+  ASSERT_EQ(zintscd(&week, static_cast<double>(leap), 52, 4, codes.data(), &ns), 0);
+  EXPECT_EQ(codes, (std::vector<int>{52, 0, 1, 2}));
+
+  // A single leap week is told by the week that would follow it.
+  ASSERT_EQ(zintscd(&week, static_cast<double>(leap), 52, 1, codes.data(), &ns), 0);
+  EXPECT_EQ(codes[0], 52);
+
+  // A series that ends on the leap week leaves it at the wrapped 0.
+  const long before = leap - 7;
+  ASSERT_EQ(zintscd(&week, static_cast<double>(before), 52, 2, codes.data(), &ns), 0);
+  EXPECT_EQ(codes[0], 51);
+  EXPECT_EQ(codes[1], 0);
+
+  // A leap code above the count is replaced by 0.
+  ASSERT_EQ(zintscd(&week, static_cast<double>(leap), 60, 2, codes.data(), &ns), 0);
+  EXPECT_EQ(codes[0], 0);
+  EXPECT_EQ(codes[1], 0);
+
+  // Datetime weeks follow the same calendar.
+  INTERVAL dtweek = interval("DTWEEK");
+  ASSERT_EQ(zintscd(&dtweek, leap * 86400.0 + 3600.0, 52, 3, codes.data(), &ns), 0);
+  EXPECT_EQ(codes[0], 52);
+  EXPECT_EQ(codes[1], 0);
+  EXPECT_EQ(codes[2], 1);
+}
+
+TEST(SeasonCodes, WeeksWithoutTheWeeklyTreatment) {
+  // A negative scode counts from the first week that starts inside the
+  // calendar year, without a leap week.
+  INTERVAL week = interval("WEEK");
+  const long start = week1_start(2004, 0);  // Sunday 4 January 2004
+  std::vector<int> codes(60);
+  int ns = 52;
+  ASSERT_EQ(zintscd(&week, static_cast<double>(start), -1, 60, codes.data(), &ns), 0);
+  for (std::size_t t = 0; t < codes.size(); ++t) EXPECT_EQ(codes[t], static_cast<int>(t % 52)) << t;
+
+  // WEEKV: a start in ISO week 53 takes the code of scode, reduced.
+  INTERVAL weekv = interval("WEEKV");
+  const long w53 = week1_start(2005, 1) - 7;  // ISO week 53 of 2004
+  ASSERT_EQ(zintscd(&weekv, static_cast<double>(w53), -1, 3, codes.data(), &ns), 0);
+  EXPECT_EQ(codes[0], 51);
+  EXPECT_EQ(codes[1], 0);
+}
+
+TEST(SeasonCodes, PlainWeeksGroupedByTheMultiplier) {
+  // WEEK12.84: each observation is a plain week, grouped by twelve within
+  // its week-year; a group number past the count takes scode.
+  INTERVAL iv = interval("WEEK12.84");
+  ASSERT_EQ(iv.shiftper, 83);
+  const long start = week1_start(2003, 0);
+  const long n = 120;
+  std::vector<int> codes(static_cast<std::size_t>(n));
+  int ns = 4;
+  ASSERT_EQ(zintscd(&iv, static_cast<double>(start), 3, n, codes.data(), &ns), 0);
+  for (long t = 0; t < n; ++t) {
+    const int group = week_of_year(start + 7 * t, 0) / 12;
+    EXPECT_EQ(codes[static_cast<std::size_t>(t)], group >= 4 ? 3 : group) << t;
+  }
+}
+
+// ---- zintscd: custom intervals ----------------------------------------------------
+
+TEST(SeasonCodes, CustomIntervals) {
+  INTERVAL shifts = interval("SHIFTS");
+  std::vector<int> codes(6);
+
+  // Per observation from the table: period 2 has season 3.
+  int ns = -1;
+  EXPECT_EQ(zintscd(&shifts, 25.0, 0, 6, codes.data(), &ns), 0);
+  EXPECT_EQ(ns, 4);
+  EXPECT_EQ(codes, (std::vector<int>{2, 3, 0, 1, 2, 3}));
+
+  // With a count the first season is looked up and the rest counted.
+  ns = 4;
+  EXPECT_EQ(zintscd(&shifts, 25.0, 0, 6, codes.data(), &ns), 0);
+  EXPECT_EQ(codes, (std::vector<int>{2, 3, 0, 1, 2, 3}));
+
+  fake_custom::index_missing = true;
+  ns = 4;
+  EXPECT_EQ(zintscd(&shifts, 25.0, 0, 6, codes.data(), &ns), 0);
+  EXPECT_EQ(codes, (std::vector<int>{0, 1, 2, 3, 0, 1}));
+  ns = -1;
+  EXPECT_EQ(zintscd(&shifts, 25.0, 0, 6, codes.data(), &ns), 1);
+  EXPECT_EQ(codes, std::vector<int>(6, 0));
+  fake_custom::index_missing = false;
+
+  // A table without seasons has no cycle.
+  fake_custom::max_season = kDot;
+  ns = -1;
+  EXPECT_EQ(zintscd(&shifts, 25.0, 0, 3, codes.data(), &ns), 1);
+  fake_custom::max_season = 4.0;
+  EXPECT_EQ(fake_custom::references, 0) << "table reference kept";
+}
+
+// ---- zintscd2 -----------------------------------------------------------------------
+
+INTERVALX intervalx(const char* name) {
+  INTERVALX ix{};
+  static_cast<INTERVAL&>(ix) = interval(name);
+  return ix;
+}
+
+TEST(SeasonCodes, SecondFormUsesOrSetsTheCycle) {
+  std::vector<int> codes(4);
+
+  // A cycle in place: numbered within it.
+  INTERVALX year = intervalx("YEAR");
+  INTERVALX month = intervalx("MONTH");
+  month.sinterval = &year;
+  month.nseasons = 12;
+  int ns = -1;
+  EXPECT_EQ(zintscd2(&month, d(2001, 3, 1), 0, 4, codes.data(), &ns), 0);
+  EXPECT_EQ(ns, 12);
+  EXPECT_EQ(codes, (std::vector<int>{2, 3, 4, 5}));
+
+  // No cycle: the count is found and kept in the record, and the
+  // observations are numbered from stdate with the caller's count.
+  INTERVALX bare = intervalx("MONTH");
+  ns = 12;
+  EXPECT_EQ(zintscd2(&bare, d(2001, 3, 1), 0, 4, codes.data(), &ns), 0);
+  EXPECT_EQ(bare.nseasons, 12);
+  EXPECT_EQ(codes, (std::vector<int>{0, 1, 2, 3}));
+
+  INTERVALX asks = intervalx("QTR");
+  ns = -1;
+  codes.assign(4, 9);
+  EXPECT_EQ(zintscd2(&asks, d(2001, 3, 1), 0, 4, codes.data(), &ns), 1);
+  EXPECT_EQ(asks.nseasons, 4);
+  EXPECT_EQ(codes, std::vector<int>(4, 0));
+
+  // A count already in the record stands.
+  INTERVALX counted = intervalx("MONTH");
+  counted.nseasons = 6;
+  ns = 6;
+  EXPECT_EQ(zintscd2(&counted, d(2001, 3, 1), 0, 4, codes.data(), &ns), 0);
+  EXPECT_EQ(counted.nseasons, 6);
+  EXPECT_EQ(codes, (std::vector<int>{0, 1, 2, 3}));
+
+  // The weekly rules run on the record itself.
+  INTERVALX yr = intervalx("YEAR");
+  INTERVALX week = intervalx("WEEK");
+  week.sinterval = &yr;
+  week.nseasons = 52;
+  const long leap = week1_start(2004, 0) - 7;
+  ns = 52;
+  EXPECT_EQ(zintscd2(&week, static_cast<double>(leap), 52, 3, codes.data(), &ns), 0);
+  EXPECT_EQ(codes[0], 52);
+  EXPECT_EQ(codes[1], 0);
+
+  EXPECT_EQ(zintscd2(nullptr, 0, 0, 1, codes.data(), &ns), -1);
+}
+
+// ---- The property: a code is the place in the cycle ----------------------------------
+
+// Time of day of a datetime value, in seconds.
+long second_of_day(double x) {
+  const auto s = static_cast<long>(std::floor(x));
+  return ((s % 86400) + 86400) % 86400;
+}
+
+// Working-day place (0-based) of a day in its Sunday week, for a weekend
+// given by flags; a weekend day counts as the working day before it.
+int working_place(double day, const std::array<int, 7>& weekend) {
+  unsigned w = oracle::weekday_of(static_cast<long>(day));
+  while (weekend[w]) w = (w + 6) % 7;
+  int place = 0;
+  // Working days of the week before w (Sunday first); when the walk crossed
+  // Sunday the day belongs to the previous week, which has the same count.
+  for (unsigned i = 0; i < w; ++i) place += 1 - weekend[i];
+  return place;
+}
+
+// Retail month (0-based) of a date from its ISO week: the zero-based
+// weeks at which the months of each calendar begin.
+using MonthStarts = std::array<int, 12>;
+constexpr MonthStarts kR445{0, 4, 8, 13, 17, 21, 26, 30, 34, 39, 43, 47};
+constexpr MonthStarts kR454{0, 4, 9, 13, 17, 22, 26, 30, 35, 39, 43, 48};
+constexpr MonthStarts kR544{0, 5, 9, 13, 18, 22, 26, 31, 35, 39, 44, 48};
+
+int retail_month(double x, const MonthStarts& first_weeks) {
+  const int week = static_cast<int>(oracle::iso_of(static_cast<long>(x)).week);
+  int m = 0;
+  while (m + 1 < 12 && week > first_weeks[static_cast<std::size_t>(m + 1)]) ++m;
+  return m;
+}
+
+struct PlaceCase {
+  const char* name;
+  bool datetime;
+  int nseasons;
+  int (*place)(double x);  // season of the interval that holds x
+};
+
+int month0(double x) { return static_cast<int>(oracle::month_of(static_cast<long>(x))) - 1; }
+int mday(double x) { return static_cast<int>(oracle::mday_of(static_cast<long>(x))); }
+double day_of_dt(double x) { return std::floor(x / 86400.0); }
+
+const std::vector<PlaceCase>& place_cases() {
+  static const std::vector<PlaceCase> cases = {
+      {"MONTH", false, 12, [](double x) { return month0(x); }},
+      {"MONTH4", false, 3, [](double x) { return month0(x) / 4; }},
+      {"MONTH6", false, 2, [](double x) { return month0(x) / 6; }},
+      {"QTR", false, 4, [](double x) { return month0(x) / 3; }},
+      {"QTR2", false, 2, [](double x) { return month0(x) / 6; }},
+      {"QTR.2", false, 4, [](double x) { return ((month0(x) + 11) % 12) / 3; }},
+      {"SEMIYEAR", false, 2, [](double x) { return month0(x) / 6; }},
+      {"TENDAY", false, 36, [](double x) { return 3 * month0(x) + (mday(x) > 10) + (mday(x) > 20); }},
+      {"TENDAY4", false, 9, [](double x) { return (3 * month0(x) + (mday(x) > 10) + (mday(x) > 20)) / 4; }},
+      {"SEMIMONTH", false, 24, [](double x) { return 2 * month0(x) + (mday(x) > 15); }},
+      {"SEMIMONTH3", false, 8, [](double x) { return (2 * month0(x) + (mday(x) > 15)) / 3; }},
+      {"DAY", false, 7, [](double x) { return static_cast<int>(oracle::weekday_of(static_cast<long>(x))); }},
+      {"WEEKDAY", false, 5, [](double x) { return working_place(x, {1, 0, 0, 0, 0, 0, 1}); }},
+      {"WEEKDAY67W", false, 5, [](double x) { return working_place(x, {0, 0, 0, 0, 0, 1, 1}); }},
+      {"WEEKDAY1W", false, 6, [](double x) { return working_place(x, {1, 0, 0, 0, 0, 0, 0}); }},
+      {"R445MON", false, 12, [](double x) { return retail_month(x, kR445); }},
+      {"R544MON", false, 12, [](double x) { return retail_month(x, kR544); }},
+      {"R454QTR", false, 4, [](double x) { return retail_month(x, kR454) / 3; }},
+      {"DTDAY", true, 7, [](double x) { return static_cast<int>(oracle::weekday_of(static_cast<long>(day_of_dt(x)))); }},
+      {"DTMONTH", true, 12, [](double x) { return month0(day_of_dt(x)); }},
+      {"HOUR", true, 24, [](double x) { return static_cast<int>(second_of_day(x) / 3600); }},
+      {"HOUR3", true, 8, [](double x) { return static_cast<int>(second_of_day(x) / 3600 / 3); }},
+      {"MINUTE15", true, 4, [](double x) { return static_cast<int>(second_of_day(x) % 3600 / 60 / 15); }},
+      {"SECOND", true, 60, [](double x) { return static_cast<int>(second_of_day(x) % 60); }},
+      {"SECOND20", true, 3, [](double x) { return static_cast<int>(second_of_day(x) % 60 / 20); }},
+  };
+  return cases;
+}
+
+TEST(SeasonCodes, CodeIsThePlaceInTheCycleForRandomDates) {
+  oracle::Dates dates(20240611);
+  constexpr long kObs = 40;
+  for (const PlaceCase& c : place_cases()) {
+    SCOPED_TRACE(c.name);
+    INTERVAL iv = interval(c.name);
+    for (int trial = 0; trial < 150; ++trial) {
+      const long day = dates.inner(15000);
+      const double stdate =
+          c.datetime ? static_cast<double>(day) * 86400.0 + static_cast<double>(dates.between(0, 86399)) : day;
+      std::vector<int> codes(kObs);
+      int ns = -1;
+      ASSERT_EQ(zintscd(&iv, stdate, 0, kObs, codes.data(), &ns), 0) << stdate;
+      ASSERT_EQ(ns, c.nseasons);
+      for (long t = 0; t < kObs; ++t) {
+        // The observation is stdate moved by t intervals; its code is its
+        // place in its cycle, whatever the codes before it.
+        const double x = t == 0 ? stdate : zintnx2(&iv, stdate, static_cast<double>(t));
+        ASSERT_FALSE(esf::is_missing(x));
+        ASSERT_EQ(codes[static_cast<std::size_t>(t)], c.place(x))
+            << "observation " << t << " of a series from " << stdate;
+      }
+    }
+  }
+}
+
+// Weeks from random starts, Sunday and ISO weeks, with leap codes 0, 7 and
+// 52: each week's code is its place in its week-year, and a 53rd week
+// takes the leap code unless the series ends on it.
+TEST(SeasonCodes, WeekCodesForRandomStarts) {
+  oracle::Dates dates(77);
+  INTERVAL week = interval("WEEK");
+  INTERVAL weekv = interval("WEEKV");
+  constexpr long kObs = 120;
+  int leap_weeks = 0;
+  for (int trial = 0; trial < 300; ++trial) {
+    const bool iso = trial % 2 == 1;
+    const int scode = std::array{0, 7, 52}[static_cast<std::size_t>(trial % 3)];
+    const unsigned first = iso ? 1u : 0u;
+    const long day = trial < 6 ? oracle::kFirstDay + 7 + trial : dates.inner(4000);
+    const long start = day - static_cast<long>((oracle::weekday_of(day) + 7 - first) % 7);
+    std::vector<int> codes(kObs);
+    int ns = 52;
+    ASSERT_EQ(zintscd(iso ? &weekv : &week, static_cast<double>(day), scode, kObs, codes.data(), &ns), 0);
+    for (long t = 0; t < kObs; ++t) {
+      const int k = week_of_year(start + 7 * t, first);
+      leap_weeks += k == 52;
+      const int want = k < 52 ? k : (t + 1 < kObs ? scode : 0);
+      ASSERT_EQ(codes[static_cast<std::size_t>(t)], want) << oracle::date_text(start + 7 * t);
+    }
+  }
+  EXPECT_GT(leap_weeks, 100) << "the starts must reach long years";
+}
+
+// ---- zintscy ------------------------------------------------------------------------
+
+struct DummyCase {
+  const char* label;
+  const char* name;
+  int scode;
+  int nseasons;
+  int noint;
+  std::vector<double> row;
+};
+
+TEST(SeasonalDummies, Rows) {
+  std::vector<double> leap_with_intercept(52, 0.0);
+  leap_with_intercept[0] = 0.25;
+  leap_with_intercept[51] = 0.75;
+  std::vector<double> leap_without(51, 0.0);
+  leap_without[0] = 0.25;
+  const std::vector<DummyCase> cases = {
+      {"last season is the base", "MONTH", 3, 4, 0, {0, 0, 0}},
+      {"season 1", "MONTH", 1, 4, 0, {0, 1, 0}},
+      {"season 0", "MONTH", 0, 4, 0, {1, 0, 0}},
+      {"last season without intercept", "MONTH", 3, 4, 1, {0, 0, 0, 1}},
+      {"season 2 without intercept", "MONTH", 2, 4, 1, {0, 0, 1, 0}},
+      {"code = nseasons isn't a leap week for MONTH", "MONTH", 4, 4, 1, {0, 0, 0, 1}},
+      {"leap week, no intercept", "WEEK", 52, 52, 1, leap_with_intercept},
+      {"leap week with intercept", "WEEK", 52, 52, 0, leap_without},
+  };
+  for (const DummyCase& c : cases) {
+    SCOPED_TRACE(c.label);
+    INTERVAL iv = interval(c.name);
+    std::vector<double> row(c.row.size() + 1, -5.0);  // one guard slot
+    double partial = 0.25;
+    zintscy(&iv, c.scode, d(2004, 12, 26), c.nseasons, c.noint, row.data(), &partial);
+    EXPECT_EQ(row.back(), -5.0) << "wrote past the row";
+    row.pop_back();
+    EXPECT_EQ(row, c.row);
+  }
+}
+
+TEST(SeasonalDummies, LeapWeekShareFromTheCalendar) {
+  // The share of the leap week in the new year: from 1 January to the
+  // next Sunday after it, in sevenths.
+  for (int y : {2004, 2009, 2015, 2020, 1999}) {
+    SCOPED_TRACE(y);
+    const long jan1 = day_of(y + 1, 1, 1);
+    const double want = (7.0 - static_cast<double>(oracle::weekday_of(jan1))) / 7.0;
+    INTERVAL week = interval("WEEK");
+    std::vector<double> row(52, -1.0);
+    double partial = kDot;
+    zintscy(&week, 52, static_cast<double>(jan1 - 3), 52, 1, row.data(), &partial);
+    EXPECT_DOUBLE_EQ(partial, want);
+    EXPECT_DOUBLE_EQ(row[0], want);
+    EXPECT_DOUBLE_EQ(row[51], 1.0 - want);
+    for (std::size_t i = 1; i < 51; ++i) EXPECT_EQ(row[i], 0.0);
+  }
+}
+
+}  // namespace
