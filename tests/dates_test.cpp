@@ -67,6 +67,29 @@ TEST(CivilCore, EraAgreesWithChrono) {
   }
 }
 
+// The 32-bit forms agree with the 64-bit ones up to the edges of their
+// domain, and the 64-bit ones carry on beyond it.
+TEST(CivilCore, FastAndGeneralFormsAgree) {
+  for (const calendar::DayNumber centre : {calendar::kFastFirstDay + 3000, calendar::kFastLastDay - 3000, 0L}) {
+    for (calendar::DayNumber x = centre - 3000; x <= centre + 3000; ++x) {
+      const calendar::CivilDate fast = calendar::civil_from_days_fast(x);
+      const calendar::CivilDate general = calendar::civil_from_days_general(x);
+      ASSERT_EQ(fast.year, general.year) << x;
+      ASSERT_EQ(fast.month, general.month) << x;
+      ASSERT_EQ(fast.day, general.day) << x;
+      ASSERT_EQ(calendar::days_from_civil_fast(general.year, general.month, general.day), x);
+    }
+  }
+  for (const calendar::DayNumber far : {-40000000000L, -12695770L, 987304232L, 300000000000L}) {
+    for (calendar::DayNumber x = far - 800; x <= far + 800; ++x) {
+      const calendar::CivilDate c = calendar::civil_from_days(x);
+      ASSERT_EQ(calendar::days_from_civil(c.year, c.month, c.day), x);
+      const calendar::CivilDate next = calendar::civil_from_days(x + 1);
+      ASSERT_TRUE(next.day == c.day + 1 || next.day == 1) << x;
+    }
+  }
+}
+
 TEST(CivilCore, FloorDivisionAndRemainder) {
   struct Case {
     std::int64_t n, d, q, r;
@@ -74,6 +97,9 @@ TEST(CivilCore, FloorDivisionAndRemainder) {
   const Case cases[] = {
       {7, 7, 1, 0},   {6, 7, 0, 6},   {0, 7, 0, 0},    {-1, 7, -1, 6}, {-7, 7, -1, 0},
       {-8, 7, -2, 6}, {-14, 7, -2, 0}, {13, 12, 1, 1}, {-13, 12, -2, 11},
+      // Beyond 32 bits, where the 64-bit division takes over.
+      {-5000000000L, 7, -714285715L, 5}, {5000000000L, 3000000000L, 1, 2000000000L},
+      {-2147483648L, 7, -306783379L, 5}, {2147483647L, 2147483648L, 0, 2147483647L},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(calendar::floordiv(c.n, c.d), c.q) << c.n << "/" << c.d;

@@ -34,7 +34,10 @@
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 
-namespace calendar {
+// Hidden: these inline routines are the module's own arithmetic, called
+// directly (never through the image's symbol table) wherever they are not
+// inlined.
+namespace __attribute__((visibility("hidden"))) calendar {
 
 using DayNumber = std::int64_t;   // days since 1 January 1960
 using IndexNumber = std::int64_t; // index of an interval's base unit (a month, a third of a month, ...)
@@ -53,9 +56,25 @@ constexpr bool is_table_end(double d) noexcept {
 }
 
 // ---------------------------------------------------------------------------
-// Division toward minus infinity, for a positive divisor d.
+// Division toward minus infinity, for a positive divisor d. Day, month and
+// working-day indices and their periods nearly always fit in 32 bits, where
+// a hardware division is several times faster than a 64-bit one; the result
+// is the same either way.
 
-constexpr std::int64_t floordiv(std::int64_t n, std::int64_t d) noexcept {
+[[gnu::always_inline]] constexpr bool fits_32(std::int64_t v) noexcept {
+  return v > std::numeric_limits<std::int32_t>::min() && v <= std::numeric_limits<std::int32_t>::max();
+}
+
+[[gnu::always_inline]] constexpr std::int64_t floordiv(std::int64_t n, std::int64_t d) noexcept {
+  if (fits_32(n) && fits_32(d)) {
+    const auto n32 = static_cast<std::int32_t>(n);
+    const auto d32 = static_cast<std::int32_t>(d);
+    if (n32 < 0) {
+      const std::int32_t q = (-n32) / d32;
+      return (-n32) % d32 != 0 ? -(q + 1) : -q;
+    }
+    return n32 / d32;
+  }
   if (n < 0) {
     const std::int64_t q = (-n) / d;
     return (-n) % d != 0 ? -(q + 1) : -q;
@@ -64,7 +83,16 @@ constexpr std::int64_t floordiv(std::int64_t n, std::int64_t d) noexcept {
 }
 
 // Remainder in [0, m - 1], for a positive modulus m.
-constexpr std::int64_t floormod(std::int64_t a, std::int64_t m) noexcept {
+[[gnu::always_inline]] constexpr std::int64_t floormod(std::int64_t a, std::int64_t m) noexcept {
+  if (fits_32(a) && fits_32(m)) {
+    const auto a32 = static_cast<std::int32_t>(a);
+    const auto m32 = static_cast<std::int32_t>(m);
+    if (a32 < 0) {
+      const std::int32_t r = m32 - ((-a32) % m32);  // [1, m]
+      return r == m32 ? 0 : r;
+    }
+    return a32 % m32;
+  }
   if (a < 0) {
     const std::int64_t r = m - ((-a) % m);  // [1, m]
     return r == m ? 0 : r;
@@ -93,10 +121,15 @@ constexpr int last_day_of_month(std::int64_t y, int m) noexcept {
 // Days from 1 March of year 0 (proleptic) to 1 January 1960.
 inline constexpr std::int64_t kEpochShift = 715815;
 
+// Two derivations of the same conversions. The general one works on any
+// 64-bit day number; the fast one, in 32-bit unsigned arithmetic, covers
+// every date the library handles with centuries to spare and is the one
+// the interval routines run through millions of times.
+
 // https://howardhinnant.github.io/date_algorithms.html#days_from_civil
 // The year is taken to start on 1 March, so that the leap day is the last
 // day of the year; a 400-year era holds exactly 146097 days.
-constexpr DayNumber days_from_civil(std::int64_t y, int m, int d) noexcept {
+constexpr DayNumber days_from_civil_general(std::int64_t y, int m, int d) noexcept {
   y -= m <= 2;
   const std::int64_t era = (y >= 0 ? y : y - 399) / 400;
   const std::int64_t yoe = y - era * 400;                                   // [0, 399]
@@ -106,7 +139,7 @@ constexpr DayNumber days_from_civil(std::int64_t y, int m, int d) noexcept {
 }
 
 // https://howardhinnant.github.io/date_algorithms.html#civil_from_days
-constexpr CivilDate civil_from_days(DayNumber x) noexcept {
+constexpr CivilDate civil_from_days_general(DayNumber x) noexcept {
   const std::int64_t z = x + kEpochShift;
   const std::int64_t era = (z >= 0 ? z : z - 146096) / 146097;
   const std::int64_t doe = z - era * 146097;                                  // [0, 146096]
@@ -118,13 +151,71 @@ constexpr CivilDate civil_from_days(DayNumber x) noexcept {
   return {yoe + era * 400 + (m <= 2), m, d};
 }
 
+// C. Neri and L. Schneider, "Euclidean affine functions and their
+// application to calendar algorithms", Softw. Pract. Exper. 53 (2023):
+// the same March-based calendar, with every quotient a multiplication and
+// a shift. Adding kFastEras eras keeps all values unsigned.
+inline constexpr std::uint32_t kFastEras = 82;                               // 32800 years
+inline constexpr std::int64_t kFastShift = kEpochShift + 146097 * kFastEras;  // day 0 -> N
+inline constexpr std::int64_t kFastYearShift = 400 * kFastEras;
+// The fast forms hold while 4 * N + 3 and 1461 * year fit in 32 bits.
+inline constexpr DayNumber kFastFirstDay = -kFastShift;
+inline constexpr DayNumber kFastLastDay = 1000000000 - kFastShift;
+inline constexpr std::int64_t kFastFirstYear = -kFastYearShift + 1;
+inline constexpr std::int64_t kFastLastYear = 2900000 - kFastYearShift;
+
+static_assert(std::numeric_limits<std::uint32_t>::digits >= 32,
+              "the fast calendar forms need 32-bit unsigned arithmetic");
+static_assert(4ULL * (kFastLastDay + kFastShift) + 3 <= 0xFFFFFFFFULL);
+static_assert(1461ULL * (kFastLastYear + kFastYearShift) <= 0xFFFFFFFFULL);
+
+[[gnu::always_inline]] constexpr CivilDate civil_from_days_fast(DayNumber x) noexcept {
+  const auto n = static_cast<std::uint32_t>(x + kFastShift);    // days since 1 March of year -32800
+  const std::uint32_t n1 = 4 * n + 3;
+  const std::uint32_t century = n1 / 146097;                   // [0, 7300]
+  const std::uint32_t day_of_century = n1 % 146097 / 4;        // [0, 36524]
+  const std::uint32_t n2 = 4 * day_of_century + 3;
+  const std::uint64_t p2 = std::uint64_t{2939745} * n2;
+  const auto year_of_century = static_cast<std::uint32_t>(p2 >> 32);                    // [0, 99]
+  const std::uint32_t day_of_year = static_cast<std::uint32_t>(p2) / 2939745 / 4;       // [0, 365], 0 on 1 March
+  const std::uint32_t n3 = 2141 * day_of_year + 197913;
+  const std::uint32_t month = n3 >> 16;                        // [3, 14]: March to February
+  const std::uint32_t day = (n3 & 0xFFFFU) / 2141;             // [0, 30]
+  const std::uint32_t january_or_february = day_of_year >= 306;
+  const std::int64_t year = static_cast<std::int64_t>(100 * century + year_of_century) - kFastYearShift;
+  return {year + january_or_february, static_cast<int>(january_or_february ? month - 12 : month),
+          static_cast<int>(day) + 1};
+}
+
+[[gnu::always_inline]] constexpr DayNumber days_from_civil_fast(std::int64_t y, int m, int d) noexcept {
+  const std::uint32_t january_or_february = m <= 2;
+  const auto year = static_cast<std::uint32_t>(y + kFastYearShift) - january_or_february;  // March-based
+  const auto month = static_cast<std::uint32_t>(january_or_february ? m + 12 : m);         // [3, 14]
+  const std::uint32_t century = year / 100;
+  const std::uint32_t year_days = 1461 * year / 4 - century + century / 4;
+  const std::uint32_t month_days = (979 * month - 2919) / 32;                              // [0, 337]
+  return static_cast<DayNumber>(year_days + month_days + static_cast<std::uint32_t>(d - 1)) - kFastShift;
+}
+
+// Day number of a civil date; any 64-bit year whose days fit.
+[[gnu::always_inline]] constexpr DayNumber days_from_civil(std::int64_t y, int m, int d) noexcept {
+  if (y >= kFastFirstYear && y <= kFastLastYear) return days_from_civil_fast(y, m, d);
+  return days_from_civil_general(y, m, d);
+}
+
+// Civil date of a day number.
+[[gnu::always_inline]] constexpr CivilDate civil_from_days(DayNumber x) noexcept {
+  if (x >= kFastFirstDay && x <= kFastLastDay) return civil_from_days_fast(x);
+  return civil_from_days_general(x);
+}
+
 // Weekday of a day number: 0 Sunday to 6 Saturday. Day -5 is a Sunday.
-constexpr int weekday_sunday0(DayNumber x) noexcept {
+[[gnu::always_inline]] constexpr int weekday_sunday0(DayNumber x) noexcept {
   return static_cast<int>(floormod(x + 5, 7));
 }
 
 // ISO day of the week: 1 Monday to 7 Sunday. Day -4 is a Monday.
-constexpr int iso_weekday(DayNumber x) noexcept {
+[[gnu::always_inline]] constexpr int iso_weekday(DayNumber x) noexcept {
   return static_cast<int>(floormod(x + 4, 7)) + 1;
 }
 
@@ -144,18 +235,18 @@ struct IsoWeekDate {
 };
 
 // The Monday that opens ISO week 1 of an ISO year.
-constexpr DayNumber iso_week1_monday(std::int64_t iso_year) noexcept {
+[[gnu::always_inline]] constexpr DayNumber iso_week1_monday(std::int64_t iso_year) noexcept {
   const DayNumber jan4 = days_from_civil(iso_year, 1, 4);
   return jan4 - (iso_weekday(jan4) - 1);
 }
 
-constexpr DayNumber days_from_iso_week(std::int64_t iso_year, std::int64_t week,
+[[gnu::always_inline]] constexpr DayNumber days_from_iso_week(std::int64_t iso_year, std::int64_t week,
                                        std::int64_t day) noexcept {
   return iso_week1_monday(iso_year) + 7 * (week - 1) + (day - 1);
 }
 
 // A week belongs to the ISO year that holds its Thursday.
-constexpr IsoWeekDate iso_week_from_days(DayNumber x) noexcept {
+[[gnu::always_inline]] constexpr IsoWeekDate iso_week_from_days(DayNumber x) noexcept {
   const int day = iso_weekday(x);
   const DayNumber thursday = x - day + 4;
   const std::int64_t year = civil_from_days(thursday).year;
@@ -179,7 +270,7 @@ constexpr int retail_second_month_week(int format) noexcept { return format == 5
 constexpr int retail_third_month_week(int format) noexcept { return format == 445 ? 8 : 9; }
 
 // Zero-based week offset of a retail month [1, 12] within its ISO year.
-constexpr int retail_week_offset(int format, int month) noexcept {
+[[gnu::always_inline]] constexpr int retail_week_offset(int format, int month) noexcept {
   const int quarter = (month - 1) / 3;  // [0, 3]
   const int place = (month - 1) % 3;    // [0, 2]
   const int within = place == 0 ? 0
@@ -189,7 +280,7 @@ constexpr int retail_week_offset(int format, int month) noexcept {
 }
 
 // Retail month [1, 12] of an ISO week [1, 53].
-constexpr int retail_month_of_week(int format, int week) noexcept {
+[[gnu::always_inline]] constexpr int retail_month_of_week(int format, int week) noexcept {
   const int k = (week > 52 ? 52 : week) - 1;  // [0, 51]
   const int quarter = k / 13;                 // [0, 3]
   const int within = k % 13;                  // [0, 12]
@@ -198,7 +289,7 @@ constexpr int retail_month_of_week(int format, int week) noexcept {
 }
 
 // The Monday that opens a retail month of an ISO year.
-constexpr DayNumber retail_month_start(int format, std::int64_t iso_year, int month) noexcept {
+[[gnu::always_inline]] constexpr DayNumber retail_month_start(int format, std::int64_t iso_year, int month) noexcept {
   return days_from_iso_week(iso_year, retail_week_offset(format, month) + 1, 1);
 }
 
@@ -208,7 +299,7 @@ static_assert(retail_month_of_week(544, 5) == 1 && retail_month_of_week(544, 6) 
 // ---------------------------------------------------------------------------
 // Indices of the calendar intervals, counted from January 1960.
 
-constexpr IndexNumber month_index(std::int64_t year, int month) noexcept {
+[[gnu::always_inline]] constexpr IndexNumber month_index(std::int64_t year, int month) noexcept {
   return (month - 1) + 12 * (year - 1960);
 }
 
@@ -262,28 +353,32 @@ struct Period {
   std::int64_t g;  // offset that moves the boundaries onto index 0
 };
 
-constexpr Period make_period(std::int64_t f, std::int64_t s) noexcept {
+[[gnu::always_inline]] constexpr Period make_period(std::int64_t f, std::int64_t s) noexcept {
   return {f, s == 0 ? 0 : f - s};
 }
 
 // Number of boundaries passed going from index i1 to index i2.
-constexpr std::int64_t period_count(Period p, IndexNumber i1, IndexNumber i2) noexcept {
+[[gnu::always_inline]] constexpr std::int64_t period_count(Period p, IndexNumber i1, IndexNumber i2) noexcept {
   if (p.f == 1) return i2 - i1;
   return floordiv(i2 + p.g, p.f) - floordiv(i1 + p.g, p.f);
 }
 
 // First index of the period n periods after the one that holds i.
-constexpr IndexNumber period_advance(Period p, IndexNumber i, std::int64_t n) noexcept {
+[[gnu::always_inline]] constexpr IndexNumber period_advance(Period p, IndexNumber i, std::int64_t n) noexcept {
   if (p.f == 1) return i + n;
   return p.f * (floordiv(i + p.g, p.f) + n) - p.g;
 }
 
 // Whether an advance of n periods of `period_days` days each stays within
 // the exact integers of a double.
+// For whole numbers, floor(limit / |n|) >= p exactly when |n| * p <= limit,
+// which needs no division.
 constexpr bool advance_within_limit(std::int64_t n, std::int64_t period_days) noexcept {
   if (n == 0) return true;
   const std::int64_t magnitude = n < 0 ? -n : n;
-  return kAdvanceOverflowLimit / magnitude >= period_days;
+  std::int64_t span = 0;
+  if (__builtin_mul_overflow(magnitude, period_days, &span)) return false;
+  return span <= kAdvanceOverflowLimit;
 }
 
 // ---------------------------------------------------------------------------
@@ -298,12 +393,12 @@ struct WorkWeek {
   std::int64_t nweekday;  // [1, 7]
 };
 
-constexpr bool is_weekend(const WorkWeek& ww, int weekday) noexcept {
+[[gnu::always_inline]] constexpr bool is_weekend(const WorkWeek& ww, int weekday) noexcept {
   return ((ww.weekend_mask >> weekday) & 1U) != 0;
 }
 
 // A day in a weekend stands for the working day before it.
-constexpr DayNumber walk_back_to_working_day(const WorkWeek& ww, DayNumber x) noexcept {
+[[gnu::always_inline]] constexpr DayNumber walk_back_to_working_day(const WorkWeek& ww, DayNumber x) noexcept {
   int w = weekday_sunday0(x);
   while (is_weekend(ww, w)) {
     --x;
@@ -312,12 +407,17 @@ constexpr DayNumber walk_back_to_working_day(const WorkWeek& ww, DayNumber x) no
   return x;
 }
 
-constexpr std::int64_t working_day_number(const WorkWeek& ww, DayNumber x) noexcept {
+[[gnu::always_inline]] constexpr std::int64_t working_day_number(const WorkWeek& ww, DayNumber x) noexcept {
   const std::int64_t block = floordiv(x, 7);
   const unsigned past = static_cast<unsigned>(floormod(x, 7));  // [0, 6] days after the block's Friday
   // Bit j of the rotated mask: weekend flag of the j-th day after Friday.
   const unsigned from_saturday = ((ww.weekend_mask >> 6) & 1U) | ((ww.weekend_mask & 0x3FU) << 1);
-  const unsigned weekend_days = static_cast<unsigned>(std::popcount(from_saturday & ((1U << past) - 1U)));
+  // Set bits of a 6-bit value, without a library call on CPUs that have no
+  // population-count instruction in the baseline instruction set.
+  unsigned v = from_saturday & ((1U << past) - 1U);
+  v = v - ((v >> 1) & 0x55U);
+  v = (v & 0x33U) + ((v >> 2) & 0x33U);
+  const unsigned weekend_days = (v + (v >> 4)) & 0x0FU;  // [0, 6]
   return ww.nweekday * block + (past - weekend_days);
 }
 
@@ -325,8 +425,8 @@ constexpr std::int64_t working_day_number(const WorkWeek& ww, DayNumber x) noexc
 // `backward`: whole weeks first, then single days that skip the weekend.
 constexpr DayNumber step_working_days(const WorkWeek& ww, DayNumber x, std::int64_t k,
                                       bool backward) noexcept {
-  const std::int64_t weeks = k / ww.nweekday;
-  std::int64_t rest = k % ww.nweekday;  // [0, nweekday - 1]
+  const std::int64_t weeks = floordiv(k, ww.nweekday);
+  std::int64_t rest = floormod(k, ww.nweekday);  // [0, nweekday - 1]
   x += backward ? -7 * weeks : 7 * weeks;
   int w = weekday_sunday0(x);
   while (rest > 0) {
