@@ -1,0 +1,219 @@
+// The calendar command of the host program, run as a user runs it: single
+// queries on the command line, a stream of queries on standard input, the
+// messages and exit statuses of bad input, and a cross-check of streamed
+// answers against the module's routines called in this process.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "intervals/interval.h"
+#include "primitives/primitives.h"
+#include "support/calendar_oracle.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct CliRun {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+std::string slurp(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+// Runs `esforecast calendar ARGS` with `input` on standard input.
+CliRun calendar(const std::string& args, const std::string& input = "") {
+  static int serial = 0;
+  const fs::path dir = fs::temp_directory_path() / ("esf_calendar_cli_" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  const std::string stem = std::to_string(++serial);
+  const fs::path in = dir / (stem + ".in");
+  const fs::path out = dir / (stem + ".out");
+  const fs::path err = dir / (stem + ".err");
+  std::ofstream(in, std::ios::binary) << input;
+  const std::string command = std::string("'") + ESF_CLI + "' calendar " + args + " < '" + in.string() + "' > '" +
+                              out.string() + "' 2> '" + err.string() + "'";
+  const int raw = std::system(command.c_str());
+  CliRun r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+  fs::remove(in);
+  fs::remove(out);
+  fs::remove(err);
+  return r;
+}
+
+std::vector<std::string> lines(const std::string& text) {
+  std::vector<std::string> v;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) v.push_back(line);
+  return v;
+}
+
+// ---- Single queries ---------------------------------------------------------------
+
+TEST(CalendarCli, SingleQueries) {
+  const struct {
+    const char* args;
+    const char* answer;
+  } cases[] = {
+      {"count MONTH 2001-01-31 2001-02-01", "1"},
+      {"count QTR 2001-01-01 2001-03-31", "0"},
+      {"count WEEKDAY 2001-03-02 2001-03-05", "1"},
+      {"count DTHOUR 2001-01-01T10:59:59 2001-01-01T11:00:00", "1"},
+      {"count DAY 14976 14977", "1"},  // raw date values
+      {"count OBS3 2 3", "1"},
+      {"count MONTH . 2001-02-01", "."},
+      {"count DAY 1582-01-01 20000-12-26", "6727396"},
+      {"advance MONTH 2001-03-15 1", "2001-04-01"},
+      {"advance MONTH 2001-03-15 -1", "2001-02-01"},
+      {"advance QTR 2001-01-15 1 S", "2001-04-15"},
+      {"advance MONTH 2001-01-31 1 same", "2001-02-28"},
+      {"advance MONTH 2001-02-15 0 E", "2001-02-28"},
+      {"advance MONTH 2001-02-15 0 middle", "2001-02-14"},
+      {"advance WEEKDAY 2001-03-03 0", "2001-03-02"},
+      {"advance YEARV 2005-01-01 1", "2005-01-03"},
+      {"advance DTMONTH 2001-01-31T10:15:00 1 S", "2001-02-28T10:15:00"},
+      {"advance DTHOUR 2001-01-01T10:30:00.25 1 S", "2001-01-01T11:30:00.25"},
+      {"advance DTDAY 2001-01-01 0 E", "2001-01-01T23:59:59"},
+      {"advance OBS3 7 1", "9"},
+      {"advance NONE 7.5 2", "9"},
+      {"advance DAY 20000-12-26 0", "20000-12-26"},
+      {"advance DAY 20000-12-26 1", "."},
+      {"--raw advance MONTH 2001-03-15 1", "15066"},
+      {"advance MONTH 2001-03-15 1 --raw", "15066"},
+  };
+  for (const auto& c : cases) {
+    const CliRun r = calendar(c.args);
+    EXPECT_EQ(r.status, 0) << c.args << "\n" << r.err;
+    EXPECT_EQ(r.out, std::string(c.answer) + "\n") << c.args;
+  }
+}
+
+TEST(CalendarCli, ParseAndFormat) {
+  CliRun r = calendar("parse Weekday17w2.2");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "text=WEEKDAY2.2 intcode=27 units=d intper=2 shiftper=1 nweekday=5 weekend=17 token=Weekday17w2.2\n");
+  r = calendar("parse DTMONTH3.2");
+  EXPECT_EQ(r.out, "text=DTMONTH3.2 intcode=45 units=s intper=3 shiftper=1 nweekday=0 weekend=- token=DTMONTH3.2\n");
+  r = calendar("format QTR");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.rfind("format=YYQC width=6 short_width=4", 0), 0u) << r.out;
+  r = calendar("format DTMONTH");
+  EXPECT_EQ(r.out.rfind("format=DTMONYY width=7 short_width=5", 0), 0u) << r.out;
+}
+
+// ---- Bad input ----------------------------------------------------------------------------
+
+TEST(CalendarCli, BadInputNamesTheFieldAndFails) {
+  const struct {
+    const char* args;
+    const char* message;  // part of the message on standard error
+  } cases[] = {
+      {"count MONTH 2001-13-01 2001-02-01", "field 3 (X1): '2001-13-01' is not a date"},
+      {"count MONTH 2001-02-01 2001-02-30", "field 4 (X2): '2001-02-30'"},
+      {"count MONTHX 2001-01-01 2001-02-01", "field 2 (INTERVAL): 'MONTHX': not a known interval name (result 103)"},
+      {"count MONTH.2 2001-01-01 2001-02-01", "(result 2)"},
+      {"count MONTH 2001-01-01", "count takes INTERVAL X1 X2"},
+      {"advance MONTH 2001-01-01 one", "field 4 (N): 'one' is not a number"},
+      {"advance MONTH 2001-01-01 1 Q", "field 5 (ALIGN): 'Q' is not an alignment"},
+      {"advance OBS 2001-01-01 1", "is a date, but this interval counts plain numbers"},
+      {"subtract MONTH 1 2", "'subtract' is not an operation"},
+      {"parse MONTH0", "the multiplier is 0"},
+      {"parse WEEKDAY1234567W", "syntax error"},
+      {"parse ABCDEFGHIJKLMNOPQRSTUVW", "1 to 21 characters"},
+  };
+  for (const auto& c : cases) {
+    const CliRun r = calendar(c.args);
+    EXPECT_NE(r.status, 0) << c.args;
+    EXPECT_EQ(r.out, "") << c.args;
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << c.args << "\n" << r.err;
+    EXPECT_NE(r.err.find("command line"), std::string::npos) << c.args;
+  }
+}
+
+// ---- Streams ------------------------------------------------------------------------------
+
+TEST(CalendarCli, StreamAnswersLineByLineAndGoesOnAfterErrors) {
+  const CliRun r = calendar("",
+                         "count DAY 2001-01-01 2001-12-31\n"
+                         "advance WEEKDAY 2001-03-03 1\n"
+                         "bogus MONTH 1 2\n"
+                         "\n"
+                         "# a comment line\n"
+                         "advance YEAR 2000-02-29 1 S\r\n"
+                         "count MONTH 2001-01-01 2001-99-01\n"
+                         "advance MONTH . 1 E\n");
+  EXPECT_NE(r.status, 0) << "a stream with bad lines ends with a failure status";
+  const std::vector<std::string> answers = lines(r.out);
+  ASSERT_EQ(answers.size(), 8u) << r.out;
+  EXPECT_EQ(answers[0], "364");
+  EXPECT_EQ(answers[1], "2001-03-05");
+  EXPECT_EQ(answers[2].rfind("error: line 3, field 1 (OPERATION)", 0), 0u) << answers[2];
+  EXPECT_EQ(answers[3], "");
+  EXPECT_EQ(answers[4], "");
+  EXPECT_EQ(answers[5], "2001-02-28");
+  EXPECT_EQ(answers[6].rfind("error: line 7, field 4 (X2)", 0), 0u) << answers[6];
+  EXPECT_EQ(answers[7], ".");
+  EXPECT_NE(r.err.find("2 lines of standard input could not be answered"), std::string::npos) << r.err;
+}
+
+TEST(CalendarCli, CleanStreamSucceeds) {
+  const CliRun r = calendar("--raw", "advance MONTH 2001-03-15 1\ncount MONTH 2001-01-31 2001-02-01\n");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "15066\n1\n");
+}
+
+// Streamed answers equal the module's routines called here, for random
+// queries over the whole date range.
+TEST(CalendarCli, StreamAgreesWithTheModule) {
+  const char* names[] = {"DAY", "WEEK", "WEEKDAY", "MONTH", "QTR.2", "YEAR", "YEARV", "R445MON", "TENDAY", "MONTH3.2"};
+  const char* aligns[] = {"B", "M", "E", "S"};
+  oracle::Dates dates(42);
+  std::mt19937 pick(7);
+  std::string input;
+  std::vector<std::string> expected;
+  for (int i = 0; i < 3000; ++i) {
+    const char* name = names[pick() % 10];
+    INTERVAL iv = oracle::interval(name);
+    const long x1 = dates.any();
+    if (i % 2 == 0) {
+      const long x2 = dates.any();
+      input += std::string("count ") + name + " " + oracle::date_text(x1) + " " + oracle::date_text(x2) + "\n";
+      const double c = zintck2(&iv, x1, x2);
+      expected.push_back(std::to_string(static_cast<long long>(c)));
+    } else {
+      const int n = static_cast<int>(pick() % 81) - 40;
+      tchar align[2] = {aligns[pick() % 4][0], '\0'};
+      input += std::string("advance ") + name + " " + oracle::date_text(x1) + " " + std::to_string(n) + " " +
+               align + "\n";
+      const double r = zintnx3(&iv, x1, n, align, nullptr);
+      expected.push_back(esf::is_missing(r) ? "." : oracle::date_text(static_cast<long>(r)));
+    }
+  }
+  const CliRun r = calendar("", input);
+  EXPECT_EQ(r.status, 0) << r.err;
+  const std::vector<std::string> answers = lines(r.out);
+  ASSERT_EQ(answers.size(), expected.size());
+  const std::vector<std::string> queries = lines(input);
+  for (std::size_t i = 0; i < answers.size(); ++i) {
+    ASSERT_EQ(answers[i], expected[i]) << queries[i];
+  }
+}
+
+}  // namespace
