@@ -4,7 +4,9 @@
 // the two methods through the host's lists.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -169,6 +171,55 @@ TEST_F(Es2Kernel, VarianceAtALeadIsTheSumOfSquaredPsiWeights) {
       }
     }
   }
+}
+
+TEST_F(Es2Kernel, SideBySidePassesMatchOneAtATime) {
+  // The grid's side-by-side passes give every pair the bits of zes2smo,
+  // including the pairs whose guards trip.
+  std::vector<double> x = example_series("AirPassengers.csv");
+  std::vector<char> mis(x.size(), 0);
+  for (std::size_t t = 5; t < x.size(); t += 17) {
+    x[t] = kMiss;
+    mis[t] = 1;
+  }
+  const long n = static_cast<long>(x.size());
+  int seen[2] = {0, 0};  // passes that succeed, passes whose guard trips
+  std::vector<double> w;
+  for (double a : {0.01, 0.1, 0.5, 0.9, 0.999, 1.9, 30.0}) {
+    for (double g : {0.001, 0.2, 0.9, 3.9, 80.0}) {
+      w.push_back(a);
+      w.push_back(g);
+    }
+  }
+  const int count = 32;
+  for (double xscale : {1e9, 700.0, 450.0}) {
+    for (int from = 0; from + count <= static_cast<int>(w.size() / 2); from += 3) {
+      int rc[count];
+      double mse[count];
+      es2::smooth_many(x.data(), mis.data(), xscale, n, &w[2 * from], count, 430.0, -2.5, rc, mse);
+      for (int j = 0; j < count; ++j) {
+        double l = 430.0, b = -2.5, want = 0;
+        const int want_rc = zes2smo(x.data(), mis.data(), xscale, n, w[2 * (from + j)],
+                                    w[2 * (from + j) + 1], &l, &b, &want, nullptr, nullptr);
+        ++seen[want_rc == 0 ? 0 : 1];
+        ++seen[want_rc == 0 ? 0 : 1];
+      ASSERT_EQ(rc[j], want_rc) << xscale << " " << w[2 * (from + j)] << " " << w[2 * (from + j) + 1];
+        if (want_rc == 0) {
+          EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[j]), std::bit_cast<std::uint64_t>(want));
+        }
+      }
+    }
+  }
+  int rc[1];
+  double mse[1];
+  const double one[2] = {0.3, 0.1};
+  es2::smooth_many(x.data(), mis.data(), 1e9, 0, one, 1, 0.0, 0.0, rc, mse);
+  EXPECT_EQ(rc[0], -2);
+  std::vector<char> none(x.size(), 1);
+  es2::smooth_many(x.data(), none.data(), 1e9, n, one, 1, 0.0, 0.0, rc, mse);
+  EXPECT_EQ(rc[0], -2);
+  EXPECT_GT(seen[0], 0);
+  EXPECT_GT(seen[1], 0);
 }
 
 // The gradient of the mean squared error by the weights, through the

@@ -6,7 +6,9 @@
 
 #include <unistd.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -173,6 +175,49 @@ TEST_F(Es3Kernel, PsiWeightsAreTheImpulseResponseOfTheForecasts) {
       EXPECT_NEAR(moved[8 * (n + k - 1) + 1] - base[8 * (n + k - 1) + 1], psi[k], 1e-8) << k;
     }
   }
+}
+
+TEST_F(Es3Kernel, SideBySidePassesMatchOneAtATime) {
+  // The grid's side-by-side passes give every triple the bits of zes3smo,
+  // including the triples whose guards trip.
+  std::vector<double> x = example_series("USAccDeaths.csv");
+  std::vector<char> mis(x.size(), 0);
+  for (std::size_t t = 2; t < x.size(); t += 13) {
+    x[t] = kMiss;
+    mis[t] = 1;
+  }
+  const long n = static_cast<long>(x.size());
+  int seen[2] = {0, 0};  // passes that succeed, passes whose guard trips
+  std::vector<double> w;
+  for (double a : {0.05, 0.5, 0.99, 1.9, 25.0}) {
+    for (double g : {0.01, 0.4, 2.5}) {
+      for (double phi : {0.0, 0.8, 0.98, 1.0, 1.6}) {
+        w.insert(w.end(), {a, g, phi});
+      }
+    }
+  }
+  const int count = 32;
+  for (double xscale : {1e9, 1100.0, 900.0}) {
+    for (int from = 0; from + count <= static_cast<int>(w.size() / 3); from += 7) {
+      int rc[count];
+      double mse[count];
+      es3::smooth_many(x.data(), mis.data(), xscale, n, &w[3 * from], count, 9000.0, 8.0, rc, mse);
+      for (int j = 0; j < count; ++j) {
+        const double* v = &w[3 * (from + j)];
+        double l = 9000.0, b = 8.0, want = 0;
+        const int want_rc =
+            zes3smo(x.data(), mis.data(), xscale, n, v[0], v[1], v[2], &l, &b, &want, nullptr, nullptr);
+        ++seen[want_rc == 0 ? 0 : 1];
+        ++seen[want_rc == 0 ? 0 : 1];
+      ASSERT_EQ(rc[j], want_rc) << xscale << " " << v[0] << " " << v[1] << " " << v[2];
+        if (want_rc == 0) {
+          EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[j]), std::bit_cast<std::uint64_t>(want));
+        }
+      }
+    }
+  }
+  EXPECT_GT(seen[0], 0);
+  EXPECT_GT(seen[1], 0);
 }
 
 void analytic_gradient(const std::vector<double>& x, const Weights& w, double l, double b,

@@ -6,7 +6,9 @@
 
 #include <unistd.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -122,6 +124,38 @@ TEST_F(EsdKernel, PsiWeightsAreTheImpulseResponseOfTheForecasts) {
   for (long k = 1; k <= lead; ++k) {
     EXPECT_NEAR(moved[8 * (n + k - 1) + 1] - base[8 * (n + k - 1) + 1], psi[k] * d, 1e-9) << k;
   }
+}
+
+TEST_F(EsdKernel, SideBySidePassesMatchOneAtATime) {
+  // The grid's side-by-side passes give every weight the bits of zesdsmo,
+  // including the weights whose guards trip.
+  std::vector<double> x = example_series("UKgas.csv");
+  std::vector<char> mis(x.size(), 0);
+  for (std::size_t t = 3; t < x.size(); t += 11) {
+    x[t] = kMiss;
+    mis[t] = 1;
+  }
+  const long n = static_cast<long>(x.size());
+  int seen[2] = {0, 0};  // passes that succeed, passes whose guard trips
+  std::vector<double> w = {0.001, 0.01, 0.05, 0.1, 0.15, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7,
+                           0.8,   0.9,  0.99, 1.5, 1.99, 2.5, 5.0, 40.0, -0.3, 1e-170, 0.0};
+  const int count = static_cast<int>(w.size());
+  for (double xscale : {1e9, 1400.0, 900.0}) {
+    std::vector<int> rc(count);
+    std::vector<double> mse(count);
+    esd::smooth_many(x.data(), mis.data(), xscale, n, w.data(), count, 780.0, -6.0, rc.data(), mse.data());
+    for (int j = 0; j < count; ++j) {
+      double l = 780.0, b = -6.0, want = 0;
+      const int want_rc = zesdsmo(x.data(), mis.data(), xscale, n, w[j], &l, &b, &want, nullptr, nullptr);
+      ++seen[want_rc == 0 ? 0 : 1];
+      ASSERT_EQ(rc[j], want_rc) << xscale << " " << w[j];
+      if (want_rc == 0) {
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[j]), std::bit_cast<std::uint64_t>(want));
+      }
+    }
+  }
+  EXPECT_GT(seen[0], 0);
+  EXPECT_GT(seen[1], 0);
 }
 
 void analytic_gradient(const std::vector<double>& x, double w, double l, double b, double* grad) {

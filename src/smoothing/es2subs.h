@@ -111,5 +111,13 @@ inline int point_derivative(double x, double wlevel, double wtrend, double lleve
   return kOk;
 }
 
+// zes2smo for `count` weight pairs at once (count <= 32, w holding wlevel,
+// wtrend for each), all from the same start state, without the smoothed and
+// row outputs: rc[j] and mse[j] are what zes2smo gives for pair j. The pairs
+// run side by side through one loop over the series, so that the grid of the
+// estimation frame costs one pass instead of twenty.
+void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
+                 int count, double level, double trend, int* rc, double* mse);
+
 }  // namespace es2
 #endif

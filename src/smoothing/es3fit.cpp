@@ -6,6 +6,7 @@
 #include "smoothing/es3subs.h"
 #include "smoothing/frame.h"
 #include "smoothing/frame_out.h"
+#include "smoothing/trend_kernel.h"
 #include "smoothing/step3.h"
 
 namespace {
@@ -55,6 +56,19 @@ struct DampedFamily {
     model->smooth = model->svi;
     return zes3smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
                    w[2], &model->smooth.level, &model->smooth.trend, mse, nullptr, nullptr);
+  }
+
+  // The eligible candidates side by side in one backward and forward pass.
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
+                           const bool* eligible, int* rc, double* mse) {
+    model->smooth = model->svi;
+    trend::evaluate_eligible<3>(w, eligible, kGridRows, rc, mse,
+                                [&](const double* lanes, int count, int* lane_rc, double* lane_mse) {
+                                  es3::smooth_many(fitcon->x, fitcon->misflg,
+                                                  model->ts.descstats.norm, fitcon->n, lanes,
+                                                  count, model->svi.level, model->svi.trend,
+                                                  lane_rc, lane_mse);
+                                });
   }
 
   static int pass_begin(WINMODEL* model, FITCON*, const double*) {

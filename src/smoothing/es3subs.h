@@ -121,5 +121,11 @@ inline int point_derivative(double x, double wlevel, double wtrend, double wdamp
   return kOk;
 }
 
+// zes3smo for `count` weight triples at once (count <= 32, w holding wlevel,
+// wtrend, wdamp for each), all from the same start state, without the
+// smoothed and row outputs: rc[j] and mse[j] are what zes3smo gives.
+void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
+                 int count, double level, double trend, int* rc, double* mse);
+
 }  // namespace es3
 #endif

@@ -93,5 +93,11 @@ inline int point_derivative(double x, double w, double llevel, double clevel, do
   return kOk;
 }
 
+// zesdsmo for `count` weights at once (count <= 32), all from the same start
+// state, without the smoothed and row outputs: rc[j] and mse[j] are what
+// zesdsmo gives for w[j].
+void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
+                 int count, double level, double trend, int* rc, double* mse);
+
 }  // namespace esd
 #endif

@@ -3,6 +3,8 @@
 // the backward pass.
 #pragma once
 
+#include <algorithm>
+
 #include "primitives/primitives.h"
 #include "regression/regression.h"
 #include "smoothing/frame_limits.h"
@@ -55,6 +57,50 @@ inline int trended_start(double* x, char* misflg, long n, int stflg,
   *level = x[t];
   if (!missing(*trend)) *trend = -*trend;
   return rc;
+}
+
+// Largest number of weight sets the side-by-side passes take at once.
+inline constexpr int kManyWeights = 32;
+
+// Runs the eligible rows of `rows` candidate weight sets (p weights each)
+// through `many`, a side-by-side whole-series routine called as
+// many(weights, count, rc, mse), and scatters its answers back by row. An
+// ineligible row gets rc 0 and a missing mse, and is not evaluated.
+template <int P, class Many>
+void evaluate_eligible(const double* w, const bool* eligible, int rows, int* rc, double* mse,
+                       Many many) {
+  double lane_w[kManyWeights * P];
+  int row_of[kManyWeights];
+  int count = 0;
+  for (int k = 0; k < rows && count < kManyWeights; ++k) {
+    rc[k] = kOk;
+    mse[k] = kMissing;
+    if (!eligible[k]) continue;
+    for (int i = 0; i < P; ++i) lane_w[count * P + i] = w[k * P + i];
+    row_of[count++] = k;
+  }
+  int lane_rc[kManyWeights];
+  double lane_mse[kManyWeights];
+  many(lane_w, count, lane_rc, lane_mse);
+  for (int j = 0; j < count; ++j) {
+    rc[row_of[j]] = lane_rc[j];
+    mse[row_of[j]] = lane_mse[j];
+  }
+}
+
+// The end of a side-by-side pass for one weight set: -9 when one of its
+// guards tripped (the largest guarded values passed their limits), -2 without
+// a usable observation, else 0 with the mean squared error.
+inline int finish_many(double peak_state, double peak_pred, double upper, double peak_e,
+                       double peak_sse, double sse, long nobs, double* mse) noexcept {
+  *mse = kMissing;
+  if (peak_state > kStateLimit || peak_pred > upper || peak_e > kErrorLimit ||
+      peak_sse > kSseLimit) {
+    return kOverflow;
+  }
+  if (nobs < 1) return kTooFew;
+  *mse = sse / static_cast<double>(nobs);
+  return kOk;
 }
 
 }  // namespace trend
