@@ -1,5 +1,6 @@
 // The print service: the host's own format directives, the current print
 // line, the page, the message catalogue, status reports and debug output.
+#include <algorithm>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -44,7 +45,10 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
     }
     const char* start = p++;
     std::string flags;
-    while (*p == '-' || *p == '0' || *p == '+' || *p == ' ') flags.push_back(*p++);
+    while (*p == '-' || *p == '0' || *p == '+' || *p == ' ') {
+      if (flags.size() < 4) flags.push_back(*p);  // repeated flags add nothing
+      ++p;
+    }
     bool star = false;
     int width = -1;
     if (*p == '*') {
@@ -52,13 +56,13 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
       ++p;
     } else if (*p >= '0' && *p <= '9') {
       width = 0;
-      while (*p >= '0' && *p <= '9') width = width * 10 + (*p++ - '0');
+      while (*p >= '0' && *p <= '9') width = std::min(width * 10 + (*p++ - '0'), 400);
     }
     int precision = -1;
     if (*p == '.') {
       ++p;
       precision = 0;
-      while (*p >= '0' && *p <= '9') precision = precision * 10 + (*p++ - '0');
+      while (*p >= '0' && *p <= '9') precision = std::min(precision * 10 + (*p++ - '0'), 400);
       if (precision >= 90) precision -= 90;
     }
     bool is_long = false;
@@ -66,10 +70,13 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
       is_long = true;
       ++p;
     }
+    // The C conversion specification of this directive.
     char spec[64];
     auto c_spec = [&](char conv, const char* length) {
-      std::snprintf(spec, sizeof spec, "%%%s%s%s%s%c", flags.c_str(), width >= 0 ? std::to_string(width).c_str() : "",
-                    precision >= 0 ? ("." + std::to_string(precision)).c_str() : "", length, conv);
+      int n = std::snprintf(spec, sizeof spec, "%%%s", flags.c_str());
+      if (width >= 0) n += std::snprintf(spec + n, sizeof spec - static_cast<std::size_t>(n), "%d", width);
+      if (precision >= 0) n += std::snprintf(spec + n, sizeof spec - static_cast<std::size_t>(n), ".%d", precision);
+      std::snprintf(spec + n, sizeof spec - static_cast<std::size_t>(n), "%s%c", length, conv);
     };
     char buf[512];
     switch (*p) {
