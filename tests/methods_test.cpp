@@ -322,6 +322,18 @@ TEST_F(MethodsTest, FitWithFixedWeight) {
               1e-9 * smooth(kAir, 0.3).mse);
 }
 
+TEST_F(MethodsTest, FitWithAsManyObservationsAsWeightsHasNoStandardErrors) {
+  // The fit range holds one usable observation for one weight.
+  CallLists l({kNaN, 3.0, 4.0, 5.0});
+  set_number(l.fit_range, "NOBS", 2);
+  ASSERT_EQ(fit(l), 0);
+  List est = find_list(l.model, "ESTIMATES");
+  ASSERT_EQ(items(find_list(est, "STDERRS")).size(), 1u);
+  EXPECT_TRUE(esf::is_missing(numbers_of(find_list(est, "STDERRS"))[0]));
+  EXPECT_TRUE(esf::is_missing(numbers_of(find_list(est, "TVALS"))[0]));
+  EXPECT_FALSE(esf::is_missing(numbers_of(find_list(est, "VALUES"))[0]));
+}
+
 TEST_F(MethodsTest, RepeatedFitAppends) {
   CallLists l(kAir);
   ASSERT_EQ(fit(l), 0);
