@@ -19,6 +19,7 @@
 #include "smoothing/es2subs.h"
 #include "support/method_session.h"
 #include "support/smooth_model.h"
+#include "support/trend_session.h"
 
 namespace {
 
@@ -175,7 +176,7 @@ TEST_F(Es2Kernel, VarianceAtALeadIsTheSumOfSquaredPsiWeights) {
 
 TEST_F(Es2Kernel, SideBySidePassesMatchOneAtATime) {
   // The grid's side-by-side passes give every pair the bits of zes2smo,
-  // including the pairs whose guards trip.
+  // including the pairs whose guards trip (wild weights, small xscale).
   std::vector<double> x = example_series("AirPassengers.csv");
   std::vector<char> mis(x.size(), 0);
   for (std::size_t t = 5; t < x.size(); t += 17) {
@@ -183,32 +184,22 @@ TEST_F(Es2Kernel, SideBySidePassesMatchOneAtATime) {
     mis[t] = 1;
   }
   const long n = static_cast<long>(x.size());
-  int seen[2] = {0, 0};  // passes that succeed, passes whose guard trips
   std::vector<double> w;
   for (double a : {0.01, 0.1, 0.5, 0.9, 0.999, 1.9, 30.0}) {
-    for (double g : {0.001, 0.2, 0.9, 3.9, 80.0}) {
-      w.push_back(a);
-      w.push_back(g);
-    }
+    for (double g : {0.001, 0.2, 0.9, 3.9, 80.0}) w.insert(w.end(), {a, g});
   }
-  const int count = 32;
   for (double xscale : {1e9, 700.0, 450.0}) {
-    for (int from = 0; from + count <= static_cast<int>(w.size() / 2); from += 3) {
-      int rc[count];
-      double mse[count];
-      es2::smooth_many(x.data(), mis.data(), xscale, n, &w[2 * from], count, 430.0, -2.5, rc, mse);
-      for (int j = 0; j < count; ++j) {
-        double l = 430.0, b = -2.5, want = 0;
-        const int want_rc = zes2smo(x.data(), mis.data(), xscale, n, w[2 * (from + j)],
-                                    w[2 * (from + j) + 1], &l, &b, &want, nullptr, nullptr);
-        ++seen[want_rc == 0 ? 0 : 1];
-        ++seen[want_rc == 0 ? 0 : 1];
-      ASSERT_EQ(rc[j], want_rc) << xscale << " " << w[2 * (from + j)] << " " << w[2 * (from + j) + 1];
-        if (want_rc == 0) {
-          EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[j]), std::bit_cast<std::uint64_t>(want));
-        }
-      }
-    }
+    const auto [ok, failed] = trend_test::compare_side_by_side(
+        w, 2,
+        [&](const double* v, double* mse) {
+          double l = 430.0, b = -2.5;
+          return zes2smo(x.data(), mis.data(), xscale, n, v[0], v[1], &l, &b, mse, nullptr, nullptr);
+        },
+        [&](const double* v, int count, int* rc, double* mse) {
+          es2::smooth_many(x.data(), mis.data(), xscale, n, v, count, 430.0, -2.5, rc, mse);
+        });
+    EXPECT_GT(ok, 0);
+    EXPECT_GT(failed, 0);
   }
   int rc[1];
   double mse[1];
@@ -218,8 +209,6 @@ TEST_F(Es2Kernel, SideBySidePassesMatchOneAtATime) {
   std::vector<char> none(x.size(), 1);
   es2::smooth_many(x.data(), none.data(), 1e9, n, one, 1, 0.0, 0.0, rc, mse);
   EXPECT_EQ(rc[0], -2);
-  EXPECT_GT(seen[0], 0);
-  EXPECT_GT(seen[1], 0);
 }
 
 // The gradient of the mean squared error by the weights, through the
@@ -271,20 +260,6 @@ TEST_F(Es2Kernel, AnalyticDerivativesAgreeWithNumericOnes) {
       for (int i = 0; i < 2; ++i) EXPECT_NEAR(num[i], grad[i], 1e-6 * std::fabs(grad[i])) << i;
     }
   }
-}
-
-TEST_F(Es2Kernel, NumericDerivativeFailures) {
-  std::vector<double> x = {1, 2, 3, 5, 8};
-  std::vector<char> mis(5, 0);
-  double pder[2];
-  double tiny_step[2] = {1e-6, 0.0};
-  // The second weight decides the result; the first still gets its value.
-  EXPECT_EQ(zes2npd(x.data(), mis.data(), 100, 5, 0.3, 0.2, 8, -1, tiny_step, 0, pder), -92);
-  EXPECT_FALSE(is_miss(pder[0]));
-  EXPECT_TRUE(is_miss(pder[1]));
-  double swapped[2] = {0.0, 1e-6};
-  EXPECT_EQ(zes2npd(x.data(), mis.data(), 100, 5, 0.3, 0.2, 8, -1, swapped, 0, pder), 0);
-  EXPECT_TRUE(is_miss(pder[0]));
 }
 
 TEST_F(Es2Kernel, StabilityRegion) {
@@ -397,15 +372,6 @@ TEST_F(Es2Kernel, Guards) {
   EXPECT_EQ(zes2smo(x.data(), mis.data(), 10, 2, 1e153, 0.5, &l, &b, &mse, nullptr, nullptr), -9);
   std::vector<char> all = {1, 1};
   EXPECT_EQ(zes2smo(x.data(), all.data(), 10, 2, 0.5, 0.5, &l, &b, &mse, nullptr, nullptr), -2);
-}
-
-TEST_F(Es2Kernel, StandardErrors) {
-  double diag[2] = {-0.02, 0.5}, parms[2] = {0.3, 0.1}, se[2], tv[2];
-  zes2std(diag, 4.0, 2, parms, se, tv);
-  EXPECT_TRUE(is_miss(se[0]) && is_miss(se[1]) && is_miss(tv[0]) && is_miss(tv[1]));
-  zes2std(diag, 4.0, 3, parms, se, tv);
-  EXPECT_DOUBLE_EQ(se[0], std::sqrt(0.08));
-  EXPECT_DOUBLE_EQ(tv[1], 0.1 / std::sqrt(2.0));
 }
 
 // ---- Estimation -------------------------------------------------------------
@@ -525,41 +491,18 @@ TEST_F(Es2Forecast, TableHasLevelAndTrendAndLinearForecasts) {
 // ---- Methods ------------------------------------------------------------------
 
 TEST(Es2Methods, AFitFeedsAForecastThroughTheLists) {
-  method_test::connect_module();
-  const fs::path dir = fs::temp_directory_path() / ("es2_methods_" + std::to_string(::getpid()));
-  fs::create_directories(dir);
-  esf::host::assign_libref("ES2M", dir);
-  method_test::CallLists l(example_series("AirPassengers.csv"));
-  const std::size_t outstanding = esf::host::pool_outstanding();
-  {
-    esf::host::MethodCall call;
-    call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
-    EXPECT_EQ(mes2fit(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(7), 0.0);
-  }
-  List parmvals = esf::host::find_list(l.model, "PARMVALS");
-  List weights = esf::host::find_list(parmvals, "SMOOTHING_WEIGHTS");
-  ASSERT_NE(weights, nullptr);
-  EXPECT_TRUE(esf::host::find_number(weights, "LEVEL").has_value());
-  EXPECT_TRUE(esf::host::find_number(weights, "TREND").has_value());
-  List estimates = esf::host::find_list(l.model, "ESTIMATES");
-  EXPECT_EQ(esf::host::find_number(estimates, "NPARMS"), 2.0);
-  List state = esf::host::find_list(estimates, "SMOOTHED_STATE");
-  EXPECT_TRUE(esf::host::find_number(state, "TREND").has_value());
-  List startvals = esf::host::find_list(l.spec, "STARTVALS");
-  EXPECT_TRUE(esf::host::find_number(startvals, "TREND").has_value());
-  {
-    esf::host::MethodCall call;
-    call.list(l.series).list(l.model).list(l.eval_range).text("ES2M.FC").number(0.05).number(6).number(0);
-    EXPECT_EQ(mes2for(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(8), 0.0);
-  }
-  const smooth_test::Table t = smooth_test::read_table(dir / "fc.csv");
-  EXPECT_EQ(t.rows.size(), 144u + 6u);
-  EXPECT_EQ(t.column("TREND"), 8);
-  EXPECT_TRUE(esf::host::find_number(estimates, "EVAL_VARIANCE").has_value());
-  EXPECT_EQ(esf::host::pool_outstanding(), outstanding);
-  fs::remove_all(dir);
+  const trend_test::MethodRun run = trend_test::run_methods(
+      mes2fit, mes2for, example_series("AirPassengers.csv"), "MONTH", method_test::date(1949, 1, 1), 0.05, 6);
+  EXPECT_EQ(run.fit_rc, 0.0);
+  EXPECT_EQ(run.forecast_rc, 0.0);
+  EXPECT_EQ(run.weight_names, (std::vector<std::string>{"LEVEL", "TREND"}));
+  EXPECT_EQ(run.labels, (std::vector<std::string>{"LEVEL Smoothing Weight", "TREND Smoothing Weight"}));
+  EXPECT_EQ(run.nparms, 2.0);
+  EXPECT_TRUE(run.trend_in_state);
+  EXPECT_TRUE(run.eval_variance);
+  EXPECT_TRUE(run.pool_balanced);
+  EXPECT_EQ(run.table.rows.size(), 144u + 6u);
+  EXPECT_EQ(run.table.column("TREND"), 8);
 }
 
 }  // namespace

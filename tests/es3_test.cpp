@@ -20,6 +20,7 @@
 #include "smoothing/es3subs.h"
 #include "support/method_session.h"
 #include "support/smooth_model.h"
+#include "support/trend_session.h"
 
 namespace {
 
@@ -187,37 +188,26 @@ TEST_F(Es3Kernel, SideBySidePassesMatchOneAtATime) {
     mis[t] = 1;
   }
   const long n = static_cast<long>(x.size());
-  int seen[2] = {0, 0};  // passes that succeed, passes whose guard trips
   std::vector<double> w;
   for (double a : {0.05, 0.5, 0.99, 1.9, 25.0}) {
     for (double g : {0.01, 0.4, 2.5}) {
-      for (double phi : {0.0, 0.8, 0.98, 1.0, 1.6}) {
-        w.insert(w.end(), {a, g, phi});
-      }
+      for (double phi : {0.0, 0.8, 0.98, 1.0, 1.6}) w.insert(w.end(), {a, g, phi});
     }
   }
-  const int count = 32;
   for (double xscale : {1e9, 1100.0, 900.0}) {
-    for (int from = 0; from + count <= static_cast<int>(w.size() / 3); from += 7) {
-      int rc[count];
-      double mse[count];
-      es3::smooth_many(x.data(), mis.data(), xscale, n, &w[3 * from], count, 9000.0, 8.0, rc, mse);
-      for (int j = 0; j < count; ++j) {
-        const double* v = &w[3 * (from + j)];
-        double l = 9000.0, b = 8.0, want = 0;
-        const int want_rc =
-            zes3smo(x.data(), mis.data(), xscale, n, v[0], v[1], v[2], &l, &b, &want, nullptr, nullptr);
-        ++seen[want_rc == 0 ? 0 : 1];
-        ++seen[want_rc == 0 ? 0 : 1];
-      ASSERT_EQ(rc[j], want_rc) << xscale << " " << v[0] << " " << v[1] << " " << v[2];
-        if (want_rc == 0) {
-          EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[j]), std::bit_cast<std::uint64_t>(want));
-        }
-      }
-    }
+    const auto [ok, failed] = trend_test::compare_side_by_side(
+        w, 3,
+        [&](const double* v, double* mse) {
+          double l = 9000.0, b = 8.0;
+          return zes3smo(x.data(), mis.data(), xscale, n, v[0], v[1], v[2], &l, &b, mse, nullptr,
+                         nullptr);
+        },
+        [&](const double* v, int count, int* rc, double* mse) {
+          es3::smooth_many(x.data(), mis.data(), xscale, n, v, count, 9000.0, 8.0, rc, mse);
+        });
+    EXPECT_GT(ok, 0);
+    EXPECT_GT(failed, 0);
   }
-  EXPECT_GT(seen[0], 0);
-  EXPECT_GT(seen[1], 0);
 }
 
 void analytic_gradient(const std::vector<double>& x, const Weights& w, double l, double b,
@@ -444,44 +434,25 @@ TEST_F(Es3Fit, NoUsableGridRowIsNoStart) {
 
 // ---- Forecast table and methods -------------------------------------------------
 
-TEST(Es3Forecast, TableAndMethods) {
-  method_test::connect_module();
-  const fs::path dir = fs::temp_directory_path() / ("es3_test_" + std::to_string(::getpid()));
-  fs::create_directories(dir);
-  esf::host::assign_libref("ES3", dir);
+TEST(Es3Methods, AFitFeedsAForecastThroughTheLists) {
   const std::vector<double> x = example_series("UKgas.csv");
-  method_test::CallLists l(x, "QTR", method_test::date(1960, 1, 1));
-  const std::size_t outstanding = esf::host::pool_outstanding();
-  {
-    esf::host::MethodCall call;
-    call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
-    EXPECT_EQ(mes3fit(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(7), 0.0);
-  }
-  List weights = esf::host::find_list(esf::host::find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS");
-  std::vector<std::string> names;
-  for (const SLIST_ITEM* it : esf::host::items(weights)) names.push_back(esf::host::item_name(it));
-  EXPECT_EQ(names, (std::vector<std::string>{"LEVEL", "TREND", "DAMPING"}));
-  const double phi = *esf::host::find_number(weights, "DAMPING");
-  List estimates = esf::host::find_list(l.model, "ESTIMATES");
-  EXPECT_EQ(esf::host::find_number(estimates, "NPARMS"), 3.0);
-  {
-    esf::host::MethodCall call;
-    call.list(l.series).list(l.model).list(l.eval_range).text("ES3.FC").number(0.1).number(8).number(0);
-    EXPECT_EQ(mes3for(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(8), 0.0);
-  }
-  const smooth_test::Table t = smooth_test::read_table(dir / "fc.csv");
+  const trend_test::MethodRun run =
+      trend_test::run_methods(mes3fit, mes3for, x, "QTR", method_test::date(1960, 1, 1), 0.1, 8);
+  EXPECT_EQ(run.fit_rc, 0.0);
+  EXPECT_EQ(run.forecast_rc, 0.0);
+  EXPECT_EQ(run.weight_names, (std::vector<std::string>{"LEVEL", "TREND", "DAMPING"}));
+  EXPECT_EQ(run.labels.back(), "DAMPING Smoothing Weight");
+  EXPECT_EQ(run.nparms, 3.0);
+  EXPECT_TRUE(run.pool_balanced);
+  const smooth_test::Table& t = run.table;
   ASSERT_EQ(t.rows.size(), x.size() + 8);
-  const std::vector<std::string> cols = {"DATE", "ACTUAL", "FORECAST", "U90", "L90",
-                                         "RESIDUAL", "STD", "LEVEL", "TREND"};
-  EXPECT_EQ(t.names, cols);
+  EXPECT_EQ(t.names, (std::vector<std::string>{"DATE", "ACTUAL", "FORECAST", "U90", "L90", "RESIDUAL",
+                                                "STD", "LEVEL", "TREND"}));
   // Each forecast row damps the trend once more.
+  const double phi = run.weights[2];
   for (std::size_t k = x.size() + 1; k < t.rows.size(); ++k) {
     EXPECT_NEAR(t.rows[k][8], phi * t.rows[k - 1][8], 1e-4 + 1e-6 * std::fabs(t.rows[k][8]));
   }
-  EXPECT_EQ(esf::host::pool_outstanding(), outstanding);
-  fs::remove_all(dir);
 }
 
 }  // namespace

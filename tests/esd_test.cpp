@@ -19,6 +19,7 @@
 #include "smoothing/esdsubs.h"
 #include "support/method_session.h"
 #include "support/smooth_model.h"
+#include "support/trend_session.h"
 
 namespace {
 
@@ -136,26 +137,21 @@ TEST_F(EsdKernel, SideBySidePassesMatchOneAtATime) {
     mis[t] = 1;
   }
   const long n = static_cast<long>(x.size());
-  int seen[2] = {0, 0};  // passes that succeed, passes whose guard trips
-  std::vector<double> w = {0.001, 0.01, 0.05, 0.1, 0.15, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7,
-                           0.8,   0.9,  0.99, 1.5, 1.99, 2.5, 5.0, 40.0, -0.3, 1e-170, 0.0};
-  const int count = static_cast<int>(w.size());
+  const std::vector<double> w = {0.001, 0.01, 0.05, 0.1, 0.2, 0.3, 0.5, 0.7, 0.9, 0.99,
+                                 1.5,   1.99, 2.5,  5.0, 40.0, -0.3, 1e-170, 0.0};
   for (double xscale : {1e9, 1400.0, 900.0}) {
-    std::vector<int> rc(count);
-    std::vector<double> mse(count);
-    esd::smooth_many(x.data(), mis.data(), xscale, n, w.data(), count, 780.0, -6.0, rc.data(), mse.data());
-    for (int j = 0; j < count; ++j) {
-      double l = 780.0, b = -6.0, want = 0;
-      const int want_rc = zesdsmo(x.data(), mis.data(), xscale, n, w[j], &l, &b, &want, nullptr, nullptr);
-      ++seen[want_rc == 0 ? 0 : 1];
-      ASSERT_EQ(rc[j], want_rc) << xscale << " " << w[j];
-      if (want_rc == 0) {
-        EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[j]), std::bit_cast<std::uint64_t>(want));
-      }
-    }
+    const auto [ok, failed] = trend_test::compare_side_by_side(
+        w, 1,
+        [&](const double* v, double* mse) {
+          double l = 780.0, b = -6.0;
+          return zesdsmo(x.data(), mis.data(), xscale, n, v[0], &l, &b, mse, nullptr, nullptr);
+        },
+        [&](const double* v, int count, int* rc, double* mse) {
+          esd::smooth_many(x.data(), mis.data(), xscale, n, v, count, 780.0, -6.0, rc, mse);
+        });
+    EXPECT_GT(ok, 0);
+    EXPECT_GT(failed, 0);
   }
-  EXPECT_GT(seen[0], 0);
-  EXPECT_GT(seen[1], 0);
 }
 
 void analytic_gradient(const std::vector<double>& x, double w, double l, double b, double* grad) {
@@ -233,13 +229,6 @@ TEST_F(EsdKernel, AFailedGuardMissesOnlyTheLevel) {
   EXPECT_TRUE(is_miss(l));
 }
 
-TEST_F(EsdKernel, StandardErrorsHaveNoTestOfTheCount) {
-  double diag[1] = {-0.5}, parms[1] = {0.4}, se, tv;
-  zesdstd(diag, 2.0, 1, parms, &se, &tv);
-  EXPECT_DOUBLE_EQ(se, 1.0);
-  EXPECT_DOUBLE_EQ(tv, 0.4);
-}
-
 // ---- Estimation -------------------------------------------------------------
 
 class EsdFit : public ::testing::Test {
@@ -297,42 +286,25 @@ TEST_F(EsdFit, AZeroWeightFixedByTheBoundsHasNoGridStart) {
 
 // ---- Forecast table and methods -------------------------------------------------
 
-TEST(EsdForecast, TableAndMethods) {
-  method_test::connect_module();
-  const fs::path dir = fs::temp_directory_path() / ("esd_test_" + std::to_string(::getpid()));
-  fs::create_directories(dir);
-  esf::host::assign_libref("ESD", dir);
+TEST(EsdMethods, AFitFeedsAForecastThroughTheLists) {
   const std::vector<double> x = example_series("AirPassengers.csv");
-  method_test::CallLists l(x);
-  {
-    esf::host::MethodCall call;
-    call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
-    EXPECT_EQ(mesdfit(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(7), 0.0);
-  }
-  List weights = esf::host::find_list(esf::host::find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS");
-  std::vector<std::string> names;
-  for (const SLIST_ITEM* it : esf::host::items(weights)) names.push_back(esf::host::item_name(it));
-  EXPECT_EQ(names, (std::vector<std::string>{"LEVEL", "WEIGHT"}));
-  List estimates = esf::host::find_list(l.model, "ESTIMATES");
-  const SLIST_ITEM* label = esf::host::items(esf::host::find_list(estimates, "LABELS")).at(0);
-  EXPECT_EQ(std::string(label->data.c.p, label->data.c.len), "LEVEL/TREND Smoothing Weight");
-  const double w = *esf::host::find_number(weights, "LEVEL");
-  {
-    esf::host::MethodCall call;
-    call.list(l.series).list(l.model).list(l.eval_range).text("ESD.FC").number(0.05).number(4).number(0);
-    EXPECT_EQ(mesdfor(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(8), 0.0);
-  }
-  const smooth_test::Table t = smooth_test::read_table(dir / "fc.csv");
+  const trend_test::MethodRun run =
+      trend_test::run_methods(mesdfit, mesdfor, x, "MONTH", method_test::date(1949, 1, 1), 0.05, 4);
+  EXPECT_EQ(run.fit_rc, 0.0);
+  EXPECT_EQ(run.forecast_rc, 0.0);
+  // One weight, written twice, named for both states.
+  EXPECT_EQ(run.weight_names, (std::vector<std::string>{"LEVEL", "WEIGHT"}));
+  EXPECT_EQ(run.weights[0], run.weights[1]);
+  EXPECT_EQ(run.labels, std::vector<std::string>{"LEVEL/TREND Smoothing Weight"});
+  EXPECT_TRUE(run.trend_in_state);
+  EXPECT_TRUE(run.pool_balanced);
+  const smooth_test::Table& t = run.table;
   ASSERT_EQ(t.rows.size(), x.size() + 4);
-  EXPECT_EQ(t.column("TREND"), 8);
   // The first forecast is L + T / w; each further one adds T.
+  const double w = run.weights[0];
   const auto& last = t.rows[x.size() - 1];
-  const double lvl = last[7], tr = last[8];
-  EXPECT_NEAR(t.rows[x.size()][2], lvl + tr / w, 1e-3);
-  EXPECT_NEAR(t.rows[x.size() + 3][2] - t.rows[x.size()][2], 3 * tr, 1e-3);
-  fs::remove_all(dir);
+  EXPECT_NEAR(t.rows[x.size()][2], last[7] + last[8] / w, 1e-3);
+  EXPECT_NEAR(t.rows[x.size() + 3][2] - t.rows[x.size()][2], 3 * last[8], 1e-3);
 }
 
 }  // namespace
