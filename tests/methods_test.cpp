@@ -34,10 +34,14 @@ using method_test::date;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
+// Removes a named item; a sublist it holds is freed with it.
 void remove_item(List list, const char* name) {
   const SLIndex at = slsrchn(list, name, static_cast<int>(std::strlen(name)), 1, 1);
   ASSERT_NE(at, 0) << name;
+  ListId sub = 0;
+  const bool holds_list = slitml(list, at, &sub) == 0 && sub != 0;
   slditm(list, at);
+  if (holds_list) slfree(sub, 1, esf::host::fmcomp());
 }
 
 std::vector<std::string> names_of(List list) {
