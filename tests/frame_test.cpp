@@ -820,14 +820,16 @@ TEST_F(SimpleForecast, WeightFallsBackOnTheEstimate) {
     double given, estimated;
     int rc;
     bool constant;  // a constant series: any weight keeps the level
+    bool no_array;  // no array of given weights at all
   };
   const Case cases[] = {
-      {"given weight", 0.2, 0.7, 0, false},
-      {"missing weight falls back", kMiss, 0.7, 0, false},
-      {"both missing", kMiss, kMiss, -999, false},
-      {"weight beyond 100", 150.0, 0.7, -999, false},
-      {"weight of exactly 100 passes", 100.0, 0.7, 0, true},
-      {"weight of -100 passes", -100.0, 0.7, 0, true},
+      {"given weight", 0.2, 0.7, 0, false, false},
+      {"missing weight falls back", kMiss, 0.7, 0, false, false},
+      {"no given weights fall back", 0.2, 0.7, 0, false, true},
+      {"both missing", kMiss, kMiss, -999, false, false},
+      {"weight beyond 100", 150.0, 0.7, -999, false, false},
+      {"weight of exactly 100 passes", 100.0, 0.7, 0, true, false},
+      {"weight of -100 passes", -100.0, 0.7, 0, true, false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -837,6 +839,7 @@ TEST_F(SimpleForecast, WeightFallsBackOnTheEstimate) {
     Model m(x);
     m->parms.parms[0] = c.given;
     m->pest.parms[0] = c.estimated;
+    if (c.no_array) m->parms.parms = nullptr;
     m->startvals.level = x[0];
     m->pest.mse = 1.0;
     m->lead = 1;
@@ -846,7 +849,7 @@ TEST_F(SimpleForecast, WeightFallsBackOnTheEstimate) {
     EXPECT_EQ(esf::host::pool_outstanding(), blocks);
     EXPECT_EQ(std::filesystem::exists(file("FALL")), c.rc == 0);
     if (c.rc == 0) {
-      const double w = missing(c.given) ? c.estimated : c.given;
+      const double w = missing(c.given) || c.no_array ? c.estimated : c.given;
       const smooth_test::Table t = smooth_test::read_table(file("FALL"));
       const double level1 = x[0] * w + x[0] * (1.0 - w);
       EXPECT_NEAR(t.rows[1][2], level1, 1e-12 * std::fabs(x[0]));

@@ -228,11 +228,12 @@ int forecast(WINMODEL* model, int startflg) {
     model->out.strptr = nullptr;
   };
 
-  // Each weight falls back on the fit's estimate by itself.
+  // Each weight falls back on the fit's estimate by itself (an absent array
+  // counts as missing weights).
   double w[p];
   for (int i = 0; i < p; ++i) {
-    w[i] = model->parms.parms[i];
-    if (esf::is_missing(w[i])) w[i] = model->pest.parms[i];
+    w[i] = model->parms.parms ? model->parms.parms[i] : kMissing;
+    if (esf::is_missing(w[i])) w[i] = model->pest.parms ? model->pest.parms[i] : kMissing;
     long count = 0;
     if (zmissr(w[i], kWeightLimit, &count) != 0) {
       release();
