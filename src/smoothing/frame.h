@@ -20,7 +20,7 @@
 // constrained step (smoothing/step3.h) calls back into it.
 //
 // ---------------------------------------------------------------------------
-// A family trait F (a struct of static members; see es1fit.cpp for the
+// A family trait F (a struct of static members; see frame_es1.h for the
 // simple family) supplies:
 //
 //   Shape
@@ -71,6 +71,11 @@
 //   Grid evaluation and results
 //     static int grid_mse(WINMODEL*, const FITCON*, const double* w,
 //                         double* mse);           reset from svi, z..smo
+//     static void grid_mse_all(WINMODEL*, const FITCON*, const double* w,
+//                              const bool* eligible, int* rc, double* mse);
+//         optional: all kGridRows candidates (w row-major, p per row) in one
+//         pass, each with the bits grid_mse would give it; used instead of
+//         grid_mse when present (see GridInOnePass)
 //     static int std_errors(double* xpxdiag, double mse, long nobs,
 //                           double* parms, double* stderr, double* tvals);
 //     static double divide(double num, double den);  the unit's guarded
