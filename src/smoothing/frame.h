@@ -950,6 +950,7 @@ int fit(WINMODEL* model) {
   fitcon.lambda = kStartLambda;
   fitcon.min_nmiss = kUnevaluatedNmiss;
   fitcon.min_mse = DBL_MAX;
+  fitcon.prtflag = esf_fit_trace();
   double xnorm2 = DBL_MAX;
 
   int rc = F::fit_setup(model, &fitcon);

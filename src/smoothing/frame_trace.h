@@ -1,14 +1,25 @@
 // Diagnostics of the estimation frame: the iteration trace and the check of
 // the analytic gradient against the kernel's numeric derivative.
 //
-// Both print through the host's print service and are switched off by every
-// caller (FITCON.prtflag and WINMODEL.opt.numeric stay 0); they exist for
-// whoever debugs a family's derivative recursions.  Included by frame.h.
+// Both print through the host's print service. The drivers leave the trace
+// off; a host program that wants to watch the search (the command line's
+// --trace) turns it on for the whole image with esf_set_fit_trace. The
+// derivative check stays off (WINMODEL.opt.numeric is 0 in every method); it
+// exists for whoever debugs a family's derivative recursions. Included by
+// frame.h.
 #pragma once
 
 #include <cmath>
 
 #include "module/host_api.h"
+
+extern "C" {
+// Turns the iteration trace of every fit driver on (non-zero) or off (0).
+// Off unless a host program asks for it.
+void esf_set_fit_trace(int on);
+// The current setting, read by each driver as it starts.
+int esf_fit_trace(void);
+}
 
 namespace smoothing::frame {
 
