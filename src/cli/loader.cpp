@@ -81,6 +81,12 @@ METHODFN Loader::method(int slot) const {
   return cmeths_.entpnts[slot];
 }
 
+std::string Loader::slot_symbol(int slot) const {
+  Dl_info info{};
+  if (::dladdr(reinterpret_cast<void*>(method(slot)), &info) == 0 || info.dli_sname == nullptr) return {};
+  return info.dli_sname;
+}
+
 int Loader::slot_of(std::string_view name) {
   for (int i = 0; i < kNumMethods; ++i) {
     if (kMethodNames[static_cast<std::size_t>(i)] == name) return i;

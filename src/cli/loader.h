@@ -50,6 +50,9 @@ class Loader {
 
   // The method in slot `slot` (0..11).
   METHODFN method(int slot) const;
+  // The exported name of the routine the module placed in slot `slot`, as
+  // the dynamic linker knows it; empty when it cannot tell.
+  std::string slot_symbol(int slot) const;
   // Slot of a method name, -1 if none.
   static int slot_of(std::string_view name);
   // Calls a method with the parameter record of `call`; returns the

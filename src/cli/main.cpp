@@ -32,8 +32,12 @@ int print_version(esf::cli::Loader& loader) {
                            field(vi.portverl, sizeof vi.portverl), field(vi.releasenum, sizeof vi.releasenum));
   std::cout << fmt::format("  built      {}\n", field(vi.builddate, sizeof vi.builddate));
   std::cout << "  methods   ";
-  for (std::size_t i = 0; i < esf::cli::Loader::kMethodNames.size(); ++i)
-    std::cout << ' ' << esf::cli::Loader::kMethodNames[i];
+  // The names of the routines the module placed in its table, slot by slot.
+  for (int i = 0; i < esf::cli::Loader::kNumMethods; ++i) {
+    std::string name = loader.slot_symbol(i);
+    if (name.empty()) name = "?";
+    std::cout << ' ' << name;
+  }
   std::cout << '\n';
   return 0;
 }

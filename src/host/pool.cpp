@@ -37,6 +37,13 @@ struct PoolState {
   std::mutex mutex;
   std::unordered_map<void*, std::size_t> live;
   long budget = -1;  // allocations still allowed; -1 unlimited
+
+  // The pool owns its blocks: what nobody gave back (the method table, which
+  // lives as long as the pool) goes when the pool goes, at the end of the
+  // process.
+  ~PoolState() {
+    for (auto& [p, size] : live) std::free(p);
+  }
 };
 
 PoolState& pool_state() {
