@@ -6,6 +6,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,8 @@ const ModelCase kModelCases[] = {
     {"centred_seasons_quadratic", 15, 144, 12, Gaps::block},
     {"centred_seasons_quadratic_empty", 15, 40, 4, Gaps::empty_season},
 };
+
+void PrintTo(const ModelCase& c, std::ostream* os) { *os << c.name; }
 
 struct Series {
   std::vector<double> y;
