@@ -143,6 +143,31 @@ TEST_F(ModelCliTest, FitPrintsTheEstimatesOfTheMethod) {
   EXPECT_NE(table.out.find("Smoothed state"), std::string::npos);
 }
 
+// --trace shows the search: a header and one row per trial, each trial row
+// carrying the weight it tried; without it the output has no trace at all.
+TEST_F(ModelCliTest, TraceShowsTheSearch) {
+  const Outcome traced = run({"fit", "--model", "linear", "--interval", "MONTH", "--trace", example("USAccDeaths.csv")});
+  ASSERT_EQ(traced.status, 0) << traced.err;
+  const std::size_t head = traced.out.find(" Iter Subit  Criterion  NMiss");
+  ASSERT_NE(head, std::string::npos) << traced.out;
+  EXPECT_LT(head, traced.out.find("Error variance"));
+  std::istringstream lines(traced.out.substr(head));
+  std::string line;
+  std::getline(lines, line);
+  int rows = 0;
+  while (std::getline(lines, line)) {
+    std::istringstream fields(line);
+    int iter = -1, subit = -1;
+    if (!(fields >> iter >> subit)) break;
+    ++rows;
+  }
+  EXPECT_GE(rows, 2);
+
+  const Outcome quiet = run({"fit", "--model", "linear", "--interval", "MONTH", example("USAccDeaths.csv")});
+  ASSERT_EQ(quiet.status, 0) << quiet.err;
+  EXPECT_EQ(quiet.out.find("Iter Subit"), std::string::npos);
+}
+
 TEST_F(ModelCliTest, RowsArePlacedInTheirPeriods) {
   // Mid-month dates, shuffled rows, a missing value and a month without a
   // row: the series is the same as the example with two holes in it.
