@@ -209,15 +209,30 @@ static_assert(1461ULL * (kFastLastYear + kFastYearShift) <= 0xFFFFFFFFULL);
   return civil_from_days_general(x);
 }
 
+// floormod(x + a, 7) for a day x of the fast range, where x + kFastShift
+// is a small unsigned number: one 32-bit remainder by a constant, which the
+// compiler turns into a multiplication, and no sign test.
+[[gnu::always_inline]] constexpr int fast_mod7(DayNumber x, int a) noexcept {
+  constexpr std::uint32_t kShiftMod7 = static_cast<std::uint32_t>(kFastShift % 7);
+  const std::uint32_t offset = (static_cast<std::uint32_t>(a % 7 + 7) + 7 - kShiftMod7) % 7;
+  return static_cast<int>((static_cast<std::uint32_t>(x + kFastShift) + offset) % 7);
+}
+
 // Weekday of a day number: 0 Sunday to 6 Saturday. Day -5 is a Sunday.
 [[gnu::always_inline]] constexpr int weekday_sunday0(DayNumber x) noexcept {
+  if (x >= kFastFirstDay && x <= kFastLastDay) [[likely]] return fast_mod7(x, 5);
   return static_cast<int>(floormod(x + 5, 7));
 }
 
 // ISO day of the week: 1 Monday to 7 Sunday. Day -4 is a Monday.
 [[gnu::always_inline]] constexpr int iso_weekday(DayNumber x) noexcept {
+  if (x >= kFastFirstDay && x <= kFastLastDay) [[likely]] return fast_mod7(x, 4) + 1;
   return static_cast<int>(floormod(x + 4, 7)) + 1;
 }
+
+static_assert(weekday_sunday0(kFastFirstDay) == static_cast<int>(floormod(kFastFirstDay + 5, 7)));
+static_assert(weekday_sunday0(kFastLastDay) == static_cast<int>(floormod(kFastLastDay + 5, 7)));
+static_assert(iso_weekday(-4) == 1 && iso_weekday(kMinDate) == static_cast<int>(floormod(kMinDate + 4, 7)) + 1);
 
 static_assert(days_from_civil(1960, 1, 1) == 0);
 static_assert(weekday_sunday0(0) == 5, "1 January 1960 is a Friday");
@@ -245,10 +260,42 @@ struct IsoWeekDate {
   return iso_week1_monday(iso_year) + 7 * (week - 1) + (day - 1);
 }
 
+// Civil year of a day of the fast range and the day's place in that year,
+// 0 on 1 January: the first half of civil_from_days_fast, then the count
+// from 1 March moved to 1 January, without a second conversion.
+struct YearDay {
+  std::int64_t year;
+  std::uint32_t day_of_year;  // [0, 365]
+};
+
+[[gnu::always_inline]] constexpr YearDay year_day_fast(DayNumber x) noexcept {
+  const auto n = static_cast<std::uint32_t>(x + kFastShift);
+  const std::uint32_t n1 = 4 * n + 3;
+  const std::uint32_t century = n1 / 146097;
+  const std::uint32_t day_of_century = n1 % 146097 / 4;
+  const std::uint32_t n2 = 4 * day_of_century + 3;
+  const std::uint64_t p2 = std::uint64_t{2939745} * n2;
+  const auto year_of_century = static_cast<std::uint32_t>(p2 >> 32);
+  const std::uint32_t march_day = static_cast<std::uint32_t>(p2) / 2939745 / 4;  // 0 on 1 March
+  const std::uint32_t year = 100 * century + year_of_century;                       // March-based
+  // From March on the civil year is the March-based one, and 1 January lies
+  // 31 + 28 days before 1 March, one more in a leap year: a year divisible
+  // by 4 within its century, or a century year whose century is (the shift
+  // is whole 400-year eras, so neither test changes).
+  const std::uint32_t leap = ((year_of_century != 0 ? year_of_century : century) & 3U) == 0;
+  const bool january_or_february = march_day >= 306;
+  return {static_cast<std::int64_t>(year + january_or_february) - kFastYearShift,
+          january_or_february ? march_day - 306 : march_day + 59 + leap};
+}
+
 // A week belongs to the ISO year that holds its Thursday.
 [[gnu::always_inline]] constexpr IsoWeekDate iso_week_from_days(DayNumber x) noexcept {
   const int day = iso_weekday(x);
   const DayNumber thursday = x - day + 4;
+  if (thursday >= kFastFirstDay && thursday <= kFastLastDay) [[likely]] {
+    const YearDay yd = year_day_fast(thursday);
+    return {yd.year, static_cast<int>(yd.day_of_year / 7) + 1, day};
+  }
   const std::int64_t year = civil_from_days(thursday).year;
   const DayNumber jan1 = days_from_civil(year, 1, 1);
   const int week = static_cast<int>((thursday - jan1) / 7) + 1;  // [1, 53]
@@ -311,30 +358,60 @@ constexpr IndexNumber semimonth_index(const CivilDate& c) noexcept {
   return 2 * month_index(c.year, c.month) + (c.day > 15);
 }
 
+// An index split into a year (counted from 1960) and the unit within the
+// year, for `per_year` units to a year. Indices of the next million years
+// either way are biased to unsigned 32-bit values, so that the quotient and
+// remainder are a multiplication each and need no sign test.
+struct IndexSplit {
+  std::int64_t year;
+  int unit;  // [0, per_year - 1]
+};
+
+inline constexpr std::int64_t kSplitBiasYears = 1000000;
+
+template <int per_year>
+[[gnu::always_inline]] constexpr IndexSplit split_index(IndexNumber j) noexcept {
+  constexpr std::int64_t kBias = per_year * kSplitBiasYears;
+  static_assert(2 * kBias <= 0xFFFFFFFFLL);
+  if (j >= -kBias && j < kBias) [[likely]] {
+    const auto u = static_cast<std::uint32_t>(j + kBias);
+    return {static_cast<std::int64_t>(u / per_year) - kSplitBiasYears + 1960, static_cast<int>(u % per_year)};
+  }
+  return {floordiv(j, per_year) + 1960, static_cast<int>(floormod(j, per_year))};
+}
+
 // First days of the index units: a month, a third and a half of a month.
-constexpr DayNumber month_index_start(IndexNumber j) noexcept {
-  return days_from_civil(floordiv(j, 12) + 1960, static_cast<int>(floormod(j, 12)) + 1, 1);
+[[gnu::always_inline]] constexpr DayNumber month_index_start(IndexNumber j) noexcept {
+  const IndexSplit s = split_index<12>(j);
+  return days_from_civil(s.year, s.unit + 1, 1);
 }
 
-constexpr DayNumber tenday_index_start(IndexNumber j) noexcept {
-  return days_from_civil(floordiv(j, 36) + 1960, static_cast<int>(floormod(j, 36) / 3) + 1,
-                         1 + 10 * static_cast<int>(floormod(j, 3)));
+[[gnu::always_inline]] constexpr DayNumber tenday_index_start(IndexNumber j) noexcept {
+  const IndexSplit s = split_index<36>(j);
+  return days_from_civil(s.year, s.unit / 3 + 1, 1 + 10 * (s.unit % 3));
 }
 
-constexpr DayNumber semimonth_index_start(IndexNumber j) noexcept {
-  return days_from_civil(floordiv(j, 24) + 1960, static_cast<int>(floormod(j, 24) / 2) + 1,
-                         floormod(j, 2) == 0 ? 1 : 16);
+[[gnu::always_inline]] constexpr DayNumber semimonth_index_start(IndexNumber j) noexcept {
+  const IndexSplit s = split_index<24>(j);
+  return days_from_civil(s.year, s.unit / 2 + 1, s.unit % 2 == 0 ? 1 : 16);
 }
+
+static_assert(month_index_start(-12 * kSplitBiasYears - 1) == days_from_civil(1960 - kSplitBiasYears - 1, 12, 1));
+static_assert(month_index_start(-1) == days_from_civil(1959, 12, 1));
+static_assert(tenday_index_start(-1) == days_from_civil(1959, 12, 21));
+static_assert(semimonth_index_start(-1) == days_from_civil(1959, 12, 16));
+static_assert(month_index_start(12 * kSplitBiasYears) == days_from_civil(1960 + kSplitBiasYears, 1, 1));
 
 // Retail month index from the ISO year and the retail month; the index
 // counts retail months from the first one of ISO year 1960.
-constexpr IndexNumber retail_month_index(int format, DayNumber x) noexcept {
+[[gnu::always_inline]] constexpr IndexNumber retail_month_index(int format, DayNumber x) noexcept {
   const IsoWeekDate iso = iso_week_from_days(x);
   return month_index(iso.year, retail_month_of_week(format, iso.week));
 }
 
-constexpr DayNumber retail_index_start(int format, IndexNumber j) noexcept {
-  return retail_month_start(format, floordiv(j, 12) + 1960, static_cast<int>(floormod(j, 12)) + 1);
+[[gnu::always_inline]] constexpr DayNumber retail_index_start(int format, IndexNumber j) noexcept {
+  const IndexSplit s = split_index<12>(j);
+  return retail_month_start(format, s.year, s.unit + 1);
 }
 
 // YEARV index: ISO weeks from week 1 of 1960, 52 to a year, a week 53
@@ -357,16 +434,29 @@ struct Period {
   return {f, s == 0 ? 0 : f - s};
 }
 
+// floordiv(i, p.f). The periods of the common intervals (a week, a
+// quarter, a year of months or of ISO weeks) divide by a constant, which
+// the compiler does with a multiplication instead of a hardware division.
+[[gnu::always_inline]] constexpr std::int64_t period_quotient(Period p, IndexNumber i) noexcept {
+  switch (p.f) {
+    case 3: return floordiv(i, 3);
+    case 7: return floordiv(i, 7);
+    case 12: return floordiv(i, 12);
+    case 52: return floordiv(i, 52);
+    default: return floordiv(i, p.f);
+  }
+}
+
 // Number of boundaries passed going from index i1 to index i2.
 [[gnu::always_inline]] constexpr std::int64_t period_count(Period p, IndexNumber i1, IndexNumber i2) noexcept {
   if (p.f == 1) return i2 - i1;
-  return floordiv(i2 + p.g, p.f) - floordiv(i1 + p.g, p.f);
+  return period_quotient(p, i2 + p.g) - period_quotient(p, i1 + p.g);
 }
 
 // First index of the period n periods after the one that holds i.
 [[gnu::always_inline]] constexpr IndexNumber period_advance(Period p, IndexNumber i, std::int64_t n) noexcept {
   if (p.f == 1) return i + n;
-  return p.f * (floordiv(i + p.g, p.f) + n) - p.g;
+  return p.f * (period_quotient(p, i + p.g) + n) - p.g;
 }
 
 // Whether an advance of n periods of `period_days` days each stays within
@@ -397,14 +487,16 @@ struct WorkWeek {
   return ((ww.weekend_mask >> weekday) & 1U) != 0;
 }
 
-// A day in a weekend stands for the working day before it.
+// A day in a weekend stands for the working day before it. The weekend
+// days that end at x are the run of ones from bit w + 7 downward in the
+// mask written out twice; shifted to the top of a word, their number is
+// the count of leading ones, so a random date costs no mispredicted loop.
 [[gnu::always_inline]] constexpr DayNumber walk_back_to_working_day(const WorkWeek& ww, DayNumber x) noexcept {
-  int w = weekday_sunday0(x);
-  while (is_weekend(ww, w)) {
-    --x;
-    w = w == 0 ? 6 : w - 1;
-  }
-  return x;
+  const int w = weekday_sunday0(x);
+  const std::uint32_t twice = ww.weekend_mask | (ww.weekend_mask << 7);  // bit i: weekday i % 7
+  const std::uint32_t top = twice << (24 - w);                          // bit w + 7 -> bit 31
+  // The mask never holds all seven days, so a zero lies within 7 bits.
+  return x - std::countl_one(top);
 }
 
 [[gnu::always_inline]] constexpr std::int64_t working_day_number(const WorkWeek& ww, DayNumber x) noexcept {
@@ -494,7 +586,7 @@ constexpr CalendarKind calendar_kind(int intcode) noexcept {
 }
 
 // Index of the unit of `kind` that holds day x.
-constexpr IndexNumber calendar_index(const CalendarKind& kind, DayNumber x) noexcept {
+[[gnu::always_inline]] constexpr IndexNumber calendar_index(const CalendarKind& kind, DayNumber x) noexcept {
   switch (kind.unit) {
     case IndexUnit::kTenDay: return tenday_index(civil_from_days(x));
     case IndexUnit::kSemiMonth: return semimonth_index(civil_from_days(x));
@@ -506,7 +598,7 @@ constexpr IndexNumber calendar_index(const CalendarKind& kind, DayNumber x) noex
 }
 
 // First day of index unit j of `kind`.
-constexpr DayNumber calendar_index_start(const CalendarKind& kind, IndexNumber j) noexcept {
+[[gnu::always_inline]] constexpr DayNumber calendar_index_start(const CalendarKind& kind, IndexNumber j) noexcept {
   switch (kind.unit) {
     case IndexUnit::kTenDay: return tenday_index_start(j);
     case IndexUnit::kSemiMonth: return semimonth_index_start(j);
