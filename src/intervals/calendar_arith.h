@@ -291,11 +291,20 @@ struct YearDay {
 // A week belongs to the ISO year that holds its Thursday.
 [[gnu::always_inline]] constexpr IsoWeekDate iso_week_from_days(DayNumber x) noexcept {
   const int day = iso_weekday(x);
-  const DayNumber thursday = x - day + 4;
-  if (thursday >= kFastFirstDay && thursday <= kFastLastDay) [[likely]] {
-    const YearDay yd = year_day_fast(thursday);
-    return {yd.year, static_cast<int>(yd.day_of_year / 7) + 1, day};
+  if (x >= kFastFirstDay + 7 && x <= kFastLastDay - 7) [[likely]] {
+    // The day's own year and the weekday don't wait for each other; the
+    // Thursday of the week lies day_of_year - day + 3 days into the year,
+    // and only a week that begins or ends in another year (weeks 1, 52 and
+    // 53 near the turn of a year) needs the Thursday's own year.
+    const YearDay yd = year_day_fast(x);
+    const int thursday_day_of_year = static_cast<int>(yd.day_of_year) - day + 4;  // [-3, 368]
+    if (thursday_day_of_year >= 0 && thursday_day_of_year < 364) [[likely]] {
+      return {yd.year, static_cast<int>(static_cast<unsigned>(thursday_day_of_year) / 7) + 1, day};
+    }
+    const YearDay td = year_day_fast(x - day + 4);
+    return {td.year, static_cast<int>(td.day_of_year / 7) + 1, day};
   }
+  const DayNumber thursday = x - day + 4;
   const std::int64_t year = civil_from_days(thursday).year;
   const DayNumber jan1 = days_from_civil(year, 1, 1);
   const int week = static_cast<int>((thursday - jan1) / 7) + 1;  // [1, 53]
