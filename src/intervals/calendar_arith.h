@@ -509,8 +509,19 @@ struct WorkWeek {
 }
 
 [[gnu::always_inline]] constexpr std::int64_t working_day_number(const WorkWeek& ww, DayNumber x) noexcept {
-  const std::int64_t block = floordiv(x, 7);
-  const unsigned past = static_cast<unsigned>(floormod(x, 7));  // [0, 6] days after the block's Friday
+  std::int64_t block = 0;
+  unsigned past = 0;  // [0, 6] days after the block's Friday
+  if (x >= kFastFirstDay && x <= kFastLastDay) [[likely]] {
+    // Biased by whole weeks to a small unsigned number: no sign test, and
+    // both the quotient and the remainder are multiplications.
+    constexpr std::int64_t kWeekBias = (kFastShift + 6) / 7;
+    const auto u = static_cast<std::uint32_t>(x + 7 * kWeekBias);
+    block = static_cast<std::int64_t>(u / 7) - kWeekBias;
+    past = u % 7;
+  } else {
+    block = floordiv(x, 7);
+    past = static_cast<unsigned>(floormod(x, 7));
+  }
   // Bit j of the rotated mask: weekend flag of the j-th day after Friday.
   const unsigned from_saturday = ((ww.weekend_mask >> 6) & 1U) | ((ww.weekend_mask & 0x3FU) << 1);
   // Set bits of a 6-bit value, without a library call on CPUs that have no

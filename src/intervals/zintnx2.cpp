@@ -77,9 +77,11 @@ double isobase(int code, DayNumber date, std::int64_t n, std::int64_t f, std::in
     return esf::kMissing;
   }
   const calendar::IsoWeekDate iso = calendar::iso_week_from_days(date);
-  const std::int64_t r = calendar::floormod(iso.year - 1960, f);  // place of the year in its cycle
-  const std::int64_t start_week = s % 52 + 1;
-  std::int64_t cycle_year = iso.year - r + s / 52;
+  // Place of the year in its cycle, and the shift in whole years and weeks;
+  // plain YEARV (f = 1, s = 0) needs no division.
+  const std::int64_t r = f == 1 ? 0 : calendar::floormod(iso.year - 1960, f);
+  const std::int64_t start_week = s == 0 ? 1 : s % 52 + 1;
+  std::int64_t cycle_year = iso.year - r + (s == 0 ? 0 : s / 52);
   if (cycle_year > iso.year || (cycle_year == iso.year && iso.week < start_week)) {
     cycle_year -= f;  // the date lies before the shifted start
   }
