@@ -28,7 +28,9 @@
 #define ESF_INTERVALS_CALENDAR_ARITH_H
 
 #include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 #include "intervals/interval.h"
@@ -631,11 +633,28 @@ constexpr CalendarKind calendar_kind(int intcode) noexcept {
 // The weekend of a WEEKDAY record, or false when the record has no working
 // day (all seven flags set or a working-day count outside 1 to 7), which
 // would leave the working-day walks without an end.
-constexpr bool make_work_week(const INTERVAL& iv, WorkWeek* ww) noexcept {
-  unsigned mask = 0;
-  for (int w = 0; w < 7; ++w) {
-    if (iv.weekend[w] != 0) mask |= 1U << w;
+// The seven flags are read as one word: a byte's top bit is set when the
+// byte is nonzero, and one multiplication gathers the seven top bits.
+[[gnu::always_inline]] inline unsigned weekend_flags_mask(const INTERVAL& iv) noexcept {
+  static_assert(offsetof(INTERVAL, weekend) == offsetof(INTERVAL, nweekday) + 1 && sizeof iv.weekend == 7);
+  if constexpr (std::endian::native == std::endian::little) {
+    std::uint64_t v = 0;
+    std::memcpy(&v, &iv.nweekday, sizeof v);  // byte 0 nweekday, bytes 1 to 7 the flags
+    constexpr std::uint64_t kLow7 = 0x7F7F7F7F7F7F7F7FULL;
+    const std::uint64_t nonzero = ((((v & kLow7) + kLow7) | v) >> 7) & 0x0101010101010101ULL;
+    // Bit 8k of the flags moves to bit 56 + k; no two partial products meet.
+    return static_cast<unsigned>(((nonzero >> 8) * 0x0102040810204000ULL) >> 56) & 0x7FU;
+  } else {
+    unsigned mask = 0;
+    for (int w = 0; w < 7; ++w) {
+      if (iv.weekend[w] != 0) mask |= 1U << w;
+    }
+    return mask;
   }
+}
+
+inline bool make_work_week(const INTERVAL& iv, WorkWeek* ww) noexcept {
+  const unsigned mask = weekend_flags_mask(iv);
   if (mask == 0x7FU || iv.nweekday < 1 || iv.nweekday > 7) return false;
   *ww = {mask, iv.nweekday};
   return true;
