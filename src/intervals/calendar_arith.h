@@ -445,9 +445,11 @@ struct Period {
   return {f, s == 0 ? 0 : f - s};
 }
 
-// floordiv(i, p.f). The periods of the common intervals (a week, a
-// quarter, a year of months or of ISO weeks) divide by a constant, which
-// the compiler does with a multiplication instead of a hardware division.
+// floordiv(i, p.f) for an advance, where the quotient lies on the path to
+// the result: the periods of the common intervals (a week, a quarter, a
+// year of months or of ISO weeks) divide by a constant, which the compiler
+// does with a multiplication instead of a hardware division. A count's two
+// quotients are independent and overlap, and stay a plain division.
 [[gnu::always_inline]] constexpr std::int64_t period_quotient(Period p, IndexNumber i) noexcept {
   switch (p.f) {
     case 3: return floordiv(i, 3);
@@ -461,7 +463,7 @@ struct Period {
 // Number of boundaries passed going from index i1 to index i2.
 [[gnu::always_inline]] constexpr std::int64_t period_count(Period p, IndexNumber i1, IndexNumber i2) noexcept {
   if (p.f == 1) return i2 - i1;
-  return period_quotient(p, i2 + p.g) - period_quotient(p, i1 + p.g);
+  return floordiv(i2 + p.g, p.f) - floordiv(i1 + p.g, p.f);
 }
 
 // First index of the period n periods after the one that holds i.
@@ -608,7 +610,7 @@ constexpr CalendarKind calendar_kind(int intcode) noexcept {
 }
 
 // Index of the unit of `kind` that holds day x.
-[[gnu::always_inline]] constexpr IndexNumber calendar_index(const CalendarKind& kind, DayNumber x) noexcept {
+constexpr IndexNumber calendar_index(const CalendarKind& kind, DayNumber x) noexcept {
   switch (kind.unit) {
     case IndexUnit::kTenDay: return tenday_index(civil_from_days(x));
     case IndexUnit::kSemiMonth: return semimonth_index(civil_from_days(x));
@@ -620,7 +622,7 @@ constexpr CalendarKind calendar_kind(int intcode) noexcept {
 }
 
 // First day of index unit j of `kind`.
-[[gnu::always_inline]] constexpr DayNumber calendar_index_start(const CalendarKind& kind, IndexNumber j) noexcept {
+constexpr DayNumber calendar_index_start(const CalendarKind& kind, IndexNumber j) noexcept {
   switch (kind.unit) {
     case IndexUnit::kTenDay: return tenday_index_start(j);
     case IndexUnit::kSemiMonth: return semimonth_index_start(j);
