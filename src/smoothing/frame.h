@@ -334,6 +334,24 @@ namespace smoothing::frame {
 // nextstep: evaluate a point
 // ---------------------------------------------------------------------------
 
+// Adds the outer product of d (nv values) to the packed lower triangle sscp,
+// exactly as zscp does with weight 1: nothing when a value is missing, rows of
+// zero values skipped, each element summed as s + (d[i] * 1) * d[j].
+template <int NV>
+inline void add_cross_products(const double* d, double* sscp) noexcept {
+  for (int i = 0; i < NV; ++i) {
+    if (esf::is_missing(d[i])) return;
+  }
+  double* row = sscp;
+  for (int i = 0; i < NV; ++i) {
+    const double a = d[i] * 1.0;
+    if (d[i] != 0.0) {
+      for (int j = 0; j <= i; ++j) row[j] = row[j] + a * d[j];
+    }
+    row += i + 1;
+  }
+}
+
 // The family's backward and forward passes with derivatives.  Fills the packed
 // (p+1)x(p+1) matrix of cross products of (prediction derivatives, e) and the
 // count of missing observations of the forward pass.
@@ -369,30 +387,42 @@ int passes(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, doubl
   F::save_start(model);
 
   // Forward pass.  A missing observation has the prediction in its place: its
-  // error is 0, yet its derivative row enters the cross products.
+  // error is 0, yet its derivative row enters the cross products.  The sums
+  // build in a local array, which no store to the model or series can touch,
+  // and go to xpx on every way out.
+  double acc[nx] = {};
   long nmiss = 0;
+  rc = kOk;
   for (long t = 0; t < n; ++t) {
     double value;
     if (misflg[t]) {
       ++nmiss;
-      if (static_cast<double>(nmiss) > fitcon->min_nmiss) return kTooFew;
+      if (static_cast<double>(nmiss) > fitcon->min_nmiss) {
+        rc = kTooFew;
+        break;
+      }
       value = F::missing_value(model, fitcon, w, t);
     } else {
       value = x[t];
     }
     rc = F::fitobs(model, fitcon, w, t, value, wder);
-    if (rc < 0) return rc;
+    if (rc < 0) break;
     if constexpr (p == 1) {
-      xpx[0] += wder[0] * wder[0];
-      xpx[1] += wder[0] * wder[1];
-      xpx[2] += wder[1] * wder[1];
+      acc[0] += wder[0] * wder[0];
+      acc[1] += wder[0] * wder[1];
+      acc[2] += wder[1] * wder[1];
     } else {
-      zscp(wder, p + 1, 1.0, xpx);
+      add_cross_products<p + 1>(wder, acc);
     }
-    for (int k = 0; k < nx; ++k) {
-      if (std::fabs(xpx[k]) > kBig) return kOverflow;
+    bool big = false;
+    for (int k = 0; k < nx; ++k) big |= std::fabs(acc[k]) > kBig;
+    if (big) {
+      rc = kOverflow;
+      break;
     }
   }
+  for (int k = 0; k < nx; ++k) xpx[k] = acc[k];
+  if (rc < 0) return rc;
   *nmiss_out = nmiss;
   return kOk;
 }
