@@ -356,8 +356,8 @@ inline void add_cross_products(const double* d, double* sscp) noexcept {
 // (p+1)x(p+1) matrix of cross products of (prediction derivatives, e) and the
 // count of missing observations of the forward pass.
 template <class F>
-int passes(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, double* xpx,
-           long* nmiss_out) {
+int passes_on(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, double* xpx,
+              long* nmiss_out) {
   constexpr int p = F::kNumWeights;
   constexpr int nx = (p + 1) * (p + 2) / 2;
 
@@ -425,6 +425,23 @@ int passes(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, doubl
   if (rc < 0) return rc;
   *nmiss_out = nmiss;
   return kOk;
+}
+
+// The passes run on local copies of the model and the fit control: no store
+// to the series or the cross products can reach a local, so the state and its
+// derivatives may stay in registers from one observation to the next.  The
+// copies go back whole however the passes end.
+template <class F>
+int passes(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, double* xpx,
+           long* nmiss_out) {
+  WINMODEL local_model;
+  FITCON local_fitcon;
+  std::memcpy(static_cast<void*>(&local_model), model, sizeof(WINMODEL));
+  std::memcpy(static_cast<void*>(&local_fitcon), fitcon, sizeof(FITCON));
+  const int rc = passes_on<F>(&local_model, &local_fitcon, point, w, xpx, nmiss_out);
+  std::memcpy(static_cast<void*>(model), &local_model, sizeof(WINMODEL));
+  std::memcpy(static_cast<void*>(fitcon), &local_fitcon, sizeof(FITCON));
+  return rc;
 }
 
 // One weight: solve the 2x2 system of (derivative, error).
