@@ -303,7 +303,7 @@ TEST_F(MethodsTest, FitWritesWeightsEstimatesAndStates) {
   EXPECT_EQ(names_of(state), (std::vector<std::string>{"SFACTORS", "LEVEL"}));
   EXPECT_TRUE(items(find_list(state, "SFACTORS")).empty());
 
-  // The specification receives the computed start and the time-0 state.
+  // The model description receives the computed start and the time-0 state.
   EXPECT_EQ(names_of(l.spec), (std::vector<std::string>{"SVI", "STARTVALS"}));
   EXPECT_EQ(find_number(find_list(l.spec, "SVI"), "LEVEL"), kAir.back());
   EXPECT_EQ(names_of(find_list(l.spec, "STARTVALS")), (std::vector<std::string>{"LEVEL"}));
@@ -499,7 +499,7 @@ TEST_F(MethodsTest, ForecastArgumentFailures) {
 
 TEST_F(MethodsTest, ForecastStartsFromWhatTheSpecificationHolds) {
   // No STARTVALS: the backward pass runs from SVI, computed and kept when
-  // the specification has none.
+  // the model description has none.
   struct Case {
     const char* what;
     bool keep_svi;

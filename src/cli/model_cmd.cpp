@@ -66,8 +66,8 @@ struct Family {
   std::array<bool, kNumWeightKinds> weights;
   bool trended;
   bool seasonal;
-  const char* type;  // TYPE of the specification, or null
-  const char* code;  // CODE of the specification, or null
+  const char* type;  // TYPE of the model description, or null
+  const char* code;  // CODE of the model description, or null
 };
 
 constexpr Family kFamilies[] = {
@@ -272,7 +272,7 @@ void fill_state(List list, const std::optional<double>& level, const std::option
   }
 }
 
-// The specification items the options ask for.
+// The model-description items the options ask for.
 void fill_specification(const Options& o, const Family& family, List spec, bool forecast_weights) {
   using namespace esf::host;
   if (family.type != nullptr) set_text(spec, "TYPE", family.type);

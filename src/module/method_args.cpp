@@ -346,7 +346,7 @@ int getstartvals(List modSpecList, FMCOM* fmcomp, int type, int sviflg, WINMODEL
   if (rc == 2) return 2;
 
   // A fit always needs a start for its backward pass: compute one and keep
-  // it in the specification as SVI.
+  // it in the model description as SVI.
   bool failed = false;
   if (svi_list == nullptr) svi_list = add_list(modSpecList, "SVI", fmcomp, &failed);
   if (type >= kFamilySeasonal && lrc2 == -1 && svi_list != nullptr) {

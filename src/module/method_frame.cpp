@@ -221,7 +221,7 @@ int run_fit_method(const MethodFamily& family, PSCPLIST* plist, List self) {
   lists.data_range = get_list(time_ranges, "DATA_RANGE", fmcomp);
   if (lists.data_range == nullptr) return 0;
 
-  // The specification.
+  // The model description.
   if (family.seasonal && !read_code_and_type(family, modSpecList, true, &model)) return 0;
   getwgtbnd(get_list(modSpecList, "WEIGHT_BOUNDS", fmcomp), &model.wbnds);
 

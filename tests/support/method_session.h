@@ -28,7 +28,7 @@ inline void connect_module() {
 inline double date(int y, int m, int d) { return ziddmdy(m, d, y); }
 
 // The lists of one method call on a series, built the way the object
-// language passes them. The model list holds the specification as
+// language passes them. The model list holds the model description as
 // MODEL_SPEC and the two ranges as FITRANGE and EVALRANGE, as a forecast
 // reads them; a fit is given the same lists as its own arguments. The
 // destructor frees the series and the model list with all it holds.
