@@ -91,41 +91,17 @@ int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel,
     return rc;
   }
 
-  double sse = 0.0;
-  long nmiss = 0;
-  for (long t = 0; t < n; ++t) {
-    double xhat = 0.0;
-    double e = kMissing;
-    if (misflg[t]) {
-      l = l + tr;
-      xhat = l;
-      ++nmiss;
-    } else {
-      rc = update(x[t], xscale, wlevel, wtrend, l, tr, xhat, e);
-      if (rc != kOk || std::fabs(e) > kErrorLimit || sse > kSseLimit) {
-        *level = l;
-        *trend = tr;
-        return kOverflow;
-      }
-      sse += e * e;
-    }
-    if (smoothed) smoothed[t] = xhat;
-    if (strptr) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = e;
-      strptr[3] = l;
-      strptr[4] = tr;
-      strptr += 5;
-    }
-  }
   *level = l;
   *trend = tr;
-
-  const long nobs = n - nmiss;
-  if (nobs < 1) return kTooFew;
-  *mse = missing(sse) ? kMissing : sse / static_cast<double>(nobs);
-  return kOk;
+  return forward_pass(
+      x, misflg, n, level, trend, mse, smoothed, strptr,
+      [](double& l, double& tr) {
+        l = l + tr;
+        return l;
+      },
+      [&](double xt, double& l, double& tr, double& xhat, double& e) {
+        return update(xt, xscale, wlevel, wtrend, l, tr, xhat, e);
+      });
 }
 
 int zes2svi(double* x, char* misflg, long n, int stflg, double* level,

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 
 #include "primitives/primitives.h"
 #include "regression/regression.h"
@@ -100,6 +101,53 @@ inline int finish_many(double peak_state, double peak_pred, double upper, double
   }
   if (nobs < 1) return kTooFew;
   *mse = sse / static_cast<double>(nobs);
+  return kOk;
+}
+
+// The forward pass of a trended smoother (z..smo), run after its backcast:
+// one-step predictions and errors, the running sum of squares, the rows of
+// the output table (x, xhat, e, level, trend) and the mean squared error.
+// `skip(l, tr)` carries the state over a missing observation and returns the
+// prediction there; `step(x, l, tr, xhat, e)` is the family's update.
+template <class Skip, class Step>
+inline int forward_pass(const double* x, const char* misflg, long n, double* level,
+                        double* trend, double* mse, double* smoothed, double* strptr,
+                        Skip skip, Step step) {
+  double l = *level;
+  double tr = *trend;
+  double sse = 0.0;
+  long nmiss = 0;
+  for (long t = 0; t < n; ++t) {
+    double xhat = 0.0;
+    double e = kMissing;
+    if (misflg[t]) {
+      xhat = skip(l, tr);
+      ++nmiss;
+    } else {
+      const int rc = step(x[t], l, tr, xhat, e);
+      if (rc != kOk || std::fabs(e) > kErrorLimit || sse > kSseLimit) {
+        *level = l;
+        *trend = tr;
+        return kOverflow;
+      }
+      sse += e * e;
+    }
+    if (smoothed) smoothed[t] = xhat;
+    if (strptr) {
+      strptr[0] = x[t];
+      strptr[1] = xhat;
+      strptr[2] = e;
+      strptr[3] = l;
+      strptr[4] = tr;
+      strptr += 5;
+    }
+  }
+  *level = l;
+  *trend = tr;
+
+  const long nobs = n - nmiss;
+  if (nobs < 1) return kTooFew;
+  *mse = missing(sse) ? kMissing : sse / static_cast<double>(nobs);
   return kOk;
 }
 
