@@ -13,7 +13,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Two weights, level and trend; two states, level and trend.
-struct LinearFamily {
+struct LinearFamily : FamilyDefaults {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::trend};
 
@@ -38,14 +38,7 @@ struct LinearFamily {
   // standard errors are missing.
   static long stderr_min_nobs(const WINMODEL&) { return 3; }
 
-  static double divide(double num, double den) {
-    double quo = 0.0;
-    guarded_divide(num, den, &quo);
-    return quo;
-  }
 
-  static int fit_setup(WINMODEL*, FITCON*) { return kOk; }
-  static void fit_cleanup(WINMODEL*, FITCON*) {}
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     model->smooth = model->svi;

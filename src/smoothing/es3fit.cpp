@@ -15,7 +15,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Three weights, level, trend and damping; two states, level and trend.
-struct DampedFamily {
+struct DampedFamily : FamilyDefaults {
   static constexpr int kNumWeights = 3;
   static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::damp};
   static constexpr step3::Third kThird = step3::Third::damp;
@@ -43,14 +43,7 @@ struct DampedFamily {
   static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
   static long stderr_min_nobs(const WINMODEL&) { return 4; }
 
-  static double divide(double num, double den) {
-    double quo = 0.0;
-    guarded_divide(num, den, &quo);
-    return quo;
-  }
 
-  static int fit_setup(WINMODEL*, FITCON*) { return kOk; }
-  static void fit_cleanup(WINMODEL*, FITCON*) {}
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     model->smooth = model->svi;

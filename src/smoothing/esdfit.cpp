@@ -16,7 +16,7 @@ using namespace smoothing::frame;
 
 // One weight for both states, level and trend. The prediction divides the
 // trend by the weight, so a weight at 0 cannot be evaluated.
-struct DoubleFamily {
+struct DoubleFamily : FamilyDefaults {
   static constexpr int kNumWeights = 1;
   static constexpr Slot kSlots[1] = {Slot::level};
 
@@ -37,14 +37,7 @@ struct DoubleFamily {
   // The standard errors need more than two observations.
   static long stderr_min_nobs(const WINMODEL&) { return 3; }
 
-  static double divide(double num, double den) {
-    double quo = 0.0;
-    guarded_divide(num, den, &quo);
-    return quo;
-  }
 
-  static int fit_setup(WINMODEL*, FITCON*) { return kOk; }
-  static void fit_cleanup(WINMODEL*, FITCON*) {}
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     model->smooth = model->svi;

@@ -78,6 +78,7 @@
 //         grid_mse when present (see GridInOnePass)
 //     static int std_errors(double* xpxdiag, double mse, long nobs,
 //                           double* parms, double* stderr, double* tvals);
+//   (divide, fit_setup and fit_cleanup have defaults in FamilyDefaults)
 //     static double divide(double num, double den);  the unit's guarded
 //                                                quotient (one and two weights)
 //   Setup (families with derivative arrays of their own)
@@ -213,6 +214,18 @@ inline constexpr double kStartLambda = 0.01;
 inline constexpr double kMaxLambda = 1000.0;
 inline constexpr double kMinLambda = 0.0001;   // a lambda below this becomes 0
 inline constexpr double kGridScaleLimit = 100.0;  // grid scaling clamps bounds to +-this
+
+// Defaults a family trait inherits unless it has something of its own: the
+// guarded quotient of the kernels, and no derivative arrays to set up.
+struct FamilyDefaults {
+  static double divide(double num, double den) {
+    double quo = 0.0;
+    guarded_divide(num, den, &quo);
+    return quo;
+  }
+  static int fit_setup(WINMODEL*, FITCON*) { return kOk; }
+  static void fit_cleanup(WINMODEL*, FITCON*) {}
+};
 // Pivot tolerance factors with one, two and three free weights:
 // sweep pivot k when a(k,k) > (xpxdiag[k] + kEps2) * factor.
 inline constexpr double kPivotTol1 = 1e-18;

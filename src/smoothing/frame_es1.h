@@ -18,7 +18,7 @@ using namespace smoothing::frame;
 
 
 // One weight, the level; one state, the level.
-struct Family {
+struct Family : FamilyDefaults {
   static constexpr int kNumWeights = 1;
   static constexpr Slot kSlots[1] = {Slot::level};
 
@@ -38,14 +38,7 @@ struct Family {
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
   static long stderr_min_nobs(const WINMODEL&) { return 2; }
 
-  static double divide(double num, double den) {
-    double quo = 0.0;
-    guarded_divide(num, den, &quo);
-    return quo;
-  }
 
-  static int fit_setup(WINMODEL*, FITCON*) { return kOk; }
-  static void fit_cleanup(WINMODEL*, FITCON*) {}
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     model->smooth = model->svi;
