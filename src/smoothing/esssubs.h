@@ -1,0 +1,190 @@
+// Kernel of seasonal exponential smoothing: a level without trend and one
+// additive factor for each season, with two weights, wlevel and wseason.
+//
+// One observation x of season s, with the level L and the factor S = F[s]
+// before it:
+//   xhat = L + S                         (the one-step prediction)
+//   e    = xhat - x                      (prediction minus observation, always)
+//   L'   = (x - S) * wlevel + L * (1 - wlevel)
+//   S'   = (x - L') * wseason + S * (1 - wseason)   (against the new level)
+// Only the factor of the observation's season changes.  A missing
+// observation changes no state.
+//
+// The season code of observation t is scodes[t], from 0 to nseasons - 1; x,
+// misflg and scodes are passed from the same starting index.
+//
+// A whole-series evaluation runs backward from the end of the range to
+// observation 0 and then forward.  Without a trend the state at the end of
+// the backward pass is already the state before observation 0.
+//
+// Return codes: 0 success; -2 not enough usable observations; -9 numeric
+// overflow (the failed state is set to the missing value); -92 a guarded
+// division met a zero or overflowing denominator; -100 no memory (start
+// values and numeric derivatives only, which take work arrays from the
+// host's current pool).
+#pragma once
+
+#include <cmath>
+
+#include "smoothing/frame_limits.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// One observation of season `scode`: *xhat = level + sfactor[scode],
+// *e = *xhat - x, then the level and that factor are updated.  0, or -9 when
+// |level| or |factor| exceeds the state limit or the prediction exceeds
+// 10000 * xscale (the level and that factor are then set missing).
+int zesspnt(double x, double xscale, double wlevel, double wseason, double* level,
+            double* sfactor, int scode, double* xhat, double* e);
+
+// Derivatives for one observation.  derlev[0..1]: the level by wlevel and by
+// wseason; dersea[0..1]: the factor of this observation's season by the two
+// weights.  On entry they hold the values before the observation, on return
+// the values after it; dervec[0..1] receives the derivatives of this
+// observation's prediction.  llevel, lseason: the state before; clevel the
+// level after; cseason has no influence.  0, or -9 with the four entries
+// missing when one of them exceeds the error limit.
+int zessdpd(double x, double wlevel, double wseason, double llevel, double clevel,
+            double lseason, double cseason, double* derlev, double* dersea, double* dervec);
+
+// Backward then forward pass over n observations from *level and sfactor.
+// *mse = sum of squared errors / observations used.  `smoothed` (n doubles,
+// the predictions) and `strptr` (5 doubles per observation: x, xhat, e,
+// level, factor of the observation's season) may be null.  The factors are
+// not centred.  0, -2 or -9.
+int zesssmo(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
+            double wseason, double* level, double* sfactor, int* scodes, double* mse,
+            double* smoothed, double* strptr);
+
+// Start values of the backward pass: the level is the last non-missing
+// observation, the factors 0; with `stflg` the factors of a regression on a
+// constant and seasonal dummies (and, for a reduced regression, its constant
+// as the level).  `nstart` is the season code of observation 0, which
+// receives the regression's first factor.  -2 when the only usable
+// observation is the first, -100 without memory, a negative regression
+// status, else 0.
+int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg,
+            double* level, double* sfactor);
+
+// Centres the factors on zero and gives the level what they gave up; the
+// derivatives of the factors (dersealev by wlevel, derseasea by wseason)
+// and of the level (derlev[0..1]) move the same way.  Nothing changes when
+// the mean of the factors is below 1.1368683772161608e-13 in magnitude.
+int zessnmd(int nseasons, double* level, double* sfactor, double* derlev, double* dersealev,
+            double* derseasea);
+
+// zessnmd on the factors and the level alone.
+int zessnrm(int nseasons, double* level, double* sfactor);
+
+// 1 when the weights lie in the stability region for `nseasons` seasons,
+// else 0.
+int zessstb(int nseasons, double wlevel, double wseason);
+
+// Prediction pass over observations 0..end followed by `lead` forecasts,
+// writing 8 doubles per row (x, xhat, upper, lower, e, std, level, factor
+// of the row's season) for rows t >= start, then the forecast rows, whose
+// seasons continue from the season of row `end`.  startflg 0 runs the
+// backward pass first; non-zero takes *level and sfactor as the state before
+// observation 0.  *mse = sse / (nobs - 2) (sse when nobs <= 2).  0, -2 or -9.
+int zessprd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
+            double wseason, double* level, double* sfactor, int* scodes, long start, long end,
+            long lead, double se2, double siglev, int startflg, double* mse, double* strptr);
+
+// Moving-average weights: psi[0] = 1; psi[i] = wlevel + (1 - wlevel) *
+// wseason when i is a multiple of nseasons, else wlevel.  Returns 0.
+int zesspsi(double wlevel, double wseason, int nseasons, long npsi, double* psi);
+
+// Central differences of the mean squared error of zesssmo by the two
+// weights, relative (wkflag 1) or absolute steps deltas[0..1]; every run
+// starts from `level` and the factors handed in (a working copy is taken
+// from the pool).  The result is that of the second weight: 0 or -92; -100
+// without memory.
+int zessnpd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
+            double wseason, double level, double* sfactor, int* scodes, double* deltas,
+            int wkflag, double* pder);
+
+// Standard errors sqrt(|xpxdiag[j]| * mse) and t values parms[j] / stderr[j]
+// of the two weights; all missing when nobs < 3.  Returns 0.
+int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
+            double* tvals);
+
+#ifdef __cplusplus
+}
+#endif
+
+#ifdef __cplusplus
+namespace ess {
+
+// The bodies of zesspnt and zessdpd, inline so that the estimation frame's
+// passes run without a call per observation.  The exported routines call
+// these, so both give the same bits.
+inline int point(double x, double xscale, double wlevel, double wseason, double* level,
+                 double* sfactor, int scode, double* xhat, double* e) noexcept {
+  using namespace smoothing;
+  const double llevel = *level;
+  const double lseason = sfactor[scode];
+  if (std::fabs(llevel) > kStateLimit || std::fabs(lseason) > kStateLimit) {
+    *level = kMissing;
+    sfactor[scode] = kMissing;
+    return kOverflow;
+  }
+  *xhat = llevel + lseason;
+  if (*xhat > xscale * kRelativeLimit) {
+    *level = kMissing;
+    sfactor[scode] = kMissing;
+    return kOverflow;
+  }
+  *e = *xhat - x;
+  const double clevel = (x - lseason) * wlevel + llevel * (1.0 - wlevel);
+  const double cseason = (x - clevel) * wseason + lseason * (1.0 - wseason);
+  *level = clevel;
+  sfactor[scode] = cseason;
+  return kOk;
+}
+
+inline int point_derivative(double x, double wlevel, double wseason, double llevel,
+                            double clevel, double lseason, double* derlev, double* dersea,
+                            double* dervec) noexcept {
+  using namespace smoothing;
+  const double a = derlev[0];
+  const double b = derlev[1];
+  const double c = dersea[0];
+  const double d = dersea[1];
+  if (std::fabs(a) > kErrorLimit || std::fabs(b) > kErrorLimit || std::fabs(c) > kErrorLimit ||
+      std::fabs(d) > kErrorLimit) {
+    derlev[0] = derlev[1] = kMissing;
+    dersea[0] = dersea[1] = kMissing;
+    return kOverflow;
+  }
+  const double u = 1.0 - wlevel;
+  const double v = 1.0 - wseason;
+  // Level L' = (x - S) wl + L (1 - wl); factor S' = (x - L') ws + S (1 - ws).
+  derlev[0] = u * a + x - wlevel * c - llevel - lseason;
+  derlev[1] = u * b - wlevel * d;
+  dersea[0] = v * c - wseason * derlev[0];
+  dersea[1] = v * d + x - clevel - lseason - wseason * derlev[1];
+  // The prediction L + S uses the state before the update.
+  dervec[0] = c + a;
+  dervec[1] = d + b;
+  return kOk;
+}
+
+// The variance multiplier of a forecast k steps ahead:
+//   1 + wlevel^2 (k - 1), and for k > nseasons also
+//   ((k - 1) / nseasons) * d * (2 wlevel + d),  d = wseason (1 - wlevel),
+// the quotient taken in doubles, fraction included.
+inline double variance_multiplier(double wlevel, double wseason, int nseasons,
+                                  long k) noexcept {
+  double vm = 1.0 + wlevel * wlevel * static_cast<double>(k - 1);
+  if (k > nseasons) {
+    const double d = wseason * (1.0 - wlevel);
+    vm = vm + (static_cast<double>(k - 1) / static_cast<double>(nseasons)) * d *
+                  (2.0 * wlevel + d);
+  }
+  return vm;
+}
+
+}  // namespace ess
+#endif
