@@ -1,44 +1,39 @@
-// Fit and forecast methods of seasonal exponential smoothing.
-//
-// Both methods read their arguments in the order every method follows and
-// set the return code to 999 at once.  The estimation and the forecast table
-// are not wired in yet, so 999 stays standing: "nothing ran".
+// Fit and forecast methods of seasonal exponential smoothing: weights LEVEL
+// and SEASONAL, states the level and one factor for each season. Both
+// methods read NSEASONS, CODE and TYPE ("EXPO").
 #include "module/host_api.h"
+#include "module/method_frame.h"
+#include "smoothing/essfit.h"
+
+namespace {
+
+constexpr esf::MethodFamily kSeasonal{
+    .type = kFamilySeasonal,
+    .nparms = 2,
+    .fit = nessfit,
+    .forecast = nessfor,
+    .weight_items = {{"LEVEL", 0}, {"SEASONAL", 1}, {nullptr, 0}},
+    .n_weight_items = 2,
+    .names = {"LEVEL", "SEASONAL", nullptr},
+    .labels = {"LEVEL Smoothing Weight", "SEASONAL Smoothing Weight", nullptr},
+    .labels_by_putstvlab = false,
+    .trended = false,
+    .fit_reads_nseasons = true,
+    .forecast_reads_nseasons = true,
+    .seasonal = true,
+    .type_text = "EXPO",
+    .code_default = "EXPOS",
+    .winters = false,
+    .fit_method_name = "MESSFIT",
+    .weight_slot = {0, -1, -1, 1},
+};
+
+}  // namespace
 
 extern "C" int messfit(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
-  List seriesList = nullptr;
-  List modSpecList = nullptr;
-  List fitRangeList = nullptr;
-  List evalRangeList = nullptr;
-  List modelList = nullptr;
-  int returnCode = 999;
-  char returnCodeMissing = 0;
-  int nArgs = 0;
-  const int rc = posargs(plist, self, 6, 6, &nArgs, POS_LIST, &seriesList, POS_LIST, &modSpecList, POS_LIST,
-                         &fitRangeList, POS_LIST, &evalRangeList, POS_LIST, &modelList, POS_INT, &returnCode,
-                         &returnCodeMissing);
-  posretd(plist, 7, 999.0, 0);
-  (void)rc;
-  return 0;
+  return esf::run_fit_method(kSeasonal, plist, self);
 }
 
 extern "C" int messfor(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
-  List seriesList = nullptr;
-  List modelList = nullptr;
-  List evalRangeList = nullptr;
-  tchar* dsname = nullptr;
-  int dsname_l = 0;
-  double cl = 0.5;
-  char clMissing = 0;
-  int lead = 12;
-  char leadMissing = 0;
-  int returnCode = 999;
-  char returnCodeMissing = 0;
-  int nArgs = 0;
-  const int rc = posargs(plist, self, 7, 7, &nArgs, POS_LIST, &seriesList, POS_LIST, &modelList, POS_LIST,
-                         &evalRangeList, POS_CHAR, &dsname, &dsname_l, POS_DOUBLE, &cl, &clMissing, POS_INT, &lead,
-                         &leadMissing, POS_INT, &returnCode, &returnCodeMissing);
-  posretd(plist, 8, 999.0, 0);
-  (void)rc;
-  return 0;
+  return esf::run_forecast_method(kSeasonal, plist, self);
 }

@@ -144,7 +144,9 @@ int family_start_values(int type, WINMODEL* model) {
   }
   // Seasonal families: a weekly series reads at most one cycle.
   if (ts.interval.intcode == kWeekCode && n > ts.nseasons) n = ts.nseasons;
-  const int nstart = ts.scodes != nullptr ? ts.scodes[0] : 0;
+  // The start routines give their first factor to the season of the first
+  // observation they are handed, which is the first of the fit range.
+  const int nstart = ts.scodes != nullptr ? ts.scodes[model->fitrange.start] : 0;
   if (type == kFamilySeasonal) {
     // Not yet available while the seasonal engine is not linked in.
     if (zesssvi == nullptr) return -8;

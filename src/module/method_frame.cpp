@@ -130,6 +130,18 @@ void release(WINMODEL* model, Arrays* arrays) {
   arrays->parms = nullptr;
 }
 
+// Every season code of the series names one of the nseasons factors. A
+// cycle length given in NSEASONS shorter than the interval's own would
+// otherwise send the passes outside the factor arrays.
+bool season_codes_fit(const WINMODEL& model) {
+  const TSERIES& ts = model.ts;
+  if (ts.nseasons < 1 || ts.scodes == nullptr) return false;
+  for (long t = 0; t < ts.nobs; ++t) {
+    if (ts.scodes[t] < 0 || ts.scodes[t] >= ts.nseasons) return false;
+  }
+  return true;
+}
+
 // Reads CODE and TYPE of a seasonal family's specification. False for a TYPE
 // other than the family's.
 bool read_code_and_type(const MethodFamily& family, List modSpecList, bool fit, WINMODEL* model) {
@@ -240,6 +252,10 @@ int run_fit_method(const MethodFamily& family, PSCPLIST* plist, List self) {
   if (getseries(lists.data, &model.datarange, &model.ts) < 2) {
     release(&model, &arrays);
     getreturn(plist, kTooFew, 0);
+    return 0;
+  }
+  if (family.seasonal && !season_codes_fit(model)) {
+    release(&model, &arrays);
     return 0;
   }
   int rc = getstartvals(modSpecList, fmcomp, family.type, 0, &model);
@@ -379,6 +395,10 @@ int run_forecast_method(const MethodFamily& family, PSCPLIST* plist, List self) 
   if (getseries(lists.data, &model.datarange, &model.ts) < 2) {
     release(&model, &arrays);
     getreturn(plist, kTooFew, rtype);
+    return 0;
+  }
+  if (family.seasonal && !season_codes_fit(model)) {
+    release(&model, &arrays);
     return 0;
   }
 

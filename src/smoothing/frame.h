@@ -39,7 +39,10 @@
 //                                                for every i
 //   Stability
 //     static constexpr bool kHasStability;
-//     static bool stable(const double* w);       the family's z..stb
+//     static bool stable(const double* w);       the family's z..stb, or
+//     static bool stable(const WINMODEL*, const double* w);
+//                                                when the test needs the
+//                                                model (the number of seasons)
 //   Differences between the copies
 //     static constexpr GradDivisor kGradDivisor; two-weight solve: the
 //                                                gradient divides by nobs
@@ -101,6 +104,7 @@
 
 #include <cfloat>
 #include <cmath>
+#include <concepts>
 #include <cstring>
 
 #include "module/host_api.h"
@@ -817,9 +821,18 @@ concept GridInOnePass = requires(WINMODEL* m, const FITCON* f, const double* w, 
   F::grid_mse_all(m, f, w, use, rc, mse);
 };
 
+// A stability test that reads the model, as the seasonal families' tests
+// read the number of seasons.
+template <class F>
+concept StabilityReadsModel = requires(const WINMODEL* m, const double* w) {
+  { F::stable(m, w) } -> std::convertible_to<bool>;
+};
+
 template <class F>
 inline bool rejected_by_stability(const WINMODEL* model, const double* w) {
-  if constexpr (F::kHasStability) {
+  if constexpr (F::kHasStability && StabilityReadsModel<F>) {
+    return model->wbnds.stability && !F::stable(model, w);
+  } else if constexpr (F::kHasStability) {
     return model->wbnds.stability && !F::stable(w);
   } else {
     (void)model;

@@ -1,0 +1,220 @@
+// Seasonal exponential smoothing on the shared estimation frame and forecast
+// driver: the family's trait and the exported drivers.
+//
+// The family carries an array of factors besides the level.  Each pass
+// starts from a copy of the factors of svi, runs the derivative recursions
+// of every factor in two arrays of nseasons doubles (by wlevel and by
+// wseason), and centres the factors, with their derivatives, once at the
+// start of the series, between the backward and the forward pass.
+#include "smoothing/essfit.h"
+
+#include <cstring>
+
+#include "module/host_api.h"
+#include "smoothing/esssubs.h"
+#include "smoothing/frame.h"
+#include "smoothing/frame_out.h"
+
+namespace {
+
+using namespace smoothing;
+using namespace smoothing::frame;
+
+long factor_bytes(const WINMODEL* model) { return static_cast<long>(model->ts.nseasons) * 8; }
+
+void copy_factors(double* to, const double* from, const WINMODEL* model) {
+  std::memcpy(to, from, static_cast<size_t>(factor_bytes(model)));
+}
+
+// Returns the scratch copies of the derivative check to the pool.
+void mfree(double* sfactor, int* scodes) {
+  if (sfactor) host_free(sfactor);
+  if (scodes) host_free(scodes);
+}
+
+// Two weights, level and seasonal; the states are the level and the factors.
+struct SeasonalFamily : FamilyDefaults {
+  static constexpr int kNumWeights = 2;
+  static constexpr Slot kSlots[2] = {Slot::level, Slot::season};
+
+  // level_grid and season_grid: candidate k is row k of both.
+  static constexpr double kGrid[2][kGridRows] = {
+      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
+       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
+      {0.5, 0.4, 0.5, 0.3, 0.4, 0.5, 0.2, 0.3, 0.4, 0.5,
+       0.1, 0.2, 0.3, 0.4, 0.5, 0.9, 0.9, 0.9, 0.9, 0.1}};
+  // Default bounds 0.001 .. 0.999 for both: the tables stand as they are.
+  static constexpr double kGridLo[2] = {0.001, 0.001};
+  static constexpr double kGridScale[2] = {0.998, 0.998};
+
+  // The stability region depends on the number of seasons.
+  static constexpr bool kHasStability = true;
+  static bool stable(const WINMODEL* model, const double* w) {
+    return zessstb(model->ts.nseasons, w[0], w[1]) != 0;
+  }
+
+  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
+  static constexpr bool kJumpOverZero = false;
+  // pest.mse = (nobs / (nobs - 2)) * mse from three observations on.
+  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
+  // The factors count here though not in the divisor of the mse: standard
+  // errors need more observations than seasons plus one.
+  static long stderr_min_nobs(const WINMODEL& model) { return model.ts.nseasons + 2L; }
+
+  // The two arrays of factor derivatives, requested together and tested
+  // once.  A model without season codes or seasons cannot be estimated.
+  static int fit_setup(WINMODEL* model, FITCON* fitcon) {
+    if (fitcon->scodes == nullptr || model->ts.nseasons < 1) return kTooFew;
+    WINT_DER_SEASON& sd = fitcon->derwork.season;
+    sd.size = factor_bytes(model);
+    sd.wtrend = nullptr;
+    sd.wlevel = static_cast<double*>(host_alloc(sd.size, VM_NUMBERS));
+    sd.wseason = static_cast<double*>(host_alloc(sd.size, VM_NUMBERS));
+    if (xmemdef() != 0 || sd.wlevel == nullptr || sd.wseason == nullptr) {
+      fit_cleanup(model, fitcon);
+      return kNoMemory;
+    }
+    return kOk;
+  }
+  static void fit_cleanup(WINMODEL*, FITCON* fitcon) {
+    WINT_DER_SEASON& sd = fitcon->derwork.season;
+    nessfitfree(sd.wlevel, sd.wseason);
+    sd.wlevel = nullptr;
+    sd.wseason = nullptr;
+  }
+
+  static void reset_from_svi(WINMODEL* model) {
+    model->smooth.level = model->svi.level;
+    copy_factors(model->smooth.sfactor, model->svi.sfactor, model);
+  }
+
+  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
+    reset_from_svi(model);
+    return zesssmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n,
+                   model->ts.nseasons, w[0], w[1], &model->smooth.level, model->smooth.sfactor,
+                   fitcon->scodes, mse, nullptr, nullptr);
+  }
+
+  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
+    reset_from_svi(model);
+    const WINT_DER_SEASON& sd = fitcon->derwork.season;
+    std::memset(sd.wlevel, 0, static_cast<size_t>(sd.size));
+    std::memset(sd.wseason, 0, static_cast<size_t>(sd.size));
+    return kOk;
+  }
+
+  // A missing observation takes the prediction, level plus its season's
+  // factor, as its value: no error, and the state stays where it is.
+  static double missing_value(const WINMODEL* model, const FITCON* fitcon, const double*,
+                              long t) {
+    return model->smooth.level + model->smooth.sfactor[fitcon->scodes[t]];
+  }
+
+  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value,
+                    double* wder) {
+    SMOOTHVALS& sm = model->smooth;
+    const int s = fitcon->scodes[t];
+    const double llevel = sm.level;
+    const double lseason = sm.sfactor[s];
+    double xhat = 0.0;
+    double e = 0.0;
+    int rc = ess::point(value, model->ts.descstats.norm, w[0], w[1], &sm.level, sm.sfactor, s,
+                        &xhat, &e);
+    if (rc < 0) return rc;
+    WINT_DER_SEASON& sd = fitcon->derwork.season;
+    double dersea[2] = {sd.wlevel[s], sd.wseason[s]};
+    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason,
+                               fitcon->derwork.level, dersea, wder);
+    sd.wlevel[s] = dersea[0];
+    sd.wseason[s] = dersea[1];
+    if (rc < 0) return rc;
+    sm.xhat = xhat;
+    wder[2] = e;
+    return kOk;
+  }
+
+  // Between the passes the factors are centred, at the start of the series.
+  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
+    WINT_DER& d = fitcon->derwork;
+    zessnmd(model->ts.nseasons, &model->smooth.level, model->smooth.sfactor, d.level,
+            d.season.wlevel, d.season.wseason);
+  }
+  static void save_start(WINMODEL* model) {
+    model->startvals.level = model->smooth.level;
+    copy_factors(model->startvals.sfactor, model->smooth.sfactor, model);
+  }
+
+  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
+                        double* tvals) {
+    return zessstd(xpxdiag, mse, nobs, parms, stderr, tvals);
+  }
+
+  // Diagnostics.
+  static constexpr const char* kTraceWeightHeading = "   Level     Seasonal  ";
+  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  ";
+  static constexpr const char* kTraceExtraHeading = nullptr;
+  static constexpr const char* kTraceExtraFormat = nullptr;
+  static constexpr const char* kCheckTitle = " Seasonal Smoothing Partial Derivative Information  ";
+  static constexpr const char* kCheckHeading =
+      "                  LEVEL    SEASON                   ";
+  // essders: the numeric derivatives run on copies of the start factors and
+  // of the season codes.
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
+                              const double* deltas, int wkflag, double* pder) {
+    const long n = fitcon->n;
+    double* sfactor = static_cast<double*>(host_alloc(factor_bytes(model), VM_NUMBERS));
+    int* scodes = static_cast<int*>(host_alloc(n * static_cast<long>(sizeof(int)), VM_NUMBERS));
+    if (xmemdef() != 0 || sfactor == nullptr || scodes == nullptr) {
+      mfree(sfactor, scodes);
+      return kNoMemory;
+    }
+    copy_factors(sfactor, model->svi.sfactor, model);
+    std::memcpy(scodes, fitcon->scodes, static_cast<size_t>(n) * sizeof(int));
+    double steps[2] = {deltas[0], deltas[1]};
+    const int rc = zessnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, n,
+                           model->ts.nseasons, w[0], w[1], model->svi.level, sfactor, scodes,
+                           steps, wkflag, pder);
+    mfree(sfactor, scodes);
+    return rc;
+  }
+
+  // Forecast.
+  static constexpr int kRowDoubles = 8;
+  static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel},
+                                                    {"SEASON", kMsgSeason}};
+
+  static void forecast_start(WINMODEL* model, int startflg) {
+    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
+    model->smooth.level = from.level;
+    if (model->smooth.sfactor && from.sfactor) {
+      copy_factors(model->smooth.sfactor, from.sfactor, model);
+    }
+  }
+
+  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
+    if (model->ts.scodes == nullptr || model->smooth.sfactor == nullptr ||
+        model->ts.nseasons < 1) {
+      return kTooFew;
+    }
+    const long first = model->fitrange.start;
+    return zessprd(model->ts.x + first, model->ts.misflg + first, model->ts.descstats.norm,
+                   model->fitrange.nobs, model->ts.nseasons, w[0], w[1], &model->smooth.level,
+                   model->smooth.sfactor, model->ts.scodes + first, 0, end, model->lead,
+                   model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
+  }
+};
+
+}  // namespace
+
+extern "C" {
+
+int nessfit(WINMODEL* model) { return fit<SeasonalFamily>(model); }
+
+void nessfitfree(double* dwlevel, double* dwseason) {
+  if (dwlevel) host_free(dwlevel);
+  if (dwseason) host_free(dwseason);
+}
+
+int nessfor(WINMODEL* model, int startflg) { return forecast<SeasonalFamily>(model, startflg); }
+
+}  // extern "C"
