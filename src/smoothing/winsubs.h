@@ -1,0 +1,216 @@
+// Kernel of Winters smoothing: a level L, a trend T that goes on unchanged
+// from step to step, and one factor S[s] for each season, with the weights
+// wlevel, wtrend and wseason (in this order wherever three values go
+// together).  Two forms, chosen by `additive`:
+//
+//   additive (non-zero)                 multiplicative (0)
+//   xhat = S + L + T                    xhat = (T + L) * S
+//   L'   = (L + T)(1 - a) + (x - S) a   L'   = (x / S) a + (1 - a)(T + L)
+//   T'   = T (1 - b) + b (L' - L)       T'   = (L' - L) b + (1 - b) T
+//   S'   = (x - L') c + S (1 - c)       S'   = (x / L') c + (1 - c) S
+//
+// with e = xhat - x.  The multiplicative form refuses predictions, levels
+// and factors below minval = xscale * 1e-12 with the code -7.  A missing
+// observation moves the level by the trend and leaves trend and factors.
+//
+// Return codes: 0, -2, -7, -9, -92 and -100 (no pool memory).
+#pragma once
+
+#include <cmath>
+
+#include "smoothing/frame_limits.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+int zwinpnt(double x, double xscale, int additive, double wlevel, double wtrend, double wseason,
+            double* level, double* trend, double* sfactor, int scode, double* xhat, double* e);
+int zwindpd(double x, double wlevel, double wtrend, double wseason, double llevel, double clevel,
+            double ltrend, double ctrend, double lseason, double cseason, int additive,
+            double* derlev, double* dertre, double* dersea, double* dervec);
+int zwinsmo(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
+            double wlevel, double wtrend, double wseason, double* level, double* trend,
+            double* sfactor, int* scodes, double* mse, double* smoothed, double* strptr);
+int zwinsvi(double* x, char* misflg, long n, int nseasons, int nstart, int additive, int stflg,
+            double* level, double* trend, double* sfactor);
+int zwinnmd(int nseasons, int additive, double* level, double* trend, double* sfactor,
+            double* derlev, double* dertre, double* dersealev, double* derseatre,
+            double* derseasea);
+int zwinnrm(int nseasons, int additive, double* level, double* trend, double* sfactor);
+// 1 when the weights lie in the stability region, else 0.
+int zwinstb(int nseasons, int additive, double wlevel, double wtrend, double wseason);
+int zwinprd(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
+            double wlevel, double wtrend, double wseason, double* level, double* trend,
+            double* sfactor, int* scodes, long start, long end, long lead, double se2,
+            double siglev, int startflg, double* mse, double* strptr);
+int zwinpsi(double wlevel, double wtrend, double wseason, int nseasons, long npsi, double* psi);
+int zwinnpd(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
+            double wlevel, double wtrend, double wseason, double level, double trend,
+            double* sfactor, int* scodes, double* deltas, int wkflag, double* pder);
+int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
+            double* tvals);
+
+#ifdef __cplusplus
+}
+
+// Variance of the prediction `lead` steps ahead and, when `limit` is given,
+// the half-width of its limits: the additive form, and the multiplicative
+// form for a lead whose season is `scode`.  Private to the Winters family in
+// the module image; declared here so that its tests can reach them.
+double zwincla(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead,
+               double siglev, double* limit);
+double zwinclm(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead,
+               double siglev, double* sfactor, int scode, double* limit);
+
+namespace win {
+
+inline constexpr double kMinValFactor = 1e-12;  // minval = xscale * this
+inline constexpr int kBelowFloor = -7;          // a multiplicative state fell below minval
+
+// The body of zwinpnt, inline for the estimation frame's passes.
+inline int point(double x, double xscale, int additive, double wlevel, double wtrend,
+                 double wseason, double* level, double* trend, double* sfactor, int scode,
+                 double* xhat, double* e) noexcept {
+  using namespace smoothing;
+  const double llevel = *level;
+  const double ltrend = *trend;
+  const double lseason = sfactor[scode];
+  auto fail = [&](int rc) {
+    *level = kMissing;
+    *trend = kMissing;
+    sfactor[scode] = kMissing;
+    return rc;
+  };
+  if (std::fabs(llevel) > kStateLimit || std::fabs(ltrend) > kStateLimit ||
+      std::fabs(lseason) > kStateLimit) {
+    return fail(kOverflow);
+  }
+  if (additive) {
+    *xhat = lseason + llevel + ltrend;
+    if (*xhat > xscale * kRelativeLimit) return fail(kOverflow);
+    *e = *xhat - x;
+    const double clevel = (llevel + ltrend) * (1.0 - wlevel) + (x - lseason) * wlevel;
+    const double ctrend = ltrend * (1.0 - wtrend) + wtrend * (clevel - llevel);
+    const double cseason = (x - clevel) * wseason + lseason * (1.0 - wseason);
+    *level = clevel;
+    *trend = ctrend;
+    sfactor[scode] = cseason;
+    return kOk;
+  }
+  const double minval = xscale * kMinValFactor;
+  *xhat = (ltrend + llevel) * lseason;
+  if (*xhat < minval) return fail(kBelowFloor);
+  if (*xhat > xscale * kRelativeLimit) return fail(kOverflow);
+  *e = *xhat - x;
+  double tmp = 0.0;
+  if (guarded_divide(x, lseason, &tmp) != kOk) return fail(kOverflow);
+  const double clevel = tmp * wlevel + (1.0 - wlevel) * (ltrend + llevel);
+  if (guarded_divide(x, clevel, &tmp) != kOk) {
+    // Only the factor is lost: the level and trend keep their values.
+    sfactor[scode] = kMissing;
+    return kOverflow;
+  }
+  const double ctrend = (clevel - llevel) * wtrend + (1.0 - wtrend) * ltrend;
+  const double cseason = tmp * wseason + (1.0 - wseason) * lseason;
+  *level = clevel;
+  *trend = ctrend;
+  sfactor[scode] = cseason;
+  if (clevel < minval || cseason < minval) return kBelowFloor;
+  return kOk;
+}
+
+// The step over a missing observation: the level moves by the trend; the
+// prediction is made with the new level.
+inline double missing_step(int additive, double* level, double trend, double season) noexcept {
+  *level = *level + trend;
+  return additive ? *level + season : *level * season;
+}
+
+// The body of zwindpd.  derlev, dertre and dersea hold the derivatives of
+// level, trend and the observation's factor by the three weights before the
+// observation and receive them after it; dervec gets the derivatives of the
+// one-step prediction.
+inline int point_derivative(double x, double wlevel, double wtrend, double wseason,
+                            double llevel, double clevel, double ltrend, double lseason,
+                            int additive, double* derlev, double* dertre, double* dersea,
+                            double* dervec) noexcept {
+  using namespace smoothing;
+  double lderlev[3];
+  double ldertre[3];
+  double ldersea[3];
+  bool big = false;
+  for (int i = 0; i < 3; ++i) {
+    lderlev[i] = derlev[i];
+    ldertre[i] = dertre[i];
+    ldersea[i] = dersea[i];
+    big |= std::fabs(lderlev[i]) > kErrorLimit || std::fabs(ldertre[i]) > kErrorLimit ||
+           std::fabs(ldersea[i]) > kErrorLimit;
+  }
+  auto lose_all = [&] {
+    for (int i = 0; i < 3; ++i) {
+      derlev[i] = kMissing;
+      dertre[i] = kMissing;
+      dersea[i] = kMissing;
+    }
+    return kOverflow;
+  };
+  if (big) return lose_all();
+
+  const double u = 1.0 - wlevel;
+  const double v = 1.0 - wtrend;
+  const double w = 1.0 - wseason;
+  const double b = llevel + ltrend;
+  double p[3];
+  for (int i = 0; i < 3; ++i) p[i] = lderlev[i] + ldertre[i];
+
+  auto trend_derivatives = [&] {
+    dertre[0] = v * ldertre[0] + wtrend * (derlev[0] - lderlev[0]);
+    dertre[1] = v * ldertre[1] + wtrend * (derlev[1] - lderlev[1]) + clevel - llevel - ltrend;
+    dertre[2] = v * ldertre[2] + wtrend * (derlev[2] - lderlev[2]);
+  };
+
+  if (additive) {
+    derlev[0] = u * p[0] - wlevel * ldersea[0] + x - lseason - b;
+    derlev[1] = u * p[1] - wlevel * ldersea[1];
+    derlev[2] = u * p[2] - wlevel * ldersea[2];
+    trend_derivatives();
+    dersea[0] = w * ldersea[0] - wseason * derlev[0];
+    dersea[1] = w * ldersea[1] - wseason * derlev[1];
+    dersea[2] = w * ldersea[2] + x - clevel - lseason - wseason * derlev[2];
+    for (int i = 0; i < 3; ++i) dervec[i] = p[i] + ldersea[i];
+    return kOk;
+  }
+
+  double xa = 0.0;
+  double f = 0.0;
+  if (guarded_divide(x, lseason, &xa) != kOk || guarded_divide(wlevel * xa, lseason, &f) != kOk) {
+    return lose_all();
+  }
+  derlev[0] = u * p[0] + xa - b - f * ldersea[0];
+  derlev[1] = u * p[1] - f * ldersea[1];
+  derlev[2] = u * p[2] - f * ldersea[2];
+  trend_derivatives();
+  for (int i = 0; i < 3; ++i) dervec[i] = p[i] * lseason + ldersea[i] * b;
+  double xc = 0.0;
+  double g = 0.0;
+  if (guarded_divide(x, clevel, &xc) != kOk || guarded_divide(wseason * xc, clevel, &g) != kOk) {
+    for (int i = 0; i < 3; ++i) dersea[i] = kMissing;
+    return kOverflow;
+  }
+  dersea[0] = w * ldersea[0] - g * derlev[0];
+  dersea[1] = w * ldersea[1] - g * derlev[1];
+  dersea[2] = w * ldersea[2] + xc - lseason - g * derlev[2];
+  return kOk;
+}
+
+// The body of zwinnmd: the factors centred on 0 (additive) or scaled to mean
+// 1 (multiplicative), level and trend absorbing the difference, with the
+// derivatives of all of them.  The derivative pointers may all be null
+// (zwinnrm).
+void normalise(int nseasons, int additive, double* level, double* trend, double* sfactor,
+               double* derlev, double* dertre, double* dersealev, double* derseatre,
+               double* derseasea) noexcept;
+
+}  // namespace win
+#endif
