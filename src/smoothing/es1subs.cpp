@@ -1,10 +1,11 @@
 // Kernel of simple exponential smoothing.  See es1subs.h for the recursions.
 //
-// The loops of zes1smo and zes1prd are written without calls: zes1smo runs
-// once for every grid candidate and twice for every numeric derivative.  Loop
-// invariants such as (1 - w) and the relative limit are computed once; that
-// changes no bit of any result, since each is the same expression evaluated
-// on the same operands.
+// The whole-series passes of zes1smo and zes1prd are those of
+// smoothing/pass_kernel.h, run with the kernel record below; the update is
+// es1::point, inline, so that the loops run without calls: zes1smo runs twice
+// for every numeric derivative.  Loop invariants such as (1 - w) and the
+// relative limit are the same expressions on the same operands wherever they
+// are evaluated, so hoisting them changes no bit.
 #include "smoothing/es1subs.h"
 
 #include <algorithm>
@@ -14,36 +15,43 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "smoothing/frame_limits.h"
+#include "smoothing/pass_kernel.h"
 
 using namespace smoothing;
 
 namespace {
 
-// True when a level before an update fails one of the two state guards:
-// |L| above the state limit, or L above the relative limit (upper side only).
-inline bool level_overflows(double level, double upper) noexcept {
-  return std::fabs(level) > kStateLimit || level > upper;
-}
+// Simple smoothing for the passes of pass_kernel.h: one state, the level.
+struct Kernel {
+  struct State {
+    double level;
+  };
+  static constexpr int kStates = 1;
+  static constexpr long kParms = 1;
+  // In zes1smo the xhat slot of a missing observation repeats the previous
+  // prediction; zes1prd shows the level there.
+  static constexpr bool kMissingRepeatsPrediction = true;
 
-// The backcast: from observation n-1 down to 0, skipping missing ones.
-// Leaves the start level for time 0 in `level`; -9 with `level` missing when
-// a guard fails.
-inline int backcast(const double* x, const char* misflg, double xscale, long n,
-                    double wlevel, double& level) noexcept {
-  const double upper = xscale * kRelativeLimit;
-  const double keep = 1.0 - wlevel;
-  double l = level;
-  for (long t = n - 1; t >= 0; --t) {
-    if (misflg[t]) continue;
-    if (level_overflows(l, upper)) {
-      level = kMissing;
-      return kOverflow;
-    }
-    l = x[t] * wlevel + l * keep;
+  double xscale;
+  double wlevel;
+
+  bool unusable() const noexcept { return std::fabs(wlevel) > kStateLimit; }
+  int update(double x, State& s, double& xhat, double& e) const noexcept {
+    return es1::point(x, xscale, wlevel, &s.level, &xhat, &e);
   }
-  level = l;
-  return kOk;
-}
+  // A missing observation leaves the level alone.
+  static void skip(const State& s, double& xhat) noexcept { xhat = s.level; }
+  static void turn(State&) noexcept {}
+  static void put(const State& s, double* cols) noexcept { cols[0] = s.level; }
+  double variance(double base, long k) const noexcept {
+    return (static_cast<double>(k - 1) * wlevel * wlevel + 1.0) * base;
+  }
+  // The forecast is flat at the last level.
+  static double forecast(const State& s, long, double* cols) noexcept {
+    cols[0] = s.level;
+    return s.level;
+  }
+};
 
 }  // namespace
 
@@ -60,53 +68,10 @@ int zes1dpd(double x, double wlevel, double llevel, double /*clevel*/, double* d
 
 int zes1smo(double* x, char* misflg, double xscale, long n, double wlevel, double* level,
             double* mse, double* smoothed, double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (std::fabs(wlevel) > kStateLimit) return kOverflow;
-
-  int rc = backcast(x, misflg, xscale, n, wlevel, *level);
-  if (rc != kOk) return rc;
-
-  const double upper = xscale * kRelativeLimit;
-  const double keep = 1.0 - wlevel;
-  double l = *level;
-  double sse = 0.0;
-  long nmiss = 0;
-  double xhat = kMissing;  // a missing observation repeats the previous prediction
-  for (long t = 0; t < n; ++t) {
-    double e;
-    if (misflg[t]) {
-      ++nmiss;
-      e = kMissing;
-    } else {
-      if (level_overflows(l, upper)) {
-        *level = kMissing;
-        return kOverflow;
-      }
-      xhat = l;
-      e = l - x[t];
-      l = x[t] * wlevel + l * keep;
-      if (std::fabs(e) > kErrorLimit || sse > kSseLimit) {
-        *level = l;
-        return kOverflow;
-      }
-      sse += e * e;
-    }
-    if (smoothed) smoothed[t] = xhat;
-    if (strptr) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = e;
-      strptr[3] = l;
-      strptr += 4;
-    }
-  }
-  *level = l;
-
-  const long nobs = n - nmiss;
-  if (nobs < 1) return kTooFew;
-  *mse = esf::is_missing(sse) ? kMissing : sse / static_cast<double>(nobs);
-  return kOk;
+  Kernel::State s{*level};
+  const int rc = pass::smooth(Kernel{xscale, wlevel}, x, misflg, n, s, mse, smoothed, strptr);
+  *level = s.level;
+  return rc;
 }
 
 int zes1svi(double* x, char* misflg, long n, int /*stflg*/, double* level) {
@@ -123,80 +88,11 @@ int zes1svi(double* x, char* misflg, long n, int /*stflg*/, double* level) {
 int zes1prd(double* x, char* misflg, double xscale, long n, double wlevel, double* level,
             long start, long end, long lead, double se2, double siglev, int startflg,
             double* mse, double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (std::fabs(wlevel) > kStateLimit) return kOverflow;
-
-  const double std_fit = (esf::is_missing(se2) || se2 <= kTiny) ? 0.0 : std::sqrt(se2);
-  const double z = zprobit(1.0 - siglev * 0.5);
-  // One half-width for every observed row, whatever se2 holds: a missing se2
-  // gives limits that are the square root of a missing value.
-  const double limit = z * std::sqrt(se2);
-
-  if (startflg == 0) {
-    const int rc = backcast(x, misflg, xscale, n, wlevel, *level);
-    if (rc != kOk) return rc;
-  }
-
-  const double upper = xscale * kRelativeLimit;
-  const double keep = 1.0 - wlevel;
-  double l = *level;
-  double sse = 0.0;
-  long nmiss = 0;
-  for (long t = 0; t <= end; ++t) {
-    const double xhat = l;
-    double e;
-    if (misflg[t]) {
-      e = kMissing;
-      ++nmiss;
-    } else {
-      if (level_overflows(l, upper)) {
-        *level = kMissing;
-        return kOverflow;
-      }
-      e = xhat - x[t];
-      l = x[t] * wlevel + l * keep;
-      sse += e * e;
-    }
-    if (strptr && t >= start) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = xhat + limit;
-      strptr[3] = xhat - limit;
-      strptr[4] = e;
-      strptr[5] = std_fit;
-      strptr[6] = l;
-      strptr += 7;
-    }
-  }
-  *level = l;
-
-  // n is the argument and nmiss counts over 0..end, which may run past n.
-  const long nobs = n - nmiss;
-  if (nobs < 1) return kTooFew;
-  *mse = nobs > 1 ? sse / static_cast<double>(nobs - 1) : sse;
-
-  // Only the forecast rows fall back on the pass's own error variance.
-  const double base = (esf::is_missing(se2) || se2 <= 0.0) ? *mse : se2;
-  if (lead > 0) {
-    const double f = l;  // the forecast is flat at the last level
-    for (long k = 1; k <= lead; ++k) {
-      const double var = (static_cast<double>(k - 1) * wlevel * wlevel + 1.0) * base;
-      const double sd = std::sqrt(var);
-      const double hw = z * sd;
-      if (strptr) {
-        strptr[0] = kMissing;
-        strptr[1] = f;
-        strptr[2] = f + hw;
-        strptr[3] = f - hw;
-        strptr[4] = kMissing;
-        strptr[5] = sd;
-        strptr[6] = f;
-        strptr += 7;
-      }
-    }
-  }
-  return kOk;
+  Kernel::State s{*level};
+  const int rc = pass::predict(Kernel{xscale, wlevel}, x, misflg, n, s, start, end, lead, se2,
+                               siglev, startflg, mse, strptr);
+  *level = s.level;
+  return rc;
 }
 
 double zes1cla(double wlevel, double se2, long lead, double siglev, double* limit) {

@@ -14,38 +14,15 @@
 #include <cmath>
 
 #include "numeric/numeric.h"
+#include "smoothing/pass_kernel.h"
 #include "smoothing/trend_kernel.h"
 
 namespace {
 
 using namespace trend;
 
-// One observation. Returns kOk or kOverflow (both states missing).
-inline int update(double x, double xscale, double wlevel, double wtrend,
-                  double& level, double& trend, double& xhat, double& e) {
-  return es2::point(x, xscale, wlevel, wtrend, &level, &trend, &xhat, &e);
-}
-
 inline bool weights_overflow(double wlevel, double wtrend) {
   return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit;
-}
-
-// Backward pass from the end of the series to observation 0, then the turn.
-int backcast(const double* x, const char* misflg, double xscale, long n,
-             double wlevel, double wtrend, double& level, double& trend) {
-  double xhat = 0.0;
-  double e = 0.0;
-  for (long t = n - 1; t >= 0; --t) {
-    if (misflg[t]) {
-      level = level + trend;
-      continue;
-    }
-    const int rc = update(x[t], xscale, wlevel, wtrend, level, trend, xhat, e);
-    if (rc != kOk) return rc;
-  }
-  level = level + trend;
-  trend = -trend;
-  return kOk;
 }
 
 // var = base * (1 + sum over j = 1..lead-1 of (wlevel + j * wlevel * wtrend)^2)
@@ -59,13 +36,43 @@ double lead_variance(double wlevel, double wtrend, double base, long lead) {
   return base * (1.0 + sum);
 }
 
+// Linear smoothing for the passes of pass_kernel.h.
+struct Kernel : TrendedKernel {
+  static constexpr long kParms = 2;
+
+  double xscale;
+  double wlevel;
+  double wtrend;
+
+  bool unusable() const noexcept { return weights_overflow(wlevel, wtrend); }
+  int update(double x, State& s, double& xhat, double& e) const noexcept {
+    return es2::point(x, xscale, wlevel, wtrend, &s.level, &s.trend, &xhat, &e);
+  }
+  // A missing observation moves the level by the trend; the new level is its
+  // prediction.
+  static void skip(State& s, double& xhat) noexcept {
+    s.level = s.level + s.trend;
+    xhat = s.level;
+  }
+  double variance(double base, long k) const noexcept {
+    return lead_variance(wlevel, wtrend, base, k);
+  }
+  // Forecast k is L + k * T from the end states.
+  static double forecast(const State& s, long k, double* cols) noexcept {
+    const double f = s.level + static_cast<double>(k) * s.trend;
+    cols[0] = f;
+    cols[1] = s.trend;
+    return f;
+  }
+};
+
 }  // namespace
 
 extern "C" {
 
 int zes2pnt(double x, double xscale, double wlevel, double wtrend,
             double* level, double* trend, double* xhat, double* e) {
-  return update(x, xscale, wlevel, wtrend, *level, *trend, *xhat, *e);
+  return es2::point(x, xscale, wlevel, wtrend, level, trend, xhat, e);
 }
 
 int zes2dpd(double x, double wlevel, double wtrend, double llevel,
@@ -78,30 +85,12 @@ int zes2dpd(double x, double wlevel, double wtrend, double llevel,
 int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double* level, double* trend, double* mse,
             double* smoothed, double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (weights_overflow(wlevel, wtrend)) return kOverflow;
-
-  double l = *level;
-  double tr = *trend;
-  int rc = backcast(x, misflg, xscale, n, wlevel, wtrend, l, tr);
-  if (rc != kOk) {
-    *level = l;
-    *trend = tr;
-    return rc;
-  }
-
-  *level = l;
-  *trend = tr;
-  return forward_pass(
-      x, misflg, n, level, trend, mse, smoothed, strptr,
-      [](double& l, double& tr) {
-        l = l + tr;
-        return l;
-      },
-      [&](double xt, double& l, double& tr, double& xhat, double& e) {
-        return update(xt, xscale, wlevel, wtrend, l, tr, xhat, e);
-      });
+  Kernel::State s{*level, *trend};
+  const int rc = pass::smooth(Kernel{{}, xscale, wlevel, wtrend}, x, misflg, n, s, mse,
+                              smoothed, strptr);
+  *level = s.level;
+  *trend = s.trend;
+  return rc;
 }
 
 int zes2svi(double* x, char* misflg, long n, int stflg, double* level,
@@ -113,84 +102,12 @@ int zes2prd(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double* level, double* trend, long start,
             long end, long lead, double se2, double siglev, int startflg,
             double* mse, double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (weights_overflow(wlevel, wtrend)) return kOverflow;
-
-  const double std_fit = (missing(se2) || se2 <= kTiny) ? 0.0 : std::sqrt(se2);
-  double limit = 0.0;
-  zes2cla(wlevel, wtrend, se2, 1, siglev, &limit);
-
-  double l = *level;
-  double tr = *trend;
-  int rc = kOk;
-  if (startflg == 0) {
-    rc = backcast(x, misflg, xscale, n, wlevel, wtrend, l, tr);
-    if (rc != kOk) {
-      *level = l;
-      *trend = tr;
-      return rc;
-    }
-  }
-
-  double sse = 0.0;
-  long nmiss = 0;
-  for (long t = 0; t <= end; ++t) {
-    double xhat = 0.0;
-    double e = kMissing;
-    if (misflg[t]) {
-      l = l + tr;
-      xhat = l;
-      ++nmiss;
-    } else {
-      rc = update(x[t], xscale, wlevel, wtrend, l, tr, xhat, e);
-      if (rc != kOk) {
-        *level = l;
-        *trend = tr;
-        return rc;
-      }
-      sse += e * e;
-    }
-    if (strptr && t >= start) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = xhat + limit;
-      strptr[3] = xhat - limit;
-      strptr[4] = e;
-      strptr[5] = std_fit;
-      strptr[6] = l;
-      strptr[7] = tr;
-      strptr += 8;
-    }
-  }
-  *level = l;
-  *trend = tr;
-
-  const long nobs = n - nmiss;
-  if (nobs < 1) return kTooFew;
-  *mse = nobs > 2 ? sse / static_cast<double>(nobs - 2) : sse;
-
-  const double base = (missing(se2) || se2 <= 0.0) ? *mse : se2;
-  if (lead > 0) {
-    const double z = zprobit(1.0 - siglev * 0.5);
-    for (long k = 1; k <= lead; ++k) {
-      const double f = l + static_cast<double>(k) * tr;
-      const double sd = std::sqrt(lead_variance(wlevel, wtrend, base, k));
-      const double hw = z * sd;
-      if (strptr) {
-        strptr[0] = kMissing;
-        strptr[1] = f;
-        strptr[2] = f + hw;
-        strptr[3] = f - hw;
-        strptr[4] = kMissing;
-        strptr[5] = sd;
-        strptr[6] = f;
-        strptr[7] = tr;
-        strptr += 8;
-      }
-    }
-  }
-  return kOk;
+  Kernel::State s{*level, *trend};
+  const int rc = pass::predict(Kernel{{}, xscale, wlevel, wtrend}, x, misflg, n, s, start, end,
+                               lead, se2, siglev, startflg, mse, strptr);
+  *level = s.level;
+  *trend = s.trend;
+  return rc;
 }
 
 double zes2cla(double wlevel, double wtrend, double se2, long lead,

@@ -16,17 +16,12 @@
 #include <cmath>
 
 #include "numeric/numeric.h"
+#include "smoothing/pass_kernel.h"
 #include "smoothing/trend_kernel.h"
 
 namespace {
 
 using namespace trend;
-
-inline int update(double x, double xscale, double wlevel, double wtrend,
-                  double wdamp, double& level, double& trend, double& xhat,
-                  double& e) {
-  return es3::point(x, xscale, wlevel, wtrend, wdamp, &level, &trend, &xhat, &e);
-}
 
 // The step over a missing observation: the trend is damped, then added.
 inline void missing_step(double wdamp, double& level, double& trend) {
@@ -37,26 +32,6 @@ inline void missing_step(double wdamp, double& level, double& trend) {
 inline bool weights_overflow(double wlevel, double wtrend, double wdamp) {
   return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit ||
          std::fabs(wdamp) > kStateLimit;
-}
-
-// Backward pass from the end of the series to observation 0, then the
-// reversal that leaves the state before observation 0, trend forward.
-int backcast(const double* x, const char* misflg, double xscale, long n,
-             double wlevel, double wtrend, double wdamp, double& level,
-             double& trend) {
-  double xhat = 0.0;
-  double e = 0.0;
-  for (long t = n - 1; t >= 0; --t) {
-    if (misflg[t]) {
-      missing_step(wdamp, level, trend);
-      continue;
-    }
-    const int rc = update(x[t], xscale, wlevel, wtrend, wdamp, level, trend, xhat, e);
-    if (rc != kOk) return rc;
-  }
-  trend = -(trend * wdamp);
-  level = level - trend;
-  return kOk;
 }
 
 // Moving-average weight psi(i), i >= 1, of the damped model.
@@ -83,6 +58,42 @@ double variance_factor(double wlevel, double wtrend, double wdamp, long lead) {
   return 1.0 + sum;
 }
 
+// Damped-trend smoothing for the passes of pass_kernel.h.
+struct Kernel : TrendedKernel {
+  static constexpr long kParms = 3;
+
+  double xscale;
+  double wlevel;
+  double wtrend;
+  double wdamp;
+
+  bool unusable() const noexcept { return weights_overflow(wlevel, wtrend, wdamp); }
+  int update(double x, State& s, double& xhat, double& e) const noexcept {
+    return es3::point(x, xscale, wlevel, wtrend, wdamp, &s.level, &s.trend, &xhat, &e);
+  }
+  // The new level is the prediction of a missing observation.
+  void skip(State& s, double& xhat) const noexcept {
+    missing_step(wdamp, s.level, s.trend);
+    xhat = s.level;
+  }
+  // The reversal: one more damped step back, the trend turned forward.
+  void turn(State& s) const noexcept {
+    s.trend = -(s.trend * wdamp);
+    s.level = s.level - s.trend;
+  }
+  double variance(double base, long k) const noexcept {
+    return base * variance_factor(wlevel, wtrend, wdamp, k);
+  }
+  // Each forecast row takes one more damped step from the end states.
+  double forecast(State& s, long, double* cols) const noexcept {
+    s.trend = wdamp * s.trend;
+    s.level = s.level + s.trend;
+    cols[0] = s.level;
+    cols[1] = s.trend;
+    return s.level;
+  }
+};
+
 }  // namespace
 
 double zes3cla(double wlevel, double wtrend, double wdamp, double se2,
@@ -97,7 +108,7 @@ extern "C" {
 int zes3pnt(double x, double xscale, double wlevel, double wtrend,
             double wdamp, double* level, double* trend, double* xhat,
             double* e) {
-  return update(x, xscale, wlevel, wtrend, wdamp, *level, *trend, *xhat, *e);
+  return es3::point(x, xscale, wlevel, wtrend, wdamp, level, trend, xhat, e);
 }
 
 int zes3dpd(double x, double wlevel, double wtrend, double wdamp,
@@ -110,30 +121,12 @@ int zes3dpd(double x, double wlevel, double wtrend, double wdamp,
 int zes3smo(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double wdamp, double* level, double* trend,
             double* mse, double* smoothed, double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (weights_overflow(wlevel, wtrend, wdamp)) return kOverflow;
-
-  double l = *level;
-  double tr = *trend;
-  int rc = backcast(x, misflg, xscale, n, wlevel, wtrend, wdamp, l, tr);
-  if (rc != kOk) {
-    *level = l;
-    *trend = tr;
-    return rc;
-  }
-
-  *level = l;
-  *trend = tr;
-  return forward_pass(
-      x, misflg, n, level, trend, mse, smoothed, strptr,
-      [wdamp](double& l, double& tr) {
-        missing_step(wdamp, l, tr);
-        return l;
-      },
-      [&](double xt, double& l, double& tr, double& xhat, double& e) {
-        return update(xt, xscale, wlevel, wtrend, wdamp, l, tr, xhat, e);
-      });
+  Kernel::State st{*level, *trend};
+  const int rc = pass::smooth(Kernel{{}, xscale, wlevel, wtrend, wdamp}, x, misflg, n, st, mse,
+                              smoothed, strptr);
+  *level = st.level;
+  *trend = st.trend;
+  return rc;
 }
 
 int zes3svi(double* x, char* misflg, long n, int stflg, double* level,
@@ -158,84 +151,12 @@ int zes3prd(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double wdamp, double* level, double* trend,
             long start, long end, long lead, double se2, double siglev,
             int startflg, double* mse, double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (weights_overflow(wlevel, wtrend, wdamp)) return kOverflow;
-
-  const double std_fit = (missing(se2) || se2 <= kTiny) ? 0.0 : std::sqrt(se2);
-  const double z = zprobit(1.0 - siglev * 0.5);
-  const double delta = z * std::sqrt(se2);
-
-  double l = *level;
-  double tr = *trend;
-  int rc = kOk;
-  if (startflg == 0) {
-    rc = backcast(x, misflg, xscale, n, wlevel, wtrend, wdamp, l, tr);
-    if (rc != kOk) {
-      *level = l;
-      *trend = tr;
-      return rc;
-    }
-  }
-
-  double sse = 0.0;
-  long nmiss = 0;
-  for (long t = 0; t <= end; ++t) {
-    double xhat = 0.0;
-    double e = kMissing;
-    if (misflg[t]) {
-      missing_step(wdamp, l, tr);
-      xhat = l;
-      ++nmiss;
-    } else {
-      rc = update(x[t], xscale, wlevel, wtrend, wdamp, l, tr, xhat, e);
-      if (rc != kOk) {
-        *level = l;
-        *trend = tr;
-        return rc;
-      }
-      sse += e * e;
-    }
-    if (strptr && t >= start) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = xhat + delta;
-      strptr[3] = xhat - delta;
-      strptr[4] = e;
-      strptr[5] = std_fit;
-      strptr[6] = l;
-      strptr[7] = tr;
-      strptr += 8;
-    }
-  }
-  *level = l;
-  *trend = tr;
-
-  const long nobs = n - nmiss;
-  if (nobs < 1) return kTooFew;
-  *mse = nobs > 3 ? sse / static_cast<double>(nobs - 3) : sse;
-
-  const double base = (missing(se2) || se2 <= 0.0) ? *mse : se2;
-  double predlev = l;
-  double predtre = tr;
-  for (long k = 1; k <= lead; ++k) {
-    predtre = wdamp * predtre;
-    predlev = predlev + predtre;
-    const double sd = std::sqrt(base * variance_factor(wlevel, wtrend, wdamp, k));
-    const double hw = z * sd;
-    if (strptr) {
-      strptr[0] = kMissing;
-      strptr[1] = predlev;
-      strptr[2] = predlev + hw;
-      strptr[3] = predlev - hw;
-      strptr[4] = kMissing;
-      strptr[5] = sd;
-      strptr[6] = predlev;
-      strptr[7] = predtre;
-      strptr += 8;
-    }
-  }
-  return kOk;
+  Kernel::State st{*level, *trend};
+  const int rc = pass::predict(Kernel{{}, xscale, wlevel, wtrend, wdamp}, x, misflg, n, st,
+                               start, end, lead, se2, siglev, startflg, mse, strptr);
+  *level = st.level;
+  *trend = st.trend;
+  return rc;
 }
 
 int zes3psi(double wlevel, double wtrend, double wdamp, long npsi,

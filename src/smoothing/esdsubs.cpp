@@ -14,38 +14,15 @@
 #include <cmath>
 
 #include "numeric/numeric.h"
+#include "smoothing/pass_kernel.h"
 #include "smoothing/trend_kernel.h"
 
 namespace {
 
 using namespace trend;
 
-// One observation. A failed guard makes only the level missing.
-inline int update(double x, double xscale, double w, double& level,
-                  double& trend, double& xhat, double& e) {
-  return esd::point(x, xscale, w, &level, &trend, &xhat, &e);
-}
-
 inline bool weight_unusable(double w) {
   return std::fabs(w) > kStateLimit || std::fabs(w) < kTiny;
-}
-
-// Backward pass from the end of the series to observation 0, then the turn.
-int backcast(const double* x, const char* misflg, double xscale, long n,
-             double w, double& level, double& trend) {
-  double xhat = 0.0;
-  double e = 0.0;
-  for (long t = n - 1; t >= 0; --t) {
-    if (misflg[t]) {
-      level = level + trend;
-      continue;
-    }
-    const int rc = update(x[t], xscale, w, level, trend, xhat, e);
-    if (rc != kOk) return rc;
-  }
-  level = level + trend;
-  trend = -trend;
-  return kOk;
 }
 
 // s(1) = 1; s(k) = 1 + (2w)^2 + sum over j = 1..k-2 of (2w + j w^2)^2.
@@ -60,13 +37,40 @@ double variance_factor(double w, long k) {
   return 1.0 + (2.0 * w) * (2.0 * w) + sum;
 }
 
+// Double smoothing for the passes of pass_kernel.h. A failed guard of the
+// update makes only the level missing.
+struct Kernel : TrendedKernel {
+  static constexpr long kParms = 1;
+
+  double xscale;
+  double w;
+
+  bool unusable() const noexcept { return weight_unusable(w); }
+  int update(double x, State& s, double& xhat, double& e) const noexcept {
+    return esd::point(x, xscale, w, &s.level, &s.trend, &xhat, &e);
+  }
+  // A missing observation is predicted by L + T / w and moves the level by
+  // T, not T / w.
+  void skip(State& s, double& xhat) const noexcept {
+    xhat = s.level + s.trend / w;
+    s.level = s.level + s.trend;
+  }
+  double variance(double base, long k) const noexcept { return base * variance_factor(w, k); }
+  // Forecast k is L + T / w + (k - 1) * T; the level column is L + k * T.
+  double forecast(const State& s, long k, double* cols) const noexcept {
+    cols[0] = s.level + static_cast<double>(k) * s.trend;
+    cols[1] = s.trend;
+    return s.level + s.trend / w + static_cast<double>(k - 1) * s.trend;
+  }
+};
+
 }  // namespace
 
 extern "C" {
 
 int zesdpnt(double x, double xscale, double wlevel, double* level,
             double* trend, double* xhat, double* e) {
-  return update(x, xscale, wlevel, *level, *trend, *xhat, *e);
+  return esd::point(x, xscale, wlevel, level, trend, xhat, e);
 }
 
 int zesddpd(double x, double wlevel, double llevel, double clevel,
@@ -78,31 +82,12 @@ int zesddpd(double x, double wlevel, double llevel, double clevel,
 int zesdsmo(double* x, char* misflg, double xscale, long n, double wlevel,
             double* level, double* trend, double* mse, double* smoothed,
             double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (weight_unusable(wlevel)) return kOverflow;
-
-  double l = *level;
-  double tr = *trend;
-  int rc = backcast(x, misflg, xscale, n, wlevel, l, tr);
-  if (rc != kOk) {
-    *level = l;
-    *trend = tr;
-    return rc;
-  }
-
-  *level = l;
-  *trend = tr;
-  return forward_pass(
-      x, misflg, n, level, trend, mse, smoothed, strptr,
-      [wlevel](double& l, double& tr) {
-        const double xhat = l + tr / wlevel;
-        l = l + tr;
-        return xhat;
-      },
-      [&](double xt, double& l, double& tr, double& xhat, double& e) {
-        return update(xt, xscale, wlevel, l, tr, xhat, e);
-      });
+  Kernel::State s{*level, *trend};
+  const int rc = pass::smooth(Kernel{{}, xscale, wlevel}, x, misflg, n, s, mse, smoothed,
+                              strptr);
+  *level = s.level;
+  *trend = s.trend;
+  return rc;
 }
 
 int zesdsvi(double* x, char* misflg, long n, int stflg, double* level,
@@ -114,81 +99,12 @@ int zesdprd(double* x, char* misflg, double xscale, long n, double wlevel,
             double* level, double* trend, long start, long end, long lead,
             double se2, double siglev, int startflg, double* mse,
             double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (weight_unusable(wlevel)) return kOverflow;
-
-  const double std_fit = (missing(se2) || se2 <= kTiny) ? 0.0 : std::sqrt(se2);
-  const double z = zprobit(1.0 - siglev * 0.5);
-  const double limit = z * std::sqrt(se2);
-
-  double l = *level;
-  double tr = *trend;
-  int rc = kOk;
-  if (startflg == 0) {
-    rc = backcast(x, misflg, xscale, n, wlevel, l, tr);
-    if (rc != kOk) {
-      *level = l;
-      *trend = tr;
-      return rc;
-    }
-  }
-
-  double sse = 0.0;
-  long nmiss = 0;
-  for (long t = 0; t <= end; ++t) {
-    double xhat = 0.0;
-    double e = kMissing;
-    if (misflg[t]) {
-      xhat = l + tr / wlevel;
-      l = l + tr;
-      ++nmiss;
-    } else {
-      rc = update(x[t], xscale, wlevel, l, tr, xhat, e);
-      if (rc != kOk) {
-        *level = l;
-        *trend = tr;
-        return rc;
-      }
-      sse += e * e;
-    }
-    if (strptr && t >= start) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = xhat + limit;
-      strptr[3] = xhat - limit;
-      strptr[4] = e;
-      strptr[5] = std_fit;
-      strptr[6] = l;
-      strptr[7] = tr;
-      strptr += 8;
-    }
-  }
-  *level = l;
-  *trend = tr;
-
-  const long nobs = n - nmiss;
-  if (nobs < 1) return kTooFew;
-  *mse = nobs > 1 ? sse / static_cast<double>(nobs - 1) : sse;
-
-  const double base = (missing(se2) || se2 <= 0.0) ? *mse : se2;
-  if (lead > 0 && strptr) {
-    for (long k = 1; k <= lead; ++k) {
-      const double f = l + tr / wlevel + static_cast<double>(k - 1) * tr;
-      const double sd = std::sqrt(base * variance_factor(wlevel, k));
-      const double hw = z * sd;
-      strptr[0] = kMissing;
-      strptr[1] = f;
-      strptr[2] = f + hw;
-      strptr[3] = f - hw;
-      strptr[4] = kMissing;
-      strptr[5] = sd;
-      strptr[6] = l + static_cast<double>(k) * tr;
-      strptr[7] = tr;
-      strptr += 8;
-    }
-  }
-  return kOk;
+  Kernel::State s{*level, *trend};
+  const int rc = pass::predict(Kernel{{}, xscale, wlevel}, x, misflg, n, s, start, end, lead,
+                               se2, siglev, startflg, mse, strptr);
+  *level = s.level;
+  *trend = s.trend;
+  return rc;
 }
 
 double zesdcla(double wlevel, double se2, long lead, double siglev,

@@ -1,6 +1,7 @@
 // Helpers shared by the kernels of the trended families (linear, double and
-// damped trend): the guards of every smoothing kernel and the start values of
-// the backward pass.
+// damped trend): the guards of every smoothing kernel, the start values of
+// the backward pass, the state pair of the whole-series passes and the
+// side-by-side grid evaluation.
 #pragma once
 
 #include <algorithm>
@@ -104,51 +105,28 @@ inline int finish_many(double peak_state, double peak_pred, double upper, double
   return kOk;
 }
 
-// The forward pass of a trended smoother (z..smo), run after its backcast:
-// one-step predictions and errors, the running sum of squares, the rows of
-// the output table (x, xhat, e, level, trend) and the mean squared error.
-// `skip(l, tr)` carries the state over a missing observation and returns the
-// prediction there; `step(x, l, tr, xhat, e)` is the family's update.
-template <class Skip, class Step>
-inline int forward_pass(const double* x, const char* misflg, long n, double* level,
-                        double* trend, double* mse, double* smoothed, double* strptr,
-                        Skip skip, Step step) {
-  double l = *level;
-  double tr = *trend;
-  double sse = 0.0;
-  long nmiss = 0;
-  for (long t = 0; t < n; ++t) {
-    double xhat = 0.0;
-    double e = kMissing;
-    if (misflg[t]) {
-      xhat = skip(l, tr);
-      ++nmiss;
-    } else {
-      const int rc = step(x[t], l, tr, xhat, e);
-      if (rc != kOk || std::fabs(e) > kErrorLimit || sse > kSseLimit) {
-        *level = l;
-        *trend = tr;
-        return kOverflow;
-      }
-      sse += e * e;
-    }
-    if (smoothed) smoothed[t] = xhat;
-    if (strptr) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = e;
-      strptr[3] = l;
-      strptr[4] = tr;
-      strptr += 5;
-    }
-  }
-  *level = l;
-  *trend = tr;
+// What the kernel records of the trended families share for the passes of
+// smoothing/pass_kernel.h: the state pair and its two columns in a row; a
+// missing observation of z..smo shows the prediction of its missing step;
+// and the turn between the passes of the linear and double families (the
+// level steps forward by the trend, the trend points forward in time; the
+// damped family has a turn of its own).
+struct TrendedKernel {
+  struct State {
+    double level;
+    double trend;
+  };
+  static constexpr int kStates = 2;
+  static constexpr bool kMissingRepeatsPrediction = false;
 
-  const long nobs = n - nmiss;
-  if (nobs < 1) return kTooFew;
-  *mse = missing(sse) ? kMissing : sse / static_cast<double>(nobs);
-  return kOk;
-}
+  static void put(const State& s, double* cols) noexcept {
+    cols[0] = s.level;
+    cols[1] = s.trend;
+  }
+  static void turn(State& s) noexcept {
+    s.level = s.level + s.trend;
+    s.trend = -s.trend;
+  }
+};
 
 }  // namespace trend
