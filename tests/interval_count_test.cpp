@@ -370,7 +370,10 @@ TEST(CountCrossCheck, DateIntervalsAgreeWithChrono) {
       {"YEAR3.14", {36, 13, month_index}},
       {"YEARV", {52, 0, isoweek_index}},
       {"YEARV2.60", {104, 59, isoweek_index}},
+      {"YEARV3.10", {156, 9, isoweek_index}},  // the shift carries two whole years
+      {"YEARV4.200", {208, 199, isoweek_index}},
       {"R445MON", {1, 0, r445_index}},
+      {"R445MON5.3", {5, 2, r445_index}},
       {"R454QTR", {3, 0, r454_index}},
       {"R544YR.4", {12, 3, r544_index}},
   };

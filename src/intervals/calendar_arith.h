@@ -102,6 +102,17 @@ constexpr bool is_table_end(double d) noexcept {
   return a % m;
 }
 
+// floor(x) as an integer, for |x| below 2^63: the truncation, one less for
+// a negative value with a fraction. Exact, and a third of the instructions
+// of a floor in doubles followed by a conversion.
+[[gnu::always_inline]] constexpr std::int64_t floor_to_int(double x) noexcept {
+  const auto t = static_cast<std::int64_t>(x);
+  return t - (x < static_cast<double>(t));
+}
+
+static_assert(floor_to_int(-0.5) == -1 && floor_to_int(-1.0) == -1 && floor_to_int(-0.0) == 0 &&
+              floor_to_int(2.999) == 2 && floor_to_int(-1e-300) == -1);
+
 // ---------------------------------------------------------------------------
 // The civil (proleptic Gregorian) calendar.
 
@@ -211,14 +222,32 @@ static_assert(1461ULL * (kFastLastYear + kFastYearShift) <= 0xFFFFFFFFULL);
   return civil_from_days_general(x);
 }
 
+// Quotients by 7 of the unsigned values the day arithmetic meets, each one
+// multiplication and one shift. 2454267027 is (2^34 + 5) / 7: for
+// n = 7q + r the product is q + (r + 5n / 2^34) / 7 times 2^34, whose floor
+// is q while 5n < 2^34. For the days of a year, 9363 / 2^16 exceeds 1/7 by
+// 5 / (7 * 2^16), and the floor holds while 5n < 2^16.
+[[gnu::always_inline]] constexpr std::uint32_t div7(std::uint32_t n) noexcept {
+  return static_cast<std::uint32_t>((std::uint64_t{n} * 2454267027U) >> 34);
+}
+inline constexpr std::uint32_t kDiv7Limit = 3435973836U;  // 5n < 2^34
+
+[[gnu::always_inline]] constexpr std::uint32_t div7_small(std::uint32_t n) noexcept { return (n * 9363U) >> 16; }
+inline constexpr std::uint32_t kDiv7SmallLimit = 13107U;  // 5n < 2^16
+
+static_assert(div7(kDiv7Limit) == kDiv7Limit / 7 && div7(kDiv7Limit - 1) == (kDiv7Limit - 1) / 7 &&
+              div7(6) == 0 && div7(7) == 1 && div7(kDiv7Limit / 7 * 7 - 1) == kDiv7Limit / 7 - 1);
+static_assert(div7_small(kDiv7SmallLimit) == kDiv7SmallLimit / 7 && div7_small(13) == 1 && div7_small(14) == 2);
+
 // floormod(x + a, 7) for a day x of the fast range, where x + kFastShift
-// is a small unsigned number: one 32-bit remainder by a constant, which the
-// compiler turns into a multiplication, and no sign test.
+// is a small unsigned number: one multiplication and no sign test.
 [[gnu::always_inline]] constexpr int fast_mod7(DayNumber x, int a) noexcept {
   constexpr std::uint32_t kShiftMod7 = static_cast<std::uint32_t>(kFastShift % 7);
   const std::uint32_t offset = (static_cast<std::uint32_t>(a % 7 + 7) + 7 - kShiftMod7) % 7;
-  return static_cast<int>((static_cast<std::uint32_t>(x + kFastShift) + offset) % 7);
+  const std::uint32_t n = static_cast<std::uint32_t>(x + kFastShift) + offset;
+  return static_cast<int>(n - 7 * div7(n));
 }
+static_assert(kFastLastDay + kFastShift + 6 < kDiv7Limit);
 
 // Weekday of a day number: 0 Sunday to 6 Saturday. Day -5 is a Sunday.
 [[gnu::always_inline]] constexpr int weekday_sunday0(DayNumber x) noexcept {
@@ -301,10 +330,10 @@ struct YearDay {
     const YearDay yd = year_day_fast(x);
     const int thursday_day_of_year = static_cast<int>(yd.day_of_year) - day + 4;  // [-3, 368]
     if (thursday_day_of_year >= 0 && thursday_day_of_year < 364) [[likely]] {
-      return {yd.year, static_cast<int>(static_cast<unsigned>(thursday_day_of_year) / 7) + 1, day};
+      return {yd.year, static_cast<int>(div7_small(static_cast<std::uint32_t>(thursday_day_of_year))) + 1, day};
     }
     const YearDay td = year_day_fast(x - day + 4);
-    return {td.year, static_cast<int>(td.day_of_year / 7) + 1, day};
+    return {td.year, static_cast<int>(div7_small(td.day_of_year)) + 1, day};
   }
   const DayNumber thursday = x - day + 4;
   const std::int64_t year = civil_from_days(thursday).year;
@@ -323,28 +352,43 @@ static_assert(days_from_iso_week(2009, 1, 1) == days_from_civil(2008, 12, 29));
 // into months of 4-4-5, 4-5-4 or 5-4-4 weeks. A week 53 falls into month 12.
 // `format` is 445, 454 or 544.
 
-// Zero-based weeks from a quarter's first week to its second and third month.
-constexpr int retail_second_month_week(int format) noexcept { return format == 544 ? 5 : 4; }
-constexpr int retail_third_month_week(int format) noexcept { return format == 445 ? 8 : 9; }
+// A quarter of 13 weeks holds three months, so the month of a week is a
+// linear function of the week, floored: zero-based month m of zero-based
+// week k of the year is (3k + b) / 13, where the bias b places the two
+// boundaries inside the quarter (after weeks 4 and 8 for 4-4-5, 4 and 9 for
+// 4-5-4, 5 and 9 for 5-4-4). The first week of month m is its inverse,
+// the least k with (3k + b) / 13 >= m. One multiplication each, no
+// quarter and no comparisons.
+constexpr int retail_bias(int format) noexcept { return format == 445 ? 2 : format == 454 ? 1 : 0; }
 
 // Zero-based week offset of a retail month [1, 12] within its ISO year.
 [[gnu::always_inline]] constexpr int retail_week_offset(int format, int month) noexcept {
-  const int quarter = (month - 1) / 3;  // [0, 3]
-  const int place = (month - 1) % 3;    // [0, 2]
-  const int within = place == 0 ? 0
-                     : place == 1 ? retail_second_month_week(format)
-                                  : retail_third_month_week(format);
-  return 13 * quarter + within;
+  return static_cast<int>((13U * static_cast<unsigned>(month - 1) + 2U - static_cast<unsigned>(retail_bias(format))) / 3U);
 }
 
 // Retail month [1, 12] of an ISO week [1, 53].
 [[gnu::always_inline]] constexpr int retail_month_of_week(int format, int week) noexcept {
   const int k = (week > 52 ? 52 : week) - 1;  // [0, 51]
-  const int quarter = k / 13;                 // [0, 3]
-  const int within = k % 13;                  // [0, 12]
-  return 3 * quarter + 1 + (within >= retail_second_month_week(format)) +
-         (within >= retail_third_month_week(format));
+  return static_cast<int>((3U * static_cast<unsigned>(k) + static_cast<unsigned>(retail_bias(format))) / 13U) + 1;
 }
+
+// The closed forms against the months written out week by week.
+constexpr bool retail_forms_hold() noexcept {
+  constexpr int kFormats[3] = {445, 454, 544};
+  for (const int format : kFormats) {
+    const int lengths[3] = {format / 100, format / 10 % 10, format % 10};
+    int week = 1;
+    for (int month = 1; month <= 12; ++month) {
+      if (retail_week_offset(format, month) != week - 1) return false;
+      for (int w = 0; w < lengths[(month - 1) % 3]; ++w, ++week) {
+        if (retail_month_of_week(format, week) != month) return false;
+      }
+    }
+    if (week != 53 || retail_month_of_week(format, 53) != 12) return false;
+  }
+  return true;
+}
+static_assert(retail_forms_hold());
 
 // The Monday that opens a retail month of an ISO year.
 [[gnu::always_inline]] constexpr DayNumber retail_month_start(int format, std::int64_t iso_year, int month) noexcept {
@@ -610,7 +654,7 @@ constexpr CalendarKind calendar_kind(int intcode) noexcept {
 }
 
 // Index of the unit of `kind` that holds day x.
-constexpr IndexNumber calendar_index(const CalendarKind& kind, DayNumber x) noexcept {
+[[gnu::always_inline]] constexpr IndexNumber calendar_index(const CalendarKind& kind, DayNumber x) noexcept {
   switch (kind.unit) {
     case IndexUnit::kTenDay: return tenday_index(civil_from_days(x));
     case IndexUnit::kSemiMonth: return semimonth_index(civil_from_days(x));
@@ -622,7 +666,7 @@ constexpr IndexNumber calendar_index(const CalendarKind& kind, DayNumber x) noex
 }
 
 // First day of index unit j of `kind`.
-constexpr DayNumber calendar_index_start(const CalendarKind& kind, IndexNumber j) noexcept {
+[[gnu::always_inline]] constexpr DayNumber calendar_index_start(const CalendarKind& kind, IndexNumber j) noexcept {
   switch (kind.unit) {
     case IndexUnit::kTenDay: return tenday_index_start(j);
     case IndexUnit::kSemiMonth: return semimonth_index_start(j);

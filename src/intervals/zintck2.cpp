@@ -70,19 +70,41 @@ double yearbase(int code, DayNumber date1, DayNumber date2, std::int64_t f, std:
                                                     calendar::calendar_index(kind, date2)));
 }
 
-// YEARV: ISO weeks, 52 to a year, week 53 counted as week 52.
+// YEARV: ISO weeks, 52 to a year, week 53 counted as week 52. The period
+// number floordiv(52 * year + week + g, 52 * f) is that of the year: with
+// g = 52 * gq + gr, it is floordiv(year + gq + carry, f), where the carry
+// says whether week + gr reaches the next year. Neither date needs a
+// division by 52, and plain YEARV none at all.
 double isobase(int code, DayNumber date1, DayNumber date2, std::int64_t f, std::int64_t s) {
   if (code != kIntYearv) {
     xebug("zintck2: invalid intcode=%i", code);
     return esf::kMissing;
   }
   const calendar::Period period = calendar::make_period(52 * f, s);
-  return static_cast<double>(calendar::period_count(period,
-                                                    calendar::iso_week_index(calendar::iso_week_from_days(date1)),
-                                                    calendar::iso_week_index(calendar::iso_week_from_days(date2))));
+  const std::int64_t gq = period.g / 52;
+  const std::int64_t gr = period.g % 52;
+  const auto year_number = [gq, gr](DayNumber date) {
+    const calendar::IsoWeekDate iso = calendar::iso_week_from_days(date);
+    const std::int64_t week = (iso.week > 52 ? 52 : iso.week) - 1;  // [0, 51]
+    return iso.year + gq + (week + gr >= 52);
+  };
+  const std::int64_t y1 = year_number(date1);
+  const std::int64_t y2 = year_number(date2);
+  if (f == 1) return static_cast<double>(y2 - y1);
+  return static_cast<double>(calendar::floordiv(y2 - 1960, f) - calendar::floordiv(y1 - 1960, f));
 }
 
 bool within_date_limits(double x) { return x >= kMinDate && x <= kMaxDate; }
+
+// Counting between two days of the library's range, for a built-in date interval.
+[[gnu::always_inline]] inline double count_days(const INTERVAL& iv, DayNumber d1, DayNumber d2) {
+  const int code = iv.intcode;
+  const std::int64_t f = calendar::interval_multiplier(iv);
+  const std::int64_t s = iv.shiftper;
+  if (code == kIntYearv) return isobase(code, d1, d2, f, s);
+  if (code >= kIntMonthFamily) return yearbase(code, d1, d2, f, s);
+  return daybase(iv, d1, d2, f, s);
+}
 
 double dateck(const INTERVAL& iv, double x1, double x2) {
   if (iv.units == kUnitsDatetime) {
@@ -92,15 +114,7 @@ double dateck(const INTERVAL& iv, double x1, double x2) {
     return esf::kMissing;
   }
   if (!within_date_limits(x1) || !within_date_limits(x2)) return esf::kMissing;
-
-  const int code = iv.intcode;
-  const std::int64_t f = calendar::interval_multiplier(iv);
-  const std::int64_t s = iv.shiftper;
-  const auto d1 = static_cast<DayNumber>(x1);
-  const auto d2 = static_cast<DayNumber>(x2);
-  if (code == kIntYearv) return isobase(code, d1, d2, f, s);
-  if (code >= kIntMonthFamily) return yearbase(code, d1, d2, f, s);
-  return daybase(iv, d1, d2, f, s);
+  return count_days(iv, static_cast<DayNumber>(x1), static_cast<DayNumber>(x2));
 }
 
 // A missing end passes only for a custom interval, whose table ends are
@@ -110,11 +124,8 @@ bool usable_end(int code, double x) {
   return std::fabs(x) <= kMaxTimeValue;
 }
 
-}  // namespace
-
-extern "C" double zintck2(struct INTERVAL* istr, double x1, double x2) {
-  if (istr == nullptr) return esf::kMissing;
-  const INTERVAL& iv = *istr;
+// Every case but a built-in date interval on two dates of the range.
+[[gnu::noinline]] double count_general(const INTERVAL& iv, double x1, double x2) {
   const int code = iv.intcode;
   if (!usable_end(code, x1) || !usable_end(code, x2)) return esf::kMissing;
   if (!esf::is_missing(x1)) x1 = std::floor(x1);
@@ -139,4 +150,19 @@ extern "C" double zintck2(struct INTERVAL* istr, double x1, double x2) {
   if (iv.units == kUnitsDate) return timeck(iv, x1 * calendar::kSecondsPerDay, x2 * calendar::kSecondsPerDay);
   if (iv.units == kUnitsDatetime) return timeck(iv, x1, x2);
   return esf::kMissing;
+}
+
+}  // namespace
+
+extern "C" double zintck2(struct INTERVAL* istr, double x1, double x2) {
+  if (istr == nullptr) return esf::kMissing;
+  const INTERVAL& iv = *istr;
+  const int code = iv.intcode;
+  // The common case, a built-in interval on two dates of the range, goes
+  // straight to the arithmetic; a missing value fails the comparisons.
+  if (code >= kIntFirstDate && code <= kIntYearv && iv.units == kUnitsDate && x1 >= kMinDate &&
+      x1 < kMaxDate + 1.0 && x2 >= kMinDate && x2 < kMaxDate + 1.0) [[likely]] {
+    return count_days(iv, calendar::floor_to_int(x1), calendar::floor_to_int(x2));
+  }
+  return count_general(iv, x1, x2);
 }

@@ -91,20 +91,12 @@ double isobase(int code, DayNumber date, std::int64_t n, std::int64_t f, std::in
       calendar::days_from_iso_week(static_cast<std::int64_t>(target_year), start_week, 1));
 }
 
-double datenx(const INTERVAL& iv, double x, double n) {
-  const bool datetime = iv.units == kUnitsDatetime;
-  if (datetime) {
-    x = std::floor(x / calendar::kSecondsPerDay);
-  } else if (iv.units != kUnitsDate) {
-    return esf::kMissing;
-  }
-  if (!(x >= kMinDate && x <= kMaxDate)) return esf::kMissing;
-
+// Advancing a day of the range by a whole count, for a built-in date
+// interval; the result day, or a missing value when it leaves the limits.
+[[gnu::always_inline]] inline double advance_days(const INTERVAL& iv, DayNumber day, std::int64_t count) {
   const int code = iv.intcode;
   const std::int64_t f = calendar::interval_multiplier(iv);
   const std::int64_t s = iv.shiftper;
-  const auto day = static_cast<DayNumber>(x);
-  const auto count = static_cast<std::int64_t>(n);
   double result = 0.0;
   if (code == kIntYearv) {
     result = isobase(code, day, count, f, s);
@@ -114,7 +106,19 @@ double datenx(const INTERVAL& iv, double x, double n) {
     result = yearbase(code, day, count, f, s);
   }
   if (esf::is_missing(result) || result < kMinDate || result > kMaxDate) return esf::kMissing;
-  return datetime ? result * calendar::kSecondsPerDay : result;
+  return result;
+}
+
+double datenx(const INTERVAL& iv, double x, double n) {
+  const bool datetime = iv.units == kUnitsDatetime;
+  if (datetime) {
+    x = std::floor(x / calendar::kSecondsPerDay);
+  } else if (iv.units != kUnitsDate) {
+    return esf::kMissing;
+  }
+  if (!(x >= kMinDate && x <= kMaxDate)) return esf::kMissing;
+  const double result = advance_days(iv, static_cast<DayNumber>(x), static_cast<std::int64_t>(n));
+  return datetime && !esf::is_missing(result) ? result * calendar::kSecondsPerDay : result;
 }
 
 double timenx(const INTERVAL& iv, double x, double n) {
@@ -130,11 +134,8 @@ double timenx(const INTERVAL& iv, double x, double n) {
   return f * (n + std::floor((x + g) / f)) - g;
 }
 
-}  // namespace
-
-extern "C" double zintnx2(struct INTERVAL* istr, double x, double n) {
-  if (istr == nullptr) return esf::kMissing;
-  const INTERVAL& iv = *istr;
+// Every case but a built-in date interval on a date of the range.
+[[gnu::noinline]] double advance_general(const INTERVAL& iv, double x, double n) {
   const int code = iv.intcode;
   if (esf::is_missing(x)) {
     // Only a custom interval moves from the ends of its table, unrounded.
@@ -161,4 +162,20 @@ extern "C" double zintnx2(struct INTERVAL* istr, double x, double n) {
   return calendar::with_custom_record(iv, [&](INTERVALX* ix) {
     return customINTNX != nullptr ? customINTNX(ix, x, n) : esf::kMissing;
   });
+}
+
+}  // namespace
+
+extern "C" double zintnx2(struct INTERVAL* istr, double x, double n) {
+  if (istr == nullptr) return esf::kMissing;
+  const INTERVAL& iv = *istr;
+  const int code = iv.intcode;
+  // The common case, a built-in interval on a date of the range, goes
+  // straight to the arithmetic; a missing value fails the comparisons.
+  const double day = x + 1e-12;
+  if (code >= kIntFirstDate && code <= kIntYearv && iv.units == kUnitsDate && day >= kMinDate &&
+      day < kMaxDate + 1.0 && n >= -kMaxAdvance && n <= kMaxAdvance) [[likely]] {
+    return advance_days(iv, calendar::floor_to_int(day), calendar::floor_to_int(n + 1e-12));
+  }
+  return advance_general(iv, x, n);
 }
