@@ -32,6 +32,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
@@ -314,9 +315,11 @@ struct YearDay {
   // by 4 within its century, or a century year whose century is (the shift
   // is whole 400-year eras, so neither test changes).
   const std::uint32_t leap = ((year_of_century != 0 ? year_of_century : century) & 3U) == 0;
-  const bool january_or_february = march_day >= 306;
+  // January and February (a sixth of all days, at random) count from the
+  // next 1 January instead, 365 + leap days later: a mask, not a branch.
+  const std::uint32_t january_or_february = march_day >= 306;
   return {static_cast<std::int64_t>(year + january_or_february) - kFastYearShift,
-          january_or_february ? march_day - 306 : march_day + 59 + leap};
+          march_day + 59 + leap - ((0U - january_or_february) & (365U + leap))};
 }
 
 // A week belongs to the ISO year that holds its Thursday.
@@ -674,6 +677,32 @@ constexpr CalendarKind calendar_kind(int intcode) noexcept {
     case IndexUnit::kMonth: break;
   }
   return month_index_start(j);
+}
+
+// Runs fn(std::integral_constant<int, code>{}) for a calendar or retail
+// interval code, so that each kind gets its own copy of the arithmetic with
+// its unit, format and factor as constants; any other code runs fn with 0,
+// whose kind is not valid.
+template <class Fn>
+[[gnu::always_inline]] inline auto with_calendar_code(int code, Fn&& fn) {
+  switch (code) {
+    case kIntTenday: return fn(std::integral_constant<int, kIntTenday>{});
+    case kIntSemimonth: return fn(std::integral_constant<int, kIntSemimonth>{});
+    case kIntMonth: return fn(std::integral_constant<int, kIntMonth>{});
+    case kIntQtr: return fn(std::integral_constant<int, kIntQtr>{});
+    case kIntSemiyear: return fn(std::integral_constant<int, kIntSemiyear>{});
+    case kIntYear: return fn(std::integral_constant<int, kIntYear>{});
+    case kIntR445Mon: return fn(std::integral_constant<int, kIntR445Mon>{});
+    case kIntR454Mon: return fn(std::integral_constant<int, kIntR454Mon>{});
+    case kIntR544Mon: return fn(std::integral_constant<int, kIntR544Mon>{});
+    case kIntR445Qtr: return fn(std::integral_constant<int, kIntR445Qtr>{});
+    case kIntR454Qtr: return fn(std::integral_constant<int, kIntR454Qtr>{});
+    case kIntR544Qtr: return fn(std::integral_constant<int, kIntR544Qtr>{});
+    case kIntR445Yr: return fn(std::integral_constant<int, kIntR445Yr>{});
+    case kIntR454Yr: return fn(std::integral_constant<int, kIntR454Yr>{});
+    case kIntR544Yr: return fn(std::integral_constant<int, kIntR544Yr>{});
+    default: return fn(std::integral_constant<int, 0>{});
+  }
 }
 
 // The weekend of a WEEKDAY record, or false when the record has no working

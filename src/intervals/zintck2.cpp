@@ -58,16 +58,22 @@ double daybase(const INTERVAL& iv, DayNumber x1, DayNumber x2, std::int64_t f, s
   return static_cast<double>(calendar::period_count(calendar::make_period(f, s), x1, x2));
 }
 
-// Calendar and retail intervals in month, third-of-month or half-month indices.
+// Calendar and retail intervals in month, third-of-month or half-month
+// indices. With a multiplier of 1 the period is a constant of the kind, and
+// its quotients are multiplications.
 double yearbase(int code, DayNumber date1, DayNumber date2, std::int64_t f, std::int64_t s) {
-  const calendar::CalendarKind kind = calendar::calendar_kind(code);
-  if (!kind.valid) {
-    xebug("zintck2: invalid intcode=%i", code);
-    return esf::kMissing;
-  }
-  const calendar::Period period = calendar::make_period(f * kind.factor, s);
-  return static_cast<double>(calendar::period_count(period, calendar::calendar_index(kind, date1),
-                                                    calendar::calendar_index(kind, date2)));
+  return calendar::with_calendar_code(code, [&](auto c) __attribute__((always_inline)) -> double {
+    constexpr calendar::CalendarKind kind = calendar::calendar_kind(decltype(c)::value);
+    if constexpr (!kind.valid) {
+      xebug("zintck2: invalid intcode=%i", code);
+      return esf::kMissing;
+    } else {
+      const calendar::IndexNumber i1 = calendar::calendar_index(kind, date1);
+      const calendar::IndexNumber i2 = calendar::calendar_index(kind, date2);
+      if (f == 1) return static_cast<double>(calendar::period_count(calendar::make_period(kind.factor, s), i1, i2));
+      return static_cast<double>(calendar::period_count(calendar::make_period(f * kind.factor, s), i1, i2));
+    }
+  });
 }
 
 // YEARV: ISO weeks, 52 to a year, week 53 counted as week 52. The period

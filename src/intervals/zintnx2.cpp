@@ -56,17 +56,28 @@ double daybase(const INTERVAL& iv, DayNumber x, std::int64_t n, std::int64_t f, 
   return static_cast<double>(calendar::period_advance(calendar::make_period(f, s), x, n));
 }
 
+// Calendar and retail intervals: index of the date, period number plus n,
+// first index of that period, its first day. Each kind runs its own copy
+// of the arithmetic; with a multiplier of 1 the period is a constant.
 double yearbase(int code, DayNumber date, std::int64_t n, std::int64_t f, std::int64_t s) {
-  const calendar::CalendarKind kind = calendar::calendar_kind(code);
-  if (!kind.valid) {
-    xebug("zintnx2: yearbase: bad intcode=%i", code);
-    return esf::kMissing;
-  }
-  f *= kind.factor;
-  if (!calendar::advance_within_limit(n, kind.largest_days * f)) return esf::kMissing;
-  const calendar::IndexNumber i = calendar::calendar_index(kind, date);
-  const calendar::IndexNumber j = calendar::period_advance(calendar::make_period(f, s), i, n);
-  return static_cast<double>(calendar::calendar_index_start(kind, j));
+  return calendar::with_calendar_code(code, [&](auto c) __attribute__((always_inline)) -> double {
+    constexpr calendar::CalendarKind kind = calendar::calendar_kind(decltype(c)::value);
+    if constexpr (!kind.valid) {
+      xebug("zintnx2: yearbase: bad intcode=%i", code);
+      return esf::kMissing;
+    } else {
+      // |n| below 2^24 moves at most 2^24 * 31 * 12 days a unit of the
+      // multiplier: within the limit for any multiplier below 2^20.
+      static_assert((std::int64_t{1} << 24) * kind.largest_days * kind.factor * (std::int64_t{1} << 20) <=
+                    kAdvanceOverflowLimit);
+      const bool small = n > -(std::int64_t{1} << 24) && n < (std::int64_t{1} << 24) && f < (1 << 20);
+      if (!small && !calendar::advance_within_limit(n, kind.largest_days * kind.factor * f)) return esf::kMissing;
+      const calendar::IndexNumber i = calendar::calendar_index(kind, date);
+      const calendar::IndexNumber j = f == 1 ? calendar::period_advance(calendar::make_period(kind.factor, s), i, n)
+                                             : calendar::period_advance(calendar::make_period(kind.factor * f, s), i, n);
+      return static_cast<double>(calendar::calendar_index_start(kind, j));
+    }
+  });
 }
 
 // YEARV: years of 52 or 53 ISO weeks that begin on the Monday of week
