@@ -1,44 +1,41 @@
-// Fit and forecast methods of Winters (multiplicative and additive).
-//
-// Both methods read their arguments in the order every method follows and
-// set the return code to 999 at once.  The estimation and the forecast table
-// are not wired in yet, so 999 stays standing: "nothing ran".
+// Fit and forecast methods of Winters smoothing: weights LEVEL, TREND and
+// SEASONAL, states level, trend and one factor per season. CODE "WINTA"
+// chooses the additive form, anything else the multiplicative one. The fit
+// reports a return-code argument that comes in missing; the forecast reads
+// the start values before the weights.
 #include "module/host_api.h"
+#include "module/method_frame.h"
+#include "smoothing/winfit.h"
+
+namespace {
+
+constexpr esf::MethodFamily kWinters{
+    .type = kFamilyWinters,
+    .nparms = 3,
+    .fit = nwinfit,
+    .forecast = nwinfor,
+    .weight_items = {{"LEVEL", 0}, {"TREND", 1}, {"SEASONAL", 2}},
+    .n_weight_items = 3,
+    .names = {"LEVEL", "TREND", "SEASONAL"},
+    .labels = {nullptr, nullptr, nullptr},
+    .labels_by_putstvlab = true,
+    .trended = true,
+    .fit_reads_nseasons = true,
+    .forecast_reads_nseasons = true,
+    .seasonal = true,
+    .type_text = "WINT",
+    .code_default = "WINTA",
+    .winters = true,
+    .fit_method_name = "MWINFIT",
+    .weight_slot = {0, 1, -1, 2},
+};
+
+}  // namespace
 
 extern "C" int mwinfit(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
-  List seriesList = nullptr;
-  List modSpecList = nullptr;
-  List fitRangeList = nullptr;
-  List evalRangeList = nullptr;
-  List modelList = nullptr;
-  int returnCode = 999;
-  char returnCodeMissing = 0;
-  int nArgs = 0;
-  const int rc = posargs(plist, self, 6, 6, &nArgs, POS_LIST, &seriesList, POS_LIST, &modSpecList, POS_LIST,
-                         &fitRangeList, POS_LIST, &evalRangeList, POS_LIST, &modelList, POS_INT, &returnCode,
-                         &returnCodeMissing);
-  posretd(plist, 7, 999.0, 0);
-  (void)rc;
-  return 0;
+  return esf::run_fit_method(kWinters, plist, self);
 }
 
 extern "C" int mwinfor(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
-  List seriesList = nullptr;
-  List modelList = nullptr;
-  List evalRangeList = nullptr;
-  tchar* dsname = nullptr;
-  int dsname_l = 0;
-  double cl = 0.5;
-  char clMissing = 0;
-  int lead = 12;
-  char leadMissing = 0;
-  int returnCode = 999;
-  char returnCodeMissing = 0;
-  int nArgs = 0;
-  const int rc = posargs(plist, self, 7, 7, &nArgs, POS_LIST, &seriesList, POS_LIST, &modelList, POS_LIST,
-                         &evalRangeList, POS_CHAR, &dsname, &dsname_l, POS_DOUBLE, &cl, &clMissing, POS_INT, &lead,
-                         &leadMissing, POS_INT, &returnCode, &returnCodeMissing);
-  posretd(plist, 8, 999.0, 0);
-  (void)rc;
-  return 0;
+  return esf::run_forecast_method(kWinters, plist, self);
 }

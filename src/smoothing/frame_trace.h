@@ -120,6 +120,8 @@ void derivative_check(WINMODEL* model, FITCON* fitcon, POINT* point) {
 
   xpsout(kCheckRule);
   xpsout(F::kCheckTitle);
+  // A family with more than one form may name the form under the title.
+  if constexpr (requires { F::check_subtitle(model); }) xpsout(F::check_subtitle(model));
   xpsout(model->opt.relative ? "     Relative Partial Derivatives Calculated        "
                              : "     Absolute Partial Derivatives Calculated        ");
   xpsout("     MSE = %12.4f                             ", point->mse);

@@ -1,0 +1,852 @@
+// Winters smoothing, additive and multiplicative: the seasonal-dummy start
+// model against an independent least-squares solve, the kernel against an
+// independent Holt-Winters loop, forecasts and their variance, analytic
+// against numeric derivatives, stability and normalisation, the estimation,
+// the methods and the command line.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "host/host.h"
+#include "module/host_api.h"
+#include "numeric/numeric.h"
+#include "regression/regression.h"
+#include "smoothing/frame_win.h"
+#include "smoothing/winfit.h"
+#include "smoothing/winsubs.h"
+#include "support/method_session.h"
+#include "support/smooth_model.h"
+#include "support/trend_session.h"
+
+extern "C" int mwinfit(PSCPLIST*, List, unsigned char*, int);
+extern "C" int mwinfor(PSCPLIST*, List, unsigned char*, int);
+
+namespace {
+
+namespace fs = std::filesystem;
+using smooth_test::example_series;
+using smooth_test::Model;
+
+const double kMiss = esf::kMissing;
+bool is_miss(double d) { return wzmis(d) != 0; }
+
+void expect_rel(double got, double want, double rel, const std::string& what = "") {
+  EXPECT_NEAR(got, want, rel * std::fabs(want) + 1e-300) << what;
+}
+
+// ---- Seasonal-dummy start model ----------------------------------------------------
+
+class Ztsrsdm : public ::testing::Test {
+ protected:
+  void SetUp() override { smooth_test::connect_module(); }
+};
+
+// The start model computed independently: a least-squares line per season
+// (Householder solve), the lines pooled, ratios at t = 1 scaled to mean 1.
+struct Pooled {
+  double ccoef, tcoef;
+  std::vector<double> factors;
+};
+Pooled pooled_lines(const std::vector<double>& y, const std::vector<char>& mis, int ns) {
+  double slopes = 0, intercepts = 0;
+  std::vector<double> raw(ns);
+  for (int s = 0; s < ns; ++s) {
+    std::vector<long double> X, Y;
+    int rows = 0;
+    for (std::size_t i = s; i < y.size(); i += ns) {
+      if (mis[i]) continue;
+      X.push_back(1.0L);
+      X.push_back(static_cast<long double>(i + 1));
+      Y.push_back(y[i]);
+      ++rows;
+    }
+    const std::vector<double> b = trend_test::least_squares(X, Y, rows, 2);
+    intercepts += b[0];
+    slopes += b[1];
+    raw[s] = b[0] + b[1];
+  }
+  Pooled p{intercepts / ns, slopes / ns, {}};
+  double mean = 0;
+  for (double r : raw) mean += r / (p.ccoef + p.tcoef) / ns;
+  for (double r : raw) p.factors.push_back(r / (p.ccoef + p.tcoef) / mean);
+  return p;
+}
+
+TEST_F(Ztsrsdm, AgreesWithPooledLeastSquaresLines) {
+  struct Case {
+    const char* name;
+    int ns;
+    long n;
+    int gap_every;  // 0: no gaps
+  };
+  const Case cases[] = {{"monthly", 12, 144, 0}, {"monthly_gaps", 12, 132, 7},
+                        {"quarterly", 4, 41, 0}, {"weekly_short", 5, 23, 4}};
+  smooth_test::Noise noise(7);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<double> y(c.n);
+    std::vector<char> mis(c.n, 0);
+    for (long i = 0; i < c.n; ++i) {
+      const double season = 1.0 + 0.3 * std::sin(2.0 * M_PI * (i % c.ns) / c.ns);
+      y[i] = (50.0 + 0.7 * (i + 1)) * season + 2.0 * noise.next();
+      if (c.gap_every && i % c.gap_every == 3) mis[i] = 1;
+    }
+    double ccoef = 0, tcoef = 0;
+    std::vector<double> sd(c.ns);
+    std::vector<double> res(c.n);
+    ASSERT_EQ(ztsrsdm(y.data(), mis.data(), c.n, c.ns, &ccoef, &tcoef, sd.data(), res.data()), 0);
+    const Pooled want = pooled_lines(y, mis, c.ns);
+    expect_rel(ccoef, want.ccoef, 1e-10, "ccoef");
+    expect_rel(tcoef, want.tcoef, 1e-9, "tcoef");
+    for (int s = 0; s < c.ns; ++s) expect_rel(sd[s], want.factors[s], 1e-10, "factor");
+    for (long i = 0; i < c.n; ++i) {
+      if (mis[i]) {
+        EXPECT_TRUE(is_miss(res[i]));
+      } else {
+        const double sdi = sd[i % c.ns];
+        EXPECT_DOUBLE_EQ(res[i], y[i] - sdi * ccoef - (i + 1) * sdi * tcoef);
+      }
+    }
+  }
+}
+
+TEST_F(Ztsrsdm, ExactMultiplicativeSeriesIsRecovered) {
+  const double f[3] = {1.2, 1.0, 0.8};
+  std::vector<double> y(12);
+  std::vector<char> mis(12, 0);
+  for (int i = 0; i < 12; ++i) y[i] = (10.0 + 2.0 * (i + 1)) * f[i % 3];
+  double c = 0, t = 0, sd[3];
+  ASSERT_EQ(ztsrsdm(y.data(), mis.data(), 12, 3, &c, &t, sd, nullptr), 0);
+  EXPECT_NEAR(c, 10.0, 1e-12);
+  EXPECT_NEAR(t, 2.0, 1e-12);
+  for (int s = 0; s < 3; ++s) EXPECT_NEAR(sd[s], f[s], 1e-13);
+}
+
+TEST_F(Ztsrsdm, ShortAndDegenerateSeries) {
+  double c = 0, t = 0, sd[4];
+  {
+    double y[1] = {7};
+    char m[1] = {1};  // not looked at
+    ASSERT_EQ(ztsrsdm(y, m, 1, 3, &c, &t, sd, nullptr), 0);
+    EXPECT_EQ(c, 7.0);
+    EXPECT_EQ(t, 0.0);
+    for (int s = 0; s < 3; ++s) EXPECT_EQ(sd[s], 1.0);
+  }
+  {
+    // One cycle: factors over the mean, no trend, status 0.
+    double y[3] = {2, 4, 6};
+    char m[3] = {0, 0, 0};
+    ASSERT_EQ(ztsrsdm(y, m, 3, 3, &c, &t, sd, nullptr), 0);
+    EXPECT_EQ(c, 4.0);
+    EXPECT_EQ(t, 0.0);
+    EXPECT_EQ(sd[0], 0.5);
+    EXPECT_EQ(sd[2], 1.5);
+    // Without a constant the level is tcoef * t.
+    ASSERT_EQ(ztsrsdm(y, m, 3, 3, nullptr, &t, sd, nullptr), 0);
+    EXPECT_EQ(t, 2.0);
+    for (int s = 0; s < 3; ++s) EXPECT_EQ(sd[s], 1.0);
+  }
+  {
+    // Short path, shorter than the cycle: later factors missing.
+    double y[3] = {0, 0, 0};
+    char m[3] = {0, 0, 0};
+    ASSERT_EQ(ztsrsdm(y, m, 3, 4, &c, &t, sd, nullptr), 0);
+    EXPECT_EQ(c, 0.0);
+    for (int s = 0; s < 4; ++s) EXPECT_TRUE(is_miss(sd[s])) << s;
+  }
+  {
+    double y[6] = {1, 2, 3, 4, 5, 6};
+    char m[6] = {1, 1, 1, 1, 1, 1};
+    EXPECT_EQ(ztsrsdm(y, m, 6, 3, &c, &t, sd, nullptr), -2);
+  }
+  {
+    // ns + 1 points: only season 0 has a line, and its slope is the trend.
+    double y[4] = {10, 20, 30, 16};
+    char m[4] = {0, 0, 0, 0};
+    ASSERT_EQ(ztsrsdm(y, m, 4, 3, &c, &t, sd, nullptr), 0);
+    EXPECT_DOUBLE_EQ(t, 2.0);
+    EXPECT_DOUBLE_EQ(c, (8.0 + 20.0 + 30.0) / 3.0);
+  }
+  {
+    // An empty season: status 1 and a missing factor.
+    double y[6] = {10, 99, 30, 12, 99, 33};
+    char m[6] = {0, 1, 0, 0, 1, 0};
+    EXPECT_EQ(ztsrsdm(y, m, 6, 3, &c, &t, sd, nullptr), 1);
+    EXPECT_TRUE(is_miss(sd[1]));
+    EXPECT_NEAR((sd[0] + sd[2]) / 2.0, 1.0, 1e-15);
+  }
+  {
+    // Lines that sum to zero at t = 1: all factors 1.
+    double y[6] = {-1, 1, -1, 1, -1, 1};
+    char m[6] = {0, 0, 0, 0, 0, 0};
+    ASSERT_EQ(ztsrsdm(y, m, 6, 2, &c, &t, sd, nullptr), 0);
+    EXPECT_EQ(sd[0], 1.0);
+    EXPECT_EQ(sd[1], 1.0);
+  }
+}
+
+TEST_F(Ztsrsdm, FactorsThatAreNotPositiveAreRepaired) {
+  // Season 0 starts low and rises steeply: its line is below zero at t = 1,
+  // and the ratio of its mean to the common line's mean replaces it.
+  std::vector<double> y = {1, 50, 52, 1, 51, 53, 60, 52, 54, 90, 53, 55};
+  std::vector<char> mis(y.size(), 0);
+  double c = 0, t = 0, sd[3];
+  ASSERT_GE(ztsrsdm(y.data(), mis.data(), 12, 3, &c, &t, sd, nullptr), 0);
+  for (int s = 0; s < 3; ++s) EXPECT_GT(sd[s], 0.0) << s;
+  EXPECT_NEAR((sd[0] + sd[1] + sd[2]) / 3.0, 1.0, 1e-15);
+  // A season of zeros cannot be repaired and still gets a positive factor.
+  std::vector<double> z = {0, 5, 6, 0, 5, 6, 0, 5, 6};
+  std::vector<char> zm(z.size(), 0);
+  ASSERT_GE(ztsrsdm(z.data(), zm.data(), 9, 3, &c, &t, sd, nullptr), 0);
+  for (int s = 0; s < 3; ++s) EXPECT_GT(sd[s], 0.0) << s;
+}
+
+// ---- Kernel against an independent Holt-Winters loop -----------------------------
+
+struct W {
+  double a, g, c;
+};
+
+// The textbook recursions, written without the module: returns the
+// one-step predictions of the forward pass after a backward pass from the
+// state handed in, and leaves the end state in l, b, s.
+std::vector<double> holt_winters(const std::vector<double>& x, const std::vector<int>& code,
+                                 bool additive, W w, double& l, double& b, std::vector<double>& s) {
+  auto step = [&](double v, int k) {
+    double pred, nl, ns;
+    if (additive) {
+      pred = l + b + s[k];
+      nl = w.a * (v - s[k]) + (1 - w.a) * (l + b);
+      ns = w.c * (v - nl) + (1 - w.c) * s[k];
+    } else {
+      pred = (l + b) * s[k];
+      nl = w.a * v / s[k] + (1 - w.a) * (l + b);
+      ns = w.c * v / nl + (1 - w.c) * s[k];
+    }
+    b = w.g * (nl - l) + (1 - w.g) * b;
+    l = nl;
+    s[k] = ns;
+    return pred;
+  };
+  const long n = static_cast<long>(x.size());
+  for (long t = n - 1; t >= 0; --t) {
+    if (std::isnan(x[t])) {
+      l += b;
+    } else {
+      step(x[t], code[t]);
+    }
+  }
+  l += b;
+  b = -b;
+  std::vector<double> pred(n);
+  for (long t = 0; t < n; ++t) {
+    if (std::isnan(x[t])) {
+      l += b;
+      pred[t] = additive ? l + s[code[t]] : l * s[code[t]];
+    } else {
+      pred[t] = step(x[t], code[t]);
+    }
+  }
+  return pred;
+}
+
+struct Series {
+  const char* file;
+  int ns;
+};
+const Series kSeries[] = {{"AirPassengers.csv", 12}, {"UKgas.csv", 4}, {"USAccDeaths.csv", 12}};
+const W kWeights[] = {{0.3, 0.05, 0.2}, {0.8, 0.4, 0.6}, {0.05, 0.9, 0.9}, {0.5, 0.0, 0.0}};
+
+class WinKernel : public ::testing::TestWithParam<int> {
+ protected:
+  void SetUp() override { smooth_test::connect_module(); }
+  bool additive() const { return GetParam() != 0; }
+};
+
+TEST_P(WinKernel, PassesAgreeWithTheTextbookRecursions) {
+  for (const Series& ser : kSeries) {
+    std::vector<double> x = example_series(ser.file);
+    x[17] = std::nan("");  // one gap
+    const long n = static_cast<long>(x.size());
+    std::vector<double> xm(x);
+    std::vector<char> mis(n, 0);
+    std::vector<int> code(n);
+    for (long t = 0; t < n; ++t) {
+      code[t] = static_cast<int>((t + 2) % ser.ns);  // the series starts in season 2
+      if (std::isnan(x[t])) {
+        xm[t] = kMiss;
+        mis[t] = 1;
+      }
+    }
+    for (const W& w : kWeights) {
+      SCOPED_TRACE(testing::Message() << ser.file << " " << w.a << " " << w.g << " " << w.c);
+      std::vector<double> s0(ser.ns);
+      for (int k = 0; k < ser.ns; ++k) s0[k] = additive() ? 3.0 * (k % 3) - 3.0 : 1.0 + 0.02 * (k % 5);
+      double l = x[n - 1], b = -0.5;
+      std::vector<double> s = s0;
+      const std::vector<double> pred = holt_winters(x, code, additive(), w, l, b, s);
+
+      double level = x[n - 1], trend = -0.5, mse = 0;
+      std::vector<double> sf = s0, rows(6 * n), smoothed(n);
+      ASSERT_EQ(zwinsmo(xm.data(), mis.data(), 1e4, n, ser.ns, additive(), w.a, w.g, w.c, &level,
+                        &trend, sf.data(), code.data(), &mse, smoothed.data(), rows.data()),
+                0);
+      double sse = 0;
+      long used = 0;
+      for (long t = 0; t < n; ++t) {
+        expect_rel(rows[6 * t + 1], pred[t], 1e-10, "prediction");
+        EXPECT_EQ(smoothed[t], rows[6 * t + 1]);
+        if (mis[t]) {
+          EXPECT_TRUE(is_miss(rows[6 * t + 2]));
+          continue;
+        }
+        EXPECT_EQ(rows[6 * t + 2], rows[6 * t + 1] - x[t]);
+        sse += (pred[t] - x[t]) * (pred[t] - x[t]);
+        ++used;
+      }
+      expect_rel(mse, sse / used, 1e-9, "mse");
+      expect_rel(level, l, 1e-10, "end level");
+      EXPECT_NEAR(trend, b, 1e-9 * std::fabs(l));
+      for (int k = 0; k < ser.ns; ++k) EXPECT_NEAR(sf[k], s[k], 1e-9 * (std::fabs(s[k]) + 1)) << k;
+      EXPECT_EQ(rows[6 * (n - 1) + 5], sf[code[n - 1]]);
+
+      // The prediction pass from the same start follows the same road.
+      double plevel = x[n - 1], ptrend = -0.5, pmse = 0;
+      std::vector<double> psf = s0, prow(9 * (n + 3));
+      ASSERT_EQ(zwinprd(xm.data(), mis.data(), 1e4, n, ser.ns, additive(), w.a, w.g, w.c, &plevel,
+                        &ptrend, psf.data(), code.data(), 0, n - 1, 3, 4.0, 0.05, 0, &pmse,
+                        prow.data()),
+                0);
+      for (long t = 0; t < n; ++t) EXPECT_EQ(prow[9 * t + 1], rows[6 * t + 1]) << t;
+      expect_rel(pmse, sse / (used - 3), 1e-9, "prediction mse");
+      EXPECT_EQ(plevel, level);
+    }
+  }
+}
+
+TEST_P(WinKernel, ForecastsFollowTheTrendedLineAndTheEndFactors) {
+  const int ns = 4;
+  std::vector<double> x = example_series("UKgas.csv");
+  const long n = static_cast<long>(x.size());
+  std::vector<char> mis(n, 0);
+  std::vector<int> code(n);
+  for (long t = 0; t < n; ++t) code[t] = static_cast<int>(t % ns);
+  double level = x[n - 1], trend = 0, mse = 0;
+  std::vector<double> sf(ns, additive() ? 0.0 : 1.0), rows(9 * (n + 9));
+  const W w{0.2, 0.1, 0.3};
+  ASSERT_EQ(zwinprd(x.data(), mis.data(), 1300, n, ns, additive(), w.a, w.g, w.c, &level, &trend,
+                    sf.data(), code.data(), 0, n - 1, 9, kMiss, 0.05, 0, &mse, rows.data()),
+            0);
+  const double z = zprobit(0.975);
+  const double* last = &rows[9 * (n - 1)];
+  for (long k = 1; k <= 9; ++k) {
+    const double* r = &rows[9 * (n - 1 + k)];
+    const int s = static_cast<int>((n - 1 + k) % ns);
+    const double predlev = last[6] + k * last[7];
+    EXPECT_NEAR(r[6], predlev, 1e-9 * std::fabs(predlev));
+    EXPECT_EQ(r[8], sf[s]);
+    EXPECT_EQ(r[1], additive() ? r[6] + r[8] : r[6] * r[8]);
+    EXPECT_TRUE(is_miss(r[0]) && is_miss(r[4]));
+    // Variance with psi(i) = a + i a g, plus c (1 - a) at multiples of ns;
+    // the factors' ratios enter the multiplicative form.
+    double vm = 1.0;
+    for (long i = 1; i < k; ++i) {
+      double psi = w.a + i * w.a * w.g + (i % ns == 0 ? w.c * (1 - w.a) : 0.0);
+      const double ratio = additive() ? 1.0 : sf[s] / sf[((s - i) % ns + ns) % ns];
+      vm += ratio * ratio * psi * psi;
+    }
+    expect_rel(r[5], std::sqrt(mse * vm), 1e-12, "std");
+    expect_rel(r[2] - r[1], z * std::sqrt(mse * vm), 1e-9, "half-width");
+  }
+  // Lead 1 has the variance of the base.
+  expect_rel(rows[9 * n + 5], std::sqrt(mse), 1e-15);
+  // zwincla is the additive variance; zwinclm equals it for neutral factors.
+  double limit = 0;
+  const double var = zwincla(w.a, w.g, w.c, ns, 2.0, ns + 1, 0.05, &limit);
+  double vm = 1.0;
+  for (int i = 1; i <= ns; ++i) {
+    const double psi = w.a + i * w.a * w.g + (i == ns ? w.c * (1 - w.a) : 0.0);
+    vm += psi * psi;
+  }
+  expect_rel(var, 2.0 * vm, 1e-15);
+  expect_rel(limit, z * std::sqrt(2.0 * vm), 1e-15);
+  std::vector<double> ones(ns, 1.0);
+  EXPECT_EQ(zwinclm(w.a, w.g, w.c, ns, 2.0, ns + 1, 0.05, ones.data(), 1, nullptr), var);
+  std::vector<double> psi(ns + 2);
+  zwinpsi(w.a, w.g, w.c, ns, ns + 2, psi.data());
+  EXPECT_EQ(psi[0], 1.0);
+  EXPECT_NEAR(psi[ns] - psi[ns - 1], w.a * w.g + w.c * (1 - w.a), 1e-15);
+  EXPECT_NEAR(psi[ns + 1] - psi[ns], w.a * w.g - w.c * (1 - w.a), 1e-15);
+}
+
+TEST_P(WinKernel, AnalyticGradientMatchesNumericDerivatives) {
+  using namespace smoothing::frame;
+  for (const Series& ser : kSeries) {
+    Model m(example_series(ser.file), 3);
+    std::vector<int> code(m->ts.nobs);
+    for (long t = 0; t < m->ts.nobs; ++t) code[t] = static_cast<int>(t % ser.ns);
+    std::vector<double> block(3 * ser.ns);
+    m->ts.nseasons = ser.ns;
+    m->ts.scodes = code.data();
+    m->additive = additive();
+    m->startvals.sfactor = block.data();
+    m->svi.sfactor = block.data() + ser.ns;
+    m->smooth.sfactor = block.data() + 2 * ser.ns;
+    ASSERT_EQ(zwinsvi(m->ts.x, m->ts.misflg, m->ts.nobs, ser.ns, 0, additive(), 1, &m->svi.level,
+                      &m->svi.trend, m->svi.sfactor),
+              0);
+    FITCON fc;
+    std::memset(&fc, 0, sizeof fc);
+    fc.x = m->ts.x;
+    fc.misflg = m->ts.misflg;
+    fc.n = m->ts.nobs;
+    fc.scodes = code.data();
+    fc.min_nmiss = kUnevaluatedNmiss;
+    ASSERT_EQ(win::Family::fit_setup(m.get(), &fc), 0);
+    for (const W& w : {W{0.3, 0.05, 0.2}, W{0.6, 0.2, 0.5}, W{0.1, 0.5, 0.1}}) {
+      SCOPED_TRACE(testing::Message() << ser.file << " " << w.a << " " << w.g << " " << w.c);
+      POINT p;
+      std::memset(&p, 0, sizeof p);
+      p.wlevel = w.a;
+      p.wtrend = w.g;
+      p.wseason = w.c;
+      p.wbnds.dim = p.wbnds.nextdim = 3;
+      ASSERT_EQ(nextstep<win::Family>(m.get(), &fc, &p, nullptr), 0);
+      double num[3], deltas[3] = {1e-6, 1e-6, 1e-6};
+      ASSERT_EQ(zwinnpd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ser.ns, additive(),
+                        w.a, w.g, w.c, m->svi.level, m->svi.trend, m->svi.sfactor, code.data(),
+                        deltas, 1, num),
+                0);
+      for (int i = 0; i < 3; ++i) EXPECT_NEAR(p.grad[i], num[i], 2e-5 * std::fabs(num[i]) + 1e-9) << i;
+      // The normalisation at the turn changes no prediction.
+      double l = m->svi.level, b = m->svi.trend, mse = 0;
+      std::vector<double> sf(m->svi.sfactor, m->svi.sfactor + ser.ns);
+      ASSERT_EQ(zwinsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ser.ns, additive(),
+                        w.a, w.g, w.c, &l, &b, sf.data(), code.data(), &mse, nullptr, nullptr),
+                0);
+      expect_rel(p.mse, mse, 1e-10, "mse with and without normalisation");
+      double mean = 0;
+      for (int k = 0; k < ser.ns; ++k) mean += m->startvals.sfactor[k] / ser.ns;
+      EXPECT_NEAR(mean, additive() ? 0.0 : 1.0, 1e-12);
+    }
+    win::Family::fit_cleanup(m.get(), &fc);
+  }
+}
+
+TEST_P(WinKernel, ZeroWeightsFreezeTheirStates) {
+  std::vector<double> x = {12, 15, 11, 14, 13, 17, 12, 16};
+  std::vector<char> mis(8, 0);
+  std::vector<int> code = {0, 1, 0, 1, 0, 1, 0, 1};
+  const double s0[2] = {additive() ? -1.0 : 0.9, additive() ? 1.0 : 1.1};
+  std::vector<double> sf(s0, s0 + 2), rows(6 * 8);
+  double level = 14, trend = 0.25, mse = 0;
+  ASSERT_EQ(zwinsmo(x.data(), mis.data(), 20, 8, 2, additive(), 0.4, 0.0, 0.0, &level, &trend,
+                    sf.data(), code.data(), &mse, nullptr, rows.data()),
+            0);
+  for (int t = 0; t < 8; ++t) {
+    EXPECT_EQ(rows[6 * t + 4], -0.25);  // the trend as it was, turned forward
+    EXPECT_EQ(rows[6 * t + 5], s0[code[t]]);
+  }
+}
+
+TEST_P(WinKernel, MissingObservationMovesTheLevelByTheTrend) {
+  std::vector<double> x = {10, 12, kMiss, kMiss, 18, 20};
+  std::vector<char> mis = {0, 0, 1, 1, 0, 0};
+  std::vector<int> code = {0, 1, 2, 0, 1, 2};
+  std::vector<double> sf = {additive() ? 0.5 : 1.05, additive() ? -0.5 : 0.95, 0.0 + !additive()};
+  std::vector<double> rows(6 * 6);
+  double level = 22, trend = -2, mse = 0;
+  ASSERT_EQ(zwinsmo(x.data(), mis.data(), 100, 6, 3, additive(), 0.5, 0.5, 0.5, &level, &trend,
+                    sf.data(), code.data(), &mse, nullptr, rows.data()),
+            0);
+  for (int t : {2, 3}) {
+    const double* prev = &rows[6 * (t - 1)];
+    const double* gap = &rows[6 * t];
+    EXPECT_TRUE(is_miss(gap[2]));
+    EXPECT_EQ(gap[4], prev[4]);
+    EXPECT_EQ(gap[3], prev[3] + prev[4]);
+    EXPECT_EQ(gap[1], additive() ? gap[3] + gap[5] : gap[3] * gap[5]);
+  }
+  double sse = 0;
+  for (int t : {0, 1, 4, 5}) sse += rows[6 * t + 2] * rows[6 * t + 2];
+  EXPECT_DOUBLE_EQ(mse, sse / 4);
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, WinKernel, ::testing::Values(0, 1),
+                         [](const auto& info) { return info.param ? "Additive" : "Multiplicative"; });
+
+class WinEdges : public ::testing::Test {
+ protected:
+  void SetUp() override { smooth_test::connect_module(); }
+};
+
+TEST_F(WinEdges, MultiplicativeFloorAndGuards) {
+  struct Case {
+    const char* name;
+    int additive;
+    double level, trend, factor, x;
+    int rc;
+    bool state_lost;
+  };
+  const Case cases[] = {
+      {"zero prediction", 0, 5, -5, 1.0, 3, -7, true},
+      {"negative prediction", 0, -5, 1, 1.0, 3, -7, true},
+      {"additive has no floor", 1, -5, 1, 1.0, 3, 0, false},
+      {"level falls below the floor", 0, 1, 0, 1.0, -50, -7, false},
+      {"above 10000 xscale", 1, 2e6, 0, 0.0, 3, -9, true},
+      {"state limit", 1, 1e153, 0, 0.0, 3, -9, true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    double l = c.level, b = c.trend, s[1] = {c.factor}, xhat = 0, e = 0;
+    EXPECT_EQ(zwinpnt(c.x, 100, c.additive, 0.5, 0.5, 0.5, &l, &b, s, 0, &xhat, &e), c.rc);
+    EXPECT_EQ(is_miss(l) && is_miss(b) && is_miss(s[0]), c.state_lost);
+  }
+  // The pass ends with the code of the point.
+  std::vector<double> x = {5, 4, 3, 2, 1, -1};
+  std::vector<char> mis(6, 0);
+  std::vector<int> code = {0, 1, 0, 1, 0, 1};
+  std::vector<double> sf = {1.0, 1.0};
+  double l = 1, b = 0, mse = 0;
+  EXPECT_EQ(zwinsmo(x.data(), mis.data(), 5, 6, 2, 0, 0.9, 0.5, 0.5, &l, &b, sf.data(), code.data(),
+                    &mse, nullptr, nullptr),
+            -7);
+  EXPECT_TRUE(is_miss(mse));
+}
+
+TEST_F(WinEdges, StabilityRegion) {
+  struct Case {
+    int ns;
+    double a, g, c;
+    int stable;
+  };
+  const Case cases[] = {{12, 0.3, 0.1, 0.2, 1}, {12, 1.0, 0.1, 0.2, 0}, {12, 0.3, 0.0, 0.2, 0},
+                        {4, 0.9, 0.9, 0.6, 1},  {4, 0.3, 0.1, 0.0, 0},  {4, 1.5, 0.9, 0.5, 0},
+                        {4, 0.5, 3.0, 0.5, 0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.a << " " << c.g << " " << c.c);
+    EXPECT_EQ(zwinstb(c.ns, 0, c.a, c.g, c.c), c.stable);
+    EXPECT_EQ(zwinstb(c.ns, 1, c.a, c.g, c.c), c.stable);
+  }
+}
+
+TEST_F(WinEdges, NormalisationKeepsEveryPrediction) {
+  for (int additive : {0, 1}) {
+    SCOPED_TRACE(additive);
+    double l = 100, b = 2;
+    double sf[4] = {additive ? 3.0 : 1.3, additive ? -1.0 : 0.9, additive ? 5.0 : 1.2, additive ? 1.0 : 1.0};
+    const double before = additive ? l + b + sf[2] : (l + b) * sf[2];
+    zwinnrm(4, additive, &l, &b, sf);
+    const double mean = (sf[0] + sf[1] + sf[2] + sf[3]) / 4;
+    EXPECT_NEAR(mean, additive ? 0.0 : 1.0, 1e-15);
+    EXPECT_NEAR(additive ? l + b + sf[2] : (l + b) * sf[2], before, 1e-12 * before);
+  }
+  // Within the threshold nothing changes, not even the derivatives.
+  double l = 10, b = 1, sf[2] = {1.0 + 1e-14, 1.0 - 0.5e-14};
+  double dl[3] = {1, 2, 3}, db[3] = {4, 5, 6}, d0[2] = {1, 1}, d1[2] = {2, 2}, d2[2] = {3, 3};
+  zwinnmd(2, 0, &l, &b, sf, dl, db, d0, d1, d2);
+  EXPECT_EQ(l, 10.0);
+  EXPECT_EQ(sf[0], 1.0 + 1e-14);
+  EXPECT_EQ(dl[2], 3.0);
+  EXPECT_EQ(d2[1], 3.0);
+}
+
+TEST_F(WinEdges, StartValues) {
+  std::vector<double> x = example_series("AirPassengers.csv");
+  const long n = static_cast<long>(x.size());
+  std::vector<char> mis(n, 0);
+  for (int additive : {0, 1}) {
+    SCOPED_TRACE(additive);
+    double l = 0, b = 0, sf[12];
+    ASSERT_EQ(zwinsvi(x.data(), mis.data(), n, 12, 3, additive, 0, &l, &b, sf), 0);
+    EXPECT_EQ(l, x[n - 1]);
+    EXPECT_EQ(b, 0.0);
+    EXPECT_EQ(sf[5], additive ? 0.0 : 1.0);
+    ASSERT_EQ(zwinsvi(x.data(), mis.data(), n, 12, 3, additive, 1, &l, &b, sf), 0);
+    EXPECT_EQ(l, x[n - 1]);
+    // The regression's factors, the first one at season 3; the trend negated.
+    double c = 0, t = 0, want[12];
+    if (additive) {
+      ASSERT_EQ(ztsrdmy(x.data(), mis.data(), n, 12, &c, &t, nullptr, want, nullptr), 0);
+    } else {
+      ASSERT_EQ(ztsrsdm(x.data(), mis.data(), n, 12, &c, &t, want, nullptr), 0);
+    }
+    EXPECT_EQ(b, -t);
+    for (int i = 0; i < 12; ++i) EXPECT_EQ(sf[(i + 3) % 12], want[i]) << i;
+  }
+  std::vector<char> only_first(n, 1);
+  only_first[0] = 0;
+  double l, b, sf[12];
+  EXPECT_EQ(zwinsvi(x.data(), only_first.data(), n, 12, 0, 0, 1, &l, &b, sf), -2);
+}
+
+// ---- Estimation ----------------------------------------------------------------------
+
+// A Winters model of an example series, with its season codes and factor
+// block, and start values from zwinsvi.
+class WinModel {
+ public:
+  WinModel(const std::vector<double>& x, int ns, int additive)
+      : m_(x, 3), code_(x.size()), block_(3 * ns) {
+    for (std::size_t t = 0; t < x.size(); ++t) code_[t] = static_cast<int>(t % ns);
+    m_->ts.nseasons = ns;
+    m_->ts.scodes = code_.data();
+    m_->additive = additive;
+    m_->startvals.sfactor = block_.data();
+    m_->svi.sfactor = block_.data() + ns;
+    m_->smooth.sfactor = block_.data() + 2 * ns;
+    rc_ = zwinsvi(m_->ts.x, m_->ts.misflg, m_->ts.nobs, ns, 0, additive, 1, &m_->svi.level,
+                  &m_->svi.trend, m_->svi.sfactor);
+  }
+  WINMODEL* operator->() { return m_.get(); }
+  WINMODEL* get() { return m_.get(); }
+  int start_rc() const { return rc_; }
+  // Mean squared error of zwinsmo from the start values.
+  double mse_at(double a, double g, double c) {
+    const int ns = m_->ts.nseasons;
+    std::vector<double> sf(m_->svi.sfactor, m_->svi.sfactor + ns);
+    double l = m_->svi.level, b = m_->svi.trend, mse = 0;
+    const int rc = zwinsmo(m_->ts.x, m_->ts.misflg, m_->ts.descstats.norm, m_->ts.nobs, ns,
+                           m_->additive, a, g, c, &l, &b, sf.data(), code_.data(), &mse, nullptr, nullptr);
+    return rc == 0 ? mse : HUGE_VAL;
+  }
+
+ private:
+  Model m_;
+  std::vector<int> code_;
+  std::vector<double> block_;
+  int rc_ = 0;
+};
+
+struct FitCase {
+  const char* file;
+  int ns;
+  int additive;
+};
+const FitCase kFits[] = {{"AirPassengers.csv", 12, 0}, {"AirPassengers.csv", 12, 1},
+                         {"UKgas.csv", 4, 0},          {"UKgas.csv", 4, 1},
+                         {"USAccDeaths.csv", 12, 1}};
+
+class WinFit : public ::testing::TestWithParam<FitCase> {
+ protected:
+  void SetUp() override { smooth_test::connect_module(); }
+};
+
+TEST_P(WinFit, EstimatesBeatTheGridAndStayInTheStableBox) {
+  const FitCase& c = GetParam();
+  WinModel m(example_series(c.file), c.ns, c.additive);
+  ASSERT_EQ(m.start_rc(), 0);
+  const std::size_t outstanding = esf::host::pool_outstanding();
+  const int rc = nwinfit(m.get());
+  EXPECT_EQ(esf::host::pool_outstanding(), outstanding);
+  ASSERT_TRUE(rc == 0 || rc == 90) << rc;
+  const double a = m->pest.parms[0], g = m->pest.parms[1], s = m->pest.parms[2];
+  for (double w : {a, g, s}) {
+    EXPECT_GE(w, 0.001);
+    EXPECT_LE(w, 0.999);
+  }
+  EXPECT_EQ(zwinstb(c.ns, c.additive, a, g, s), 1);
+  const double best = m.mse_at(a, g, s);
+  const long n = m->ts.nobs;
+  expect_rel(m->pest.mse, (static_cast<double>(n) / (n - 3)) * best, 1e-9, "error variance");
+  for (int k = 0; k < 20; ++k) {
+    const double* gw[3] = {win::Family::kGrid[0], win::Family::kGrid[1], win::Family::kGrid[2]};
+    if (!zwinstb(c.ns, c.additive, gw[0][k], gw[1][k], gw[2][k])) continue;
+    EXPECT_GE(m.mse_at(gw[0][k], gw[1][k], gw[2][k]), best * (1.0 - 1e-9)) << k;
+  }
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(is_miss(m->pest.stderr[i])) << i;
+  double mean = 0;
+  for (int k = 0; k < c.ns; ++k) mean += m->startvals.sfactor[k] / c.ns;
+  EXPECT_NEAR(mean, c.additive ? 0.0 : 1.0, 1e-12);
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, WinFit, ::testing::ValuesIn(kFits), [](const auto& info) {
+  std::string name = info.param.file;
+  name = name.substr(0, name.find('.'));
+  return name + (info.param.additive ? "Additive" : "Multiplicative");
+});
+
+TEST_F(WinEdges, OneObservationMoreThanSeasonsHasNoStandardErrors) {
+  std::vector<double> x = {10, 14, 9, 12, 11, 15, 10, 13, 12};  // nseasons 8, nobs 9
+  WinModel m(x, 8, 1);
+  ASSERT_EQ(m.start_rc(), 0);
+  ASSERT_GE(nwinfit(m.get()), 0);
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(is_miss(m->pest.parms[i]));
+  EXPECT_FALSE(is_miss(m->pest.mse));
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(is_miss(m->pest.stderr[i]) && is_miss(m->pest.tvals[i]));
+}
+
+TEST_F(WinEdges, ASeriesTheMultiplicativeFormCannotFollowHasNoStart) {
+  std::vector<double> x = example_series("UKgas.csv");
+  for (std::size_t t = 0; t < x.size(); ++t) x[t] = (t % 2 ? 1.0 : -1.0) * x[t];
+  WinModel m(x, 4, 0);
+  EXPECT_EQ(nwinfit(m.get()), -8);
+  WinModel add(x, 4, 1);
+  EXPECT_GE(nwinfit(add.get()), 0);
+}
+
+TEST_F(WinEdges, SeasonCodesOutsideTheCycleAreRefused) {
+  WinModel m(example_series("UKgas.csv"), 4, 1);
+  m->ts.nseasons = 3;  // codes run to 3
+  EXPECT_EQ(nwinfit(m.get()), -2);
+}
+
+// ---- Methods and the command line --------------------------------------------------
+
+struct MethodOutcome {
+  double fit_rc = -1, forecast_rc = -1;
+  std::vector<std::string> weight_names, labels;
+  std::vector<double> weights;
+  bool pool_balanced = false;
+  smooth_test::Table table;
+};
+
+MethodOutcome run_methods(const std::vector<double>& values, const char* interval, double stdate, int ns,
+                const char* code, double lead) {
+  using namespace esf::host;
+  method_test::connect_module();
+  const fs::path dir = fs::temp_directory_path() / ("win_methods_" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  assign_libref("WINM", dir);
+  MethodOutcome run;
+  {
+    method_test::CallLists l(values, interval, stdate);
+    set_integer(l.interval_info(), "NSEASONS", ns);
+    set_text(l.spec, "TYPE", "WINT");
+    set_text(l.spec, "CODE", code);
+    const std::size_t outstanding = pool_outstanding();
+    MethodCall fit;
+    fit.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
+    EXPECT_EQ(mwinfit(fit.plist(), nullptr, nullptr, 0), 0);
+    run.fit_rc = fit.written(7).value_or(-1);
+    for (const SLIST_ITEM* it : items(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"))) {
+      run.weight_names.push_back(item_name(it));
+      run.weights.push_back(slgetnv(it, 0));
+    }
+    for (const SLIST_ITEM* it : items(find_list(find_list(l.model, "ESTIMATES"), "LABELS"))) {
+      run.labels.emplace_back(it->data.c.p, it->data.c.len);
+    }
+    MethodCall fc;
+    fc.list(l.series).list(l.model).list(l.eval_range).text("WINM.FC").number(0.05).number(lead).number(0);
+    EXPECT_EQ(mwinfor(fc.plist(), nullptr, nullptr, 0), 0);
+    run.forecast_rc = fc.written(8).value_or(-1);
+    run.pool_balanced = pool_outstanding() == outstanding;
+  }
+  run.table = smooth_test::read_table(dir / "fc.csv");
+  fs::remove_all(dir);
+  return run;
+}
+
+struct MethodCase {
+  const char* file;
+  const char* interval;
+  int year, ns;
+  const char* code;
+};
+
+class WinMethods : public ::testing::TestWithParam<MethodCase> {};
+
+TEST_P(WinMethods, AFitFeedsAForecastThroughTheLists) {
+  const MethodCase& c = GetParam();
+  const std::vector<double> x = example_series(c.file);
+  const MethodOutcome run = run_methods(x, c.interval, method_test::date(c.year, 1, 1), c.ns, c.code, 8);
+  EXPECT_EQ(run.fit_rc, 0.0);
+  EXPECT_EQ(run.forecast_rc, 0.0);
+  EXPECT_TRUE(run.pool_balanced);
+  EXPECT_EQ(run.weight_names, (std::vector<std::string>{"LEVEL", "TREND", "SEASONAL"}));
+  EXPECT_EQ(run.labels, (std::vector<std::string>{"LEVEL Smoothing Weight", "TREND Smoothing Weight",
+                                                  "SEASONAL Smoothing Weight"}));
+  const smooth_test::Table& t = run.table;
+  ASSERT_EQ(t.rows.size(), x.size() + 8);
+  EXPECT_EQ(t.names, (std::vector<std::string>{"DATE", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL",
+                                                "STD", "LEVEL", "TREND", "SEASON"}));
+  const bool additive = std::string(c.code) == "WINTA";
+  for (std::size_t k = 0; k < t.rows.size(); ++k) {
+    const auto& r = t.rows[k];
+    if (k < x.size()) {
+      EXPECT_EQ(r[1], x[k]);
+      EXPECT_NEAR(r[5], r[2] - r[1], 1e-9 * std::fabs(r[1]));
+    } else {
+      // Each forecast is the trended line plus or times its season's factor.
+      EXPECT_NEAR(r[2], additive ? r[7] + r[9] : r[7] * r[9], 1e-9 * std::fabs(r[2]));
+      EXPECT_EQ(r[9], t.rows[k - c.ns][9]);
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, WinMethods,
+                         ::testing::Values(MethodCase{"AirPassengers.csv", "MONTH", 1949, 12, "WINTM"},
+                                           MethodCase{"UKgas.csv", "QTR", 1960, 4, "WINTM"},
+                                           MethodCase{"UKgas.csv", "QTR", 1960, 4, "WINTA"}),
+                         [](const auto& info) {
+                           std::string name = info.param.file;
+                           return name.substr(0, name.find('.')) + info.param.code;
+                         });
+
+std::string quote(const std::string& s) {
+  std::string q = "'";
+  for (char ch : s) q += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
+  return q + "'";
+}
+
+TEST(WinCli, ForecastCommandWritesTheMethodsTable) {
+  struct Case {
+    const char* model;
+    const char* file;
+    const char* interval;
+    int year, ns;
+    const char* code;
+  };
+  const Case cases[] = {{"winters", "AirPassengers.csv", "MONTH", 1949, 12, "WINTM"},
+                        {"winters-additive", "UKgas.csv", "QTR", 1960, 4, "WINTA"}};
+  const fs::path dir = fs::temp_directory_path() / ("win_cli_" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  const fs::path supp = dir / "lsan.supp";
+  std::ofstream(supp) << "leak:esf::cli::Loader::load\n";
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.model);
+    const fs::path out = dir / "out.csv";
+    const std::string cmd = "LSAN_OPTIONS=suppressions=" + quote(supp.string()) + " " + quote(ESF_CLI) +
+                            " forecast --model " + c.model + " --interval " + c.interval + " --lead 12 -o " +
+                            quote(out.string()) + " " +
+                            quote(std::string(ESF_SOURCE_DIR) + "/examples/" + c.file) + " 2>" +
+                            quote((dir / "err.txt").string());
+    const int raw = std::system(cmd.c_str());
+    ASSERT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0) << cmd;
+    std::ifstream in(out);
+    std::string header;
+    std::getline(in, header);
+    EXPECT_EQ(header, "date,ACTUAL,FORECAST,U95,L95,RESIDUAL,STD,LEVEL,TREND,SEASON");
+    std::vector<std::vector<double>> rows;
+    std::string line;
+    while (std::getline(in, line)) {
+      std::vector<double> row;
+      std::stringstream ls(line.substr(line.find(',') + 1));
+      std::string f;
+      while (std::getline(ls, f, ',')) row.push_back(f.empty() ? std::nan("") : std::stod(f));
+      rows.push_back(row);
+    }
+    const std::vector<double> x = example_series(c.file);
+    ASSERT_EQ(rows.size(), x.size() + 12);
+    const MethodOutcome run = run_methods(x, c.interval, method_test::date(c.year, 1, 1), c.ns, c.code, 12);
+    ASSERT_EQ(run.table.rows.size(), rows.size());
+    for (std::size_t k = 0; k < rows.size(); ++k) {
+      for (int j : {1, 3, 6, 8}) {  // FORECAST, L95, LEVEL, SEASON
+        EXPECT_NEAR(rows[k][j], run.table.rows[k][j + 1], 1e-6 * std::fabs(rows[k][j]) + 1e-9) << k << " " << j;
+      }
+    }
+  }
+  fs::remove_all(dir);
+}
+
+}  // namespace
