@@ -8,8 +8,6 @@
 // are evaluated, so hoisting them changes no bit.
 #include "smoothing/es1subs.h"
 
-#include <algorithm>
-#include <cfloat>
 #include <cmath>
 
 #include "numeric/numeric.h"
@@ -53,6 +51,27 @@ struct Kernel {
   }
 };
 
+
+static_assert(es1::kManyWeights == pass::kManyWeights);
+
+// Simple smoothing for the side-by-side pass: one weight per lane.
+struct Lanes {
+  static constexpr bool kMissingSseIsMissing = true;
+
+  double w[pass::kManyWeights];
+  double keep[pass::kManyWeights];
+  double l[pass::kManyWeights];
+
+  static void skip(int) noexcept {}
+  double step(int j, double xt, double& peak) noexcept {
+    const double lj = l[j];
+    peak = std::fabs(lj);
+    l[j] = xt * w[j] + lj * keep[j];
+    return lj;
+  }
+  static void turn(int) noexcept {}
+  bool unusable(int j) const noexcept { return std::fabs(w[j]) > kStateLimit; }
+};
 }  // namespace
 
 extern "C" {
@@ -146,83 +165,11 @@ int zes1std(double* xpxdiag, double mse, long nobs, double* parms, double* stder
 
 void es1::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
                       int count, double level, int* rc, double* mse) {
+  Lanes lanes;
   for (int j = 0; j < count; ++j) {
-    rc[j] = kOk;
-    mse[j] = kMissing;
+    lanes.w[j] = w[j];
+    lanes.keep[j] = 1.0 - w[j];
+    lanes.l[j] = level;
   }
-  if (n < 1) {
-    for (int j = 0; j < count; ++j) rc[j] = kTooFew;
-    return;
-  }
-  // The guards are not tested one observation at a time.  The largest value
-  // each guarded quantity takes is kept instead, and compared with its limit
-  // at the end: a level guard trips at some observation exactly when the
-  // largest level (or |level|) over the checked observations passes its limit,
-  // and the running sse, which never falls, passes its limit before some
-  // addition exactly when its largest value before an addition does.  Until a
-  // guard trips every value is finite, so the maxima see no NaN; after it the
-  // weight has failed whatever follows.  The loops then carry no branch and
-  // run across the weights as vectors.
-  const double upper = xscale * kRelativeLimit;
-  double keep[kManyWeights];
-  double l[kManyWeights];
-  double sse[kManyWeights];
-  double peak_abs[kManyWeights];   // largest |level| before an update
-  double peak[kManyWeights];       // largest level before an update
-  double peak_e[kManyWeights];     // largest |e|
-  double peak_sse[kManyWeights];   // largest sse before an addition
-  for (int j = 0; j < count; ++j) {
-    keep[j] = 1.0 - w[j];
-    l[j] = level;
-    sse[j] = 0.0;
-    peak_abs[j] = 0.0;
-    peak[j] = -DBL_MAX;
-    peak_e[j] = 0.0;
-    peak_sse[j] = 0.0;
-  }
-
-  // The backcast.
-  for (long t = n - 1; t >= 0; --t) {
-    if (misflg[t]) continue;
-    const double xt = x[t];
-    for (int j = 0; j < count; ++j) {
-      const double lj = l[j];
-      peak_abs[j] = std::max(peak_abs[j], std::fabs(lj));
-      peak[j] = std::max(peak[j], lj);
-      l[j] = xt * w[j] + lj * keep[j];
-    }
-  }
-
-  // The forward pass.
-  long nmiss = 0;
-  for (long t = 0; t < n; ++t) {
-    if (misflg[t]) {
-      ++nmiss;
-      continue;
-    }
-    const double xt = x[t];
-    for (int j = 0; j < count; ++j) {
-      const double lj = l[j];
-      peak_abs[j] = std::max(peak_abs[j], std::fabs(lj));
-      peak[j] = std::max(peak[j], lj);
-      const double e = lj - xt;
-      l[j] = xt * w[j] + lj * keep[j];
-      peak_e[j] = std::max(peak_e[j], std::fabs(e));
-      peak_sse[j] = std::max(peak_sse[j], sse[j]);
-      sse[j] += e * e;
-    }
-  }
-
-  const long nobs = n - nmiss;
-  for (int j = 0; j < count; ++j) {
-    const bool failed = std::fabs(w[j]) > kStateLimit || peak_abs[j] > kStateLimit ||
-                        peak[j] > upper || peak_e[j] > kErrorLimit || peak_sse[j] > kSseLimit;
-    if (failed) {
-      rc[j] = kOverflow;
-    } else if (nobs < 1) {
-      rc[j] = kTooFew;
-    } else {
-      mse[j] = esf::is_missing(sse[j]) ? kMissing : sse[j] / static_cast<double>(nobs);
-    }
-  }
+  pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
 }

@@ -10,7 +10,6 @@
 #include "smoothing/es2subs.h"
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 
 #include "numeric/numeric.h"
@@ -66,6 +65,33 @@ struct Kernel : TrendedKernel {
   }
 };
 
+
+// Linear smoothing for the side-by-side pass: a weight pair per lane.
+struct Lanes {
+  // mse is sse / nobs even for a missing sse (only an observation that is
+  // missing but not flagged leads there).
+  static constexpr bool kMissingSseIsMissing = false;
+
+  double a[kManyWeights], g[kManyWeights], ka[kManyWeights], kg[kManyWeights];
+  double l[kManyWeights], tr[kManyWeights];
+
+  void skip(int j) noexcept { l[j] = l[j] + tr[j]; }
+  double step(int j, double xt, double& peak) noexcept {
+    const double lj = l[j];
+    const double tj = tr[j];
+    peak = std::max(std::fabs(lj), std::fabs(tj));
+    const double xhat = lj + tj;
+    const double clevel = xhat * ka[j] + xt * a[j];
+    tr[j] = kg[j] * tj + g[j] * (clevel - lj);
+    l[j] = clevel;
+    return xhat;
+  }
+  void turn(int j) noexcept {
+    l[j] = l[j] + tr[j];
+    tr[j] = -tr[j];
+  }
+  bool unusable(int j) const noexcept { return weights_overflow(a[j], g[j]); }
+};
 }  // namespace
 
 extern "C" {
@@ -184,98 +210,16 @@ int zes2stb(double wlevel, double wtrend) {
 
 }  // extern "C"
 
-// The guards are not tested one observation at a time. The largest value each
-// guarded quantity takes is kept instead and compared with its limit at the
-// end: a guard trips at some observation exactly when the largest value over
-// the checked observations passes its limit, and the running sse, which never
-// falls, passes its limit before some addition exactly when its largest value
-// before an addition does. Until a guard trips every value is finite, and
-// after it the pair has failed whatever follows. The loops carry no branch
-// and run across the pairs side by side.
 void es2::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
                       int count, double level, double trend, int* rc, double* mse) {
-  using namespace trend;
-  constexpr int kMax = kManyWeights;
-  if (n < 1) {
-    for (int j = 0; j < count; ++j) {
-      rc[j] = kTooFew;
-      mse[j] = kMissing;
-    }
-    return;
-  }
-  const double upper = xscale * kRelativeLimit;
-  double a[kMax], g[kMax], ka[kMax], kg[kMax];
-  double l[kMax], tr[kMax], sse[kMax];
-  double peak_state[kMax], peak_pred[kMax], peak_e[kMax], peak_sse[kMax];
+  Lanes lanes;
   for (int j = 0; j < count; ++j) {
-    a[j] = w[2 * j];
-    g[j] = w[2 * j + 1];
-    ka[j] = 1.0 - a[j];
-    kg[j] = 1.0 - g[j];
-    l[j] = level;
-    tr[j] = trend;
-    sse[j] = 0.0;
-    peak_state[j] = 0.0;
-    peak_pred[j] = -DBL_MAX;
-    peak_e[j] = 0.0;
-    peak_sse[j] = 0.0;
+    lanes.a[j] = w[2 * j];
+    lanes.g[j] = w[2 * j + 1];
+    lanes.ka[j] = 1.0 - lanes.a[j];
+    lanes.kg[j] = 1.0 - lanes.g[j];
+    lanes.l[j] = level;
+    lanes.tr[j] = trend;
   }
-
-  // Backward pass, then the turn.
-  for (long t = n - 1; t >= 0; --t) {
-    if (misflg[t]) {
-      for (int j = 0; j < count; ++j) l[j] = l[j] + tr[j];
-      continue;
-    }
-    const double xt = x[t];
-    for (int j = 0; j < count; ++j) {
-      const double lj = l[j];
-      const double tj = tr[j];
-      peak_state[j] = std::max(peak_state[j], std::max(std::fabs(lj), std::fabs(tj)));
-      const double xhat = lj + tj;
-      peak_pred[j] = std::max(peak_pred[j], xhat);
-      const double clevel = xhat * ka[j] + xt * a[j];
-      tr[j] = kg[j] * tj + g[j] * (clevel - lj);
-      l[j] = clevel;
-    }
-  }
-  for (int j = 0; j < count; ++j) {
-    l[j] = l[j] + tr[j];
-    tr[j] = -tr[j];
-  }
-
-  // Forward pass.
-  long nmiss = 0;
-  for (long t = 0; t < n; ++t) {
-    if (misflg[t]) {
-      ++nmiss;
-      for (int j = 0; j < count; ++j) l[j] = l[j] + tr[j];
-      continue;
-    }
-    const double xt = x[t];
-    for (int j = 0; j < count; ++j) {
-      const double lj = l[j];
-      const double tj = tr[j];
-      peak_state[j] = std::max(peak_state[j], std::max(std::fabs(lj), std::fabs(tj)));
-      const double xhat = lj + tj;
-      peak_pred[j] = std::max(peak_pred[j], xhat);
-      const double e = xhat - xt;
-      const double clevel = xhat * ka[j] + xt * a[j];
-      tr[j] = kg[j] * tj + g[j] * (clevel - lj);
-      l[j] = clevel;
-      peak_e[j] = std::max(peak_e[j], std::fabs(e));
-      peak_sse[j] = std::max(peak_sse[j], sse[j]);
-      sse[j] += e * e;
-    }
-  }
-
-  for (int j = 0; j < count; ++j) {
-    if (weights_overflow(a[j], g[j])) {
-      rc[j] = kOverflow;
-      mse[j] = kMissing;
-      continue;
-    }
-    rc[j] = finish_many(peak_state[j], peak_pred[j], upper, peak_e[j], peak_sse[j], sse[j],
-                        n - nmiss, &mse[j]);
-  }
+  pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
 }

@@ -12,7 +12,6 @@
 #include "smoothing/es3subs.h"
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 
 #include "numeric/numeric.h"
@@ -94,6 +93,37 @@ struct Kernel : TrendedKernel {
   }
 };
 
+
+// Damped-trend smoothing for the side-by-side pass: a weight triple per lane.
+struct Lanes {
+  // mse is sse / nobs even for a missing sse (only an observation that is
+  // missing but not flagged leads there).
+  static constexpr bool kMissingSseIsMissing = false;
+
+  double a[kManyWeights], g[kManyWeights], phi[kManyWeights];
+  double ka[kManyWeights], kg[kManyWeights];
+  double l[kManyWeights], tr[kManyWeights];
+
+  void skip(int j) noexcept {
+    tr[j] = phi[j] * tr[j];
+    l[j] = l[j] + tr[j];
+  }
+  double step(int j, double xt, double& peak) noexcept {
+    const double lj = l[j];
+    const double dtrend = phi[j] * tr[j];
+    peak = std::max(std::fabs(lj), std::fabs(dtrend));
+    const double xhat = lj + dtrend;
+    const double clevel = xhat * ka[j] + xt * a[j];
+    tr[j] = g[j] * (clevel - lj) + dtrend * kg[j];
+    l[j] = clevel;
+    return xhat;
+  }
+  void turn(int j) noexcept {
+    tr[j] = -(tr[j] * phi[j]);
+    l[j] = l[j] - tr[j];
+  }
+  bool unusable(int j) const noexcept { return weights_overflow(a[j], g[j], phi[j]); }
+};
 }  // namespace
 
 double zes3cla(double wlevel, double wtrend, double wdamp, double se2,
@@ -228,101 +258,17 @@ int zes3std(double* xpxdiag, double mse, long nobs, double* parms,
 
 }  // extern "C"
 
-// The guards are not tested one observation at a time: the largest value of
-// each guarded quantity is kept and compared with its limit at the end, which
-// trips for a triple exactly when zes3smo's guard would (see
-// es2::smooth_many).
 void es3::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
                       int count, double level, double trend, int* rc, double* mse) {
-  using namespace trend;
-  constexpr int kMax = kManyWeights;
-  if (n < 1) {
-    for (int j = 0; j < count; ++j) {
-      rc[j] = kTooFew;
-      mse[j] = kMissing;
-    }
-    return;
-  }
-  const double upper = xscale * kRelativeLimit;
-  double a[kMax], g[kMax], phi[kMax], ka[kMax], kg[kMax];
-  double l[kMax], tr[kMax], sse[kMax];
-  double peak_state[kMax], peak_pred[kMax], peak_e[kMax], peak_sse[kMax];
+  Lanes lanes;
   for (int j = 0; j < count; ++j) {
-    a[j] = w[3 * j];
-    g[j] = w[3 * j + 1];
-    phi[j] = w[3 * j + 2];
-    ka[j] = 1.0 - a[j];
-    kg[j] = 1.0 - g[j];
-    l[j] = level;
-    tr[j] = trend;
-    sse[j] = 0.0;
-    peak_state[j] = 0.0;
-    peak_pred[j] = -DBL_MAX;
-    peak_e[j] = 0.0;
-    peak_sse[j] = 0.0;
+    lanes.a[j] = w[3 * j];
+    lanes.g[j] = w[3 * j + 1];
+    lanes.phi[j] = w[3 * j + 2];
+    lanes.ka[j] = 1.0 - lanes.a[j];
+    lanes.kg[j] = 1.0 - lanes.g[j];
+    lanes.l[j] = level;
+    lanes.tr[j] = trend;
   }
-
-  // Backward pass, then the reversal.
-  for (long t = n - 1; t >= 0; --t) {
-    if (misflg[t]) {
-      for (int j = 0; j < count; ++j) {
-        tr[j] = phi[j] * tr[j];
-        l[j] = l[j] + tr[j];
-      }
-      continue;
-    }
-    const double xt = x[t];
-    for (int j = 0; j < count; ++j) {
-      const double lj = l[j];
-      const double dtrend = phi[j] * tr[j];
-      peak_state[j] = std::max(peak_state[j], std::max(std::fabs(lj), std::fabs(dtrend)));
-      const double xhat = lj + dtrend;
-      peak_pred[j] = std::max(peak_pred[j], xhat);
-      const double clevel = xhat * ka[j] + xt * a[j];
-      tr[j] = g[j] * (clevel - lj) + dtrend * kg[j];
-      l[j] = clevel;
-    }
-  }
-  for (int j = 0; j < count; ++j) {
-    tr[j] = -(tr[j] * phi[j]);
-    l[j] = l[j] - tr[j];
-  }
-
-  // Forward pass.
-  long nmiss = 0;
-  for (long t = 0; t < n; ++t) {
-    if (misflg[t]) {
-      ++nmiss;
-      for (int j = 0; j < count; ++j) {
-        tr[j] = phi[j] * tr[j];
-        l[j] = l[j] + tr[j];
-      }
-      continue;
-    }
-    const double xt = x[t];
-    for (int j = 0; j < count; ++j) {
-      const double lj = l[j];
-      const double dtrend = phi[j] * tr[j];
-      peak_state[j] = std::max(peak_state[j], std::max(std::fabs(lj), std::fabs(dtrend)));
-      const double xhat = lj + dtrend;
-      peak_pred[j] = std::max(peak_pred[j], xhat);
-      const double e = xhat - xt;
-      const double clevel = xhat * ka[j] + xt * a[j];
-      tr[j] = g[j] * (clevel - lj) + dtrend * kg[j];
-      l[j] = clevel;
-      peak_e[j] = std::max(peak_e[j], std::fabs(e));
-      peak_sse[j] = std::max(peak_sse[j], sse[j]);
-      sse[j] += e * e;
-    }
-  }
-
-  for (int j = 0; j < count; ++j) {
-    if (weights_overflow(a[j], g[j], phi[j])) {
-      rc[j] = kOverflow;
-      mse[j] = kMissing;
-      continue;
-    }
-    rc[j] = finish_many(peak_state[j], peak_pred[j], upper, peak_e[j], peak_sse[j], sse[j],
-                        n - nmiss, &mse[j]);
-  }
+  pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
 }

@@ -10,7 +10,6 @@
 #include "smoothing/esdsubs.h"
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 
 #include "numeric/numeric.h"
@@ -64,6 +63,33 @@ struct Kernel : TrendedKernel {
   }
 };
 
+
+// Double smoothing for the side-by-side pass: one weight per lane.
+struct Lanes {
+  // mse is sse / nobs even for a missing sse (only an observation that is
+  // missing but not flagged leads there).
+  static constexpr bool kMissingSseIsMissing = false;
+
+  double w[kManyWeights], keep[kManyWeights];
+  double l[kManyWeights], tr[kManyWeights];
+
+  void skip(int j) noexcept { l[j] = l[j] + tr[j]; }
+  double step(int j, double xt, double& peak) noexcept {
+    const double lj = l[j];
+    const double tj = tr[j];
+    peak = std::max(std::fabs(lj), std::fabs(tj));
+    const double xhat = lj + tj / w[j];
+    const double clevel = xt * w[j] + keep[j] * lj;
+    tr[j] = tj * keep[j] + w[j] * (clevel - lj);
+    l[j] = clevel;
+    return xhat;
+  }
+  void turn(int j) noexcept {
+    l[j] = l[j] + tr[j];
+    tr[j] = -tr[j];
+  }
+  bool unusable(int j) const noexcept { return weight_unusable(w[j]); }
+};
 }  // namespace
 
 extern "C" {
@@ -157,89 +183,14 @@ int zesdstd(double* xpxdiag, double mse, long /*nobs*/, double* parms,
 
 }  // extern "C"
 
-// The guards are not tested one observation at a time: the largest value of
-// each guarded quantity is kept and compared with its limit at the end, which
-// trips for a weight exactly when zesdsmo's guard would (see es2::smooth_many).
 void esd::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
                       int count, double level, double trend, int* rc, double* mse) {
-  using namespace trend;
-  constexpr int kMax = kManyWeights;
-  if (n < 1) {
-    for (int j = 0; j < count; ++j) {
-      rc[j] = kTooFew;
-      mse[j] = kMissing;
-    }
-    return;
-  }
-  const double upper = xscale * kRelativeLimit;
-  double keep[kMax], l[kMax], tr[kMax], sse[kMax];
-  double peak_state[kMax], peak_pred[kMax], peak_e[kMax], peak_sse[kMax];
+  Lanes lanes;
   for (int j = 0; j < count; ++j) {
-    keep[j] = 1.0 - w[j];
-    l[j] = level;
-    tr[j] = trend;
-    sse[j] = 0.0;
-    peak_state[j] = 0.0;
-    peak_pred[j] = -DBL_MAX;
-    peak_e[j] = 0.0;
-    peak_sse[j] = 0.0;
+    lanes.w[j] = w[j];
+    lanes.keep[j] = 1.0 - w[j];
+    lanes.l[j] = level;
+    lanes.tr[j] = trend;
   }
-
-  // Backward pass, then the turn.
-  for (long t = n - 1; t >= 0; --t) {
-    if (misflg[t]) {
-      for (int j = 0; j < count; ++j) l[j] = l[j] + tr[j];
-      continue;
-    }
-    const double xt = x[t];
-    for (int j = 0; j < count; ++j) {
-      const double lj = l[j];
-      const double tj = tr[j];
-      peak_state[j] = std::max(peak_state[j], std::max(std::fabs(lj), std::fabs(tj)));
-      const double xhat = lj + tj / w[j];
-      peak_pred[j] = std::max(peak_pred[j], xhat);
-      const double clevel = xt * w[j] + keep[j] * lj;
-      tr[j] = tj * keep[j] + w[j] * (clevel - lj);
-      l[j] = clevel;
-    }
-  }
-  for (int j = 0; j < count; ++j) {
-    l[j] = l[j] + tr[j];
-    tr[j] = -tr[j];
-  }
-
-  // Forward pass.
-  long nmiss = 0;
-  for (long t = 0; t < n; ++t) {
-    if (misflg[t]) {
-      ++nmiss;
-      for (int j = 0; j < count; ++j) l[j] = l[j] + tr[j];
-      continue;
-    }
-    const double xt = x[t];
-    for (int j = 0; j < count; ++j) {
-      const double lj = l[j];
-      const double tj = tr[j];
-      peak_state[j] = std::max(peak_state[j], std::max(std::fabs(lj), std::fabs(tj)));
-      const double xhat = lj + tj / w[j];
-      peak_pred[j] = std::max(peak_pred[j], xhat);
-      const double e = xhat - xt;
-      const double clevel = xt * w[j] + keep[j] * lj;
-      tr[j] = tj * keep[j] + w[j] * (clevel - lj);
-      l[j] = clevel;
-      peak_e[j] = std::max(peak_e[j], std::fabs(e));
-      peak_sse[j] = std::max(peak_sse[j], sse[j]);
-      sse[j] += e * e;
-    }
-  }
-
-  for (int j = 0; j < count; ++j) {
-    if (weight_unusable(w[j])) {
-      rc[j] = kOverflow;
-      mse[j] = kMissing;
-      continue;
-    }
-    rc[j] = finish_many(peak_state[j], peak_pred[j], upper, peak_e[j], peak_sse[j], sse[j],
-                        n - nmiss, &mse[j]);
-  }
+  pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
 }

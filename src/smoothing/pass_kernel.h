@@ -34,8 +34,28 @@
 //
 // The arithmetic of every step is the family's own; these templates fix only
 // the order of the steps, the guards around them and the rows they write.
+//
+// The side-by-side pass `smooth_many` (z..smo for up to kManyWeights weight
+// sets at once, for the grid of the estimation frame) takes a lanes record L
+// instead, with its weights and states in arrays indexed by lane:
+//
+//   void skip(int j);                  the missing step of lane j
+//   double step(int j, double x, double& peak) ;
+//                                      the update of lane j; returns the
+//                                      prediction and sets `peak` to the
+//                                      largest absolute value of the states
+//                                      the update guards (before it)
+//   void turn(int j);
+//   bool unusable(int j) const;        the weight guard of lane j
+//   static constexpr bool kMissingSseIsMissing;
+//                                      a missing sum of squares gives the
+//                                      ordinary missing value as mse (simple
+//                                      family); else mse is sse / nobs
+//                                      whatever sse holds
 #pragma once
 
+#include <algorithm>
+#include <cfloat>
 #include <cmath>
 
 #include "numeric/numeric.h"
@@ -48,6 +68,8 @@ using smoothing::kErrorLimit;
 using smoothing::kMissing;
 using smoothing::kOk;
 using smoothing::kOverflow;
+using smoothing::kRelativeLimit;
+using smoothing::kStateLimit;
 using smoothing::kSseLimit;
 using smoothing::kTiny;
 using smoothing::kTooFew;
@@ -195,6 +217,99 @@ inline int predict(const K& k, const double* x, const char* misflg, long n,
     strptr += 6 + K::kStates;
   }
   return kOk;
+}
+
+// Largest number of weight sets the side-by-side pass takes at once.
+inline constexpr int kManyWeights = 32;
+
+// z..smo for `count` lanes (count <= kManyWeights) loaded with their weights
+// and one start state, without the smoothed and row outputs: rc[j] and
+// mse[j] are what z..smo gives for lane j.
+//
+// The guards are not tested one observation at a time. The largest value each
+// guarded quantity takes is kept instead and compared with its limit at the
+// end: a state or prediction guard trips at some observation exactly when the
+// largest value over the checked observations passes its limit, and the
+// running sse, which never falls, passes its limit before some addition
+// exactly when its largest value before an addition does. Until a guard trips
+// every value is finite, so the maxima see no NaN; after it the lane has
+// failed whatever follows. The loops then carry no branch and run across the
+// lanes as vectors.
+template <class L>
+inline void smooth_many(L& lanes, const double* x, const char* misflg, double xscale, long n,
+                        int count, int* rc, double* mse) noexcept {
+  if (n < 1) {
+    for (int j = 0; j < count; ++j) {
+      rc[j] = kTooFew;
+      mse[j] = kMissing;
+    }
+    return;
+  }
+  const double upper = xscale * kRelativeLimit;
+  double sse[kManyWeights];
+  double peak_state[kManyWeights];  // largest guarded |state| before an update
+  double peak_pred[kManyWeights];   // largest prediction
+  double peak_e[kManyWeights];      // largest |e|
+  double peak_sse[kManyWeights];    // largest sse before an addition
+  for (int j = 0; j < count; ++j) {
+    sse[j] = 0.0;
+    peak_state[j] = 0.0;
+    peak_pred[j] = -DBL_MAX;
+    peak_e[j] = 0.0;
+    peak_sse[j] = 0.0;
+  }
+
+  // The backcast.
+  for (long t = n - 1; t >= 0; --t) {
+    if (misflg[t]) {
+      for (int j = 0; j < count; ++j) lanes.skip(j);
+      continue;
+    }
+    const double xt = x[t];
+    for (int j = 0; j < count; ++j) {
+      double peak = 0.0;
+      const double xhat = lanes.step(j, xt, peak);
+      peak_state[j] = std::max(peak_state[j], peak);
+      peak_pred[j] = std::max(peak_pred[j], xhat);
+    }
+  }
+  for (int j = 0; j < count; ++j) lanes.turn(j);
+
+  // The forward pass.
+  long nmiss = 0;
+  for (long t = 0; t < n; ++t) {
+    if (misflg[t]) {
+      ++nmiss;
+      for (int j = 0; j < count; ++j) lanes.skip(j);
+      continue;
+    }
+    const double xt = x[t];
+    for (int j = 0; j < count; ++j) {
+      double peak = 0.0;
+      const double xhat = lanes.step(j, xt, peak);
+      peak_state[j] = std::max(peak_state[j], peak);
+      peak_pred[j] = std::max(peak_pred[j], xhat);
+      const double e = xhat - xt;
+      peak_e[j] = std::max(peak_e[j], std::fabs(e));
+      peak_sse[j] = std::max(peak_sse[j], sse[j]);
+      sse[j] += e * e;
+    }
+  }
+
+  const long nobs = n - nmiss;
+  for (int j = 0; j < count; ++j) {
+    rc[j] = kOk;
+    mse[j] = kMissing;
+    if (lanes.unusable(j) || peak_state[j] > kStateLimit || peak_pred[j] > upper ||
+        peak_e[j] > kErrorLimit || peak_sse[j] > kSseLimit) {
+      rc[j] = kOverflow;
+    } else if (nobs < 1) {
+      rc[j] = kTooFew;
+    } else {
+      const bool missing_sse = L::kMissingSseIsMissing && esf::is_missing(sse[j]);
+      mse[j] = missing_sse ? kMissing : sse[j] / static_cast<double>(nobs);
+    }
+  }
 }
 
 }  // namespace pass

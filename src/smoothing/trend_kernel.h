@@ -9,6 +9,7 @@
 
 #include "primitives/primitives.h"
 #include "regression/regression.h"
+#include "smoothing/pass_kernel.h"
 #include "smoothing/frame_limits.h"
 
 namespace trend {
@@ -61,8 +62,7 @@ inline int trended_start(double* x, char* misflg, long n, int stflg,
   return rc;
 }
 
-// Largest number of weight sets the side-by-side passes take at once.
-inline constexpr int kManyWeights = 32;
+using pass::kManyWeights;
 
 // Runs the eligible rows of `rows` candidate weight sets (p weights each)
 // through `many`, a side-by-side whole-series routine called as
@@ -88,21 +88,6 @@ void evaluate_eligible(const double* w, const bool* eligible, int rows, int* rc,
     rc[row_of[j]] = lane_rc[j];
     mse[row_of[j]] = lane_mse[j];
   }
-}
-
-// The end of a side-by-side pass for one weight set: -9 when one of its
-// guards tripped (the largest guarded values passed their limits), -2 without
-// a usable observation, else 0 with the mean squared error.
-inline int finish_many(double peak_state, double peak_pred, double upper, double peak_e,
-                       double peak_sse, double sse, long nobs, double* mse) noexcept {
-  *mse = kMissing;
-  if (peak_state > kStateLimit || peak_pred > upper || peak_e > kErrorLimit ||
-      peak_sse > kSseLimit) {
-    return kOverflow;
-  }
-  if (nobs < 1) return kTooFew;
-  *mse = sse / static_cast<double>(nobs);
-  return kOk;
 }
 
 // What the kernel records of the trended families share for the passes of
