@@ -27,12 +27,9 @@ TEST(Step3Divide, GuardsOverflowByTheSignOfTheQuotient) {
   } const cases[] = {
       {6.0, 3.0, 2.0},          // |den| >= 1: plain
       {3e-300, 0.5, 6e-300},    // tiny denominator, quotient still finite
-      {1.0, 0.0, kBig},         // zero denominator, positive numerator
-      {-1.0, 0.0, -kBig},
+      {-1.0, 0.0, -kBig},       // zero denominator: the numerator's sign
       {0.0, 0.0, 0.0},
-      {1e300, 1e-200, kBig},    // would overflow
-      {-1e300, 1e-200, -kBig},
-      {1e300, -1e-200, -kBig},
+      {1e300, -1e-200, -kBig},  // would overflow
       {-1e300, -1e-200, kBig},
   };
   for (const Case& c : cases) {
@@ -144,57 +141,49 @@ class Step3Solve : public ::testing::Test {
   POINT point_;
 };
 
-TEST_F(Step3Solve, FullStepIsTheGaussNewtonStep) {
-  Problem p = make_problem(40, 0.1);
-  ASSERT_EQ(solve(p), 0);
-  double rss = 0;
-  const std::vector<double> want = p.step({0, 1, 2}, 1.0, &rss);
-  for (int k = 0; k < 3; ++k) EXPECT_NEAR(point_.delta[k], want[k], 1e-10) << k;
-  EXPECT_LT(point_.delta_norm, 1.0);
-  EXPECT_EQ(point_.rankxpx, 3);
-  EXPECT_NEAR(point_.rr[2], relative_offset(rss, p.sse()), 1e-9);
-  EXPECT_NEAR(point_.mse, p.sse() / p.m, 1e-15);
-  EXPECT_EQ(point_.nobs, 40);
-  for (int k = 0; k < 3; ++k) {
-    EXPECT_NEAR(point_.grad[k], 2.0 * p.xpx[esf::packed_index(k, 3)] / p.m, 1e-15);
-  }
-  // Half the diagonal of the inverse of J'J (up to its sign) feeds the
-  // standard errors; inv(J'J)_kk is 1 / (the residual sum of squares of
-  // column k regressed on the other two).
-  Problem unit = p;
-  double rss0;
-  for (int k = 0; k < 3; ++k) {
-    std::vector<int> others;
-    for (int o = 0; o < 3; ++o) {
-      if (o != k) others.push_back(o);
+TEST_F(Step3Solve, FullStepIsTheDampedGaussNewtonStepCappedAtLengthOne) {
+  struct Case {
+    int m;
+    double error_scale, lambda;
+  } const cases[] = {{40, 0.1, 0.0}, {30, 50.0, 0.0}, {40, 0.1, 0.5}};
+  for (const Case& c : cases) {
+    SetUp();
+    SCOPED_TRACE(testing::Message() << c.error_scale << " " << c.lambda);
+    Problem p = make_problem(c.m, c.error_scale);
+    fitcon_.lambda = c.lambda;
+    ASSERT_EQ(solve(p), 0);
+    const std::vector<double> want = p.step({0, 1, 2}, 1.0 + c.lambda);
+    const double len = std::sqrt(want[0] * want[0] + want[1] * want[1] + want[2] * want[2]);
+    const double scale = len > 1.0 ? len : 1.0;
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(point_.delta[k], want[k] / scale, 1e-10) << k;
+    EXPECT_NEAR(point_.delta_norm, len / scale, 1e-12);
+    EXPECT_EQ(point_.rankxpx, 3);
+    // The convergence measure does not depend on lambda.
+    double rss = 0;
+    p.step({0, 1, 2}, 1.0, &rss);
+    EXPECT_NEAR(point_.rr[2], relative_offset(rss, p.sse()), 1e-9);
+    EXPECT_NEAR(point_.mse, p.sse() / p.m, 1e-15 * p.sse());
+    EXPECT_EQ(point_.nobs, c.m);
+    for (int k = 0; k < 3; ++k) {
+      EXPECT_NEAR(point_.grad[k], 2.0 * p.xpx[esf::packed_index(k, 3)] / p.m,
+                  1e-15 * (1.0 + std::fabs(point_.grad[k])));
     }
-    unit.e.clear();
-    for (int r = 0; r < p.m; ++r) unit.e.push_back(p.j[r * 3 + k]);
-    unit.step(others, 1.0, &rss0);
-    EXPECT_NEAR(std::fabs(point_.xpxdiag[k]), 0.5 / rss0, 1e-9 * (0.5 / rss0)) << k;
+    // Half the diagonal of the inverse of J'J (up to its sign) feeds the
+    // standard errors; inv(J'J)_kk is 1 / (the residual sum of squares of
+    // column k regressed on the other two).
+    Problem unit = p;
+    for (int k = 0; k < 3; ++k) {
+      std::vector<int> others;
+      for (int o = 0; o < 3; ++o) {
+        if (o != k) others.push_back(o);
+      }
+      unit.e.clear();
+      for (int r = 0; r < p.m; ++r) unit.e.push_back(p.j[r * 3 + k]);
+      double rss0 = 0;
+      unit.step(others, 1.0, &rss0);
+      EXPECT_NEAR(std::fabs(point_.xpxdiag[k]), 0.5 / rss0, 1e-9 * (0.5 / rss0)) << k;
+    }
   }
-}
-
-TEST_F(Step3Solve, LongStepsAreCappedAtLengthOne) {
-  Problem p = make_problem(30, 50.0);
-  ASSERT_EQ(solve(p), 0);
-  const std::vector<double> want = p.step({0, 1, 2}, 1.0);
-  const double len = std::sqrt(want[0] * want[0] + want[1] * want[1] + want[2] * want[2]);
-  ASSERT_GT(len, 1.0);
-  for (int k = 0; k < 3; ++k) EXPECT_NEAR(point_.delta[k], want[k] / len, 1e-10);
-  EXPECT_EQ(point_.delta_norm, 1.0);
-}
-
-TEST_F(Step3Solve, LambdaDampsTheFullStep) {
-  Problem p = make_problem(40, 0.1);
-  fitcon_.lambda = 0.5;
-  ASSERT_EQ(solve(p), 0);
-  const std::vector<double> want = p.step({0, 1, 2}, 1.5);
-  for (int k = 0; k < 3; ++k) EXPECT_NEAR(point_.delta[k], want[k], 1e-10) << k;
-  // The convergence measure does not depend on lambda.
-  double rss = 0;
-  p.step({0, 1, 2}, 1.0, &rss);
-  EXPECT_NEAR(point_.rr[2], relative_offset(rss, p.sse()), 1e-9);
 }
 
 TEST_F(Step3Solve, PairAndSingleStepsFollowThePositionOfThePoint) {
@@ -210,7 +199,6 @@ TEST_F(Step3Solve, PairAndSingleStepsFollowThePositionOfThePoint) {
       {"trend_on_bound", 0, -1, 0, 0, 0, 3, 2, 0, 2, -1},
       {"level_on_bound", 1, 0, 0, 0, 0, 3, 2, 1, 2, -1},
       {"pinned_trend_picks_by_pins", 0, 0, 0, 0, 1, 2, 3, 0, 2, -1},
-      {"only_damping_inside", -1, 1, 0, 0, 0, 3, 1, -1, -1, 2},
       {"corner", -1, 1, -1, 0, 0, 3, 0, -1, -1, 2},
       {"all_inside", 0, 0, 0, 0, 0, 3, 3, -1, -1, -1},
   };
@@ -343,85 +331,91 @@ class Step3Box : public ::testing::Test {
   POINT new_;
 };
 
-TEST_F(Step3Box, AStepInsideTheBoxIsTakenWhole) {
-  const double d[3] = {0.1, -0.05, 0.01};
-  std::memcpy(current_.delta, d, sizeof d);
-  ASSERT_EQ(step(0.5), 0);
-  EXPECT_DOUBLE_EQ(new_.wlevel, 0.5 + 0.5 * 0.1);
-  EXPECT_DOUBLE_EQ(new_.wtrend, 0.2 + 0.5 * -0.05);
-  EXPECT_DOUBLE_EQ(new_.wdamp, 0.95 + 0.5 * 0.01);
-  EXPECT_EQ(new_.wbnds.dim, 3);
-  EXPECT_EQ(new_.wbnds.nextdim, 3);
-  EXPECT_EQ(new_.r, 0.33);
-  EXPECT_NEAR(new_.change, 0.5 * std::sqrt(0.01 + 0.0025 + 0.0001), 1e-15);
-  EXPECT_EQ(g_eval.calls, 1);
-  EXPECT_EQ(fitcon_.subiter, 1);
-}
-
-TEST_F(Step3Box, AStepThatCrossesABoundStopsOnIt) {
-  // The damping weight would pass its upper bound first.
-  const double d[3] = {0.1, 0.1, 0.2};
-  std::memcpy(current_.delta, d, sizeof d);
-  ASSERT_EQ(step(1.0), 0);
-  const double frac = (0.999 - 0.95) / 0.2;
-  EXPECT_EQ(new_.wdamp, 0.999);
-  EXPECT_DOUBLE_EQ(new_.wlevel, 0.5 + 0.1 * frac);
-  EXPECT_DOUBLE_EQ(new_.wtrend, 0.2 + 0.1 * frac);
-  EXPECT_EQ(new_.wbnds.wdamflg, 1);
-  EXPECT_EQ(new_.wbnds.wdamchn, 0);
-  EXPECT_EQ(new_.wbnds.dim, 3);
-  EXPECT_EQ(new_.wbnds.nextdim, 2);
-  EXPECT_EQ(new_.r, 0.33);
-}
-
-TEST_F(Step3Box, PressingTheSameBoundAgainFallsBackToThePairStep) {
-  current_.wdamp = 0.999;
-  current_.wbnds.wdamflg = 1;
-  const double d[3] = {0.1, 0.1, 0.2};
-  const double d2[3] = {0.05, -0.02, 0.0};
-  std::memcpy(current_.delta, d, sizeof d);
-  std::memcpy(current_.delta2, d2, sizeof d2);
-  ASSERT_EQ(step(1.0), 0);
-  EXPECT_EQ(new_.wbnds.dim, 2);
-  EXPECT_EQ(new_.wbnds.wdamchn, 1);
-  EXPECT_DOUBLE_EQ(new_.wlevel, 0.55);
-  EXPECT_DOUBLE_EQ(new_.wtrend, 0.18);
-  EXPECT_EQ(new_.wdamp, 0.999);
-  EXPECT_EQ(new_.r, 0.22);
-}
-
-TEST_F(Step3Box, AFixedWeightIsHeldFromTheFirstStep) {
-  fix(model_.wbnds.wtrend, 0.2);
-  model_.wbnds.wtreflg = 1;
-  const double d[3] = {0.1, 0.3, 0.01};
-  const double d2[3] = {0.04, 0.0, 0.02};
-  std::memcpy(current_.delta, d, sizeof d);
-  std::memcpy(current_.delta2, d2, sizeof d2);
-  ASSERT_EQ(step(1.0), 0);
-  EXPECT_EQ(new_.wbnds.wtrechn, 1);
-  EXPECT_LE(new_.wbnds.dim, 2);
-  EXPECT_EQ(new_.wtrend, 0.2);
-  EXPECT_DOUBLE_EQ(new_.wlevel, 0.54);
-  EXPECT_DOUBLE_EQ(new_.wdamp, 0.97);
-  // The fixed weight sits on both its bounds, so it is not strictly inside.
-  EXPECT_EQ(new_.wbnds.nextdim, 2);
-}
-
-TEST_F(Step3Box, TwoFixedWeightsLeaveTheSingleStep) {
-  fix(model_.wbnds.wlevel, 0.5);
-  fix(model_.wbnds.wtrend, 0.2);
-  model_.wbnds.wlevflg = model_.wbnds.wtreflg = 1;
-  const double d[3] = {0.1, 0.3, 0.01};
-  const double d1[3] = {0.0, 0.0, 0.03};
-  std::memcpy(current_.delta, d, sizeof d);
-  std::memcpy(current_.delta2, d, sizeof d);
-  std::memcpy(current_.delta1, d1, sizeof d1);
-  ASSERT_EQ(step(0.5), 0);
-  EXPECT_EQ(new_.wbnds.dim, 1);
-  EXPECT_EQ(new_.wlevel, 0.5);
-  EXPECT_EQ(new_.wtrend, 0.2);
-  EXPECT_DOUBLE_EQ(new_.wdamp, 0.95 + 0.015);
-  EXPECT_EQ(new_.r, 0.11);
+TEST_F(Step3Box, TrialsAreCutToTheBoxAndPinnedWeightsStay) {
+  constexpr double kFree = NAN;
+  struct Case {
+    const char* what;
+    double cur[3];                 // level, trend, third weight
+    signed char flags[3];          // of the current point
+    double lo[3], hi[3];           // bounds; equal bounds fix a weight
+    double d[3], d2[3], d1[3];     // full, pair and single steps
+    double stepsize;
+    step3::Third third;
+    double want[3];
+    int dim, nextdim;              // -1: not checked
+    double r;                      // rr[0], rr[1] or rr[2] of the evaluation
+  };
+  const double cut = (0.999 - 0.95) / 0.2;  // the damping weight reaches its bound first
+  const Case cases[] = {
+      {"inside the box", {0.5, 0.2, 0.95}, {0, 0, 0}, {kFree, kFree, kFree}, {kFree, kFree, kFree},
+       {0.1, -0.05, 0.01}, {}, {}, 0.5, step3::Third::damp, {0.55, 0.175, 0.955}, 3, 3, 0.33},
+      {"crossing a bound stops on it", {0.5, 0.2, 0.95}, {0, 0, 0}, {kFree, kFree, kFree},
+       {kFree, kFree, kFree}, {0.1, 0.1, 0.2}, {}, {}, 1.0, step3::Third::damp,
+       {0.5 + 0.1 * cut, 0.2 + 0.1 * cut, 0.999}, 3, 2, 0.33},
+      {"pressing the same bound takes the pair step", {0.5, 0.2, 0.999}, {0, 0, 1},
+       {kFree, kFree, kFree}, {kFree, kFree, kFree}, {0.1, 0.1, 0.2}, {0.05, -0.02, 0.0}, {}, 1.0,
+       step3::Third::damp, {0.55, 0.18, 0.999}, 2, -1, 0.22},
+      // A fixed weight sits on both its bounds, so it is not strictly inside.
+      {"a fixed weight is held from the first step", {0.5, 0.2, 0.95}, {0, 0, 0},
+       {kFree, 0.2, kFree}, {kFree, 0.2, kFree}, {0.1, 0.3, 0.01}, {0.04, 0.0, 0.02}, {}, 1.0,
+       step3::Third::damp, {0.54, 0.2, 0.97}, -1, 2, 0.22},
+      {"two fixed weights leave the single step", {0.5, 0.2, 0.95}, {0, 0, 0}, {0.5, 0.2, kFree},
+       {0.5, 0.2, kFree}, {0.1, 0.3, 0.01}, {0.1, 0.3, 0.01}, {0.0, 0.0, 0.03}, 0.5,
+       step3::Third::damp, {0.5, 0.2, 0.965}, 1, -1, 0.11},
+      // A cut fraction of 0 is not passed over: the trial is the point.
+      {"trend on its lower bound stepping out", {0.5, 0.0011, 0.95}, {0, 0, 0},
+       {kFree, 0.0011, kFree}, {kFree, kFree, kFree}, {0.1, -0.2, 0.01}, {}, {}, 1.0,
+       step3::Third::damp, {0.5, 0.0011, 0.95}, -1, -1, 0.33},
+      {"the Winters family moves its seasonal weight", {0.5, 0.2, 0.3}, {0, 0, 0},
+       {kFree, kFree, kFree}, {kFree, kFree, 0.35}, {0.0, 0.01, 0.1}, {}, {}, 1.0,
+       step3::Third::season, {0.5, 0.205, 0.35}, 3, 2, 0.33},
+  };
+  for (const Case& c : cases) {
+    SetUp();
+    SCOPED_TRACE(c.what);
+    const bool season = c.third == step3::Third::season;
+    double* bounds[3] = {model_.wbnds.wlevel, model_.wbnds.wtrend,
+                         season ? model_.wbnds.wseason : model_.wbnds.wdamp};
+    char* fixed[3] = {&model_.wbnds.wlevflg, &model_.wbnds.wtreflg,
+                      season ? &model_.wbnds.wseaflg : &model_.wbnds.wdamflg};
+    for (int k = 0; k < 3; ++k) {
+      if (!std::isnan(c.lo[k])) bounds[k][0] = c.lo[k];
+      if (!std::isnan(c.hi[k])) bounds[k][1] = c.hi[k];
+      *fixed[k] = bounds[k][0] == bounds[k][1];
+      current_.delta[k] = c.d[k];
+      current_.delta2[k] = c.d2[k];
+      current_.delta1[k] = c.d1[k];
+    }
+    current_.wlevel = c.cur[0];
+    current_.wtrend = c.cur[1];
+    (season ? current_.wseason : current_.wdamp) = c.cur[2];
+    if (season) current_.wdamp = 0.0;
+    current_.wbnds.wlevflg = c.flags[0];
+    current_.wbnds.wtreflg = c.flags[1];
+    current_.wbnds.wdamflg = c.flags[2];
+    ASSERT_EQ(step(c.stepsize, c.third), 0);
+    const double got[3] = {new_.wlevel, new_.wtrend, season ? new_.wseason : new_.wdamp};
+    double change = 0.0;
+    for (int k = 0; k < 3; ++k) {
+      EXPECT_NEAR(got[k], c.want[k], 1e-15) << k;
+      // A weight stopped by a bound lands on it exactly.
+      if (c.want[k] == bounds[k][0] || c.want[k] == bounds[k][1]) {
+        EXPECT_EQ(got[k], c.want[k]) << k;
+      }
+      change += (got[k] - c.cur[k]) * (got[k] - c.cur[k]);
+    }
+    EXPECT_NEAR(new_.change, std::sqrt(change), 1e-15);
+    if (season) {
+      EXPECT_EQ(new_.wdamp, 0.0);
+    }
+    if (c.dim >= 0) {
+      EXPECT_EQ(new_.wbnds.dim, c.dim);
+    }
+    if (c.nextdim >= 0) {
+      EXPECT_EQ(new_.wbnds.nextdim, c.nextdim);
+    }
+    EXPECT_EQ(new_.r, c.r);
+  }
 }
 
 TEST_F(Step3Box, ThreeFixedWeightsCannotMove) {
@@ -441,59 +435,35 @@ TEST_F(Step3Box, ThreeFixedWeightsCannotMove) {
   EXPECT_EQ(g_eval.calls, 0);
 }
 
-TEST_F(Step3Box, ACornerWithTheSingleStepOutwardEndsTheSearch) {
+TEST_F(Step3Box, AtACornerTheSingleStepDecidesWhetherTheSearchEnds) {
   // Level and trend pinned on their lower bounds, damping driven to its
-  // upper bound; the single step afterwards points further out.
-  current_.wlevel = 0.001;
-  current_.wtrend = 0.001;
-  current_.wbnds.wlevflg = -1;
-  current_.wbnds.wtreflg = -1;
-  const double d[3] = {-0.1, -0.1, 0.2};
-  const double d1[3] = {0.0, 0.0, 0.2};
-  std::memcpy(current_.delta, d, sizeof d);
-  std::memcpy(current_.delta2, d, sizeof d);
-  std::memcpy(current_.delta1, d1, sizeof d1);
-  g_eval.delta1[2] = 0.01;  // outward at the upper bound
-  ASSERT_EQ(step(1.0), 0);
-  EXPECT_EQ(new_.wdamp, 0.999);
-  EXPECT_EQ(new_.wbnds.nextdim, 0);
-  EXPECT_EQ(new_.rflag, 1);
-  EXPECT_EQ(new_.r, 0.11);  // rr[0]: the first visit of the corner
-
-  // The next trial from the flagged corner ends with r = 0.
-  current_ = new_;
-  std::memset(&new_, 0, sizeof new_);
-  ASSERT_EQ(step(1.0), 0);
-  EXPECT_EQ(new_.r, 0.0);
-}
-
-TEST_F(Step3Box, ASingleStepBackInsideKeepsTheSearchGoing) {
-  current_.wlevel = 0.001;
-  current_.wtrend = 0.001;
-  current_.wbnds.wlevflg = -1;
-  current_.wbnds.wtreflg = -1;
-  const double d[3] = {-0.1, -0.1, 0.2};
-  const double d1[3] = {0.0, 0.0, 0.2};
-  std::memcpy(current_.delta, d, sizeof d);
-  std::memcpy(current_.delta2, d, sizeof d);
-  std::memcpy(current_.delta1, d1, sizeof d1);
-  g_eval.delta1[2] = -0.01;  // back inside from the upper bound
-  ASSERT_EQ(step(1.0), 0);
-  EXPECT_EQ(new_.rflag, 0);
-  EXPECT_EQ(new_.r, 0.11);
-}
-
-TEST_F(Step3Box, AZeroTrendStepGivesAZeroStep) {
-  // The trend weight's cut fraction of 0 is not passed over.
-  const double d[3] = {0.1, -0.2, 0.01};
-  std::memcpy(current_.delta, d, sizeof d);
-  current_.wtrend = 0.0011;
-  model_.wbnds.wtrend[0] = 0.0011;  // the trend stands on its lower bound
-  ASSERT_EQ(step(1.0), 0);
-  EXPECT_EQ(new_.wlevel, 0.5);
-  EXPECT_EQ(new_.wtrend, 0.0011);
-  EXPECT_EQ(new_.wdamp, 0.95);
-  EXPECT_EQ(new_.change, 0.0);
+  // upper bound; the single step afterwards points out of or into the box.
+  for (const double single : {0.01, -0.01}) {
+    SetUp();
+    SCOPED_TRACE(single);
+    current_.wlevel = 0.001;
+    current_.wtrend = 0.001;
+    current_.wbnds.wlevflg = -1;
+    current_.wbnds.wtreflg = -1;
+    const double d[3] = {-0.1, -0.1, 0.2};
+    const double d1[3] = {0.0, 0.0, 0.2};
+    std::memcpy(current_.delta, d, sizeof d);
+    std::memcpy(current_.delta2, d, sizeof d);
+    std::memcpy(current_.delta1, d1, sizeof d1);
+    g_eval.delta1[2] = single;
+    ASSERT_EQ(step(1.0), 0);
+    EXPECT_EQ(new_.wdamp, 0.999);
+    EXPECT_EQ(new_.rflag, single > 0.0);
+    EXPECT_EQ(new_.r, 0.11);  // rr[0]: the first visit of the corner
+    if (single > 0.0) {
+      EXPECT_EQ(new_.wbnds.nextdim, 0);
+      // The next trial from the flagged corner ends with r = 0.
+      current_ = new_;
+      std::memset(&new_, 0, sizeof new_);
+      ASSERT_EQ(step(1.0), 0);
+      EXPECT_EQ(new_.r, 0.0);
+    }
+  }
 }
 
 TEST_F(Step3Box, WeightsWithinTheirToleranceSnapOntoTheBound) {
@@ -527,19 +497,6 @@ TEST_F(Step3Box, WithBoundsAFailedEvaluationIsReturnedAtOnce) {
   g_eval.rc = -2;
   EXPECT_EQ(step(1.0), -2);
   EXPECT_EQ(fitcon_.subiter, 0);
-}
-
-TEST_F(Step3Box, TheWintersFamilyMovesItsSeasonalWeight) {
-  current_.wdamp = 0.0;
-  current_.wseason = 0.3;
-  model_.wbnds.wseason[1] = 0.35;
-  const double d[3] = {0.0, 0.01, 0.1};
-  std::memcpy(current_.delta, d, sizeof d);
-  ASSERT_EQ(step(1.0, step3::Third::season), 0);
-  EXPECT_EQ(new_.wseason, 0.35);
-  EXPECT_EQ(new_.wbnds.wseaflg, 1);
-  EXPECT_DOUBLE_EQ(new_.wtrend, 0.2 + 0.01 * 0.5);
-  EXPECT_EQ(new_.wdamp, 0.0);
 }
 
 }  // namespace
