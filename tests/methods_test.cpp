@@ -8,14 +8,13 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "module/host_api.h"
 #include "support/method_session.h"
+#include "support/smooth_model.h"
 
 namespace {
 
@@ -31,6 +30,14 @@ using esf::host::set_number;
 using esf::host::set_text;
 using method_test::CallLists;
 using method_test::date;
+using smooth_test::read_table;
+using smooth_test::Table;
+
+// The error variance of the backcast model at weight w, and the level at
+// time 0 that its backward pass yields.
+double backcast_mse(const std::vector<double>& x, double w, double* time0 = nullptr) {
+  return smooth_test::ses_backcast_mse(x, w, smooth_test::last_usable(x), time0);
+}
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
@@ -60,76 +67,6 @@ std::vector<std::string> texts_of(List list) {
   std::vector<std::string> out;
   for (const SLIST_ITEM* it : items(list)) out.emplace_back(it->data.c.p, it->data.c.len);
   return out;
-}
-
-// Simple exponential smoothing written out independently of the module:
-// the backward pass from the last usable value yields the level at time 0,
-// then the forward pass collects the one-step errors.
-struct Smoothed {
-  double start_level = 0.0;
-  double end_level = 0.0;
-  double mse = 0.0;
-  std::vector<double> predictions;
-};
-
-Smoothed smooth(const std::vector<double>& x, double w) {
-  Smoothed s;
-  int last = static_cast<int>(x.size()) - 1;
-  while (last > 0 && std::isnan(x[last])) --last;
-  double level = x[last];
-  for (int t = static_cast<int>(x.size()) - 1; t >= 0; --t) {
-    if (!std::isnan(x[t])) level = x[t] * w + level * (1.0 - w);
-  }
-  s.start_level = level;
-  double sse = 0.0;
-  long used = 0;
-  for (double v : x) {
-    s.predictions.push_back(level);
-    if (std::isnan(v)) continue;
-    const double e = level - v;
-    sse += e * e;
-    ++used;
-    level = v * w + level * (1.0 - w);
-  }
-  s.end_level = level;
-  s.mse = sse / static_cast<double>(used);
-  return s;
-}
-
-// Reads a CSV table the host wrote: header and rows of numbers (an empty
-// field is NaN).
-struct Table {
-  std::vector<std::string> header;
-  std::vector<std::vector<double>> rows;
-  int column(const std::string& name) const {
-    for (std::size_t j = 0; j < header.size(); ++j) {
-      if (header[j] == name) return static_cast<int>(j);
-    }
-    return -1;
-  }
-};
-
-std::vector<std::string> split(const std::string& line) {
-  std::vector<std::string> out;
-  std::stringstream ss(line);
-  std::string field;
-  while (std::getline(ss, field, ',')) out.push_back(field);
-  if (!line.empty() && line.back() == ',') out.emplace_back();
-  return out;
-}
-
-Table read_table(const fs::path& path) {
-  Table t;
-  std::ifstream in(path);
-  std::string line;
-  if (!std::getline(in, line)) return t;
-  t.header = split(line);
-  while (std::getline(in, line)) {
-    std::vector<double> row;
-    for (const std::string& f : split(line)) row.push_back(f.empty() ? kNaN : std::stod(f));
-    t.rows.push_back(std::move(row));
-  }
-  return t;
 }
 
 class MethodsTest : public ::testing::Test {
@@ -196,14 +133,10 @@ TEST_F(MethodsTest, FitFailuresLeaveTheModelListAsItCame) {
       {"no data", kAir, [](CallLists& l) { remove_item(l.series, "DATA"); }, 999},
       {"one value", {5.0}, [](CallLists&) {}, 2},
       {"no dsinfo", kAir, [](CallLists& l) { remove_item(l.series, "DSINFO"); }, 999},
-      {"no interval info", kAir, [](CallLists& l) { remove_item(l.dsinfo(), "INTERVALINFO"); }, 999},
       {"no interval", kAir, [](CallLists& l) { remove_item(l.interval_info(), "INTERVAL"); }, 999},
       {"no time ranges", kAir, [](CallLists& l) { remove_item(l.series, "TIME_RANGES"); }, 999},
-      {"no data range", kAir,
-       [](CallLists& l) { remove_item(find_list(l.series, "TIME_RANGES"), "DATA_RANGE"); }, 999},
       {"fit range of one", kAir, [](CallLists& l) { set_number(l.fit_range, "NOBS", 1); }, 2},
       {"all missing", {kNaN, kNaN, kNaN}, [](CallLists&) {}, 2},
-      {"one usable value", {kNaN, 4.0, kNaN}, [](CallLists&) {}, 2},
       // The start of the backward pass is the last usable value of the fit
       // range; the first alone is not enough.
       {"no start value", {1.0, kNaN, kNaN, 5.0}, [](CallLists& l) { set_number(l.fit_range, "NOBS", 3); }, 2},
@@ -227,26 +160,13 @@ TEST_F(MethodsTest, FitFailuresLeaveTheModelListAsItCame) {
 
 TEST_F(MethodsTest, FitArgumentFailures) {
   CallLists l(kAir);
-  {
-    SCOPED_TRACE("five arguments");
-    MethodCall call;
-    call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model);
-    EXPECT_EQ(mes1fit(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(7), 999.0);
-  }
-  {
-    SCOPED_TRACE("a missing list");
-    MethodCall call;
-    call.list(l.series).list(l.spec).list(nullptr).list(l.eval_range).list(l.model).number(0);
-    EXPECT_EQ(mes1fit(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(7), 999.0);
-  }
-  {
-    SCOPED_TRACE("a number for a list");
-    MethodCall call;
-    call.list(l.series).number(3).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
-    EXPECT_EQ(mes1fit(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(7), 999.0);
+  MethodCall five, missing_list, number_for_list;
+  five.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model);
+  missing_list.list(l.series).list(l.spec).list(nullptr).list(l.eval_range).list(l.model).number(0);
+  number_for_list.list(l.series).number(3).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
+  for (MethodCall* call : {&five, &missing_list, &number_for_list}) {
+    EXPECT_EQ(mes1fit(call->plist(), nullptr, nullptr, 0), 0);
+    EXPECT_EQ(call->written(7), 999.0);
   }
   EXPECT_EQ(names_of(l.model), (std::vector<std::string>{"MODEL_SPEC", "FITRANGE", "EVALRANGE"}));
 }
@@ -291,13 +211,13 @@ TEST_F(MethodsTest, FitWritesWeightsEstimatesAndStates) {
 
   // The weight minimises the one-step error of the backcast model, and
   // SIGMA is that error's variance with one degree of freedom taken.
-  const Smoothed at_w = smooth(kAir, w);
+  const double mse = backcast_mse(kAir, w);
   for (double dw : {-0.01, 0.01}) {
     if (w + dw < 0.001 || w + dw > 0.999) continue;
-    EXPECT_LT(at_w.mse, smooth(kAir, w + dw).mse) << dw;
+    EXPECT_LT(mse, backcast_mse(kAir, w + dw)) << dw;
   }
   const double n = static_cast<double>(kAir.size());
-  EXPECT_NEAR(*find_number(est, "SIGMA"), at_w.mse * n / (n - 1.0), 1e-9 * at_w.mse);
+  EXPECT_NEAR(*find_number(est, "SIGMA"), mse * n / (n - 1.0), 1e-9 * mse);
 
   List state = find_list(est, "SMOOTHED_STATE");
   EXPECT_EQ(names_of(state), (std::vector<std::string>{"SFACTORS", "LEVEL"}));
@@ -311,19 +231,6 @@ TEST_F(MethodsTest, FitWritesWeightsEstimatesAndStates) {
   List stats = find_list(l.model, "FIT_STATS");
   EXPECT_EQ(names_of(stats), (std::vector<std::string>{"NAMES", "VALUES"}));
   EXPECT_TRUE(items(find_list(stats, "NAMES")).empty());
-}
-
-TEST_F(MethodsTest, FitWithFixedWeight) {
-  CallLists l(kAir);
-  List bounds = add_list(l.spec, "WEIGHT_BOUNDS");
-  set_number(bounds, "WLEVLBND", 0.3);
-  set_number(bounds, "WLEVUBND", 0.3);
-  ASSERT_EQ(fit(l), 0);
-  List weights = find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS");
-  EXPECT_EQ(find_number(weights, "LEVEL"), 0.3);
-  const double n = static_cast<double>(kAir.size());
-  EXPECT_NEAR(*find_number(find_list(l.model, "ESTIMATES"), "SIGMA"), smooth(kAir, 0.3).mse * n / (n - 1.0),
-              1e-9 * smooth(kAir, 0.3).mse);
 }
 
 TEST_F(MethodsTest, FitWithAsManyObservationsAsWeightsHasNoStandardErrors) {
@@ -362,7 +269,7 @@ TEST_F(MethodsTest, FitThenForecastThroughTheLists) {
   ASSERT_EQ(forecast(l, 0.05, 12), 0);
 
   const Table t = read_table(table_file());
-  EXPECT_EQ(t.header, (std::vector<std::string>{"DATE", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD",
+  EXPECT_EQ(t.names, (std::vector<std::string>{"DATE", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD",
                                                 "LEVEL"}));
   ASSERT_EQ(t.rows.size(), kAir.size() + 12);
   // Observed rows follow the smoothing recursion from the fit's time-0
@@ -419,7 +326,7 @@ TEST_F(MethodsTest, ForecastArgumentsAndDefaults) {
     ASSERT_EQ(forecast(l, c.cl, c.lead), 0);
     const Table t = read_table(table_file());
     EXPECT_EQ(t.rows.size(), c.rows);
-    EXPECT_EQ(t.header.at(3), c.upper);
+    EXPECT_EQ(t.names.at(3), c.upper);
   }
 }
 
@@ -436,10 +343,8 @@ TEST_F(MethodsTest, ForecastFailures) {
          set_number(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"), "LEVEL", 100.5);
        },
        999},
-      {"no model spec", [](CallLists& l) { remove_item(l.model, "MODEL_SPEC"); }, 999},
       {"no estimates", [](CallLists& l) { remove_item(l.model, "ESTIMATES"); }, 999},
       {"no fit range item", [](CallLists& l) { remove_item(l.model, "FITRANGE"); }, 999},
-      {"no eval range item", [](CallLists& l) { remove_item(l.model, "EVALRANGE"); }, 999},
       {"no data", [](CallLists& l) { remove_item(l.series, "DATA"); }, 999},
       {"time id too long", [](CallLists& l) { set_text(l.dsinfo(), "TIMEID", std::string(33, 'T')); }, 999},
       {"label too long", [](CallLists& l) { set_text(l.series, "LABEL", std::string(257, 'L')); }, 999},
@@ -467,33 +372,27 @@ TEST_F(MethodsTest, ForecastFailures) {
 TEST_F(MethodsTest, ForecastArgumentFailures) {
   CallLists l(kAir);
   ASSERT_EQ(fit(l), 0);
-  {
-    SCOPED_TRACE("six arguments");
+  struct Case {
+    const char* what;
+    List eval;
+    const char* table;
+    bool flag;  // the seventh argument
+    double code;
+  };
+  const Case cases[] = {{"six arguments", l.eval_range, "OUT.FC", false, 999.0},
+                        {"no evaluation list", nullptr, "OUT.FC", true, 999.0},
+                        {"a bad table name", l.eval_range, "OUT.9X", true, 101.0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
     MethodCall call;
-    call.list(l.series).list(l.model).list(l.eval_range).text("OUT.FC").number(0.05).number(12);
+    call.list(l.series).list(l.model).list(c.eval).text(c.table).number(0.05).number(12);
+    if (c.flag) call.number(0);
     EXPECT_EQ(mes1for(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(8), 999.0);
+    EXPECT_EQ(call.written(8), c.code);
   }
-  {
-    SCOPED_TRACE("no evaluation list");
-    MethodCall call;
-    call.list(l.series).list(l.model).list(nullptr).text("OUT.FC").number(0.05).number(12).number(0);
-    EXPECT_EQ(mes1for(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(8), 999.0);
-  }
-  {
-    SCOPED_TRACE("a bad table name");
-    MethodCall call;
-    call.list(l.series).list(l.model).list(l.eval_range).text("OUT.9X").number(0.05).number(12).number(0);
-    EXPECT_EQ(mes1for(call.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(call.written(8), 101.0);
-  }
-  {
-    SCOPED_TRACE("no memory");
-    esf::host::pool_fail_after(1);
-    EXPECT_EQ(forecast(l), 100);
-    esf::host::pool_fail_after(-1);
-  }
+  esf::host::pool_fail_after(1);
+  EXPECT_EQ(forecast(l), 100);
+  esf::host::pool_fail_after(-1);
   EXPECT_FALSE(fs::exists(table_file()));
 }
 
@@ -515,7 +414,9 @@ TEST_F(MethodsTest, ForecastStartsFromWhatTheSpecificationHolds) {
     EXPECT_EQ(find_number(find_list(l.spec, "SVI"), "LEVEL"), kAir.back());
     const Table t = read_table(table_file());
     ASSERT_EQ(t.rows.size(), kAir.size());
-    EXPECT_DOUBLE_EQ(t.rows[0][2], smooth(kAir, w).start_level);
+    double time0 = 0.0;
+    backcast_mse(kAir, w, &time0);
+    EXPECT_DOUBLE_EQ(t.rows[0][2], time0);
   }
 }
 
