@@ -71,129 +71,34 @@ void run(const std::vector<CountCase>& cases) {
 
 double d(int y, unsigned m, unsigned dd) { return static_cast<double>(day_of(y, m, dd)); }
 
-// ---- Edge cases, one family at a time ------------------------------------------------
+// ---- Anchors and corner cases ------------------------------------------------------
+//
+// Every date interval with its multiples and shifts, the working days and
+// the time intervals are checked against std::chrono and walks below;
+// these are the documented anchors and the units the cross-checks don't
+// reach.
 
-TEST(CountCalendar, MonthsQuartersAndYears) {
+TEST(CountEdges, AnchorsLeapWeeksAndUnits) {
+  const double fri = d(2001, 3, 2);  // a Friday
   run({
-      {"MONTH", d(2001, 1, 31), d(2001, 2, 1), 1},
-      {"MONTH", d(2001, 2, 1), d(2001, 2, 28), 0},
-      {"MONTH", d(2001, 2, 1), d(2001, 1, 31), -1},
-      {"MONTH", d(2001, 1, 1), d(2002, 1, 1), 12},
-      {"QTR2", d(2001, 1, 31), d(2001, 2, 1), 0},
-      {"QTR", d(2001, 1, 1), d(2001, 3, 31), 0},
-      {"QTR", d(2001, 3, 31), d(2001, 4, 1), 1},
-      {"QTR.2", d(2001, 1, 31), d(2001, 2, 1), 1},  // quarters from February, May, ...
-      {"MONTH3", d(2001, 3, 31), d(2001, 4, 1), 1},
-      {"MONTH3", d(2001, 2, 1), d(2001, 3, 31), 0},
-      {"MONTH3.2", d(2001, 1, 31), d(2001, 2, 1), 1},
-      {"SEMIYEAR", d(2001, 6, 30), d(2001, 7, 1), 1},
-      {"SEMIYEAR", d(2001, 1, 1), d(2001, 6, 30), 0},
-      {"YEAR", d(2001, 12, 31), d(2002, 1, 1), 1},
-      {"YEAR2", d(2001, 12, 31), d(2002, 1, 1), 1},  // cycles of two years from 1960
-      {"YEAR2", d(2002, 12, 31), d(2003, 1, 1), 0},
-      {"YEAR.7", d(2001, 6, 30), d(2001, 7, 1), 1},  // fiscal years from July
-      {"YEAR.7", d(2001, 1, 1), d(2001, 6, 30), 0},
-  });
-}
-
-TEST(CountCalendar, ThirdsAndHalvesOfMonths) {
-  run({
-      {"TENDAY", d(2001, 3, 10), d(2001, 3, 11), 1},
-      {"TENDAY", d(2001, 3, 11), d(2001, 3, 20), 0},
-      {"TENDAY", d(2001, 3, 20), d(2001, 3, 21), 1},
-      {"TENDAY", d(2001, 3, 21), d(2001, 4, 1), 1},
-      {"TENDAY", d(2001, 1, 1), d(2002, 1, 1), 36},
-      {"SEMIMONTH", d(2001, 3, 15), d(2001, 3, 16), 1},
-      {"SEMIMONTH", d(2001, 3, 1), d(2001, 3, 15), 0},
-      {"SEMIMONTH", d(2001, 2, 28), d(2001, 3, 1), 1},
-  });
-}
-
-TEST(CountCalendar, RetailCalendarsRunOnIsoWeeks) {
-  // ISO 2001 week 1 opens on Monday 1 January 2001.
-  const auto iso = [](unsigned week, unsigned day) { return static_cast<double>(oracle::iso_day_of(2001, week, day)); };
-  run({
-      {"R445MON", iso(4, 7), iso(5, 1), 1},
-      {"R445MON", iso(5, 1), iso(8, 7), 0},
-      {"R445MON", iso(8, 7), iso(9, 1), 1},
-      {"R445MON", iso(9, 1), iso(13, 7), 0},
-      {"R454MON", iso(9, 1), iso(9, 7), 0},
-      {"R454MON", iso(9, 7), iso(10, 1), 1},
-      {"R544MON", iso(5, 7), iso(6, 1), 1},
-      {"R445QTR", iso(13, 7), iso(14, 1), 1},
-      {"R445QTR", iso(1, 1), iso(13, 7), 0},
-      {"R445YR", iso(52, 7), static_cast<double>(oracle::iso_day_of(2002, 1, 1)), 1},
-      {"R445YR", iso(1, 1), iso(52, 7), 0},
-  });
-}
-
-TEST(CountDays, DaysWeeksAndWorkingDays) {
-  const double sat = d(2001, 3, 3);  // a Saturday
-  const double sun = sat + 1;
-  const double mon = sat + 2;
-  const double fri = sat - 1;
-  run({
-      {"DAY", sat, sat + 10, 10},
       {"DAY2", d(1960, 1, 1), d(1960, 1, 2), 0},  // pairs of days from 1 January 1960
-      {"DAY2", d(1960, 1, 2), d(1960, 1, 3), 1},
       {"DAY2.2", d(1960, 1, 1), d(1960, 1, 2), 1},
-      {"WEEK", sat, sun, 1},
-      {"WEEK", sun, sat + 7, 0},
-      {"WEEKV", sun, mon, 1},
-      {"WEEKV", mon, sun + 7, 0},
-      {"WEEK.2", sun, mon, 1},  // weeks from Monday
-      {"WEEK.6", fri - 1, fri, 1},  // weeks from Friday
-      {"WEEK.6", fri, fri + 6, 0},
       {"WEEK2", d(1959, 12, 26), d(1959, 12, 27), 1},  // fortnights from Sunday 27 December 1959
       {"WEEK2", d(1959, 12, 27), d(1960, 1, 9), 0},
-      {"WEEKDAY", fri, sat, 0},
-      {"WEEKDAY", fri, mon, 1},
-      {"WEEKDAY", sat, sun, 0},
-      {"WEEKDAY", fri, fri + 7, 5},
-      {"WEEKDAY17W", fri, mon, 1},  // the default weekend written out
-      {"WEEKDAY1W", fri, sat, 1},   // only Sunday off
-      {"WEEKDAY1W", sat, mon, 1},
-      {"WEEKDAY67W", d(2001, 3, 1), d(2001, 3, 4), 1},  // Thursday to Sunday, Friday and Saturday off
-  });
-}
-
-TEST(CountIsoYears, WeekFiftyThreeBelongsToWeekFiftyTwo) {
-  // ISO 2004 has 53 weeks: week 52 opens on 20 December, week 53 on 27 December.
-  run({
+      {"YEAR2", d(2001, 12, 31), d(2002, 1, 1), 1},  // cycles of two years from 1960
+      {"YEAR2", d(2002, 12, 31), d(2003, 1, 1), 0},
+      {"WEEKDAY", fri, fri + 1, 0},  // a weekend day counts as the Friday before it
+      {"WEEKDAY", fri, fri + 3, 1},
+      // ISO 2004 has 53 weeks: week 53 opens on 27 December and belongs to
+      // the year; ISO 2005 opens on 3 January.
       {"YEARV", d(2004, 12, 20), d(2004, 12, 27), 0},
-      {"YEARV", d(2004, 12, 27), d(2005, 1, 3), 1},
       {"YEARV", d(2005, 1, 2), d(2005, 1, 3), 1},
-      {"YEARV", d(2003, 12, 28), d(2003, 12, 29), 1},  // ISO 2004 opens on Monday 29 December 2003
-      {"YEARV", d(2004, 1, 4), d(2004, 1, 5), 0},
       {"YEARV2", d(2003, 12, 28), d(2003, 12, 29), 1},  // cycles of two ISO years from 1960
       {"YEARV2", d(2004, 12, 26), d(2005, 1, 3), 0},
-      {"YEARV.2", d(2005, 1, 9), d(2005, 1, 10), 1},  // years from week 2
-  });
-}
-
-TEST(CountTime, SecondsMinutesHoursAndDatetimeForms) {
-  INTERVAL hour_on_dates = oracle::interval("HOUR");
-  hour_on_dates.units = kUnitsDate;  // date values are taken as midnight datetimes
-  EXPECT_EQ(zintck2(&hour_on_dates, 0.0, 1.0), 24.0);
-  run({
-      {"SECOND", 10.0, 70.5, 60},
-      {"MINUTE", 59.0, 60.0, 1},
-      {"MINUTE", 0.0, 59.0, 0},
       {"MINUTE2.2", 59.0, 60.0, 1},  // two-minute intervals from the odd minutes
       {"MINUTE2.2", 119.0, 120.0, 0},
-      {"HOUR", 3599.0, 3600.0, 1},
-      {"HOUR", -1.0, 0.0, 1},
-      {"HOUR4.2", 3599.0, 3600.0, 1},
-      {"HOUR4.2", 3600.0, 5 * 3600.0 - 1, 0},
-      {"DTMONTH", 86399.0, 86400.0, 0},
-      {"DTMONTH", 31 * 86400.0 - 1, 31 * 86400.0, 1},
       {"DTDAY", 86399.0, 86400.0, 1},
       {"DTWEEKDAY", 0.0, 3 * 86400.0, 1},  // Friday to Monday
-  });
-}
-
-TEST(CountObsAndNone, PlainNumbers) {
-  run({
       {"OBS", 3.0, 7.0, 4},
       {"OBS3", 2.0, 3.0, 1},
       {"OBS3", 3.0, 5.0, 0},
@@ -201,6 +106,9 @@ TEST(CountObsAndNone, PlainNumbers) {
       {"NONE", 2.5, 7.25, 5},
       {"NONE", 7.25, 2.5, -5},
   });
+  INTERVAL hour_on_dates = oracle::interval("HOUR");
+  hour_on_dates.units = kUnitsDate;  // date values are taken as midnight datetimes
+  EXPECT_EQ(zintck2(&hour_on_dates, 0.0, 1.0), 24.0);
 }
 
 // ---- Refusals -----------------------------------------------------------------------
@@ -222,11 +130,7 @@ TEST(CountRefusals, MissingAndOversizedValues) {
 }
 
 TEST(CountRefusals, EqualEndsCountZeroForEveryInterval) {
-  const char* names[] = {"NONE",     "OBS",       "OBS5.",  "SECOND", "MINUTE3.2", "HOUR",     "DAY",
-                         "WEEKDAY",  "WEEKDAY67W", "WEEK",   "WEEKV",  "TENDAY",    "SEMIMONTH", "MONTH",
-                         "R445MON",  "R454QTR",   "R544YR", "QTR.3",  "SEMIYEAR",  "YEAR2.5",  "YEARV",
-                         "DTMONTH",  "DTYEARV",   "DTWEEKDAY"};
-  for (const char* name : names) {
+  for (const char* name : {"NONE", "OBS5.", "MINUTE3.2", "WEEKDAY67W", "SEMIMONTH", "R454QTR", "YEAR2.5", "DTYEARV"}) {
     INTERVAL iv = oracle::interval(name);
     for (const double x : {0.0, 14976.0, -5000.5}) {
       EXPECT_EQ(zintck2(&iv, x, x), 0.0) << name << " at " << x;
@@ -257,12 +161,9 @@ TEST(CountRefusals, CodesOutsideTheTablesGoToTheDebugOutput) {
   }
   esf::host::capture_output(false);
   EXPECT_TRUE(esf::is_missing(zintck2(nullptr, 0.0, 1.0)));
-}
-
-TEST(CountRefusals, WeekdayRecordWithoutWorkingDays) {
-  INTERVAL iv = oracle::interval("WEEKDAY");
-  std::memset(iv.weekend, 1, sizeof iv.weekend);
-  EXPECT_TRUE(esf::is_missing(zintck2(&iv, 0.0, 10.0)));
+  INTERVAL no_working_day = oracle::interval("WEEKDAY");
+  std::memset(no_working_day.weekend, 1, sizeof no_working_day.weekend);
+  EXPECT_TRUE(esf::is_missing(zintck2(&no_working_day, 0.0, 10.0)));
 }
 
 // ---- The custom-interval seam -----------------------------------------------------
@@ -352,30 +253,21 @@ struct CrossCase {
 
 TEST(CountCrossCheck, DateIntervalsAgreeWithChrono) {
   const CrossCase cases[] = {
-      {"DAY", {1, 0, day_index}},
-      {"DAY3.2", {3, 1, day_index}},
+      {"DAY", {1, 0, day_index}},             {"DAY3.2", {3, 1, day_index}},
       {"WEEK", {7, -5, day_index}},  // Sunday is day -5
       {"WEEK2.3", {14, -3, day_index}},
       {"WEEKV", {7, -4, day_index}},  // Monday is day -4
       {"WEEKV3.4", {21, -1, day_index}},
-      {"TENDAY", {1, 0, tenday_index}},
-      {"TENDAY3.2", {3, 1, tenday_index}},
-      {"SEMIMONTH", {1, 0, semimonth_index}},
-      {"MONTH", {1, 0, month_index}},
-      {"MONTH5.3", {5, 2, month_index}},
-      {"QTR", {3, 0, month_index}},
-      {"QTR.2", {3, 1, month_index}},
-      {"SEMIYEAR", {6, 0, month_index}},
-      {"YEAR", {12, 0, month_index}},
-      {"YEAR3.14", {36, 13, month_index}},
-      {"YEARV", {52, 0, isoweek_index}},
-      {"YEARV2.60", {104, 59, isoweek_index}},
+      {"TENDAY", {1, 0, tenday_index}},       {"TENDAY3.2", {3, 1, tenday_index}},
+      {"SEMIMONTH", {1, 0, semimonth_index}}, {"MONTH", {1, 0, month_index}},
+      {"MONTH5.3", {5, 2, month_index}},      {"QTR", {3, 0, month_index}},
+      {"QTR.2", {3, 1, month_index}},         {"SEMIYEAR", {6, 0, month_index}},
+      {"YEAR", {12, 0, month_index}},         {"YEAR3.14", {36, 13, month_index}},
+      {"YEARV", {52, 0, isoweek_index}},      {"YEARV2.60", {104, 59, isoweek_index}},
       {"YEARV3.10", {156, 9, isoweek_index}},  // the shift carries two whole years
       {"YEARV4.200", {208, 199, isoweek_index}},
-      {"R445MON", {1, 0, r445_index}},
-      {"R445MON5.3", {5, 2, r445_index}},
-      {"R454QTR", {3, 0, r454_index}},
-      {"R544YR.4", {12, 3, r544_index}},
+      {"R445MON", {1, 0, r445_index}},        {"R445MON5.3", {5, 2, r445_index}},
+      {"R454QTR", {3, 0, r454_index}},        {"R544YR.4", {12, 3, r544_index}},
   };
   oracle::Dates dates(2001);
   for (const CrossCase& c : cases) {
