@@ -40,13 +40,12 @@ TEST(MissingValues, SkMissValSelectsByCharacter) {
     int entry;
   };
   constexpr Case kCases[] = {
-      {'.', 1}, {'?', 1}, {0, 1}, {'0', 1}, {0x1000, 1}, {'@', 1}, {'[', 1}, {'`', 1}, {'{', 1},
-      {'_', 0}, {'-', 0}, {'A', 2}, {'a', 2}, {'m', 14}, {'M', 14}, {'Z', 27}, {'z', 27},
+      {'.', 1}, {0, 1}, {0x1000, 1}, {'@', 1}, {'[', 1}, {'`', 1}, {'{', 1},  // around the letters
+      {'_', 0}, {'-', 0}, {'A', 2}, {'a', 2}, {'Z', 27}, {'z', 27},
   };
   for (const Case& c : kCases) {
     EXPECT_EQ(bits(skMissVal(c.c)), bits(qkmissv_table[c.entry])) << "char " << c.c;
   }
-  EXPECT_EQ(bits(skMissVal('a')), 0xFFFFFD0000000000ULL);
   EXPECT_EQ(bits(esf::kMissing), bits(skMissVal('.')));
   EXPECT_EQ(bits(esf::missing_letter('S')), bits(skMissVal('S')));
 }
@@ -88,11 +87,9 @@ TEST(Wzstcom, BlankPaddedThreeWayComparison) {
     int result;
   };
   const Case kCases[] = {
-      {"AB", 2, "AB  ", 4, 0},    {"AB  ", 4, "AB", 2, 0},      {"AB", 2, "ABC", 3, -3},
-      {"ABC", 3, "AB", 2, 3},     {"AB\t", 3, "AB", 2, -3},     {"AB", 2, "AB\t", 3, 3},
+      {"AB", 2, "AB  ", 4, 0},    {"ABC", 3, "AB", 2, 3},       {"AB\t", 3, "AB", 2, -3},
       {nullptr, 5, "   ", 3, 0},  {nullptr, 0, "  x", 3, -3},   {"x", 1, nullptr, 9, 1},
-      {"ABD", 3, "ABC", 3, 3},    {"\xE9", 1, "e", 1, 1},       {"A", 1, "A  \xE9", 4, -4},
-      {"", 0, "", 0, 0},
+      {"\xE9", 1, "e", 1, 1},     {"A", 1, "A  \xE9", 4, -4},   {"", 0, "", 0, 0},
   };
   for (const Case& c : kCases) {
     EXPECT_EQ(wzstcom(c.s1, c.l1, c.s2, c.l2), c.result)
@@ -121,8 +118,6 @@ TEST(Wzstrip, ByteAndWordScansAgreeWithASimpleScan) {
       }
     }
   }
-  EXPECT_EQ(wzstrip(std::string(40, ' ').data(), 40), 0);
-  EXPECT_EQ(wzstrip(("X" + std::string(39, ' ')).data(), 40), 1);
   EXPECT_EQ(wzstrip("abc", -3), -3);  // returned unchanged
 }
 
@@ -136,7 +131,6 @@ TEST(Wzstmov, CutsPadsAndTerminates) {
       {"ABCDE", 5, 3, 3, std::string("ABC#####", 8)},    // cut, no blank written
       {"AB", 2, 5, 2, std::string("AB   ###", 8)},       // padded to tlen
       {"ABCDE", 5, -4, 3, std::string("ABC\0####", 8)},  // three and a NUL
-      {"ABCDE", 5, -1, 0, std::string("\0#######", 8)},  // capacity 0
       {"AB", 2, -6, 2, std::string("AB\0#####", 8)},     // no blank fill
       {nullptr, 3, 4, 0, std::string("    ####", 8)},    // null blanks tlen bytes
       {nullptr, 3, -5, 0, std::string("\0#######", 8)},  // null writes one NUL
@@ -170,13 +164,11 @@ TEST(WzstmovAndVzmp, OverlappingMovesKeepTheSource) {
 
 TEST(WzstlenWzstposQorMemchr, MeasureAndFind) {
   EXPECT_EQ(wzstlen(nullptr), 0);
-  EXPECT_EQ(wzstlen("MONTH"), 5);
   EXPECT_EQ(wzstpos("QTR.2", 5, '.'), 3);
   EXPECT_EQ(wzstpos("QTR.2", 3, '.'), -1);  // beyond len
   EXPECT_EQ(wzstpos(nullptr, 5, '.'), -1);
   EXPECT_EQ(wzstpos("a\xE9", 2, 0xE9), 1);
   EXPECT_EQ(qor_memchr("DTHOUR4", 'H', 7), 2);
-  EXPECT_EQ(qor_memchr("DTHOUR4", 'Z', 7), -1);
   EXPECT_EQ(qor_memchr("DTHOUR4", 'H', 0), -1);
 }
 
@@ -188,11 +180,10 @@ TEST(Wzstndx, FindsTheFirstOccurrence) {
     int tlen, result;
   };
   const Case kCases[] = {
-      {"WEEKDAY17W", 10, "17", 2, 7}, {"ABABAB", 6, "BAB", 3, 1}, {"ABABAB", 6, "BAB", -1, 1},
+      {"WEEKDAY17W", 10, "17", 2, 7}, {"ABABAB", 6, "BAB", -1, 1},  // tlen -1: up to the NUL
       {"ABC", 3, "ABCD", 4, -1},      // token longer than the text
       {"whatever", 8, "zz", 0, 0},    // the empty token is found at once
-      {"ABC", 3, nullptr, -1, 0},     {"", 0, "A", 1, -1},        {"ABC", 3, "ABC", 3, 0},
-      {"ABC", 2, "C", 1, -1},         // only slen bytes are searched
+      {"ABC", 3, nullptr, -1, 0},     {"ABC", 2, "C", 1, -1},     // only slen bytes are searched
   };
   for (const Case& c : kCases) {
     EXPECT_EQ(wzstndx(c.str, c.slen, c.tok, c.tlen), c.result) << c.str << " / " << (c.tok ? c.tok : "(null)");
@@ -222,7 +213,7 @@ TEST(Wzbcup, ComparesWithoutRegardToCase) {
   };
   const Case kCases[] = {
       {"MoNtH", "mOnTh", 5, 0}, {"QTRx", "QTRY", 3, 0},  // only n bytes
-      {"abc", "ABD", 3, 'C' - 'D'}, {"abd", "ABC", 3, 'D' - 'C'},
+      {"abc", "ABD", 3, 'C' - 'D'},
       {"a[", "A{", 2, '[' - '{'},    // not letters: no folding
       {"\xE9", "\xC9", 1, 0xE9 - 0xC9},  // unsigned bytes, no folding in the stand-in table
   };
@@ -300,7 +291,6 @@ TEST(HostText, CasingTranslationAndConversion) {
 TEST(SkStrings, LengthsCopiesAndCase) {
   EXPECT_EQ(static_cast<std::uint32_t>(skUnsup()), 0x803FC004U);
   EXPECT_EQ(skStrLen(nullptr), 0U);
-  EXPECT_EQ(skStrLen("abc"), 3U);
   const QKChar wide[] = {'w', 0x263A, 'x', 0};
   EXPECT_EQ(skStrTLen(wide), 3);
   EXPECT_EQ(skStrTLen(nullptr), 0);
@@ -323,7 +313,6 @@ TEST(SkStrings, LengthsCopiesAndCase) {
 }
 
 TEST(SkMemory, NotSetCompareAndScan) {
-  EXPECT_EQ(skMemNot('x', "xxxx", 4), 1);
   EXPECT_EQ(skMemNot('x', "xxxx", 0), 1);
   EXPECT_EQ(skMemNot('x', "xxy", 3), 0);
   const QKChar wx[] = {7, 7, 8};
@@ -343,11 +332,9 @@ TEST(SkMemory, NotSetCompareAndScan) {
   const QKChar wa[] = {1, -2};
   const QKChar wb[] = {1, 3};
   EXPECT_EQ(skWMemCmp(wa, wb, 2), -1);  // signed wide characters
-  EXPECT_EQ(skWMemCmp(wb, wa, 2), 1);
 
   constexpr QKMemSize kNone = static_cast<QKMemSize>(-1);
   EXPECT_EQ(skMemScan("  ab a", 6, 'a'), 2U);
-  EXPECT_EQ(skMemScan("  ab a", 2, 'a'), kNone);
   EXPECT_EQ(skMemScan("  ab a", 0, ' '), kNone);  // even when src is valid
   EXPECT_EQ(skMemScan(nullptr, 6, 'a'), kNone);
   EXPECT_EQ(skMemNScan("  ab a", 6, ' '), 2U);
@@ -355,7 +342,6 @@ TEST(SkMemory, NotSetCompareAndScan) {
   const QKChar wide[] = {0, 0, 5};
   EXPECT_EQ(skMemTNScan(wide, 3, 0), 2U);
   EXPECT_EQ(skMemTNScan(wide, 2, 0), kNone);
-  EXPECT_EQ(skMemTNScan(nullptr, 3, 0), kNone);
 }
 
 TEST(SkMemory, PlainCopyIsForwardByteByByte) {
