@@ -71,28 +71,19 @@ TEST(CalendarCli, SingleQueries) {
     const char* args;
     const char* answer;
   } cases[] = {
-      {"count MONTH 2001-01-31 2001-02-01", "1"},
-      {"count QTR 2001-01-01 2001-03-31", "0"},
-      {"count WEEKDAY 2001-03-02 2001-03-05", "1"},
+      // Random dates, intervals and alignments are checked through a stream
+      // below; these are the other kinds of values and the spelled-out words.
       {"count DTHOUR 2001-01-01T10:59:59 2001-01-01T11:00:00", "1"},
       {"count DAY 14976 14977", "1"},  // raw date values
       {"count OBS3 2 3", "1"},
       {"count MONTH . 2001-02-01", "."},
       {"count DAY 1582-01-01 20000-12-26", "6727396"},
-      {"advance MONTH 2001-03-15 1", "2001-04-01"},
-      {"advance MONTH 2001-03-15 -1", "2001-02-01"},
-      {"advance QTR 2001-01-15 1 S", "2001-04-15"},
       {"advance MONTH 2001-01-31 1 same", "2001-02-28"},
-      {"advance MONTH 2001-02-15 0 E", "2001-02-28"},
       {"advance MONTH 2001-02-15 0 middle", "2001-02-14"},
-      {"advance WEEKDAY 2001-03-03 0", "2001-03-02"},
-      {"advance YEARV 2005-01-01 1", "2005-01-03"},
       {"advance DTMONTH 2001-01-31T10:15:00 1 S", "2001-02-28T10:15:00"},
       {"advance DTHOUR 2001-01-01T10:30:00.25 1 S", "2001-01-01T11:30:00.25"},
       {"advance DTDAY 2001-01-01 0 E", "2001-01-01T23:59:59"},
-      {"advance OBS3 7 1", "9"},
       {"advance NONE 7.5 2", "9"},
-      {"advance DAY 20000-12-26 0", "20000-12-26"},
       {"advance DAY 20000-12-26 1", "."},
       {"--raw advance MONTH 2001-03-15 1", "15066"},
       {"advance MONTH 2001-03-15 1 --raw", "15066"},
@@ -171,12 +162,6 @@ TEST(CalendarCli, StreamAnswersLineByLineAndGoesOnAfterErrors) {
   EXPECT_EQ(answers[6].rfind("error: line 7, field 4 (X2)", 0), 0u) << answers[6];
   EXPECT_EQ(answers[7], ".");
   EXPECT_NE(r.err.find("2 lines of standard input could not be answered"), std::string::npos) << r.err;
-}
-
-TEST(CalendarCli, CleanStreamSucceeds) {
-  const CliRun r = calendar("--raw", "advance MONTH 2001-03-15 1\ncount MONTH 2001-01-31 2001-02-01\n");
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out, "15066\n1\n");
 }
 
 // Streamed answers equal the module's routines called here, for random
