@@ -13,6 +13,7 @@
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 #include "support/calendar_oracle.h"
+#include "support/trimA_interval_cases.h"
 
 // ---- A stand-in for the custom-interval routines -----------------------------
 //
@@ -52,28 +53,17 @@ extern "C" void zcintcReleaseRef(CINTC_INFO* cinfo) {
 
 namespace {
 
-using oracle::day_of;
+using cases::custom_record;
+using cases::d;
+using cases::same;
 using oracle::fdiv;
 
 constexpr double kDot = esf::kMissing;
-
-double d(int y, unsigned m, unsigned dd) { return static_cast<double>(day_of(y, m, dd)); }
-
-bool same(double a, double b) {
-  if (esf::is_missing(a) || esf::is_missing(b)) return esf::is_missing(a) && esf::is_missing(b);
-  return a == b;
-}
 
 std::string show(double x) {
   if (esf::is_missing(x)) return ".";
   if (std::fabs(x) < 1e7 && x == std::floor(x)) return oracle::date_text(static_cast<long>(x));
   return std::to_string(x);
-}
-
-std::string text_of(INTERVAL iv) {
-  char text[64];
-  int len = sizeof text;
-  return zinti2s(text, &len, &iv) == 0 ? std::string(text, static_cast<size_t>(len)) : "?";
 }
 
 struct AdvanceCase {
@@ -186,26 +176,10 @@ TEST(AdvanceRefusals, MissingValuesCountsAndLimits) {
 }
 
 TEST(AdvanceRefusals, CodesOutsideTheTablesGoToTheDebugOutput) {
-  esf::host::capture_output(true);
-  esf::host::take_log();
-  const struct {
-    char units;
-    int code;
-    const char* message;
-  } cases[] = {
-      {'d', 38, "zintnx2: yearbase: bad intcode=38"},
-      {'d', 43, "zintnx2: yearbase: bad intcode=43"},
-      {'s', 12, "zintnx2: bad intcode=12"},
-  };
-  for (const auto& c : cases) {
-    INTERVAL iv = oracle::interval("MONTH");
-    iv.units = c.units;
-    iv.intcode = static_cast<char>(c.code);
-    EXPECT_TRUE(esf::is_missing(zintnx2(&iv, 100.0, 1.0))) << c.code;
-    EXPECT_NE(esf::host::take_log().find(c.message), std::string::npos) << c.message;
-  }
-  esf::host::capture_output(false);
-  EXPECT_TRUE(esf::is_missing(zintnx2(nullptr, 0.0, 1.0)));
+  cases::expect_bad_codes_logged([](INTERVAL* iv) { return zintnx2(iv, 100.0, 1.0); },
+                                 {{'d', 38, "zintnx2: yearbase: bad intcode=38"},
+                                  {'d', 43, "zintnx2: yearbase: bad intcode=43"},
+                                  {'s', 12, "zintnx2: bad intcode=12"}});
   INTERVAL no_working_day = oracle::interval("WEEKDAY");
   std::memset(no_working_day.weekend, 1, sizeof no_working_day.weekend);
   EXPECT_TRUE(esf::is_missing(zintnx2(&no_working_day, 0.0, 1.0)));
@@ -256,16 +230,6 @@ TEST(AlignBuiltIn, SubIntervalRecordIsBuiltOnceAndThenUsed) {
 }
 
 // ---- Custom intervals through the seam --------------------------------------------------
-
-INTERVAL custom_record() {
-  INTERVAL iv{};
-  iv.units = kUnitsDate;
-  iv.intcode = static_cast<char>(kIntCustom);
-  iv.intper = 1;
-  std::memcpy(iv.token, "MYCAL", 5);
-  iv.tokenlen = 5;
-  return iv;
-}
 
 TEST(AdvanceCustom, TableEndsPassUnrounded) {
   INTERVAL iv = custom_record();
@@ -321,7 +285,7 @@ TEST(SubInterval, NextFinerIntervals) {
     INTERVAL sub{};
     EXPECT_EQ(zintshft(&iv, &sub), 0) << c.name;
     const INTERVAL expect = oracle::interval(c.sub);
-    EXPECT_EQ(text_of(sub), text_of(expect)) << c.name;
+    EXPECT_EQ(cases::text_of(sub), cases::text_of(expect)) << c.name;
     EXPECT_EQ(sub.units, expect.units) << c.name;
     EXPECT_EQ(sub.intper, 1) << c.name;
     EXPECT_EQ(sub.shiftper, 0) << c.name;

@@ -13,6 +13,7 @@
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 #include "support/calendar_oracle.h"
+#include "support/trimA_interval_cases.h"
 
 // ---- A stand-in for the custom-interval routines -----------------------------
 //
@@ -43,15 +44,12 @@ extern "C" void zcintcReleaseRef(CINTCInfo* cinfo) {
 
 namespace {
 
-using oracle::day_of;
+using cases::custom_record;
+using cases::d;
+using cases::same;
 using oracle::fdiv;
 
 constexpr double kDot = esf::kMissing;
-
-bool same(double a, double b) {
-  if (esf::is_missing(a) || esf::is_missing(b)) return esf::is_missing(a) && esf::is_missing(b);
-  return a == b;
-}
 
 struct CountCase {
   const char* name;
@@ -68,8 +66,6 @@ void run(const std::vector<CountCase>& cases) {
                                     << ", expected " << c.count;
   }
 }
-
-double d(int y, unsigned m, unsigned dd) { return static_cast<double>(day_of(y, m, dd)); }
 
 // ---- Anchors and corner cases ------------------------------------------------------
 //
@@ -140,43 +136,17 @@ TEST(CountRefusals, EqualEndsCountZeroForEveryInterval) {
 
 // Codes the parser never produces reach the debug output and answer ".".
 TEST(CountRefusals, CodesOutsideTheTablesGoToTheDebugOutput) {
-  esf::host::capture_output(true);
-  esf::host::take_log();
-  const struct {
-    char units;
-    int code;
-    const char* message;
-  } cases[] = {
-      {'d', 38, "zintck2: invalid intcode=38"},
-      {'d', 58, "zintck2: invalid intcode=58"},
-      {'s', 12, "zintck2: bad intcode=12"},
-      {'d', 22, "zintck2: bad intcode=22"},
-  };
-  for (const auto& c : cases) {
-    INTERVAL iv = oracle::interval("MONTH");
-    iv.units = c.units;
-    iv.intcode = static_cast<char>(c.code);
-    EXPECT_TRUE(esf::is_missing(zintck2(&iv, 100.0, 200.0))) << c.code;
-    EXPECT_NE(esf::host::take_log().find(c.message), std::string::npos) << c.message;
-  }
-  esf::host::capture_output(false);
-  EXPECT_TRUE(esf::is_missing(zintck2(nullptr, 0.0, 1.0)));
+  cases::expect_bad_codes_logged([](INTERVAL* iv) { return zintck2(iv, 100.0, 200.0); },
+                                 {{'d', 38, "zintck2: invalid intcode=38"},
+                                  {'d', 58, "zintck2: invalid intcode=58"},
+                                  {'s', 12, "zintck2: bad intcode=12"},
+                                  {'d', 22, "zintck2: bad intcode=22"}});
   INTERVAL no_working_day = oracle::interval("WEEKDAY");
   std::memset(no_working_day.weekend, 1, sizeof no_working_day.weekend);
   EXPECT_TRUE(esf::is_missing(zintck2(&no_working_day, 0.0, 10.0)));
 }
 
 // ---- The custom-interval seam -----------------------------------------------------
-
-INTERVAL custom_record() {
-  INTERVAL iv{};
-  iv.units = kUnitsDate;
-  iv.intcode = static_cast<char>(kIntCustom);
-  iv.intper = 1;
-  std::memcpy(iv.token, "MYCAL", 5);
-  iv.tokenlen = 5;
-  return iv;
-}
 
 TEST(CountCustom, TableEndsPassAndValuesAreFloored) {
   INTERVAL iv = custom_record();

@@ -15,6 +15,7 @@
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 #include "support/calendar_oracle.h"
+#include "support/trimA_interval_cases.h"
 
 // ---- A stand-in for the custom-interval routines -----------------------------
 //
@@ -61,19 +62,12 @@ extern "C" double customINTINDEX(INTERVALX* ix, double x, double n) {
 
 namespace {
 
+using cases::d;
+using cases::text_of;
 using oracle::day_of;
 using oracle::interval;
 
 constexpr double kDot = esf::kMissing;
-
-double d(int y, unsigned m, unsigned dd) { return static_cast<double>(day_of(y, m, dd)); }
-
-std::string text_of(INTERVAL iv) {
-  char buf[64] = {};
-  int len = sizeof buf;
-  if (zinti2s(buf, &len, &iv) != 0) return "?";
-  return std::string(buf, static_cast<std::size_t>(len));
-}
 
 bool is_cleared(const INTERVAL& iv) { return iv.intcode == 0 && iv.units == 0 && iv.tokenlen == 0; }
 
