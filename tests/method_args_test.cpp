@@ -390,7 +390,6 @@ TEST_F(ArgsTest, SmoothedStateLayout) {
     size_t nfactors;
   };
   const Case cases[] = {
-      {0, 0, {"SFACTORS", "LEVEL"}, 0},
       {0, 1, {"SFACTORS", "LEVEL", "TREND"}, 0},
       {4, 1, {"SFACTORS", "LEVEL", "TREND"}, 4},
       {1, 0, {"SFACTORS", "LEVEL"}, 0},  // a single season stores no factors
@@ -411,20 +410,6 @@ TEST_F(ArgsTest, SmoothedStateLayout) {
     List sf = find_list(smoothed, "SFACTORS");
     ASSERT_EQ(items(sf).size(), c.nfactors);
     for (size_t i = 0; i < c.nfactors; ++i) EXPECT_EQ(slgetnv(items(sf)[i], 0), factors[i]);
-  }
-}
-
-TEST_F(ArgsTest, WeightLabels) {
-  List l = make();
-  ASSERT_EQ(putstvlab(nullptr, 0, l), 0);
-  const auto all = items(l);
-  ASSERT_EQ(all.size(), 3u);
-  const char* expected[] = {"LEVEL Smoothing Weight", "TREND Smoothing Weight", "SEASONAL Smoothing Weight"};
-  for (int i = 0; i < 3; ++i) {
-    tchar* s = nullptr;
-    int n = 0;
-    ASSERT_EQ(slitmc(l, i + 1, &s, &n), 0);
-    EXPECT_EQ(std::string(s, n), expected[i]);
   }
 }
 
