@@ -11,6 +11,16 @@
 // n = 144 is the airline series (examples/AirPassengers.csv), monthly with
 // 12 seasons; n = 10000 is a monthly-patterned random walk with noise.  Run
 // from a Release build.
+//
+// Run on (2 X 2096 MHz CPUs, shared); 2026-11-23, medians of 3, CPU time:
+//   BM_SeasonalFitAndPredict/144     132 us    /10000   3423 us
+//   BM_SeasonalFit/144               129 us    /10000   3390 us
+//   BM_SeasonalForecast/144 (table on disk)   299 us
+// On the airline series the search takes 31 iterations: the seasonal
+// weight stands on its upper bound and the level weight closes in by the
+// one-weight subset step.  Each observation of a derivative pass carries a
+// chain of five dependent operations in the level derivative, in the order
+// the recursion fixes.
 #include <benchmark/benchmark.h>
 
 #include <unistd.h>
