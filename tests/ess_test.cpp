@@ -394,7 +394,10 @@ TEST_F(Ess, FixedWeightsShortSeriesAndMemory) {
     m->wbnds.wlevel[0] = m->wbnds.wlevel[1] = 0.4;
     m->wbnds.wseason[0] = m->wbnds.wseason[1] = 0.3;
     m->wbnds.wlevflg = m->wbnds.wseaflg = 1;
+    m->opt.numeric = 1;  // with the derivative check, whose copies go back to the pool
+    const std::size_t outstanding = esf::host::pool_outstanding();
     EXPECT_EQ(nessfit(m), 0);
+    EXPECT_EQ(esf::host::pool_outstanding(), outstanding);
     EXPECT_TRUE(m->pest.parms[0] == 0.4 && m->pest.parms[1] == 0.3);
   }
   {  // the seasonal weight fixed: the level weight alone moves to its minimum
