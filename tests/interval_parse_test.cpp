@@ -164,7 +164,14 @@ TEST(Zintstr, ParsesNames) {
       {"WEEKDAY", kIntWeekday, 'd', 1, 0},  {"WEEKDAY123456W7", kIntWeekday, 'd', 7, 0},
       {"WEEKDAY17W2.2", kIntWeekday, 'd', 2, 1}, {"DTWEEKDAY17W", kIntWeekday, 's', 1, 0},
       {"weekday11w", kIntWeekday, 'd', 1, 0},
+      // Registered custom names, in the units of their table's format.
+      {"mycal", kIntCustom, 'd', 1, 0},    {"MYCAL2.2", kIntCustom, 'd', 2, 1},
+      {"MYDTCAL", kIntCustom, 's', 1, 0},  {"MYNUMCAL", kIntCustom, 'o', 1, 0},
+      {"MY-CAL3.2", kIntCustom, 'd', 3, 1},
+      {"ODDCAL", kIntCustom, 'd', 1, 0},  // a format without units gives dates
+      {"CAL1W", kIntCustom, 'd', 1, 0},   // mapped whole: its "W" is part of the name
   };
+  fake_custom::references = 0;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     const Parsed p = parse(c.text);
@@ -178,6 +185,8 @@ TEST(Zintstr, ParsesNames) {
     EXPECT_EQ(token_of(p.iv), c.text);
     for (size_t i = std::strlen(c.text); i < sizeof(p.iv.token); ++i) EXPECT_EQ(p.iv.token[i], 0);
   }
+  // Every reference the parser took to load a custom table was given back.
+  EXPECT_EQ(fake_custom::references, 0);
   // A plain WEEKDAY has the default weekend; other intervals none.
   EXPECT_EQ(parse("WEEKDAY").iv.nweekday, 5);
   EXPECT_EQ(weekend_of(parse("WEEKDAY").iv), kDefaultWeekend);
@@ -241,7 +250,11 @@ TEST(Zintstr, RejectsBadNames) {
       {"R445", 103}, {"R445M", 103}, {"NONE2", 103}, {"NONE.", 103}, {"M", 103}, {"T", 103}, {"DT", 103},
       {"DTX", 103}, {"MONTHSS", 103}, {"MONTH3X", 103}, {"MONTH 3", 103}, {"1-2", 103}, {"WEEKDAYW", 103},
       {"WEEKDAY12W3W", 103},
+      // Custom names: the same rules for the tail, and -1 when the table
+      // can't be loaded.
       {"DTMYCAL", 103},  // a custom name is never stripped of a prefix
+      {"MYCAL0", 1}, {"MYCAL.2", 2}, {"MYCAL2.3", 2}, {"MYCAL1W", 102}, {"MY-CAL.X", 102}, {"MYCALX", 103},
+      {"FAILCAL", -1}, {"FAILCAL2", -1},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
@@ -281,72 +294,27 @@ TEST(Zintstr, LengthArgumentNullsAndStaleRecords) {
 
 // ---- Custom names -----------------------------------------------------------
 
-TEST(ZintstrCustom, ParsesRegisteredNames) {
-  const struct {
-    const char* text;
-    char units;
-    int intper;
-    int shiftper;
-  } cases[] = {
-      {"mycal", 'd', 1, 0},     {"MYCAL2.2", 'd', 2, 1}, {"MYDTCAL", 's', 1, 0}, {"MYNUMCAL", 'o', 1, 0},
-      {"MY-CAL3.2", 'd', 3, 1},
-      {"ODDCAL", 'd', 1, 0},  // a format without units gives dates
-      {"CAL1W", 'd', 1, 0},   // mapped whole: its "W" is part of the name
-  };
-  fake_custom::references = 0;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    const Parsed p = parse(c.text);
-    ASSERT_EQ(p.rc, 0);
-    EXPECT_EQ(p.iv.intcode, kIntCustom);
-    EXPECT_EQ(p.iv.units, c.units);
-    EXPECT_EQ(p.iv.intper, c.intper);
-    EXPECT_EQ(p.iv.shiftper, c.shiftper);
-  }
-  // Every reference the parser took to load a table was given back.
-  EXPECT_EQ(fake_custom::references, 0);
-}
-
-TEST(ZintstrCustom, TailsLookupsAndFailedLoads) {
-  EXPECT_EQ(parse("MYCAL0").rc, 1);
-  EXPECT_EQ(parse("MYCAL.2").rc, 2);   // a plain custom interval has no sub-periods
-  EXPECT_EQ(parse("MYCAL2.3").rc, 2);  // two of them at most with a multiplier of 2
-  EXPECT_EQ(parse("MYCAL1W").rc, 102);
-  EXPECT_EQ(parse("MY-CAL.X").rc, 102);
-  EXPECT_EQ(parse("MYCALX").rc, 103);
-
-  // Standard names never reach the registry; an unknown name is looked up
-  // twice: as its leading name, then whole.
+// Standard names never reach the registry; an unknown name is looked up
+// twice: as its leading name, then whole. A failed load keeps no reference.
+TEST(ZintstrCustom, LookupsAndReferences) {
   fake_custom::lookups = 0;
   ASSERT_EQ(parse("MONTH").rc, 0);
   EXPECT_EQ(fake_custom::lookups, 0);
   ASSERT_EQ(parse("NOSUCH2").rc, 103);
   EXPECT_EQ(fake_custom::lookups, 2);
-
   fake_custom::references = 0;
-  EXPECT_EQ(parse("FAILCAL").rc, -1);
   EXPECT_EQ(parse("FAILCAL2").rc, -1);
   EXPECT_EQ(fake_custom::references, 0);
 }
 
+// A custom name prints as written, and the rest of the buffer is blanked.
 TEST(ZintstrCustom, PrintsAsWritten) {
   INTERVAL iv = parse("MyCal2.2").iv;
   char text[12];
   std::memset(text, 'x', sizeof(text));
   int len = sizeof(text);
   ASSERT_EQ(zinti2s(text, &len, &iv), 0);
-  EXPECT_EQ(std::string(text, 9), std::string("MyCal2.2\0", 9));
-  for (size_t i = 9; i < sizeof(text); ++i) EXPECT_EQ(text[i], ' ');  // the rest is blanked
-  len = 8;  // no room for the NUL
-  EXPECT_EQ(zinti2s(text, &len, &iv), 101);
-
-  char base[11];
-  int l = 0;
-  ASSERT_EQ(zintbase(base, &l, &iv), 0);
-  EXPECT_EQ(std::string_view(base, static_cast<size_t>(l)), "NONE");
-  iv = parse("MYDTCAL").iv;
-  ASSERT_EQ(zintbase(base, &l, &iv), 0);
-  EXPECT_EQ(std::string_view(base, static_cast<size_t>(l)), "DTNONE");
+  EXPECT_EQ(std::string(text, sizeof(text)), std::string("MyCal2.2\0   ", sizeof(text)));
 }
 
 // ---- Printing -----------------------------------------------------------------
@@ -431,6 +399,7 @@ TEST(Zintbase, WritesTheBaseNameAlone) {
   } cases[] = {
       {"MONTH3.2", "MONTH"}, {"DTWEEKDAY17W2", "DTWEEKDAY"}, {"DTHOUR4", "HOUR"},
       {"12", "OBS"},         {"DTR445QTR.3", "DTR445QTR"},   {"YEARV.52", "YEARV"},
+      {"MyCal2.2", "NONE"},  {"MYDTCAL", "DTNONE"},  // custom names have no base name
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
