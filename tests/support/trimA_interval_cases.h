@@ -1,12 +1,13 @@
-// Shared pieces of the interval tests: dates by year, month and day,
-// equality that treats all missing values alike, printed interval names,
-// a custom-interval record, and the check that a routine refuses codes
+// Shared pieces of the interval tests: parsing and printing names, dates by
+// year, month and day, equality that treats all missing values alike, a
+// custom-interval record, and the check that a routine refuses codes
 // outside its tables with a line on the debug output.
 #pragma once
 
 #include <cstring>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 
 #include <gtest/gtest.h>
 
@@ -24,10 +25,31 @@ inline bool same(double a, double b) {
   return a == b;
 }
 
+struct Parsed {
+  int rc;
+  INTERVAL iv;
+};
+
+inline Parsed parse(std::string_view text) {
+  Parsed p{};
+  std::string buffer(text);
+  p.rc = zintstr(buffer.data(), static_cast<int>(buffer.size()), &p.iv);
+  return p;
+}
+
+// The printed name, or "<rc>" when zinti2s refuses the record.
 inline std::string text_of(INTERVAL iv) {
   char text[64];
   int len = sizeof text;
-  return zinti2s(text, &len, &iv) == 0 ? std::string(text, static_cast<size_t>(len)) : "?";
+  const int rc = zinti2s(text, &len, &iv);
+  return rc == 0 ? std::string(text, static_cast<size_t>(len)) : "<" + std::to_string(rc) + ">";
+}
+
+// Two records describe the same interval: every field but the token.
+inline bool same_interval(const INTERVAL& a, const INTERVAL& b) {
+  return a.units == b.units && a.intcode == b.intcode && a.intper == b.intper && a.shiftper == b.shiftper &&
+         a.nweekday == b.nweekday && std::memcmp(a.weekend, b.weekend, sizeof(a.weekend)) == 0 &&
+         a.holidays == b.holidays;
 }
 
 // A custom interval in date units that no registry knows: every call on it
