@@ -98,6 +98,7 @@ TEST(CountEdges, AnchorsLeapWeeksAndUnits) {
       {"OBS", 3.0, 7.0, 4},
       {"OBS3", 2.0, 3.0, 1},
       {"OBS3", 3.0, 5.0, 0},
+      {"OBS3.2", 2.0, 3.0, 1},  // the shift plays no part in counting
       {"3", -1.0, 0.0, 1},
       {"NONE", 2.5, 7.25, 5},
       {"NONE", 7.25, 2.5, -5},
