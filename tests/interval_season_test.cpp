@@ -79,6 +79,7 @@ void expect_interval(const INTERVAL& got, const char* name) {
 // ---- zintsea / zintsea2 ---------------------------------------------------------
 
 struct CycleCase {
+  bool second_form;    // zintsea2 rather than zintsea
   const char* name;
   double date;
   int nsin;            // *nseasons on entry (zintsea2 reads it)
@@ -89,14 +90,56 @@ struct CycleCase {
 
 using SeaFn = int (*)(INTERVAL*, double, INTERVAL*, int*);
 
-void run_cycles(SeaFn fn, const char* fn_name, const std::vector<CycleCase>& cases) {
+// The count of seasons of plain intervals is checked with the codes below;
+// these rows pin the cycle record, the counts of multiples, the counts
+// derived from the dates and the weekly second form.
+TEST(SeasonalCycle, CyclesAndCounts) {
+  const CycleCase cases[] = {
+      {false, "SECOND15", 0, 0, 0, "DTMINUTE", 4}, {false, "MINUTE30", 0, 0, 0, "DTHOUR", 2},
+      {false, "DTHOUR4", 0, 0, 0, "DTDAY", 6},     {false, "WEEKDAY3W", 0, 0, 0, "WEEK", 6},
+      {false, "WEEKDAY3", 0, 0, 0, "WEEK", 5},  // any multiplier: the working days
+      {false, "WEEK13", 0, 0, 0, "YEAR", 4},       {false, "WEEK.2", 0, 0, 0, "YEAR", 52},
+      {false, "WEEKV26", 0, 0, 0, "YEARV", 2},     {false, "TENDAY9", 0, 0, 0, "YEAR", 4},
+      {false, "SEMIMONTH8", 0, 0, 0, "YEAR", 3},   {false, "MONTH3.2", 0, 0, 0, "YEAR", 4},
+      {false, "R454MON2", 0, 0, 0, "R454YR", 6},   {false, "R544QTR", 0, 0, 0, "R544YR", 4},
+      {false, "QTR2", 0, 0, 0, "YEAR", 2},         {false, "YEAR", 0, 0, 0, "YEAR", 1},
+      {false, "DTYEAR", 0, 0, 0, "DTYEAR", 1},     {false, "R445YR", 0, 0, 0, "R445YR", 1},
+      {false, "YEARV", 0, 0, 0, "YEARV", 1},       {false, "OBS3", 0, 0, 1, nullptr, 0},
+      // A year isn't a whole number of MONTH5: January 1960 to January 1961
+      // doesn't end on a MONTH5 boundary.
+      {false, "MONTH5", 0, 0, 1, nullptr, 0},
+      // Not listed, but one MONTH12 fills a year exactly.
+      {false, "MONTH12", d(2001, 5, 5), 0, 0, "YEAR", 1},
+      {false, "SEMIYEAR2", d(1975, 3, 1), 0, 0, "YEAR", 1},
+      {false, "SECOND60", 123456.0, 0, 0, "DTMINUTE", 1},
+      {false, "HOUR24", 864000.0 + 5.0, 0, 0, "DTDAY", 1},
+      // Two-day steps never both begin and end a Sunday week.
+      {false, "DAY2", 0, 0, 1, nullptr, 0},
+      {false, "DAY7", 0, 0, 1, nullptr, 0},
+      {false, "HOUR5", 0, 0, 1, nullptr, 0},
+      {false, "QTR3", d(1960, 1, 1), 0, 1, nullptr, 0},
+      // Even years begin YEAR2 intervals, the year after doesn't.
+      {false, "YEAR2", d(1960, 4, 1), 0, 1, nullptr, 0},
+      {false, "YEAR2", d(1961, 4, 1), 0, 1, nullptr, 0},
+      // A date that can't be placed tries the cycle that begins at day 0, a
+      // Friday: two DAY2 from 1 January to the Sunday after.
+      {false, "DAY2", kDot, 0, 0, "WEEK", 1},
+      // The second form: observations have a cycle of their own, and a plain
+      // week takes the caller's count of 52 or 53 (zintsea doesn't).
+      {true, "OBS3", 0, 0, 0, "OBS3", 1},          {true, "OBS", 0, 0, 0, "OBS1", 1},
+      {true, "WEEKV", 0, 0, 0, "YEARV", 53},       {true, "WEEKV", 0, 52, 0, "YEARV", 52},
+      {true, "WEEK", 0, 0, 0, "YEAR", 52},         {true, "DTWEEK", 0, 53, 0, "DTYEAR", 53},
+      {true, "WEEK2", 0, 53, 0, "YEAR", 26},       {true, "WEEKV2", 0, 0, 0, "YEARV", 26},
+      {true, "MONTH5", 0, 0, 1, nullptr, 0},       {true, "WEEKDAY1W", 0, 0, 0, "WEEK", 6},
+      {false, "WEEKV", 0, 52, 0, "YEARV", 52},     {false, "WEEK", 0, 53, 0, "YEAR", 52},
+  };
   for (const CycleCase& c : cases) {
-    SCOPED_TRACE(std::string(fn_name) + " of " + c.name);
+    SCOPED_TRACE(std::string(c.second_form ? "zintsea2 of " : "zintsea of ") + c.name);
     INTERVAL iv = interval(c.name);
     INTERVAL cycle;
     std::memset(&cycle, 0x5A, sizeof cycle);  // stale content must not survive
     int ns = c.nsin;
-    EXPECT_EQ(fn(&iv, c.date, &cycle, &ns), c.rc);
+    EXPECT_EQ((c.second_form ? zintsea2 : zintsea)(&iv, c.date, &cycle, &ns), c.rc);
     EXPECT_EQ(ns, c.nseasons);
     if (c.cycle == nullptr) {
       EXPECT_TRUE(is_cleared(cycle)) << "cycle " << text_of(cycle);
@@ -106,52 +149,8 @@ void run_cycles(SeaFn fn, const char* fn_name, const std::vector<CycleCase>& cas
   }
 }
 
-// The count of seasons of the plain intervals is checked with the codes
-// below; these rows pin the cycle record and the counts of multiples.
-TEST(SeasonalCycle, StandardCyclesAndFixedCounts) {
-  run_cycles(zintsea, "zintsea",
-             {
-                 {"SECOND15", 0, 0, 0, "DTMINUTE", 4}, {"MINUTE30", 0, 0, 0, "DTHOUR", 2},
-                 {"DTHOUR4", 0, 0, 0, "DTDAY", 6},     {"WEEKDAY3W", 0, 0, 0, "WEEK", 6},
-                 {"WEEKDAY3", 0, 0, 0, "WEEK", 5},  // any multiplier: the working days
-                 {"WEEK13", 0, 0, 0, "YEAR", 4},       {"WEEK.2", 0, 0, 0, "YEAR", 52},
-                 {"WEEKV26", 0, 0, 0, "YEARV", 2},     {"TENDAY9", 0, 0, 0, "YEAR", 4},
-                 {"SEMIMONTH8", 0, 0, 0, "YEAR", 3},   {"MONTH3.2", 0, 0, 0, "YEAR", 4},
-                 {"R454MON2", 0, 0, 0, "R454YR", 6},
-                 {"R544QTR", 0, 0, 0, "R544YR", 4},    {"QTR2", 0, 0, 0, "YEAR", 2},
-                 {"YEAR", 0, 0, 0, "YEAR", 1},         {"DTYEAR", 0, 0, 0, "DTYEAR", 1},
-                 {"R445YR", 0, 0, 0, "R445YR", 1},     {"YEARV", 0, 0, 0, "YEARV", 1},
-             });
-}
-
-TEST(SeasonalCycle, CountsDerivedFromTheDates) {
-  run_cycles(zintsea, "zintsea",
-             {
-                 // A year isn't a whole number of MONTH5: January 1960 to
-                 // January 1961 doesn't end on a MONTH5 boundary.
-                 {"MONTH5", 0, 0, 1, nullptr, 0},
-                 // Not listed, but one MONTH12 fills a year exactly.
-                 {"MONTH12", d(2001, 5, 5), 0, 0, "YEAR", 1},
-                 {"SEMIYEAR2", d(1975, 3, 1), 0, 0, "YEAR", 1},
-                 {"SECOND60", 123456.0, 0, 0, "DTMINUTE", 1},
-                 {"HOUR24", 864000.0 + 5.0, 0, 0, "DTDAY", 1},
-                 // Two-day steps never both begin and end a Sunday week.
-                 {"DAY2", 0, 0, 1, nullptr, 0},
-                 {"DAY7", 0, 0, 1, nullptr, 0},
-                 {"HOUR5", 0, 0, 1, nullptr, 0},
-                 {"QTR3", d(1960, 1, 1), 0, 1, nullptr, 0},
-                 // Even years begin YEAR2 intervals, the year after doesn't.
-                 {"YEAR2", d(1960, 4, 1), 0, 1, nullptr, 0},
-                 {"YEAR2", d(1961, 4, 1), 0, 1, nullptr, 0},
-                 // A date that can't be placed tries the cycle that begins at
-                 // day 0, a Friday: two DAY2 from 1 January to the Sunday after.
-                 {"DAY2", kDot, 0, 0, "WEEK", 1},
-             });
-}
-
 // Refusals clear the cycle and the count, whichever of them was given.
-TEST(SeasonalCycle, RefusalsAndObservations) {
-  run_cycles(zintsea, "zintsea", {{"OBS3", 0, 0, 1, nullptr, 0}});
+TEST(SeasonalCycle, Refusals) {
   INTERVAL month = interval("MONTH");
   INTERVAL none = interval("NONE");
   INTERVAL cleared{};
@@ -166,25 +165,6 @@ TEST(SeasonalCycle, RefusalsAndObservations) {
       EXPECT_TRUE(is_cleared(cycle));
     }
   }
-}
-
-TEST(SeasonalCycle, SecondFormWeeksAndObservations) {
-  run_cycles(zintsea2, "zintsea2",
-             {
-                 {"OBS3", 0, 0, 0, "OBS3", 1},
-                 {"OBS", 0, 0, 0, "OBS1", 1},
-                 {"WEEKV", 0, 0, 0, "YEARV", 53},
-                 {"WEEKV", 0, 52, 0, "YEARV", 52},
-                 {"WEEK", 0, 0, 0, "YEAR", 52},
-                 {"DTWEEK", 0, 53, 0, "DTYEAR", 53},
-                 // Only the plain week takes the caller's count.
-                 {"WEEK2", 0, 53, 0, "YEAR", 26},
-                 {"WEEKV2", 0, 0, 0, "YEARV", 26},
-                 // Everything else as zintsea.
-                 {"MONTH5", 0, 0, 1, nullptr, 0},
-                 {"WEEKDAY1W", 0, 0, 0, "WEEK", 6},
-             });
-  run_cycles(zintsea, "zintsea", {{"WEEKV", 0, 52, 0, "YEARV", 52}, {"WEEK", 0, 53, 0, "YEAR", 52}});
 }
 
 // A custom interval's cycle is the interval as many times as long as its
@@ -248,7 +228,7 @@ void run_codes(const std::vector<CodeCase>& cases) {
 
 // The codes of intervals from random starts are checked against the
 // calendar below; these rows are the caller's counts and the refusals.
-TEST(SeasonCodes, MultiplesCountsAndRefusals) {
+TEST(SeasonCodes, CountsAndRefusals) {
   run_codes({
       {"the count asked for is stored", "MONTH", d(2001, 3, 1), 0, -1, 3, 0, 12, {2, 3, 4}},
       // A caller's 0 neither asks nor gives a count: the found one serves.
