@@ -1,7 +1,7 @@
 // Interval advancing (zintnx2), alignment (zintnx3) and sub-intervals
-// (zintshft): the edge cases of every family, the refusals, the custom
-// seam, the properties that tie advancing to counting over thousands of
-// random dates, and a cross-check against std::chrono.
+// (zintshft): the properties that tie advancing to counting over thousands
+// of random dates, cross-checks against std::chrono and a working-day walk,
+// the corner cases and refusals those don't reach, and the custom seam.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -1,7 +1,7 @@
-// Interval counting (zintck2): the edge cases of every interval family,
-// the refusals, the custom-interval seam, and a cross-check of thousands of
-// random pairs of dates over the whole range against counts computed with
-// std::chrono (support/calendar_oracle.h).
+// Interval counting (zintck2): a cross-check of thousands of random pairs of
+// dates over the whole range against counts computed with std::chrono
+// (support/calendar_oracle.h) and walks, the anchors and units it doesn't
+// reach, the refusals, and the custom-interval seam.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -7,6 +7,7 @@
 
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
+#include "support/calendar_oracle.h"
 
 // ---- A custom-interval format source for the custom branch ------------------
 //
@@ -66,12 +67,7 @@ struct Outputs {
   }
 };
 
-INTERVAL interval(const char* text) {
-  INTERVAL iv{};
-  std::string buffer(text);
-  EXPECT_EQ(zintstr(buffer.data(), -1, &iv), 0) << text;
-  return iv;
-}
+using oracle::interval;
 
 // Runs one of the routines on fresh outputs.
 template <class Routine>

@@ -1,8 +1,9 @@
 // Seasonal cycles (zintsea, zintsea2), season codes (zintscd, zintscd2) and
 // seasonal dummy rows (zintscy): the table of cycles, the counts derived
-// from the dates, the weekly leap-week rules, the custom seam, and a
-// property over random dates: the season code of an observation is its
-// place in its cycle, computed here from std::chrono's civil calendar.
+// from the dates, the caller's counts, the custom seam, and two properties
+// over random starts: the season code of an observation is its place in its
+// cycle, computed here from std::chrono's civil calendar, and a week's code
+// is its place in its week-year, with the leap-week rules.
 #include <gtest/gtest.h>
 
 #include <array>
