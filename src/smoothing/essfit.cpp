@@ -136,8 +136,8 @@ struct SeasonalFamily : FamilyDefaults {
   // Between the passes the factors are centred, at the start of the series.
   static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
     WINT_DER& d = fitcon->derwork;
-    zessnmd(model->ts.nseasons, &model->smooth.level, model->smooth.sfactor, d.level,
-            d.season.wlevel, d.season.wseason);
+    ess::centre(model->ts.nseasons, &model->smooth.level, model->smooth.sfactor, d.level,
+                d.season.wlevel, d.season.wseason);
   }
   static void save_start(WINMODEL* model) {
     model->startvals.level = model->smooth.level;

@@ -143,18 +143,7 @@ int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg
 
 int zessnmd(int nseasons, double* level, double* sfactor, double* derlev, double* dersealev,
             double* derseasea) {
-  const double ibar = mean_of(sfactor, nseasons);
-  const double ibder0 = mean_of(dersealev, nseasons);
-  const double ibder1 = mean_of(derseasea, nseasons);
-  if (std::fabs(ibar) < kCentreThreshold) return kOk;
-  for (int s = 0; s < nseasons; ++s) {
-    sfactor[s] -= ibar;
-    dersealev[s] -= ibder0;
-    derseasea[s] -= ibder1;
-  }
-  derlev[0] += ibder0;
-  derlev[1] += ibder1;
-  *level += ibar;
+  ess::centre(nseasons, level, sfactor, derlev, dersealev, derseasea);
   return kOk;
 }
 

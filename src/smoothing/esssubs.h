@@ -171,6 +171,31 @@ inline int point_derivative(double x, double wlevel, double wseason, double llev
   return kOk;
 }
 
+// The body of zessnmd, inline so that the estimation frame's passes keep
+// their state in registers rather than hand its address to a call.
+inline void centre(int nseasons, double* level, double* sfactor, double* derlev,
+                   double* dersealev, double* derseasea) noexcept {
+  double sum = 0.0;
+  double sum_lev = 0.0;
+  double sum_sea = 0.0;
+  for (int s = 0; s < nseasons; ++s) sum += sfactor[s];
+  for (int s = 0; s < nseasons; ++s) sum_lev += dersealev[s];
+  for (int s = 0; s < nseasons; ++s) sum_sea += derseasea[s];
+  const double ibar = sum / static_cast<double>(nseasons);
+  const double ibder0 = sum_lev / static_cast<double>(nseasons);
+  const double ibder1 = sum_sea / static_cast<double>(nseasons);
+  // A mean below this in magnitude is left alone.
+  if (std::fabs(ibar) < 1.1368683772161608e-13) return;
+  for (int s = 0; s < nseasons; ++s) {
+    sfactor[s] -= ibar;
+    dersealev[s] -= ibder0;
+    derseasea[s] -= ibder1;
+  }
+  derlev[0] += ibder0;
+  derlev[1] += ibder1;
+  *level += ibar;
+}
+
 // The variance multiplier of a forecast k steps ahead:
 //   1 + wlevel^2 (k - 1), and for k > nseasons also
 //   ((k - 1) / nseasons) * d * (2 wlevel + d),  d = wseason (1 - wlevel),
