@@ -87,6 +87,9 @@ TEST(CalendarCli, SingleQueries) {
       {"advance DAY 20000-12-26 1", "."},
       {"--raw advance MONTH 2001-03-15 1", "15066"},
       {"advance MONTH 2001-03-15 1 --raw", "15066"},
+      {"parse Weekday17w2.2",
+       "text=WEEKDAY2.2 intcode=27 units=d intper=2 shiftper=1 nweekday=5 weekend=17 token=Weekday17w2.2"},
+      {"parse DTMONTH3.2", "text=DTMONTH3.2 intcode=45 units=s intper=3 shiftper=1 nweekday=0 weekend=- token=DTMONTH3.2"},
   };
   for (const auto& c : cases) {
     const CliRun r = calendar(c.args);
@@ -95,14 +98,8 @@ TEST(CalendarCli, SingleQueries) {
   }
 }
 
-TEST(CalendarCli, ParseAndFormat) {
-  CliRun r = calendar("parse Weekday17w2.2");
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out,
-            "text=WEEKDAY2.2 intcode=27 units=d intper=2 shiftper=1 nweekday=5 weekend=17 token=Weekday17w2.2\n");
-  r = calendar("parse DTMONTH3.2");
-  EXPECT_EQ(r.out, "text=DTMONTH3.2 intcode=45 units=s intper=3 shiftper=1 nweekday=0 weekend=- token=DTMONTH3.2\n");
-  r = calendar("format QTR");
+TEST(CalendarCli, FormatLeadsWithTheDefaultFormat) {
+  CliRun r = calendar("format QTR");
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out.rfind("format=YYQC width=6 short_width=4", 0), 0u) << r.out;
   r = calendar("format DTMONTH");
