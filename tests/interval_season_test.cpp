@@ -368,47 +368,41 @@ INTERVALX intervalx(const char* name) {
   return ix;
 }
 
+// zintscd2 numbers within a cycle in place; without one it finds the count
+// and keeps it in the record (a count already there stands), and numbers
+// the observations from stdate with the caller's count, or all 0 when the
+// caller asked for the count. The weekly rules run on the record itself.
 TEST(SeasonCodes, SecondFormUsesOrSetsTheCycle) {
-  std::vector<int> codes(4);
-  // A cycle in place: numbered within it.
   INTERVALX year = intervalx("YEAR");
-  INTERVALX month = intervalx("MONTH");
-  month.sinterval = &year;
-  month.nseasons = 12;
-  int ns = -1;
-  EXPECT_EQ(zintscd2(&month, d(2001, 3, 1), 0, 4, codes.data(), &ns), 0);
-  EXPECT_EQ(ns, 12);
-  EXPECT_EQ(codes, (std::vector<int>{2, 3, 4, 5}));
-
-  // No cycle: the count is found and kept in the record, and the
-  // observations are numbered from stdate with the caller's count, or all
-  // 0 when the caller asked for the count.
-  INTERVALX bare = intervalx("MONTH");
-  ns = 12;
-  EXPECT_EQ(zintscd2(&bare, d(2001, 3, 1), 0, 4, codes.data(), &ns), 0);
-  EXPECT_EQ(bare.nseasons, 12);
-  EXPECT_EQ(codes, (std::vector<int>{0, 1, 2, 3}));
-  INTERVALX asks = intervalx("QTR");
-  ns = -1;
-  EXPECT_EQ(zintscd2(&asks, d(2001, 3, 1), 0, 4, codes.data(), &ns), 1);
-  EXPECT_EQ(asks.nseasons, 4);
-  EXPECT_EQ(codes, std::vector<int>(4, 0));
-
-  // A count already in the record stands.
-  INTERVALX counted = intervalx("MONTH");
-  counted.nseasons = 6;
-  ns = 6;
-  EXPECT_EQ(zintscd2(&counted, d(2001, 3, 1), 0, 4, codes.data(), &ns), 0);
-  EXPECT_EQ(counted.nseasons, 6);
-
-  // The weekly rules run on the record itself.
-  INTERVALX week = intervalx("WEEK");
-  week.sinterval = &year;
-  week.nseasons = 52;
-  ns = 52;
-  EXPECT_EQ(zintscd2(&week, static_cast<double>(week1_start(2004, 0) - 7), 52, 3, codes.data(), &ns), 0);
-  EXPECT_EQ(codes[0], 52);
-  EXPECT_EQ(zintscd2(nullptr, 0, 0, 1, codes.data(), &ns), -1);
+  const struct {
+    const char* name;
+    bool cycle_in_place;
+    int nseasons;  // in the record
+    double stdate;
+    int scode, nsin, rc, nsout, kept;
+    std::vector<int> codes;
+  } cases[] = {
+      {"MONTH", true, 12, d(2001, 3, 1), 0, -1, 0, 12, 12, {2, 3, 4, 5}},
+      {"MONTH", false, 0, d(2001, 3, 1), 0, 12, 0, 12, 12, {0, 1, 2, 3}},
+      {"QTR", false, 0, d(2001, 3, 1), 0, -1, 1, -1, 4, {0, 0, 0, 0}},
+      {"MONTH", false, 6, d(2001, 3, 1), 0, 6, 0, 6, 6, {0, 1, 2, 3}},
+      {"WEEK", true, 52, static_cast<double>(week1_start(2004, 0) - 7), 52, 52, 0, 52, 52, {52, 0, 1, 2}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.name << (c.cycle_in_place ? " in a cycle" : ""));
+    INTERVALX ix = intervalx(c.name);
+    ix.sinterval = c.cycle_in_place ? &year : nullptr;
+    ix.nseasons = c.nseasons;
+    std::vector<int> codes(4, 9);
+    int ns = c.nsin;
+    EXPECT_EQ(zintscd2(&ix, c.stdate, c.scode, 4, codes.data(), &ns), c.rc);
+    EXPECT_EQ(ns, c.nsout);
+    EXPECT_EQ(ix.nseasons, c.kept);
+    EXPECT_EQ(codes, c.codes);
+  }
+  int code = 0;
+  int ns = 12;
+  EXPECT_EQ(zintscd2(nullptr, 0, 0, 1, &code, &ns), -1);
 }
 
 // ---- The property: a code is the place in the cycle ----------------------------------
