@@ -3,9 +3,7 @@
 #include "smoothing/es2fit.h"
 
 #include "smoothing/es2subs.h"
-#include "smoothing/frame.h"
-#include "smoothing/frame_out.h"
-#include "smoothing/trend_kernel.h"
+#include "smoothing/family_traits.h"
 
 namespace {
 
@@ -13,7 +11,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Two weights, level and trend; two states, level and trend.
-struct LinearFamily : FamilyDefaults {
+struct LinearFamily : TrendedFamily {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::trend};
 
@@ -38,8 +36,6 @@ struct LinearFamily : FamilyDefaults {
   // standard errors are missing.
   static long stderr_min_nobs(const WINMODEL&) { return 3; }
 
-
-
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     model->smooth = model->svi;
     return zes2smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
@@ -49,20 +45,7 @@ struct LinearFamily : FamilyDefaults {
   // The eligible candidates side by side in one backward and forward pass.
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
                            const bool* eligible, int* rc, double* mse) {
-    model->smooth = model->svi;
-    trend::evaluate_eligible<2>(w, eligible, kGridRows, rc, mse,
-                                [&](const double* lanes, int count, int* lane_rc, double* lane_mse) {
-                                  es2::smooth_many(fitcon->x, fitcon->misflg,
-                                                  model->ts.descstats.norm, fitcon->n, lanes,
-                                                  count, model->svi.level, model->svi.trend,
-                                                  lane_rc, lane_mse);
-                                });
-  }
-
-  static int pass_begin(WINMODEL* model, FITCON*, const double*) {
-    model->smooth.level = model->svi.level;
-    model->smooth.trend = model->svi.trend;
-    return kOk;
+    grid_side_by_side<2, es2::smooth_many>(model, fitcon, w, eligible, rc, mse);
   }
 
   // A missing observation takes the prediction L + T as its value: its error
@@ -73,34 +56,19 @@ struct LinearFamily : FamilyDefaults {
 
   static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
                     double* wder) {
-    SMOOTHVALS& s = model->smooth;
-    const double llevel = s.level;
-    const double ltrend = s.trend;
-    double xhat = 0.0;
-    double e = 0.0;
-    int rc = es2::point(value, model->ts.descstats.norm, w[0], w[1], &s.level, &s.trend, &xhat, &e);
-    if (rc < 0) return rc;
-    rc = es2::point_derivative(value, w[0], w[1], llevel, s.level, ltrend,
-                               fitcon->derwork.level, fitcon->derwork.trend, wder);
-    if (rc < 0) return rc;
-    s.xhat = xhat;
-    wder[2] = e;
-    return kOk;
+    return fit_observation<2>(
+        model, fitcon, value, wder,
+        [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
+          return es2::point(x, xscale, w[0], w[1], l, t, xhat, e);
+        },
+        [w](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv) {
+          return es2::point_derivative(x, w[0], w[1], ll, cl, lt, dl, dt, dv);
+        });
   }
 
-  // Between the passes the state turns round, and its derivatives with it:
-  // the level steps forward by the trend and the trend points forward.
+  // Between the passes the state turns round, and its derivatives with it.
   static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    SMOOTHVALS& s = model->smooth;
-    WINT_DER& d = fitcon->derwork;
-    s.level += s.trend;
-    for (int i = 0; i < 2; ++i) d.level[i] += d.trend[i];
-    s.trend = -s.trend;
-    for (int i = 0; i < 2; ++i) d.trend[i] = -d.trend[i];
-  }
-  static void save_start(WINMODEL* model) {
-    model->startvals.level = model->smooth.level;
-    model->startvals.trend = model->smooth.trend;
+    turn_level_trend<2>(model, fitcon);
   }
 
   static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
@@ -111,8 +79,6 @@ struct LinearFamily : FamilyDefaults {
   // Diagnostics.
   static constexpr const char* kTraceWeightHeading = "   Level     Trend   ";
   static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f   ";
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
   static constexpr const char* kCheckTitle = " Linear ES Partial Derivative Information           ";
   static constexpr const char* kCheckHeading = "                  LEVEL    TREND                   ";
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
@@ -123,15 +89,6 @@ struct LinearFamily : FamilyDefaults {
   }
 
   // Forecast.
-  static constexpr int kRowDoubles = 8;
-  static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}};
-
-  static void forecast_start(WINMODEL* model, int startflg) {
-    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
-    model->smooth.level = from.level;
-    model->smooth.trend = from.trend;
-  }
-
   static int predict(WINMODEL* model, const double* w, long end, int startflg) {
     return zes2prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
                    model->ts.descstats.norm, model->fitrange.nobs, w[0], w[1],

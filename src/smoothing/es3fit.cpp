@@ -4,9 +4,7 @@
 #include "smoothing/es3fit.h"
 
 #include "smoothing/es3subs.h"
-#include "smoothing/frame.h"
-#include "smoothing/frame_out.h"
-#include "smoothing/trend_kernel.h"
+#include "smoothing/family_traits.h"
 #include "smoothing/step3.h"
 
 namespace {
@@ -15,7 +13,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Three weights, level, trend and damping; two states, level and trend.
-struct DampedFamily : FamilyDefaults {
+struct DampedFamily : TrendedFamily {
   static constexpr int kNumWeights = 3;
   static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::damp};
   static constexpr step3::Third kThird = step3::Third::damp;
@@ -43,8 +41,6 @@ struct DampedFamily : FamilyDefaults {
   static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
   static long stderr_min_nobs(const WINMODEL&) { return 4; }
 
-
-
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     model->smooth = model->svi;
     return zes3smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
@@ -54,20 +50,7 @@ struct DampedFamily : FamilyDefaults {
   // The eligible candidates side by side in one backward and forward pass.
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
                            const bool* eligible, int* rc, double* mse) {
-    model->smooth = model->svi;
-    trend::evaluate_eligible<3>(w, eligible, kGridRows, rc, mse,
-                                [&](const double* lanes, int count, int* lane_rc, double* lane_mse) {
-                                  es3::smooth_many(fitcon->x, fitcon->misflg,
-                                                  model->ts.descstats.norm, fitcon->n, lanes,
-                                                  count, model->svi.level, model->svi.trend,
-                                                  lane_rc, lane_mse);
-                                });
-  }
-
-  static int pass_begin(WINMODEL* model, FITCON*, const double*) {
-    model->smooth.level = model->svi.level;
-    model->smooth.trend = model->svi.trend;
-    return kOk;
+    grid_side_by_side<3, es3::smooth_many>(model, fitcon, w, eligible, rc, mse);
   }
 
   // A missing observation takes the prediction L + wdamp * T as its value,
@@ -78,20 +61,14 @@ struct DampedFamily : FamilyDefaults {
 
   static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
                     double* wder) {
-    SMOOTHVALS& s = model->smooth;
-    const double llevel = s.level;
-    const double ltrend = s.trend;
-    double xhat = 0.0;
-    double e = 0.0;
-    int rc = es3::point(value, model->ts.descstats.norm, w[0], w[1], w[2], &s.level, &s.trend,
-                        &xhat, &e);
-    if (rc < 0) return rc;
-    rc = es3::point_derivative(value, w[0], w[1], w[2], llevel, s.level, ltrend,
-                               fitcon->derwork.level, fitcon->derwork.trend, wder);
-    if (rc < 0) return rc;
-    s.xhat = xhat;
-    wder[3] = e;
-    return kOk;
+    return fit_observation<3>(
+        model, fitcon, value, wder,
+        [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
+          return es3::point(x, xscale, w[0], w[1], w[2], l, t, xhat, e);
+        },
+        [w](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv) {
+          return es3::point_derivative(x, w[0], w[1], w[2], ll, cl, lt, dl, dt, dv);
+        });
   }
 
   // The reversal between the passes: one more damped step back, and the
@@ -109,10 +86,6 @@ struct DampedFamily : FamilyDefaults {
     d.trend[1] = -(wdamp * d.trend[1]);
     d.trend[2] = -(wdamp * d.trend[2] + t);
     s.trend = -(wdamp * t);
-  }
-  static void save_start(WINMODEL* model) {
-    model->startvals.level = model->smooth.level;
-    model->startvals.trend = model->smooth.trend;
   }
 
   static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
@@ -135,15 +108,6 @@ struct DampedFamily : FamilyDefaults {
   }
 
   // Forecast.
-  static constexpr int kRowDoubles = 8;
-  static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}};
-
-  static void forecast_start(WINMODEL* model, int startflg) {
-    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
-    model->smooth.level = from.level;
-    model->smooth.trend = from.trend;
-  }
-
   static int predict(WINMODEL* model, const double* w, long end, int startflg) {
     return zes3prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
                    model->ts.descstats.norm, model->fitrange.nobs, w[0], w[1], w[2],

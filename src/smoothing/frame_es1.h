@@ -8,6 +8,7 @@
 
 #include "module/win_model.h"
 #include "smoothing/es1subs.h"
+#include "smoothing/family_traits.h"
 #include "smoothing/frame.h"
 #include "smoothing/frame_out.h"
 
@@ -16,29 +17,12 @@ namespace es1 {
 using namespace smoothing;
 using namespace smoothing::frame;
 
-
-// One weight, the level; one state, the level.
-struct Family : FamilyDefaults {
-  static constexpr int kNumWeights = 1;
-  static constexpr Slot kSlots[1] = {Slot::level};
-
-  // level_grid, shared with double smoothing.
-  static constexpr double kGrid[1][kGridRows] = {{0.01, 0.1, 0.15, 0.175, 0.2, 0.225, 0.25,
-                                                  0.275, 0.3, 0.325, 0.35, 0.375, 0.4, 0.45,
-                                                  0.5, 0.6, 0.7, 0.8, 0.9, 0.99}};
-  // Default bounds 0.001 .. 0.999: the table is used as it stands.
-  static constexpr double kGridLo[1] = {0.001};
-  static constexpr double kGridScale[1] = {0.998};
-
-  static constexpr bool kHasStability = false;
-  static bool stable(const double*) { return true; }
-
-  static constexpr GradDivisor kGradDivisor = GradDivisor::n;  // (two-weight solve only)
+// One weight, the level, tried on level_grid (LevelWeightShape); one state,
+// the level.
+struct Family : FamilyDefaults, LevelWeightShape {
   static constexpr bool kJumpOverZero = false;
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
   static long stderr_min_nobs(const WINMODEL&) { return 2; }
-
-
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     model->smooth = model->svi;
@@ -115,6 +99,5 @@ struct Family : FamilyDefaults {
                    model->out.strptr);
   }
 };
-
 
 }  // namespace es1

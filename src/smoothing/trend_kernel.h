@@ -71,7 +71,9 @@ using pass::kManyWeights;
 template <int P, class Many>
 void evaluate_eligible(const double* w, const bool* eligible, int rows, int* rc, double* mse,
                        Many many) {
-  double lane_w[kManyWeights * P];
+  // Cleared only so that no lane counts as unset; lanes past `count` are
+  // never read.
+  double lane_w[kManyWeights * P] = {};
   int row_of[kManyWeights];
   int count = 0;
   for (int k = 0; k < rows && count < kManyWeights; ++k) {

@@ -1,0 +1,120 @@
+// Pieces that the traits of the families without seasons share on the
+// estimation frame (smoothing/frame.h) and the forecast driver
+// (smoothing/frame_out.h):
+//
+//   LevelWeightShape   the shape and grid of the one-weight families (simple
+//                      and double smoothing): the weight is the level's, the
+//                      grid is level_grid, there is no stability test
+//   TrendedFamily      the trait members of the families with the states
+//                      level and trend (linear, double, damped)
+//   fit_observation    fitobs of a trended family from its z..pnt and z..dpd
+//   turn_level_trend   the turn of the linear and double families, for the
+//                      states and their derivatives
+//   grid_side_by_side  grid_mse_all of a trended family from its
+//                      side-by-side pass
+#pragma once
+
+#include "module/win_model.h"
+#include "smoothing/frame.h"
+#include "smoothing/frame_out.h"
+#include "smoothing/trend_kernel.h"
+
+namespace smoothing::frame {
+
+// One weight, the level's, tried on level_grid.
+struct LevelWeightShape {
+  static constexpr int kNumWeights = 1;
+  static constexpr Slot kSlots[1] = {Slot::level};
+
+  static constexpr double kGrid[1][kGridRows] = {{0.01, 0.1, 0.15, 0.175, 0.2, 0.225, 0.25,
+                                                  0.275, 0.3, 0.325, 0.35, 0.375, 0.4, 0.45,
+                                                  0.5, 0.6, 0.7, 0.8, 0.9, 0.99}};
+  // Default bounds 0.001 .. 0.999: the table is used as it stands.
+  static constexpr double kGridLo[1] = {0.001};
+  static constexpr double kGridScale[1] = {0.998};
+
+  static constexpr bool kHasStability = false;
+  static bool stable(const double*) { return true; }
+
+  static constexpr GradDivisor kGradDivisor = GradDivisor::n;  // (two-weight solve only)
+};
+
+// The states level and trend: a pass starts from svi, startvals keeps both,
+// a forecast starts from svi (startflg 0) or startvals, and a row of the
+// table has eight doubles, the last two LEVEL and TREND.
+struct TrendedFamily : FamilyDefaults {
+  static int pass_begin(WINMODEL* model, FITCON*, const double*) {
+    model->smooth.level = model->svi.level;
+    model->smooth.trend = model->svi.trend;
+    return kOk;
+  }
+  static void save_start(WINMODEL* model) {
+    model->startvals.level = model->smooth.level;
+    model->startvals.trend = model->smooth.trend;
+  }
+
+  static constexpr const char* kTraceExtraHeading = nullptr;
+  static constexpr const char* kTraceExtraFormat = nullptr;
+
+  static constexpr int kRowDoubles = 8;
+  static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}};
+
+  static void forecast_start(WINMODEL* model, int startflg) {
+    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
+    model->smooth.level = from.level;
+    model->smooth.trend = from.trend;
+  }
+};
+
+// fitobs of a trended family with P weights: point(value, xscale, &level,
+// &trend, &xhat, &e) is its z..pnt and derive(value, llevel, clevel, ltrend,
+// derlev, dertre, wder) its z..dpd, with llevel and ltrend the states before
+// the observation and clevel the level after it. The state goes to
+// model->smooth, the error to wder[P].
+template <int P, class Point, class Derive>
+inline int fit_observation(WINMODEL* model, FITCON* fitcon, double value, double* wder,
+                           Point point, Derive derive) {
+  SMOOTHVALS& s = model->smooth;
+  const double llevel = s.level;
+  const double ltrend = s.trend;
+  double xhat = 0.0;
+  double e = 0.0;
+  int rc = point(value, model->ts.descstats.norm, &s.level, &s.trend, &xhat, &e);
+  if (rc < 0) return rc;
+  rc = derive(value, llevel, s.level, ltrend, fitcon->derwork.level, fitcon->derwork.trend, wder);
+  if (rc < 0) return rc;
+  s.xhat = xhat;
+  wder[P] = e;
+  return kOk;
+}
+
+// The turn between the passes of the linear and double families (P weights)
+// applied to the state and its derivatives: the level steps forward by the
+// trend and the trend points forward in time.
+template <int P>
+inline void turn_level_trend(WINMODEL* model, FITCON* fitcon) {
+  SMOOTHVALS& s = model->smooth;
+  WINT_DER& d = fitcon->derwork;
+  s.level += s.trend;
+  for (int i = 0; i < P; ++i) d.level[i] += d.trend[i];
+  s.trend = -s.trend;
+  for (int i = 0; i < P; ++i) d.trend[i] = -d.trend[i];
+}
+
+// grid_mse_all of a trended family with P weights: the eligible candidates
+// side by side in one backward and forward pass from svi, through
+// Many(x, misflg, xscale, n, w, count, level, trend, rc, mse), the family's
+// smooth_many.
+template <int P, auto Many>
+inline void grid_side_by_side(WINMODEL* model, const FITCON* fitcon, const double* w,
+                              const bool* eligible, int* rc, double* mse) {
+  model->smooth = model->svi;
+  trend::evaluate_eligible<P>(w, eligible, kGridRows, rc, mse,
+                              [&](const double* lanes, int count, int* lane_rc, double* lane_mse) {
+                                Many(fitcon->x, fitcon->misflg, model->ts.descstats.norm,
+                                     fitcon->n, lanes, count, model->svi.level,
+                                     model->svi.trend, lane_rc, lane_mse);
+                              });
+}
+
+}  // namespace smoothing::frame
