@@ -23,6 +23,7 @@
 #include "smoothing/esssubs.h"
 #include "support/method_session.h"
 #include "support/smooth_model.h"
+#include "support/trend_session.h"
 
 namespace {
 
@@ -134,6 +135,38 @@ TEST_F(Ess, PassesAgreeWithTheTextbookRecursion) {
       EXPECT_EQ(prow[5], 0.0);  // a missing se2 gives std 0
     }
   }
+}
+
+// The grid's side-by-side pass gives every pair the return code and the
+// bits of the mean squared error of its own whole-series pass, failures
+// included.
+TEST_F(Ess, SideBySidePassMatchesSinglePasses) {
+  std::vector<double> v = example_series("AirPassengers.csv");
+  v[7] = kNaN;
+  Seasonal ser(v, 12);
+  const std::vector<double> f0 = some_factors(12);
+  std::vector<double> weights;
+  for (double a : {0.001, 0.3, 0.999, 1.9, -40.0}) {
+    for (double g : {0.001, 0.5, 0.999, 3.0, 50.0}) {
+      weights.push_back(a);
+      weights.push_back(g);
+    }
+  }
+  std::vector<double> work(ess::kManyPairs * 12);
+  const auto [ok, failed] = trend_test::compare_side_by_side(
+      weights, 2,
+      [&](const double* w, double* mse) {
+        double level = 300.0;
+        std::vector<double> f = f0;
+        return zesssmo(ser.x.data(), ser.mis.data(), ser.norm, ser.n(), 12, w[0], w[1], &level, f.data(),
+                       ser.codes.data(), mse, nullptr, nullptr);
+      },
+      [&](const double* w, int count, int* rc, double* mse) {
+        ess::smooth_many(ser.x.data(), ser.mis.data(), ser.norm, ser.n(), 12, w, count, 300.0, f0.data(),
+                         ser.codes.data(), work.data(), rc, mse);
+      });
+  EXPECT_GT(ok, 0);
+  EXPECT_GT(failed, 0);
 }
 
 TEST_F(Ess, GuardsOfTheKernel) {

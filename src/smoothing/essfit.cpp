@@ -95,6 +95,43 @@ struct SeasonalFamily : FamilyDefaults {
                    fitcon->scodes, mse, nullptr, nullptr);
   }
 
+  // The eligible candidates side by side in one backward and forward pass,
+  // when their factors fit on the stack; else one whole-series pass each.
+  static constexpr int kLaneSeasons = 64;
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
+                           const bool* eligible, int* rc, double* mse) {
+    const int ns = model->ts.nseasons;
+    if (ns > kLaneSeasons) {
+      for (int k = 0; k < kGridRows; ++k) {
+        mse[k] = kMissing;
+        rc[k] = eligible[k] ? grid_mse(model, fitcon, w + 2 * k, &mse[k]) : kOk;
+      }
+      return;
+    }
+    reset_from_svi(model);
+    double work[kGridRows * kLaneSeasons];
+    double lane_w[2 * kGridRows];
+    int row_of[kGridRows];
+    int count = 0;
+    for (int k = 0; k < kGridRows; ++k) {
+      rc[k] = kOk;
+      mse[k] = kMissing;
+      if (!eligible[k]) continue;
+      lane_w[2 * count] = w[2 * k];
+      lane_w[2 * count + 1] = w[2 * k + 1];
+      row_of[count++] = k;
+    }
+    int lane_rc[kGridRows];
+    double lane_mse[kGridRows];
+    ess::smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns, lane_w,
+                     count, model->svi.level, model->svi.sfactor, fitcon->scodes, work, lane_rc,
+                     lane_mse);
+    for (int j = 0; j < count; ++j) {
+      rc[row_of[j]] = lane_rc[j];
+      mse[row_of[j]] = lane_mse[j];
+    }
+  }
+
   static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
     reset_from_svi(model);
     const WINT_DER_SEASON& sd = fitcon->derwork.season;

@@ -6,6 +6,8 @@
 // exported routine; both give the same bits.
 #include "smoothing/esssubs.h"
 
+#include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstring>
 
@@ -309,3 +311,92 @@ int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stder
 }
 
 }  // extern "C"
+
+void ess::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
+                      const double* w, int count, double level, const double* sfactor,
+                      const int* scodes, double* work, int* rc, double* mse) {
+  for (int j = 0; j < count; ++j) {
+    rc[j] = kOk;
+    mse[j] = kMissing;
+  }
+  if (n < 1) {
+    for (int j = 0; j < count; ++j) rc[j] = kTooFew;
+    return;
+  }
+  // The guards are not tested one observation at a time.  The largest value
+  // of each guarded quantity is kept and compared with its limit at the end:
+  // a guard trips at some observation exactly when the largest value over
+  // the observations checked passes the limit, and the running sse, which
+  // never falls, passes its limit before some addition exactly when its
+  // largest value before an addition does.  Until a guard trips every value
+  // is finite; after it the pair has failed whatever follows.
+  const double upper = xscale * kRelativeLimit;
+  double wl[kManyPairs], ws[kManyPairs], keep_l[kManyPairs], keep_s[kManyPairs];
+  double l[kManyPairs], sse[kManyPairs];
+  double peak_state[kManyPairs];  // largest |level| or |factor| before an update
+  double peak_xhat[kManyPairs];   // largest prediction
+  double peak_e[kManyPairs];      // largest |e|
+  double peak_sse[kManyPairs];    // largest sse before an addition
+  for (int j = 0; j < count; ++j) {
+    wl[j] = w[2 * j];
+    ws[j] = w[2 * j + 1];
+    keep_l[j] = 1.0 - wl[j];
+    keep_s[j] = 1.0 - ws[j];
+    l[j] = level;
+    sse[j] = 0.0;
+    peak_state[j] = 0.0;
+    peak_xhat[j] = -DBL_MAX;
+    peak_e[j] = 0.0;
+    peak_sse[j] = 0.0;
+  }
+  // Factor s of pair j is work[s * count + j].
+  for (int s = 0; s < nseasons; ++s) {
+    for (int j = 0; j < count; ++j) work[s * count + j] = sfactor[s];
+  }
+
+  auto update = [&](long t, bool forward) {
+    const double xt = x[t];
+    double* f = work + static_cast<long>(scodes[t]) * count;
+    for (int j = 0; j < count; ++j) {
+      const double lj = l[j];
+      const double fj = f[j];
+      peak_state[j] = std::max(peak_state[j], std::max(std::fabs(lj), std::fabs(fj)));
+      const double xhat = lj + fj;
+      peak_xhat[j] = std::max(peak_xhat[j], xhat);
+      const double cl = (xt - fj) * wl[j] + lj * keep_l[j];
+      f[j] = (xt - cl) * ws[j] + fj * keep_s[j];
+      l[j] = cl;
+      if (forward) {
+        const double e = xhat - xt;
+        peak_e[j] = std::max(peak_e[j], std::fabs(e));
+        peak_sse[j] = std::max(peak_sse[j], sse[j]);
+        sse[j] += e * e;
+      }
+    }
+  };
+  for (long t = n - 1; t >= 0; --t) {
+    if (!misflg[t]) update(t, false);
+  }
+  long nmiss = 0;
+  for (long t = 0; t < n; ++t) {
+    if (misflg[t]) {
+      ++nmiss;
+    } else {
+      update(t, true);
+    }
+  }
+
+  const long nobs = n - nmiss;
+  for (int j = 0; j < count; ++j) {
+    const bool failed = std::fabs(wl[j]) > kStateLimit || std::fabs(ws[j]) > kStateLimit ||
+                        peak_state[j] > kStateLimit || peak_xhat[j] > upper ||
+                        peak_e[j] > kErrorLimit || peak_sse[j] > kSseLimit;
+    if (failed) {
+      rc[j] = kOverflow;
+    } else if (nobs < 1) {
+      rc[j] = kTooFew;
+    } else {
+      mse[j] = esf::is_missing(sse[j]) ? kMissing : sse[j] / static_cast<double>(nobs);
+    }
+  }
+}

@@ -211,5 +211,16 @@ inline double variance_multiplier(double wlevel, double wseason, int nseasons,
   return vm;
 }
 
+// zesssmo for `count` weight pairs at once (w holds wlevel, wseason of each
+// pair), each from the same start level and factors: rc[j] and mse[j] are
+// what zesssmo gives the pair j on copies of `level` and `sfactor`.  The
+// pairs run side by side through one loop over the series, so that the grid
+// of the estimation costs one pass instead of twenty.  `work` holds
+// count * nseasons doubles, the factors of every pair.
+inline constexpr int kManyPairs = 32;
+void smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
+                 const double* w, int count, double level, const double* sfactor,
+                 const int* scodes, double* work, int* rc, double* mse);
+
 }  // namespace ess
 #endif
