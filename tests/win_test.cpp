@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -425,6 +426,44 @@ TEST_P(WinKernel, AnalyticGradientMatchesNumericDerivatives) {
     }
     win::Family::fit_cleanup(m.get(), &fc);
   }
+}
+
+TEST_P(WinKernel, SideBySidePassesGiveTheBitsOfSinglePasses) {
+  std::vector<double> weights;
+  for (double a : {0.05, 0.3, 0.9, 1.6}) {
+    for (double g : {0.01, 0.5, 0.99}) {
+      for (double c : {0.1, 0.6, 2.5}) weights.insert(weights.end(), {a, g, c});
+    }
+  }
+  weights.insert(weights.end(), {1e200, 0.1, 0.1});  // beyond the state limit
+  std::vector<double> alternating = example_series("UKgas.csv");
+  for (std::size_t t = 0; t < alternating.size(); t += 2) alternating[t] = -alternating[t];
+  std::vector<double> gaps = example_series("AirPassengers.csv");
+  gaps[5] = gaps[40] = gaps[143] = std::nan("");
+  int ok = 0, failed = 0;
+  for (const auto& [x, ns] : {std::pair{gaps, 12}, std::pair{alternating, 4}}) {
+    WinModel m(x, ns, additive());
+    ASSERT_EQ(m.start_rc(), 0);
+    std::vector<double> work(win::kManyLanes * ns);
+    const auto [o, f] = trend_test::compare_side_by_side(
+        weights, 3, [&](const double* w, double* mse) {
+          std::vector<double> sf(m->svi.sfactor, m->svi.sfactor + ns);
+          double l = m->svi.level, b = m->svi.trend;
+          return zwinsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ns, additive(), w[0], w[1],
+                         w[2], &l, &b, sf.data(), m->ts.scodes, mse, nullptr, nullptr);
+        },
+        [&](const double* w, int count, int* rc, double* mse) {
+          for (int from = 0; from < count; from += win::kManyLanes) {
+            win::smooth_many(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ns, additive(),
+                             w + 3 * from, std::min(win::kManyLanes, count - from), m->svi.level,
+                             m->svi.trend, m->svi.sfactor, m->ts.scodes, work.data(), rc + from, mse + from);
+          }
+        });
+    ok += o;
+    failed += f;
+  }
+  EXPECT_GT(ok, 0);
+  EXPECT_GT(failed, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, WinKernel, ::testing::Values(0, 1),

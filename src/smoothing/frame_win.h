@@ -113,6 +113,42 @@ struct Family : FamilyDefaults {
                    nullptr);
   }
 
+  // The eligible candidates side by side in one backward and forward pass,
+  // when their factor copies fit on the stack; otherwise one by one.
+  static constexpr int kManyFactors = 4096;
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
+                           const bool* eligible, int* rc, double* mse) {
+    const int ns = model->ts.nseasons;
+    if (ns < 1 || ns * kGridRows > kManyFactors) {
+      for (int k = 0; k < kGridRows; ++k) {
+        mse[k] = kMissing;
+        rc[k] = eligible[k] ? grid_mse(model, fitcon, w + 3 * k, &mse[k]) : kOk;
+      }
+      return;
+    }
+    double lanes[3 * kManyLanes];
+    int row_of[kManyLanes];
+    int count = 0;
+    for (int k = 0; k < kGridRows; ++k) {
+      rc[k] = kOk;
+      mse[k] = kMissing;
+      if (!eligible[k]) continue;
+      for (int i = 0; i < 3; ++i) lanes[3 * count + i] = w[3 * k + i];
+      row_of[count++] = k;
+    }
+    double work[kManyFactors];
+    int lane_rc[kManyLanes];
+    double lane_mse[kManyLanes];
+    smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns,
+                model->additive, lanes, count, model->svi.level, model->svi.trend,
+                model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse);
+    for (int j = 0; j < count; ++j) {
+      rc[row_of[j]] = lane_rc[j];
+      mse[row_of[j]] = lane_mse[j];
+    }
+    reset_from_svi(model);
+  }
+
   static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
     reset_from_svi(model);
     const WINT_DER_SEASON& d = fitcon->derwork.season;

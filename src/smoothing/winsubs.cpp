@@ -153,6 +153,95 @@ void win::normalise(int nseasons, int additive, double* level, double* trend, do
   *trend = ibar * *trend;
 }
 
+// The triples side by side: one observation at a time for every triple, so
+// that the independent recursions overlap.  Each triple runs exactly the
+// arithmetic of zwinsmo, in the same order, through the same inline update.
+void win::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
+                      int additive, const double* w, int count, double level, double trend,
+                      const double* sfactor, const int* scodes, double* work, int* rc,
+                      double* mse) noexcept {
+  double l[kManyLanes];
+  double tr[kManyLanes];
+  double sse[kManyLanes];
+  bool live[kManyLanes];
+  for (int j = 0; j < count; ++j) {
+    mse[j] = kMissing;
+    rc[j] = n < 1 ? kTooFew : kOk;
+    if (rc[j] == kOk && weights_overflow(w[3 * j], w[3 * j + 1], w[3 * j + 2])) rc[j] = kOverflow;
+    live[j] = rc[j] == kOk;
+    l[j] = level;
+    tr[j] = trend;
+    sse[j] = 0.0;
+    if (nseasons > 0) {
+      std::memcpy(work + static_cast<long>(j) * nseasons, sfactor,
+                  static_cast<size_t>(nseasons) * sizeof(double));
+    }
+  }
+  auto update = [&](int j, double xt, int s, double* e) {
+    double xhat = 0.0;
+    const int r = win::point(xt, xscale, additive, w[3 * j], w[3 * j + 1], w[3 * j + 2], &l[j],
+                             &tr[j], work + static_cast<long>(j) * nseasons, s, &xhat, e);
+    if (r < 0) {
+      rc[j] = r;
+      live[j] = false;
+    }
+    return r;
+  };
+
+  // Backward pass, then the reversal.
+  for (long t = n - 1; t >= 0; --t) {
+    const int s = scodes[t];
+    if (misflg[t]) {
+      for (int j = 0; j < count; ++j) {
+        if (live[j]) l[j] = l[j] + tr[j];
+      }
+      continue;
+    }
+    for (int j = 0; j < count; ++j) {
+      double e = 0.0;
+      if (live[j]) update(j, x[t], s, &e);
+    }
+  }
+  for (int j = 0; j < count; ++j) {
+    l[j] = l[j] + tr[j];
+    tr[j] = -tr[j];
+  }
+
+  // Forward pass.
+  long nmiss = 0;
+  for (long t = 0; t < n; ++t) {
+    const int s = scodes[t];
+    if (misflg[t]) {
+      ++nmiss;
+      for (int j = 0; j < count; ++j) {
+        if (live[j]) l[j] = l[j] + tr[j];
+      }
+      continue;
+    }
+    for (int j = 0; j < count; ++j) {
+      if (!live[j]) continue;
+      double e = 0.0;
+      if (update(j, x[t], s, &e) < 0) continue;
+      if (std::fabs(e) > kErrorLimit || sse[j] > kSseLimit) {
+        rc[j] = kOverflow;
+        live[j] = false;
+        continue;
+      }
+      sse[j] += e * e;
+    }
+  }
+
+  const long nobs = n - nmiss;
+  for (int j = 0; j < count; ++j) {
+    if (!live[j]) continue;
+    if (nobs < 1) {
+      rc[j] = kTooFew;
+      continue;
+    }
+    mse[j] = missing(sse[j]) ? kMissing : sse[j] / static_cast<double>(nobs);
+  }
+}
+
 double zwincla(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead,
                double siglev, double* limit) {
   const double var = se2 * additive_factor(wlevel, wtrend, wseason, nseasons, lead);

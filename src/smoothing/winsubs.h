@@ -204,6 +204,17 @@ inline int point_derivative(double x, double wlevel, double wtrend, double wseas
   return kOk;
 }
 
+// zwinsmo for `count` weight triples at once (w holding wlevel, wtrend,
+// wseason for each, count <= kManyLanes), all from the same start state,
+// without the smoothed and row outputs: rc[j] and mse[j] are what zwinsmo
+// gives for triple j, to the bit.  Each triple runs on its own copy of the
+// factors in `work` (count * nseasons doubles, triple j at j * nseasons).
+inline constexpr int kManyLanes = 20;
+void smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
+                 int additive, const double* w, int count, double level, double trend,
+                 const double* sfactor, const int* scodes, double* work, int* rc,
+                 double* mse) noexcept;
+
 // The body of zwinnmd: the factors centred on 0 (additive) or scaled to mean
 // 1 (multiplicative), level and trend absorbing the difference, with the
 // derivatives of all of them.  The derivative pointers may all be null
