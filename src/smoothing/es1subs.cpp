@@ -128,37 +128,17 @@ int zes1psi(double wlevel, long npsi, double* psi) {
 
 int zes1npd(double* x, char* misflg, double xscale, long n, double wlevel, double level,
             double deltas, int wkflag, double* pder) {
-  *pder = kMissing;
-  double w1, w2, divisor;
-  if (wkflag == 1 && std::fabs(wlevel) > kTiny) {
-    w1 = wlevel * (1.0 + deltas);
-    w2 = wlevel * (1.0 - deltas);
-    divisor = 2.0 * deltas * wlevel;
-  } else {
-    w1 = wlevel + deltas;
-    w2 = wlevel - deltas;
-    divisor = 2.0 * deltas;
-  }
-  double level1 = level;
-  double level2 = level;
-  double mse1 = kMissing;
-  double mse2 = kMissing;
-  const int rc1 = zes1smo(x, misflg, xscale, n, w1, &level1, &mse1, nullptr, nullptr);
-  const int rc2 = zes1smo(x, misflg, xscale, n, w2, &level2, &mse2, nullptr, nullptr);
-  if (rc1 + rc2 < 0 || deltas < kTiny) return kGuardedDivision;
-  return guarded_divide(mse1 - mse2, divisor, pder);
+  return pass::central_differences<1>(&wlevel, &deltas, wkflag, pder,
+                                      [&](const double* w, double* mse) {
+                                        double l = level;
+                                        return zes1smo(x, misflg, xscale, n, w[0], &l, mse,
+                                                       nullptr, nullptr);
+                                      });
 }
 
 int zes1std(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
             double* tvals) {
-  if (nobs > 1) {
-    *stderr = std::sqrt(std::fabs(xpxdiag[0]) * mse);
-    guarded_divide(parms[0], *stderr, tvals);
-  } else {
-    *stderr = kMissing;
-    *tvals = kMissing;
-  }
-  return kOk;
+  return pass::standard_errors<1>(xpxdiag, mse, nobs > 1, parms, stderr, tvals);
 }
 
 }  // extern "C"

@@ -154,54 +154,17 @@ int zes2psi(double wlevel, double wtrend, long npsi, double* psi) {
 int zes2npd(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double level, double trend, double* deltas,
             int wkflag, double* pder) {
-  pder[0] = kMissing;
-  pder[1] = kMissing;
-  int rc = kOk;
-  for (int i = 0; i < 2; ++i) {
-    const double w = i == 0 ? wlevel : wtrend;
-    const double delta = deltas[i];
-    double w1 = 0.0;
-    double w2 = 0.0;
-    double divisor = 0.0;
-    if (wkflag == 1 && std::fabs(w) > kTiny) {
-      w1 = w * (1.0 + delta);
-      w2 = w * (1.0 - delta);
-      divisor = 2.0 * delta * w;
-    } else {
-      w1 = w + delta;
-      w2 = w - delta;
-      divisor = 2.0 * delta;
-    }
-    double mse1 = kMissing;
-    double mse2 = kMissing;
-    double l1 = level, t1 = trend, l2 = level, t2 = trend;
-    const int rc1 = i == 0
-        ? zes2smo(x, misflg, xscale, n, w1, wtrend, &l1, &t1, &mse1, nullptr, nullptr)
-        : zes2smo(x, misflg, xscale, n, wlevel, w1, &l1, &t1, &mse1, nullptr, nullptr);
-    const int rc2 = i == 0
-        ? zes2smo(x, misflg, xscale, n, w2, wtrend, &l2, &t2, &mse2, nullptr, nullptr)
-        : zes2smo(x, misflg, xscale, n, wlevel, w2, &l2, &t2, &mse2, nullptr, nullptr);
-    if (rc1 + rc2 < 0 || delta < kTiny) {
-      rc = kGuardedDivision;
-      continue;
-    }
-    rc = divide(mse1 - mse2, divisor, &pder[i]);
-  }
-  return rc;
+  const double w[2] = {wlevel, wtrend};
+  return pass::central_differences<2>(w, deltas, wkflag, pder, [&](const double* v, double* mse) {
+    double l = level;
+    double t = trend;
+    return zes2smo(x, misflg, xscale, n, v[0], v[1], &l, &t, mse, nullptr, nullptr);
+  });
 }
 
 int zes2std(double* xpxdiag, double mse, long nobs, double* parms,
             double* stderr, double* tvals) {
-  if (nobs < 3) {
-    stderr[0] = stderr[1] = kMissing;
-    tvals[0] = tvals[1] = kMissing;
-    return kOk;
-  }
-  for (int j = 0; j < 2; ++j) {
-    stderr[j] = std::sqrt(std::fabs(xpxdiag[j]) * mse);
-    divide(parms[j], stderr[j], &tvals[j]);
-  }
-  return kOk;
+  return pass::standard_errors<2>(xpxdiag, mse, nobs >= 3, parms, stderr, tvals);
 }
 
 int zes2stb(double wlevel, double wtrend) {

@@ -203,57 +203,17 @@ int zes3psi(double wlevel, double wtrend, double wdamp, long npsi,
 int zes3npd(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double wdamp, double level, double trend,
             double* deltas, int wkflag, double* pder) {
-  pder[0] = pder[1] = pder[2] = kMissing;
-  int rc = kOk;
-  for (int i = 0; i < 3; ++i) {
-    const double w = i == 0 ? wlevel : (i == 1 ? wtrend : wdamp);
-    const double delta = deltas[i];
-    double w1 = 0.0;
-    double w2 = 0.0;
-    double divisor = 0.0;
-    if (wkflag == 1 && std::fabs(w) > kTiny) {
-      w1 = (1.0 + delta) * w;
-      w2 = (1.0 - delta) * w;
-      divisor = delta * 2.0 * w;
-    } else {
-      w1 = w + delta;
-      w2 = w - delta;
-      divisor = delta * 2.0;
-    }
-    double run1[3] = {wlevel, wtrend, wdamp};
-    double run2[3] = {wlevel, wtrend, wdamp};
-    run1[i] = w1;
-    run2[i] = w2;
-    double mse1 = kMissing;
-    double mse2 = kMissing;
-    double l1 = level, t1 = trend, l2 = level, t2 = trend;
-    const int rc1 = zes3smo(x, misflg, xscale, n, run1[0], run1[1], run1[2],
-                            &l1, &t1, &mse1, nullptr, nullptr);
-    const int rc2 = zes3smo(x, misflg, xscale, n, run2[0], run2[1], run2[2],
-                            &l2, &t2, &mse2, nullptr, nullptr);
-    if (rc1 + rc2 < 0 || delta < kTiny) {
-      rc = kGuardedDivision;
-      continue;
-    }
-    rc = divide(mse1 - mse2, divisor, &pder[i]);
-  }
-  return rc;
+  const double w[3] = {wlevel, wtrend, wdamp};
+  return pass::central_differences<3>(w, deltas, wkflag, pder, [&](const double* v, double* mse) {
+    double l = level;
+    double t = trend;
+    return zes3smo(x, misflg, xscale, n, v[0], v[1], v[2], &l, &t, mse, nullptr, nullptr);
+  });
 }
 
 int zes3std(double* xpxdiag, double mse, long nobs, double* parms,
             double* stderr, double* tvals) {
-  if (nobs < 4) {
-    for (int j = 0; j < 3; ++j) {
-      stderr[j] = kMissing;
-      tvals[j] = kMissing;
-    }
-    return kOk;
-  }
-  for (int j = 0; j < 3; ++j) {
-    stderr[j] = std::sqrt(std::fabs(xpxdiag[j]) * mse);
-    divide(parms[j], stderr[j], &tvals[j]);
-  }
-  return kOk;
+  return pass::standard_errors<3>(xpxdiag, mse, nobs >= 4, parms, stderr, tvals);
 }
 
 }  // extern "C"

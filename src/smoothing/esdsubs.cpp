@@ -151,34 +151,19 @@ int zesdpsi(double wlevel, long npsi, double* psi) {
 int zesdnpd(double* x, char* misflg, double xscale, long n, double wlevel,
             double level, double trend, double deltas, int wkflag,
             double* pder) {
-  *pder = kMissing;
-  double w1 = 0.0;
-  double w2 = 0.0;
-  double divisor = 0.0;
-  if (wkflag == 1 && std::fabs(wlevel) > kTiny) {
-    w1 = wlevel * (1.0 + deltas);
-    w2 = wlevel * (1.0 - deltas);
-    divisor = 2.0 * deltas * wlevel;
-  } else {
-    w1 = wlevel + deltas;
-    w2 = wlevel - deltas;
-    divisor = 2.0 * deltas;
-  }
-  double mse1 = kMissing;
-  double mse2 = kMissing;
-  double l1 = level, t1 = trend, l2 = level, t2 = trend;
-  const int rc1 = zesdsmo(x, misflg, xscale, n, w1, &l1, &t1, &mse1, nullptr, nullptr);
-  const int rc2 = zesdsmo(x, misflg, xscale, n, w2, &l2, &t2, &mse2, nullptr, nullptr);
-  if (rc1 + rc2 < 0 || deltas < kTiny) return kGuardedDivision;
-  return divide(mse1 - mse2, divisor, pder);
+  return pass::central_differences<1>(&wlevel, &deltas, wkflag, pder,
+                                      [&](const double* w, double* mse) {
+                                        double l = level;
+                                        double t = trend;
+                                        return zesdsmo(x, misflg, xscale, n, w[0], &l, &t, mse,
+                                                       nullptr, nullptr);
+                                      });
 }
 
 int zesdstd(double* xpxdiag, double mse, long /*nobs*/, double* parms,
             double* stderr, double* tvals) {
   // The driver decides whether there are enough observations.
-  *stderr = std::sqrt(std::fabs(xpxdiag[0]) * mse);
-  divide(parms[0], *stderr, tvals);
-  return kOk;
+  return pass::standard_errors<1>(xpxdiag, mse, true, parms, stderr, tvals);
 }
 
 }  // extern "C"

@@ -74,6 +74,17 @@ using smoothing::kSseLimit;
 using smoothing::kTiny;
 using smoothing::kTooFew;
 
+// The first six doubles of a row of z..prd: the observation, the prediction,
+// its limits at half-width hw, the error and the standard error.
+inline void put_row(double* row, double x, double xhat, double hw, double e, double sd) noexcept {
+  row[0] = x;
+  row[1] = xhat;
+  row[2] = xhat + hw;
+  row[3] = xhat - hw;
+  row[4] = e;
+  row[5] = sd;
+}
+
 // The backcast: from observation n-1 down to 0, the update or the missing
 // step, then the turn. A failed guard returns at once with the state the
 // update left (its failed parts missing). No error is accumulated.
@@ -186,12 +197,7 @@ inline int predict(const K& k, const double* x, const char* misflg, long n,
       sse += e * e;
     }
     if (strptr && t >= start) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = xhat + limit;
-      strptr[3] = xhat - limit;
-      strptr[4] = e;
-      strptr[5] = std_fit;
+      put_row(strptr, x[t], xhat, limit, e, std_fit);
       k.put(s, strptr + 6);
       strptr += 6 + K::kStates;
     }
@@ -207,14 +213,68 @@ inline int predict(const K& k, const double* x, const char* misflg, long n,
   for (long j = 1; j <= lead; ++j) {
     const double fc = k.forecast(f, j, strptr + 6);
     const double sd = std::sqrt(k.variance(base, j));
-    const double hw = z * sd;
-    strptr[0] = kMissing;
-    strptr[1] = fc;
-    strptr[2] = fc + hw;
-    strptr[3] = fc - hw;
-    strptr[4] = kMissing;
-    strptr[5] = sd;
+    put_row(strptr, kMissing, fc, z * sd, kMissing, sd);
     strptr += 6 + K::kStates;
+  }
+  return kOk;
+}
+
+// z..npd: the central difference of the mean squared error of z..smo by each
+// of P weights in turn. smooth(run, &mse) evaluates z..smo at the weights
+// `run` from fresh copies of the start state. With wkflag 1 and a weight
+// above kTiny in absolute value the step is relative, (1 +- delta) * w over
+// 2 * delta * w; else w +- delta over 2 * delta. A failed run or a step
+// below kTiny leaves the weight's entry missing; the result is that of the
+// last weight: 0, or -92 from the runs or the guarded division.
+template <int P, class Smooth>
+inline int central_differences(const double* w, const double* deltas, int wkflag, double* pder,
+                               Smooth smooth) noexcept {
+  for (int i = 0; i < P; ++i) pder[i] = kMissing;
+  int rc = kOk;
+  for (int i = 0; i < P; ++i) {
+    const double delta = deltas[i];
+    double run1[P];
+    double run2[P];
+    for (int j = 0; j < P; ++j) run1[j] = run2[j] = w[j];
+    double divisor = 0.0;
+    if (wkflag == 1 && std::fabs(w[i]) > kTiny) {
+      run1[i] = w[i] * (1.0 + delta);
+      run2[i] = w[i] * (1.0 - delta);
+      divisor = 2.0 * delta * w[i];
+    } else {
+      run1[i] = w[i] + delta;
+      run2[i] = w[i] - delta;
+      divisor = 2.0 * delta;
+    }
+    double mse1 = kMissing;
+    double mse2 = kMissing;
+    const int rc1 = smooth(run1, &mse1);
+    const int rc2 = smooth(run2, &mse2);
+    if (rc1 + rc2 < 0 || delta < kTiny) {
+      rc = smoothing::kGuardedDivision;
+      continue;
+    }
+    rc = smoothing::guarded_divide(mse1 - mse2, divisor, &pder[i]);
+  }
+  return rc;
+}
+
+// z..std: for each of P weights the standard error sqrt(|xpxdiag| * mse) and
+// the t value by the guarded division; all missing unless `enough`
+// observations stand behind the fit.
+template <int P>
+inline int standard_errors(const double* xpxdiag, double mse, bool enough, const double* parms,
+                           double* stderr, double* tvals) noexcept {
+  if (!enough) {
+    for (int j = 0; j < P; ++j) {
+      stderr[j] = kMissing;
+      tvals[j] = kMissing;
+    }
+    return kOk;
+  }
+  for (int j = 0; j < P; ++j) {
+    stderr[j] = std::sqrt(std::fabs(xpxdiag[j]) * mse);
+    smoothing::guarded_divide(parms[j], stderr[j], &tvals[j]);
   }
   return kOk;
 }

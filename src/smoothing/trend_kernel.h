@@ -16,7 +16,6 @@ namespace trend {
 
 using smoothing::kBig;
 using smoothing::kErrorLimit;
-using smoothing::kGuardedDivision;
 using smoothing::kMissing;
 using smoothing::kOk;
 using smoothing::kOverflow;
@@ -27,11 +26,6 @@ using smoothing::kTiny;
 using smoothing::kTooFew;
 
 inline bool missing(double d) noexcept { return esf::is_missing(d); }
-
-// The guarded division of the kernels (0, or -92 with an overflow value).
-inline int divide(double num, double den, double* quo) noexcept {
-  return smoothing::guarded_divide(num, den, quo);
-}
 
 // Walks back from the end of the series to the last usable observation.
 // Returns its index, or 0 when none lies beyond index 0.
