@@ -11,6 +11,7 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "intervals/interval.h"
@@ -69,6 +70,33 @@ std::vector<int> named_codes() {
   return codes;
 }
 
+// Every spelling of every named code: the base names and the others the
+// parser accepts.
+std::vector<std::pair<int, std::string>> spellings() {
+  std::vector<std::pair<int, std::string>> all;
+  for (int code : named_codes()) all.emplace_back(code, interval_base_name(code));
+  const struct {
+    int code;
+    std::vector<const char*> names;
+  } others[] = {
+      {kIntSecond, {"SECONDS", "SEC"}},
+      {kIntMinute, {"MINUTES", "MIN"}},
+      {kIntHour, {"HOURLY", "HOURS", "HR"}},
+      {kIntDay, {"DAILY", "DAYS"}},
+      {kIntWeekday, {"WEEKDAYS"}},
+      {kIntWeek, {"WEEKLY", "WEEKS"}},
+      {kIntSemimonth, {"SEMIMONTHLY", "SEMIMONTHS", "SEMIMON"}},
+      {kIntMonth, {"MONTHLY", "MONTHS", "MON"}},
+      {kIntQtr, {"QUARTER", "QUARTERLY", "QUARTERS", "QTRLY", "QTRS"}},
+      {kIntSemiyear, {"SEMIYEARLY", "SEMIYEARS", "SEMIYR", "SEMIANNUAL", "SEMIANN"}},
+      {kIntYear, {"YEARS", "YEARLY", "YR", "ANNUAL", "ANNUALLY", "ANNUALS"}},
+  };
+  for (const auto& o : others) {
+    for (const char* name : o.names) all.emplace_back(o.code, name);
+  }
+  return all;
+}
+
 // Multiplier texts: absent, ordinary, with leading zeros, at the limit,
 // and the three that are refused.
 struct Number {
@@ -84,13 +112,12 @@ constexpr Number kShifts[] = {
     {"12", 12}, {"13", 13}, {"52", 52}, {"53", 53}, {"0", -1}, {"2147483648", -1},
 };
 
-// Every base name with every prefix, multiplier and shift, each written in
-// a random mix of cases: the case of the input matters only to the token.
-TEST(IntervalRoundTrip, EveryBaseNamePrefixMultiplierAndShift) {
+// Every spelling with every prefix, multiplier and shift, each written in a
+// random mix of cases: the case of the input matters only to the token.
+TEST(IntervalRoundTrip, EverySpellingPrefixMultiplierAndShift) {
   std::mt19937 rng(7);
   int parsed_names = 0;
-  for (int code : named_codes()) {
-    const std::string base = interval_base_name(code);
+  for (const auto& [code, base] : spellings()) {
     for (const char* prefix : {"", "DT", "T"}) {
       // "T" before TENDAY reads as part of the name.
       const bool t_prefix_kept = std::string_view(prefix) == "T" && base[0] == 'E';
