@@ -48,6 +48,47 @@ int zmissrn(const double* x, int n, double maxval, long* count);
 int min(int a, int b);
 long lmin(long a, long b);
 
+// Finite mixture of normal distributions: log tail probabilities and log
+// density at a point, or the quantile of a tail probability. Exported for
+// the host; no routine of the module calls it.
+struct NORMAL_MIX_ARG {
+  int State;             // bit 1: the record has been verified (normalised, sorted)
+  int Purpose;           // 2: quantile of Probability, 4: of targetSDF, 0: values at Quantile
+  int Shooting;          // solver regime: 1 left tail, 2 between means, 3 right tail
+  double InitialGuess;   // not read
+  double Quantile;       // in: the point; out: the quantile
+  double QTarget;        // the solver's target for its working value
+  double Probability;    // left tail probability (Purpose 2)
+  double targetSDF;      // right tail probability (Purpose 4)
+  double LogRatio;       // not read
+  long n;                // number of components
+  double Right, Left, LeftSupport, RightSupport;  // not read
+  double* Proportions;   // n weights, normalised in place
+  double* Mu;            // n means, sorted in place for a quantile
+  double* Sigma;         // n standard deviations
+  double LogLeftPr;      // log P(X <= Quantile)
+  double LogRightPr;     // log P(X > Quantile)
+  double LogDensity;     // log density at Quantile
+};
+
+// 0, or 1 (a Mills ratio failed, Purpose has both bits, the solver failed),
+// 1000 (no Shooting regime), i + n (Proportions[i] < 0), i + 2n (Sigma[i] < 0),
+// 10n (no positive proportion).
+int zmxnorm(struct NORMAL_MIX_ARG* q);
+int VerifyQ(struct NORMAL_MIX_ARG* q);
+void SortAccordingToTheMeans(struct NORMAL_MIX_ARG* q);
+int ComputeTheProbOrTheDens(struct NORMAL_MIX_ARG* q);
+int ComputeTheQuantile(struct NORMAL_MIX_ARG* q);
+int ComputeF(struct NORMAL_MIX_ARG* q, int i, double* x, double* r, double* Dens,
+             double* LogLeftPr, double* LogRightPr);
+int SolveApproxF(struct NORMAL_MIX_ARG* q, double* x, double* r, double* Dens, double* iGamma);
+void ResetBracket(struct NORMAL_MIX_ARG* q, double* x, double* r, double* LogLeftPr,
+                  double* LogRightPr, double* Dens);
+int SolveWithOutShooting(struct NORMAL_MIX_ARG* q, double* x, double* r, double* Dens,
+                         double* LogLeftPr, double* LogRightPr);
+double LogSumOfExpProb(double x1, double x2, int flag);
+double DiffNormal(double a, double b, double PreciseDelta);
+
 #ifdef __cplusplus
 }  // extern "C"
 
