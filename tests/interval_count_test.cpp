@@ -13,7 +13,7 @@
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 #include "support/calendar_oracle.h"
-#include "support/trimA_interval_cases.h"
+#include "support/interval_cases.h"
 
 // ---- A stand-in for the custom-interval routines -----------------------------
 //

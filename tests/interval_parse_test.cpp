@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "intervals/interval.h"
-#include "support/trimA_interval_cases.h"
+#include "support/interval_cases.h"
 
 // ---- A small custom-interval registry for the custom branches -------------
 //

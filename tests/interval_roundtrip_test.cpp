@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "intervals/interval.h"
-#include "support/trimA_interval_cases.h"
+#include "support/interval_cases.h"
 
 namespace {
 
