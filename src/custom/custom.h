@@ -1,0 +1,146 @@
+// Custom intervals: intervals whose periods are the rows of a table of dates.
+//
+// The host option INTERVALDS maps interval names to tables:
+//
+//   INTERVALDS=(MYCAL=WORK.CAL MYWK=WEEKS)
+//
+// A table has the numeric variable BEGIN (the first date of each period)
+// and optionally END (its last date) and SEASON (its season number). Each
+// host task keeps one manager record (ZQKECINTC) in a named slot of its
+// resource block; the manager holds the cache extension "qkecintc", which
+// keeps the mappings and every table read so far, shared by reference.
+//
+// The calendar routines reach this subsystem through the routines declared
+// weak in intervals/interval.h (getcustomname, zcustLoad, customINTNX, ...);
+// the rest is declared here.
+#ifndef ESF_CUSTOM_CUSTOM_H
+#define ESF_CUSTOM_CUSTOM_H
+
+#include "intervals/interval.h"
+#include "module/host_api.h"
+#include "module/win_model.h"  // u_sname
+#include "primitives/primitives.h"
+
+// A row number of a table.
+typedef long QORNOBS;
+
+// One mapping as the option gives it: interval name, library, member.
+struct CUSTOMINTERVAL {
+  u_sname interval;
+  u_sname lib;
+  u_sname member;
+};
+
+// The manager of one host task.
+typedef struct _ZQKECINTC {
+  WRJnlh wrjnlh;   // journal collecting the cache extension's statuses
+  CINTCexth exth;  // the loaded cache extension
+  CINTCobjh objh;  // the cache object
+  rebid xrebid;    // the task's resource block and its name
+  tchar* xname;
+  int xname_l;
+  rebid srebid;    // the session's resource block and its name
+  tchar* sname;
+  int sname_l;
+} ZQKECINTC;
+
+// Argument of the loader the cache calls back: the open table, its variable
+// handle, the current row and the outcome.
+struct LOADARG {
+  XO_PARMS xoparms;
+  ptr xvp;
+  double beginBuffer;
+  double endBuffer;
+  double seasBuffer;
+  long nobs;
+  int xrc;
+};
+
+// A table held open between calls by a caller that reads it directly.
+struct CUSTOMINTERVALDSINFO {
+  struct INTERVAL* interval;
+  int multiplier;
+  int shift;
+  struct CUSTOMINTERVAL* DSRef;
+  double* beginBuffer;
+  double* endBuffer;
+  double* seasBuffer;
+  struct XO_PARMS* xoparm;
+  ptr xvp;
+  int endVar;   // 1 when the table has END
+  int seasVar;  // 1 when the table has SEASON
+};
+
+// Statuses of the registry and loader.
+inline constexpr rctype kCintcNoMemory = static_cast<rctype>(0x80000803u);
+inline constexpr rctype kCintcBadJournal = static_cast<rctype>(0x80000805u);
+inline constexpr rctype kCintcNoRows = static_cast<rctype>(0x8000080Bu);
+inline constexpr rctype kCintcCacheFailed = static_cast<rctype>(0x8001C80Bu);
+inline constexpr int kCintcReadFailed = static_cast<int>(0x803FC009u);
+
+extern "C" {
+
+// ---- Registry and loader -------------------------------------------------------
+
+// The manager of the current task, created at the first call: 0, or a
+// negative status.
+rctype zcintcInit(ZQKECINTC** omgr);
+// Next mapping of the (upper-cased, NUL-terminated) option text: 0 with the
+// mapping in custInt, 1 at the end with *ctx null. *ctx null starts over.
+int parseIntervalDS(tchar* intervalDS, struct CUSTOMINTERVAL* custInt, tchar** ctx);
+// Enters every mapping of the option INTERVALDS into the cache.
+rctype loadDSOPTS(ZQKECINTC* mgr);
+// The loader the cache calls back once to fill cinfo from the open table.
+int loadCustom(QKMemPtr loadArg, CINTCParms* pb, CINTCInfo* cinfo);
+// The status the journal holds, 0x8001C80B when it holds none.
+rctype GetJnlStatus(ZQKECINTC* mgr);
+// Destructor of the task's slot: destroys the cache and frees the manager.
+void CleanMGR(rebid reb, rebslotid slotid);
+// Deletes the task's slot, and with it the manager.
+void zcintcTerm(void);
+// Stores and fetches the pointer of the task's slot.
+rctype StorePtr(void* resPtr);
+void* GetPtr(void);
+
+// ---- Arithmetic on a table ------------------------------------------------------
+
+void customINTNXBES(struct INTERVALX* intervalx, double x, double n, double* b, double* e, double* s);
+int findIndexC(struct INTERVALX* intervalx, double x, double* n, double* b, double* e, double* s);
+int getIndexC(struct INTERVALX* intervalx, double n, double* b, double* e, double* s);
+int customGetObsC(struct INTERVALX* intervalx, double n, double* b, double* e, double* s,
+                  struct CUSTOMINTERVALDSINFO* dsinfo);
+double customFindRawIndexC(struct INTERVALX* intervalx, double date, double* index, double* b, double* e,
+                           struct CUSTOMINTERVALDSINFO* dsinfo);
+int customRange(struct INTERVALX* intervalx, int LR, double* left, double* right,
+                struct CUSTOMINTERVALDSINFO* dsinfo);
+int customRangeD(struct INTERVALX* intervalx, int LR, double* left, QORNOBS* lindex, QKChar* lpos,
+                 double* right, QORNOBS* rindex, QKChar* rpos, struct CUSTOMINTERVALDSINFO* dsinfo);
+
+// The same questions asked of a table read directly (no cache entry).
+int findIndex(struct INTERVAL* interval, double x, double* n, double* b, double* e, double* s,
+              struct CUSTOMINTERVALDSINFO* dsinfo);
+int getIndex(struct INTERVAL* interval, double n, double* b, double* e, double* s,
+             struct CUSTOMINTERVALDSINFO* dsinfo);
+int customGetObs(struct INTERVAL* interval, double n, double* b, double* e, double* s,
+                 struct CUSTOMINTERVALDSINFO* dsinfo);
+
+// The mapping of an interval read from the option, without the cache;
+// *multiplier and *shift -1 (and a blank mapping) when there is none.
+struct CUSTOMINTERVAL getCustomIntervalDSRef(struct INTERVAL* interval, int* multiplier, int* shift);
+// Fills at most *n mappings from the option; *n becomes their number.
+void parseIntervalOptions(struct CUSTOMINTERVAL* custInt, int* n);
+// Opens a table and binds BEGIN (required), END and SEASON: 0 or -1.
+int openDS(struct CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double* seasBuffer,
+           struct XO_PARMS* xoparm, ptr* xvp, int* endVar, int* seasVar);
+// True when a isn't missing and b is missing or differs.
+int unequal(double a, double b);
+
+// ---- Format catalogue ---------------------------------------------------------------
+
+// Date type of a format name: 4 num, 8 date, 9 time, 10 datetime, 0 other,
+// -1 unknown. Case counts; trailing blanks don't.
+int zfmttype(char* format, int fmtlen);
+
+}  // extern "C"
+
+#endif  // ESF_CUSTOM_CUSTOM_H
