@@ -151,6 +151,9 @@ TEST(IntervalCompare, TableOfPairs) {
       {"WEEKDAY", "WEEKDAY2", "-2"},
       {"WEEKDAY17W", "WEEKDAY", "0"},
       {"WEEKDAY", "WEEKDAY1W", ".W"},
+      {"WEEKDAY", "WEEKDAY67W", ".W"},
+      {"WEEKDAY123456W", "DAY7.2", "0"},  // Saturdays alone: weeks from Saturday
+      {"WEEKDAY123456W", "DAY7", ".S"},
       {"WEEKDAY", "R445MON", "-1"},
       {"WEEKDAY2", "R445MON", ".M"},
       {"WEEKDAY1W2", "R445MON", "-1"},
@@ -321,7 +324,7 @@ void check_nesting(INTERVAL* coarse, INTERVAL* fine, double start, int periods, 
 
 TEST(IntervalCompare, NestedIntervalsShareBoundaries) {
   const std::vector<std::string> dates = {
-      "DAY", "DAY2", "DAY7", "DAY7.4", "DAY14.3", "WEEK", "WEEK.2", "WEEK2", "WEEK2.3", "WEEKV",
+      "DAY", "DAY2", "DAY7", "DAY7.2", "DAY7.4", "DAY14.3", "WEEK", "WEEK.2", "WEEK2", "WEEK2.3", "WEEKV",
       "WEEKV2", "TENDAY", "TENDAY3", "SEMIMONTH", "SEMIMONTH2.2", "MONTH", "MONTH2", "MONTH3",
       "MONTH3.2", "QTR", "QTR.2", "SEMIYEAR", "YEAR", "YEAR2", "YEARV", "YEARV2", "R445MON",
       "R445MON3", "R454MON", "R445QTR", "R454QTR", "R544QTR", "R445YR", "R454YR", "WEEKDAY",
