@@ -130,8 +130,17 @@ void pool_fail_after(long n);
 
 // ---- Options ---------------------------------------------------------------
 
+// An option the host program hasn't set is taken from the environment
+// variable ESF_OPTION_<NAME>, when that exists.
 void set_option(std::string_view name, std::string_view value);
 void clear_option(std::string_view name);
+
+// ---- Custom interval cache ---------------------------------------------------
+
+// Caches of custom interval tables alive (one for each task that used one).
+std::size_t live_interval_caches();
+// References held on the tables of all live caches.
+long cached_interval_references();
 
 // ---- Image conversion -------------------------------------------------------
 

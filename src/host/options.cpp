@@ -3,6 +3,7 @@
 // attributes of format names.
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -135,9 +136,33 @@ void release_ref(CINTCInfo* info) {
   if (table->refs > 0) --table->refs;
 }
 
-CINTCobjh create_cache(CINTCexth /*exth*/, WRJnlh /*jnl*/) { return new CINTCOBJ; }
+// Every cache alive, for the host program's view of references.
+struct LiveCaches {
+  std::mutex mutex;
+  std::vector<CINTCOBJ*> caches;
+};
 
-void destroy_cache(CINTCobjh objh) { delete objh; }
+LiveCaches& live_caches() {
+  static LiveCaches live;
+  return live;
+}
+
+CINTCobjh create_cache(CINTCexth /*exth*/, WRJnlh /*jnl*/) {
+  auto* objh = new CINTCOBJ;
+  LiveCaches& live = live_caches();
+  std::lock_guard lock(live.mutex);
+  live.caches.push_back(objh);
+  return objh;
+}
+
+void destroy_cache(CINTCobjh objh) {
+  {
+    LiveCaches& live = live_caches();
+    std::lock_guard lock(live.mutex);
+    std::erase(live.caches, objh);
+  }
+  delete objh;
+}
 
 int add_map(CINTCobjh objh, CINTCIntDSMap* map) {
   if (objh == nullptr || map == nullptr) return -1;
@@ -345,7 +370,13 @@ tchar* xoptcgt(const char* name, int* len) {
     OptionStore& store = options();
     std::lock_guard lock(store.mutex);
     auto it = store.values.find(upper(name));
-    if (it != store.values.end()) value = it->second;
+    if (it != store.values.end()) {
+      value = it->second;
+    } else if (const char* env = std::getenv(("ESF_OPTION_" + upper(name)).c_str()); env != nullptr) {
+      // An option not set by the host program comes from the environment:
+      // ESF_OPTION_INTERVALDS="(MYCAL=CAL)" sets INTERVALDS.
+      value = env;
+    }
   }
   if (len != nullptr) *len = static_cast<int>(value.size());
   return value.data();
@@ -377,6 +408,23 @@ void set_option(std::string_view name, std::string_view value) {
   OptionStore& store = options();
   std::lock_guard lock(store.mutex);
   store.values[upper(name)] = std::string(value);
+}
+
+std::size_t live_interval_caches() {
+  LiveCaches& live = live_caches();
+  std::lock_guard lock(live.mutex);
+  return live.caches.size();
+}
+
+long cached_interval_references() {
+  LiveCaches& live = live_caches();
+  std::lock_guard lock(live.mutex);
+  long refs = 0;
+  for (CINTCOBJ* objh : live.caches) {
+    std::lock_guard table_lock(objh->mutex);
+    for (const auto& [key, table] : objh->tables) refs += table->refs;
+  }
+  return refs;
 }
 
 void clear_option(std::string_view name) {
