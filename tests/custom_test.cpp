@@ -1,0 +1,594 @@
+// Custom intervals from real CSV tables registered through the option
+// INTERVALDS: the option's mappings, the task's registry and its cache with
+// reference counts, the loader and its refusals, and the arithmetic through
+// the public calendar routines checked against a walk over the table.
+// Also the catalogue of format names.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "custom/custom.h"
+#include "host/host.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const double kDot = esf::kMissing;
+double mv(char letter) { return esf::missing_letter(letter); }
+
+// Same value, or the same kind of missing value.
+bool same(double a, double b) {
+  if (esf::is_missing(a) || esf::is_missing(b)) return esf::missing_kind(a) == esf::missing_kind(b);
+  return a == b;
+}
+std::string show(double v) {
+  if (!esf::is_missing(v)) return std::to_string(v);
+  const int k = esf::missing_kind(v);
+  return k == 1 ? "." : k == 0 ? "._" : std::string(".") + static_cast<char>('A' + k - 2);
+}
+#define EXPECT_SAME(a, b) EXPECT_TRUE(same((a), (b))) << show(a) << " vs " << show(b)
+
+class CustomTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    static const bool connected = [] {
+      mcn_main(reinterpret_cast<ptr*>(esf::host::gcb_anchor()), reinterpret_cast<ptr>(esf::host::pidb()));
+      return true;
+    }();
+    (void)connected;
+    dir_ = fs::temp_directory_path() /
+           ("esf_custom_" + std::to_string(::getpid()) + "_" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::create_directories(dir_);
+    esf::host::assign_libref("CUSTT", dir_);
+    esf::host::capture_output(true);
+    esf::host::end_task();
+  }
+  void TearDown() override {
+    esf::host::clear_option("INTERVALDS");
+    esf::host::end_task();
+    // Ending the task destroys the manager with its cache and tables.
+    EXPECT_EQ(esf::host::live_interval_caches(), 0u);
+    esf::host::take_log();
+    esf::host::capture_output(false);
+    std::error_code ec;
+    fs::remove_all(dir_, ec);
+  }
+
+  void write_table(const std::string& member, const std::string& text) {
+    std::ofstream(dir_ / (member + ".csv")) << text;
+  }
+  // Sets the option for a new task: the manager reads it when created.
+  void use(const std::string& option) {
+    esf::host::set_option("INTERVALDS", option);
+    esf::host::end_task();
+  }
+  static INTERVAL parse(const char* name, int* rc = nullptr) {
+    INTERVAL iv{};
+    const int r = zintstr(const_cast<tchar*>(name), -1, &iv);
+    if (rc != nullptr) {
+      *rc = r;
+    } else {
+      EXPECT_EQ(r, 0) << name;
+    }
+    return iv;
+  }
+
+  fs::path dir_;
+};
+
+// ---- Format catalogue --------------------------------------------------------
+
+TEST(FormatCatalogue, TypesAndUnitsOfNames) {
+  const struct {
+    const char* name;
+    int len;
+    int type;
+    char units;
+  } cases[] = {
+      {"DATE", 4, 8, 'd'},      {"DATE ", 5, 8, 'd'},    {"date", 4, -1, 0},      {"DATETIME", 8, 10, 's'},
+      {"TIME", 4, 9, 's'},      {"BEST", 4, 4, 'o'},     {"$CHAR", 5, 0, 0},      {"NOSUCH", 6, -1, 0},
+      {"$", 1, 0, 0},           {"$ANYDTIF", 8, 8, 'd'}, {"DTDATE", 6, 10, 's'},  {"QTR", 3, 8, 'd'},
+      {"Z", 1, 4, 'o'},         {"ZDB", 3, 0, 0},        {"YYWEEKW", 7, 8, 'd'},  {"TOD", 3, 9, 's'},
+      {"YMDDTTM", 7, 10, 's'},  {"EURO", 4, 0, 0},       {"LOGPROB", 7, 0, 0},    {"TU", 2, 0, 0},
+      {"DATE9", 5, -1, 0},      {"DAT", 3, -1, 0},       {"DATEAMPM", 8, 10, 's'}, {"", 0, -1, 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    char buf[16] = {};
+    std::memcpy(buf, c.name, std::strlen(c.name));
+    EXPECT_EQ(zfmttype(buf, c.len), c.type);
+    EXPECT_EQ(zfmtunits(buf, c.len), c.units);
+  }
+}
+
+// ---- Option text -----------------------------------------------------------------
+
+struct Mapping {
+  std::string interval, lib, member;
+};
+
+std::string name_of(const u_sname& n) { return std::string(n.name, static_cast<size_t>(n.name_l)); }
+
+TEST_F(CustomTest, OptionTextGivesMappings) {
+  const std::string long_name(40, 'X');
+  const struct {
+    std::string option;
+    std::vector<Mapping> maps;
+  } cases[] = {
+      {"(MYCAL=WORK.CAL MYWK=WEEKS)", {{"MYCAL", "WORK", "CAL"}, {"MYWK", "", "WEEKS"}}},
+      {"(A=B)", {{"A", "", "B"}}},
+      {"mycal = custt.cal, other=lib.t2", {{"MYCAL", "CUSTT", "CAL"}, {"OTHER", "LIB", "T2"}}},
+      {"(A=B C)", {{"A", "", "B"}}},  // a name without a table ends the text
+      {"", {}},
+      {"((  ))", {}},
+      {long_name + "=T", {{std::string(32, 'X'), "", "T"}}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.option);
+    esf::host::set_option("INTERVALDS", c.option);
+    CUSTOMINTERVAL got[4];
+    int n = 4;
+    parseIntervalOptions(got, &n);
+    ASSERT_EQ(n, static_cast<int>(c.maps.size()));
+    for (int i = 0; i < n; ++i) {
+      EXPECT_EQ(name_of(got[i].interval), c.maps[static_cast<size_t>(i)].interval);
+      EXPECT_EQ(name_of(got[i].lib), c.maps[static_cast<size_t>(i)].lib);
+      EXPECT_EQ(name_of(got[i].member), c.maps[static_cast<size_t>(i)].member);
+    }
+  }
+  // The room given bounds the count.
+  esf::host::set_option("INTERVALDS", "(A=B C=D E=F)");
+  CUSTOMINTERVAL two[2];
+  int n = 2;
+  parseIntervalOptions(two, &n);
+  EXPECT_EQ(n, 2);
+}
+
+// ---- Registry ------------------------------------------------------------------
+
+TEST_F(CustomTest, RegisteredNamesAreKnownWithoutRegardToCase) {
+  char mycal[] = "MYCAL";
+  EXPECT_EQ(getcustomname(mycal, 5), 0);  // no option: an empty registry
+  EXPECT_EQ(esf::host::live_interval_caches(), 1u);
+
+  use("(mycal=custt.cal MyWk=weeks)");
+  const struct {
+    const char* name;
+    int answer;
+  } cases[] = {{"MYCAL", kIntCustom}, {"mycal", kIntCustom}, {"MYWK", kIntCustom}, {"MYCALX", 0},
+               {"MYCA", 0},           {"MONTH", 0},          {"CAL", 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    char buf[16] = {};
+    std::memcpy(buf, c.name, std::strlen(c.name));
+    EXPECT_EQ(getcustomname(buf, static_cast<int>(std::strlen(c.name))), c.answer);
+  }
+  // One manager for the task, found again in its slot.
+  ZQKECINTC* a = nullptr;
+  ZQKECINTC* b = nullptr;
+  ASSERT_EQ(zcintcInit(&a), 0);
+  ASSERT_EQ(zcintcInit(&b), 0);
+  EXPECT_EQ(a, b);
+  EXPECT_EQ(GetPtr(), a);
+  EXPECT_EQ(GetJnlStatus(a), kCintcCacheFailed);  // an empty journal
+  zcintcTerm();
+  EXPECT_EQ(GetPtr(), nullptr);
+  EXPECT_EQ(esf::host::live_interval_caches(), 0u);
+}
+
+// ---- Loader and cache ------------------------------------------------------------
+
+TEST_F(CustomTest, LoadsTablesOnceAndCountsReferences) {
+  write_table("plain", "BEGIN\n100\n200\n300\n");
+  write_table("full", "BEGIN:DATE9.,END,SEASON\n100,109,1\n200,209,2\n");
+  use("(PLAIN=CUSTT.PLAIN FULL=CUSTT.FULL)");
+
+  INTERVAL unmapped{};
+  std::memcpy(unmapped.token, "NOSUCH", 6);
+  unmapped.tokenlen = 6;
+  unmapped.intper = 1;
+  CINTCInfo* info = reinterpret_cast<CINTCInfo*>(&unmapped);
+  EXPECT_EQ(zcustLoad(&unmapped, &info), 0);
+  EXPECT_EQ(info, nullptr);
+
+  const struct {
+    const char* token;
+    int nused;
+    bool end, season;
+    const char* fmt;
+    int fmt_w;
+  } cases[] = {{"plain", 3, false, false, "", 0}, {"FULL2.2", 2, true, true, "DATE", 9}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.token);
+    INTERVAL iv{};
+    std::memcpy(iv.token, c.token, std::strlen(c.token));
+    iv.tokenlen = static_cast<short>(std::strlen(c.token));
+    iv.intper = 1;
+    CINTCInfo* first = nullptr;
+    CINTCInfo* second = nullptr;
+    ASSERT_EQ(zcustLoad(&iv, &first), 0);
+    ASSERT_NE(first, nullptr);
+    ASSERT_EQ(zcustLoad(&iv, &second), 0);
+    EXPECT_EQ(first, second);  // one shared copy
+    EXPECT_EQ(esf::host::cached_interval_references(), 2);
+    EXPECT_EQ(first->nused, c.nused);
+    EXPECT_EQ(first->endBuffer != nullptr, c.end);
+    EXPECT_EQ(first->seasBuffer != nullptr, c.season);
+    EXPECT_EQ(first->beginBuffer[0], 100.0);
+    EXPECT_EQ(first->beginBuffer[1], 200.0);
+    if (c.end) {
+      EXPECT_EQ(first->endBuffer[1], 209.0);
+    }
+    if (c.season) {
+      EXPECT_EQ(first->seasBuffer[1], 2.0);
+    }
+    EXPECT_EQ(std::string(first->fmt, first->fmt + first->fmt_l), std::string(c.fmt));
+    EXPECT_EQ(first->fmt_w, c.fmt_w);
+    zcintcReleaseRef(first);
+    zcintcReleaseRef(second);
+    EXPECT_EQ(esf::host::cached_interval_references(), 0);
+  }
+}
+
+TEST_F(CustomTest, BadTablesFailWithTheirStatus) {
+  write_table("empty", "BEGIN\n");
+  write_table("nobegin", "START,END\n1,2\n");
+  write_table("letters", "BEGIN\n100\nabc\n");
+  const struct {
+    const char* name;
+    int status;
+    const char* logged;
+  } cases[] = {
+      {"EMPTY", kCintcNoRows, "0x8000080B"},
+      {"NOBEGIN", static_cast<int>(0x80010008u), "no variable BEGIN"},
+      {"LETTERS", static_cast<int>(0x80010005u), "line 3, field 1"},
+      {"MISSING", static_cast<int>(0x80010004u), "missing.csv"},
+  };
+  use("(EMPTY=CUSTT.EMPTY NOBEGIN=CUSTT.NOBEGIN LETTERS=CUSTT.LETTERS MISSING=CUSTT.MISSING)");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    esf::host::take_log();
+    INTERVAL iv{};
+    std::memcpy(iv.token, c.name, std::strlen(c.name));
+    iv.tokenlen = static_cast<short>(std::strlen(c.name));
+    iv.intper = 1;
+    CINTCInfo* info = nullptr;
+    EXPECT_EQ(zcustLoad(&iv, &info), c.status);
+    EXPECT_EQ(info, nullptr);
+    // Nothing is left in the cache: the next load fails the same way.
+    EXPECT_EQ(zcustLoad(&iv, &info), c.status);
+    // The parser answers -1 and the host reports the status.
+    int rc = 0;
+    parse(c.name, &rc);
+    EXPECT_EQ(rc, -1);
+    EXPECT_NE(esf::host::take_log().find(c.logged), std::string::npos);
+  }
+  EXPECT_EQ(esf::host::cached_interval_references(), 0);
+}
+
+// ---- Names -------------------------------------------------------------------------
+
+TEST_F(CustomTest, CustomNamesParseAndPrint) {
+  write_table("dcal", "BEGIN\n100\n200\n300\n");
+  write_table("tcal", "BEGIN\n100000\n200000\n");
+  write_table("ncal", "BEGIN:BEST12.\n1\n5\n");
+  use("(DCAL=CUSTT.DCAL TCAL=CUSTT.TCAL NCAL=CUSTT.NCAL)");
+  const struct {
+    const char* text;
+    char units;
+    int intper, shiftper;
+    const char* format;
+  } cases[] = {
+      {"dcal", 'd', 1, 0, "DATE"},     {"DCAL3.2", 'd', 3, 1, "DATE"},  {"Dcal2", 'd', 2, 0, "DATE"},
+      {"TCAL", 's', 1, 0, "DATETIME"}, {"NCAL", 'o', 1, 0, "BEST"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    const INTERVAL iv = parse(c.text);
+    EXPECT_EQ(iv.intcode, kIntCustom);
+    EXPECT_EQ(iv.units, c.units);
+    EXPECT_EQ(iv.intper, c.intper);
+    EXPECT_EQ(iv.shiftper, c.shiftper);
+    char printed[32];
+    int len = sizeof printed;
+    ASSERT_EQ(zinti2s(printed, &len, const_cast<INTERVAL*>(&iv)), 0);
+    EXPECT_EQ(std::string(printed, static_cast<size_t>(len)), c.text);
+    const INTERVAL again = parse(printed);
+    EXPECT_EQ(again.intper, iv.intper);
+    EXPECT_EQ(again.shiftper, iv.shiftper);
+    // The format of the table's BEGIN, or DATE or DATETIME by the size of
+    // its dates.
+    INTERVALX ix{};
+    static_cast<INTERVAL&>(ix) = iv;
+    char fmt[32];
+    short fl = 0, w1 = 0, w2 = 0;
+    EXPECT_EQ(customINTFMT(&ix, fmt, &fl, &w1, &w2), 0);
+    EXPECT_EQ(std::string(fmt, static_cast<size_t>(fl)), c.format);
+    EXPECT_GT(w1, 0);
+  }
+  int rc = 0;
+  parse("DCALX", &rc);
+  EXPECT_EQ(rc, 103);  // not a registered name
+  EXPECT_EQ(esf::host::cached_interval_references(), 0);
+}
+
+// ---- Arithmetic against a walk over the table -------------------------------------------
+
+// A table of irregular periods with seasons 1..12, and the answers a walk
+// over its rows gives for an interval of m rows with the first group
+// shifted by s rows.
+struct Walk {
+  std::vector<double> begin;  // rows 1..N at [0..N-1]
+  std::vector<int> season;
+  long N() const { return static_cast<long>(begin.size()); }
+
+  // Rows whose begin is at or before x: 0 before the table, N after it.
+  long row(double x) const {
+    long r = 0;
+    while (r < N() && begin[static_cast<size_t>(r)] <= x) ++r;
+    return r;
+  }
+  static long group(long r, long m, long s) {
+    return static_cast<long>(std::ceil(static_cast<double>(r - s) / static_cast<double>(m)));
+  }
+  long last_first(long m, long s) const { return N() - ((N() - s - 1) % m); }
+  double begin_of(long k, long m, long s) const {
+    if (k < 0) return kDot;
+    if (k == 0) return mv('M');
+    const long first = s + 1 + (k - 1) * m;
+    if (first > last_first(m, s)) return kDot;
+    return begin[static_cast<size_t>(first - 1)];
+  }
+  double end_of(long k, long m, long s) const {
+    if (k < 0) return kDot;
+    if (k == 0) {
+      if (s == 0) return begin[0] - 1;
+      return s == N() ? mv('I') : begin[static_cast<size_t>(s)] - 1;
+    }
+    const long first = s + 1 + (k - 1) * m;
+    if (first > last_first(m, s)) return kDot;
+    if (first == last_first(m, s)) return mv('I');
+    return begin[static_cast<size_t>(k * m + s)] - 1;
+  }
+};
+
+TEST_F(CustomTest, CountsAndAdvancesAsTheTableWalks) {
+  Walk w;
+  std::mt19937 gen(20260101);
+  std::uniform_int_distribution<int> length(20, 40);
+  std::string csv = "BEGIN:DATE9.,SEASON\n";
+  double d = 21915;  // 2020-01-01
+  for (int r = 0; r < 30; ++r) {
+    w.begin.push_back(d);
+    w.season.push_back(r % 12 + 1);
+    csv += std::to_string(static_cast<long>(d)) + "," + std::to_string(r % 12 + 1) + "\n";
+    d += length(gen);
+  }
+  write_table("fisc", csv);
+  use("(FISC=CUSTT.FISC)");
+
+  const struct {
+    const char* name;
+    long m, s;
+  } intervals[] = {{"FISC", 1, 0}, {"FISC2", 2, 0}, {"FISC3.2", 3, 1}, {"fisc4.4", 4, 3}};
+  const double lo = w.begin.front() - 45;
+  const double hi = w.begin.back() + 45;
+  for (const auto& iv_case : intervals) {
+    SCOPED_TRACE(iv_case.name);
+    INTERVAL iv = parse(iv_case.name);
+    const long m = iv_case.m, s = iv_case.s;
+    for (double x = lo; x <= hi; x += 7) {
+      const long gx = Walk::group(w.row(x), m, s);
+      for (double y = lo; y <= hi; y += 53) {
+        ASSERT_EQ(zintck2(&iv, x, y), static_cast<double>(Walk::group(w.row(y), m, s) - gx)) << x << " " << y;
+      }
+      for (double n = -3; n <= 3; ++n) {
+        const long k = gx + static_cast<long>(n);
+        EXPECT_SAME(zintnx2(&iv, x, n), w.begin_of(k, m, s));
+        char align_e[] = "E";
+        char align_b[] = "BEGIN";
+        EXPECT_SAME(zintnx3(&iv, x, n, align_e, nullptr), w.end_of(k, m, s));
+        EXPECT_SAME(zintnx3(&iv, x, n, align_b, nullptr), w.begin_of(k, m, s));
+      }
+    }
+    // The ends of the table count and move like dates.
+    EXPECT_EQ(zintck2(&iv, mv('M'), w.begin.back()), static_cast<double>(Walk::group(w.N(), m, s)));
+    EXPECT_SAME(zintck2(&iv, mv('M'), mv('I')), kDot);  // no period holds infinity
+    EXPECT_SAME(zintnx2(&iv, mv('M'), 1), w.begin_of(1, m, s));
+    EXPECT_SAME(zintnx2(&iv, mv('I'), 1), kDot);  // nothing lies beyond infinity
+    EXPECT_SAME(zintnx2(&iv, mv('I'), -1), w.begin_of(Walk::group(w.N(), m, s) - 1, m, s));
+  }
+  EXPECT_EQ(esf::host::cached_interval_references(), 0);
+}
+
+TEST_F(CustomTest, SeasonsComeFromTheTable) {
+  Walk w;
+  std::string csv = "BEGIN,SEASON\n";
+  for (int r = 0; r < 40; ++r) {
+    w.begin.push_back(1000.0 + 10 * r);
+    w.season.push_back(r % 4 + 1);
+    csv += std::to_string(1000 + 10 * r) + "," + std::to_string(r % 4 + 1) + "\n";
+  }
+  write_table("qcal", csv);
+  write_table("noseas", "BEGIN\n1000\n1010\n1020\n");
+  use("(QCAL=CUSTT.QCAL NOSEAS=CUSTT.NOSEAS)");
+
+  INTERVAL iv = parse("QCAL");
+  INTERVAL cycle{};
+  int ns = 0;
+  ASSERT_EQ(zintsea(&iv, 1000, &cycle, &ns), 0);
+  EXPECT_EQ(ns, 4);
+  EXPECT_EQ(cycle.intcode, kIntCustom);
+  EXPECT_EQ(cycle.intper, 4);
+
+  for (double start : {1000.0, 1015.0, 1133.0}) {
+    SCOPED_TRACE(start);
+    std::vector<int> codes(20, -7);
+    int want_ns = -1;
+    ASSERT_EQ(zintscd(&iv, start, 0, 20, codes.data(), &want_ns), 0);
+    const long r0 = w.row(start);
+    for (long t = 0; t < 20; ++t) EXPECT_EQ(codes[static_cast<size_t>(t)], w.season[static_cast<size_t>(r0 - 1 + t)] - 1);
+  }
+  // Season of a period through the advancing routine.
+  INTERVALX ix{};
+  static_cast<INTERVAL&>(ix) = iv;
+  for (long n = -2; n <= 5; ++n) {
+    const long r = w.row(1055) + n;
+    EXPECT_SAME(customINTINDEX(&ix, 1055, static_cast<double>(n)),
+                r >= 1 && r <= w.N() ? static_cast<double>(w.season[static_cast<size_t>(r - 1)]) : kDot);
+  }
+  EXPECT_EQ(customINTSEAS(&ix, 0), 4.0);
+  zcintcReleaseRef(ix.cinfo);
+
+  INTERVAL plain = parse("NOSEAS");
+  INTERVALX px{};
+  static_cast<INTERVAL&>(px) = plain;
+  EXPECT_SAME(customINTSEAS(&px, 0), kDot);
+  zcintcReleaseRef(px.cinfo);
+  EXPECT_EQ(esf::host::cached_interval_references(), 0);
+}
+
+// ---- Tables with END, holes, unsorted and repeated dates ---------------------------------
+
+struct RowQuery {
+  double x;
+  int status;
+  double n, b, e;
+};
+
+TEST_F(CustomTest, RowsOfTablesWithEndsHolesAndDisorder) {
+  write_table("holes", "BEGIN,END\n100,109\n200,209\n");
+  write_table("plain", "BEGIN\n100\n200\n300\n");
+  write_table("unsorted", "BEGIN\n300\n100\n200\n");
+  write_table("repeat", "BEGIN\n100\n100\n200\n");
+  write_table("single", "BEGIN\n100\n");
+  use("(HOLES=CUSTT.HOLES PLAIN=CUSTT.PLAIN UNSORTED=CUSTT.UNSORTED REPEAT=CUSTT.REPEAT SINGLE=CUSTT.SINGLE)");
+  const struct {
+    const char* name;
+    std::vector<RowQuery> queries;
+  } cases[] = {
+      {"PLAIN",
+       {{150, 0, 1, 100, 199}, {250, 0, 2, 200, 299}, {300, 0, 3, 300, mv('I')}, {1000, 0, 3, 300, mv('I')},
+        {50, 0, 0, mv('M'), 99}, {mv('F'), 0, 1, 100, 199}, {mv('M'), 0, 0, mv('M'), 99},
+        {mv('L'), 0, 3, 300, mv('I')}, {mv('A'), -1, kDot, kDot, kDot}}},
+      {"HOLES",
+       {{105, 0, 1, 100, 109}, {150, -1, kDot, kDot, kDot}, {500, 0, 3, 210, mv('I')}, {50, 0, 0, mv('M'), 99}}},
+      // Unsorted rows: the first row that holds the date wins, and a row that
+      // ends before it begins holds nothing.
+      // The period before the table ends the day before the first row's begin.
+      {"UNSORTED", {{150, 0, 2, 100, 199}, {350, 0, 3, 200, mv('I')}, {50, 0, 0, mv('M'), 299}}},
+      // A repeated date leaves the first of its rows empty.
+      {"REPEAT", {{100, 0, 2, 100, 199}, {150, 0, 2, 100, 199}, {250, 0, 3, 200, mv('I')}}},
+      {"SINGLE", {{100, -1, kDot, kDot, kDot}, {50, -1, kDot, kDot, kDot}}},
+  };
+  for (const auto& c : cases) {
+    INTERVAL iv = parse(c.name);
+    INTERVALX ix{};
+    static_cast<INTERVAL&>(ix) = iv;
+    for (const RowQuery& q : c.queries) {
+      SCOPED_TRACE(std::string(c.name) + " " + show(q.x));
+      double n = 0, b = 0, e = 0, s = 0;
+      EXPECT_EQ(findIndexC(&ix, q.x, &n, &b, &e, &s), q.status);
+      EXPECT_SAME(n, q.n);
+      EXPECT_SAME(b, q.b);
+      EXPECT_SAME(e, q.e);
+    }
+    zcintcReleaseRef(ix.cinfo);
+  }
+  // Counting over the disorder follows the rows found.
+  INTERVAL unsorted = parse("UNSORTED");
+  EXPECT_EQ(zintck2(&unsorted, 150, 350), 1.0);
+  INTERVAL repeat = parse("REPEAT");
+  EXPECT_EQ(zintck2(&repeat, 150, 250), 1.0);
+  EXPECT_EQ(zintnx2(&repeat, 250, -1), 100.0);
+
+  // The raw row of a date tells holes and the ends apart.
+  INTERVAL holes = parse("HOLES");
+  INTERVALX hx{};
+  static_cast<INTERVAL&>(hx) = holes;
+  const struct {
+    double date;
+    double result, index, b, e;
+  } raw[] = {
+      {150, mv('H'), 1, 110, 199}, {500, mv('A'), 3, 210, mv('I')}, {50, mv('B'), 0, mv('M'), 99},
+      {205, 2, 2, 200, 209},       {100, 1, 1, 100, 109},           {209, 2, 2, 200, 209},
+      {mv('M'), mv('B'), 0, mv('M'), 99}, {mv('I'), mv('A'), 3, 210, mv('I')}, {kDot, kDot, kDot, kDot, kDot},
+  };
+  for (const auto& r : raw) {
+    SCOPED_TRACE(show(r.date));
+    double index = 0, b = 0, e = 0;
+    EXPECT_SAME(customFindRawIndexC(&hx, r.date, &index, &b, &e, nullptr), r.result);
+    EXPECT_SAME(index, r.index);
+    EXPECT_SAME(b, r.b);
+    EXPECT_SAME(e, r.e);
+  }
+  double left = 0, right = 0;
+  EXPECT_EQ(customRange(&hx, 0, &left, &right, nullptr), 0);
+  EXPECT_EQ(left, 100.0);
+  EXPECT_EQ(right, 209.0);
+  zcintcReleaseRef(hx.cinfo);
+  EXPECT_EQ(esf::host::cached_interval_references(), 0);
+}
+
+// Without a cache entry the routines read the table directly and agree.
+TEST_F(CustomTest, DirectReadingAgreesWithTheCache) {
+  write_table("plain", "BEGIN,SEASON\n100,1\n200,2\n300,1\n");
+  use("(PLAIN=CUSTT.PLAIN)");
+  INTERVAL iv = parse("PLAIN");
+  INTERVALX ix{};
+  static_cast<INTERVAL&>(ix) = iv;
+  for (double x : {50.0, 100.0, 150.0, 299.0, 300.0, 1000.0}) {
+    SCOPED_TRACE(x);
+    double n1 = 0, b1 = 0, e1 = 0, s1 = 0, n2 = 0, b2 = 0, e2 = 0, s2 = 0;
+    const int rc1 = findIndexC(&ix, x, &n1, &b1, &e1, &s1);
+    const int rc2 = findIndex(&iv, x, &n2, &b2, &e2, &s2, nullptr);
+    EXPECT_EQ(rc1, rc2);
+    EXPECT_SAME(n1, n2);
+    EXPECT_SAME(b1, b2);
+    EXPECT_SAME(e1, e2);
+    EXPECT_SAME(s1, s2);
+  }
+  zcintcReleaseRef(ix.cinfo);
+  double b = 0, e = 0, s = 0;
+  EXPECT_EQ(customGetObs(&iv, mv('L'), &b, &e, &s, nullptr), 0);
+  EXPECT_EQ(b, 300.0);
+  EXPECT_SAME(e, mv('I'));
+  EXPECT_EQ(s, 1.0);
+}
+
+// ---- The command line -------------------------------------------------------------------
+
+TEST_F(CustomTest, CommandLineReadsTheOptionFromTheEnvironment) {
+  write_table("cal", "BEGIN,SEASON\n100,1\n200,2\n300,1\n");
+  const std::string run = "cd '" + dir_.string() + "' && ESF_OPTION_INTERVALDS='(mycal=cal)' '" ESF_CLI "' calendar ";
+  const std::string out = (dir_ / "out.txt").string();
+  const struct {
+    const char* query;
+    int exit_code;
+    const char* answer;
+  } cases[] = {
+      {"count MYCAL 150 1000", 0, "2\n"},
+      {"--raw advance mycal 150 1", 0, "200\n"},
+      {"count NOSUCH 150 1000", 1, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.query);
+    const int status = std::system((run + c.query + " > '" + out + "' 2>/dev/null").c_str());
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), c.exit_code);
+    std::ifstream in(out);
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(text, c.answer);
+  }
+}
+
+}  // namespace
