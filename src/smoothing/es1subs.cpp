@@ -55,7 +55,7 @@ struct Kernel {
 static_assert(es1::kManyWeights == pass::kManyWeights);
 
 // Simple smoothing for the side-by-side pass: one weight per lane.
-struct Lanes {
+struct Lanes : pass::LanePeaks {
   static constexpr bool kMissingSseIsMissing = true;
 
   double w[pass::kManyWeights];
@@ -72,6 +72,7 @@ struct Lanes {
   static void turn(int) noexcept {}
   bool unusable(int j) const noexcept { return std::fabs(w[j]) > kStateLimit; }
 };
+
 }  // namespace
 
 extern "C" {

@@ -67,15 +67,9 @@ struct Kernel : TrendedKernel {
 
 
 // Linear smoothing for the side-by-side pass: a weight pair per lane.
-struct Lanes {
-  // mse is sse / nobs even for a missing sse (only an observation that is
-  // missing but not flagged leads there).
-  static constexpr bool kMissingSseIsMissing = false;
-
+struct Lanes : TrendedLanes {
   double a[kManyWeights], g[kManyWeights], ka[kManyWeights], kg[kManyWeights];
-  double l[kManyWeights], tr[kManyWeights];
 
-  void skip(int j) noexcept { l[j] = l[j] + tr[j]; }
   double step(int j, double xt, double& peak) noexcept {
     const double lj = l[j];
     const double tj = tr[j];
@@ -86,12 +80,9 @@ struct Lanes {
     l[j] = clevel;
     return xhat;
   }
-  void turn(int j) noexcept {
-    l[j] = l[j] + tr[j];
-    tr[j] = -tr[j];
-  }
   bool unusable(int j) const noexcept { return weights_overflow(a[j], g[j]); }
 };
+
 }  // namespace
 
 extern "C" {
@@ -181,8 +172,7 @@ void es2::smooth_many(const double* x, const char* misflg, double xscale, long n
     lanes.g[j] = w[2 * j + 1];
     lanes.ka[j] = 1.0 - lanes.a[j];
     lanes.kg[j] = 1.0 - lanes.g[j];
-    lanes.l[j] = level;
-    lanes.tr[j] = trend;
   }
+  lanes.start(count, level, trend);
   pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
 }

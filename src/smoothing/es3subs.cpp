@@ -95,14 +95,9 @@ struct Kernel : TrendedKernel {
 
 
 // Damped-trend smoothing for the side-by-side pass: a weight triple per lane.
-struct Lanes {
-  // mse is sse / nobs even for a missing sse (only an observation that is
-  // missing but not flagged leads there).
-  static constexpr bool kMissingSseIsMissing = false;
-
+struct Lanes : TrendedLanes {
   double a[kManyWeights], g[kManyWeights], phi[kManyWeights];
   double ka[kManyWeights], kg[kManyWeights];
-  double l[kManyWeights], tr[kManyWeights];
 
   void skip(int j) noexcept {
     tr[j] = phi[j] * tr[j];
@@ -124,6 +119,7 @@ struct Lanes {
   }
   bool unusable(int j) const noexcept { return weights_overflow(a[j], g[j], phi[j]); }
 };
+
 }  // namespace
 
 double zes3cla(double wlevel, double wtrend, double wdamp, double se2,
@@ -227,8 +223,7 @@ void es3::smooth_many(const double* x, const char* misflg, double xscale, long n
     lanes.phi[j] = w[3 * j + 2];
     lanes.ka[j] = 1.0 - lanes.a[j];
     lanes.kg[j] = 1.0 - lanes.g[j];
-    lanes.l[j] = level;
-    lanes.tr[j] = trend;
   }
+  lanes.start(count, level, trend);
   pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
 }

@@ -65,15 +65,9 @@ struct Kernel : TrendedKernel {
 
 
 // Double smoothing for the side-by-side pass: one weight per lane.
-struct Lanes {
-  // mse is sse / nobs even for a missing sse (only an observation that is
-  // missing but not flagged leads there).
-  static constexpr bool kMissingSseIsMissing = false;
-
+struct Lanes : TrendedLanes {
   double w[kManyWeights], keep[kManyWeights];
-  double l[kManyWeights], tr[kManyWeights];
 
-  void skip(int j) noexcept { l[j] = l[j] + tr[j]; }
   double step(int j, double xt, double& peak) noexcept {
     const double lj = l[j];
     const double tj = tr[j];
@@ -84,12 +78,9 @@ struct Lanes {
     l[j] = clevel;
     return xhat;
   }
-  void turn(int j) noexcept {
-    l[j] = l[j] + tr[j];
-    tr[j] = -tr[j];
-  }
   bool unusable(int j) const noexcept { return weight_unusable(w[j]); }
 };
+
 }  // namespace
 
 extern "C" {
@@ -174,8 +165,7 @@ void esd::smooth_many(const double* x, const char* misflg, double xscale, long n
   for (int j = 0; j < count; ++j) {
     lanes.w[j] = w[j];
     lanes.keep[j] = 1.0 - w[j];
-    lanes.l[j] = level;
-    lanes.tr[j] = trend;
   }
+  lanes.start(count, level, trend);
   pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
 }

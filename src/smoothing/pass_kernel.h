@@ -37,7 +37,7 @@
 //
 // The side-by-side pass `smooth_many` (z..smo for up to kManyWeights weight
 // sets at once, for the grid of the estimation frame) takes a lanes record L
-// instead, with its weights and states in arrays indexed by lane:
+// instead, a LanePeaks with its weights and states in arrays indexed by lane:
 //
 //   void skip(int j);                  the missing step of lane j
 //   double step(int j, double x, double& peak) ;
@@ -282,6 +282,17 @@ inline int standard_errors(const double* xpxdiag, double mse, bool enough, const
 // Largest number of weight sets the side-by-side pass takes at once.
 inline constexpr int kManyWeights = 32;
 
+// The running sums of squares and the largest guarded values of every lane.
+// A lanes record derives from it, so that its weights, its states and these
+// stand in one record that one index walks, as whole vectors.
+struct alignas(64) LanePeaks {
+  double sse[kManyWeights];
+  double peak_state[kManyWeights];  // largest guarded |state| before an update
+  double peak_pred[kManyWeights];   // largest prediction
+  double peak_e[kManyWeights];      // largest |e|
+  double peak_sse[kManyWeights];    // largest sse before an addition
+};
+
 // z..smo for `count` lanes (count <= kManyWeights) loaded with their weights
 // and one start state, without the smoothed and row outputs: rc[j] and
 // mse[j] are what z..smo gives for lane j.
@@ -306,11 +317,11 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
     return;
   }
   const double upper = xscale * kRelativeLimit;
-  double sse[kManyWeights];
-  double peak_state[kManyWeights];  // largest guarded |state| before an update
-  double peak_pred[kManyWeights];   // largest prediction
-  double peak_e[kManyWeights];      // largest |e|
-  double peak_sse[kManyWeights];    // largest sse before an addition
+  double* sse = lanes.sse;
+  double* peak_state = lanes.peak_state;
+  double* peak_pred = lanes.peak_pred;
+  double* peak_e = lanes.peak_e;
+  double* peak_sse = lanes.peak_sse;
   for (int j = 0; j < count; ++j) {
     sse[j] = 0.0;
     peak_state[j] = 0.0;
@@ -319,6 +330,16 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
     peak_sse[j] = 0.0;
   }
 
+  // The update of lane j on observation xt with the largest state and
+  // prediction it has met; returns the prediction.
+  auto observe = [&](int j, double xt) {
+    double peak = 0.0;
+    const double xhat = lanes.step(j, xt, peak);
+    peak_state[j] = std::max(peak_state[j], peak);
+    peak_pred[j] = std::max(peak_pred[j], xhat);
+    return xhat;
+  };
+
   // The backcast.
   for (long t = n - 1; t >= 0; --t) {
     if (misflg[t]) {
@@ -326,12 +347,7 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
       continue;
     }
     const double xt = x[t];
-    for (int j = 0; j < count; ++j) {
-      double peak = 0.0;
-      const double xhat = lanes.step(j, xt, peak);
-      peak_state[j] = std::max(peak_state[j], peak);
-      peak_pred[j] = std::max(peak_pred[j], xhat);
-    }
+    for (int j = 0; j < count; ++j) observe(j, xt);
   }
   for (int j = 0; j < count; ++j) lanes.turn(j);
 
@@ -345,11 +361,7 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
     }
     const double xt = x[t];
     for (int j = 0; j < count; ++j) {
-      double peak = 0.0;
-      const double xhat = lanes.step(j, xt, peak);
-      peak_state[j] = std::max(peak_state[j], peak);
-      peak_pred[j] = std::max(peak_pred[j], xhat);
-      const double e = xhat - xt;
+      const double e = observe(j, xt) - xt;
       peak_e[j] = std::max(peak_e[j], std::fabs(e));
       peak_sse[j] = std::max(peak_sse[j], sse[j]);
       sse[j] += e * e;

@@ -110,4 +110,28 @@ struct TrendedKernel {
   }
 };
 
+// What the lanes records of the trended families share for the side-by-side
+// pass of pass_kernel.h: the state pair of every lane, one start state for
+// all, and the missing step and turn of the linear and double families (the
+// damped family has its own). mse is sse / nobs even for a missing sse (only
+// an observation that is missing but not flagged leads there).
+struct TrendedLanes : pass::LanePeaks {
+  static constexpr bool kMissingSseIsMissing = false;
+
+  double l[kManyWeights];
+  double tr[kManyWeights];
+
+  void start(int count, double level, double trend) noexcept {
+    for (int j = 0; j < count; ++j) {
+      l[j] = level;
+      tr[j] = trend;
+    }
+  }
+  void skip(int j) noexcept { l[j] = l[j] + tr[j]; }
+  void turn(int j) noexcept {
+    l[j] = l[j] + tr[j];
+    tr[j] = -tr[j];
+  }
+};
+
 }  // namespace trend
