@@ -567,6 +567,23 @@ TEST_F(CustomTest, DirectReadingAgreesWithTheCache) {
 
 // ---- The command line -------------------------------------------------------------------
 
+// An option the host program hasn't set comes from ESF_OPTION_<NAME>.
+TEST_F(CustomTest, UnsetOptionsComeFromTheEnvironment) {
+  esf::host::clear_option("INTERVALDS");
+  ::setenv("ESF_OPTION_INTERVALDS", "(envcal=custt.cal)", 1);
+  int len = 0;
+  const tchar* value = xoptcgt("IntervalDS", &len);
+  EXPECT_EQ(std::string(value, static_cast<size_t>(len)), "(envcal=custt.cal)");
+  esf::host::end_task();
+  char name[] = "ENVCAL";
+  EXPECT_EQ(getcustomname(name, 6), kIntCustom);
+  // A value the program sets comes first.
+  esf::host::set_option("INTERVALDS", "(other=custt.cal)");
+  value = xoptcgt("INTERVALDS", &len);
+  EXPECT_EQ(std::string(value, static_cast<size_t>(len)), "(other=custt.cal)");
+  ::unsetenv("ESF_OPTION_INTERVALDS");
+}
+
 TEST_F(CustomTest, CommandLineReadsTheOptionFromTheEnvironment) {
   write_table("cal", "BEGIN,SEASON\n100,1\n200,2\n300,1\n");
   const std::string run = "cd '" + dir_.string() + "' && ESF_OPTION_INTERVALDS='(mycal=cal)' '" ESF_CLI "' calendar ";

@@ -142,9 +142,11 @@ struct LiveCaches {
   std::vector<CINTCOBJ*> caches;
 };
 
+// Never destroyed: caches may be destroyed by slot destructors that run
+// when the process ends.
 LiveCaches& live_caches() {
-  static LiveCaches live;
-  return live;
+  static LiveCaches* live = new LiveCaches;
+  return *live;
 }
 
 CINTCobjh create_cache(CINTCexth /*exth*/, WRJnlh /*jnl*/) {

@@ -114,6 +114,8 @@ void clear_block(REB& reb) {
   for (rebslotid id : ids) wtrsdel(&reb, id);
 }
 
+void end_tasks_at_exit() { esf::host::internal::clear_task_slots(); }
+
 }  // namespace
 
 extern QKHANDLE esf_host_qkhandle;  // options.cpp
@@ -171,6 +173,10 @@ rctype xytnsl(rebid reb, int /*op*/, const tchar* name, int len, rebslotid sloti
 
 rctype wtrscrt(rebid reb, REBDTOR dtor, ptr value, rebslotid* slotid) {
   if (reb == nullptr || slotid == nullptr) return -1;
+  // The session ends with the process: its tasks' slots are deleted then,
+  // running their destructors, as end_task() does.
+  static const bool ends_at_exit = std::atexit(end_tasks_at_exit) == 0;
+  (void)ends_at_exit;
   std::lock_guard lock(reb->mutex);
   const rebslotid id = reb->next++;
   reb->slots[id] = REB::Slot{value, dtor};
