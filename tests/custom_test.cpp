@@ -361,25 +361,34 @@ struct Walk {
   }
 };
 
+// The same periods written twice: BEGIN alone, and BEGIN with END, where
+// the period after the last row begins the day after its END.
 TEST_F(CustomTest, CountsAndAdvancesAsTheTableWalks) {
   Walk w;
   std::mt19937 gen(20260101);
   std::uniform_int_distribution<int> length(20, 40);
-  std::string csv = "BEGIN:DATE9.,SEASON\n";
   double d = 21915;  // 2020-01-01
   for (int r = 0; r < 30; ++r) {
     w.begin.push_back(d);
-    w.season.push_back(r % 12 + 1);
-    csv += std::to_string(static_cast<long>(d)) + "," + std::to_string(r % 12 + 1) + "\n";
     d += length(gen);
   }
-  write_table("fisc", csv);
-  use("(FISC=CUSTT.FISC)");
+  std::string plain = "BEGIN:DATE9.\n";
+  std::string ended = "BEGIN,END\n";
+  for (size_t r = 0; r < w.begin.size(); ++r) {
+    plain += std::to_string(static_cast<long>(w.begin[r])) + "\n";
+    if (r + 1 < w.begin.size()) {
+      ended += std::to_string(static_cast<long>(w.begin[r])) + "," + std::to_string(static_cast<long>(w.begin[r + 1] - 1)) + "\n";
+    }
+  }
+  write_table("fisc", plain);
+  write_table("fise", ended);
+  use("(FISC=CUSTT.FISC FISE=CUSTT.FISE)");
 
   const struct {
     const char* name;
     long m, s;
-  } intervals[] = {{"FISC", 1, 0}, {"FISC2", 2, 0}, {"FISC3.2", 3, 1}, {"fisc4.4", 4, 3}};
+  } intervals[] = {{"FISC", 1, 0}, {"FISC2", 2, 0}, {"FISC3.2", 3, 1}, {"fisc4.4", 4, 3},
+                   {"FISE", 1, 0}, {"FISE2", 2, 0}, {"fise3.3", 3, 2}, {"FISE5.2", 5, 1}};
   const double lo = w.begin.front() - 45;
   const double hi = w.begin.back() + 45;
   for (const auto& iv_case : intervals) {
@@ -393,11 +402,20 @@ TEST_F(CustomTest, CountsAndAdvancesAsTheTableWalks) {
       }
       for (double n = -3; n <= 3; ++n) {
         const long k = gx + static_cast<long>(n);
-        EXPECT_SAME(zintnx2(&iv, x, n), w.begin_of(k, m, s));
-        char align_e[] = "E";
-        char align_b[] = "BEGIN";
-        EXPECT_SAME(zintnx3(&iv, x, n, align_e, nullptr), w.end_of(k, m, s));
-        EXPECT_SAME(zintnx3(&iv, x, n, align_b, nullptr), w.begin_of(k, m, s));
+        const double b = w.begin_of(k, m, s);
+        const double e = w.end_of(k, m, s);
+        double middle = esf::is_missing(e) ? e : std::floor((b + e) / 2);
+        if (esf::is_missing(b)) middle = kDot;
+        const struct {
+          const char* align;
+          double want;
+        } alignments[] = {{"B", b}, {"BEGIN", b}, {"E", e}, {"M", middle}, {"S", b}};
+        EXPECT_SAME(zintnx2(&iv, x, n), b);
+        for (const auto& a : alignments) {
+          char align[8] = {};
+          std::strcpy(align, a.align);
+          EXPECT_SAME(zintnx3(&iv, x, n, align, nullptr), a.want) << a.align << " " << x << " " << n;
+        }
       }
     }
     // The ends of the table count and move like dates.
