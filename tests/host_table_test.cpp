@@ -268,7 +268,8 @@ class HostInputTable : public HostTable {
 };
 
 TEST_F(HostInputTable, RowsAreReadIntoBoundBuffers) {
-  std::ofstream(dir_ / "cal.csv") << "begin:DATE9.,Season\n100,1\n200,.\n\n300,.C\n";
+  // Numbers, an ISO date (day 200) and an ISO datetime (second 300).
+  std::ofstream(dir_ / "cal.csv") << "begin:DATE9.,Season\n100,1\n1960-07-19,.\n\n1960-01-01T00:05:00,.C\n";
   XO_PARMS xoparm;
   ASSERT_EQ(open_input("CAL", &xoparm), 0);
   long nobs = 0;
@@ -342,6 +343,9 @@ TEST_F(HostInputTable, BadDataNamesFileLineAndField) {
   const Case cases[] = {
       {"BEGIN,END\n1,2\n3,x4\n", "line 3, field 2 (END): \"x4\" is not a number"},
       {"BEGIN,END\n1,2,3\n", "line 2: 3 fields where the header has 2"},
+      {"BEGIN\n2020-02-30\n", "line 2, field 1 (BEGIN): \"2020-02-30\" is not a number or an ISO date"},
+      {"BEGIN\n2020-01-06T24:00:00\n", "is not a number or an ISO date"},
+      {"BEGIN\n2020-01-06x\n", "is not a number or an ISO date"},
       {"BEGIN,2ND\n1,2\n", "line 1, field 2"},
       {"", "line 1: the header line is missing"},
   };

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -26,6 +27,7 @@
 #include <fmt/format.h>
 
 #include "host/host.h"
+#include "host/host_dates.h"
 #include "host/host_internal.h"
 
 namespace fs = std::filesystem;
@@ -162,6 +164,27 @@ std::vector<std::string> split_csv(const std::string& line) {
 
 // A field as a number: empty or "." is the ordinary missing value, ".A" to
 // ".Z" and "._" the special ones.
+// An ISO date "2020-01-06" as a date value, or an ISO datetime
+// "2020-01-06T10:15:00" as a datetime value; false for any other text and
+// for a date that does not exist.
+bool parse_iso_time(const std::string& s, double* out) {
+  int y = 0, m = 0, d = 0, hh = 0, mm = 0, ss = 0, used = 0;
+  if (std::sscanf(s.c_str(), "%5d-%2d-%2d%n", &y, &m, &d, &used) != 3) return false;
+  const double day = ziddmdy(m, d, y);
+  if (is_missing(day)) return false;
+  if (static_cast<std::size_t>(used) == s.size()) {
+    *out = day;
+    return true;
+  }
+  int rest = 0;
+  if (std::sscanf(s.c_str() + used, "T%2d:%2d:%2d%n", &hh, &mm, &ss, &rest) != 3 ||
+      static_cast<std::size_t>(used + rest) != s.size() || hh > 23 || mm > 59 || ss > 59 || hh < 0 || mm < 0 ||
+      ss < 0)
+    return false;
+  *out = day * 86400.0 + hh * 3600.0 + mm * 60.0 + ss;
+  return true;
+}
+
 bool parse_value(const std::string& raw, double* out) {
   const std::string s = trim(raw);
   if (s.empty()) {
@@ -169,6 +192,7 @@ bool parse_value(const std::string& raw, double* out) {
     return true;
   }
   if (s[0] == '.' && missing_from_name(s, out)) return true;
+  if (parse_iso_time(s, out)) return true;
   errno = 0;
   char* end = nullptr;
   const double v = std::strtod(s.c_str(), &end);
@@ -236,7 +260,7 @@ int read_table(Table& t, const fs::path& path) {
     std::vector<double> row(fields.size());
     for (std::size_t j = 0; j < fields.size(); ++j) {
       if (!parse_value(fields[j], &row[j]))
-        return fail(kTableBadData, fmt::format("{}: line {}, field {} ({}): \"{}\" is not a number", path.string(), lineno,
+        return fail(kTableBadData, fmt::format("{}: line {}, field {} ({}): \"{}\" is not a number or an ISO date", path.string(), lineno,
                                                j + 1, t.names[j], trim(fields[j])));
     }
     t.rows.push_back(std::move(row));
