@@ -1,6 +1,8 @@
-// The whole-series passes of the smoothing kernels without seasons, written
+// The whole-series routines of the smoothing kernels without seasons, written
 // once for the simple, linear, double and damped families: the backcast, the
-// forward pass of z..smo and the prediction pass of z..prd.
+// forward pass of z..smo, the prediction pass of z..prd, the side-by-side
+// pass of the grid, and the numeric derivatives (z..npd) and standard errors
+// (z..std) built on them.
 //
 // A family comes in as a small kernel record K, built from its weights and
 // the scale of the series, which holds:
@@ -40,7 +42,7 @@
 // instead, a LanePeaks with its weights and states in arrays indexed by lane:
 //
 //   void skip(int j);                  the missing step of lane j
-//   double step(int j, double x, double& peak) ;
+//   double step(int j, double x, double& peak);
 //                                      the update of lane j; returns the
 //                                      prediction and sets `peak` to the
 //                                      largest absolute value of the states
