@@ -324,8 +324,8 @@ struct YearDay {
 
 // A week belongs to the ISO year that holds its Thursday.
 [[gnu::always_inline]] constexpr IsoWeekDate iso_week_from_days(DayNumber x) noexcept {
-  const int day = iso_weekday(x);
   if (x >= kFastFirstDay + 7 && x <= kFastLastDay - 7) [[likely]] {
+    const int day = fast_mod7(x, 4) + 1;
     // The day's own year and the weekday don't wait for each other; the
     // Thursday of the week lies day_of_year - day + 3 days into the year,
     // and only a week that begins or ends in another year (weeks 1, 52 and
@@ -338,6 +338,7 @@ struct YearDay {
     const YearDay td = year_day_fast(x - day + 4);
     return {td.year, static_cast<int>(div7_small(td.day_of_year)) + 1, day};
   }
+  const int day = iso_weekday(x);
   const DayNumber thursday = x - day + 4;
   const std::int64_t year = civil_from_days(thursday).year;
   const DayNumber jan1 = days_from_civil(year, 1, 1);

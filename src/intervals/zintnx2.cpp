@@ -88,6 +88,12 @@ double isobase(int code, DayNumber date, std::int64_t n, std::int64_t f, std::in
     return esf::kMissing;
   }
   const calendar::IsoWeekDate iso = calendar::iso_week_from_days(date);
+  if (f == 1 && s == 0) {
+    // Plain YEARV: the first Monday of the ISO year n years on.
+    const std::int64_t target = iso.year + n;  // |n| is at most 2^53
+    if (target < kFirstIsoYear || target > kLastIsoYear) return esf::kMissing;
+    return static_cast<double>(calendar::iso_week1_monday(target));
+  }
   // Place of the year in its cycle, and the shift in whole years and weeks;
   // plain YEARV (f = 1, s = 0) needs no division.
   const std::int64_t r = f == 1 ? 0 : calendar::floormod(iso.year - 1960, f);
