@@ -14,6 +14,7 @@
 #include "primitives/primitives.h"
 #include "smoothing/frame_limits.h"
 #include "smoothing/pass_kernel.h"
+#include "smoothing/trend_kernel.h"
 
 using namespace smoothing;
 
@@ -96,10 +97,9 @@ int zes1smo(double* x, char* misflg, double xscale, long n, double wlevel, doubl
 
 int zes1svi(double* x, char* misflg, long n, int /*stflg*/, double* level) {
   if (n < 1) return kTooFew;
-  long t = n - 1;
-  while (t > 0 && misflg[t]) --t;
   // Ending at 0 fails even when observation 0 is present: the backward pass
   // needs something to run over.
+  const long t = trend::last_usable(misflg, n);
   if (t == 0) return kTooFew;
   *level = x[t];
   return kOk;

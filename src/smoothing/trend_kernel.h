@@ -1,6 +1,7 @@
 // Helpers shared by the kernels of the trended families (linear, double and
 // damped trend): the guards of every smoothing kernel, the start values of
-// the backward pass, the state pair of the whole-series passes and the
+// the backward pass (whose walk to the last usable observation the simple
+// family shares), the state pair of the whole-series passes and the
 // side-by-side grid evaluation.
 #pragma once
 
