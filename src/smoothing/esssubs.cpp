@@ -1,13 +1,10 @@
 // Kernel of seasonal exponential smoothing.  See esssubs.h for the
-// recursions.
-//
-// zesssmo runs once for every grid candidate and twice for every numeric
-// derivative, so its loops call the inline body of zesspnt rather than the
-// exported routine; both give the same bits.
+// recursions.  The whole-series passes are those of pass_kernel.h, run with
+// the kernel records below; their steps call the inline body of zesspnt
+// rather than the exported routine, and both give the same bits.
 #include "smoothing/esssubs.h"
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 #include <cstring>
 
@@ -15,6 +12,7 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "regression/regression.h"
+#include "smoothing/pass_kernel.h"
 
 using namespace smoothing;
 
@@ -26,25 +24,83 @@ constexpr double kCentreThreshold = 1.1368683772161608e-13;
 // Margin of the stability region (2^-53).
 constexpr double kStableMargin = 1.110223024625157e-16;
 
-int divide(double num, double den, double* quo) { return guarded_divide(num, den, quo); }
+using pass::kManyWeights;
 
 bool weights_overflow(double wlevel, double wseason) {
   return std::fabs(wlevel) > kStateLimit || std::fabs(wseason) > kStateLimit;
 }
 
-// The backward pass: from observation n-1 down to 0, skipping missing ones,
-// with the guards of zesspnt.  No error is accumulated.
-int backward(const double* x, const char* misflg, double xscale, long n, double wlevel,
-             double wseason, double* level, double* sfactor, const int* scodes) {
-  double xhat = 0.0;
-  double e = 0.0;
-  for (long t = n - 1; t >= 0; --t) {
-    if (misflg[t]) continue;
-    const int rc = ess::point(x[t], xscale, wlevel, wseason, level, sfactor, scodes[t], &xhat, &e);
-    if (rc != kOk) return rc;
+// Seasonal smoothing for the passes of pass_kernel.h. The state is the level
+// and the factors, turned to the season of the step. The backcast steps over
+// a missing observation and does not turn round; the forecasts run on from
+// the season of the last observation (from season 0 when there is none).
+struct Kernel {
+  struct State {
+    double level;
+    double* sfactor;
+    int code;
+  };
+  static constexpr int kStates = 2;
+  static constexpr long kParms = 2;
+  static constexpr bool kMissingRepeatsPrediction = false;
+
+  double xscale;
+  double wlevel;
+  double wseason;
+  int nseasons;
+  const int* scodes;
+
+  bool unusable() const noexcept { return weights_overflow(wlevel, wseason); }
+  void at(State& s, long t) const noexcept { s.code = t >= 0 ? scodes[t] : -1; }
+  int update(double x, State& s, double& xhat, double& e) const noexcept {
+    return ess::point(x, xscale, wlevel, wseason, &s.level, s.sfactor, s.code, &xhat, &e);
   }
-  return kOk;
-}
+  // A missing observation leaves the state alone; its prediction is the
+  // level and the factor of its season.
+  static void skip(const State& s, double& xhat) noexcept { xhat = s.level + s.sfactor[s.code]; }
+  static void turn(State&) noexcept {}
+  static void put(const State& s, double* cols) noexcept {
+    cols[0] = s.level;
+    cols[1] = s.sfactor[s.code];
+  }
+  double variance(double base, long k) const noexcept {
+    return base * ess::variance_multiplier(wlevel, wseason, nseasons, k);
+  }
+  double forecast(State& s, long /*k*/, double* cols) const noexcept {
+    if (++s.code >= nseasons) s.code = 0;
+    put(s, cols);
+    return s.level + s.sfactor[s.code];
+  }
+};
+
+// Seasonal smoothing for the side-by-side pass: a weight pair per lane, the
+// factors of every lane side by side (factor s of lane j at
+// work[s * count + j]).
+struct Lanes : pass::LanePeaks {
+  static constexpr bool kMissingSseIsMissing = true;
+
+  double wl[kManyWeights], ws[kManyWeights], keep_l[kManyWeights], keep_s[kManyWeights];
+  double l[kManyWeights];
+  double* work;
+  double* f;  // the factors of the season of the observation
+  const int* scodes;
+  int count;
+
+  void at(long t) noexcept { f = work + static_cast<long>(scodes[t]) * count; }
+  static void skip(int) noexcept {}
+  static void turn(int) noexcept {}
+  double step(int j, double xt, double& peak) noexcept {
+    const double lj = l[j];
+    const double fj = f[j];
+    peak = std::max(std::fabs(lj), std::fabs(fj));
+    const double xhat = lj + fj;
+    const double cl = (xt - fj) * wl[j] + lj * keep_l[j];
+    f[j] = (xt - cl) * ws[j] + fj * keep_s[j];
+    l[j] = cl;
+    return xhat;
+  }
+  bool unusable(int j) const noexcept { return weights_overflow(wl[j], ws[j]); }
+};
 
 // Mean of n doubles, summed in order.
 double mean_of(const double* v, int n) {
@@ -69,47 +125,14 @@ int zessdpd(double x, double wlevel, double wseason, double llevel, double cleve
                                dervec);
 }
 
-int zesssmo(double* x, char* misflg, double xscale, long n, int /*nseasons*/, double wlevel,
+int zesssmo(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
             double wseason, double* level, double* sfactor, int* scodes, double* mse,
             double* smoothed, double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (weights_overflow(wlevel, wseason)) return kOverflow;
-
-  int rc = backward(x, misflg, xscale, n, wlevel, wseason, level, sfactor, scodes);
-  if (rc != kOk) return rc;
-
-  double sse = 0.0;
-  long nmiss = 0;
-  for (long t = 0; t < n; ++t) {
-    const int s = scodes[t];
-    double xhat;
-    double e;
-    if (misflg[t]) {
-      ++nmiss;
-      xhat = *level + sfactor[s];
-      e = kMissing;
-    } else {
-      rc = ess::point(x[t], xscale, wlevel, wseason, level, sfactor, s, &xhat, &e);
-      if (rc != kOk) return rc;
-      if (std::fabs(e) > kErrorLimit || sse > kSseLimit) return kOverflow;
-      sse += e * e;
-    }
-    if (smoothed) smoothed[t] = xhat;
-    if (strptr) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = e;
-      strptr[3] = *level;
-      strptr[4] = sfactor[s];
-      strptr += 5;
-    }
-  }
-
-  const long nobs = n - nmiss;
-  if (nobs < 1) return kTooFew;
-  *mse = esf::is_missing(sse) ? kMissing : sse / static_cast<double>(nobs);
-  return kOk;
+  Kernel::State s{*level, sfactor, -1};
+  const int rc = pass::smooth(Kernel{xscale, wlevel, wseason, nseasons, scodes}, x, misflg, n, s,
+                              mse, smoothed, strptr);
+  *level = s.level;
+  return rc;
 }
 
 int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg,
@@ -168,76 +191,11 @@ int zessstb(int nseasons, double wlevel, double wseason) {
 int zessprd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
             double wseason, double* level, double* sfactor, int* scodes, long start, long end,
             long lead, double se2, double siglev, int startflg, double* mse, double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (weights_overflow(wlevel, wseason)) return kOverflow;
-
-  const double std_fit = (esf::is_missing(se2) || se2 <= kTiny) ? 0.0 : std::sqrt(se2);
-  const double z = zprobit(1.0 - siglev * 0.5);
-  // One half-width for every observation row, whatever se2 holds.
-  const double delta = z * std::sqrt(se2);
-
-  int rc;
-  if (startflg == 0) {
-    rc = backward(x, misflg, xscale, n, wlevel, wseason, level, sfactor, scodes);
-    if (rc != kOk) return rc;
-  }
-
-  double sse = 0.0;
-  long nmiss = 0;
-  for (long t = 0; t <= end; ++t) {
-    const int s = scodes[t];
-    double xhat;
-    double e;
-    if (misflg[t]) {
-      ++nmiss;
-      xhat = *level + sfactor[s];
-      e = kMissing;
-    } else {
-      rc = ess::point(x[t], xscale, wlevel, wseason, level, sfactor, s, &xhat, &e);
-      if (rc != kOk) return rc;
-      sse += e * e;
-    }
-    if (strptr && t >= start) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = xhat + delta;
-      strptr[3] = xhat - delta;
-      strptr[4] = e;
-      strptr[5] = std_fit;
-      strptr[6] = *level;
-      strptr[7] = sfactor[s];
-      strptr += 8;
-    }
-  }
-
-  // n is the argument and nmiss counts over 0..end, which may run past n.
-  const long nobs = n - nmiss;
-  if (nobs < 1) return kTooFew;
-  *mse = nobs > 2 ? sse / static_cast<double>(nobs - 2) : sse;
-
-  // Only the forecast rows fall back on the pass's own error variance.
-  const double base = (esf::is_missing(se2) || se2 <= 0.0) ? *mse : se2;
-  int s = end >= 0 ? scodes[end] : -1;
-  for (long k = 1; k <= lead; ++k) {
-    if (++s >= nseasons) s = 0;
-    const double xhat = *level + sfactor[s];
-    const double var = base * ess::variance_multiplier(wlevel, wseason, nseasons, k);
-    const double sd = std::sqrt(var);
-    const double hw = z * sd;
-    if (strptr) {
-      strptr[0] = kMissing;
-      strptr[1] = xhat;
-      strptr[2] = xhat + hw;
-      strptr[3] = xhat - hw;
-      strptr[4] = kMissing;
-      strptr[5] = sd;
-      strptr[6] = *level;
-      strptr[7] = sfactor[s];
-      strptr += 8;
-    }
-  }
-  return kOk;
+  Kernel::State s{*level, sfactor, -1};
+  const int rc = pass::predict(Kernel{xscale, wlevel, wseason, nseasons, scodes}, x, misflg, n, s,
+                               start, end, lead, se2, siglev, startflg, mse, strptr);
+  *level = s.level;
+  return rc;
 }
 
 int zesspsi(double wlevel, double wseason, int nseasons, long npsi, double* psi) {
@@ -256,58 +214,21 @@ int zessnpd(double* x, char* misflg, double xscale, long n, int nseasons, double
   const long bytes = static_cast<long>(nseasons) * 8;
   double* work = static_cast<double*>(host_alloc(bytes, VM_NUMBERS));
   if (work == nullptr) return kNoMemory;
-  int rc = kOk;
-  for (int i = 0; i < 2; ++i) {
-    const double w = i == 0 ? wlevel : wseason;
-    const double delta = deltas[i];
-    double w1;
-    double w2;
-    double divisor;
-    if (wkflag == 1 && std::fabs(w) > kTiny) {
-      w1 = (1.0 + delta) * w;
-      w2 = (1.0 - delta) * w;
-      divisor = delta * 2.0 * w;
-    } else {
-      w1 = w + delta;
-      w2 = w - delta;
-      divisor = delta * 2.0;
-    }
-    double run1[2] = {wlevel, wseason};
-    double run2[2] = {wlevel, wseason};
-    run1[i] = w1;
-    run2[i] = w2;
-    double mse1 = kMissing;
-    double mse2 = kMissing;
-    double l1 = level;
-    double l2 = level;
-    std::memcpy(work, sfactor, static_cast<size_t>(bytes));
-    const int rc1 = zesssmo(x, misflg, xscale, n, nseasons, run1[0], run1[1], &l1, work, scodes,
-                            &mse1, nullptr, nullptr);
-    std::memcpy(work, sfactor, static_cast<size_t>(bytes));
-    const int rc2 = zesssmo(x, misflg, xscale, n, nseasons, run2[0], run2[1], &l2, work, scodes,
-                            &mse2, nullptr, nullptr);
-    if (rc1 + rc2 < 0 || delta < kTiny) {
-      rc = kGuardedDivision;
-      continue;
-    }
-    rc = divide(mse1 - mse2, divisor, &pder[i]);
-  }
+  const double w[2] = {wlevel, wseason};
+  const int rc =
+      pass::central_differences<2>(w, deltas, wkflag, pder, [&](const double* v, double* mse) {
+        double l = level;
+        std::memcpy(work, sfactor, static_cast<size_t>(bytes));
+        return zesssmo(x, misflg, xscale, n, nseasons, v[0], v[1], &l, work, scodes, mse, nullptr,
+                       nullptr);
+      });
   host_free(work);
   return rc;
 }
 
 int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
             double* tvals) {
-  for (int j = 0; j < 2; ++j) {
-    if (nobs < 3) {
-      stderr[j] = kMissing;
-      tvals[j] = kMissing;
-    } else {
-      stderr[j] = std::sqrt(std::fabs(xpxdiag[j]) * mse);
-      divide(parms[j], stderr[j], &tvals[j]);
-    }
-  }
-  return kOk;
+  return pass::standard_errors<2>(xpxdiag, mse, nobs >= 3, parms, stderr, tvals);
 }
 
 }  // extern "C"
@@ -315,88 +236,20 @@ int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stder
 void ess::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
                       const double* w, int count, double level, const double* sfactor,
                       const int* scodes, double* work, int* rc, double* mse) {
+  Lanes lanes;
   for (int j = 0; j < count; ++j) {
-    rc[j] = kOk;
-    mse[j] = kMissing;
+    lanes.wl[j] = w[2 * j];
+    lanes.ws[j] = w[2 * j + 1];
+    lanes.keep_l[j] = 1.0 - lanes.wl[j];
+    lanes.keep_s[j] = 1.0 - lanes.ws[j];
+    lanes.l[j] = level;
   }
-  if (n < 1) {
-    for (int j = 0; j < count; ++j) rc[j] = kTooFew;
-    return;
-  }
-  // The guards are not tested one observation at a time.  The largest value
-  // of each guarded quantity is kept and compared with its limit at the end:
-  // a guard trips at some observation exactly when the largest value over
-  // the observations checked passes the limit, and the running sse, which
-  // never falls, passes its limit before some addition exactly when its
-  // largest value before an addition does.  Until a guard trips every value
-  // is finite; after it the pair has failed whatever follows.
-  const double upper = xscale * kRelativeLimit;
-  double wl[kManyPairs], ws[kManyPairs], keep_l[kManyPairs], keep_s[kManyPairs];
-  double l[kManyPairs], sse[kManyPairs];
-  double peak_state[kManyPairs];  // largest |level| or |factor| before an update
-  double peak_xhat[kManyPairs];   // largest prediction
-  double peak_e[kManyPairs];      // largest |e|
-  double peak_sse[kManyPairs];    // largest sse before an addition
-  for (int j = 0; j < count; ++j) {
-    wl[j] = w[2 * j];
-    ws[j] = w[2 * j + 1];
-    keep_l[j] = 1.0 - wl[j];
-    keep_s[j] = 1.0 - ws[j];
-    l[j] = level;
-    sse[j] = 0.0;
-    peak_state[j] = 0.0;
-    peak_xhat[j] = -DBL_MAX;
-    peak_e[j] = 0.0;
-    peak_sse[j] = 0.0;
-  }
-  // Factor s of pair j is work[s * count + j].
   for (int s = 0; s < nseasons; ++s) {
     for (int j = 0; j < count; ++j) work[s * count + j] = sfactor[s];
   }
-
-  auto update = [&](long t, bool forward) {
-    const double xt = x[t];
-    double* f = work + static_cast<long>(scodes[t]) * count;
-    for (int j = 0; j < count; ++j) {
-      const double lj = l[j];
-      const double fj = f[j];
-      peak_state[j] = std::max(peak_state[j], std::max(std::fabs(lj), std::fabs(fj)));
-      const double xhat = lj + fj;
-      peak_xhat[j] = std::max(peak_xhat[j], xhat);
-      const double cl = (xt - fj) * wl[j] + lj * keep_l[j];
-      f[j] = (xt - cl) * ws[j] + fj * keep_s[j];
-      l[j] = cl;
-      if (forward) {
-        const double e = xhat - xt;
-        peak_e[j] = std::max(peak_e[j], std::fabs(e));
-        peak_sse[j] = std::max(peak_sse[j], sse[j]);
-        sse[j] += e * e;
-      }
-    }
-  };
-  for (long t = n - 1; t >= 0; --t) {
-    if (!misflg[t]) update(t, false);
-  }
-  long nmiss = 0;
-  for (long t = 0; t < n; ++t) {
-    if (misflg[t]) {
-      ++nmiss;
-    } else {
-      update(t, true);
-    }
-  }
-
-  const long nobs = n - nmiss;
-  for (int j = 0; j < count; ++j) {
-    const bool failed = std::fabs(wl[j]) > kStateLimit || std::fabs(ws[j]) > kStateLimit ||
-                        peak_state[j] > kStateLimit || peak_xhat[j] > upper ||
-                        peak_e[j] > kErrorLimit || peak_sse[j] > kSseLimit;
-    if (failed) {
-      rc[j] = kOverflow;
-    } else if (nobs < 1) {
-      rc[j] = kTooFew;
-    } else {
-      mse[j] = esf::is_missing(sse[j]) ? kMissing : sse[j] / static_cast<double>(nobs);
-    }
-  }
+  lanes.work = work;
+  lanes.f = work;
+  lanes.scodes = scodes;
+  lanes.count = count;
+  pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
 }

@@ -34,6 +34,24 @@
 //                                      ... on a copy of the end state): the
 //                                      forecast, and its state columns
 //
+// A seasonal kernel, whose state holds the factors and the season of the
+// step, also has
+//
+//   void at(State&, long t) const;     the state turns to the season of
+//                                      observation t before each step, and
+//                                      of observation `end` (t < 0: before
+//                                      the first) before the forecasts
+//
+// and a kernel whose forecast variance can fail (a ratio of factors) has
+//
+//   bool variance(const State&, double base, long k, double& var) const;
+//                                      false: var holds what the failed step
+//                                      left, and the row keeps the previous
+//                                      row's half-width
+//
+// in place of variance(base, k); its standard error is var itself when var
+// is missing.
+//
 // The arithmetic of every step is the family's own; these templates fix only
 // the order of the steps, the guards around them and the rows they write.
 //
@@ -49,6 +67,8 @@
 //                                      the update guards (before it)
 //   void turn(int j);
 //   bool unusable(int j) const;        the weight guard of lane j
+//   void at(long t);                   seasonal lanes only: turn every lane
+//                                      to the season of observation t
 //   static constexpr bool kMissingSseIsMissing;
 //                                      a missing sum of squares gives the
 //                                      ordinary missing value as mse (simple
@@ -59,6 +79,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <concepts>
 
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
@@ -75,6 +96,21 @@ using smoothing::kStateLimit;
 using smoothing::kSseLimit;
 using smoothing::kTiny;
 using smoothing::kTooFew;
+
+template <class K>
+concept Seasonal = requires(const K& k, typename K::State& s, long t) { k.at(s, t); };
+
+template <class K>
+concept FallibleVariance = requires(const K& k, const typename K::State& s, double base, long j,
+                                    double& var) {
+  { k.variance(s, base, j, var) } -> std::same_as<bool>;
+};
+
+// Turns the state of a seasonal kernel to the season of observation t.
+template <class K>
+inline void at(const K& k, typename K::State& s, long t) noexcept {
+  if constexpr (Seasonal<K>) k.at(s, t);
+}
 
 // The first six doubles of a row of z..prd: the observation, the prediction,
 // its limits at half-width hw, the error and the standard error.
@@ -96,6 +132,7 @@ inline int backcast(const K& k, const double* x, const char* misflg, long n,
   double xhat = 0.0;
   double e = 0.0;
   for (long t = n - 1; t >= 0; --t) {
+    at(k, s, t);
     if (misflg[t]) {
       k.skip(s, xhat);
       continue;
@@ -120,12 +157,14 @@ inline int forward(const K& k, const double* x, const char* misflg, long n,
   double xhat = kMissing;
   for (long t = 0; t < n; ++t) {
     double e = kMissing;
+    at(k, s, t);
     if (misflg[t]) {
       if constexpr (!K::kMissingRepeatsPrediction) k.skip(s, xhat);
       ++nmiss;
     } else {
       const int rc = k.update(x[t], s, xhat, e);
-      if (rc != kOk || std::fabs(e) > kErrorLimit || sse > kSseLimit) return kOverflow;
+      if (rc != kOk) return rc;
+      if (std::fabs(e) > kErrorLimit || sse > kSseLimit) return kOverflow;
       sse += e * e;
     }
     if (smoothed) smoothed[t] = xhat;
@@ -190,6 +229,7 @@ inline int predict(const K& k, const double* x, const char* misflg, long n,
   for (long t = 0; t <= end; ++t) {
     double xhat = 0.0;
     double e = kMissing;
+    at(k, s, t);
     if (misflg[t]) {
       k.skip(s, xhat);
       ++nmiss;
@@ -212,10 +252,20 @@ inline int predict(const K& k, const double* x, const char* misflg, long n,
   if (!strptr) return kOk;
   const double base = (esf::is_missing(se2) || se2 <= 0.0) ? *mse : se2;
   typename K::State f = s;
+  at(k, f, end);
+  double hw = limit;
   for (long j = 1; j <= lead; ++j) {
     const double fc = k.forecast(f, j, strptr + 6);
-    const double sd = std::sqrt(k.variance(base, j));
-    put_row(strptr, kMissing, fc, z * sd, kMissing, sd);
+    double sd = 0.0;
+    if constexpr (FallibleVariance<K>) {
+      double var = 0.0;
+      if (k.variance(f, base, j, var)) hw = z * std::sqrt(var);
+      sd = esf::is_missing(var) ? var : std::sqrt(var);
+    } else {
+      sd = std::sqrt(k.variance(base, j));
+      hw = z * sd;
+    }
+    put_row(strptr, kMissing, fc, hw, kMissing, sd);
     strptr += 6 + K::kStates;
   }
   return kOk;
@@ -342,6 +392,11 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
     return xhat;
   };
 
+  // Seasonal lanes turn to the season of observation t before its updates.
+  auto at_observation = [&](long t) {
+    if constexpr (requires { lanes.at(t); }) lanes.at(t);
+  };
+
   // The backcast.
   for (long t = n - 1; t >= 0; --t) {
     if (misflg[t]) {
@@ -349,6 +404,7 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
       continue;
     }
     const double xt = x[t];
+    at_observation(t);
     for (int j = 0; j < count; ++j) observe(j, xt);
   }
   for (int j = 0; j < count; ++j) lanes.turn(j);
@@ -362,6 +418,7 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
       continue;
     }
     const double xt = x[t];
+    at_observation(t);
     for (int j = 0; j < count; ++j) {
       const double e = observe(j, xt) - xt;
       peak_e[j] = std::max(peak_e[j], std::fabs(e));
