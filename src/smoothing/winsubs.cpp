@@ -7,6 +7,8 @@
 // first observation, turns round (one more trend step back, the trend then
 // runs forward in time) and runs forward; only the forward pass counts
 // errors.  The factors are indexed by the season code of each observation.
+// The whole-series passes are those of pass_kernel.h, run with the kernel
+// record below.
 #include "smoothing/winsubs.h"
 
 #include <cmath>
@@ -16,6 +18,7 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "regression/regression.h"
+#include "smoothing/pass_kernel.h"
 
 namespace {
 
@@ -32,28 +35,6 @@ int divide(double num, double den, double* quo) { return guarded_divide(num, den
 bool weights_overflow(double wlevel, double wtrend, double wseason) {
   return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit ||
          std::fabs(wseason) > kStateLimit;
-}
-
-// Backward pass from the state at the end of the series, then the reversal
-// that leaves the state before observation 0 with the trend running forward.
-int backcast(const double* x, const char* misflg, double xscale, long n, int additive,
-             double wlevel, double wtrend, double wseason, double& level, double& trend,
-             double* sfactor, const int* scodes) {
-  double xhat = 0.0;
-  double e = 0.0;
-  for (long t = n - 1; t >= 0; --t) {
-    const int s = scodes[t];
-    if (misflg[t]) {
-      win::missing_step(additive, &level, trend, sfactor[s]);
-      continue;
-    }
-    const int rc = win::point(x[t], xscale, additive, wlevel, wtrend, wseason, &level, &trend,
-                              sfactor, s, &xhat, &e);
-    if (rc < 0) return rc;
-  }
-  level = level + trend;
-  trend = -trend;
-  return kOk;
 }
 
 // psi(i), i >= 1: the weight of the shock i steps back in the prediction.
@@ -99,6 +80,69 @@ double multiplicative_factor(double wlevel, double wtrend, double wseason, int n
   }
   return 1.0 + sum;
 }
+
+// Winters smoothing for the passes of pass_kernel.h. The state is the level,
+// the trend and the factors, turned to the season of the step; the
+// forecasts run on from the season of the last observation (from season 1
+// when there is none). The variance of a multiplicative forecast fails with
+// a ratio of factors that fails the guarded division.
+struct Kernel {
+  struct State {
+    double level;
+    double trend;
+    double* sfactor;
+    int code;
+  };
+  static constexpr int kStates = 3;
+  static constexpr long kParms = 3;
+  static constexpr bool kMissingRepeatsPrediction = false;
+
+  double xscale;
+  int additive;
+  double wlevel;
+  double wtrend;
+  double wseason;
+  int nseasons;
+  const int* scodes;
+
+  bool unusable() const noexcept { return weights_overflow(wlevel, wtrend, wseason); }
+  void at(State& s, long t) const noexcept { s.code = t >= 0 ? scodes[t] : 0; }
+  int update(double x, State& s, double& xhat, double& e) const noexcept {
+    return win::point(x, xscale, additive, wlevel, wtrend, wseason, &s.level, &s.trend,
+                      s.sfactor, s.code, &xhat, &e);
+  }
+  void skip(State& s, double& xhat) const noexcept {
+    xhat = win::missing_step(additive, &s.level, s.trend, s.sfactor[s.code]);
+  }
+  // The level steps forward by the trend, the trend points forward in time.
+  static void turn(State& s) noexcept {
+    s.level = s.level + s.trend;
+    s.trend = -s.trend;
+  }
+  static void put(const State& s, double* cols) noexcept {
+    cols[0] = s.level;
+    cols[1] = s.trend;
+    cols[2] = s.sfactor[s.code];
+  }
+  bool variance(const State& s, double base, long k, double& var) const noexcept {
+    if (additive) {
+      var = base * additive_factor(wlevel, wtrend, wseason, nseasons, k);
+      return true;
+    }
+    bool ok = true;
+    const double vm =
+        multiplicative_factor(wlevel, wtrend, wseason, nseasons, k, s.sfactor, s.code, &ok);
+    var = ok ? base * vm : vm;
+    return ok;
+  }
+  // Forecast k: the level moved on by k trends with the factor of its season.
+  double forecast(State& s, long /*k*/, double* cols) const noexcept {
+    if (++s.code >= nseasons) s.code = 0;
+    s.level = s.level + s.trend;
+    put(s, cols);
+    return additive ? s.level + s.sfactor[s.code] : s.level * s.sfactor[s.code];
+  }
+};
 
 }  // namespace
 
@@ -278,65 +322,16 @@ int zwindpd(double x, double wlevel, double wtrend, double wseason, double lleve
                                additive, derlev, dertre, dersea, dervec);
 }
 
-int zwinsmo(double* x, char* misflg, double xscale, long n, int /*nseasons*/, int additive,
+int zwinsmo(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
             double wlevel, double wtrend, double wseason, double* level, double* trend,
             double* sfactor, int* scodes, double* mse, double* smoothed, double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (weights_overflow(wlevel, wtrend, wseason)) return kOverflow;
-
-  double l = *level;
-  double tr = *trend;
-  int rc = backcast(x, misflg, xscale, n, additive, wlevel, wtrend, wseason, l, tr, sfactor,
-                    scodes);
-  if (rc < 0) {
-    *level = l;
-    *trend = tr;
-    return rc;
-  }
-
-  double sse = 0.0;
-  long nmiss = 0;
-  for (long t = 0; t < n; ++t) {
-    const int s = scodes[t];
-    double xhat = 0.0;
-    double e = kMissing;
-    if (misflg[t]) {
-      xhat = win::missing_step(additive, &l, tr, sfactor[s]);
-      ++nmiss;
-    } else {
-      rc = win::point(x[t], xscale, additive, wlevel, wtrend, wseason, &l, &tr, sfactor, s, &xhat,
-                      &e);
-      if (rc < 0) {
-        *level = l;
-        *trend = tr;
-        return rc;
-      }
-      if (std::fabs(e) > kErrorLimit || sse > kSseLimit) {
-        *level = l;
-        *trend = tr;
-        return kOverflow;
-      }
-      sse += e * e;
-    }
-    if (smoothed) smoothed[t] = xhat;
-    if (strptr) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = e;
-      strptr[3] = l;
-      strptr[4] = tr;
-      strptr[5] = sfactor[s];
-      strptr += 6;
-    }
-  }
-  *level = l;
-  *trend = tr;
-
-  const long nobs = n - nmiss;
-  if (nobs < 1) return kTooFew;
-  *mse = missing(sse) ? kMissing : sse / static_cast<double>(nobs);
-  return kOk;
+  Kernel::State s{*level, *trend, sfactor, 0};
+  const int rc =
+      pass::smooth(Kernel{xscale, additive, wlevel, wtrend, wseason, nseasons, scodes}, x, misflg,
+                   n, s, mse, smoothed, strptr);
+  *level = s.level;
+  *trend = s.trend;
+  return rc;
 }
 
 int zwinsvi(double* x, char* misflg, long n, int nseasons, int nstart, int additive, int stflg,
@@ -420,106 +415,13 @@ int zwinprd(double* x, char* misflg, double xscale, long n, int nseasons, int ad
             double wlevel, double wtrend, double wseason, double* level, double* trend,
             double* sfactor, int* scodes, long start, long end, long lead, double se2,
             double siglev, int startflg, double* mse, double* strptr) {
-  *mse = kMissing;
-  if (n < 1) return kTooFew;
-  if (weights_overflow(wlevel, wtrend, wseason)) return kOverflow;
-
-  const double std_fit = (missing(se2) || se2 <= kTiny) ? 0.0 : std::sqrt(se2);
-  const double z = zprobit(1.0 - siglev * 0.5);
-  double delta = z * std::sqrt(se2);
-
-  double l = *level;
-  double tr = *trend;
-  int rc = kOk;
-  if (startflg == 0) {
-    rc = backcast(x, misflg, xscale, n, additive, wlevel, wtrend, wseason, l, tr, sfactor, scodes);
-    if (rc < 0) {
-      *level = l;
-      *trend = tr;
-      return rc;
-    }
-  }
-
-  double sse = 0.0;
-  long nmiss = 0;
-  for (long t = 0; t <= end; ++t) {
-    const int s = scodes[t];
-    double xhat = 0.0;
-    double e = kMissing;
-    if (misflg[t]) {
-      xhat = win::missing_step(additive, &l, tr, sfactor[s]);
-      ++nmiss;
-    } else {
-      rc = win::point(x[t], xscale, additive, wlevel, wtrend, wseason, &l, &tr, sfactor, s, &xhat,
-                      &e);
-      if (rc < 0) {
-        *level = l;
-        *trend = tr;
-        return rc;
-      }
-      sse += e * e;
-    }
-    if (strptr && t >= start) {
-      strptr[0] = x[t];
-      strptr[1] = xhat;
-      strptr[2] = xhat + delta;
-      strptr[3] = xhat - delta;
-      strptr[4] = e;
-      strptr[5] = std_fit;
-      strptr[6] = l;
-      strptr[7] = tr;
-      strptr[8] = sfactor[s];
-      strptr += 9;
-    }
-  }
-  *level = l;
-  *trend = tr;
-
-  const long nobs = n - nmiss;
-  if (nobs < 1) return kTooFew;
-  *mse = nobs > 3 ? sse / static_cast<double>(nobs - 3) : sse;
-
-  const double base = (missing(se2) || se2 <= 0.0) ? *mse : se2;
-  double predlev = l;
-  int s = end >= 0 ? scodes[end] : 0;
-  double running = 0.0;  // the additive sum over i = 1..k-1
-  const double b = wlevel * wtrend;
-  const double c = wseason * (1.0 - wlevel);
-  for (long k = 1; k <= lead; ++k) {
-    if (++s >= nseasons) s = 0;
-    predlev = predlev + tr;
-    double xhat = 0.0;
-    double var = 0.0;
-    bool ok = true;
-    if (additive) {
-      if (k > 1) {
-        const double psi = psi_weight(wlevel, b, c, nseasons, k - 1);
-        running += psi * psi;
-      }
-      xhat = predlev + sfactor[s];
-      var = base * (1.0 + running);
-    } else {
-      xhat = predlev * sfactor[s];
-      const double vm = multiplicative_factor(wlevel, wtrend, wseason, nseasons, k, sfactor, s, &ok);
-      var = ok ? base * vm : vm;
-    }
-    // A failed ratio keeps the half-width of the previous row.
-    if (ok) delta = z * std::sqrt(var);
-    const double sd = missing(var) ? var : std::sqrt(var);
-    if (strptr) {
-      strptr[0] = kMissing;
-      strptr[1] = xhat;
-      strptr[2] = xhat + delta;
-      strptr[3] = xhat - delta;
-      strptr[4] = kMissing;
-      strptr[5] = sd;
-      strptr[6] = predlev;
-      strptr[7] = tr;
-      strptr[8] = sfactor[s];
-      strptr += 9;
-    }
-  }
-  return kOk;
+  Kernel::State s{*level, *trend, sfactor, 0};
+  const int rc =
+      pass::predict(Kernel{xscale, additive, wlevel, wtrend, wseason, nseasons, scodes}, x, misflg,
+                    n, s, start, end, lead, se2, siglev, startflg, mse, strptr);
+  *level = s.level;
+  *trend = s.trend;
+  return rc;
 }
 
 int zwinpsi(double wlevel, double wtrend, double wseason, int nseasons, long npsi, double* psi) {
@@ -539,64 +441,23 @@ int zwinnpd(double* x, char* misflg, double xscale, long n, int nseasons, int ad
   if (!work) return kNoMemory;
   const size_t copy = static_cast<size_t>(nseasons > 0 ? nseasons : 0) * sizeof(double);
 
-  // One run of zwinsmo from the state handed in.
-  auto run = [&](const double* w, double* mse_out) {
-    if (copy) std::memcpy(work, sfactor, copy);
-    double l = level;
-    double tr = trend;
-    return zwinsmo(x, misflg, xscale, n, nseasons, additive, w[0], w[1], w[2], &l, &tr, work,
-                   scodes, mse_out, nullptr, nullptr);
-  };
-
-  int rc = kOk;
-  const double weights[3] = {wlevel, wtrend, wseason};
-  for (int i = 0; i < 3; ++i) {
-    const double w = weights[i];
-    const double delta = deltas[i];
-    double w1 = 0.0;
-    double w2 = 0.0;
-    double divisor = 0.0;
-    if (wkflag == 1 && std::fabs(w) > kTiny) {
-      w1 = (1.0 + delta) * w;
-      w2 = (1.0 - delta) * w;
-      divisor = delta * 2.0 * w;
-    } else {
-      w1 = w + delta;
-      w2 = w - delta;
-      divisor = delta * 2.0;
-    }
-    double run1[3] = {wlevel, wtrend, wseason};
-    double run2[3] = {wlevel, wtrend, wseason};
-    run1[i] = w1;
-    run2[i] = w2;
-    double mse1 = kMissing;
-    double mse2 = kMissing;
-    const int rc1 = run(run1, &mse1);
-    const int rc2 = run(run2, &mse2);
-    if (rc1 + rc2 < 0 || delta < kTiny) {
-      rc = kGuardedDivision;
-      continue;
-    }
-    rc = divide(mse1 - mse2, divisor, &pder[i]);
-  }
+  const double w[3] = {wlevel, wtrend, wseason};
+  const int rc =
+      pass::central_differences<3>(w, deltas, wkflag, pder, [&](const double* v, double* mse) {
+        // One run of zwinsmo from the state handed in.
+        if (copy) std::memcpy(work, sfactor, copy);
+        double l = level;
+        double tr = trend;
+        return zwinsmo(x, misflg, xscale, n, nseasons, additive, v[0], v[1], v[2], &l, &tr, work,
+                       scodes, mse, nullptr, nullptr);
+      });
   host_free(work);
   return rc;
 }
 
 int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
             double* tvals) {
-  if (nobs < 4) {
-    for (int j = 0; j < 3; ++j) {
-      stderr[j] = kMissing;
-      tvals[j] = kMissing;
-    }
-    return kOk;
-  }
-  for (int j = 0; j < 3; ++j) {
-    stderr[j] = std::sqrt(std::fabs(xpxdiag[j]) * mse);
-    divide(parms[j], stderr[j], &tvals[j]);
-  }
-  return kOk;
+  return pass::standard_errors<3>(xpxdiag, mse, nobs >= 4, parms, stderr, tvals);
 }
 
 }  // extern "C"
