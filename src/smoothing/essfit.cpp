@@ -14,6 +14,7 @@
 #include "smoothing/esssubs.h"
 #include "smoothing/frame.h"
 #include "smoothing/frame_out.h"
+#include "smoothing/trend_kernel.h"
 
 namespace {
 
@@ -110,26 +111,13 @@ struct SeasonalFamily : FamilyDefaults {
     }
     reset_from_svi(model);
     double work[kGridRows * kLaneSeasons];
-    double lane_w[2 * kGridRows];
-    int row_of[kGridRows];
-    int count = 0;
-    for (int k = 0; k < kGridRows; ++k) {
-      rc[k] = kOk;
-      mse[k] = kMissing;
-      if (!eligible[k]) continue;
-      lane_w[2 * count] = w[2 * k];
-      lane_w[2 * count + 1] = w[2 * k + 1];
-      row_of[count++] = k;
-    }
-    int lane_rc[kGridRows];
-    double lane_mse[kGridRows];
-    ess::smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns, lane_w,
-                     count, model->svi.level, model->svi.sfactor, fitcon->scodes, work, lane_rc,
-                     lane_mse);
-    for (int j = 0; j < count; ++j) {
-      rc[row_of[j]] = lane_rc[j];
-      mse[row_of[j]] = lane_mse[j];
-    }
+    trend::evaluate_eligible<2>(
+        w, eligible, kGridRows, rc, mse,
+        [&](const double* lane_w, int count, int* lane_rc, double* lane_mse) {
+          ess::smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns,
+                           lane_w, count, model->svi.level, model->svi.sfactor, fitcon->scodes,
+                           work, lane_rc, lane_mse);
+        });
   }
 
   static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {

@@ -23,6 +23,7 @@
 #include "module/win_model.h"
 #include "smoothing/frame.h"
 #include "smoothing/frame_out.h"
+#include "smoothing/trend_kernel.h"
 #include "smoothing/winfit.h"
 #include "smoothing/winsubs.h"
 
@@ -126,26 +127,14 @@ struct Family : FamilyDefaults {
       }
       return;
     }
-    double lanes[3 * kManyLanes];
-    int row_of[kManyLanes];
-    int count = 0;
-    for (int k = 0; k < kGridRows; ++k) {
-      rc[k] = kOk;
-      mse[k] = kMissing;
-      if (!eligible[k]) continue;
-      for (int i = 0; i < 3; ++i) lanes[3 * count + i] = w[3 * k + i];
-      row_of[count++] = k;
-    }
     double work[kManyFactors];
-    int lane_rc[kManyLanes];
-    double lane_mse[kManyLanes];
-    smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns,
-                model->additive, lanes, count, model->svi.level, model->svi.trend,
-                model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse);
-    for (int j = 0; j < count; ++j) {
-      rc[row_of[j]] = lane_rc[j];
-      mse[row_of[j]] = lane_mse[j];
-    }
+    trend::evaluate_eligible<3>(
+        w, eligible, kGridRows, rc, mse,
+        [&](const double* lanes, int count, int* lane_rc, double* lane_mse) {
+          smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns,
+                      model->additive, lanes, count, model->svi.level, model->svi.trend,
+                      model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse);
+        });
     reset_from_svi(model);
   }
 
