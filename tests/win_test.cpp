@@ -466,6 +466,41 @@ TEST_P(WinKernel, SideBySidePassesGiveTheBitsOfSinglePasses) {
   EXPECT_GT(failed, 0);
 }
 
+// A multiplicative forecast whose factor ratio fails the guarded division
+// keeps the half-width of the row before it, and its standard error is what
+// the failed division left: missing for 0 / 0, the root of the overflow value
+// for 1 / 0.
+TEST(WinForecast, FailedFactorRatioKeepsThePreviousHalfWidth) {
+  const int ns = 4;
+  std::vector<double> x{5, 6, 7, 8, 5, 6, 7, 8};
+  const long n = static_cast<long>(x.size());
+  std::vector<char> mis(n, 0);
+  std::vector<int> code(n);
+  for (long t = 0; t < n; ++t) code[t] = static_cast<int>(t % ns);
+  std::vector<double> sf{1.0, 0.0, 0.0, 1.0};
+  double level = 10.0, trend = 1.0, mse = 0.0;
+  const double se2 = 4.0;
+  std::vector<double> rows(9 * 3);
+  // No observation rows (end -1): the forecasts start from the season after
+  // season 0 with the state handed in.
+  ASSERT_EQ(zwinprd(x.data(), mis.data(), 10.0, n, ns, 0, 0.2, 0.1, 0.3, &level, &trend,
+                    sf.data(), code.data(), 0, -1, 3, se2, 0.05, 1, &mse, rows.data()),
+            0);
+  const double hw = zprobit(0.975) * std::sqrt(se2);
+  for (int k = 0; k < 3; ++k) {
+    const double* r = &rows[9 * k];
+    SCOPED_TRACE(k + 1);
+    EXPECT_EQ(r[6], 10.0 + (k + 1) * 1.0);
+    EXPECT_EQ(r[8], sf[k + 1]);
+    EXPECT_EQ(r[1], r[6] * r[8]);
+    EXPECT_EQ(r[2], r[1] + hw);
+    EXPECT_EQ(r[3], r[1] - hw);
+  }
+  EXPECT_EQ(rows[5], std::sqrt(se2));
+  EXPECT_TRUE(is_miss(rows[9 + 5]));
+  EXPECT_EQ(rows[18 + 5], std::sqrt(smoothing::overflow_positive()));
+}
+
 INSTANTIATE_TEST_SUITE_P(Forms, WinKernel, ::testing::Values(0, 1),
                          [](const auto& info) { return info.param ? "Additive" : "Multiplicative"; });
 
