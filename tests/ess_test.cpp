@@ -202,6 +202,25 @@ TEST_F(Ess, GuardsOfTheKernel) {
   EXPECT_EQ(mse, 100.0 + 16.0);  // errors 10 and 4
 }
 
+// With no observation rows (end -1) the forecasts run from season 0 on the
+// state handed in, and nothing before them counts towards the mse.
+TEST_F(Ess, ForecastsWithoutObservationRowsStartAtSeasonZero) {
+  Seasonal ser({1.0, 2.0, 3.0, 4.0}, 3);
+  double level = 10.0, mse = 0.0;
+  double f[3] = {1.0, 2.0, 3.0};
+  std::vector<double> rows(8 * 4);
+  ASSERT_EQ(zessprd(ser.x.data(), ser.mis.data(), 12.0, 4, 3, 0.5, 0.5, &level, f, ser.codes.data(), 0, -1, 4,
+                    1.0, 0.05, 1, &mse, rows.data()),
+            0);
+  EXPECT_EQ(mse, 0.0);
+  for (int k = 0; k < 4; ++k) {
+    SCOPED_TRACE(k + 1);
+    EXPECT_EQ(rows[8 * k + 7], f[k % 3]);
+    EXPECT_EQ(rows[8 * k + 1], 10.0 + f[k % 3]);
+    EXPECT_EQ(rows[8 * k + 6], 10.0);
+  }
+}
+
 // The gradient from the derivative recursions run through both passes with
 // the centring between them, as the estimation runs them, against central
 // differences of the whole-series mean squared error.
