@@ -5,19 +5,19 @@
 // 20 ns a call in a Release build.
 //
 // Run on (2 X 2096 MHz CPUs, a VM shared with other builds, load average
-// about 9); Release build, g++ 12, x86-64 baseline instruction set. Median
-// CPU time of three repetitions, ns per call:
+// about 2.5); Release build, g++ 12, x86-64 baseline instruction set. Median
+// CPU time of five repetitions, ns per call:
 //
 //                 zintck2   zintnx2
-//   DAY              5.6       6.7
-//   WEEK             7.5       8.4
-//   WEEKDAY         21.0      17.0
-//   MONTH           13.2      19.9
-//   QTR             16.2      24.7
-//   YEAR            15.6      20.1
-//   YEARV           28.8      25.1
-//   R445MON         30.5      45.0
-//   DTHOUR           8.1       8.5
+//   DAY              3.5       5.5
+//   WEEK             5.4       7.3
+//   WEEKDAY         14.5      13.1
+//   MONTH           10.1      14.0
+//   QTR             12.6      16.5
+//   YEAR            12.5      16.5
+//   YEARV           15.4      14.2
+//   R445MON         15.4      18.2
+//   DTHOUR           7.5       6.9
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
