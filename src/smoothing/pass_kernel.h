@@ -147,7 +147,8 @@ inline int backcast(const K& k, const double* x, const char* misflg, long n,
 // The forward pass of z..smo, run after the backcast: one-step predictions
 // and errors, the running sum of squares with its two limits, `smoothed`
 // (the predictions) and the rows x, xhat, e and the states after the step,
-// when given. *mse = sse / nobs.
+// when given. *mse = sse / nobs. A failed update returns its own code; an
+// error or sum of squares past its limit returns -9.
 template <class K>
 inline int forward(const K& k, const double* x, const char* misflg, long n,
                    typename K::State& s, double* mse, double* smoothed,
