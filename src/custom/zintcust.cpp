@@ -219,6 +219,23 @@ int find_index(const Table& t, Groups g, double x, double* n, double* b, double*
   return get_index(t, g, *n, b, e, s);
 }
 
+// The row nearest one end of the table that has a BEGIN or an END, and the
+// date it gives: the left end prefers BEGIN, the right end END.
+bool table_end(const Table& t, bool from_right, double* date, QORNOBS* index, QKChar* pos) {
+  for (long k = 0; k < t.n; ++k) {
+    const long r = from_right ? t.n - k : k + 1;
+    const double preferred = from_right ? row_end(t, r) : t.B(r);
+    const double other = from_right ? t.B(r) : row_end(t, r);
+    if (missing(preferred) && missing(other)) continue;
+    const bool use_preferred = !missing(preferred);
+    if (date != nullptr) *date = use_preferred ? preferred : other;
+    if (index != nullptr) *index = r;
+    if (pos != nullptr) *pos = use_preferred == from_right ? 'E' : 'B';
+    return true;
+  }
+  return false;
+}
+
 // First and last date of the table, with the row and variable ('B' or 'E')
 // that gave each; LR below 0 asks for the left end only, above 0 the right.
 int range(const Table& t, int LR, double* left, QORNOBS* lindex, QKChar* lpos, double* right,
@@ -230,34 +247,8 @@ int range(const Table& t, int LR, double* left, QORNOBS* lindex, QKChar* lpos, d
   if (lpos != nullptr) *lpos = ' ';
   if (rpos != nullptr) *rpos = ' ';
   bool ok = true;
-  if (LR < 1) {
-    bool found = false;
-    for (long r = 1; r <= t.n && !found; ++r) {
-      const double b = t.B(r);
-      const double e = row_end(t, r);
-      if (!missing(b) || !missing(e)) {
-        found = true;
-        if (left != nullptr) *left = !missing(b) ? b : e;
-        if (lindex != nullptr) *lindex = r;
-        if (lpos != nullptr) *lpos = !missing(b) ? 'B' : 'E';
-      }
-    }
-    ok = ok && found;
-  }
-  if (LR > -1) {
-    bool found = false;
-    for (long r = t.n; r >= 1 && !found; --r) {
-      const double b = t.B(r);
-      const double e = row_end(t, r);
-      if (!missing(e) || !missing(b)) {
-        found = true;
-        if (right != nullptr) *right = !missing(e) ? e : b;
-        if (rindex != nullptr) *rindex = r;
-        if (rpos != nullptr) *rpos = !missing(e) ? 'E' : 'B';
-      }
-    }
-    ok = ok && found;
-  }
+  if (LR < 1) ok = table_end(t, false, left, lindex, lpos) && ok;
+  if (LR > -1) ok = table_end(t, true, right, rindex, rpos) && ok;
   return ok ? 0 : -1;
 }
 
