@@ -496,15 +496,41 @@ double compweek(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, lon
   return kNotMultiple;
 }
 
-// a a MONTH, QTR, SEMIYEAR or YEAR, with an and as in months.
-double compmon(INTERVAL* /*a*/, INTERVAL* /*b*/, long an, long as, int bi, long bn, long bs) {
+// Units of a month-type interval to a month: 1 for the month family, 2 for
+// SEMIMONTH, 3 for TENDAY; 0 for any other code.
+int units_per_month(int code) {
+  switch (code) {
+    case kIntMonth:
+    case kIntQtr:
+    case kIntSemiyear:
+    case kIntYear: return 1;
+    case kIntSemimonth: return 2;
+    case kIntTenday: return 3;
+    default: return 0;
+  }
+}
+
+// Months in one interval of multiplier 1 of a month-family code.
+long months_of(int code) {
+  switch (code) {
+    case kIntQtr: return 3;
+    case kIntSemiyear: return 6;
+    case kIntYear: return 12;
+    default: return 1;
+  }
+}
+
+// a a month-type interval with `ka` units to a month (an and as in those
+// units) against b. Two month-type intervals are compared in the finer of
+// their units; halves and thirds of a month share no boundaries but the
+// month's own.
+double compmonth_units(int ka, long an, long as, int bi, long bn, long bs) {
+  if (const int kb = units_per_month(bi); kb != 0) {
+    if (ka != kb && ka != 1 && kb != 1) return kUnrelated;
+    const int k = ka > kb ? ka : kb;
+    return compare(an * (k / ka), as * (k / ka), bn * months_of(bi) * (k / kb), bs * (k / kb));
+  }
   switch (bi) {
-    case kIntTenday: return compare(an * 3, as * 3, bn, bs);
-    case kIntSemimonth: return compare(an * 2, as * 2, bn, bs);
-    case kIntMonth: return compare(an, as, bn, bs);
-    case kIntQtr: return compare(an, as, bn * 3, bs);
-    case kIntSemiyear: return compare(an, as, bn * 6, bs);
-    case kIntYear: return compare(an, as, bn * 12, bs);
     case kIntWeekv:
     case kIntYearv:
       return kUnrelated;
@@ -520,58 +546,21 @@ double compmon(INTERVAL* /*a*/, INTERVAL* /*b*/, long an, long as, int bi, long 
       if (is_retail(bi)) return kUnrelated;
       return unknown_b(bi);
   }
+}
+
+// a a MONTH, QTR, SEMIYEAR or YEAR, with an and as in months.
+double compmon(INTERVAL* /*a*/, INTERVAL* /*b*/, long an, long as, int bi, long bn, long bs) {
+  return compmonth_units(1, an, as, bi, bn, bs);
 }
 
 // a a SEMIMONTH, with an and as in semimonths.
 double compsmon(INTERVAL* /*a*/, INTERVAL* /*b*/, long an, long as, int bi, long bn, long bs) {
-  switch (bi) {
-    case kIntTenday: return kUnrelated;
-    case kIntSemimonth: return compare(an, as, bn, bs);
-    case kIntMonth: return compare(an, as, bn * 2, bs * 2);
-    case kIntQtr: return compare(an, as, bn * 6, bs * 2);
-    case kIntSemiyear: return compare(an, as, bn * 12, bs * 2);
-    case kIntYear: return compare(an, as, bn * 24, bs * 2);
-    case kIntWeekv:
-    case kIntYearv:
-      return kUnrelated;
-    case kIntObs:
-    case kIntSecond:
-    case kIntMinute:
-    case kIntHour:
-    case kIntDay:
-    case kIntWeekday:
-    case kIntWeek:
-      return moncheck(bi, bn, bs);
-    default:
-      if (is_retail(bi)) return kUnrelated;
-      return unknown_b(bi);
-  }
+  return compmonth_units(2, an, as, bi, bn, bs);
 }
 
 // a a TENDAY, with an and as in tendays.
 double comptenday(INTERVAL* /*a*/, INTERVAL* /*b*/, long an, long as, int bi, long bn, long bs) {
-  switch (bi) {
-    case kIntTenday: return compare(an, as, bn, bs);
-    case kIntSemimonth: return kUnrelated;
-    case kIntMonth: return compare(an, as, bn * 3, bs * 3);
-    case kIntQtr: return compare(an, as, bn * 9, bs * 3);
-    case kIntSemiyear: return compare(an, as, bn * 18, bs * 3);
-    case kIntYear: return compare(an, as, bn * 36, bs * 3);
-    case kIntWeekv:
-    case kIntYearv:
-      return kUnrelated;
-    case kIntObs:
-    case kIntSecond:
-    case kIntMinute:
-    case kIntHour:
-    case kIntDay:
-    case kIntWeekday:
-    case kIntWeek:
-      return moncheck(bi, bn, bs);
-    default:
-      if (is_retail(bi)) return kUnrelated;
-      return unknown_b(bi);
-  }
+  return compmonth_units(3, an, as, bi, bn, bs);
 }
 
 // a a WEEKV against a retail interval.
