@@ -6,6 +6,7 @@
 #include "module/families.h"
 #include "module/host_api.h"
 #include "module/method_frame.h"
+#include "module/win_model.h"
 
 namespace {
 
@@ -117,6 +118,10 @@ int qorfmsm(int argc, char** argv) {
   // The block stays with the pool; the table is left as it was.
   if (status != nullptr) *status = rc;
   return 1;
+}
+
+int esf_fit_ended(int slot, PSCPLIST* plist, List self, FITEND* end) {
+  return esf::fit_ended(slot, plist, self, end);
 }
 
 void qkvercn1(QKS_Version_Info* verinfo) {

@@ -30,8 +30,15 @@ struct Drivers {
   int (*forecast)(WINMODEL* model, int startflg);
 };
 
-// The body of a fit method (six list arguments and a return code).
-int run_fit_method(const Family& family, Drivers drivers, struct PSCPLIST* plist, List self);
+// The body of a fit method (six list arguments and a return code).  When
+// `end` is given it receives how the estimation ended (how = FITEND_NONE
+// when no estimation ran).
+int run_fit_method(const Family& family, Drivers drivers, struct PSCPLIST* plist, List self,
+                   FITEND* end = nullptr);
+
+// The fit method in slot `slot` of the method table, with the report of how
+// its estimation ended (module/methods.cpp); -1 when the slot holds no fit.
+int fit_ended(int slot, struct PSCPLIST* plist, List self, FITEND* end);
 
 // The body of a forecast method (three lists, the output table name, the
 // significance level, the lead and a return code).

@@ -85,4 +85,10 @@ METHODFN method_named(std::string_view name) {
   return nullptr;
 }
 
+int fit_ended(int slot, PSCPLIST* plist, List self, FITEND* end) {
+  if (slot < 0 || slot >= kNumMethods || slot % 2 != 0) return -1;
+  const Family& family = kFamilies[slot / 2];
+  return run_fit_method(family, drivers_of(family.type), plist, self, end);
+}
+
 }  // namespace esf
