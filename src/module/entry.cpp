@@ -4,6 +4,8 @@
 #include <cstring>
 
 #include "module/host_api.h"
+#include "module/method_frame.h"
+#include "module/win_model.h"
 
 namespace {
 
@@ -121,6 +123,25 @@ int qorfmsm(int argc, char** argv) {
   // The block stays with the pool; the table is left as it was.
   if (status != nullptr) *status = rc;
   return 1;
+}
+
+int esf_fit_ended(int slot, PSCPLIST* plist, List self, FITEND* end) {
+  switch (slot) {
+    case 0:
+      return esf::mwinfit_ended(plist, self, end);
+    case 2:
+      return esf::mes1fit_ended(plist, self, end);
+    case 4:
+      return esf::mes2fit_ended(plist, self, end);
+    case 6:
+      return esf::mesdfit_ended(plist, self, end);
+    case 8:
+      return esf::mes3fit_ended(plist, self, end);
+    case 10:
+      return esf::messfit_ended(plist, self, end);
+    default:
+      return -1;
+  }
 }
 
 void qkvercn1(QKS_Version_Info* verinfo) {

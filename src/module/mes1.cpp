@@ -37,3 +37,7 @@ extern "C" int mes1fit(PSCPLIST* plist, List self, unsigned char* /*methodName*/
 extern "C" int mes1for(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
   return esf::run_forecast_method(kSimple, plist, self);
 }
+
+int esf::mes1fit_ended(PSCPLIST* plist, List self, FITEND* end) {
+  return esf::run_fit_method(kSimple, plist, self, end);
+}

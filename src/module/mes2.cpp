@@ -36,3 +36,7 @@ extern "C" int mes2fit(PSCPLIST* plist, List self, unsigned char* /*methodName*/
 extern "C" int mes2for(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
   return esf::run_forecast_method(kLinear, plist, self);
 }
+
+int esf::mes2fit_ended(PSCPLIST* plist, List self, FITEND* end) {
+  return esf::run_fit_method(kLinear, plist, self, end);
+}

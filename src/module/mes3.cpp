@@ -36,3 +36,7 @@ extern "C" int mes3fit(PSCPLIST* plist, List self, unsigned char* /*methodName*/
 extern "C" int mes3for(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
   return esf::run_forecast_method(kDamped, plist, self);
 }
+
+int esf::mes3fit_ended(PSCPLIST* plist, List self, FITEND* end) {
+  return esf::run_fit_method(kDamped, plist, self, end);
+}

@@ -37,3 +37,7 @@ extern "C" int mesdfit(PSCPLIST* plist, List self, unsigned char* /*methodName*/
 extern "C" int mesdfor(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
   return esf::run_forecast_method(kDouble, plist, self);
 }
+
+int esf::mesdfit_ended(PSCPLIST* plist, List self, FITEND* end) {
+  return esf::run_fit_method(kDouble, plist, self, end);
+}

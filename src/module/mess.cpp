@@ -37,3 +37,7 @@ extern "C" int messfit(PSCPLIST* plist, List self, unsigned char* /*methodName*/
 extern "C" int messfor(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
   return esf::run_forecast_method(kSeasonal, plist, self);
 }
+
+int esf::messfit_ended(PSCPLIST* plist, List self, FITEND* end) {
+  return esf::run_fit_method(kSeasonal, plist, self, end);
+}

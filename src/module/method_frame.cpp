@@ -182,9 +182,10 @@ void write_startvals(const MethodFamily& family, WINMODEL* model, List modSpecLi
 
 }  // namespace
 
-int run_fit_method(const MethodFamily& family, PSCPLIST* plist, List self) {
+int run_fit_method(const MethodFamily& family, PSCPLIST* plist, List self, FITEND* end) {
   WINMODEL model;
   std::memset(&model, 0, sizeof model);
+  if (end != nullptr) std::memset(end, 0, sizeof *end);
   FMCOM* fmcomp = plist != nullptr && plist->u != nullptr ? plist->u->fmcomp : nullptr;
 
   List seriesList = nullptr;
@@ -296,6 +297,7 @@ int run_fit_method(const MethodFamily& family, PSCPLIST* plist, List self) {
   setsmoothstate(fmcomp, &model.smooth, family.seasonal ? model.ts.nseasons : 0, family.trended ? 1 : 0,
                  estimates);
   write_startvals(family, &model, modSpecList, fmcomp);
+  if (end != nullptr) *end = model.fitend;
 
   release(&model, &arrays);
   getreturn(plist, rc, 0);

@@ -62,8 +62,18 @@ struct MethodFamily {
   int weight_slot[4];
 };
 
-// The body of a fit method (six list arguments and a return code).
-int run_fit_method(const MethodFamily& family, struct PSCPLIST* plist, List self);
+// The body of a fit method (six list arguments and a return code).  When
+// `end` is given it receives how the estimation ended (how = FITEND_NONE
+// when no estimation ran).
+int run_fit_method(const MethodFamily& family, struct PSCPLIST* plist, List self, FITEND* end = nullptr);
+
+// Each family's fit method with the report of how its estimation ended.
+int mes1fit_ended(struct PSCPLIST* plist, List self, FITEND* end);
+int mesdfit_ended(struct PSCPLIST* plist, List self, FITEND* end);
+int mes2fit_ended(struct PSCPLIST* plist, List self, FITEND* end);
+int mes3fit_ended(struct PSCPLIST* plist, List self, FITEND* end);
+int messfit_ended(struct PSCPLIST* plist, List self, FITEND* end);
+int mwinfit_ended(struct PSCPLIST* plist, List self, FITEND* end);
 
 // The body of a forecast method (three lists, the output table name, the
 // significance level, the lead and a return code).

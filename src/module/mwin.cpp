@@ -39,3 +39,7 @@ extern "C" int mwinfit(PSCPLIST* plist, List self, unsigned char* /*methodName*/
 extern "C" int mwinfor(PSCPLIST* plist, List self, unsigned char* /*methodName*/, int /*methodLength*/) {
   return esf::run_forecast_method(kWinters, plist, self);
 }
+
+int esf::mwinfit_ended(PSCPLIST* plist, List self, FITEND* end) {
+  return esf::run_fit_method(kWinters, plist, self, end);
+}
