@@ -441,7 +441,8 @@ TEST_P(WinKernel, SideBySidePassesGiveTheBitsOfSinglePasses) {
   std::vector<double> gaps = example_series("AirPassengers.csv");
   gaps[5] = gaps[40] = gaps[143] = std::nan("");
   int ok = 0, failed = 0;
-  for (const auto& [x, ns] : {std::pair{gaps, 12}, std::pair{alternating, 4}}) {
+  for (const auto& [x, nseasons] : {std::pair{gaps, 12}, std::pair{alternating, 4}}) {
+    const int ns = nseasons;  // a lambda cannot capture a structured binding
     WinModel m(x, ns, additive());
     ASSERT_EQ(m.start_rc(), 0);
     std::vector<double> work(win::kManyLanes * ns);

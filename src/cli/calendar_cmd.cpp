@@ -54,7 +54,7 @@ struct CalendarRoutines {
   ZintfmtFn* zintfmt;
   ZintfmtFn* zintfmd;
 
-  explicit CalendarRoutines(esf::cli::Loader& loader)
+  explicit CalendarRoutines(esf::runner::Loader& loader)
       : zintstr(loader.symbol<ZintstrFn>("zintstr")),
         zinti2s(loader.symbol<Zinti2sFn>("zinti2s")),
         zintck2(loader.symbol<Zintck2Fn>("zintck2")),
@@ -234,7 +234,7 @@ std::string parse_reason(int rc) {
 
 class CalendarSession {
  public:
-  CalendarSession(esf::cli::Loader& loader, bool raw) : fn_(loader), raw_(raw) {}
+  CalendarSession(esf::runner::Loader& loader, bool raw) : fn_(loader), raw_(raw) {}
 
   // Answers one query given as words; throws QueryError.
   std::string answer(const std::vector<std::string_view>& words);
@@ -414,7 +414,7 @@ long run_stream(CalendarSession& session) {
 
 }  // namespace
 
-void add_calendar_command(CLI::App& app, esf::cli::Loader& loader) {
+void add_calendar_command(CLI::App& app, esf::runner::Loader& loader) {
   CLI::App* cmd = app.add_subcommand("calendar", "Interval arithmetic on dates");
   cmd->footer(
       "Operations:\n"

@@ -30,7 +30,6 @@ struct LinearFamily : TrendedFamily {
   static bool stable(const double* w) { return zes2stb(w[0], w[1]) != 0; }
 
   static constexpr GradDivisor kGradDivisor = GradDivisor::nobs;
-  static constexpr bool kJumpOverZero = false;
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
   // The error variance divides by nobs - 2; below three observations the
   // standard errors are missing.

@@ -35,8 +35,6 @@ struct DampedFamily : TrendedFamily {
   static constexpr bool kHasStability = true;
   static bool stable(const double* w) { return zes3stb(w[0], w[1], w[2]) != 0; }
 
-  static constexpr GradDivisor kGradDivisor = GradDivisor::n;  // (two-weight solve only)
-  static constexpr bool kJumpOverZero = false;
   // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
   static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
   static long stderr_min_nobs(const WINMODEL&) { return 4; }

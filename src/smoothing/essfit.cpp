@@ -55,7 +55,6 @@ struct SeasonalFamily : FamilyDefaults {
   }
 
   static constexpr GradDivisor kGradDivisor = GradDivisor::n;
-  static constexpr bool kJumpOverZero = false;
   // pest.mse = (nobs / (nobs - 2)) * mse from three observations on.
   static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
   // The factors count here though not in the divisor of the mse: standard
