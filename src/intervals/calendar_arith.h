@@ -24,8 +24,7 @@
 // Algorithms" (https://howardhinnant.github.io/date_algorithms.html),
 // moved to the 1960 epoch, and the retail calendars are two comparisons
 // within a 13-week quarter.
-#ifndef ESF_INTERVALS_CALENDAR_ARITH_H
-#define ESF_INTERVALS_CALENDAR_ARITH_H
+#pragma once
 
 #include <bit>
 #include <cstddef>
@@ -757,4 +756,3 @@ double with_custom_record(const INTERVAL& iv, Call call) {
 
 }  // namespace calendar
 
-#endif  // ESF_INTERVALS_CALENDAR_ARITH_H
