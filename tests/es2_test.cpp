@@ -217,7 +217,7 @@ TEST_F(Es2Kernel, SideBySidePassesMatchOneAtATime) {
 void analytic_gradient(const std::vector<double>& x, double a, double g, double l, double b,
                        double grad[2]) {
   double dl[2] = {0, 0}, dt[2] = {0, 0}, dv[2];
-  double xhat, e, sse = 0, s0 = 0, s1 = 0;
+  double xhat, e, s0 = 0, s1 = 0;
   const long n = static_cast<long>(x.size());
   for (long t = n - 1; t >= 0; --t) {
     const double ll = l, lt = b;
@@ -234,7 +234,6 @@ void analytic_gradient(const std::vector<double>& x, double a, double g, double 
     const double ll = l, lt = b;
     ASSERT_EQ(zes2pnt(x[t], 1e9, a, g, &l, &b, &xhat, &e), 0);
     ASSERT_EQ(zes2dpd(x[t], a, g, ll, l, lt, b, dl, dt, dv), 0);
-    sse += e * e;
     s0 += dv[0] * e;
     s1 += dv[1] * e;
   }

@@ -16,7 +16,6 @@
 #include "smoothing/es1fit.h"
 #include "smoothing/es1subs.h"
 #include "smoothing/frame.h"
-#include "smoothing/frame_es1.h"
 #include "support/smooth_model.h"
 
 namespace {
@@ -279,6 +278,49 @@ TEST(FrameSteps, AcceptedStepsNeverRaiseTheErrorAndStayInBounds) {
   }
 }
 
+// An improving trial lowers lambda only when it was a full step: started at
+// half a step, the same improvement raises it.
+TEST(FrameSteps, LambdaFallsOnlyAfterAnImprovingFullStep) {
+  struct Case {
+    double stepstart, lambda_after;
+  };
+  for (const Case& c : {Case{1.0, 0.001}, Case{0.5, 0.1}}) {
+    SCOPED_TRACE(c.stepstart);
+    Model m(local_level(31, 70, 2.0, 2.0));
+    set_svi(m);
+    Search s(m);
+    ASSERT_EQ(fr::grid<es1::Family>(m.get(), &s.fitcon, &s.point), 0);
+    const double before = s.point.mse;
+    s.fitcon.stepstart = c.stepstart;
+    ASSERT_EQ(fr::iterate<es1::Family>(m.get(), 1, &s.fitcon, &s.point), 0);
+    ASSERT_LT(s.point.mse, before);  // the first trial improved
+    EXPECT_EQ(s.fitcon.lambda, c.lambda_after);
+  }
+}
+
+// Simple smoothing whose level derivative is overstated fifty times: every
+// step is a fiftieth of the Gauss-Newton step, improves, and leaves most of
+// the way still to go, so the search runs out of iterations.
+struct SluggishFamily : es1::Family {
+  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value, double* wder) {
+    const int rc = es1::Family::fitobs(model, fitcon, w, t, value, wder);
+    wder[0] *= 50.0;
+    return rc;
+  }
+};
+
+TEST(FrameSteps, IterationLimitGivesNinetyWithUsableWeights) {
+  Model m(local_level(3, 80, 1.5, 3.0));
+  set_svi(m);
+  ASSERT_EQ(fr::fit<SluggishFamily>(m.get()), 90);
+  EXPECT_EQ(m->fitend.how, FITEND_ITERATION_LIMIT);
+  EXPECT_EQ(m->fitend.iterations, 99);
+  EXPECT_GT(m->fitend.r, 0.0001);
+  EXPECT_GT(m->pest.parms[0], 0.001);
+  EXPECT_LT(m->pest.parms[0], 0.999);
+  EXPECT_FALSE(missing(m->pest.stderr[0]));
+}
+
 TEST(FrameDiagnostics, TraceAndDerivativeCheckPrintThroughTheHost) {
   Model m(local_level(80, 40, 1.0, 2.0));
   set_svi(m);
@@ -332,7 +374,6 @@ struct OffsetFamily : fr::FamilyDefaults {
   static constexpr bool kHasStability = false;
   static bool stable(const double*) { return true; }
   static constexpr fr::GradDivisor kGradDivisor = fr::GradDivisor::nobs;
-  static constexpr bool kJumpOverZero = false;
   static constexpr fr::MseScaling kMseScaling = fr::MseScaling::scale_then_divide;
   static long stderr_min_nobs(const WINMODEL&) { return 3; }
 

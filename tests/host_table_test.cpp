@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -168,6 +169,41 @@ TEST_F(HostTable, ClosedTableIsACsvWithOneHeaderLine) {
   EXPECT_EQ(vars[2].label, "label of U95");
   EXPECT_EQ(vars[2].width, 10);
   EXPECT_EQ(vars[2].decimals, 5);
+}
+
+// Under a memory libref the same chain leaves no file: the calling thread
+// takes the table once, values to the bit, and no other thread sees it; an
+// aborted table is never there to take.
+TEST_F(HostTable, MemoryTableIsTakenOnceByItsOwnThread) {
+  esf::host::assign_memory_libref("OUT");
+  for (const char* mem : {"Gone", "Fcst"}) {
+    const bool abort = mem[0] == 'G';
+    XO_PARMS xoparm;
+    ASSERT_EQ(open_output(mem, &xoparm), 0);
+    ptr xvp = nullptr;
+    double slots[2];
+    ASSERT_EQ(define(xoparm, &xvp, {"DATE", "U95"}, slots), 0);
+    const double rows[][2] = {{-3653, 1.0 / 3.0}, {-3622, dot_a()}};
+    for (const auto& row : rows) {
+      std::copy(row, row + 2, slots);
+      ASSERT_EQ(add(xoparm, xvp), 0);
+    }
+    ASSERT_EQ(xvputt(xvp), 0);
+    ASSERT_EQ(xoclose(xoparm.fileid, abort ? XO_ABORT : 0), 0);
+  }
+  EXPECT_TRUE(files_in(dir_).empty());
+  std::thread([] { EXPECT_FALSE(esf::host::take_memory_table("out.fcst")); }).join();
+  std::optional<esf::host::MemoryTable> t = esf::host::take_memory_table("out.fcst");
+  ASSERT_TRUE(t);
+  ASSERT_EQ(t->variables.size(), 2u);
+  EXPECT_EQ(t->variables[1].name, "U95");
+  EXPECT_EQ(t->variables[1].label, "label of U95");
+  ASSERT_EQ(t->rows(), 2u);
+  EXPECT_EQ(t->columns[0][1], -3622.0);
+  EXPECT_EQ(std::bit_cast<std::uint64_t>(t->columns[1][0]), std::bit_cast<std::uint64_t>(1.0 / 3.0));
+  EXPECT_EQ(std::bit_cast<std::uint64_t>(t->columns[1][1]), std::bit_cast<std::uint64_t>(dot_a()));
+  EXPECT_FALSE(esf::host::take_memory_table("OUT.FCST"));
+  EXPECT_FALSE(esf::host::take_memory_table("OUT.GONE"));
 }
 
 TEST_F(HostTable, AbortLeavesNoFileAndAnEarlierTableOfTheSameNameAlone) {

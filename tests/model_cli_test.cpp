@@ -58,7 +58,7 @@ class ModelCliTest : public ::testing::Test {
   // stays with the pool for the life of the process.
   Outcome run(const std::vector<std::string>& args) {
     const fs::path suppressions = dir_ / "lsan.supp";
-    if (!fs::exists(suppressions)) std::ofstream(suppressions) << "leak:esf::cli::Loader::load\n";
+    if (!fs::exists(suppressions)) std::ofstream(suppressions) << "leak:esf::runner::Loader::load\n";
     std::string cmd = "cd " + quote(dir_.string()) + " && LSAN_OPTIONS=suppressions=" +
                       quote(suppressions.string()) + " " + quote(ESF_CLI);
     for (const std::string& a : args) cmd += " " + quote(a);

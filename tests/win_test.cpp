@@ -22,7 +22,6 @@
 #include "module/host_api.h"
 #include "numeric/numeric.h"
 #include "regression/regression.h"
-#include "smoothing/frame_win.h"
 #include "smoothing/winfit.h"
 #include "smoothing/winsubs.h"
 #include "support/method_session.h"
@@ -441,7 +440,8 @@ TEST_P(WinKernel, SideBySidePassesGiveTheBitsOfSinglePasses) {
   std::vector<double> gaps = example_series("AirPassengers.csv");
   gaps[5] = gaps[40] = gaps[143] = std::nan("");
   int ok = 0, failed = 0;
-  for (const auto& [x, ns] : {std::pair{gaps, 12}, std::pair{alternating, 4}}) {
+  for (const auto& [x, nseasons] : {std::pair{gaps, 12}, std::pair{alternating, 4}}) {
+    const int ns = nseasons;  // a lambda cannot capture a structured binding
     WinModel m(x, ns, additive());
     ASSERT_EQ(m.start_rc(), 0);
     std::vector<double> work(win::kManyLanes * ns);
@@ -679,8 +679,11 @@ struct MethodOutcome {
   smooth_test::Table table;
 };
 
+// `code` null leaves CODE out; `forecast_type` replaces TYPE before the
+// forecast when given.
 MethodOutcome run_methods(const std::vector<double>& values, const char* interval, double stdate, int ns,
-                const char* code, double lead) {
+                const char* code, double lead, const char* fit_type = "WINT",
+                const char* forecast_type = nullptr) {
   using namespace esf::host;
   method_test::connect_module();
   const fs::path dir = fs::temp_directory_path() / ("win_methods_" + std::to_string(::getpid()));
@@ -690,8 +693,8 @@ MethodOutcome run_methods(const std::vector<double>& values, const char* interva
   {
     method_test::CallLists l(values, interval, stdate);
     set_integer(l.interval_info(), "NSEASONS", ns);
-    set_text(l.spec, "TYPE", "WINT");
-    set_text(l.spec, "CODE", code);
+    set_text(l.spec, "TYPE", fit_type);
+    if (code != nullptr) set_text(l.spec, "CODE", code);
     const std::size_t outstanding = pool_outstanding();
     MethodCall fit;
     fit.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
@@ -704,6 +707,7 @@ MethodOutcome run_methods(const std::vector<double>& values, const char* interva
     for (const SLIST_ITEM* it : items(find_list(find_list(l.model, "ESTIMATES"), "LABELS"))) {
       run.labels.emplace_back(it->data.c.p, it->data.c.len);
     }
+    if (forecast_type != nullptr) set_text(l.spec, "TYPE", forecast_type);
     MethodCall fc;
     fc.list(l.series).list(l.model).list(l.eval_range).text("WINM.FC").number(0.05).number(lead).number(0);
     EXPECT_EQ(mwinfor(fc.plist(), nullptr, nullptr, 0), 0);
@@ -774,6 +778,34 @@ TEST_P(WinMethods, AFitFeedsAForecastAndTheCommandLineAgrees) {
     for (int j : {2, 4, 9}) {  // FORECAST, L95, SEASON
       EXPECT_NEAR(cli.rows[k][j], t.rows[k][j], 1e-9 * std::fabs(t.rows[k][j])) << k << " " << j;
     }
+  }
+}
+
+// CODE defaults to the additive form.  TYPE is compared over the item's own
+// length in the fit and over all of "WINT" in the forecast, so a prefix
+// passes only the fit and a longer text only the forecast.
+TEST(WinMethodSpecification, CodeDefaultAndTypeComparisons) {
+  const std::vector<double> x = example_series("UKgas.csv");
+  const double start = method_test::date(1960, 1, 1);
+  const MethodOutcome additive = run_methods(x, "QTR", start, 4, "WINTA", 4);
+  const MethodOutcome multiplicative = run_methods(x, "QTR", start, 4, "WINTM", 4);
+  ASSERT_NE(additive.weights, multiplicative.weights);
+  EXPECT_EQ(run_methods(x, "QTR", start, 4, nullptr, 4).weights, additive.weights);
+
+  struct Case {
+    const char* fit_type;
+    const char* forecast_type;
+    double fit_rc, forecast_rc;
+  };
+  const Case cases[] = {
+      {"", "WINT", 0, 0},         {"WIN", "WINT", 0, 0},     {"WINTX", "WINT", 999, 999},
+      {"WINT", "WIN", 0, 999},    {"WINT", "WINTX", 0, 0},  {"WINT", "EXPO", 0, 999},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.fit_type) + " / " + c.forecast_type);
+    const MethodOutcome run = run_methods(x, "QTR", start, 4, "WINTA", 4, c.fit_type, c.forecast_type);
+    EXPECT_EQ(run.fit_rc, c.fit_rc);
+    EXPECT_EQ(run.forecast_rc, c.forecast_rc);
   }
 }
 

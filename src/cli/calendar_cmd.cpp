@@ -33,6 +33,7 @@
 #include <fmt/format.h>
 
 #include "cli/commands.h"
+#include "cli/interval_messages.h"
 #include "intervals/calendar_arith.h"
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
@@ -54,7 +55,7 @@ struct CalendarRoutines {
   ZintfmtFn* zintfmt;
   ZintfmtFn* zintfmd;
 
-  explicit CalendarRoutines(esf::cli::Loader& loader)
+  explicit CalendarRoutines(esf::runner::Loader& loader)
       : zintstr(loader.symbol<ZintstrFn>("zintstr")),
         zinti2s(loader.symbol<Zinti2sFn>("zinti2s")),
         zintck2(loader.symbol<Zintck2Fn>("zintck2")),
@@ -219,22 +220,9 @@ std::string time_text(double v, const INTERVAL& iv, bool raw) {
 
 // ---- Intervals -------------------------------------------------------------------
 
-std::string parse_reason(int rc) {
-  switch (rc) {
-    case 1: return "the multiplier is 0 or larger than 2147483647";
-    case 2: return "the shift is 0, larger than the interval allows, or follows a plain number";
-    case 101: return "an interval name has 1 to 21 characters";
-    case 102: return "syntax error: a second '.', a character that isn't a digit in a number, or bad weekend digits";
-    case 103: return "not a known interval name";
-    case 1001: return "no name given";
-    case -1: return "the custom interval's table could not be loaded";
-    default: return "unexpected parser result";
-  }
-}
-
 class CalendarSession {
  public:
-  CalendarSession(esf::cli::Loader& loader, bool raw) : fn_(loader), raw_(raw) {}
+  CalendarSession(esf::runner::Loader& loader, bool raw) : fn_(loader), raw_(raw) {}
 
   // Answers one query given as words; throws QueryError.
   std::string answer(const std::vector<std::string_view>& words);
@@ -267,7 +255,7 @@ const INTERVAL& CalendarSession::interval(std::string_view name, int field) {
   if (const auto hit = cache_.find(key); hit != cache_.end()) return hit->second;
   INTERVAL iv{};
   const int rc = parse(name, &iv);
-  if (rc != 0) throw QueryError{field, "INTERVAL", fmt::format("'{}': {} (result {})", name, parse_reason(rc), rc)};
+  if (rc != 0) throw QueryError{field, "INTERVAL", esf::cli::interval_parse_message(name, rc)};
   if (cache_.size() >= 4096) cache_.clear();
   return cache_.emplace(key, iv).first->second;
 }
@@ -322,7 +310,7 @@ std::string CalendarSession::describe(const std::vector<std::string_view>& w) {
   expect_words(w, 2, 2, "INTERVAL");
   INTERVAL iv{};
   const int rc = parse(w[1], &iv);
-  if (rc != 0) throw QueryError{2, "INTERVAL", fmt::format("'{}': {} (result {})", w[1], parse_reason(rc), rc)};
+  if (rc != 0) throw QueryError{2, "INTERVAL", esf::cli::interval_parse_message(w[1], rc)};
   char text[64] = {};
   int len = sizeof text;
   std::string printed = fn_.zinti2s(text, &len, &iv) == 0 ? std::string(text, static_cast<std::size_t>(len)) : "?";
@@ -414,7 +402,7 @@ long run_stream(CalendarSession& session) {
 
 }  // namespace
 
-void add_calendar_command(CLI::App& app, esf::cli::Loader& loader) {
+void add_calendar_command(CLI::App& app, esf::runner::Loader& loader) {
   CLI::App* cmd = app.add_subcommand("calendar", "Interval arithmetic on dates");
   cmd->footer(
       "Operations:\n"

@@ -5,7 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli/loader.h"
+#include "runner/loader.h"
 
 namespace esf::cli {
 
@@ -15,6 +15,6 @@ inline constexpr int kExitNotAvailable = 2;
 }  // namespace esf::cli
 
 // `calendar`: interval arithmetic on dates.
-void add_calendar_command(CLI::App& app, esf::cli::Loader& loader);
+void add_calendar_command(CLI::App& app, esf::runner::Loader& loader);
 // `fit` and `forecast`: model estimation and forecast tables.
-void add_model_commands(CLI::App& app, esf::cli::Loader& loader);
+void add_model_commands(CLI::App& app, esf::runner::Loader& loader);

@@ -40,7 +40,7 @@
 // Hidden: these inline routines are the module's own arithmetic, called
 // directly (never through the image's symbol table) wherever they are not
 // inlined.
-namespace __attribute__((visibility("hidden"))) calendar {
+namespace calendar __attribute__((visibility("hidden"))) {
 
 using DayNumber = std::int64_t;   // days since 1 January 1960
 using IndexNumber = std::int64_t; // index of an interval's base unit (a month, a third of a month, ...)

@@ -170,6 +170,32 @@ typedef struct WINOPT {
   char relative;       // relative steps in the check
 } WINOPT;
 
+// How an estimation ended, as the frame left it: filled at the end of every
+// fit driver, read by the host through esf_fit_end (entry.cpp).
+enum {
+  FITEND_NONE = 0,             // no estimation ran
+  FITEND_CONVERGED = 1,        // the convergence measure fell to its level
+  FITEND_STALLED = 2,          // the step could not improve after its halvings
+  FITEND_ITERATION_LIMIT = 3,  // the outer iterations ran out
+  FITEND_EXACT = 4             // the errors vanished and nothing moved any more
+};
+// Where a returned weight stands against its bounds.
+enum {
+  WEIGHT_INSIDE = 0,
+  WEIGHT_ON_LOWER = 1,
+  WEIGHT_ON_UPPER = 2,
+  WEIGHT_FIXED = 3,
+  WEIGHT_OUTSIDE = 4   // below the lower or above the upper bound
+};
+typedef struct FITEND {
+  int how;             // FITEND_...
+  int rc;              // the driver's result: 0, 90 or negative
+  int iterations;      // outer iterations run
+  double r;            // convergence measure of the returned point
+  int nparms;          // entries of `position`
+  int position[3];     // WEIGHT_..., per weight in the family's order
+} FITEND;
+
 // All state of one method call.
 typedef struct WINMODEL {
   TSERIES ts;
@@ -193,7 +219,14 @@ typedef struct WINMODEL {
   double* strptr;      // reserved
   void* pool;          // reserved
   WINOPT opt;
+  FITEND fitend;       // how the last estimation ended
 } WINMODEL;
+
+// Runs the fit method in table slot `slot` (0, 2, 4, 6, 8 or 10) on the
+// parameter record `plist`, exactly as the method table's entry would, and
+// fills `end` with how its estimation ended.  Returns the method's result;
+// -1 for a slot that holds no fit method.
+int esf_fit_ended(int slot, PSCPLIST* plist, List self, FITEND* end);
 
 #ifdef __cplusplus
 }  // extern "C"

@@ -20,7 +20,7 @@
 // constrained step (smoothing/step3.h) calls back into it.
 //
 // ---------------------------------------------------------------------------
-// A family trait F (a struct of static members; see frame_es1.h for the
+// A family trait F (a struct of static members; see es1fit.h for the
 // simple family) supplies:
 //
 //   Shape
@@ -1037,28 +1037,67 @@ int fit(WINMODEL* model) {
   }
 
   rc = kOk;
+  int how = FITEND_CONVERGED;
+  int iterations = 0;
   if (!(point.r <= kConverged)) {
     const double norm = model->ts.descstats.norm;
     if (norm < kBig) xnorm2 = norm * norm;
+    how = FITEND_ITERATION_LIMIT;
     for (int iter = 1; iter <= kMaxIterations; ++iter) {
+      iterations = iter;
       double before[p];
       weights_of<F>(point, before);
       if (iterate<F>(model, iter, &fitcon, &point) == kNotConverged) {
         rc = kNotConverged;
+        how = FITEND_STALLED;
         break;
       }
-      if (point.r <= kConverged) break;
+      if (point.r <= kConverged) {
+        how = FITEND_CONVERGED;
+        break;
+      }
       // An exact fit: nothing left to explain and nothing moving.
       double change = 0.0;
       for (int i = 0; i < p; ++i) {
         change = std::fmax(change, std::fabs(weight_of(point, F::kSlots[i]) - before[i]));
       }
-      if (point.mse / xnorm2 <= kEps2 && change <= kEps && point.grad_norm <= kEps) break;
+      if (point.mse / xnorm2 <= kEps2 && change <= kEps && point.grad_norm <= kEps) {
+        how = FITEND_EXACT;
+        break;
+      }
     }
+    // The last trial evaluated may have been rejected, leaving its states in
+    // smooth and startvals.  One more pass at the returned weights, on a copy
+    // of the point so that the estimates stay those of the search, makes the
+    // end state and the time-0 state those of the returned weights.
+    POINT again = point;
+    nextstep<F>(model, &fitcon, &again, nullptr);
   }
 
   store_estimates<F>(model, point);
   if (rc == kOk && point.r > kConverged) rc = kNotConverged;
+  model->fitend.how = how;
+  model->fitend.rc = rc;
+  model->fitend.iterations = iterations;
+  model->fitend.r = point.r;
+  model->fitend.nparms = p;
+  for (int i = 0; i < p; ++i) {
+    const Slot slot = F::kSlots[i];
+    const double* b = bounds_of(model->wbnds, slot);
+    const double w = model->pest.parms[i];
+    int& where = model->fitend.position[i];
+    if (fixed_of(model->wbnds, slot)) {
+      where = WEIGHT_FIXED;
+    } else if (!model->wbnds.bounds) {
+      where = WEIGHT_INSIDE;
+    } else if (w == b[0]) {
+      where = WEIGHT_ON_LOWER;
+    } else if (w == b[1]) {
+      where = WEIGHT_ON_UPPER;
+    } else {
+      where = w < b[0] || w > b[1] ? WEIGHT_OUTSIDE : WEIGHT_INSIDE;
+    }
+  }
   F::fit_cleanup(model, &fitcon);
   return rc;
 }

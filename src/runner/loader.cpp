@@ -1,4 +1,4 @@
-#include "cli/loader.h"
+#include "runner/loader.h"
 
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-namespace esf::cli {
+namespace esf::runner {
 
 Loader::~Loader() {
   // The image stays mapped: method tables and lists may still point into it
@@ -103,4 +103,4 @@ int Loader::call(int slot, host::MethodCall& call, List self) {
   return fn(call.plist(), self, reinterpret_cast<unsigned char*>(upper.data()), static_cast<int>(upper.size()));
 }
 
-}  // namespace esf::cli
+}  // namespace esf::runner

@@ -14,7 +14,7 @@
 #include "host/host.h"
 #include "module/host_api.h"
 
-namespace esf::cli {
+namespace esf::runner {
 
 // Why the module could not be loaded or called; what() says which step.
 class LoadError : public std::runtime_error {
@@ -77,4 +77,4 @@ class Loader {
   CMETHS cmeths_{};
 };
 
-}  // namespace esf::cli
+}  // namespace esf::runner

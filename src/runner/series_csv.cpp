@@ -1,4 +1,4 @@
-#include "cli/series_csv.h"
+#include "runner/series_csv.h"
 
 #include <fmt/format.h>
 
@@ -16,7 +16,7 @@
 
 #include "host/host_dates.h"
 
-namespace esf::cli {
+namespace esf::runner {
 namespace {
 
 constexpr double kSecondsPerDay = 86400.0;
@@ -339,4 +339,4 @@ void write_file_atomically(const std::string& path, const std::string& text) {
   }
 }
 
-}  // namespace esf::cli
+}  // namespace esf::runner

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace esf::cli {
+namespace esf::runner {
 
 // What the time values of an interval count.
 enum class TimeUnits {
@@ -87,4 +87,4 @@ bool parse_time(const std::string& text, TimeUnits units, double* out);
 // leaves no half-written file. Throws CsvError.
 void write_file_atomically(const std::string& path, const std::string& text);
 
-}  // namespace esf::cli
+}  // namespace esf::runner
