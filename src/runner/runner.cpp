@@ -11,6 +11,8 @@
 
 #include "host/host.h"
 #include "host/time_text.h"
+#include "runner/interval_inference.h"
+#include "runner/interval_names.h"
 #include "primitives/primitives.h"
 
 namespace esf::runner {
@@ -102,6 +104,7 @@ struct Lists {
   List eval_range = nullptr;
   PlacedSeries placed;
   std::string timeid;
+  std::string remark;  // on the placement, for the user
 
   Lists() = default;
   Lists(const Lists&) = delete;
@@ -182,6 +185,7 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   calendar.count = [&cal, iv](double from, double to) { return cal.zintck2(iv, from, to); };
   calendar.is_missing = [](double v) { return esf::is_missing(v) || std::isnan(v); };
   p->placed = place_series(csv, calendar);
+  p->remark = placement_remark(loader, csv, plan.units, plan.interval);
 
   p->timeid = is_variable_name(csv.id_column) ? csv.id_column : "DATE";
   p->series = new_list();
@@ -312,13 +316,38 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   loader_.load();
   ModuleCalendar cal(loader_);
   std::string text = options.interval;
-  const int rc = cal.zintstr(text.data(), static_cast<int>(text.size()), &p.interval);
+  int rc = cal.zintstr(text.data(), static_cast<int>(text.size()), &p.interval);
   if (rc != 0) {
-    throw RunError(fmt::format("--interval: '{}' is not an interval name (parser code {})", options.interval, rc));
+    // A pandas frequency alias stands for the interval of the same periods.
+    std::string meant = interval_of_alias(options.interval);
+    if (meant.empty() || cal.zintstr(meant.data(), static_cast<int>(meant.size()), &p.interval) != 0) {
+      throw RunError(fmt::format("--interval: '{}' is not an interval name (parser code {})", options.interval, rc));
+    }
+    p.interval_alias = options.interval;
+    p.options.interval = meant;
   }
   p.interval_token = std::string(p.interval.token, static_cast<std::size_t>(p.interval.tokenlen));
   p.units = time_units_of(p.interval.units);
   return p;
+}
+
+Plan Runner::plan_for_file(const ModelOptions& options, bool forecast, const std::string& path,
+                           const std::string& id_column, const std::string& var_column, CsvSeries* series,
+                           std::string* inferred) const {
+  if (inferred != nullptr) inferred->clear();
+  if (!options.interval.empty()) {
+    Plan p = plan(options, forecast);
+    *series = read_series_csv(path, id_column, var_column, p.units);
+    return p;
+  }
+  TimeUnits units = TimeUnits::kDate;
+  *series = read_series_any_units(path, id_column, var_column, &units);
+  const Inferred found = infer_interval(loader_, *series, units);
+  if (found.interval.empty()) throw RunError(found.message);
+  ModelOptions with_interval = options;
+  with_interval.interval = found.interval;
+  if (inferred != nullptr) *inferred = found.interval;
+  return plan(with_interval, forecast);
 }
 
 FitResult Runner::fit(const Plan& plan, const CsvSeries& series, bool keep_model_list) const {
@@ -328,6 +357,7 @@ FitResult Runner::fit(const Plan& plan, const CsvSeries& series, bool keep_model
   run_fit(loader_, *plan.family, p);
   FitResult r = read_fit(plan, series, p);
   if (keep_model_list) r.model_list = host::to_json(p.model);
+  r.remark = p.remark;
   return r;
 }
 
@@ -379,6 +409,7 @@ ForecastResult Runner::forecast(const Plan& plan, const CsvSeries& series, const
                    kExitMethodFailed);
   }
   result.table = read_table(plan.units);
+  result.remark = p.remark;
   return result;
 }
 

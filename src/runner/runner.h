@@ -88,7 +88,8 @@ struct Plan {
   ModelOptions options;
   const Family* family = nullptr;
   INTERVAL interval{};
-  std::string interval_token;  // the interval as the user wrote it
+  std::string interval_token;  // the interval's name ("WEEK.2" for the alias "W-SUN")
+  std::string interval_alias;  // the pandas alias the user wrote, or empty
   TimeUnits units = TimeUnits::kDate;
   bool forecast = false;
 };
@@ -123,6 +124,9 @@ struct FitResult {
   std::vector<std::pair<std::string, double>> statistics;  // FIT_STATS, name and value
   // The whole model list as JSON, when the fit was asked to keep it.
   nlohmann::ordered_json model_list;
+  // A remark on the series' placement for the user (time IDs that do not
+  // begin their periods), or empty.
+  std::string remark;
 };
 
 // A column of the forecast table.
@@ -144,6 +148,7 @@ struct ForecastResult {
   bool fitted = false;  // false when the forecast ran from a saved model
   FitResult fit;        // meaningful when fitted
   ForecastTable table;
+  std::string remark;   // as FitResult::remark
 };
 
 // A model list saved by a fit, as read back from its file.
@@ -160,6 +165,14 @@ class Runner {
   // Checks the options and parses the interval (loading the module).
   // Throws RunError.
   Plan plan(const ModelOptions& options, bool forecast) const;
+
+  // The plan and the series of a CSV file. Without an interval in the
+  // options the interval comes from the time IDs (infer_interval), and
+  // *inferred names it; when none fits, RunError names two rows. Throws
+  // RunError and CsvError.
+  Plan plan_for_file(const ModelOptions& options, bool forecast, const std::string& path,
+                     const std::string& id_column, const std::string& var_column, CsvSeries* series,
+                     std::string* inferred) const;
 
   // Fits one series.  With keep_model_list the result carries the whole
   // model list.  Throws RunError (a failed fit: kExitMethodFailed) and
