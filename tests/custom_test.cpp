@@ -2,9 +2,10 @@
 // INTERVALDS: the option's mappings, the task's registry and its cache with
 // reference counts, the loader and its refusals, and the arithmetic through
 // the public calendar routines checked against a walk over the table.
-// Also the catalogue of format names.
+// Also the catalogue of format names, and the time-ID check.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -623,6 +624,144 @@ TEST_F(CustomTest, CommandLineReadsTheOptionFromTheEnvironment) {
     std::ifstream in(out);
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     EXPECT_EQ(text, c.answer);
+  }
+}
+
+// ---- The time-ID check ----------------------------------------------------------
+
+// A series of time IDs on the custom interval `name`, whose table TID
+// holds `text`.
+class TimeIdTest : public CustomTest {
+ protected:
+  ZTS_OBSDATES series(const std::string& text, std::vector<double>& ids, const char* name = "TID") {
+    write_table("tid", text);
+    use("(TID=CUSTT.TID)");
+    ZTS_OBSDATES s{};
+    s.start.startDate = kDot;
+    EXPECT_EQ(zintstr(const_cast<tchar*>(name), -1, &s.start.interval), 0);
+    s.dateVar.dateList = ids.data();
+    s.nobs = static_cast<QORNOBS>(ids.size());
+    return s;
+  }
+};
+
+TEST_F(TimeIdTest, LiteralCases) {
+  const std::string table = "BEGIN\n100\n200\n300\n";
+  std::vector<double> ids{100, 150, 200};
+  ZTS_OBSDATES s = series(table, ids);
+  std::vector<QORNOBS> index(3, -9), rel(3, -9);
+  std::vector<int> codes(3, -9);
+  int order = -9, inf = -9;
+  QORNOBS lead = -9, back = -9;
+  double first = 0, last = 0;
+  tchar begin[] = "B";
+  ASSERT_EQ(zintctid(&s, begin, 0, index.data(), rel.data(), &order, &inf, codes.data(), &lead, &back, &first, &last),
+            0);
+  EXPECT_EQ(index, (std::vector<QORNOBS>{1, 1, 2}));
+  EXPECT_EQ(rel, (std::vector<QORNOBS>{0, 0, 1}));
+  EXPECT_EQ(order, 1);
+  EXPECT_EQ(inf, 0);
+  EXPECT_EQ(codes, (std::vector<int>{0, 0, 0}));
+  EXPECT_EQ(ids, (std::vector<double>{100, 100, 200}));
+  EXPECT_EQ(back, 0);  // row 1 is the first period
+  EXPECT_EQ(lead, 0);  // row 2 is the last before the open one
+  EXPECT_EQ(first, 100);
+  EXPECT_EQ(last, 200);
+
+  // Both ends, the middle alignment, and IDs out of order.
+  ids = {1000, 300, 50};
+  s = series(table, ids);
+  tchar middle[] = "M";
+  ASSERT_EQ(zintctid(&s, middle, 0, index.data(), nullptr, &order, &inf, codes.data(), nullptr, nullptr, &first,
+                     &last),
+            0);
+  EXPECT_EQ(index, (std::vector<QORNOBS>{3, 3, 0}));
+  EXPECT_EQ(codes, (std::vector<int>{4, 4, 1}));
+  EXPECT_EQ(inf, 5);
+  EXPECT_EQ(order, 3);
+  EXPECT_TRUE(esf::is_missing(ids[0]) && esf::is_missing(ids[2]));
+  EXPECT_TRUE(esf::is_missing(first) && esf::is_missing(last));
+
+  // Missing IDs: "." is counted, ".M" is placed before the table, ".I" is
+  // searched like a date and fails.
+  ids = {kDot, mv('M'), 150};
+  s = series(table, ids);
+  ASSERT_EQ(zintctid(&s, nullptr, 0, index.data(), nullptr, &order, &inf, codes.data(), nullptr, nullptr, nullptr,
+                     nullptr),
+            0x80);
+  EXPECT_EQ(codes, (std::vector<int>{10, 1, 0}));
+  EXPECT_EQ(index[1], 0);
+  ids = {mv('I')};
+  s = series(table, ids);
+  EXPECT_EQ(zintctid(&s, nullptr, 0, index.data(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                     nullptr),
+            -1);
+  // MaxFail 1 stops at a missing first ID.
+  ids = {kDot, 150};
+  s = series(table, ids);
+  codes.assign(2, -9);
+  EXPECT_EQ(zintctid(&s, nullptr, 1, nullptr, nullptr, nullptr, nullptr, codes.data(), nullptr, nullptr, nullptr,
+                     nullptr),
+            0x80);
+  EXPECT_EQ(codes[1], -9);
+
+  // No IDs; a built-in interval.
+  s = series(table, ids);
+  s.nobs = 0;
+  EXPECT_EQ(zintctid(&s, nullptr, 0, nullptr, nullptr, &order, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+            0x8000);
+  EXPECT_EQ(order, -1);
+  s = series(table, ids, "MONTH");
+  EXPECT_EQ(zintctidL(&s, nullptr, 0, nullptr, nullptr, &order, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+            -1);
+}
+
+// Random tables of increasing begins without END: every time ID is placed
+// in the row a walk over the table finds, the ends get their codes, and
+// the leads and backs are measured from the extreme IDs.
+TEST_F(TimeIdTest, PlacesRandomTables) {
+  std::mt19937_64 rng(5);
+  for (int trial = 0; trial < 30; ++trial) {
+    const int rows = std::uniform_int_distribution<int>(2, 40)(rng);
+    std::vector<double> begin;
+    double at = std::uniform_int_distribution<long>(-138061, 6500000)(rng);
+    std::string text = "BEGIN\n";
+    for (int r = 0; r < rows; ++r) {
+      begin.push_back(at);
+      text += std::to_string(static_cast<long>(at)) + "\n";
+      at += std::uniform_int_distribution<int>(1, 400)(rng);
+    }
+    std::uniform_real_distribution<double> pick(begin.front() - 500, begin.back() + 500);
+    std::vector<double> ids(200);
+    for (double& x : ids) x = std::floor(pick(rng));
+    const std::vector<double> original = ids;
+    ZTS_OBSDATES s = series(text, ids);
+    std::vector<long> index(ids.size()), rel(ids.size());
+    std::vector<int> codes(ids.size());
+    int order = 0, inf = 0;
+    long lead = 0, back = 0;
+    ASSERT_EQ(zintctidL(&s, nullptr, 0, index.data(), rel.data(), &order, &inf, codes.data(), &lead, &back, nullptr,
+                        nullptr),
+              0);
+    long lo = rows, hi = 0;
+    int want_inf = 0;
+    for (size_t i = 0; i < ids.size(); ++i) {
+      const double x = original[i];
+      // Row r (from 1) holds [begin[r-1], begin[r]); row 0 lies before the
+      // table, the last row is open.
+      const long row = std::upper_bound(begin.begin(), begin.end(), x) - begin.begin();
+      const int code = row == 0 ? 1 : row == rows ? 4 : 0;
+      ASSERT_EQ(index[i], row) << x;
+      ASSERT_EQ(codes[i], code) << x;
+      ASSERT_EQ(rel[i], row - index[0]);
+      want_inf |= code;
+      lo = std::min(lo, row);
+      hi = std::max(hi, row);
+    }
+    EXPECT_EQ(inf, want_inf);
+    EXPECT_EQ(back, 1 - lo);
+    EXPECT_EQ(lead, rows - 1 - hi);
+    EXPECT_EQ(ids, original);  // no alignment asked for
   }
 }
 

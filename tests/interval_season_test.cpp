@@ -218,8 +218,10 @@ TEST(SeasonCodes, CountsAndRefusals) {
       {"a count of 0 uses the one found", "QTR", d(2001, 8, 1), 0, 0, 3, 0, 0, {2, 3, 0}},
       // A count smaller than the cycle's wraps the codes early.
       {"a caller's smaller count", "MONTH", d(2001, 3, 1), 0, 3, 4, 0, 3, {2, 0, 1, 2}},
-      // scode -2 without the multiple builder: the caller's count as asked.
+      // scode -2: the cycle is the interval the caller's count of times as
+      // long, MONTH5 here, whose periods begin in January 1960.
       {"scode -2", "MONTH", d(2001, 3, 1), -2, 12, 3, 0, 12, {2, 3, 4}},
+      {"scode -2, a MONTH5 cycle", "MONTH", d(2001, 3, 1), -2, 5, 5, 0, 5, {4, 0, 1, 2, 3}},
       {"scode -1", "MONTH", d(2001, 3, 1), -1, 12, 3, 0, 12, {2, 3, 4}},
       {"observations count from stdate", "OBS", 7.0, 0, 4, 6, 0, 4, {0, 1, 2, 3, 0, 1}},
       {"observations without a count", "OBS", 7.0, 0, -1, 3, 1, -1, {0, 0, 0}},

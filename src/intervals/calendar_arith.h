@@ -751,7 +751,7 @@ double with_custom_record(const INTERVAL& iv, Call call) {
   INTERVALX ix{};
   static_cast<INTERVAL&>(ix) = iv;
   const double result = call(&ix);
-  if (ix.cinfo != nullptr && zcintcReleaseRef != nullptr) zcintcReleaseRef(ix.cinfo);
+  if (ix.cinfo != nullptr) zcintcReleaseRef(ix.cinfo);
   return result;
 }
 

@@ -1,18 +1,44 @@
 #include "runner/families.h"
 
+#include <array>
+
+#include "module/families.h"
+
 namespace esf::runner {
 namespace {
 
-constexpr Family kFamilies[] = {
-    {"simple", "Simple exponential smoothing", 2, 3, {true, false, false, false}, false, false, nullptr, nullptr},
-    {"double", "Double exponential smoothing", 6, 7, {true, false, false, false}, true, false, nullptr, nullptr},
-    {"linear", "Linear (two-weight) exponential smoothing", 4, 5, {true, true, false, false}, true, false, nullptr,
-     nullptr},
-    {"damped", "Damped-trend exponential smoothing", 8, 9, {true, true, true, false}, true, false, nullptr, nullptr},
-    {"seasonal", "Seasonal exponential smoothing", 10, 11, {true, false, false, true}, false, true, "EXPO", "EXPOS"},
-    {"winters", "Winters multiplicative smoothing", 0, 1, {true, true, false, true}, true, true, "WINT", "WINTM"},
-    {"winters-additive", "Winters additive smoothing", 0, 1, {true, true, false, true}, true, true, "WINT", "WINTA"},
-};
+// One model for each form of each row of the module's family table, in the
+// table's order; the methods are found by their names.
+constexpr int count_forms() {
+  int n = 0;
+  for (const esf::Family& f : esf::kFamilies) {
+    for (const esf::FamilyForm& form : f.forms) n += form.name != nullptr ? 1 : 0;
+  }
+  return n;
+}
+
+constexpr std::array<Family, count_forms()> make_families() {
+  std::array<Family, count_forms()> out{};
+  int i = 0;
+  for (const esf::Family& f : esf::kFamilies) {
+    for (const esf::FamilyForm& form : f.forms) {
+      if (form.name == nullptr) continue;
+      Family& m = out[static_cast<std::size_t>(i++)];
+      m.name = form.name;
+      m.title = form.title;
+      m.fit_slot = esf::method_slot(f.fit_method);
+      m.forecast_slot = esf::method_slot(f.forecast_method);
+      for (int k = 0; k < kNumWeightKinds; ++k) m.weights[static_cast<std::size_t>(k)] = f.has_weight(k);
+      m.trended = f.trended;
+      m.seasonal = f.seasonal;
+      m.type = f.type_text;
+      m.code = form.code;
+    }
+  }
+  return out;
+}
+
+constexpr std::array<Family, count_forms()> kFamilies = make_families();
 
 }  // namespace
 

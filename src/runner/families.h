@@ -1,5 +1,6 @@
-// The model families the runner offers: their names, the module's method
-// slots that fit and forecast them, and what their lists carry.
+// The models the runner offers, one for each form of each row of the module's
+// family table (module/families.h): their names, the module's method slots
+// that fit and forecast them, and what their lists carry.
 #pragma once
 
 #include <array>
@@ -7,11 +8,14 @@
 #include <string>
 #include <string_view>
 
+#include "module/families.h"
+
 namespace esf::runner {
 
 // The weights a family can have, in the order the lists and options name them.
 enum WeightKind { kLevel = 0, kTrend = 1, kDamping = 2, kSeasonal = 3, kNumWeightKinds = 4 };
-inline constexpr std::array<const char*, kNumWeightKinds> kWeightItem = {"LEVEL", "TREND", "DAMPING", "SEASONAL"};
+static_assert(kNumWeightKinds == esf::kNumWeightKinds);
+inline constexpr const auto& kWeightItem = esf::kWeightKindItem;
 inline constexpr std::array<const char*, kNumWeightKinds> kLowerBoundItem = {"WLEVLBND", "WTRELBND", "WDAMLBND",
                                                                               "WSEALBND"};
 inline constexpr std::array<const char*, kNumWeightKinds> kUpperBoundItem = {"WLEVUBND", "WTREUBND", "WDAMUBND",
@@ -31,7 +35,7 @@ struct Family {
   const char* code;  // CODE of the model description, or null
 };
 
-// Every family, in the order help texts list them.
+// Every model, in the order of the family table.
 std::span<const Family> families();
 // The family of a name, or null.
 const Family* find_family(std::string_view name);
