@@ -29,6 +29,7 @@
 
 #include "host/host.h"
 #include "host/host_dates.h"
+#include "host/time_text.h"
 #include "host/host_internal.h"
 
 namespace fs = std::filesystem;
@@ -177,24 +178,13 @@ std::vector<std::string> split_csv(const std::string& line) {
 
 // A field as a number: empty or "." is the ordinary missing value, ".A" to
 // ".Z" and "._" the special ones.
-// An ISO date "2020-01-06" as a date value, or an ISO datetime
-// "2020-01-06T10:15:00" as a datetime value; false for any other text and
-// for a date that does not exist.
+// A date ("2020-01-06", "2020-01") as a date value, or a datetime
+// ("2020-01-06T10:15:00", "2020-01-06 10:15") as a datetime value; false for
+// any other text and for a date that does not exist.
 bool parse_iso_time(const std::string& s, double* out) {
-  int y = 0, m = 0, d = 0, hh = 0, mm = 0, ss = 0, used = 0;
-  if (std::sscanf(s.c_str(), "%5d-%2d-%2d%n", &y, &m, &d, &used) != 3) return false;
-  const double day = ziddmdy(m, d, y);
-  if (is_missing(day)) return false;
-  if (static_cast<std::size_t>(used) == s.size()) {
-    *out = day;
-    return true;
-  }
-  int rest = 0;
-  if (std::sscanf(s.c_str() + used, "T%2d:%2d:%2d%n", &hh, &mm, &ss, &rest) != 3 ||
-      static_cast<std::size_t>(used + rest) != s.size() || hh > 23 || mm > 59 || ss > 59 || hh < 0 || mm < 0 ||
-      ss < 0)
-    return false;
-  *out = day * 86400.0 + hh * 3600.0 + mm * 60.0 + ss;
+  const auto t = esf::host::read_time_text(s);
+  if (!t) return false;
+  *out = t->has_time ? t->as_datetime() : t->as_date();
   return true;
 }
 

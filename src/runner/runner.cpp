@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "host/host.h"
+#include "host/time_text.h"
 #include "primitives/primitives.h"
 
 namespace esf::runner {
@@ -48,8 +49,12 @@ int seasons_of(Loader& loader, INTERVAL* iv, double date) {
 double parse_time_option(const std::string& option, const std::string& text, TimeUnits units) {
   double t = 0.0;
   if (!parse_time(text, units, &t)) {
-    const char* want = units == TimeUnits::kNumber ? "a number" : "an ISO date or datetime";
+    const std::string want = units == TimeUnits::kNumber ? std::string("a number")
+                                                         : fmt::format("a date or datetime ({})", host::kTimeTextForms);
     throw RunError(fmt::format("{}: '{}' is not {}", option, text, want));
+  }
+  if (!in_calendar_range(t, units)) {
+    throw RunError(fmt::format("{}: '{}' lies outside the calendar's dates, {}", option, text, kCalendarRangeText));
   }
   return t;
 }
