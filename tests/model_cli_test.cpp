@@ -305,6 +305,7 @@ TEST_F(ModelCliTest, CsvErrorsNameFileLineAndColumn) {
       {"empty file", "", {}, {"no header line"}},
       {"no rows", "date,value\n", {}, {"no data rows"}},
       {"empty time id", "date,value\n1949-01-01,1\n,2\n", {}, {"line 3", "column 'date'", "empty"}},
+      {"a byte-order mark", "\xEF\xBB\xBF" "date,value\n1949-13-01,1\n", {}, {"line 2", "column 'date'"}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
