@@ -1,6 +1,7 @@
 """Forecasting long pandas frames: one call of the runner for all series."""
 
 import json
+import os
 import warnings
 
 import numpy as np
@@ -16,7 +17,8 @@ _OPTIONS = (
     {f"{w}_weight" for w in _WEIGHT_WORDS}
     | {f"{w}_bounds" for w in _WEIGHT_WORDS}
     | {"nseasons", "no_bounds", "no_stability", "start_level", "start_trend", "start_factors",
-       "backcast_level", "backcast_trend", "backcast_factors", "fit_start", "fit_end", "eval_start", "eval_end"}
+       "backcast_level", "backcast_trend", "backcast_factors", "fit_start", "fit_end", "eval_start", "eval_end",
+       "holdout", "limits", "search", "select"}
 )
 _TIME_OPTIONS = ("fit_start", "fit_end", "eval_start", "eval_end")
 
@@ -138,13 +140,15 @@ def _level_name(level):
     return f"{level:g}"
 
 
-def _alphas(level):
+def _levels(level):
+    """The confidence levels in percent, each once, in the order given."""
     levels = [level] if np.isscalar(level) else list(level)
+    unique = []
     for lv in levels:
-        if not 0 < lv < 100:
-            raise ValueError(f"level: {lv} is not a percentage between 0 and 100")
-    # (100 - 95) / 100 is 0.05 exactly, as the command line reads "--cl 0.05".
-    return levels, [(100 - lv) / 100 for lv in levels]
+        lv = float(lv)
+        if lv not in unique:
+            unique.append(lv)
+    return unique
 
 
 class _Series:
@@ -188,7 +192,15 @@ class _Series:
         return self.times.view(f"datetime64[{self.unit}]")
 
 
-def _run(series, options, h, levels, alphas, keep_models, forecast, saved=None):
+def _threads(threads):
+    if threads is None:
+        return os.cpu_count() or 1
+    if int(threads) < 1:
+        raise ValueError(f"threads: {threads} is below 1")
+    return int(threads)
+
+
+def _run(series, options, h, levels, keep_models, forecast, saved=None, threads=None):
     if options.get("interval") is None:
         if series.unit == "raw":
             options["interval"] = "OBS"
@@ -206,26 +218,37 @@ def _run(series, options, h, levels, alphas, keep_models, forecast, saved=None):
     out_unit = series.out_unit(units)
     names = [str(i) for i in series.ids]
     return _core.run(options, series.offsets.tolist(), series.times, series.unit, series.values, series.rows,
-                     names, series.id_col or "series", series.time_col, series.target_col, int(h), alphas,
-                     keep_models, forecast, saved or [], out_unit), out_unit
+                     names, series.id_col or "series", series.time_col, series.target_col, int(h), levels,
+                     keep_models, forecast, saved or [], out_unit, _threads(threads)), out_unit
 
 
-def _status_frame(series, failures):
-    rows = [(series.ids[s], "failed", message, status) for s, message, status in failures]
+def _status_frame(series, reports):
+    """One row a series: "ok" or "failed", the reason or the remarks, and the
+    exit status the command line would give for it."""
+    rows = [(series.ids[s], "failed" if r["error"] else "ok", r["error"] or "; ".join(r["warnings"]),
+             r["exit_status"]) for s, r in enumerate(reports)]
     return pd.DataFrame(rows, columns=[series.id_col or "series", "status", "message", "exit_status"])
 
 
 def _handle_failures(series, result, errors):
-    failures = result["failures"]
-    if failures and errors == "raise":
-        s, message, status = failures[0]
-        raise EsforecastError(message, status)
-    status = _status_frame(series, failures)
-    if failures:
-        first = failures[0][1]
-        warnings.warn(f"{len(failures)} of {len(series.ids)} series could not be forecast (first: {first}); "
-                      "see the result's attrs['status']", SeriesFailedWarning, stacklevel=3)
-    return status
+    reports = result["reports"]
+    failed = [r for r in reports if r["error"]]
+    if failed and errors == "raise":
+        raise EsforecastError(failed[0]["error"], failed[0]["exit_status"])
+    if failed:
+        warnings.warn(f"{len(failed)} of {len(series.ids)} series could not be forecast (first: "
+                      f"{failed[0]['error']}); see the result's attrs['status']", SeriesFailedWarning, stacklevel=3)
+    return _status_frame(series, reports)
+
+
+def _holdout_frame(series, reports):
+    rows = []
+    for s, r in enumerate(reports):
+        if r["holdout"] > 0:
+            row = {series.id_col or "series": series.ids[s], **r["holdout_accuracy"]}
+            row.update({f"coverage-{name[1:]}": share for name, share in r["holdout_coverage"]})
+            rows.append(row)
+    return pd.DataFrame(rows)
 
 
 def _forecast_frame(series, result, out_unit, model, levels, fitted):
@@ -246,7 +269,10 @@ def _forecast_frame(series, result, out_unit, model, levels, fitted):
     if fitted:
         frame[series.target_col] = columns["ACTUAL"][keep]
     frame[model] = columns["FORECAST"][keep]
-    for lv, lo, hi in zip(levels, result["lower"], result["upper"]):
+    if len(result["limits"]) != len(levels):
+        raise EsforecastError(f"level: the levels {', '.join(map(_level_name, levels))} do not give one pair of "
+                              "limits each (two of them name the same limit columns)")
+    for lv, (_, hi, lo) in zip(levels, result["limits"]):
         frame[f"{model}-lo-{_level_name(lv)}"] = lo[keep]
         frame[f"{model}-hi-{_level_name(lv)}"] = hi[keep]
     return pd.DataFrame(frame)
@@ -285,9 +311,8 @@ def forecast(df, h, model="auto", interval=None, level=(80, 95), id_col="unique_
     :class:`SeriesFailedWarning` says so; ``errors="raise"`` raises for the
     first such series instead.
 
-    ``threads`` is accepted for the command line's ``--threads``; series run
-    one after another on the calling thread for now, with the interpreter's
-    lock released.
+    ``threads`` series run at once (default: one a core), with the
+    interpreter's lock released; the result does not depend on it.
 
     >>> import pandas as pd, esforecast
     >>> df = pd.read_csv("examples/AirPassengers.csv", parse_dates=["date"])
@@ -300,23 +325,35 @@ def forecast(df, h, model="auto", interval=None, level=(80, 95), id_col="unique_
     if int(h) < 0:
         raise ValueError(f"h: {h} is negative")
     series = _Series(df, id_col, time_col, target_col)
-    levels, alphas = _alphas(level)
-    result, out_unit = _run(series, _options(model, interval, options), h, levels, alphas, False, True)
+    levels = _levels(level)
+    result, out_unit = _run(series, _options(model, interval, options), h, levels, False, True, threads=threads)
     status = _handle_failures(series, result, errors)
     frame = _forecast_frame(series, result, out_unit, model, levels, fitted)
     frame.attrs["status"] = status
+    if options.get("holdout"):
+        frame.attrs["holdout"] = _holdout_frame(series, result["reports"])
     return frame
 
 
 class Model:
     """The fitted model of one series.
 
-    Attributes: ``id``, ``model`` (the family), ``interval``, ``weights`` (a
-    frame of the estimated weights with their standard errors and t
-    values), ``error_variance``, ``state`` (the smoothed level, trend and
-    seasonal factors at the end of the fit range), ``statistics`` (the fit's
-    criteria and accuracy measures by name), ``nobs`` and ``history`` (the
-    series the model was fitted to).
+    Attributes:
+        id, model, interval: the series, the family (the one chosen for
+            ``model="auto"``) and the interval.
+        weights: a frame of the weights: name, label, estimate, std_error,
+            t_value (NaN for a weight on a bound or fixed), position ("inside",
+            "on its lower bound", ...), and the bounds the fit honoured.
+        end, converged, iterations: how the estimation ended.
+        error_variance, state: the error variance, and the smoothed level,
+            trend and seasonal factors at the end of the fit range.
+        criteria: loglik, aic, aicc, bic of the one-step errors (n errors, k
+            parameters); accuracy: me, rmse, mae, mape, smape, mase of the
+            one-step errors over the fit range.
+        candidates: for ``model="auto"``, the families tried, with their
+            scores or why each was refused.
+        warnings: remarks of the fit (a weight on a bound, no convergence).
+        nobs, history: the number of periods, and the series fitted.
 
     ``forecast(h)`` forecasts from the model without fitting again;
     ``to_json()`` and ``save(path)`` give the command line's model file
@@ -324,15 +361,27 @@ class Model:
     back. Models pickle.
     """
 
+    _WEIGHT_COLUMNS = ["name", "label", "estimate", "std_error", "t_value", "position", "lower", "upper"]
+
     def __init__(self, id, options, fit, history, time_col, target_col):
         self.id = id
-        self.model = options["model"]
+        self.model = fit.get("model") or options["model"]
         self.interval = options["interval"]
-        self.options = dict(options)
-        self.weights = pd.DataFrame(fit["weights"], columns=["name", "label", "estimate", "std_error", "t_value"])
+        self.options = dict(options, model=self.model)
+        self.weights = pd.DataFrame(fit["weights"], columns=self._WEIGHT_COLUMNS[:len(fit["weights"][0])]
+                                    if fit["weights"] else self._WEIGHT_COLUMNS)
+        self.end = fit.get("end")
+        self.converged = fit.get("converged")
+        self.iterations = fit.get("iterations")
         self.error_variance = fit["error_variance"]
         self.state = {"level": fit["level"], "trend": fit["trend"], "factors": list(fit["factors"])}
         self.statistics = dict(fit["statistics"])
+        self.criteria = fit.get("criteria", {})
+        self.accuracy = fit.get("accuracy", {})
+        self.candidates = (pd.DataFrame([(m, why or None, score, c.get("aicc")) for m, why, score, c in
+                                         fit["candidates"]], columns=["model", "refused", "score", "aicc"])
+                           if "candidates" in fit else None)
+        self.warnings = list(fit.get("warnings", []))
         self.nobs = fit["nobs"]
         self.model_file = fit["model_file"]
         self.history = history
@@ -367,9 +416,9 @@ def _forecast_models(models, h, level, fitted, errors):
     df = pd.concat(frames, ignore_index=True)
     series = _Series(df, "__id", first.time_col, first.target_col)
     series.ids = pd.Index([m.id for m in models])
-    levels, alphas = _alphas(level)
+    levels = _levels(level)
     options = dict(first.options)
-    result, out_unit = _run(series, options, h, levels, alphas, False, True, saved=[m.model_file for m in models])
+    result, out_unit = _run(series, options, h, levels, False, True, saved=[m.model_file for m in models])
     status = _handle_failures(series, result, errors)
     frame = _forecast_frame(series, result, out_unit, first.model, levels, fitted)
     if len(models) == 1:
@@ -415,7 +464,7 @@ def fit(df, model="auto", interval=None, id_col="unique_id", time_col="ds", targ
         raise ValueError(f"errors: {errors!r} is neither 'status' nor 'raise'")
     series = _Series(df, id_col, time_col, target_col)
     opts = _options(model, interval, options)
-    result, _ = _run(series, opts, 0, [], [], True, False)
+    result, _ = _run(series, opts, 0, [], True, False, threads=threads)
     status = _handle_failures(series, result, errors)
     opts["_id_col"] = id_col if not series.single else "unique_id"
     models = []
