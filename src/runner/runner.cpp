@@ -760,7 +760,7 @@ namespace {
 void empirical_limits(Loader& loader, const Plan& plan, Lists& p, ForecastTable& table,
                       const std::vector<std::pair<std::size_t, double>>& limit_columns,
                       std::vector<std::string>* warnings) {
-  const long lead = plan.options.lead + plan.options.holdout;
+  const long lead = std::max(plan.options.lead, plan.options.holdout);
   const long first_origin = p.fit_first + std::max(8L, 2L * p.nseasons) - 1;
   std::vector<std::vector<double>> errors(static_cast<std::size_t>(std::max(1L, lead)));
   for (long origin = first_origin; origin < p.fit_last; ++origin) {
