@@ -42,7 +42,10 @@ VI_PIDB* pidb();
 FMCOM* fmcomp();
 
 // Ends the current task: deletes every resource slot of its blocks (running
-// their destructors) so that the next use starts from nothing.
+// their destructors) so that the next use starts from nothing.  Each thread
+// runs a task of its own, with its own slots, its own pool and its own
+// memory-failure indication; end_task() ends the calling thread's task.  A
+// thread that ran methods calls it before it ends.
 void end_task();
 
 // ---- Lists -----------------------------------------------------------------
@@ -121,7 +124,7 @@ class MethodCall {
 
 // ---- Memory ----------------------------------------------------------------
 
-// Blocks of the current pool not yet given back.
+// Blocks of the calling thread's pool not yet given back.
 std::size_t pool_outstanding();
 // Lets the next `n` allocations of the current pool succeed and every later
 // one fail, until called again with a negative `n` (no limit).  Setting a
