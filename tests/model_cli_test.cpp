@@ -473,6 +473,17 @@ TEST_F(ModelCliTest, CriteriaComeFromTheOneStepErrors) {
   EXPECT_EQ(c["parameters"], 3 + 1 + 1 + 11 + 1);
   EXPECT_NEAR(c["loglik"].get<double>(), loglik, 1e-9 * std::fabs(loglik));
   EXPECT_NEAR(c["aic"].get<double>(), -2.0 * loglik + 2.0 * 17, 1e-9 * std::fabs(loglik));
+  EXPECT_NEAR(Json::parse(fit.out)["accuracy"]["rmse"].get<double>(), std::sqrt(sse / n), 1e-9);
+
+  // A shorter fit range: the criteria count its errors, the evaluation
+  // range runs on to the end of the data.
+  const Outcome part = run({"fit", "--model", "winters", "--interval", "MONTH", "--json", "--fit-end", "1958-12-01",
+                            example("AirPassengers.csv")});
+  ASSERT_EQ(part.status, 0) << part.err;
+  const Json j = Json::parse(part.out);
+  EXPECT_EQ(j["criteria"]["nobs"], 120);
+  EXPECT_EQ(j["accuracy"]["n"], 120);
+  EXPECT_EQ(j["evaluation_accuracy"]["n"], 144);
 }
 
 // The bounds list is always complete: restating the defaults changes nothing.
