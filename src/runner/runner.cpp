@@ -15,6 +15,8 @@
 #include "host/time_text.h"
 #include "module/win_model.h"
 #include "primitives/primitives.h"
+#include "runner/interval_inference.h"
+#include "runner/interval_names.h"
 #include "runner/model_checks.h"
 
 namespace esf::runner {
@@ -642,7 +644,13 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   std::string text = options.interval;
   const int rc = cal.zintstr(text.data(), static_cast<int>(text.size()), &p.interval);
   if (rc != 0) {
-    throw RunError(fmt::format("--interval: '{}' is not an interval name (parser code {})", options.interval, rc));
+    // A pandas frequency alias stands for the interval of the same periods.
+    std::string meant = interval_of_alias(options.interval);
+    if (meant.empty() || cal.zintstr(meant.data(), static_cast<int>(meant.size()), &p.interval) != 0) {
+      throw RunError(fmt::format("--interval: '{}' is not an interval name (parser code {})", options.interval, rc));
+    }
+    p.interval_alias = options.interval;
+    p.options.interval = meant;
   }
   p.interval_token = std::string(p.interval.token, static_cast<std::size_t>(p.interval.tokenlen));
   p.units = time_units_of(p.interval.units);
@@ -713,11 +721,32 @@ Plan chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series
 
 }  // namespace
 
+Plan Runner::plan_for_file(const ModelOptions& options, bool forecast, const std::string& path,
+                           const std::string& id_column, const std::string& var_column, CsvSeries* series,
+                           std::string* inferred) const {
+  if (inferred != nullptr) inferred->clear();
+  if (!options.interval.empty()) {
+    Plan p = plan(options, forecast);
+    *series = read_series_csv(path, id_column, var_column, p.units);
+    return p;
+  }
+  TimeUnits units = TimeUnits::kDate;
+  *series = read_series_any_units(path, id_column, var_column, &units);
+  const Inferred found = infer_interval(loader_, *series, units);
+  if (found.interval.empty()) throw RunError(found.message);
+  ModelOptions with_interval = options;
+  with_interval.interval = found.interval;
+  if (inferred != nullptr) *inferred = found.interval;
+  return plan(with_interval, forecast);
+}
+
 FitResult Runner::fit(const Plan& plan_in, const CsvSeries& series, bool keep_model_list) const {
   std::optional<AutoChoice> choice;
   const Plan plan = chosen_plan(*this, plan_in, series, &choice);
   Fitted f = fit_series(loader_, plan, series, keep_model_list);
   f.result.choice = std::move(choice);
+  const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
+  if (!remark.empty()) f.result.warnings.insert(f.result.warnings.begin(), remark);
   return std::move(f.result);
 }
 
@@ -780,6 +809,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   std::optional<AutoChoice> choice;
   const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice);
   const ModelOptions& o = plan.options;
+  const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
+  if (!remark.empty()) result.warnings.push_back(remark);
   std::unique_ptr<Lists> lists;
   if (saved != nullptr) {
     lists = std::make_unique<Lists>();
