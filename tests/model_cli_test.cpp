@@ -595,3 +595,23 @@ TEST_F(ModelCliTest, ThoroughSearchFindsALowerErrorInsideTheBounds) {
     EXPECT_LE(w["estimate"].get<double>(), w["bounds"][1].get<double>());
   }
 }
+
+// Observation numbers with a cycle: the seasons are numbered cyclically from
+// the first observation, so a monthly series starting in January fits as it
+// does under MONTH.
+TEST_F(ModelCliTest, ObservationNumbersWithACycleFitAsTheCalendarDoes) {
+  std::string numbered = "t,value\n";
+  int t = 0;
+  for (const auto& [d, v] : example_rows("AirPassengers.csv")) numbered += std::to_string(++t) + "," + v + "\n";
+  write("numbered.csv", numbered);
+  for (const char* model : {"seasonal", "winters", "winters-additive"}) {
+    SCOPED_TRACE(model);
+    const Outcome obs = run({"fit", "--model", model, "--interval", "OBS", "--nseasons", "12", "--json", "numbered.csv"});
+    const Outcome month = run({"fit", "--model", model, "--interval", "MONTH", "--json", example("AirPassengers.csv")});
+    ASSERT_EQ(obs.status, 0) << obs.err;
+    const Json a = Json::parse(obs.out), b = Json::parse(month.out);
+    EXPECT_EQ(a["weights"], b["weights"]);
+    EXPECT_EQ(a["error_variance"], b["error_variance"]);
+    EXPECT_EQ(a["smoothed_state"], b["smoothed_state"]);
+  }
+}
