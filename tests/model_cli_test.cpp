@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -195,6 +197,51 @@ TEST_F(ModelCliTest, RowsArePlacedInTheirPeriods) {
   EXPECT_EQ(ja["start"], "1973-01-01");
   EXPECT_EQ(ja["weights"], jb["weights"]);
   EXPECT_EQ(ja["error_variance"], jb["error_variance"]);
+}
+
+// Without --interval the interval comes from the time IDs; a pandas alias
+// stands for the interval of the same periods; dates that don't begin their
+// periods get one remark naming the interval that would fit.
+TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
+  const Outcome inferred = run({"forecast", "--model", "winters", "--lead", "12", example("AirPassengers.csv")});
+  const Outcome given =
+      run({"forecast", "--model", "winters", "--lead", "12", "--interval", "MONTH", example("AirPassengers.csv")});
+  ASSERT_EQ(inferred.status, 0) << inferred.err;
+  EXPECT_EQ(inferred.out, given.out);
+  EXPECT_NE(inferred.err.find("the time IDs fit MONTH"), std::string::npos) << inferred.err;
+
+  std::string mondays = "date,value\n";
+  for (int d = 1; d <= 29; d += 7) mondays += "2001-01-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",1\n";
+  for (int d = 5; d <= 26; d += 7) mondays += "2001-02-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",2\n";
+  write("mondays.csv", mondays);
+  write("hours.csv", "t,v\n2001-01-01T00:00,1\n2001-01-01T01:00,2\n2001-01-01 03:00,3\n");
+  write("mixed.csv", "date,value\n2001-01-01,1\n2001-02-01,2\n2001-02-15,3\n");
+  const struct {
+    std::vector<std::string> args;
+    int status;
+    std::vector<std::string> err;  // parts the messages must hold; none: no remark
+  } cases[] = {
+      {{"--interval", "WEEK.2", "mondays.csv"}, 0, {}},
+      {{"--interval", "W-SUN", "mondays.csv"}, 0, {"--interval W-SUN stands for WEEK.2\n"}},
+      {{"--interval", "WEEK", "mondays.csv"}, 0, {"line 2, column 'date': '2001-01-01' does not begin", "WEEK.2 would fit"}},
+      {{"mondays.csv"}, 0, {"the time IDs fit WEEK.2"}},
+      {{"hours.csv"}, 0, {"the time IDs fit DTHOUR"}},
+      {{"mixed.csv"}, 1, {"no single interval fits", "lines 3 and 4"}},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args = {"fit"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const Outcome r = run(args);
+    SCOPED_TRACE(args.back() + " " + r.err);
+    EXPECT_EQ(r.status, c.status);
+    if (c.err.empty()) {
+      EXPECT_EQ(r.err.find("does not begin"), std::string::npos);
+    }
+    for (const std::string& part : c.err) EXPECT_NE(r.err.find(part), std::string::npos);
+    // One remark at most.
+    const auto first = r.err.find("does not begin");
+    EXPECT_TRUE(first == std::string::npos || r.err.find("does not begin", first + 1) == std::string::npos);
+  }
 }
 
 TEST_F(ModelCliTest, FamiliesByName) {
@@ -426,6 +473,17 @@ TEST_F(ModelCliTest, CriteriaComeFromTheOneStepErrors) {
   EXPECT_EQ(c["parameters"], 3 + 1 + 1 + 11 + 1);
   EXPECT_NEAR(c["loglik"].get<double>(), loglik, 1e-9 * std::fabs(loglik));
   EXPECT_NEAR(c["aic"].get<double>(), -2.0 * loglik + 2.0 * 17, 1e-9 * std::fabs(loglik));
+  EXPECT_NEAR(Json::parse(fit.out)["accuracy"]["rmse"].get<double>(), std::sqrt(sse / n), 1e-9);
+
+  // A shorter fit range: the criteria count its errors, the evaluation
+  // range runs on to the end of the data.
+  const Outcome part = run({"fit", "--model", "winters", "--interval", "MONTH", "--json", "--fit-end", "1958-12-01",
+                            example("AirPassengers.csv")});
+  ASSERT_EQ(part.status, 0) << part.err;
+  const Json j = Json::parse(part.out);
+  EXPECT_EQ(j["criteria"]["nobs"], 120);
+  EXPECT_EQ(j["accuracy"]["n"], 120);
+  EXPECT_EQ(j["evaluation_accuracy"]["n"], 144);
 }
 
 // The bounds list is always complete: restating the defaults changes nothing.
@@ -546,5 +604,25 @@ TEST_F(ModelCliTest, ThoroughSearchFindsALowerErrorInsideTheBounds) {
   for (const Json& w : b["weights"]) {
     EXPECT_GE(w["estimate"].get<double>(), w["bounds"][0].get<double>());
     EXPECT_LE(w["estimate"].get<double>(), w["bounds"][1].get<double>());
+  }
+}
+
+// Observation numbers with a cycle: the seasons are numbered cyclically from
+// the first observation, so a monthly series starting in January fits as it
+// does under MONTH.
+TEST_F(ModelCliTest, ObservationNumbersWithACycleFitAsTheCalendarDoes) {
+  std::string numbered = "t,value\n";
+  int t = 0;
+  for (const auto& [d, v] : example_rows("AirPassengers.csv")) numbered += std::to_string(++t) + "," + v + "\n";
+  write("numbered.csv", numbered);
+  for (const char* model : {"seasonal", "winters", "winters-additive"}) {
+    SCOPED_TRACE(model);
+    const Outcome obs = run({"fit", "--model", model, "--interval", "OBS", "--nseasons", "12", "--json", "numbered.csv"});
+    const Outcome month = run({"fit", "--model", model, "--interval", "MONTH", "--json", example("AirPassengers.csv")});
+    ASSERT_EQ(obs.status, 0) << obs.err;
+    const Json a = Json::parse(obs.out), b = Json::parse(month.out);
+    EXPECT_EQ(a["weights"], b["weights"]);
+    EXPECT_EQ(a["error_variance"], b["error_variance"]);
+    EXPECT_EQ(a["smoothed_state"], b["smoothed_state"]);
   }
 }
