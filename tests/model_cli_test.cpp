@@ -476,6 +476,17 @@ TEST_F(ModelCliTest, CriteriaComeFromTheOneStepErrors) {
   EXPECT_EQ(c["parameters"], 3 + 1 + 1 + 11 + 1);
   EXPECT_NEAR(c["loglik"].get<double>(), loglik, 1e-9 * std::fabs(loglik));
   EXPECT_NEAR(c["aic"].get<double>(), -2.0 * loglik + 2.0 * 17, 1e-9 * std::fabs(loglik));
+  EXPECT_NEAR(Json::parse(fit.out)["accuracy"]["rmse"].get<double>(), std::sqrt(sse / n), 1e-9);
+
+  // A shorter fit range: the criteria count its errors, the evaluation
+  // range runs on to the end of the data.
+  const Outcome part = run({"fit", "--model", "winters", "--interval", "MONTH", "--json", "--fit-end", "1958-12-01",
+                            example("AirPassengers.csv")});
+  ASSERT_EQ(part.status, 0) << part.err;
+  const Json j = Json::parse(part.out);
+  EXPECT_EQ(j["criteria"]["nobs"], 120);
+  EXPECT_EQ(j["accuracy"]["n"], 120);
+  EXPECT_EQ(j["evaluation_accuracy"]["n"], 144);
 }
 
 // The bounds list is always complete: restating the defaults changes nothing.
@@ -596,5 +607,25 @@ TEST_F(ModelCliTest, ThoroughSearchFindsALowerErrorInsideTheBounds) {
   for (const Json& w : b["weights"]) {
     EXPECT_GE(w["estimate"].get<double>(), w["bounds"][0].get<double>());
     EXPECT_LE(w["estimate"].get<double>(), w["bounds"][1].get<double>());
+  }
+}
+
+// Observation numbers with a cycle: the seasons are numbered cyclically from
+// the first observation, so a monthly series starting in January fits as it
+// does under MONTH.
+TEST_F(ModelCliTest, ObservationNumbersWithACycleFitAsTheCalendarDoes) {
+  std::string numbered = "t,value\n";
+  int t = 0;
+  for (const auto& [d, v] : example_rows("AirPassengers.csv")) numbered += std::to_string(++t) + "," + v + "\n";
+  write("numbered.csv", numbered);
+  for (const char* model : {"seasonal", "winters", "winters-additive"}) {
+    SCOPED_TRACE(model);
+    const Outcome obs = run({"fit", "--model", model, "--interval", "OBS", "--nseasons", "12", "--json", "numbered.csv"});
+    const Outcome month = run({"fit", "--model", model, "--interval", "MONTH", "--json", example("AirPassengers.csv")});
+    ASSERT_EQ(obs.status, 0) << obs.err;
+    const Json a = Json::parse(obs.out), b = Json::parse(month.out);
+    EXPECT_EQ(a["weights"], b["weights"]);
+    EXPECT_EQ(a["error_variance"], b["error_variance"]);
+    EXPECT_EQ(a["smoothed_state"], b["smoothed_state"]);
   }
 }

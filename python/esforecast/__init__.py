@@ -19,8 +19,9 @@ Modules:
 from . import calendar
 from ._batch import Model, Models, families, fit, forecast, interval_of_frequency, load_model
 from ._errors import EsforecastError, SeriesFailedWarning
+from .plot import plot
 
 __version__ = "0.1.0"
 __all__ = ["calendar", "forecast", "fit", "load_model", "Model", "Models", "EsforecastError",
-           "SeriesFailedWarning", "interval_of_frequency", "families"]
+           "SeriesFailedWarning", "interval_of_frequency", "families", "plot"]
 
