@@ -214,6 +214,8 @@ TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
   for (int d = 1; d <= 29; d += 7) mondays += "2001-01-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",1\n";
   for (int d = 5; d <= 26; d += 7) mondays += "2001-02-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",2\n";
   write("mondays.csv", mondays);
+  // Working days: Friday to Monday is three days, but one WEEKDAY.
+  write("weekdays.csv", "d,v\n2001-05-03,1\n2001-05-04,2\n2001-05-07,3\n2001-05-08,4\n2001-05-11,5\n");
   write("hours.csv", "t,v\n2001-01-01T00:00,1\n2001-01-01T01:00,2\n2001-01-01 03:00,3\n");
   write("mixed.csv", "date,value\n2001-01-01,1\n2001-02-01,2\n2001-02-15,3\n");
   const struct {
@@ -226,6 +228,7 @@ TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
       {{"--interval", "WEEK", "mondays.csv"}, 0, {"line 2, column 'date': '2001-01-01' does not begin", "WEEK.2 would fit"}},
       {{"mondays.csv"}, 0, {"the time IDs fit WEEK.2"}},
       {{"hours.csv"}, 0, {"the time IDs fit DTHOUR"}},
+      {{"weekdays.csv"}, 0, {"the time IDs fit WEEKDAY:"}},
       {{"mixed.csv"}, 1, {"no single interval fits", "lines 3 and 4"}},
   };
   for (const auto& c : cases) {
@@ -473,6 +476,17 @@ TEST_F(ModelCliTest, CriteriaComeFromTheOneStepErrors) {
   EXPECT_EQ(c["parameters"], 3 + 1 + 1 + 11 + 1);
   EXPECT_NEAR(c["loglik"].get<double>(), loglik, 1e-9 * std::fabs(loglik));
   EXPECT_NEAR(c["aic"].get<double>(), -2.0 * loglik + 2.0 * 17, 1e-9 * std::fabs(loglik));
+  EXPECT_NEAR(Json::parse(fit.out)["accuracy"]["rmse"].get<double>(), std::sqrt(sse / n), 1e-9);
+
+  // A shorter fit range: the criteria count its errors, the evaluation
+  // range runs on to the end of the data.
+  const Outcome part = run({"fit", "--model", "winters", "--interval", "MONTH", "--json", "--fit-end", "1958-12-01",
+                            example("AirPassengers.csv")});
+  ASSERT_EQ(part.status, 0) << part.err;
+  const Json j = Json::parse(part.out);
+  EXPECT_EQ(j["criteria"]["nobs"], 120);
+  EXPECT_EQ(j["accuracy"]["n"], 120);
+  EXPECT_EQ(j["evaluation_accuracy"]["n"], 144);
 }
 
 // The bounds list is always complete: restating the defaults changes nothing.

@@ -176,6 +176,7 @@ Json fit_json(const runner::FitResult& r) {
   out["criteria"] = {{"nobs", c.n},         {"parameters", c.k},      {"loglik", number_json(c.loglik)},
                      {"aic", number_json(c.aic)}, {"aicc", number_json(c.aicc)}, {"bic", number_json(c.bic)}};
   out["accuracy"] = accuracy_json(r.fit_accuracy);
+  out["evaluation_accuracy"] = accuracy_json(r.eval_accuracy);
   if (r.choice) out["selection"] = choice_json(*r.choice);
   out["warnings"] = r.warnings;
   return out;
@@ -229,6 +230,7 @@ std::string fit_table(const runner::FitResult& r) {
                      number_text(c.loglik, 3), number_text(c.aic, 3), number_text(c.aicc, 3), number_text(c.bic, 3),
                      c.n, c.k);
   out += "One-step accuracy over the fit range\n" + accuracy_lines(r.fit_accuracy);
+  out += "One-step accuracy over the evaluation range\n" + accuracy_lines(r.eval_accuracy);
   out += "\nSmoothed state at the end of the fit range\n";
   out += fmt::format("  {:<8} {}\n", "level", number_text(r.state.level, 6));
   if (r.state.has_trend) out += fmt::format("  {:<8} {}\n", "trend", number_text(r.state.trend, 6));

@@ -138,6 +138,8 @@ struct Lists {
   int nseasons = 0;    // the cycle sent, 0 when none
   long fit_first = 0;  // the fit range as indexes into placed.values
   long fit_last = -1;
+  long eval_first = 0;  // the evaluation range, the same way
+  long eval_last = -1;
   std::function<double(long)> period;  // start of the i-th period of the series
 
   Lists() = default;
@@ -311,6 +313,8 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   };
   p->fit_first = o.fit_start.empty() ? 0 : std::clamp(index_of("--fit-start", o.fit_start), 0L, n - 1);
   p->fit_last = o.fit_end.empty() ? n - 1 : std::clamp(index_of("--fit-end", o.fit_end), -1L, n - 1);
+  p->eval_first = o.eval_start.empty() ? p->fit_first : std::clamp(index_of("--eval-start", o.eval_start), 0L, n - 1);
+  p->eval_last = o.eval_end.empty() ? n - 1 : std::clamp(index_of("--eval-end", o.eval_end), -1L, n - 1);
   if (o.holdout > 0) {
     if (!o.fit_end.empty() || !o.eval_end.empty()) {
       throw RunError("--holdout sets the end of the fit and evaluation ranges; give it without --fit-end/--eval-end");
@@ -319,6 +323,7 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
       throw RunError(fmt::format("--holdout {} leaves fewer than 2 of the {} observations to fit", o.holdout, n));
     }
     p->fit_last = n - 1 - o.holdout;
+    p->eval_last = p->fit_last;
     const double end = p->period(p->fit_last);
     set_number(p->fit_range, "ENDDATE", end);
     set_number(p->eval_range, "ENDDATE", end);
@@ -611,6 +616,16 @@ void measure_fit(Loader& loader, const Plan& plan, Fitted& f) {
   const std::vector<double> fitted(p.placed.values.begin() + p.fit_first, p.placed.values.begin() + p.fit_last + 1);
   const double scale = seasonal_naive_mae(fitted, p.nseasons > 1 ? p.nseasons : 1);
   r.fit_accuracy = accuracy(head(kActual), head(kForecast), scale);
+  // The one-step errors over the evaluation range, whose rows the table
+  // holds from the start of the fit range on.
+  std::vector<double> a, fc;
+  for (long i = std::max(p.eval_first, p.fit_first); i <= p.eval_last; ++i) {
+    const std::size_t row = static_cast<std::size_t>(i - p.fit_first);
+    if (row >= t.rows()) break;
+    a.push_back(t.columns[kActual].values[row]);
+    fc.push_back(t.columns[kForecast].values[row]);
+  }
+  r.eval_accuracy = accuracy(a, fc, scale);
 }
 
 // A fit with its report: the thorough search when asked, the check that
@@ -1021,6 +1036,13 @@ std::string model_file_text(const FitResult& fit) {
               {"weights", std::move(weights)},
               {"aicc", std::isfinite(fit.criteria.aicc) ? Json(fit.criteria.aicc) : Json(nullptr)},
               {"warnings", fit.warnings}};
+  if (fit.choice) {
+    Json candidates = Json::array();
+    for (const Candidate& c : fit.choice->candidates) {
+      candidates.push_back({{"model", c.model}, {"score", std::isfinite(c.score) ? Json(c.score) : Json(nullptr)}});
+    }
+    j["selection"] = {{"chosen", fit.choice->chosen}, {"candidates", std::move(candidates)}};
+  }
   return j.dump(2) + "\n";
 }
 

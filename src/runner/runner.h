@@ -181,6 +181,7 @@ struct FitResult {
   long fit_last = -1;
   Criteria criteria;    // of the one-step errors over the fit range
   Accuracy fit_accuracy;
+  Accuracy eval_accuracy;  // of the one-step errors over the evaluation range
   bool thorough = false;  // the thorough search chose these weights
   std::optional<AutoChoice> choice;  // --model auto: the candidates and the choice
   // One line each: a fit that did not converge, weights on or outside a bound.
