@@ -113,15 +113,15 @@ TEST(CalendarCli, BadInputNamesTheFieldAndFails) {
     const char* args;
     const char* message;  // part of the message on standard error
   } cases[] = {
-      {"count MONTH 2001-13-01 2001-02-01", "field 3 (X1): '2001-13-01' is not a date"},
-      {"count MONTH 2001-02-01 2001-02-30", "field 4 (X2): '2001-02-30'"},
-      {"count MONTHX 2001-01-01 2001-02-01", "field 2 (INTERVAL): 'MONTHX': not a known interval name (result 103)"},
+      {"count MONTH 2001-13-01 2001-02-01", "field 3 (X1): \"2001-13-01\" is not a date"},
+      {"count MONTH 2001-02-01 2001-02-30", "field 4 (X2): \"2001-02-30\""},
+      {"count MONTHX 2001-01-01 2001-02-01", "field 2 (INTERVAL): \"MONTHX\": not a known interval name (result 103)"},
       {"count MONTH.2 2001-01-01 2001-02-01", "(result 2)"},
       {"count MONTH 2001-01-01", "count takes INTERVAL X1 X2"},
-      {"advance MONTH 2001-01-01 one", "field 4 (N): 'one' is not a number"},
-      {"advance MONTH 2001-01-01 1 Q", "field 5 (ALIGN): 'Q' is not an alignment"},
+      {"advance MONTH 2001-01-01 one", "field 4 (N): \"one\" is not a number"},
+      {"advance MONTH 2001-01-01 1 Q", "field 5 (ALIGN): \"Q\" is not an alignment"},
       {"advance OBS 2001-01-01 1", "is a date, but this interval counts plain numbers"},
-      {"subtract MONTH 1 2", "'subtract' is not an operation"},
+      {"subtract MONTH 1 2", "\"subtract\" is not an operation"},
       {"parse MONTH0", "the multiplier is 0"},
       {"parse WEEKDAY1234567W", "syntax error"},
       {"parse ABCDEFGHIJKLMNOPQRSTUVW", "1 to 21 characters"},

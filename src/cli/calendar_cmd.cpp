@@ -33,6 +33,7 @@
 #include <fmt/format.h>
 
 #include "cli/commands.h"
+#include "host/host.h"
 #include "intervals/calendar_arith.h"
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
@@ -165,10 +166,10 @@ double read_time(std::string_view text, const INTERVAL& iv, int field, const cha
   if (const auto iso = parse_iso(text)) {
     if (iv.units == kUnitsDatetime) return iso->days * kSecondsPerDay + iso->seconds;
     if (iv.units == kUnitsDate) return iso->days;  // a date interval looks at the day only
-    throw QueryError{field, name, fmt::format("'{}' is a date, but this interval counts plain numbers", text)};
+    throw QueryError{field, name, fmt::format("{} is a date, but this interval counts plain numbers", esf::host::quote_input(text))};
   }
   throw QueryError{field, name,
-                   fmt::format("'{}' is not a date (YYYY-MM-DD), a datetime (YYYY-MM-DDTHH:MM:SS) or a number", text)};
+                   fmt::format("{} is not a date (YYYY-MM-DD), a datetime (YYYY-MM-DDTHH:MM:SS) or a number", esf::host::quote_input(text))};
 }
 
 // ---- Printing values -------------------------------------------------------------
@@ -267,7 +268,7 @@ const INTERVAL& CalendarSession::interval(std::string_view name, int field) {
   if (const auto hit = cache_.find(key); hit != cache_.end()) return hit->second;
   INTERVAL iv{};
   const int rc = parse(name, &iv);
-  if (rc != 0) throw QueryError{field, "INTERVAL", fmt::format("'{}': {} (result {})", name, parse_reason(rc), rc)};
+  if (rc != 0) throw QueryError{field, "INTERVAL", fmt::format("{}: {} (result {})", esf::host::quote_input(name), parse_reason(rc), rc)};
   if (cache_.size() >= 4096) cache_.clear();
   return cache_.emplace(key, iv).first->second;
 }
@@ -297,7 +298,7 @@ std::string CalendarSession::advance(const std::vector<std::string_view>& w) {
   } else if (const auto number = parse_number(w[3])) {
     n = *number;
   } else {
-    throw QueryError{4, "N", fmt::format("'{}' is not a number", w[3])};
+    throw QueryError{4, "N", fmt::format("{} is not a number", esf::host::quote_input(w[3]))};
   }
   tchar align[2] = {'B', '\0'};
   if (w.size() == 5) {
@@ -312,7 +313,7 @@ std::string CalendarSession::advance(const std::vector<std::string_view>& w) {
     } else if (word == "S" || word == "SAME") {
       align[0] = 'S';
     } else {
-      throw QueryError{5, "ALIGN", fmt::format("'{}' is not an alignment: B, M, E or S", w[4])};
+      throw QueryError{5, "ALIGN", fmt::format("{} is not an alignment: B, M, E or S", esf::host::quote_input(w[4]))};
     }
   }
   return time_text(fn_.zintnx3(&iv, x, n, align, nullptr), iv, raw_);
@@ -322,7 +323,7 @@ std::string CalendarSession::describe(const std::vector<std::string_view>& w) {
   expect_words(w, 2, 2, "INTERVAL");
   INTERVAL iv{};
   const int rc = parse(w[1], &iv);
-  if (rc != 0) throw QueryError{2, "INTERVAL", fmt::format("'{}': {} (result {})", w[1], parse_reason(rc), rc)};
+  if (rc != 0) throw QueryError{2, "INTERVAL", fmt::format("{}: {} (result {})", esf::host::quote_input(w[1]), parse_reason(rc), rc)};
   char text[64] = {};
   int len = sizeof text;
   std::string printed = fn_.zinti2s(text, &len, &iv) == 0 ? std::string(text, static_cast<std::size_t>(len)) : "?";
@@ -359,7 +360,7 @@ std::string CalendarSession::answer(const std::vector<std::string_view>& w) {
   if (w[0] == "advance") return advance(w);
   if (w[0] == "parse") return describe(w);
   if (w[0] == "format") return format(w);
-  throw QueryError{1, "OPERATION", fmt::format("'{}' is not an operation: count, advance, parse or format", w[0])};
+  throw QueryError{1, "OPERATION", fmt::format("{} is not an operation: count, advance, parse or format", esf::host::quote_input(w[0]))};
 }
 
 std::vector<std::string_view> split_words(std::string_view line) {
@@ -379,40 +380,40 @@ std::string describe_error(const QueryError& e) {
   return fmt::format("field {} ({}): {}", e.field, e.field_name, e.reason);
 }
 
-// One query per line of standard input, one answer per line of standard
-// output. Returns the number of lines that got an error.
-long run_stream(CalendarSession& session) {
-  std::string out;
-  out.reserve(1 << 17);
+}  // namespace
+
+long esf::cli::answer_calendar_queries(Loader& loader, std::istream& in, std::ostream& out, bool raw) {
+  CalendarSession session(loader, raw);
+  std::string answers;
+  answers.reserve(1 << 17);
   std::string line;
   long line_number = 0;
   long errors = 0;
   std::vector<std::string_view> words;
-  while (std::getline(std::cin, line)) {
+  while (std::getline(in, line)) {
     ++line_number;
     words = split_words(line);
     if (words.empty() || words[0].front() == '#') {
-      out += '\n';  // answers stay aligned with the queries
+      answers += '\n';  // answers stay aligned with the queries
     } else {
       try {
-        out += session.answer(words);
+        answers += session.answer(words);
       } catch (const QueryError& e) {
         ++errors;
-        out += fmt::format("error: line {}, {}", line_number, describe_error(e));
+        answers += fmt::format("error: line {}, {}", line_number, describe_error(e));
       }
-      out += '\n';
+      answers += '\n';
     }
-    if (out.size() >= (1 << 16)) {
-      std::fwrite(out.data(), 1, out.size(), stdout);
-      out.clear();
+    if (answers.size() >= (1 << 16)) {
+      out.write(answers.data(), static_cast<std::streamsize>(answers.size()));
+      answers.clear();
     }
   }
-  std::fwrite(out.data(), 1, out.size(), stdout);
-  std::fflush(stdout);
+  out.write(answers.data(), static_cast<std::streamsize>(answers.size()));
+  out.flush();
   return errors;
 }
 
-}  // namespace
 
 void add_calendar_command(CLI::App& app, esf::cli::Loader& loader) {
   CLI::App* cmd = app.add_subcommand("calendar", "Interval arithmetic on dates");
@@ -441,9 +442,8 @@ void add_calendar_command(CLI::App& app, esf::cli::Loader& loader) {
         words.emplace_back(a);
       }
     }
-    CalendarSession session(loader, *raw);
     if (words.empty()) {
-      const long errors = run_stream(session);
+      const long errors = esf::cli::answer_calendar_queries(loader, std::cin, std::cout, *raw);
       if (errors > 0) {
         std::cerr << fmt::format("esforecast calendar: {} line{} of standard input could not be answered\n", errors,
                                  errors == 1 ? "" : "s");
@@ -451,6 +451,7 @@ void add_calendar_command(CLI::App& app, esf::cli::Loader& loader) {
       }
       return;
     }
+    CalendarSession session(loader, *raw);
     try {
       std::cout << session.answer(words) << '\n';
     } catch (const QueryError& e) {

@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/host.h"
 #include "host/host_dates.h"
 
 namespace esf::cli {
@@ -124,8 +125,14 @@ bool parse_iso(const std::string& text, double* days, double* seconds, bool* has
     if (!read_digits(text, &pos, 2, &whole) || whole > 59) return false;
     ss = whole;
     if (pos < text.size()) {
+      // A fraction of a second is a point and digits, nothing else (no
+      // exponent: "06.2e96" is not a time).
       double frac = 0.0;
-      if (text[pos] != '.' || !parse_number("0" + text.substr(pos), &frac)) return false;
+      if (text[pos] != '.' || pos + 1 == text.size() ||
+          text.find_first_not_of("0123456789", pos + 1) != std::string::npos ||
+          !parse_number("0" + text.substr(pos), &frac)) {
+        return false;
+      }
       ss += frac;
       pos = text.size();
     }
@@ -136,7 +143,7 @@ bool parse_iso(const std::string& text, double* days, double* seconds, bool* has
 }
 
 std::string where(const std::string& path, long line, const std::string& column) {
-  return fmt::format("{}: line {}, column '{}'", path, line, column);
+  return fmt::format("{}: line {}, column {}", path, line, host::quote_input(column));
 }
 
 }  // namespace
@@ -194,7 +201,11 @@ CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
                           const std::string& var_column, TimeUnits units) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw CsvError(fmt::format("{}: cannot open the file for reading", path));
+  return read_series_csv(in, path, id_column, var_column, units);
+}
 
+CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::string& id_column,
+                          const std::string& var_column, TimeUnits units) {
   CsvSeries series;
   series.path = path;
   std::string line;
@@ -228,13 +239,13 @@ CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
     for (std::size_t k = 0; k < header.size(); ++k) {
       if (header[k] == name) return k;
     }
-    throw CsvError(fmt::format("{}: line {}: no column named '{}' in the header", path, header_line, name));
+    throw CsvError(fmt::format("{}: line {}: no column named {} in the header", path, header_line, host::quote_input(name)));
   };
   const std::size_t id_col = column_index(id_column, 0, "time ID");
   const std::size_t var_col = column_index(var_column, 1, "value");
   if (id_col == var_col) {
-    throw CsvError(fmt::format("{}: line {}: the time ID and the value are the same column '{}'", path,
-                               header_line, header[id_col]));
+    throw CsvError(fmt::format("{}: line {}: the time ID and the value are the same column {}", path,
+                               header_line, host::quote_input(header[id_col])));
   }
   series.id_column = header[id_col];
   series.var_column = header[var_col];
@@ -257,13 +268,13 @@ CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
     }
     if (!parse_time(row.id_text, units, &row.time)) {
       const char* want = units == TimeUnits::kNumber ? "a number" : "an ISO date or datetime (YYYY-MM-DD[THH:MM:SS])";
-      throw CsvError(fmt::format("{}: '{}' is not {}", where(path, lineno, series.id_column), row.id_text, want));
+      throw CsvError(fmt::format("{}: {} is not {}", where(path, lineno, series.id_column), host::quote_input(row.id_text), want));
     }
     const std::string& v = fields[var_col];
     if (v.empty() || v == ".") {
       row.missing = true;
     } else if (!parse_number(v, &row.value)) {
-      throw CsvError(fmt::format("{}: '{}' is not a number", where(path, lineno, series.var_column), v));
+      throw CsvError(fmt::format("{}: {} is not a number", where(path, lineno, series.var_column), host::quote_input(v)));
     }
     series.rows.push_back(std::move(row));
   }
@@ -280,24 +291,31 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
   }
   placed.stdate = calendar.period_start(earliest->time);
   if (calendar.is_missing(placed.stdate)) {
-    throw CsvError(fmt::format("{}: the interval cannot place '{}'",
-                               where(series.path, earliest->line, series.id_column), earliest->id_text));
+    throw CsvError(fmt::format("{}: the interval cannot place {}",
+                               where(series.path, earliest->line, series.id_column), host::quote_input(earliest->id_text)));
   }
   // Period index of every row, from the first period.
   std::map<long, const CsvRow*> by_period;
   long last = 0;
   for (const CsvRow& row : series.rows) {
     const double k = calendar.count(placed.stdate, row.time);
-    if (calendar.is_missing(k) || !std::isfinite(k) || k < 0 || k > 1e9) {
-      throw CsvError(fmt::format("{}: the interval cannot place '{}'",
-                                 where(series.path, row.line, series.id_column), row.id_text));
+    if (calendar.is_missing(k) || !std::isfinite(k) || k < 0) {
+      throw CsvError(fmt::format("{}: the interval cannot place {}",
+                                 where(series.path, row.line, series.id_column), host::quote_input(row.id_text)));
+    }
+    if (k >= static_cast<double>(kMaxSeriesPeriods)) {
+      throw CsvError(fmt::format(
+          "the series spans more than {} periods of the interval, more than memory allows: {}: lines {} and {}, "
+          "column {}: {} and {}",
+          kMaxSeriesPeriods, series.path, earliest->line, row.line, host::quote_input(series.id_column),
+          host::quote_input(earliest->id_text), host::quote_input(row.id_text)));
     }
     const long index = static_cast<long>(k);
     auto [it, inserted] = by_period.emplace(index, &row);
     if (!inserted) {
-      throw CsvError(fmt::format("{}: lines {} and {}, column '{}': '{}' and '{}' fall in the same period",
-                                 series.path, it->second->line, row.line, series.id_column,
-                                 it->second->id_text, row.id_text));
+      throw CsvError(fmt::format("{}: lines {} and {}, column {}: {} and {} fall in the same period",
+                                 series.path, it->second->line, row.line, host::quote_input(series.id_column),
+                                 host::quote_input(it->second->id_text), host::quote_input(row.id_text)));
     }
     if (index > last) last = index;
   }
