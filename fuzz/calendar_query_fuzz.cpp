@@ -9,7 +9,7 @@
 #include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static esf::cli::Loader loader;
+  static esf::runner::Loader loader;
   if (size < 1) return 0;
   const std::string text(esf::fuzz::text_of(data + 1, size - 1));
   std::istringstream in(text);

@@ -5,7 +5,7 @@
 #include <sstream>
 #include <string>
 
-#include "cli/series_csv.h"
+#include "runner/series_csv.h"
 #include "fuzz_support.h"
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
@@ -19,16 +19,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (zintstr(name.data(), static_cast<int>(name.size()), &iv) != 0) std::abort();
   std::istringstream in(std::string(esf::fuzz::text_of(data + 1, size - 1)));
   try {
-    const esf::cli::CsvSeries series =
-        esf::cli::read_series_csv(in, "fuzz.csv", "", "", esf::cli::time_units_of(iv.units));
+    const esf::runner::CsvSeries series =
+        esf::runner::read_series_csv(in, "fuzz.csv", "", "", esf::runner::time_units_of(iv.units));
     ESF_FUZZ_CHECK(!series.rows.empty());
-    esf::cli::Calendar calendar;
+    esf::runner::Calendar calendar;
     calendar.period_start = [&iv](double t) { return zintnx2(&iv, t, 0.0); };
     calendar.count = [&iv](double from, double to) { return zintck2(&iv, from, to); };
     calendar.is_missing = [](double v) { return esf::is_missing(v) || std::isnan(v); };
-    const esf::cli::PlacedSeries placed = esf::cli::place_series(series, calendar);
+    const esf::runner::PlacedSeries placed = esf::runner::place_series(series, calendar);
     ESF_FUZZ_CHECK(!placed.values.empty() && placed.values.size() == placed.lines.size());
-  } catch (const esf::cli::CsvError&) {
+  } catch (const esf::runner::CsvError&) {
   }
   return 0;
 }

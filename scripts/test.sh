@@ -8,3 +8,14 @@ build=${BUILD_DIR:-build}
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release "$@" >/dev/null
 cmake --build "$build" -j "$(nproc)"
 ctest --test-dir "$build" --output-on-failure -j "$(nproc)"
+
+# The Python package's tests, under the interpreter the build chose.
+if [ -f "$build/python/interpreter" ]; then
+  python=$(cat "$build/python/interpreter")
+  rc=0
+  PYTHONPATH="$(cd "$build/python" && pwd)" MPLBACKEND=Agg \
+    "$python" -m pytest -q -p no:cacheprovider python/tests || rc=$?
+  [ "$rc" -eq 5 ] && rc=0  # no tests collected
+  exit "$rc"
+fi
+echo "Python package not built (see the cmake output): its tests did not run"

@@ -115,6 +115,7 @@ TEST(CalendarCli, BadInputNamesTheFieldAndFails) {
   } cases[] = {
       {"count MONTH 2001-13-01 2001-02-01", "field 3 (X1): \"2001-13-01\" is not a date"},
       {"count MONTH 2001-02-01 2001-02-30", "field 4 (X2): \"2001-02-30\""},
+      {"count DTHOUR 2001-01-01T10:15:60 2001-01-01", "field 3 (X1): \"2001-01-01T10:15:60\""},
       {"count MONTHX 2001-01-01 2001-02-01", "field 2 (INTERVAL): \"MONTHX\": not a known interval name (result 103)"},
       {"count MONTH.2 2001-01-01 2001-02-01", "(result 2)"},
       {"count MONTH 2001-01-01", "count takes INTERVAL X1 X2"},

@@ -530,7 +530,7 @@ std::string quote(const std::string& s) {
 TEST(EssCli, ForecastCommandWritesADatedTableWithTheSeasonColumn) {
   const fs::path dir = fs::temp_directory_path() / ("ess_cli_" + std::to_string(::getpid()));
   fs::create_directories(dir);
-  std::ofstream(dir / "lsan.supp") << "leak:esf::cli::Loader::load\n";
+  std::ofstream(dir / "lsan.supp") << "leak:esf::runner::Loader::load\n";
   auto run = [&](const std::string& args) {
     const std::string cmd = "cd " + quote(dir.string()) + " && LSAN_OPTIONS=suppressions=lsan.supp " + quote(ESF_CLI) +
                             " forecast --model seasonal --interval MONTH " + args + " " +

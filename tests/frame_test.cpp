@@ -16,7 +16,6 @@
 #include "smoothing/es1fit.h"
 #include "smoothing/es1subs.h"
 #include "smoothing/frame.h"
-#include "smoothing/frame_es1.h"
 #include "support/smooth_model.h"
 
 namespace {

@@ -134,6 +134,15 @@ TEST(HostLists, DeleteSearchAndRename) {
   ASSERT_EQ(slitmc(g.list, 3, &s, &n), 0);
   EXPECT_EQ(std::string(s, static_cast<size_t>(n)), "D");
   EXPECT_NE(slditm(g.list, 4), 0);
+  // Inserting at the front and in the middle keeps every position right.
+  ASSERT_EQ(slinsd(g.list, 1.0, 1, nullptr, 0), 0);
+  ASSERT_EQ(slinsd(g.list, 3.0, 3, nullptr, 0), 0);
+  std::vector<std::string> seen;
+  for (SLIndex i = 1; i <= g.list->length; ++i) {
+    seen.push_back(slitmc(g.list, i, &s, &n) == 0 ? std::string(s, static_cast<size_t>(n))
+                                                  : std::to_string(static_cast<int>(slgetnv(esf::host::items(g.list)[static_cast<size_t>(i - 1)], 0))));
+  }
+  EXPECT_EQ(seen, (std::vector<std::string>{"1", "B", "3", "A ", "D"}));
 }
 
 TEST(HostLists, CopyIsDeepAndFreeIsComplete) {
@@ -295,13 +304,14 @@ TEST(HostJson, ShapesFollowTheNaming) {
 
 TEST(HostJson, BadInputNamesThePathAndLeavesNoList) {
   const std::size_t before = esf::host::live_lists();
-  const char* bad[] = {
+  const std::string bad[] = {
       R"({"DATA": [1, {"$missing": "AB"}]})",
       R"({"$items": [{"name": 3, "value": 1}]})",
       R"(17)",
+      std::string(100000, '[') + std::string(100000, ']'),  // deeper than any model list: refused, not a crash
   };
-  const char* where[] = {"$.DATA[1]", "$.$items[0].name", "$"};
-  for (int i = 0; i < 3; ++i) {
+  const char* where[] = {"$.DATA[1]", "$.$items[0].name", "$", "nest more than 64 levels deep, at $[0][0]"};
+  for (int i = 0; i < 4; ++i) {
     SCOPED_TRACE(bad[i]);
     try {
       esf::host::from_json(nlohmann::ordered_json::parse(bad[i]));

@@ -170,7 +170,7 @@ TEST_F(HostCache, TokensResolveToTheLongestMappedNameWithMultiplierAndShift) {
   const Case cases[] = {
       {"mycal", "MYCAL", 1, 0},    {"MYCAL2.3", "MYCAL", 2, 2},  {"MYCAL.1", "MYCAL", 1, 0},
       {"MYCALX12", "MYCALX", 12, 0},  // the longest mapped name wins
-      {"MYCALY", "", -1, -1},      {"MYCAL2.3.4", "", -1, -1},
+      {"MYCALY", "", -1, -1},      {"MYCAL2.3.4", "", -1, -1},  {"MYCAL.0", "", -1, -1},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.token);

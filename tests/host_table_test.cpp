@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -170,6 +171,41 @@ TEST_F(HostTable, ClosedTableIsACsvWithOneHeaderLine) {
   EXPECT_EQ(vars[2].decimals, 5);
 }
 
+// Under a memory libref the same chain leaves no file: the calling thread
+// takes the table once, values to the bit, and no other thread sees it; an
+// aborted table is never there to take.
+TEST_F(HostTable, MemoryTableIsTakenOnceByItsOwnThread) {
+  esf::host::assign_memory_libref("OUT");
+  for (const char* mem : {"Gone", "Fcst"}) {
+    const bool abort = mem[0] == 'G';
+    XO_PARMS xoparm;
+    ASSERT_EQ(open_output(mem, &xoparm), 0);
+    ptr xvp = nullptr;
+    double slots[2];
+    ASSERT_EQ(define(xoparm, &xvp, {"DATE", "U95"}, slots), 0);
+    const double rows[][2] = {{-3653, 1.0 / 3.0}, {-3622, dot_a()}};
+    for (const auto& row : rows) {
+      std::copy(row, row + 2, slots);
+      ASSERT_EQ(add(xoparm, xvp), 0);
+    }
+    ASSERT_EQ(xvputt(xvp), 0);
+    ASSERT_EQ(xoclose(xoparm.fileid, abort ? XO_ABORT : 0), 0);
+  }
+  EXPECT_TRUE(files_in(dir_).empty());
+  std::thread([] { EXPECT_FALSE(esf::host::take_memory_table("out.fcst")); }).join();
+  std::optional<esf::host::MemoryTable> t = esf::host::take_memory_table("out.fcst");
+  ASSERT_TRUE(t);
+  ASSERT_EQ(t->variables.size(), 2u);
+  EXPECT_EQ(t->variables[1].name, "U95");
+  EXPECT_EQ(t->variables[1].label, "label of U95");
+  ASSERT_EQ(t->rows(), 2u);
+  EXPECT_EQ(t->columns[0][1], -3622.0);
+  EXPECT_EQ(std::bit_cast<std::uint64_t>(t->columns[1][0]), std::bit_cast<std::uint64_t>(1.0 / 3.0));
+  EXPECT_EQ(std::bit_cast<std::uint64_t>(t->columns[1][1]), std::bit_cast<std::uint64_t>(dot_a()));
+  EXPECT_FALSE(esf::host::take_memory_table("OUT.FCST"));
+  EXPECT_FALSE(esf::host::take_memory_table("OUT.GONE"));
+}
+
 TEST_F(HostTable, AbortLeavesNoFileAndAnEarlierTableOfTheSameNameAlone) {
   std::ofstream(dir_ / "keep.csv") << "X\n1\n";
   for (const char* mem : {"GONE", "KEEP"}) {
@@ -268,8 +304,8 @@ class HostInputTable : public HostTable {
 };
 
 TEST_F(HostInputTable, RowsAreReadIntoBoundBuffers) {
-  // Numbers, an ISO date (day 200) and an ISO datetime (second 300).
-  std::ofstream(dir_ / "cal.csv") << "begin:DATE9.,Season\n100,1\n1960-07-19,.\n\n1960-01-01T00:05:00,.C\n";
+  // Numbers, an ISO date (day 200) and an ISO datetime (second 301).
+  std::ofstream(dir_ / "cal.csv") << "begin:DATE9.,Season\n100,1\n1960-07-19,.\n\n1960-01-01T00:05:01,.C\n";
   XO_PARMS xoparm;
   ASSERT_EQ(open_input("CAL", &xoparm), 0);
   long nobs = 0;
@@ -306,7 +342,7 @@ TEST_F(HostInputTable, RowsAreReadIntoBoundBuffers) {
     seasons.push_back(std::bit_cast<std::uint64_t>(season));
   }
   EXPECT_EQ(rc, XO_EOF);
-  EXPECT_EQ(begins, (std::vector<double>{100, 200, 300}));
+  EXPECT_EQ(begins, (std::vector<double>{100, 200, 301}));
   EXPECT_EQ(seasons[0], std::bit_cast<std::uint64_t>(1.0));
   EXPECT_EQ(seasons[1], 0xFFFFFE0000000000u);  // "."
   EXPECT_EQ(seasons[2], 0xFFFFFB0000000000u);  // ".C"
@@ -324,7 +360,7 @@ TEST_F(HostInputTable, RowsAreReadIntoBoundBuffers) {
   xoparm.opcode = XO_READNEXT;
   ASSERT_EQ(xoparm.fileid->vector->read(&xoparm), 0);
   ASSERT_EQ(xyvget(xvp, 0), 0);
-  EXPECT_EQ(begin, 300);
+  EXPECT_EQ(begin, 301);
   EXPECT_EQ(xoparm.fileid->vector->read(&xoparm), XO_EOF);
   xoparm.opcode = XO_PNTOBS;
   xoparm.obsnum = 4;
@@ -343,6 +379,7 @@ TEST_F(HostInputTable, BadDataNamesFileLineAndField) {
   const Case cases[] = {
       {"BEGIN,END\n1,2\n3,x4\n", "line 3, field 2 (END): \"x4\" is not a number"},
       {"BEGIN,END\n1,2,3\n", "line 2: 3 fields where the header has 2"},
+      {"BEGIN,END\n1,\"a\"\"b, c\"\n", "field 2 (END): \"a\"b, c\" is not a number"},  // one quoted field
       {"BEGIN\n2020-02-30\n", "line 2, field 1 (BEGIN): \"2020-02-30\" is not a number or an ISO date"},
       {"BEGIN\n2020-01-06T24:00:00\n", "is not a number or an ISO date"},
       {"BEGIN\n2020-01-06x\n", "is not a number or an ISO date"},

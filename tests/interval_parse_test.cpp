@@ -287,40 +287,6 @@ TEST(Zinti2s, PrintsTheCanonicalForm) {
   }
 }
 
-// Records built field by field print as the documented names, and those
-// names parse back to the same record.
-TEST(Zinti2s, PrintsRecordsBuiltByHand) {
-  const struct {
-    int intcode;
-    char units;
-    int intper, shiftper;
-    const char* weekend;  // weekend days, 0 Sunday to 6 Saturday
-    const char* printed;
-  } cases[] = {
-      {kIntMonth, 'd', 1, 0, "", "MONTH"},        {kIntMonth, 'd', 3, 0, "", "MONTH3."},
-      {kIntMonth, 'd', 3, 1, "", "MONTH3.2"},     {kIntQtr, 'd', 1, 1, "", "QTR.2"},
-      {kIntWeek, 'd', 1, 0, "", "WEEK1."},        {kIntWeek, 'd', 2, 2, "", "WEEK2.3"},
-      {kIntWeekday, 'd', 1, 0, "06", "WEEKDAY"},  {kIntWeekday, 'd', 1, 0, "56", "WEEKDAY67W"},
-      {kIntDay, 's', 1, 0, "", "DTDAY"},          {kIntObs, 'o', 3, 0, "", "OBS3."},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.printed);
-    INTERVAL iv{};
-    iv.intcode = static_cast<char>(c.intcode);
-    iv.units = c.units;
-    iv.intper = c.intper;
-    iv.shiftper = c.shiftper;
-    if (c.intcode == kIntWeekday) {
-      iv.nweekday = static_cast<char>(7 - std::strlen(c.weekend));
-      for (const char* w = c.weekend; *w != 0; ++w) iv.weekend[*w - '0'] = 1;
-    }
-    EXPECT_EQ(print(iv), c.printed);
-    const Parsed back = parse(c.printed);
-    ASSERT_EQ(back.rc, 0);
-    EXPECT_TRUE(cases::same_interval(back.iv, iv));
-  }
-}
-
 TEST(Zinti2s, BufferMustHoldTheTextAndItsTerminator) {
   Parsed p = parse("MONTH3.2");
   char text[16];

@@ -58,7 +58,7 @@ class ModelCliTest : public ::testing::Test {
   // stays with the pool for the life of the process.
   Outcome run(const std::vector<std::string>& args) {
     const fs::path suppressions = dir_ / "lsan.supp";
-    if (!fs::exists(suppressions)) std::ofstream(suppressions) << "leak:esf::cli::Loader::load\n";
+    if (!fs::exists(suppressions)) std::ofstream(suppressions) << "leak:esf::runner::Loader::load\n";
     std::string cmd = "cd " + quote(dir_.string()) + " && LSAN_OPTIONS=suppressions=" +
                       quote(suppressions.string()) + " " + quote(ESF_CLI);
     for (const std::string& a : args) cmd += " " + quote(a);
@@ -305,6 +305,7 @@ TEST_F(ModelCliTest, CsvErrorsNameFileLineAndColumn) {
       {"empty file", "", {}, {"no header line"}},
       {"no rows", "date,value\n", {}, {"no data rows"}},
       {"empty time id", "date,value\n1949-01-01,1\n,2\n", {}, {"line 3", "column \"date\"", "empty"}},
+      {"a byte-order mark", "\xEF\xBB\xBF" "date,value\n1949-13-01,1\n", {}, {"line 2", "column \"date\""}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);

@@ -250,14 +250,37 @@ class RegressionEdge : public ::testing::Test {
   void SetUp() override { trend_test::connect_module(); }
 };
 
-TEST_F(RegressionEdge, OnePointIsTooFewAndNothingAskedWinsOverIt) {
-  double y[1] = {5.0};
-  char m[1] = {0};
-  double c = 1, t = 1;
-  EXPECT_EQ(ztsrdmy(y, m, 1, 0, &c, &t, nullptr, nullptr, nullptr), -2);
-  EXPECT_TRUE(is_miss(c));
-  EXPECT_TRUE(is_miss(t));
-  EXPECT_EQ(ztsrdmy(y, m, 1, 0, nullptr, nullptr, nullptr, nullptr, nullptr), -3);
+// Few points and unusable models, with the answers written out (statuses
+// below -2 leave the outputs alone and aren't looked at).
+TEST_F(RegressionEdge, FewPointsAndUnusableModels) {
+  const struct {
+    const char* label;
+    int model;
+    std::vector<double> y;
+    int status;
+    double c, t, q;
+  } cases[] = {
+      {"one point is too few", 3, {5.0}, -2, kMiss, kMiss, 0},
+      {"nothing asked wins over too few", 0, {5.0}, -3, 0, 0, 0},
+      {"a line through one remaining point", 3, {kMiss, 7.5}, 0, 7.5, 0.0, 0},
+      {"through the origin one point fixes the slope", 2, {kMiss, 7.5}, 0, 0, 2.0 * 7.5 / 4.0, 0},
+      {"a quadratic through one point", 7, {kMiss, 7.5}, 0, 7.5, 0.0, 0.0},
+      {"a quadratic without its linear term", 5, {1, 2, 3, 4}, -99, 0, 0, 0},
+  };
+  for (const auto& k : cases) {
+    SCOPED_TRACE(k.label);
+    std::vector<double> y = k.y;
+    std::vector<char> m;
+    for (double v : y) m.push_back(is_miss(v) ? 1 : 0);
+    double c = 1, t = 1, q = 1;
+    EXPECT_EQ(ztsrdmy(y.data(), m.data(), static_cast<long>(y.size()), 0, (k.model & 1) ? &c : nullptr,
+                      (k.model & 2) ? &t : nullptr, (k.model & 4) ? &q : nullptr, nullptr, nullptr),
+              k.status);
+    if (k.status < -2) continue;
+    if (k.model & 1) expect_close("ccoef", c, k.c, 1e-15);
+    if (k.model & 2) expect_close("tcoef", t, k.t, 1e-15);
+    if (k.model & 4) expect_close("qcoef", q, k.q, 1e-15);
+  }
 }
 
 TEST_F(RegressionEdge, TwoSeasonsSetNoSeasonalBitButAreCleared) {
@@ -332,29 +355,14 @@ TEST_F(RegressionEdge, EverySeasonWithOnePointIsAReducedFit) {
   EXPECT_DOUBLE_EQ(sdm[1], 2.0);
 }
 
-TEST_F(RegressionEdge, LineThroughOneRemainingPoint) {
-  double y[2] = {kMiss, 7.5};
-  char m[2] = {1, 0};
-  double c = 0, t = 0;
-  EXPECT_EQ(ztsrdmy(y, m, 2, 0, &c, &t, nullptr, nullptr, nullptr), 0);
-  EXPECT_EQ(t, 0.0);
-  EXPECT_EQ(c, 7.5);
-  // Through the origin the one point still fixes the slope.
-  EXPECT_EQ(ztsrdmy(y, m, 2, 0, nullptr, &t, nullptr, nullptr, nullptr), 0);
-  EXPECT_DOUBLE_EQ(t, 2.0 * 7.5 / 4.0);
-  // A quadratic through one point puts the value in the constant.
-  double q = 1;
-  EXPECT_EQ(ztsrdmy(y, m, 2, 0, &c, &t, &q, nullptr, nullptr), 0);
-  EXPECT_EQ(q, 0.0);
-  EXPECT_EQ(c, 7.5);
-  EXPECT_EQ(t, 0.0);
-}
-
-TEST_F(RegressionEdge, QuadraticWithoutLinearTermHasNoRoutine) {
-  double y[4] = {1, 2, 3, 4};
-  char m[4] = {};
-  double c = 0, q = 0;
-  EXPECT_EQ(ztsrdmy(y, m, 4, 0, &c, nullptr, &q, nullptr, nullptr), -99);
+// The seasonal factors are ratios to the common line; a line at zero gives
+// no ratios, and every factor is 1.
+TEST_F(RegressionEdge, FactorsOfAZeroLineAreOne) {
+  std::vector<double> y(12, 0.0);
+  std::vector<char> m(12, 0);
+  double c = 1, t = 1, sd[4] = {};
+  EXPECT_EQ(ztsrsdm(y.data(), m.data(), 12, 4, &c, &t, sd, nullptr), 0);
+  for (double f : sd) EXPECT_EQ(f, 1.0);
 }
 
 TEST_F(RegressionEdge, NoMemoryLeavesOutputsMissingAndReturnsEveryBlock) {

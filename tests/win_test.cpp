@@ -22,7 +22,6 @@
 #include "module/host_api.h"
 #include "numeric/numeric.h"
 #include "regression/regression.h"
-#include "smoothing/frame_win.h"
 #include "smoothing/winfit.h"
 #include "smoothing/winsubs.h"
 #include "support/method_session.h"

@@ -8,9 +8,9 @@
 //   esforecast calendar format DTMONTH                         ->  format=DTMONYY width=7 short_width=5 ...
 //   printf 'count DAY 2001-01-01 2001-12-31\n' | esforecast calendar   ->  364
 //
-// Time values are read as ISO dates (2001-01-31), ISO datetimes
+// Time values are read as dates (2001-01-31, 2001-01), datetimes
 // (2001-01-31T10:15:00), plain numbers (the raw date, datetime or
-// observation value), or missing values ("." and ".A" to ".Z"). Results
+// observation value), or missing values (".", ".A" to ".Z", NA). Results
 // are printed the way the interval's values are kept: dates for a date
 // interval, datetimes for a datetime interval, numbers for OBS and NONE,
 // "." (or the kind, ".I") for a missing value; --raw prints plain numbers.
@@ -33,8 +33,10 @@
 #include <fmt/format.h>
 
 #include "cli/commands.h"
+#include "cli/interval_messages.h"
+#include "common/civil_days.h"
 #include "host/host.h"
-#include "intervals/calendar_arith.h"
+#include "host/time_text.h"
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 
@@ -55,7 +57,7 @@ struct CalendarRoutines {
   ZintfmtFn* zintfmt;
   ZintfmtFn* zintfmd;
 
-  explicit CalendarRoutines(esf::cli::Loader& loader)
+  explicit CalendarRoutines(esf::runner::Loader& loader)
       : zintstr(loader.symbol<ZintstrFn>("zintstr")),
         zinti2s(loader.symbol<Zinti2sFn>("zinti2s")),
         zintck2(loader.symbol<Zintck2Fn>("zintck2")),
@@ -72,104 +74,24 @@ struct QueryError {
   std::string reason;
 };
 
-constexpr double kSecondsPerDay = 86400.0;
+using calendar::kSecondsPerDay;
 
 // ---- Reading values ------------------------------------------------------------
 
-// Reads exactly `width` digits at `pos`.
-std::optional<int> digits(std::string_view s, std::size_t pos, std::size_t width) {
-  if (pos + width > s.size()) return std::nullopt;
-  int v = 0;
-  for (std::size_t i = pos; i < pos + width; ++i) {
-    if (s[i] < '0' || s[i] > '9') return std::nullopt;
-    v = v * 10 + (s[i] - '0');
-  }
-  return v;
-}
-
-struct TimeText {
-  double days;       // day number, 0 on 1 January 1960
-  double seconds;    // seconds into the day, [0, 86400)
-  bool has_time;
-};
-
-// [-]YYYY[Y]-MM-DD, optionally followed by THH:MM[:SS[.fraction]].
-std::optional<TimeText> parse_iso(std::string_view s) {
-  std::size_t pos = 0;
-  bool negative = false;
-  if (pos < s.size() && (s[pos] == '-' || s[pos] == '+')) negative = s[pos++] == '-';
-  std::size_t year_end = pos;
-  while (year_end < s.size() && s[year_end] >= '0' && s[year_end] <= '9') ++year_end;
-  const std::size_t year_width = year_end - pos;
-  if (year_width < 4 || year_width > 5 || year_end >= s.size() || s[year_end] != '-') return std::nullopt;
-  const int year = *digits(s, pos, year_width) * (negative ? -1 : 1);
-  const auto month = digits(s, year_end + 1, 2);
-  if (!month || year_end + 3 >= s.size() || s[year_end + 3] != '-') return std::nullopt;
-  const auto day = digits(s, year_end + 4, 2);
-  if (!day) return std::nullopt;
-  if (*month < 1 || *month > 12 || *day < 1 || *day > calendar::last_day_of_month(year, *month)) return std::nullopt;
-  TimeText t{static_cast<double>(calendar::days_from_civil(year, *month, *day)), 0.0, false};
-  pos = year_end + 6;
-  if (pos == s.size()) return t;
-
-  if (s[pos] != 'T' && s[pos] != 't' && s[pos] != ' ') return std::nullopt;
-  const auto hour = digits(s, pos + 1, 2);
-  if (!hour || pos + 3 >= s.size() || s[pos + 3] != ':') return std::nullopt;
-  const auto minute = digits(s, pos + 4, 2);
-  if (!minute) return std::nullopt;
-  double second = 0.0;
-  pos += 6;
-  if (pos < s.size()) {
-    if (s[pos] != ':') return std::nullopt;
-    const auto whole = digits(s, pos + 1, 2);
-    if (!whole) return std::nullopt;
-    second = *whole;
-    pos += 3;
-    if (pos < s.size()) {
-      if (s[pos] != '.' || pos + 1 == s.size()) return std::nullopt;
-      double scale = 0.1;
-      for (++pos; pos < s.size(); ++pos, scale /= 10) {
-        if (s[pos] < '0' || s[pos] > '9') return std::nullopt;
-        second += (s[pos] - '0') * scale;
-      }
-    }
-  }
-  if (*hour > 23 || *minute > 59 || second >= 60.0) return std::nullopt;
-  t.seconds = *hour * 3600.0 + *minute * 60.0 + second;
-  t.has_time = true;
-  return t;
-}
-
-// "." and ".A" to ".Z" (either case) and "._" are the missing values.
-std::optional<double> parse_missing(std::string_view s) {
-  if (s == ".") return esf::kMissing;
-  if (s.size() != 2 || s[0] != '.') return std::nullopt;
-  const char c = s[1];
-  if (c == '_') return esf::missing_entry(0);
-  if (c >= 'A' && c <= 'Z') return esf::missing_letter(c);
-  if (c >= 'a' && c <= 'z') return esf::missing_letter(static_cast<char>(c - 'a' + 'A'));
-  return std::nullopt;
-}
-
-std::optional<double> parse_number(std::string_view s) {
-  double v = 0.0;
-  const char* end = s.data() + s.size();
-  const auto [ptr, ec] = std::from_chars(s.data(), end, v);
-  if (ec != std::errc() || ptr != end || !std::isfinite(v)) return std::nullopt;
-  return v;
-}
+std::optional<double> parse_missing(std::string_view s) { return esf::host::read_missing_text(s); }
+std::optional<double> parse_number(std::string_view s) { return esf::host::read_number_text(s); }
 
 // A time value in the units of the interval that will handle it.
 double read_time(std::string_view text, const INTERVAL& iv, int field, const char* name) {
   if (const auto missing = parse_missing(text)) return *missing;
   if (const auto number = parse_number(text)) return *number;
-  if (const auto iso = parse_iso(text)) {
-    if (iv.units == kUnitsDatetime) return iso->days * kSecondsPerDay + iso->seconds;
-    if (iv.units == kUnitsDate) return iso->days;  // a date interval looks at the day only
+  if (const auto iso = esf::host::read_time_text(text)) {
+    if (iv.units == kUnitsDatetime) return iso->as_datetime();
+    if (iv.units == kUnitsDate) return iso->as_date();  // a date interval looks at the day only
     throw QueryError{field, name, fmt::format("{} is a date, but this interval counts plain numbers", esf::host::quote_input(text))};
   }
   throw QueryError{field, name,
-                   fmt::format("{} is not a date (YYYY-MM-DD), a datetime (YYYY-MM-DDTHH:MM:SS) or a number", esf::host::quote_input(text))};
+                   fmt::format("{} is not a date or datetime ({}) or a number", esf::host::quote_input(text), esf::host::kTimeTextForms)};
 }
 
 // ---- Printing values -------------------------------------------------------------
@@ -220,22 +142,9 @@ std::string time_text(double v, const INTERVAL& iv, bool raw) {
 
 // ---- Intervals -------------------------------------------------------------------
 
-std::string parse_reason(int rc) {
-  switch (rc) {
-    case 1: return "the multiplier is 0 or larger than 2147483647";
-    case 2: return "the shift is 0, larger than the interval allows, or follows a plain number";
-    case 101: return "an interval name has 1 to 21 characters";
-    case 102: return "syntax error: a second '.', a character that isn't a digit in a number, or bad weekend digits";
-    case 103: return "not a known interval name";
-    case 1001: return "no name given";
-    case -1: return "the custom interval's table could not be loaded";
-    default: return "unexpected parser result";
-  }
-}
-
 class CalendarSession {
  public:
-  CalendarSession(esf::cli::Loader& loader, bool raw) : fn_(loader), raw_(raw) {}
+  CalendarSession(esf::runner::Loader& loader, bool raw) : fn_(loader), raw_(raw) {}
 
   // Answers one query given as words; throws QueryError.
   std::string answer(const std::vector<std::string_view>& words);
@@ -268,7 +177,7 @@ const INTERVAL& CalendarSession::interval(std::string_view name, int field) {
   if (const auto hit = cache_.find(key); hit != cache_.end()) return hit->second;
   INTERVAL iv{};
   const int rc = parse(name, &iv);
-  if (rc != 0) throw QueryError{field, "INTERVAL", fmt::format("{}: {} (result {})", esf::host::quote_input(name), parse_reason(rc), rc)};
+  if (rc != 0) throw QueryError{field, "INTERVAL", esf::cli::interval_parse_message(name, rc)};
   if (cache_.size() >= 4096) cache_.clear();
   return cache_.emplace(key, iv).first->second;
 }
@@ -323,7 +232,7 @@ std::string CalendarSession::describe(const std::vector<std::string_view>& w) {
   expect_words(w, 2, 2, "INTERVAL");
   INTERVAL iv{};
   const int rc = parse(w[1], &iv);
-  if (rc != 0) throw QueryError{2, "INTERVAL", fmt::format("{}: {} (result {})", esf::host::quote_input(w[1]), parse_reason(rc), rc)};
+  if (rc != 0) throw QueryError{2, "INTERVAL", esf::cli::interval_parse_message(w[1], rc)};
   char text[64] = {};
   int len = sizeof text;
   std::string printed = fn_.zinti2s(text, &len, &iv) == 0 ? std::string(text, static_cast<std::size_t>(len)) : "?";
@@ -382,7 +291,7 @@ std::string describe_error(const QueryError& e) {
 
 }  // namespace
 
-long esf::cli::answer_calendar_queries(Loader& loader, std::istream& in, std::ostream& out, bool raw) {
+long esf::cli::answer_calendar_queries(esf::runner::Loader& loader, std::istream& in, std::ostream& out, bool raw) {
   CalendarSession session(loader, raw);
   std::string answers;
   answers.reserve(1 << 17);
@@ -415,7 +324,7 @@ long esf::cli::answer_calendar_queries(Loader& loader, std::istream& in, std::os
 }
 
 
-void add_calendar_command(CLI::App& app, esf::cli::Loader& loader) {
+void add_calendar_command(CLI::App& app, esf::runner::Loader& loader) {
   CLI::App* cmd = app.add_subcommand("calendar", "Interval arithmetic on dates");
   cmd->footer(
       "Operations:\n"

@@ -8,7 +8,7 @@
 #include <istream>
 #include <ostream>
 
-#include "cli/loader.h"
+#include "runner/loader.h"
 
 namespace esf::cli {
 
@@ -18,11 +18,11 @@ inline constexpr int kExitNotAvailable = 2;
 // Answers calendar queries, one per line of `in`, one answer per line of
 // `out` ("error: line N, ..." for a query that can't be answered). Returns
 // the number of lines that got an error.
-long answer_calendar_queries(Loader& loader, std::istream& in, std::ostream& out, bool raw);
+long answer_calendar_queries(esf::runner::Loader& loader, std::istream& in, std::ostream& out, bool raw);
 
 }  // namespace esf::cli
 
 // `calendar`: interval arithmetic on dates.
-void add_calendar_command(CLI::App& app, esf::cli::Loader& loader);
+void add_calendar_command(CLI::App& app, esf::runner::Loader& loader);
 // `fit` and `forecast`: model estimation and forecast tables.
-void add_model_commands(CLI::App& app, esf::cli::Loader& loader);
+void add_model_commands(CLI::App& app, esf::runner::Loader& loader);

@@ -8,7 +8,7 @@
 #include <fmt/format.h>
 
 #include "cli/commands.h"
-#include "cli/loader.h"
+#include "runner/loader.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ std::string field(const char* p, std::size_t n) {
   return s;
 }
 
-int print_version(esf::cli::Loader& loader) {
+int print_version(esf::runner::Loader& loader) {
   loader.load();
   const VIMODCON& vi = loader.image_info();
   const WIPGMCON& pcn = loader.program_info();
@@ -33,7 +33,7 @@ int print_version(esf::cli::Loader& loader) {
   std::cout << fmt::format("  built      {}\n", field(vi.builddate, sizeof vi.builddate));
   std::cout << "  methods   ";
   // The names of the routines the module placed in its table, slot by slot.
-  for (int i = 0; i < esf::cli::Loader::kNumMethods; ++i) {
+  for (int i = 0; i < esf::runner::Loader::kNumMethods; ++i) {
     std::string name = loader.slot_symbol(i);
     if (name.empty()) name = "?";
     std::cout << ' ' << name;
@@ -45,7 +45,7 @@ int print_version(esf::cli::Loader& loader) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  esf::cli::Loader loader;
+  esf::runner::Loader loader;
   CLI::App app{"Exponential smoothing forecasts of time series", "esforecast"};
   app.require_subcommand(0, 1);
   bool version = false;
@@ -61,7 +61,7 @@ int main(int argc, char** argv) {
     }
   } catch (const CLI::ParseError& e) {
     return app.exit(e);
-  } catch (const esf::cli::LoadError& e) {
+  } catch (const esf::runner::LoadError& e) {
     std::cerr << "esforecast: " << e.what() << '\n';
     return 3;
   } catch (const std::exception& e) {

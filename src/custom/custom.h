@@ -11,8 +11,8 @@
 // keeps the mappings and every table read so far, shared by reference.
 //
 // The calendar routines reach this subsystem through the routines declared
-// weak in intervals/interval.h (getcustomname, zcustLoad, customINTNX, ...);
-// the rest is declared here.
+// in intervals/interval.h (getcustomname, zcustLoad, customINTNX, ...); the
+// rest is declared here.
 #ifndef ESF_CUSTOM_CUSTOM_H
 #define ESF_CUSTOM_CUSTOM_H
 
@@ -70,6 +70,38 @@ struct CUSTOMINTERVALDSINFO {
   int endVar;   // 1 when the table has END
   int seasVar;  // 1 when the table has SEASON
 };
+
+// A series of time IDs to be placed in a custom interval's table.
+struct ZTS_OBSSTART {
+  double startDate;           // date that relative indexes count from
+  struct INTERVALX interval;  // a custom interval
+  double fmt;                 // kept for the host; not read here
+};
+struct ZTS_OBSDATEVAR {
+  double* dateList;           // the time IDs; aligned in place when asked
+};
+struct ZTS_OBSDATES {
+  struct ZTS_OBSSTART start;
+  struct ZTS_OBSDATEVAR dateVar;
+  QORNOBS nobs;               // number of time IDs
+  QKPoolh pool;               // pool for a work array, or null
+};
+
+// Codes of a placed time ID, ORed together: the begin of its period is
+// minus infinity (1) or otherwise missing (2), its end plus infinity (4)
+// or otherwise missing (8). 10 marks a time ID that couldn't be placed.
+inline constexpr int kTidBeginInfinite = 1;
+inline constexpr int kTidBeginMissing = 2;
+inline constexpr int kTidEndInfinite = 4;
+inline constexpr int kTidEndMissing = 8;
+inline constexpr int kTidUnplaced = 10;
+
+// Statuses of the time-ID check.
+inline constexpr int kTidSomeMissing = 0x80;
+inline constexpr int kTidNoObs = 0x8000;
+inline constexpr int kTidFailed = -1;
+inline constexpr int kTidIndexTooLarge = -3;
+inline constexpr int kTidIndexInexact = -4;
 
 // Statuses of the registry and loader.
 inline constexpr rctype kCintcNoMemory = static_cast<rctype>(0x80000803u);
@@ -147,6 +179,22 @@ int openDS(struct CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer,
            struct XO_PARMS* xoparm, ptr* xvp, int* endVar, int* seasVar);
 // True when a isn't missing and b is missing or differs.
 int unequal(double a, double b);
+
+// ---- Time IDs against a custom interval ------------------------------------------
+
+// Places each time ID of dateinfo in the custom interval's table: its period
+// index (CDSIndex), the index relative to the start date (TSIndex), whether
+// the IDs are in order, which touch the infinite ends, how far the data can
+// be led or moved back, the first and last dates; align "B", "E" or "M"
+// replaces each ID by the begin, end or middle of its period. Every pointer
+// but dateinfo may be null. 0, 0x80 (some IDs missing), 0x8000 (no IDs),
+// -1 (failure), -3 (an index beyond 64 bits).
+int zintctid(struct ZTS_OBSDATES* dateinfo, tchar* align, QORNOBS MaxFail, QORNOBS* CDSIndex, QORNOBS* TSIndex,
+             int* Order, int* Infinity, int* InfinityByObs, QORNOBS* MaxLead, QORNOBS* MaxBack, double* first,
+             double* last);
+// The same with long indexes; -4 when an index lies beyond 2^53.
+int zintctidL(struct ZTS_OBSDATES* dateinfo, tchar* align, long MaxFail, long* CDSIndex, long* TSIndex, int* Order,
+              int* Infinity, int* InfinityByObs, long* MaxLead, long* MaxBack, double* first, double* last);
 
 // ---- Format catalogue ---------------------------------------------------------------
 

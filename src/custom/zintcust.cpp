@@ -352,7 +352,7 @@ double find_raw_index(const Table& t, double date, double* index, double* b, dou
 
 // The table of the cache entry, after loading it when the record has none.
 bool cached_table(INTERVALX* ix, Table* t) {
-  if (ix->cinfo == nullptr && zcustLoad != nullptr) {
+  if (ix->cinfo == nullptr) {
     const int status = zcustLoad(ix, &ix->cinfo);
     if (status < 0) {
       xprrlog(0, status);

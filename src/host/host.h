@@ -42,7 +42,10 @@ VI_PIDB* pidb();
 FMCOM* fmcomp();
 
 // Ends the current task: deletes every resource slot of its blocks (running
-// their destructors) so that the next use starts from nothing.
+// their destructors) so that the next use starts from nothing.  Each thread
+// runs a task of its own, with its own slots, its own pool and its own
+// memory-failure indication; end_task() ends the calling thread's task.  A
+// thread that ran methods calls it before it ends.
 void end_task();
 
 // ---- Lists -----------------------------------------------------------------
@@ -130,7 +133,7 @@ class MethodCall {
 
 // ---- Memory ----------------------------------------------------------------
 
-// Blocks of the current pool not yet given back.
+// Blocks of the calling thread's pool not yet given back.
 std::size_t pool_outstanding();
 // Lets the next `n` allocations of the current pool succeed and every later
 // one fail, until called again with a negative `n` (no limit).  Setting a
@@ -183,6 +186,25 @@ struct VariableInfo {
   int decimals = 0;  // format decimals
 };
 std::vector<VariableInfo> table_variables(const std::filesystem::path& file);
+
+// An output table kept in memory: its variables in definition order and one
+// column of values for each, missing values as the module wrote them.
+struct MemoryTable {
+  std::string name;  // "LIB.MEM", upper case
+  std::vector<VariableInfo> variables;
+  std::vector<std::vector<double>> columns;
+  std::size_t rows() const { return columns.empty() ? 0 : columns.front().size(); }
+};
+// Output tables of `libref` stay in memory from now on (until the libref is
+// assigned a directory).  Throws std::invalid_argument as assign_libref.
+void assign_memory_libref(std::string_view libref);
+// Takes the table "lib.mem" that the calling thread last closed normally
+// under a memory libref; nullopt when there is none.  Each thread sees only
+// the tables its own method calls wrote.
+std::optional<MemoryTable> take_memory_table(std::string_view two_level_name);
+// A value as a table file writes it: the shortest text that reads back to
+// the same double, "" for the ordinary missing value, ".A" for a special one.
+std::string format_table_value(double v);
 
 }  // namespace esf::host
 

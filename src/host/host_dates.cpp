@@ -9,7 +9,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "intervals/calendar_arith.h"
+#include "common/civil_days.h"
 #include "primitives/primitives.h"
 
 namespace {

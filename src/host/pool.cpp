@@ -8,33 +8,56 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "host/host.h"
 #include "host/host_internal.h"
 
 // A resource block: numbered slots, each holding a pointer and a destructor,
-// and names that lead to slots.
+// and names that lead to slots.  Every thread that runs a task has its own
+// slots in each block, so tasks on different threads never see each other's
+// resources (a custom-interval manager, for one).
 struct REB {
   struct Slot {
     ptr value = nullptr;
     REBDTOR dtor = nullptr;
   };
+  struct Slots {
+    std::map<rebslotid, Slot> slots;
+    std::map<std::string, rebslotid> names;
+    rebslotid next = 1;
+  };
   std::mutex mutex;
-  std::map<rebslotid, Slot> slots;
-  std::map<std::string, rebslotid> names;
-  rebslotid next = 1;
+  std::map<std::thread::id, Slots> by_thread;
 };
 
 namespace {
 
-std::atomic<bool> g_alloc_failed{false};
+// While the slots of a thread that has ended are cleared from another one,
+// the block's routines act on those slots instead of the caller's.
+thread_local std::thread::id t_acting_for{};
+
+// The calling thread's slots of a block; the block's mutex must be held.
+REB::Slots& slots_of(REB& reb) {
+  const std::thread::id who = t_acting_for != std::thread::id{} ? t_acting_for : std::this_thread::get_id();
+  return reb.by_thread[who];
+}
+
+}  // namespace
+
+namespace {
+
+// Whether an allocation of this thread failed since xmemdef last asked.
+thread_local bool t_alloc_failed = false;
 
 // Pool bookkeeping: every live block with its size, and an optional budget
-// of allocations after which the pool refuses.
+// of allocations after which the pool refuses.  Each thread has a pool of its
+// own: a method call allocates and frees on the thread that runs it, with no
+// lock between threads.
 struct PoolState {
-  std::mutex mutex;
   std::unordered_map<void*, std::size_t> live;
   long budget = -1;  // allocations still allowed; -1 unlimited
 
@@ -47,13 +70,12 @@ struct PoolState {
 };
 
 PoolState& pool_state() {
-  static PoolState state;
+  thread_local PoolState state;
   return state;
 }
 
 void* pool_alloc(VMPOOL* /*pool*/, long bytes, int flags) {
   PoolState& st = pool_state();
-  std::lock_guard lock(st.mutex);
   if (st.budget == 0 || bytes < 0) {
     esf::host::internal::note_allocation_failure();
     return nullptr;
@@ -72,7 +94,6 @@ void* pool_alloc(VMPOOL* /*pool*/, long bytes, int flags) {
 int pool_free(VMPOOL* /*pool*/, void* p, long /*len*/, int /*flags*/) {
   if (p == nullptr) return 0;
   PoolState& st = pool_state();
-  std::lock_guard lock(st.mutex);
   auto it = st.live.find(p);
   if (it == st.live.end()) return 1;  // not a block of this pool
   st.live.erase(it);
@@ -105,16 +126,36 @@ std::string slot_name(const tchar* name, int len) {
   return std::string(name, static_cast<std::size_t>(len));
 }
 
+// Deletes the calling thread's slots of a block.
 void clear_block(REB& reb) {
   std::vector<rebslotid> ids;
   {
     std::lock_guard lock(reb.mutex);
-    for (const auto& [id, slot] : reb.slots) ids.push_back(id);
+    for (const auto& [id, slot] : slots_of(reb).slots) ids.push_back(id);
   }
   for (rebslotid id : ids) wtrsdel(&reb, id);
+  std::lock_guard lock(reb.mutex);
+  reb.by_thread.erase(t_acting_for != std::thread::id{} ? t_acting_for : std::this_thread::get_id());
 }
 
-void end_tasks_at_exit() { esf::host::internal::clear_task_slots(); }
+// Deletes the slots of every thread, the caller's last.
+void clear_all_blocks(REB& reb) {
+  std::vector<std::thread::id> threads;
+  {
+    std::lock_guard lock(reb.mutex);
+    for (const auto& [who, slots] : reb.by_thread) {
+      if (who != std::this_thread::get_id()) threads.push_back(who);
+    }
+  }
+  for (std::thread::id who : threads) {
+    t_acting_for = who;
+    clear_block(reb);
+  }
+  t_acting_for = std::thread::id{};
+  clear_block(reb);
+}
+
+void end_tasks_at_exit();
 
 }  // namespace
 
@@ -127,12 +168,19 @@ VI_PIDB g_pidb{{'q', 'o', 'r', 'f', 'm', 's', 'm', ' '}, nullptr, 0};
 }  // namespace
 
 namespace esf::host::internal {
-void note_allocation_failure() { g_alloc_failed.store(true); }
+void note_allocation_failure() { t_alloc_failed = true; }
 void clear_task_slots() {
   clear_block(g_task_reb);
   clear_block(g_session_reb);
 }
 }  // namespace esf::host::internal
+
+namespace {
+void end_tasks_at_exit() {
+  clear_all_blocks(g_task_reb);
+  clear_all_blocks(g_session_reb);
+}
+}  // namespace
 
 extern "C" {
 
@@ -151,13 +199,14 @@ int vmfree_handler(VMPOOL* pool, void* addr, long len, int flags) {
   return pool->free(pool, addr, len, flags);
 }
 
-int xmemdef(void) { return g_alloc_failed.exchange(false) ? 1 : 0; }
+int xmemdef(void) { return std::exchange(t_alloc_failed, false) ? 1 : 0; }
 
 rctype xytngl(rebid reb, int /*op*/, const tchar* name, int len, rebslotid* slotid, rebid* found) {
   if (reb == nullptr) return XYT_NOTFOUND;
   std::lock_guard lock(reb->mutex);
-  auto it = reb->names.find(slot_name(name, len));
-  if (it == reb->names.end()) return XYT_NOTFOUND;
+  REB::Slots& own = slots_of(*reb);
+  auto it = own.names.find(slot_name(name, len));
+  if (it == own.names.end()) return XYT_NOTFOUND;
   if (slotid != nullptr) *slotid = it->second;
   if (found != nullptr) *found = reb;
   return 0;
@@ -166,8 +215,9 @@ rctype xytngl(rebid reb, int /*op*/, const tchar* name, int len, rebslotid* slot
 rctype xytnsl(rebid reb, int /*op*/, const tchar* name, int len, rebslotid slotid) {
   if (reb == nullptr || name == nullptr) return -1;
   std::lock_guard lock(reb->mutex);
-  if (reb->slots.find(slotid) == reb->slots.end()) return -1;
-  reb->names[slot_name(name, len)] = slotid;
+  REB::Slots& own = slots_of(*reb);
+  if (own.slots.find(slotid) == own.slots.end()) return -1;
+  own.names[slot_name(name, len)] = slotid;
   return 0;
 }
 
@@ -178,8 +228,9 @@ rctype wtrscrt(rebid reb, REBDTOR dtor, ptr value, rebslotid* slotid) {
   static const bool ends_at_exit = std::atexit(end_tasks_at_exit) == 0;
   (void)ends_at_exit;
   std::lock_guard lock(reb->mutex);
-  const rebslotid id = reb->next++;
-  reb->slots[id] = REB::Slot{value, dtor};
+  REB::Slots& own = slots_of(*reb);
+  const rebslotid id = own.next++;
+  own.slots[id] = REB::Slot{value, dtor};
   *slotid = id;
   return 0;
 }
@@ -187,8 +238,9 @@ rctype wtrscrt(rebid reb, REBDTOR dtor, ptr value, rebslotid* slotid) {
 rctype wtrsset(rebid reb, rebslotid slotid, ptr value) {
   if (reb == nullptr) return -1;
   std::lock_guard lock(reb->mutex);
-  auto it = reb->slots.find(slotid);
-  if (it == reb->slots.end()) return -1;
+  REB::Slots& own = slots_of(*reb);
+  auto it = own.slots.find(slotid);
+  if (it == own.slots.end()) return -1;
   it->second.value = value;
   return 0;
 }
@@ -196,8 +248,9 @@ rctype wtrsset(rebid reb, rebslotid slotid, ptr value) {
 rctype wtrsget(rebid reb, rebslotid slotid, ptr* value) {
   if (reb == nullptr) return -1;
   std::lock_guard lock(reb->mutex);
-  auto it = reb->slots.find(slotid);
-  if (it == reb->slots.end()) return -1;
+  REB::Slots& own = slots_of(*reb);
+  auto it = own.slots.find(slotid);
+  if (it == own.slots.end()) return -1;
   if (value != nullptr) *value = it->second.value;
   return 0;
 }
@@ -207,16 +260,18 @@ rctype wtrsdel(rebid reb, rebslotid slotid) {
   REBDTOR dtor = nullptr;
   {
     std::lock_guard lock(reb->mutex);
-    auto it = reb->slots.find(slotid);
-    if (it == reb->slots.end()) return -1;
+    REB::Slots& own = slots_of(*reb);
+    auto it = own.slots.find(slotid);
+    if (it == own.slots.end()) return -1;
     dtor = it->second.dtor;
   }
   // The destructor may still read the slot's pointer.
   if (dtor != nullptr) dtor(reb, slotid);
   std::lock_guard lock(reb->mutex);
-  reb->slots.erase(slotid);
-  for (auto it = reb->names.begin(); it != reb->names.end();) {
-    it = it->second == slotid ? reb->names.erase(it) : std::next(it);
+  REB::Slots& own = slots_of(*reb);
+  own.slots.erase(slotid);
+  for (auto it = own.names.begin(); it != own.names.end();) {
+    it = it->second == slotid ? own.names.erase(it) : std::next(it);
   }
   return 0;
 }
@@ -243,17 +298,15 @@ void end_task() { internal::clear_task_slots(); }
 
 std::size_t pool_outstanding() {
   PoolState& st = pool_state();
-  std::lock_guard lock(st.mutex);
   return st.live.size();
 }
 
 void pool_fail_after(long n) {
   PoolState& st = pool_state();
-  std::lock_guard lock(st.mutex);
   st.budget = n < 0 ? -1 : n;
   // A new limit starts from a clean indication; lifting the limit keeps what
   // the limited allocations reported.
-  if (n >= 0) g_alloc_failed.store(false);
+  if (n >= 0) t_alloc_failed = false;
 }
 
 void set_virv2g_status(int status) { g_virv2g_status.store(status); }

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <set>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -28,6 +29,7 @@
 
 #include "host/host.h"
 #include "host/host_dates.h"
+#include "host/time_text.h"
 #include "host/host_internal.h"
 
 namespace fs = std::filesystem;
@@ -65,6 +67,7 @@ bool is_name(std::string_view s, std::size_t max) {
 struct Librefs {
   std::mutex mutex;
   std::map<std::string, fs::path> dirs;
+  std::set<std::string> memory;  // librefs whose output tables stay in memory
   std::map<std::string, std::vector<esf::host::VariableInfo>> closed;  // by file path
 };
 
@@ -75,11 +78,22 @@ Librefs& librefs() {
 
 std::atomic<long> g_temp_counter{0};
 
+// Output tables of memory librefs closed on this thread, by upper-case
+// "LIB.MEM", until the host program takes them.  One catalogue per thread,
+// so that tasks on different threads never see each other's tables.
+std::map<std::string, esf::host::MemoryTable>& memory_catalogue() {
+  thread_local std::map<std::string, esf::host::MemoryTable> catalogue;
+  return catalogue;
+}
+
 // The host's open table.  `file` comes first, so an XOFILE* is a Table*; the
 // variable handle of xvputi and xvgeti is the Table* as well.
 struct Table {
   XOFILE file{};
   bool output = false;
+  bool in_memory = false;   // an output table of a memory libref
+  std::string memory_key;   // its catalogue name, "LIB.MEM"
+  std::vector<std::vector<double>> columns;  // its values, one vector per variable
   fs::path path;
   fs::path temp_path;
   std::ofstream out;
@@ -166,24 +180,13 @@ std::vector<std::string> split_csv(const std::string& line) {
 
 // A field as a number: empty or "." is the ordinary missing value, ".A" to
 // ".Z" and "._" the special ones.
-// An ISO date "2020-01-06" as a date value, or an ISO datetime
-// "2020-01-06T10:15:00" as a datetime value; false for any other text and
-// for a date that does not exist.
+// A date ("2020-01-06", "2020-01") as a date value, or a datetime
+// ("2020-01-06T10:15:00", "2020-01-06 10:15") as a datetime value; false for
+// any other text and for a date that does not exist.
 bool parse_iso_time(const std::string& s, double* out) {
-  int y = 0, m = 0, d = 0, hh = 0, mm = 0, ss = 0, used = 0;
-  if (std::sscanf(s.c_str(), "%5d-%2d-%2d%n", &y, &m, &d, &used) != 3) return false;
-  const double day = ziddmdy(m, d, y);
-  if (is_missing(day)) return false;
-  if (static_cast<std::size_t>(used) == s.size()) {
-    *out = day;
-    return true;
-  }
-  int rest = 0;
-  if (std::sscanf(s.c_str() + used, "T%2d:%2d:%2d%n", &hh, &mm, &ss, &rest) != 3 ||
-      static_cast<std::size_t>(used + rest) != s.size() || hh > 23 || mm > 59 || ss > 59 || hh < 0 || mm < 0 ||
-      ss < 0)
-    return false;
-  *out = day * 86400.0 + hh * 3600.0 + mm * 60.0 + ss;
+  const auto t = esf::host::read_time_text(s);
+  if (!t) return false;
+  *out = t->has_time ? t->as_datetime() : t->as_date();
   return true;
 }
 
@@ -292,6 +295,8 @@ int table_add(XO_PARMS* xoparm) {
   int status = 0;
   if (!t.output || t.state != Table::State::Defined) {
     status = fail(kTableState, "a record was added to a table whose variables are not defined");
+  } else if (t.in_memory) {
+    for (std::size_t j = 0; j < t.record.size(); ++j) t.columns[j].push_back(t.record[j]);
   } else {
     std::string line;
     for (std::size_t j = 0; j < t.record.size(); ++j) {
@@ -374,6 +379,27 @@ int znamdiv(int /*flags*/, const tchar* name, int len, int* count, int n, struct
   return 0;
 }
 
+bool is_memory_libref(const std::string& libref) {
+  Librefs& l = librefs();
+  std::lock_guard lock(l.mutex);
+  return l.memory.count(libref) != 0;
+}
+
+// Closes an output table of a memory libref: a normal close puts it in this
+// thread's catalogue, replacing a table of the same name.
+int close_memory_table(Table& t, int how) {
+  if (how == XO_ABORT) return 0;
+  if (t.state == Table::State::Defining) {
+    return fail(kTableState, fmt::format("table {} was closed before its variables were defined", t.memory_key));
+  }
+  esf::host::MemoryTable table;
+  table.name = t.memory_key;
+  for (const Table::OutVar& v : t.vars) table.variables.push_back({v.name, v.label, v.width, v.decimals});
+  table.columns = std::move(t.columns);
+  memory_catalogue()[t.memory_key] = std::move(table);
+  return 0;
+}
+
 int xoopen(XO_PARMS* xoparm, XOPNSTR* xopnstr) {
   if (xoparm == nullptr || xopnstr == nullptr) return kTableState;
   xoparm->fileid = nullptr;
@@ -382,12 +408,19 @@ int xoopen(XO_PARMS* xoparm, XOPNSTR* xopnstr) {
   const int mem_l = std::clamp<int>(xopnstr->name.mem.name_l, 0, 32);
   const std::string mem = fixed_text(xopnstr->name.mem.name, static_cast<std::size_t>(mem_l));
   if (!is_name(mem, 32)) return fail(kTableBadName, fmt::format("{} is not a valid table name", quote_input(mem)));
-  const std::optional<fs::path> dir = esf::host::libref_path(libref);
-  if (!dir) return fail(kTableNoLibrary, fmt::format("library reference {} is not assigned", libref));
-
   auto t = std::make_unique<Table>();
   t->file.vector = &g_vector;
   t->file.impl = t.get();
+  if (xopnstr->opnmode == XO_OUTPUT && is_memory_libref(libref)) {
+    t->output = true;
+    t->in_memory = true;
+    t->memory_key = libref + "." + upper(mem);
+    t->path = t->memory_key;
+    xoparm->fileid = &t.release()->file;
+    return 0;
+  }
+  const std::optional<fs::path> dir = esf::host::libref_path(libref);
+  if (!dir) return fail(kTableNoLibrary, fmt::format("library reference {} is not assigned", libref));
   t->path = *dir / (lower(mem) + ".csv");
   if (xopnstr->opnmode == XO_OUTPUT) {
     t->output = true;
@@ -413,6 +446,7 @@ int xoclose(XOFILE* fileid, int how) {
   if (fileid == nullptr) return kTableState;
   std::unique_ptr<Table> t(table_of(fileid));
   if (!t->output) return 0;
+  if (t->in_memory) return close_memory_table(*t, how);
   std::error_code ec;
   if (how == XO_ABORT) {
     t->out.close();
@@ -532,6 +566,12 @@ int xvpute(ptr xvp) {
   if (t.state != Table::State::Defining) return fail(kTableState, "the definition of variables was not begun");
   if (static_cast<int>(t.vars.size()) != t.nvars)
     return fail(kTableBadVariable, fmt::format("{} variables announced, {} defined", t.nvars, t.vars.size()));
+  t.record.assign(t.vars.size(), ordinary_missing());
+  t.state = Table::State::Defined;
+  if (t.in_memory) {
+    t.columns.assign(t.vars.size(), {});
+    return 0;
+  }
   std::string header;
   for (std::size_t j = 0; j < t.vars.size(); ++j) {
     if (j > 0) header.push_back(',');
@@ -543,8 +583,6 @@ int xvpute(ptr xvp) {
     t.write_failed = true;
     return fail(kTableWrite, fmt::format("writing {} failed", t.temp_path.string()));
   }
-  t.record.assign(t.vars.size(), ordinary_missing());
-  t.state = Table::State::Defined;
   return 0;
 }
 
@@ -631,6 +669,7 @@ void assign_libref(std::string_view libref, const fs::path& dir) {
   Librefs& l = librefs();
   std::lock_guard lock(l.mutex);
   l.dirs[upper(libref)] = dir;
+  l.memory.erase(upper(libref));
 }
 
 std::optional<fs::path> libref_path(std::string_view libref) {
@@ -642,6 +681,26 @@ std::optional<fs::path> libref_path(std::string_view libref) {
   if (key == "WORK") return fs::current_path();
   return std::nullopt;
 }
+
+void assign_memory_libref(std::string_view libref) {
+  if (!is_name(libref, 8)) throw std::invalid_argument(fmt::format("\"{}\" is not a library reference (a name of at most 8 characters)", libref));
+  Librefs& l = librefs();
+  std::lock_guard lock(l.mutex);
+  l.memory.insert(upper(libref));
+}
+
+std::optional<MemoryTable> take_memory_table(std::string_view two_level_name) {
+  const std::string name = upper(trim(two_level_name));
+  const std::string key = name.find('.') == std::string::npos ? "WORK." + name : name;
+  auto& catalogue = memory_catalogue();
+  auto it = catalogue.find(key);
+  if (it == catalogue.end()) return std::nullopt;
+  MemoryTable table = std::move(it->second);
+  catalogue.erase(it);
+  return table;
+}
+
+std::string format_table_value(double v) { return format_value(v); }
 
 fs::path table_path(std::string_view two_level_name) {
   const std::string name = trim(two_level_name);

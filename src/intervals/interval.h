@@ -217,7 +217,16 @@ int zintsea(struct INTERVAL* interval, double date, struct INTERVAL* sinterval, 
 // only when asked).
 int zintsea2(struct INTERVAL* interval, double date, struct INTERVAL* sinterval, int* nseasons);
 double zintc(struct INTERVAL* a, struct INTERVAL* b);
+// The interval that carries d1 onto d2 with alignment "S" (units 'd', 's'
+// or 'o'): 0 found, with the cycle and format in info when given; 1 none
+// fits (interval cleared to NONE); 2 a value is missing; 3 d2 isn't at
+// least one unit after d1.
 int zintfit(double d1, double d2, char* units, struct INTERVAL* interval, struct INTINFO* info);
+// Sets the multiplier and shift on interval that carry d1 onto d2: 0 or 1.
+int fitInterval(struct INTERVAL* interval, struct INTERVAL* shift_interval, double d1, double d2);
+// Sets the shift, in shift_interval units, that places d1 and d2 alike
+// within their periods: 0, or 1 when their places differ.
+int shift2(struct INTERVAL* interval, struct INTERVAL* shift_interval, double d1, double d2);
 
 // ---- Default formats -------------------------------------------------------
 
@@ -236,9 +245,17 @@ void zintfmd(struct INTERVAL* istr, char* fmtname, short* namelen, short* width1
 
 // ---- Season-aware counting and advancing, season codes, cycles ------------
 
+// First day of the week-year that holds date0; *year is that week-year and
+// *ds1 the first day of the next one.
 double zintyrse(double date0, int* year, double* ds1);
+// Whole intervals from date0 to date1 in the sense of alignment "S", or ".".
 double zintck3(struct INTERVALX* intervalx, double date0, double date1);
+// date0 advanced by n intervals: WEEK in a YEAR cycle and WEEKV in a YEARV
+// cycle keep their week of the year; YEAR aligned to WEEK starts on a
+// week-year; YEAR and SEMIMONTH aligned to WEEKDAY land on a working day;
+// WEEK aligned to WEEKDAY starts on the first working day. Else zintnx2.
 double zintnx_seas(struct INTERVALX* intervalx, double date0, double n, struct INTERVALX* align_int);
+// The count that matches zintnx_seas; else zintck2.
 double zintck_seas(struct INTERVALX* intervalx, double date0, double daten, struct INTERVALX* align_int);
 // Season code (0 .. nseasons - 1) of each of n observations from stdate.
 // scode: 0 or more is the leap-week code of WEEK and WEEKV; -2 takes the
@@ -254,37 +271,44 @@ int zintscd2(struct INTERVALX* intv, double stdate, int scode, long n, int* scod
 // first season by *partial, worked out when missing.
 void zintscy(struct INTERVAL* intv, int scode, double date, int nseasons, int noint,
              double* sdummy, double* partial);
+// Sets interval->nseasons and the cycle of interval from a number of seasons
+// and/or a cycle name: 0; 1 the cycle doesn't fit; 2 they disagree or a
+// null interval.
 int zintsea_set(struct INTERVALX* interval, double date, struct INTERVALX* sinterval, int* nseasons);
+// Number of seasons of interval in the cycle sinterval: 0, or 1 when the
+// cycle doesn't begin and end on the interval's boundaries.
 int zintsea_calc_nseasons(struct INTERVALX* interval, double date, struct INTERVALX* sinterval,
                           int* nseasons);
+// sinterval becomes the interval nseasons times as long as interval, in
+// the largest standard unit it fills. act_flag: 0..3 what to do with the
+// cycle of the result, 0x10 let a DAY or WEEKDAY multiple take a plain
+// WEEK, 4 keep weeks as weeks, 8 no simplification. 0, or 2 for a null
+// argument.
 int zintmult(struct INTERVALX* interval, int nseasons, struct INTERVALX* sinterval, int act_flag);
+// Multiples of ISO and retail intervals written in the largest unit they
+// fill (R445MON12 -> R445YR): 0, 1 for other codes, 2 for null.
 int zintrsimp(struct INTERVALX* interval);
 
-// ---- Custom-interval seam --------------------------------------------------
+// ---- Custom intervals ------------------------------------------------------
 //
-// The routines below belong to the custom-interval subsystem. They are
-// declared weak: until that subsystem is linked into the image their
-// addresses are null, and the calendar routines treat every custom name as
-// unknown and answer a custom record with a missing value. The subsystem
-// plugs in by defining them; no calendar routine needs to change. Define each
-// exactly once, and never as a placeholder.
+// Defined by the custom-interval subsystem (src/custom); the calendar
+// routines hand every record of code kIntCustom to them.
 
 // 65 when name is a mapped custom interval name, 0 when not, < 0 on failure.
-__attribute__((weak)) int getcustomname(tchar* name, int len);
+int getcustomname(tchar* name, int len);
 // Loads the table of a custom interval: 0 (with a reference in *oinfo, or
 // null when unmapped) or a negative status.
-__attribute__((weak)) int zcustLoad(struct INTERVAL* interval, CINTCInfo** oinfo);
+int zcustLoad(struct INTERVAL* interval, CINTCInfo** oinfo);
 // Gives up one reference to a custom interval table.
-__attribute__((weak)) void zcintcReleaseRef(CINTCInfo* cinfo);
-__attribute__((weak)) double customINTCK(struct INTERVALX* intervalx, double x1, double x2);
-__attribute__((weak)) double customINTNX(struct INTERVALX* intervalx, double x, double n);
-__attribute__((weak)) double customINTNXE(struct INTERVALX* intervalx, double x, double n);
-__attribute__((weak)) double customINTINDEX(struct INTERVALX* intervalx, double x, double n);
-__attribute__((weak)) double customINTSEAS(struct INTERVALX* intervalx, double x);
+void zcintcReleaseRef(CINTCInfo* cinfo);
+double customINTCK(struct INTERVALX* intervalx, double x1, double x2);
+double customINTNX(struct INTERVALX* intervalx, double x, double n);
+double customINTNXE(struct INTERVALX* intervalx, double x, double n);
+double customINTINDEX(struct INTERVALX* intervalx, double x, double n);
+double customINTSEAS(struct INTERVALX* intervalx, double x);
 // Default format of a custom interval: 0, or a non-zero status.
-__attribute__((weak)) int customINTFMT(struct INTERVALX* intervalx, char* fmtname, short* namelen,
-                                       short* width1, short* width2);
+int customINTFMT(struct INTERVALX* intervalx, char* fmtname, short* namelen, short* width1, short* width2);
 // The `units` letter that a format name implies, or 0.
-__attribute__((weak)) char zfmtunits(char* format, int fmtlen);
+char zfmtunits(char* format, int fmtlen);
 
 }  // extern "C"

@@ -145,7 +145,7 @@ bool usable_end(int code, double x) {
     }
     case kIntCustom:
       return calendar::with_custom_record(iv, [&](INTERVALX* ix) {
-        return customINTCK != nullptr ? customINTCK(ix, x1, x2) : esf::kMissing;
+        return customINTCK(ix, x1, x2);
       });
     case kIntNone: return x2 - x1;
     default: break;

@@ -87,14 +87,6 @@ FormatChoice builtin_format(const INTERVAL& istr) {
 // known to the table, the name may carry a multiplier or shift: try again
 // without its trailing digits and ".".
 void custom_format(const INTERVAL& istr, char* fmtname, short* namelen, short* width1, short* width2) {
-  if (customINTFMT == nullptr) {
-    // No custom subsystem in the image: the format is unknown, as when the
-    // table can't be opened.
-    *namelen = 0;
-    *width1 = 0;
-    *width2 = 0;
-    return;
-  }
   INTERVALX intervalx{};
   static_cast<INTERVAL&>(intervalx) = istr;
   if (customINTFMT(&intervalx, fmtname, namelen, width1, width2) != 0) {
@@ -108,7 +100,7 @@ void custom_format(const INTERVAL& istr, char* fmtname, short* namelen, short* w
       intervalx.tokenlen = istr.tokenlen;
     }
   }
-  if (intervalx.cinfo != nullptr && zcintcReleaseRef != nullptr) zcintcReleaseRef(intervalx.cinfo);
+  if (intervalx.cinfo != nullptr) zcintcReleaseRef(intervalx.cinfo);
 }
 
 bool is_time_code(int code) { return code == kIntSecond || code == kIntMinute || code == kIntHour; }

@@ -177,7 +177,7 @@ double timenx(const INTERVAL& iv, double x, double n) {
   if (code < kIntFirstDate) return timenx(iv, x, n);
   if (code < kIntCustom) return datenx(iv, x, n);
   return calendar::with_custom_record(iv, [&](INTERVALX* ix) {
-    return customINTNX != nullptr ? customINTNX(ix, x, n) : esf::kMissing;
+    return customINTNX(ix, x, n);
   });
 }
 

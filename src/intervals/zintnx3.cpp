@@ -19,7 +19,7 @@ bool is_minus_infinity(double d) {
 
 double custom_end(const INTERVAL& iv, double x, double n) {
   return calendar::with_custom_record(iv, [&](INTERVALX* ix) {
-    return customINTNXE != nullptr ? customINTNXE(ix, x, n) : esf::kMissing;
+    return customINTNXE(ix, x, n);
   });
 }
 

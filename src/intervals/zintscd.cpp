@@ -18,17 +18,6 @@
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 
-// Cycle setting and interval multiples may be absent from the image; the
-// routines below then take the paths that don't need them: a caller's
-// number of seasons (scode -2) is read as a plain request, and an
-// INTERVALX without a cycle gets the standard one.
-extern "C" {
-__attribute__((weak)) int zintmult(struct INTERVALX* interval, int nseasons, struct INTERVALX* sinterval,
-                                   int act_flag);
-__attribute__((weak)) int zintsea_set(struct INTERVALX* interval, double date, struct INTERVALX* sinterval,
-                                      int* nseasons);
-}
-
 namespace {
 
 // The scode that asks for a cycle of the caller's number of seasons.
@@ -199,7 +188,7 @@ int fill_codes(SeasonCall& call, double stdate, int scode, long n, int* scodes, 
   long long s = 0;
   if (code == kIntCustom) {
     const auto index = [&](double t) {
-      return customINTINDEX != nullptr ? customINTINDEX(call.intvx, stdate, t) : esf::kMissing;
+      return customINTINDEX(call.intvx, stdate, t);
     };
     if (ns_in < 0) {
       for (long t = 0; t < n; ++t) {
@@ -251,7 +240,7 @@ int fill_codes(SeasonCall& call, double stdate, int scode, long n, int* scodes, 
 
 // Releases the custom table reference that a local copy picked up.
 int release_local(INTERVALX* local, int rc) {
-  if (local->cinfo != nullptr && zcintcReleaseRef != nullptr) zcintcReleaseRef(local->cinfo);
+  if (local->cinfo != nullptr) zcintcReleaseRef(local->cinfo);
   return rc;
 }
 
@@ -271,7 +260,7 @@ extern "C" int zintscd(struct INTERVAL* intv, double stdate, int scode, long n, 
   if (intvx.units == kUnitsObs) {
     call.rc = 1;
   } else {
-    if (scode == kScodeCallerCycle && zintmult != nullptr) {
+    if (scode == kScodeCallerCycle) {
       if (is_weekly(intvx.intcode)) {
         call.sns = ns_in < 1 ? 52 : ns_in;
         call.rc = zintmult(&intvx, call.sns, &sintv, kMultWeeks);
@@ -310,7 +299,7 @@ extern "C" int zintscd2(struct INTERVALX* intv, double stdate, int scode, long n
     call.rc = 1;
   } else {
     const bool weekly = is_weekly(intv->intcode);
-    if (scode == kScodeCallerCycle && zintmult != nullptr && (weekly || ns_in >= 1)) {
+    if (scode == kScodeCallerCycle && (weekly || ns_in >= 1)) {
       call.sns = weekly && ns_in < 1 ? 52 : ns_in;
       call.rc = zintmult(intv, call.sns, sintv, weekly ? kMultWeeks : kMultFit);
       intv->nseasons = call.sns;
@@ -318,14 +307,7 @@ extern "C" int zintscd2(struct INTERVALX* intv, double stdate, int scode, long n
       // The cycle goes into intv->nseasons; the count here stays 0, so the
       // observations are numbered from the caller's count alone.
       call.sns = 0;
-      if (zintsea_set != nullptr) {
-        call.rc = zintsea_set(intv, stdate, sintv, &call.sns);
-      } else if (intv->nseasons >= 1 || intv->intcode == kIntNone) {
-        call.rc = 0;  // a count already in place stands
-      } else {
-        INTERVALX found{};
-        call.rc = zintsea2(intv, stdate, &found, &intv->nseasons);
-      }
+      call.rc = zintsea_set(intv, stdate, sintv, &call.sns);
     } else {
       call.sns = intv->nseasons;
       call.rc = 0;

@@ -130,14 +130,12 @@ int derived_season_count(INTERVAL* interval, double date, INTERVAL* sinterval, i
   return 0;
 }
 
-// Largest season of a custom interval's table, through the custom
-// subsystem; "." while that isn't linked in.
+// Largest season of a custom interval's table.
 double custom_season_count(const INTERVAL& interval, double date) {
-  if (customINTSEAS == nullptr) return esf::kMissing;
   INTERVALX intervalx{};
   static_cast<INTERVAL&>(intervalx) = interval;
   const double count = customINTSEAS(&intervalx, date);
-  if (intervalx.cinfo != nullptr && zcintcReleaseRef != nullptr) zcintcReleaseRef(intervalx.cinfo);
+  if (intervalx.cinfo != nullptr) zcintcReleaseRef(intervalx.cinfo);
   return count;
 }
 

@@ -230,7 +230,6 @@ int retail_position(const tchar* token, int l) {
 // Asks the custom registry about the first `len` characters of `name`:
 // kIntCustom for a mapped name, anything else for a miss.
 int lookup_custom_name(tchar* name, int len) {
-  if (getcustomname == nullptr) return 0;  // no custom subsystem in the image
   return getcustomname(name, len);
 }
 
@@ -396,7 +395,7 @@ extern "C" int zintstr(tchar* specin, int len, INTERVAL* istr) {
     short width1 = 0;
     short width2 = 0;
     zintfmt(istr, format, &format_length, &width1, &width2);
-    istr->units = zfmtunits != nullptr ? zfmtunits(format, format_length) : 0;
+    istr->units = zfmtunits(format, format_length);
   }
   if (istr->units == 0) {
     if (code == kIntNone) {
@@ -410,14 +409,14 @@ extern "C" int zintstr(tchar* specin, int len, INTERVAL* istr) {
     }
   }
 
-  if (code == kIntCustom && zcustLoad != nullptr) {
+  if (code == kIntCustom) {
     CINTCInfo* info = nullptr;
     const int status = zcustLoad(istr, &info);
     if (status < 0) {
       xprrlog(0, status);  // the host reports the status
       return kCustomLoadFailed;
     }
-    if (info != nullptr && zcintcReleaseRef != nullptr) zcintcReleaseRef(info);
+    if (info != nullptr) zcintcReleaseRef(info);
   }
   return kParsed;
 }

@@ -3,6 +3,7 @@
 // the revision record qkvercn1.
 #include <cstring>
 
+#include "module/families.h"
 #include "module/host_api.h"
 #include "module/method_frame.h"
 #include "module/win_model.h"
@@ -12,16 +13,7 @@ namespace {
 // Release texts of this image.
 constexpr char kCopyright[] = "Exponential smoothing forecasting module. Copyright the authors.";
 
-// The method table, in the order the object language numbers its slots.
-constexpr METHODFN kMethods[12] = {
-    mwinfit, mwinfor,  // 0, 1: Winters
-    mes1fit, mes1for,  // 2, 3: simple
-    mes2fit, mes2for,  // 4, 5: linear
-    mesdfit, mesdfor,  // 6, 7: double
-    mes3fit, mes3for,  // 8, 9: damped trend
-    messfit, messfor,  // 10, 11: seasonal
-};
-constexpr int kNumMethods = 12;
+constexpr int kNumMethods = esf::kNumMethods;
 
 // Flag word of a pool block that holds pointers.
 constexpr int kPointerBlock = 0x2004;
@@ -108,7 +100,10 @@ int qorfmsm(int argc, char** argv) {
   if (block == nullptr) return 1;
 
   ptr local[kNumMethods];
-  for (int i = 0; i < kNumMethods; ++i) local[i] = reinterpret_cast<ptr>(kMethods[i]);
+  // Slot i holds the method the family table names for it.
+  for (int i = 0; i < kNumMethods; ++i) {
+    local[i] = reinterpret_cast<ptr>(esf::method_named(esf::method_name(i)));
+  }
 
   const long task = gcb->task != nullptr ? gcb->task->tkword : 0;
   const int rc = virv2g(local, block, kNumMethods, task, v_global_pidb_anchor);
@@ -126,22 +121,7 @@ int qorfmsm(int argc, char** argv) {
 }
 
 int esf_fit_ended(int slot, PSCPLIST* plist, List self, FITEND* end) {
-  switch (slot) {
-    case 0:
-      return esf::mwinfit_ended(plist, self, end);
-    case 2:
-      return esf::mes1fit_ended(plist, self, end);
-    case 4:
-      return esf::mes2fit_ended(plist, self, end);
-    case 6:
-      return esf::mesdfit_ended(plist, self, end);
-    case 8:
-      return esf::mes3fit_ended(plist, self, end);
-    case 10:
-      return esf::messfit_ended(plist, self, end);
-    default:
-      return -1;
-  }
+  return esf::fit_ended(slot, plist, self, end);
 }
 
 void qkvercn1(QKS_Version_Info* verinfo) {

@@ -13,16 +13,8 @@
 #include "smoothing/es2subs.h"
 #include "smoothing/es3subs.h"
 #include "smoothing/esdsubs.h"
-
-// Start value routines of the seasonal and Winters families. Their engines
-// are linked into the image separately; until they are, these addresses are
-// null and getstartvals answers those two families as having no usable start.
-extern "C" {
-__attribute__((weak)) int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg,
-                                  double* level, double* sfactor);
-__attribute__((weak)) int zwinsvi(double* x, char* misflg, long n, int nseasons, int nstart, int additive,
-                                  int stflg, double* level, double* trend, double* sfactor);
-}
+#include "smoothing/esssubs.h"
+#include "smoothing/winsubs.h"
 
 namespace {
 
@@ -148,13 +140,9 @@ int family_start_values(int type, WINMODEL* model) {
   // observation they are handed, which is the first of the fit range.
   const int nstart = ts.scodes != nullptr ? ts.scodes[model->fitrange.start] : 0;
   if (type == kFamilySeasonal) {
-    // Not yet available while the seasonal engine is not linked in.
-    if (zesssvi == nullptr) return -8;
     return zesssvi(x, misflg, n, ts.nseasons, nstart, 1, &svi.level, svi.sfactor);
   }
   if (type == kFamilyWinters) {
-    // Not yet available while the Winters engine is not linked in.
-    if (zwinsvi == nullptr) return -8;
     return zwinsvi(x, misflg, n, ts.nseasons, nstart, model->additive, 1, &svi.level, &svi.trend,
                    svi.sfactor);
   }

@@ -9,6 +9,7 @@
 #define ESF_MODULE_METHOD_ARGS_H
 
 #include "intervals/interval.h"
+#include "module/families.h"
 #include "module/host_api.h"
 #include "module/win_model.h"
 
@@ -16,14 +17,7 @@
 typedef long SLIndex;
 
 // Model families as numbered in the `type` argument of getstartvals.
-enum {
-  kFamilySimple = 1,
-  kFamilyDouble = 2,
-  kFamilyLinear = 3,
-  kFamilyDamped = 4,
-  kFamilySeasonal = 5,
-  kFamilyWinters = 6,
-};
+using enum esf::FamilyType;
 
 #ifdef __cplusplus
 extern "C" {

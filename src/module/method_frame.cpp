@@ -84,7 +84,7 @@ struct Arrays {
   double* parms = nullptr;    // block of 3 (fit) or 4 (forecast) * nparms doubles
 };
 
-bool allocate(const MethodFamily& family, int parts, WINMODEL* model, Arrays* arrays) {
+bool allocate(const Family& family, int parts, WINMODEL* model, Arrays* arrays) {
   TSERIES& ts = model->ts;
   const long n = ts.nobs;
   const int np = family.nparms;
@@ -144,7 +144,7 @@ bool season_codes_fit(const WINMODEL& model) {
 
 // Reads CODE and TYPE of a seasonal family's specification. False for a TYPE
 // other than the family's.
-bool read_code_and_type(const MethodFamily& family, List modSpecList, bool fit, WINMODEL* model) {
+bool read_code_and_type(const Family& family, List modSpecList, bool fit, WINMODEL* model) {
   Text code;
   get_text(modSpecList, "CODE", &code, family.code_default);
   Text type;
@@ -155,7 +155,7 @@ bool read_code_and_type(const MethodFamily& family, List modSpecList, bool fit, 
 }
 
 // Fills the five ESTIMATES lists of a successful fit.
-void write_estimates(const MethodFamily& family, WINMODEL* model, List names, List values, List labels,
+void write_estimates(const Family& family, WINMODEL* model, List names, List values, List labels,
                      List stderrs, List tvals) {
   const MODELPEST& pest = model->pest;
   for (int i = 0; i < family.nparms; ++i) {
@@ -169,7 +169,7 @@ void write_estimates(const MethodFamily& family, WINMODEL* model, List names, Li
 }
 
 // STARTVALS: the state at time 0 that the fit arrived at.
-void write_startvals(const MethodFamily& family, WINMODEL* model, List modSpecList, FMCOM* fmcomp) {
+void write_startvals(const Family& family, WINMODEL* model, List modSpecList, FMCOM* fmcomp) {
   List startvals = new_list(modSpecList, "STARTVALS", fmcomp);
   if (startvals == nullptr) return;
   slinsd(startvals, model->startvals.level, -1, "LEVEL", 5);
@@ -182,7 +182,7 @@ void write_startvals(const MethodFamily& family, WINMODEL* model, List modSpecLi
 
 }  // namespace
 
-int run_fit_method(const MethodFamily& family, PSCPLIST* plist, List self, FITEND* end) {
+int run_fit_method(const Family& family, Drivers drivers, PSCPLIST* plist, List self, FITEND* end) {
   WINMODEL model;
   std::memset(&model, 0, sizeof model);
   if (end != nullptr) std::memset(end, 0, sizeof *end);
@@ -267,7 +267,7 @@ int run_fit_method(const MethodFamily& family, PSCPLIST* plist, List self, FITEN
   }
   model.opt.numeric = 0;
   model.opt.relative = 0;
-  rc = family.fit(&model);
+  rc = drivers.fit(&model);
   if (rc < 0) {
     release(&model, &arrays);
     getreturn(plist, rc, 0);
@@ -304,7 +304,7 @@ int run_fit_method(const MethodFamily& family, PSCPLIST* plist, List self, FITEN
   return 0;
 }
 
-int run_forecast_method(const MethodFamily& family, PSCPLIST* plist, List self) {
+int run_forecast_method(const Family& family, Drivers drivers, PSCPLIST* plist, List self) {
   WINMODEL model;
   std::memset(&model, 0, sizeof model);
   FMCOM* fmcomp = plist != nullptr && plist->u != nullptr ? plist->u->fmcomp : nullptr;
@@ -438,7 +438,7 @@ int run_forecast_method(const MethodFamily& family, PSCPLIST* plist, List self) 
   }
 
   set_slabel(&model.out.dsname, dsname, dsname_l > kMaxLabel ? kMaxLabel : dsname_l);
-  rc = family.forecast(&model, startflg);
+  rc = drivers.forecast(&model, startflg);
   if (rc < 0) {
     release(&model, &arrays);
     getreturn(plist, rc, rtype);

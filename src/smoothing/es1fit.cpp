@@ -1,9 +1,7 @@
 // The exported drivers of simple exponential smoothing: the shared estimation
 // frame, forecast driver and table writer instantiated for the family's trait
-// (smoothing/frame_es1.h).
+// (es1::Family).
 #include "smoothing/es1fit.h"
-
-#include "smoothing/frame_es1.h"
 
 using es1::Family;
 using smoothing::frame::fit;

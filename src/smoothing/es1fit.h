@@ -1,12 +1,17 @@
-// Estimation and forecast drivers of simple exponential smoothing.
+// The two units of simple exponential smoothing are its kernel (es1subs.h) and this one: the
+// family's trait on the shared estimation frame (smoothing/frame.h) and
+// forecast driver (smoothing/frame_out.h), and the exported drivers that
+// instantiate them.
 #pragma once
 
 #include "intervals/interval.h"
 #include "module/win_model.h"
+#include "smoothing/es1subs.h"
+#include "smoothing/family_traits.h"
+#include "smoothing/frame.h"
+#include "smoothing/frame_out.h"
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 // Estimates the weight of simple smoothing over model->fitrange, starting the
 // backward pass from model->svi.  Fills model->pest (parms, stderr, tvals,
@@ -29,6 +34,96 @@ int nes1for(struct WINMODEL* model, int startflg);
 int es1out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
            u_sname* timeid, double stdate, char* align, long nobs, double cl);
 
-#ifdef __cplusplus
-}
-#endif
+}  // extern "C"
+
+namespace es1 {
+
+using namespace smoothing;
+using namespace smoothing::frame;
+
+// The trait: the smallest complete one, and the model for the other families.
+//
+// One weight, the level, tried on level_grid (LevelWeightShape); one state,
+// the level.
+struct Family : FamilyDefaults, LevelWeightShape {
+  static constexpr bool kJumpOverZero = false;
+  static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
+  static long stderr_min_nobs(const WINMODEL&) { return 2; }
+
+  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
+    model->smooth = model->svi;
+    return zes1smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
+                   &model->smooth.level, mse, nullptr, nullptr);
+  }
+
+  // The twenty candidates side by side in one backward and forward pass.
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
+                           const bool* /*eligible: no stability test*/, int* rc, double* mse) {
+    model->smooth = model->svi;
+    smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w, kGridRows,
+                model->svi.level, rc, mse);
+  }
+
+  static int pass_begin(WINMODEL* model, FITCON*, const double*) {
+    model->smooth.level = model->svi.level;
+    return kOk;
+  }
+
+  // A missing observation takes the current level as its value, so that the
+  // level stays where it is.
+  static double missing_value(const WINMODEL* model, const FITCON*, const double*, long) {
+    return model->smooth.level;
+  }
+
+  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
+                    double* wder) {
+    const double before = model->smooth.level;
+    double xhat = 0.0;
+    double e = 0.0;
+    int rc = es1::point(value, model->ts.descstats.norm, w[0], &model->smooth.level, &xhat, &e);
+    if (rc < 0) return rc;
+    rc = es1::point_derivative(value, w[0], before, &fitcon->derwork.level[0], wder);
+    if (rc < 0) return rc;
+    model->smooth.xhat = xhat;
+    wder[1] = e;
+    return kOk;
+  }
+
+  static void turn(WINMODEL*, FITCON*, const double*) {}
+  static void save_start(WINMODEL* model) { model->startvals.level = model->smooth.level; }
+
+  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
+                        double* tvals) {
+    return zes1std(xpxdiag, mse, nobs, parms, stderr, tvals);
+  }
+
+  // Diagnostics.
+  static constexpr const char* kTraceWeightHeading = "   Level  ";
+  static constexpr const char* kTraceWeightFormat = "%8.93f   ";
+  static constexpr const char* kTraceExtraHeading = nullptr;
+  static constexpr const char* kTraceExtraFormat = nullptr;
+  static constexpr const char* kCheckTitle = " Simple Smoothing Partial Derivative Information    ";
+  static constexpr const char* kCheckHeading = nullptr;
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
+                              const double* deltas, int wkflag, double* pder) {
+    return zes1npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
+                   model->svi.level, deltas[0], wkflag, pder);
+  }
+
+  // Forecast.
+  static constexpr int kRowDoubles = 7;
+  static constexpr OutputColumn kStateColumns[1] = {{"LEVEL", kMsgLevel}};
+
+  static void forecast_start(WINMODEL* model, int startflg) {
+    model->smooth.level = startflg == 0 ? model->svi.level : model->startvals.level;
+  }
+
+  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
+    return zes1prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
+                   model->ts.descstats.norm, model->fitrange.nobs, w[0], &model->smooth.level, 0,
+                   end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse,
+                   model->out.strptr);
+  }
+};
+
+}  // namespace es1

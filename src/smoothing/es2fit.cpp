@@ -1,112 +1,21 @@
-// Linear exponential smoothing on the shared estimation frame and forecast
-// driver: the family's trait and the three exported drivers.
+// The exported drivers of the family: the shared estimation frame, forecast
+// driver and table writer instantiated for its trait (es2::Family).
 #include "smoothing/es2fit.h"
 
-#include "smoothing/es2subs.h"
-#include "smoothing/family_traits.h"
-
-namespace {
-
-using namespace smoothing;
-using namespace smoothing::frame;
-
-// Two weights, level and trend; two states, level and trend.
-struct LinearFamily : TrendedFamily {
-  static constexpr int kNumWeights = 2;
-  static constexpr Slot kSlots[2] = {Slot::level, Slot::trend};
-
-  // Candidate k is row k of both tables.
-  static constexpr double kGrid[2][kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.01, 0.05, 0.01, 0.1, 0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
-       0.25, 0.15, 0.1, 0.05, 0.01, 0.9, 0.6, 0.4, 0.1, 0.9}};
-  // Default bounds 0.001 .. 0.999 for both: the tables are used as they stand.
-  static constexpr double kGridLo[2] = {0.001, 0.001};
-  static constexpr double kGridScale[2] = {0.998, 0.998};
-
-  // Stable: 0 < wlevel < 2 and 0 <= wtrend < 4 / wlevel - 2.
-  static constexpr bool kHasStability = true;
-  static bool stable(const double* w) { return zes2stb(w[0], w[1]) != 0; }
-
-  static constexpr GradDivisor kGradDivisor = GradDivisor::nobs;
-  static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
-  // The error variance divides by nobs - 2; below three observations the
-  // standard errors are missing.
-  static long stderr_min_nobs(const WINMODEL&) { return 3; }
-
-  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
-    model->smooth = model->svi;
-    return zes2smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
-                   &model->smooth.level, &model->smooth.trend, mse, nullptr, nullptr);
-  }
-
-  // The eligible candidates side by side in one backward and forward pass.
-  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
-                           const bool* eligible, int* rc, double* mse) {
-    grid_side_by_side<2, es2::smooth_many>(model, fitcon, w, eligible, rc, mse);
-  }
-
-  // A missing observation takes the prediction L + T as its value: its error
-  // is 0 and its state change the step over a missing observation.
-  static double missing_value(const WINMODEL* model, const FITCON*, const double*, long) {
-    return model->smooth.level + model->smooth.trend;
-  }
-
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
-                    double* wder) {
-    return fit_observation<2>(
-        model, fitcon, value, wder,
-        [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
-          return es2::point(x, xscale, w[0], w[1], l, t, xhat, e);
-        },
-        [w](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv) {
-          return es2::point_derivative(x, w[0], w[1], ll, cl, lt, dl, dt, dv);
-        });
-  }
-
-  // Between the passes the state turns round, and its derivatives with it.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    turn_level_trend<2>(model, fitcon);
-  }
-
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zes2std(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
-
-  // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level     Trend   ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f   ";
-  static constexpr const char* kCheckTitle = " Linear ES Partial Derivative Information           ";
-  static constexpr const char* kCheckHeading = "                  LEVEL    TREND                   ";
-  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
-                              const double* deltas, int wkflag, double* pder) {
-    double d[2] = {deltas[0], deltas[1]};
-    return zes2npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
-                   model->svi.level, model->svi.trend, d, wkflag, pder);
-  }
-
-  // Forecast.
-  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    return zes2prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
-                   model->ts.descstats.norm, model->fitrange.nobs, w[0], w[1],
-                   &model->smooth.level, &model->smooth.trend, 0, end, model->lead,
-                   model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
-  }
-};
-
-}  // namespace
+using es2::Family;
+using smoothing::frame::fit;
+using smoothing::frame::forecast;
+using smoothing::frame::write_family_table;
 
 extern "C" {
 
-int nes2fit(WINMODEL* model) { return fit<LinearFamily>(model); }
+int nes2fit(WINMODEL* model) { return fit<Family>(model); }
 
-int nes2for(WINMODEL* model, int startflg) { return forecast<LinearFamily>(model, startflg); }
+int nes2for(WINMODEL* model, int startflg) { return forecast<Family>(model, startflg); }
 
 int es2out(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid,
            double stdate, char* align, long nobs, double cl) {
-  return write_family_table<LinearFamily>(out, intv, varname, label, timeid, stdate, align, nobs,
+  return write_family_table<Family>(out, intv, varname, label, timeid, stdate, align, nobs,
                                           cl);
 }
 

@@ -1,12 +1,15 @@
-// Estimation and forecast drivers of linear exponential smoothing.
+// The two units of linear exponential smoothing are its kernel (es2subs.h) and this one: the
+// family's trait on the shared estimation frame (smoothing/frame.h) and
+// forecast driver (smoothing/frame_out.h), and the exported drivers that
+// instantiate them.
 #pragma once
 
 #include "intervals/interval.h"
 #include "module/win_model.h"
+#include "smoothing/es2subs.h"
+#include "smoothing/family_traits.h"
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 // Estimates the weights over model->fitrange, starting the backward pass
 // from model->svi. Fills model->pest (parms, stderr, tvals, mse) and leaves
@@ -29,6 +32,97 @@ int nes2for(struct WINMODEL* model, int startflg);
 int es2out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
            u_sname* timeid, double stdate, char* align, long nobs, double cl);
 
-#ifdef __cplusplus
-}
-#endif
+}  // extern "C"
+
+namespace es2 {
+
+using namespace smoothing;
+using namespace smoothing::frame;
+
+// Two weights, level and trend; two states, level and trend.
+struct Family : TrendedFamily {
+  static constexpr int kNumWeights = 2;
+  static constexpr Slot kSlots[2] = {Slot::level, Slot::trend};
+
+  // Candidate k is row k of both tables.
+  static constexpr double kGrid[2][kGridRows] = {
+      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
+       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
+      {0.01, 0.05, 0.01, 0.1, 0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
+       0.25, 0.15, 0.1, 0.05, 0.01, 0.9, 0.6, 0.4, 0.1, 0.9}};
+  // Default bounds 0.001 .. 0.999 for both: the tables are used as they stand.
+  static constexpr double kGridLo[2] = {0.001, 0.001};
+  static constexpr double kGridScale[2] = {0.998, 0.998};
+
+  // Stable: 0 < wlevel < 2 and 0 <= wtrend < 4 / wlevel - 2.
+  static constexpr bool kHasStability = true;
+  static bool stable(const double* w) { return zes2stb(w[0], w[1]) != 0; }
+
+  static constexpr GradDivisor kGradDivisor = GradDivisor::nobs;
+  static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
+  // The error variance divides by nobs - 2; below three observations the
+  // standard errors are missing.
+  static long stderr_min_nobs(const WINMODEL&) { return 3; }
+
+  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
+    model->smooth = model->svi;
+    return zes2smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
+                   &model->smooth.level, &model->smooth.trend, mse, nullptr, nullptr);
+  }
+
+  // The eligible candidates side by side in one backward and forward pass.
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
+                           const bool* eligible, int* rc, double* mse) {
+    grid_side_by_side<2, es2::smooth_many>(model, fitcon, w, eligible, rc, mse);
+  }
+
+  // A missing observation takes the prediction L + T as its value: its error
+  // is 0 and its state change the step over a missing observation.
+  static double missing_value(const WINMODEL* model, const FITCON*, const double*, long) {
+    return model->smooth.level + model->smooth.trend;
+  }
+
+  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
+                    double* wder) {
+    return fit_observation<2>(
+        model, fitcon, value, wder,
+        [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
+          return es2::point(x, xscale, w[0], w[1], l, t, xhat, e);
+        },
+        [w](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv) {
+          return es2::point_derivative(x, w[0], w[1], ll, cl, lt, dl, dt, dv);
+        });
+  }
+
+  // Between the passes the state turns round, and its derivatives with it.
+  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
+    turn_level_trend<2>(model, fitcon);
+  }
+
+  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
+                        double* tvals) {
+    return zes2std(xpxdiag, mse, nobs, parms, stderr, tvals);
+  }
+
+  // Diagnostics.
+  static constexpr const char* kTraceWeightHeading = "   Level     Trend   ";
+  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f   ";
+  static constexpr const char* kCheckTitle = " Linear ES Partial Derivative Information           ";
+  static constexpr const char* kCheckHeading = "                  LEVEL    TREND                   ";
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
+                              const double* deltas, int wkflag, double* pder) {
+    double d[2] = {deltas[0], deltas[1]};
+    return zes2npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
+                   model->svi.level, model->svi.trend, d, wkflag, pder);
+  }
+
+  // Forecast.
+  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
+    return zes2prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
+                   model->ts.descstats.norm, model->fitrange.nobs, w[0], w[1],
+                   &model->smooth.level, &model->smooth.trend, 0, end, model->lead,
+                   model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
+  }
+};
+
+}  // namespace es2

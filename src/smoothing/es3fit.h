@@ -1,12 +1,16 @@
-// Estimation and forecast drivers of damped-trend exponential smoothing.
+// The two units of damped-trend exponential smoothing are its kernel (es3subs.h) and this one: the
+// family's trait on the shared estimation frame (smoothing/frame.h) and
+// forecast driver (smoothing/frame_out.h), and the exported drivers that
+// instantiate them.
 #pragma once
 
 #include "intervals/interval.h"
 #include "module/win_model.h"
+#include "smoothing/es3subs.h"
+#include "smoothing/family_traits.h"
+#include "smoothing/step3.h"
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 // Estimates the weights over model->fitrange, starting the backward pass
 // from model->svi. Fills model->pest (parms, stderr, tvals, mse) and leaves
@@ -29,6 +33,113 @@ int nes3for(struct WINMODEL* model, int startflg);
 int es3out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
            u_sname* timeid, double stdate, char* align, long nobs, double cl);
 
-#ifdef __cplusplus
-}
-#endif
+}  // extern "C"
+
+namespace es3 {
+
+using namespace smoothing;
+using namespace smoothing::frame;
+
+// Three weights, level, trend and damping; two states, level and trend.
+struct Family : TrendedFamily {
+  static constexpr int kNumWeights = 3;
+  static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::damp};
+  static constexpr step3::Third kThird = step3::Third::damp;
+
+  // Candidate k is row k of the three tables.
+  static constexpr double kGrid[3][kGridRows] = {
+      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
+       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
+      {0.01, 0.05, 0.01, 0.1, 0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
+       0.25, 0.15, 0.1, 0.05, 0.01, 0.9, 0.6, 0.4, 0.1, 0.9},
+      {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98,
+       0.97, 0.97, 0.97, 0.97, 0.97, 0.9, 0.9, 0.9, 0.9, 0.8}};
+  // The tables stand as they are under the default bounds: 0.001 .. 0.999
+  // for level and trend, 0.9 .. 0.999 for damping (0.999 - 0.9 in doubles).
+  // So row 20 tries a damping of 0.8, below its lower bound.
+  static constexpr double kGridLo[3] = {0.001, 0.001, 0.9};
+  static constexpr double kGridScale[3] = {0.998, 0.998, 0.09899999999999998};
+
+  static constexpr bool kHasStability = true;
+  static bool stable(const double* w) { return zes3stb(w[0], w[1], w[2]) != 0; }
+
+  // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
+  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
+  static long stderr_min_nobs(const WINMODEL&) { return 4; }
+
+  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
+    model->smooth = model->svi;
+    return zes3smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
+                   w[2], &model->smooth.level, &model->smooth.trend, mse, nullptr, nullptr);
+  }
+
+  // The eligible candidates side by side in one backward and forward pass.
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
+                           const bool* eligible, int* rc, double* mse) {
+    grid_side_by_side<3, es3::smooth_many>(model, fitcon, w, eligible, rc, mse);
+  }
+
+  // A missing observation takes the prediction L + wdamp * T as its value,
+  // so that it has no error.
+  static double missing_value(const WINMODEL* model, const FITCON*, const double* w, long) {
+    return model->smooth.level + model->smooth.trend * w[2];
+  }
+
+  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
+                    double* wder) {
+    return fit_observation<3>(
+        model, fitcon, value, wder,
+        [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
+          return es3::point(x, xscale, w[0], w[1], w[2], l, t, xhat, e);
+        },
+        [w](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv) {
+          return es3::point_derivative(x, w[0], w[1], w[2], ll, cl, lt, dl, dt, dv);
+        });
+  }
+
+  // The reversal between the passes: one more damped step back, and the
+  // trend turned forward in time, for the state and its derivatives.
+  static void turn(WINMODEL* model, FITCON* fitcon, const double* w) {
+    SMOOTHVALS& s = model->smooth;
+    WINT_DER& d = fitcon->derwork;
+    const double wdamp = w[2];
+    const double t = s.trend;
+    d.level[0] += wdamp * d.trend[0];
+    d.level[1] += wdamp * d.trend[1];
+    d.level[2] += wdamp * d.trend[2] + t;
+    s.level += wdamp * t;
+    d.trend[0] = -(wdamp * d.trend[0]);
+    d.trend[1] = -(wdamp * d.trend[1]);
+    d.trend[2] = -(wdamp * d.trend[2] + t);
+    s.trend = -(wdamp * t);
+  }
+
+  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
+                        double* tvals) {
+    return zes3std(xpxdiag, mse, nobs, parms, stderr, tvals);
+  }
+
+  // Diagnostics.
+  static constexpr const char* kTraceWeightHeading = "   Level     Trend  Damping   ";
+  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  %8.93f  ";
+  static constexpr const char* kTraceExtraHeading = "  DDer0    DDer1    Phi  ";
+  static constexpr const char* kTraceExtraFormat = "%7.98f  %7.98f  %5.1f  ";
+  static constexpr const char* kCheckTitle = " Damp-Trend ES  Partial Derivative Information      ";
+  static constexpr const char* kCheckHeading = "                  LEVEL    TREND    DAMPING         ";
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
+                              const double* deltas, int wkflag, double* pder) {
+    double d[3] = {deltas[0], deltas[1], deltas[2]};
+    return zes3npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
+                   w[2], model->svi.level, model->svi.trend, d, wkflag, pder);
+  }
+
+  // Forecast.
+  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
+    return zes3prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
+                   model->ts.descstats.norm, model->fitrange.nobs, w[0], w[1], w[2],
+                   &model->smooth.level, &model->smooth.trend, 0, end, model->lead,
+                   model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
+  }
+};
+
+}  // namespace es3

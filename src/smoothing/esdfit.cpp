@@ -1,104 +1,21 @@
-// Double exponential smoothing on the shared estimation frame and forecast
-// driver: the family's trait and the three exported drivers.
+// The exported drivers of the family: the shared estimation frame, forecast
+// driver and table writer instantiated for its trait (esd::Family).
 #include "smoothing/esdfit.h"
 
-#include <cmath>
-
-#include "smoothing/esdsubs.h"
-#include "smoothing/family_traits.h"
-
-namespace {
-
-using namespace smoothing;
-using namespace smoothing::frame;
-
-// One weight for both states, level and trend, with the shape and grid of
-// simple smoothing. The prediction divides the trend by the weight, so a
-// weight at 0 cannot be evaluated.
-struct DoubleFamily : TrendedFamily, LevelWeightShape {
-  // A trial weight near 0 fails without bounds, and jumps over 0 with them.
-  static constexpr bool kJumpOverZero = true;
-  static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
-  // The standard errors need more than two observations.
-  static long stderr_min_nobs(const WINMODEL&) { return 3; }
-
-  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
-    model->smooth = model->svi;
-    return zesdsmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
-                   &model->smooth.level, &model->smooth.trend, mse, nullptr, nullptr);
-  }
-
-  // The eligible candidates side by side in one backward and forward pass.
-  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
-                           const bool* eligible, int* rc, double* mse) {
-    grid_side_by_side<1, esd::smooth_many>(model, fitcon, w, eligible, rc, mse);
-  }
-
-  // A weight of 0 cannot start a pass.
-  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double* w) {
-    if (std::fabs(w[0]) < kTiny) return kOverflow;
-    return TrendedFamily::pass_begin(model, fitcon, w);
-  }
-
-  // A missing observation takes the prediction L + T / w as its value,
-  // without a step of the state first.
-  static double missing_value(const WINMODEL* model, const FITCON*, const double* w, long) {
-    return model->smooth.level + model->smooth.trend / w[0];
-  }
-
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
-                    double* wder) {
-    return fit_observation<1>(
-        model, fitcon, value, wder,
-        [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
-          return esd::point(x, xscale, w[0], l, t, xhat, e);
-        },
-        [w](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv) {
-          return esd::point_derivative(x, w[0], ll, cl, lt, dl, dt, dv);
-        });
-  }
-
-  // Between the passes the state and its derivatives turn round.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    turn_level_trend<1>(model, fitcon);
-  }
-
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zesdstd(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
-
-  // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f   ";
-  static constexpr const char* kCheckTitle = " Double Smoothing Partial Derivative Information    ";
-  static constexpr const char* kCheckHeading = nullptr;
-  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
-                              const double* deltas, int wkflag, double* pder) {
-    return zesdnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
-                   model->svi.level, model->svi.trend, deltas[0], wkflag, pder);
-  }
-
-  // Forecast.
-  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    return zesdprd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
-                   model->ts.descstats.norm, model->fitrange.nobs, w[0], &model->smooth.level,
-                   &model->smooth.trend, 0, end, model->lead, model->pest.mse, model->cl,
-                   startflg, &model->stats.mse, model->out.strptr);
-  }
-};
-
-}  // namespace
+using esd::Family;
+using smoothing::frame::fit;
+using smoothing::frame::forecast;
+using smoothing::frame::write_family_table;
 
 extern "C" {
 
-int nesdfit(WINMODEL* model) { return fit<DoubleFamily>(model); }
+int nesdfit(WINMODEL* model) { return fit<Family>(model); }
 
-int nesdfor(WINMODEL* model, int startflg) { return forecast<DoubleFamily>(model, startflg); }
+int nesdfor(WINMODEL* model, int startflg) { return forecast<Family>(model, startflg); }
 
 int esdout(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid,
            double stdate, char* align, long nobs, double cl) {
-  return write_family_table<DoubleFamily>(out, intv, varname, label, timeid, stdate, align, nobs,
+  return write_family_table<Family>(out, intv, varname, label, timeid, stdate, align, nobs,
                                           cl);
 }
 

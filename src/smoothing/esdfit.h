@@ -1,12 +1,17 @@
-// Estimation and forecast drivers of double exponential smoothing.
+// The two units of double exponential smoothing are its kernel (esdsubs.h) and this one: the
+// family's trait on the shared estimation frame (smoothing/frame.h) and
+// forecast driver (smoothing/frame_out.h), and the exported drivers that
+// instantiate them.
 #pragma once
+
+#include <cmath>
 
 #include "intervals/interval.h"
 #include "module/win_model.h"
+#include "smoothing/esdsubs.h"
+#include "smoothing/family_traits.h"
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 // Estimates the weights over model->fitrange, starting the backward pass
 // from model->svi. Fills model->pest (parms, stderr, tvals, mse) and leaves
@@ -29,6 +34,87 @@ int nesdfor(struct WINMODEL* model, int startflg);
 int esdout(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
            u_sname* timeid, double stdate, char* align, long nobs, double cl);
 
-#ifdef __cplusplus
-}
-#endif
+}  // extern "C"
+
+namespace esd {
+
+using namespace smoothing;
+using namespace smoothing::frame;
+
+// One weight for both states, level and trend, with the shape and grid of
+// simple smoothing. The prediction divides the trend by the weight, so a
+// weight at 0 cannot be evaluated.
+struct Family : TrendedFamily, LevelWeightShape {
+  // A trial weight near 0 fails without bounds, and jumps over 0 with them.
+  static constexpr bool kJumpOverZero = true;
+  static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
+  // The standard errors need more than two observations.
+  static long stderr_min_nobs(const WINMODEL&) { return 3; }
+
+  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
+    model->smooth = model->svi;
+    return zesdsmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
+                   &model->smooth.level, &model->smooth.trend, mse, nullptr, nullptr);
+  }
+
+  // The eligible candidates side by side in one backward and forward pass.
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
+                           const bool* eligible, int* rc, double* mse) {
+    grid_side_by_side<1, esd::smooth_many>(model, fitcon, w, eligible, rc, mse);
+  }
+
+  // A weight of 0 cannot start a pass.
+  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double* w) {
+    if (std::fabs(w[0]) < kTiny) return kOverflow;
+    return TrendedFamily::pass_begin(model, fitcon, w);
+  }
+
+  // A missing observation takes the prediction L + T / w as its value,
+  // without a step of the state first.
+  static double missing_value(const WINMODEL* model, const FITCON*, const double* w, long) {
+    return model->smooth.level + model->smooth.trend / w[0];
+  }
+
+  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
+                    double* wder) {
+    return fit_observation<1>(
+        model, fitcon, value, wder,
+        [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
+          return esd::point(x, xscale, w[0], l, t, xhat, e);
+        },
+        [w](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv) {
+          return esd::point_derivative(x, w[0], ll, cl, lt, dl, dt, dv);
+        });
+  }
+
+  // Between the passes the state and its derivatives turn round.
+  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
+    turn_level_trend<1>(model, fitcon);
+  }
+
+  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
+                        double* tvals) {
+    return zesdstd(xpxdiag, mse, nobs, parms, stderr, tvals);
+  }
+
+  // Diagnostics.
+  static constexpr const char* kTraceWeightHeading = "   Level  ";
+  static constexpr const char* kTraceWeightFormat = "%8.93f   ";
+  static constexpr const char* kCheckTitle = " Double Smoothing Partial Derivative Information    ";
+  static constexpr const char* kCheckHeading = nullptr;
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
+                              const double* deltas, int wkflag, double* pder) {
+    return zesdnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
+                   model->svi.level, model->svi.trend, deltas[0], wkflag, pder);
+  }
+
+  // Forecast.
+  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
+    return zesdprd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
+                   model->ts.descstats.norm, model->fitrange.nobs, w[0], &model->smooth.level,
+                   &model->smooth.trend, 0, end, model->lead, model->pest.mse, model->cl,
+                   startflg, &model->stats.mse, model->out.strptr);
+  }
+};
+
+}  // namespace esd

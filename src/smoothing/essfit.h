@@ -1,12 +1,21 @@
-// Estimation and forecast drivers of seasonal exponential smoothing.
+// The two units of seasonal exponential smoothing are its kernel (esssubs.h) and this one: the
+// family's trait on the shared estimation frame (smoothing/frame.h) and
+// forecast driver (smoothing/frame_out.h), and the exported drivers that
+// instantiate them.
 #pragma once
 
-#include "intervals/interval.h"
-#include "module/win_model.h"
+#include <cstring>
 
-#ifdef __cplusplus
+#include "intervals/interval.h"
+#include "module/host_api.h"
+#include "module/win_model.h"
+#include "smoothing/esssubs.h"
+#include "smoothing/family_traits.h"
+#include "smoothing/frame.h"
+#include "smoothing/frame_out.h"
+#include "smoothing/trend_kernel.h"
+
 extern "C" {
-#endif
 
 // Estimates wlevel and wseason over model->fitrange, starting the backward
 // pass from model->svi (level and the ts.nseasons factors).  Fills
@@ -29,6 +38,219 @@ void nessfitfree(double* dwlevel, double* dwseason);
 // pass's error variance.
 int nessfor(struct WINMODEL* model, int startflg);
 
-#ifdef __cplusplus
+}  // extern "C"
+
+namespace ess {
+
+// The trait.  The family carries an array of factors besides the level.  Each
+// pass starts from a copy of the factors of svi, runs the derivative
+// recursions of every factor in two arrays of nseasons doubles (by wlevel and
+// by wseason), and centres the factors, with their derivatives, once at the
+// start of the series, between the backward and the forward pass.
+
+using namespace smoothing;
+using namespace smoothing::frame;
+
+// Returns the scratch copies of the derivative check to the pool.
+inline void mfree(double* sfactor, int* scodes) {
+  if (sfactor) host_free(sfactor);
+  if (scodes) host_free(scodes);
 }
-#endif
+
+// Two weights, level and seasonal; the states are the level and the factors.
+struct Family : FamilyDefaults {
+  static constexpr int kNumWeights = 2;
+  static constexpr Slot kSlots[2] = {Slot::level, Slot::season};
+
+  // level_grid and season_grid: candidate k is row k of both.
+  static constexpr double kGrid[2][kGridRows] = {
+      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
+       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
+      {0.5, 0.4, 0.5, 0.3, 0.4, 0.5, 0.2, 0.3, 0.4, 0.5,
+       0.1, 0.2, 0.3, 0.4, 0.5, 0.9, 0.9, 0.9, 0.9, 0.1}};
+  // Default bounds 0.001 .. 0.999 for both: the tables stand as they are.
+  static constexpr double kGridLo[2] = {0.001, 0.001};
+  static constexpr double kGridScale[2] = {0.998, 0.998};
+
+  // The stability region depends on the number of seasons.
+  static constexpr bool kHasStability = true;
+  static bool stable(const WINMODEL* model, const double* w) {
+    return zessstb(model->ts.nseasons, w[0], w[1]) != 0;
+  }
+
+  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
+  // pest.mse = (nobs / (nobs - 2)) * mse from three observations on.
+  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
+  // The factors count here though not in the divisor of the mse: standard
+  // errors need more observations than seasons plus one.
+  static long stderr_min_nobs(const WINMODEL& model) { return model.ts.nseasons + 2L; }
+
+  // The two arrays of factor derivatives, requested together and tested
+  // once.  A model without seasons, or with a season code outside the
+  // cycle, cannot be estimated.
+  static int fit_setup(WINMODEL* model, FITCON* fitcon) {
+    if (!codes_fit(fitcon->scodes, fitcon->n - 1, model->ts.nseasons)) return kTooFew;
+    WINT_DER_SEASON& sd = fitcon->derwork.season;
+    sd.size = static_cast<long>(factor_bytes(model));
+    sd.wtrend = nullptr;
+    sd.wlevel = static_cast<double*>(host_alloc(sd.size, VM_NUMBERS));
+    sd.wseason = static_cast<double*>(host_alloc(sd.size, VM_NUMBERS));
+    if (xmemdef() != 0 || sd.wlevel == nullptr || sd.wseason == nullptr) {
+      fit_cleanup(model, fitcon);
+      return kNoMemory;
+    }
+    return kOk;
+  }
+  static void fit_cleanup(WINMODEL*, FITCON* fitcon) {
+    WINT_DER_SEASON& sd = fitcon->derwork.season;
+    nessfitfree(sd.wlevel, sd.wseason);
+    sd.wlevel = nullptr;
+    sd.wseason = nullptr;
+  }
+
+  static void reset_from_svi(WINMODEL* model) {
+    model->smooth.level = model->svi.level;
+    copy_factors(model, model->smooth.sfactor, model->svi.sfactor);
+  }
+
+  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
+    reset_from_svi(model);
+    return zesssmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n,
+                   model->ts.nseasons, w[0], w[1], &model->smooth.level, model->smooth.sfactor,
+                   fitcon->scodes, mse, nullptr, nullptr);
+  }
+
+  // The eligible candidates side by side in one backward and forward pass,
+  // when their factors fit on the stack; else one whole-series pass each.
+  static constexpr int kLaneSeasons = 64;
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
+                           const bool* eligible, int* rc, double* mse) {
+    const int ns = model->ts.nseasons;
+    if (ns > kLaneSeasons) {
+      for (int k = 0; k < kGridRows; ++k) {
+        mse[k] = kMissing;
+        rc[k] = eligible[k] ? grid_mse(model, fitcon, w + 2 * k, &mse[k]) : kOk;
+      }
+      return;
+    }
+    reset_from_svi(model);
+    double work[kGridRows * kLaneSeasons];
+    trend::evaluate_eligible<2>(
+        w, eligible, kGridRows, rc, mse,
+        [&](const double* lane_w, int count, int* lane_rc, double* lane_mse) {
+          ess::smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns,
+                           lane_w, count, model->svi.level, model->svi.sfactor, fitcon->scodes,
+                           work, lane_rc, lane_mse);
+        });
+  }
+
+  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
+    reset_from_svi(model);
+    const WINT_DER_SEASON& sd = fitcon->derwork.season;
+    std::memset(sd.wlevel, 0, static_cast<size_t>(sd.size));
+    std::memset(sd.wseason, 0, static_cast<size_t>(sd.size));
+    return kOk;
+  }
+
+  // A missing observation takes the prediction, level plus its season's
+  // factor, as its value: no error, and the state stays where it is.
+  static double missing_value(const WINMODEL* model, const FITCON* fitcon, const double*,
+                              long t) {
+    return model->smooth.level + model->smooth.sfactor[fitcon->scodes[t]];
+  }
+
+  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value,
+                    double* wder) {
+    SMOOTHVALS& sm = model->smooth;
+    const int s = fitcon->scodes[t];
+    const double llevel = sm.level;
+    const double lseason = sm.sfactor[s];
+    double xhat = 0.0;
+    double e = 0.0;
+    int rc = ess::point(value, model->ts.descstats.norm, w[0], w[1], &sm.level, sm.sfactor, s,
+                        &xhat, &e);
+    if (rc < 0) return rc;
+    WINT_DER_SEASON& sd = fitcon->derwork.season;
+    double dersea[2] = {sd.wlevel[s], sd.wseason[s]};
+    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason,
+                               fitcon->derwork.level, dersea, wder);
+    sd.wlevel[s] = dersea[0];
+    sd.wseason[s] = dersea[1];
+    if (rc < 0) return rc;
+    sm.xhat = xhat;
+    wder[2] = e;
+    return kOk;
+  }
+
+  // Between the passes the factors are centred, at the start of the series.
+  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
+    WINT_DER& d = fitcon->derwork;
+    ess::centre(model->ts.nseasons, &model->smooth.level, model->smooth.sfactor, d.level,
+                d.season.wlevel, d.season.wseason);
+  }
+  static void save_start(WINMODEL* model) {
+    model->startvals.level = model->smooth.level;
+    copy_factors(model, model->startvals.sfactor, model->smooth.sfactor);
+  }
+
+  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
+                        double* tvals) {
+    return zessstd(xpxdiag, mse, nobs, parms, stderr, tvals);
+  }
+
+  // Diagnostics.
+  static constexpr const char* kTraceWeightHeading = "   Level     Seasonal  ";
+  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  ";
+  static constexpr const char* kTraceExtraHeading = nullptr;
+  static constexpr const char* kTraceExtraFormat = nullptr;
+  static constexpr const char* kCheckTitle = " Seasonal Smoothing Partial Derivative Information  ";
+  static constexpr const char* kCheckHeading =
+      "                  LEVEL    SEASON                   ";
+  // essders: the numeric derivatives run on copies of the start factors and
+  // of the season codes.
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
+                              const double* deltas, int wkflag, double* pder) {
+    const long n = fitcon->n;
+    double* sfactor = static_cast<double*>(host_alloc(factor_bytes(model), VM_NUMBERS));
+    int* scodes = static_cast<int*>(host_alloc(n * static_cast<long>(sizeof(int)), VM_NUMBERS));
+    if (xmemdef() != 0 || sfactor == nullptr || scodes == nullptr) {
+      mfree(sfactor, scodes);
+      return kNoMemory;
+    }
+    copy_factors(model, sfactor, model->svi.sfactor);
+    std::memcpy(scodes, fitcon->scodes, static_cast<size_t>(n) * sizeof(int));
+    double steps[2] = {deltas[0], deltas[1]};
+    const int rc = zessnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, n,
+                           model->ts.nseasons, w[0], w[1], model->svi.level, sfactor, scodes,
+                           steps, wkflag, pder);
+    mfree(sfactor, scodes);
+    return rc;
+  }
+
+  // Forecast.
+  static constexpr int kRowDoubles = 8;
+  static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel},
+                                                    {"SEASON", kMsgSeason}};
+
+  static void forecast_start(WINMODEL* model, int startflg) {
+    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
+    model->smooth.level = from.level;
+    if (model->smooth.sfactor && from.sfactor) {
+      copy_factors(model, model->smooth.sfactor, from.sfactor);
+    }
+  }
+
+  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
+    if (model->ts.scodes == nullptr || model->smooth.sfactor == nullptr ||
+        model->ts.nseasons < 1) {
+      return kTooFew;
+    }
+    const long first = model->fitrange.start;
+    return zessprd(model->ts.x + first, model->ts.misflg + first, model->ts.descstats.norm,
+                   model->fitrange.nobs, model->ts.nseasons, w[0], w[1], &model->smooth.level,
+                   model->smooth.sfactor, model->ts.scodes + first, 0, end, model->lead,
+                   model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
+  }
+};
+
+}  // namespace ess

@@ -12,7 +12,12 @@
 //                      states and their derivatives
 //   grid_side_by_side  grid_mse_all of a trended family from its
 //                      side-by-side pass
+//
+// and what the seasonal families (seasonal, Winters) share about their
+// factors: factor_bytes, copy_factors and the season-code check codes_fit.
 #pragma once
+
+#include <cstring>
 
 #include "module/win_model.h"
 #include "smoothing/frame.h"
@@ -20,6 +25,26 @@
 #include "smoothing/trend_kernel.h"
 
 namespace smoothing::frame {
+
+// Bytes of one state's factors: one double per season.
+inline size_t factor_bytes(const WINMODEL* model) {
+  return static_cast<size_t>(model->ts.nseasons > 0 ? model->ts.nseasons : 0) * sizeof(double);
+}
+
+// Copies the factors of one state into another.
+inline void copy_factors(const WINMODEL* model, double* to, const double* from) {
+  const size_t bytes = factor_bytes(model);
+  if (bytes && to != from) std::memcpy(to, from, bytes);
+}
+
+// Every season code of rows 0..last lies within the cycle.
+inline bool codes_fit(const int* scodes, long last, int nseasons) {
+  if (nseasons < 1 || scodes == nullptr) return false;
+  for (long t = 0; t <= last; ++t) {
+    if (scodes[t] < 0 || scodes[t] >= nseasons) return false;
+  }
+  return true;
+}
 
 // One weight, the level's, tried on level_grid.
 struct LevelWeightShape {

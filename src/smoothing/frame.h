@@ -20,7 +20,7 @@
 // constrained step (smoothing/step3.h) calls back into it.
 //
 // ---------------------------------------------------------------------------
-// A family trait F (a struct of static members; see frame_es1.h for the
+// A family trait F (a struct of static members; see es1fit.h for the
 // simple family) supplies:
 //
 //   Shape

@@ -1,9 +1,6 @@
-// Winters smoothing on the shared estimation frame, with the three-weight
-// constrained step, and the forecast driver: the exported drivers of the
-// family.  The family's trait is in frame_win.h.
+// The exported drivers of Winters smoothing: the shared estimation frame,
+// forecast driver and table writer instantiated for its trait (win::Family).
 #include "smoothing/winfit.h"
-
-#include "smoothing/frame_win.h"
 
 extern "C" {
 

@@ -1,13 +1,21 @@
-// Estimation and forecast drivers of Winters smoothing (additive and
-// multiplicative, as model->additive says).
+// The two units of Winters smoothing are its kernel (winsubs.h) and this one: the
+// family's trait on the shared estimation frame (smoothing/frame.h) and
+// forecast driver (smoothing/frame_out.h), and the exported drivers that
+// instantiate them.
 #pragma once
 
-#include "intervals/interval.h"
-#include "module/win_model.h"
+#include <cstring>
 
-#ifdef __cplusplus
+#include "intervals/interval.h"
+#include "module/host_api.h"
+#include "module/win_model.h"
+#include "smoothing/family_traits.h"
+#include "smoothing/frame.h"
+#include "smoothing/frame_out.h"
+#include "smoothing/trend_kernel.h"
+#include "smoothing/winsubs.h"
+
 extern "C" {
-#endif
 
 // Estimates wlevel, wtrend and wseason over model->fitrange, starting the
 // backward pass from model->svi (level, trend and factors). Fills
@@ -36,6 +44,223 @@ int nwinfor(struct WINMODEL* model, int startflg);
 int winout(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
            u_sname* timeid, double stdate, char* align, long nobs, double cl);
 
-#ifdef __cplusplus
-}
-#endif
+}  // extern "C"
+
+namespace win {
+
+using namespace smoothing;
+using namespace smoothing::frame;
+
+// The trait, for both forms.  Three weights (level, trend, seasonal) through
+// the three-weight step; states level, trend and one factor per season.  The
+// factors are not among the estimated parameters, so the cross products stay
+// 4 by 4 whatever the number of seasons: the factors only carry derivatives
+// of their own, one array of nseasons doubles per weight in
+// fitcon->derwork.season.
+//
+// Each evaluation starts from the state at the end of the series (svi), runs
+// backward to the first observation, normalises the factors there (mean 0
+// or 1, level and trend absorbing the difference, with their derivatives),
+// turns round and runs forward.
+
+struct Family : FamilyDefaults {
+  static constexpr int kNumWeights = 3;
+  static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::season};
+  static constexpr step3::Third kThird = step3::Third::season;
+
+  // Candidate k is row k of the three tables.
+  static constexpr double kGrid[3][kGridRows] = {
+      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
+       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
+      {0.01, 0.05, 0.01, 0.1, 0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
+       0.25, 0.15, 0.1, 0.05, 0.01, 0.9, 0.6, 0.4, 0.1, 0.9},
+      {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4, 0.4, 0.4, 0.4,
+       0.6, 0.2, 0.2, 0.2, 0.2, 0.8, 0.6, 0.4, 0.4, 0.6}};
+  // The tables stand as they are under the default bounds 0.001 .. 0.999.
+  static constexpr double kGridLo[3] = {0.001, 0.001, 0.001};
+  static constexpr double kGridScale[3] = {0.998, 0.998, 0.998};
+
+  static constexpr bool kHasStability = true;
+  static bool stable(const WINMODEL* model, const double* w) {
+    return zwinstb(model->ts.nseasons, model->additive, w[0], w[1], w[2]) != 0;
+  }
+
+  static constexpr GradDivisor kGradDivisor = GradDivisor::n;  // (two-weight solve only)
+  static constexpr bool kJumpOverZero = false;
+  // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
+  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
+  // Standard errors only with two observations more than there are seasons.
+  static long stderr_min_nobs(const WINMODEL& model) { return model.ts.nseasons + 2L; }
+
+  // The three arrays of factor derivatives, requested together and tested once.
+  static int fit_setup(WINMODEL* model, FITCON* fitcon) {
+    WINT_DER_SEASON& d = fitcon->derwork.season;
+    if (!codes_fit(fitcon->scodes, fitcon->n - 1, model->ts.nseasons)) return kTooFew;
+    d.size = static_cast<long>(factor_bytes(model));
+    d.wlevel = static_cast<double*>(host_alloc(d.size, kPoolNumbers));
+    d.wtrend = static_cast<double*>(host_alloc(d.size, kPoolNumbers));
+    d.wseason = static_cast<double*>(host_alloc(d.size, kPoolNumbers));
+    if (xmemdef() != 0 || !d.wlevel || !d.wtrend || !d.wseason) {
+      fit_cleanup(model, fitcon);
+      return kNoMemory;
+    }
+    return kOk;
+  }
+  static void fit_cleanup(WINMODEL*, FITCON* fitcon) {
+    WINT_DER_SEASON& d = fitcon->derwork.season;
+    nwinfitfree(d.wlevel, d.wtrend, d.wseason);
+    d.wlevel = d.wtrend = d.wseason = nullptr;
+  }
+
+  static void reset_from_svi(WINMODEL* model) {
+    model->smooth.level = model->svi.level;
+    model->smooth.trend = model->svi.trend;
+    copy_factors(model, model->smooth.sfactor, model->svi.sfactor);
+  }
+
+  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
+    reset_from_svi(model);
+    return zwinsmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n,
+                   model->ts.nseasons, model->additive, w[0], w[1], w[2], &model->smooth.level,
+                   &model->smooth.trend, model->smooth.sfactor, fitcon->scodes, mse, nullptr,
+                   nullptr);
+  }
+
+  // The eligible candidates side by side in one backward and forward pass,
+  // when their factor copies fit on the stack; otherwise one by one.
+  static constexpr int kManyFactors = 4096;
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
+                           const bool* eligible, int* rc, double* mse) {
+    const int ns = model->ts.nseasons;
+    if (ns < 1 || ns * kGridRows > kManyFactors) {
+      for (int k = 0; k < kGridRows; ++k) {
+        mse[k] = kMissing;
+        rc[k] = eligible[k] ? grid_mse(model, fitcon, w + 3 * k, &mse[k]) : kOk;
+      }
+      return;
+    }
+    double work[kManyFactors];
+    trend::evaluate_eligible<3>(
+        w, eligible, kGridRows, rc, mse,
+        [&](const double* lanes, int count, int* lane_rc, double* lane_mse) {
+          smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns,
+                      model->additive, lanes, count, model->svi.level, model->svi.trend,
+                      model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse);
+        });
+    reset_from_svi(model);
+  }
+
+  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
+    reset_from_svi(model);
+    const WINT_DER_SEASON& d = fitcon->derwork.season;
+    const size_t bytes = factor_bytes(model);
+    if (bytes) {
+      std::memset(d.wlevel, 0, bytes);
+      std::memset(d.wtrend, 0, bytes);
+      std::memset(d.wseason, 0, bytes);
+    }
+    return kOk;
+  }
+
+  // A missing observation takes the prediction as its value, so that it has
+  // no error.
+  static double missing_value(const WINMODEL* model, const FITCON* fitcon, const double*, long t) {
+    const SMOOTHVALS& s = model->smooth;
+    const double season = s.sfactor[fitcon->scodes[t]];
+    return model->additive ? s.level + s.trend + season : (s.level + s.trend) * season;
+  }
+
+  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value,
+                    double* wder) {
+    SMOOTHVALS& s = model->smooth;
+    const int code = fitcon->scodes[t];
+    const double llevel = s.level;
+    const double ltrend = s.trend;
+    const double lseason = s.sfactor[code];
+    double xhat = 0.0;
+    double e = 0.0;
+    int rc = point(value, model->ts.descstats.norm, model->additive, w[0], w[1], w[2], &s.level,
+                   &s.trend, s.sfactor, code, &xhat, &e);
+    if (rc < 0) return rc;
+    WINT_DER_SEASON& d = fitcon->derwork.season;
+    double dersea[3] = {d.wlevel[code], d.wtrend[code], d.wseason[code]};
+    rc = point_derivative(value, w[0], w[1], w[2], llevel, s.level, ltrend, lseason,
+                          model->additive, fitcon->derwork.level, fitcon->derwork.trend, dersea,
+                          wder);
+    d.wlevel[code] = dersea[0];
+    d.wtrend[code] = dersea[1];
+    d.wseason[code] = dersea[2];
+    if (rc < 0) return rc;
+    s.xhat = xhat;
+    wder[3] = e;
+    return kOk;
+  }
+
+  // At the first observation: normalise (trend still backward), then take
+  // one more trend step back and turn the trend forward in time.
+  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
+    SMOOTHVALS& s = model->smooth;
+    WINT_DER& d = fitcon->derwork;
+    zwinnmd(model->ts.nseasons, model->additive, &s.level, &s.trend, s.sfactor, d.level, d.trend,
+            d.season.wlevel, d.season.wtrend, d.season.wseason);
+    s.level += s.trend;
+    for (int i = 0; i < 3; ++i) d.level[i] += d.trend[i];
+    s.trend = -s.trend;
+    for (int i = 0; i < 3; ++i) d.trend[i] = -d.trend[i];
+  }
+  static void save_start(WINMODEL* model) {
+    model->startvals.level = model->smooth.level;
+    model->startvals.trend = model->smooth.trend;
+    copy_factors(model, model->startvals.sfactor, model->smooth.sfactor);
+  }
+
+  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
+                        double* tvals) {
+    return zwinstd(xpxdiag, mse, nobs, parms, stderr, tvals);
+  }
+
+  // Diagnostics.
+  static constexpr const char* kTraceWeightHeading = "   Level     Trend  Seasonal  ";
+  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  %8.93f  ";
+  static constexpr const char* kTraceExtraHeading = nullptr;
+  static constexpr const char* kTraceExtraFormat = nullptr;
+  static constexpr const char* kCheckTitle = " Winter's Method Partial Derivative Information     ";
+  static constexpr const char* kCheckHeading = "                  LEVEL    TREND    SEASON          ";
+  static const char* check_subtitle(const WINMODEL* model) {
+    return model->additive ? "     Additive Model                                 "
+                           : "     Multiplicative Model                           ";
+  }
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
+                              const double* deltas, int wkflag, double* pder) {
+    double dl[3] = {deltas[0], deltas[1], deltas[2]};
+    return zwinnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n,
+                   model->ts.nseasons, model->additive, w[0], w[1], w[2], model->svi.level,
+                   model->svi.trend, model->svi.sfactor, fitcon->scodes, dl, wkflag, pder);
+  }
+
+  // Forecast.
+  static constexpr int kRowDoubles = 9;
+  static constexpr OutputColumn kStateColumns[3] = {
+      {"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}, {"SEASON", kMsgSeason}};
+
+  static void forecast_start(WINMODEL* model, int startflg) {
+    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
+    model->smooth.level = from.level;
+    model->smooth.trend = from.trend;
+    copy_factors(model, model->smooth.sfactor, from.sfactor);
+  }
+
+  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
+    const long start = model->fitrange.start;
+    int* scodes = model->ts.scodes ? model->ts.scodes + start : nullptr;
+    const long last = end > model->fitrange.nobs - 1 ? end : model->fitrange.nobs - 1;
+    if (!codes_fit(scodes, last, model->ts.nseasons)) return kTooFew;
+    return zwinprd(model->ts.x + start, model->ts.misflg + start, model->ts.descstats.norm,
+                   model->fitrange.nobs, model->ts.nseasons, model->additive, w[0], w[1], w[2],
+                   &model->smooth.level, &model->smooth.trend, model->smooth.sfactor, scodes, 0,
+                   end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse,
+                   model->out.strptr);
+  }
+};
+
+}  // namespace win

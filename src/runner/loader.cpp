@@ -1,4 +1,4 @@
-#include "cli/loader.h"
+#include "runner/loader.h"
 
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-namespace esf::cli {
+namespace esf::runner {
 
 Loader::~Loader() {
   // The image stays mapped: method tables and lists may still point into it
@@ -87,20 +87,15 @@ std::string Loader::slot_symbol(int slot) const {
   return info.dli_sname;
 }
 
-int Loader::slot_of(std::string_view name) {
-  for (int i = 0; i < kNumMethods; ++i) {
-    if (kMethodNames[static_cast<std::size_t>(i)] == name) return i;
-  }
-  return -1;
-}
+int Loader::slot_of(std::string_view name) { return esf::method_slot(name); }
 
 int Loader::call(int slot, host::MethodCall& call, List self) {
   if (!loaded()) load();
   METHODFN fn = method(slot);
-  const std::string_view name = kMethodNames[static_cast<std::size_t>(slot)];
+  const std::string_view name = esf::method_name(slot);
   std::string upper(name);
   for (char& c : upper) c = static_cast<char>(c - ('a' <= c && c <= 'z' ? 'a' - 'A' : 0));
   return fn(call.plist(), self, reinterpret_cast<unsigned char*>(upper.data()), static_cast<int>(upper.size()));
 }
 
-}  // namespace esf::cli
+}  // namespace esf::runner

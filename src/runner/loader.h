@@ -12,9 +12,10 @@
 #include <string_view>
 
 #include "host/host.h"
+#include "module/families.h"
 #include "module/host_api.h"
 
-namespace esf::cli {
+namespace esf::runner {
 
 // Why the module could not be loaded or called; what() says which step.
 class LoadError : public std::runtime_error {
@@ -24,11 +25,9 @@ class LoadError : public std::runtime_error {
 
 class Loader {
  public:
-  static constexpr int kNumMethods = 12;
-  // Names of the method slots, in table order.
-  static constexpr std::array<std::string_view, kNumMethods> kMethodNames = {
-      "mwinfit", "mwinfor", "mes1fit", "mes1for", "mes2fit", "mes2for",
-      "mesdfit", "mesdfor", "mes3fit", "mes3for", "messfit", "messfor"};
+  // The method table's size; the names of its slots are the family table's
+  // (module/families.h).
+  static constexpr int kNumMethods = esf::kNumMethods;
 
   Loader() = default;
   Loader(const Loader&) = delete;
@@ -77,4 +76,4 @@ class Loader {
   CMETHS cmeths_{};
 };
 
-}  // namespace esf::cli
+}  // namespace esf::runner

@@ -1,4 +1,4 @@
-#include "cli/series_csv.h"
+#include "runner/series_csv.h"
 
 #include <fmt/format.h>
 
@@ -14,19 +14,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "common/civil_days.h"
 #include "host/host.h"
 #include "host/host_dates.h"
+#include "host/time_text.h"
+#include "intervals/interval.h"
 
-namespace esf::cli {
+namespace esf::runner {
 namespace {
 
-constexpr double kSecondsPerDay = 86400.0;
-
-// The module's missing values have their two top bytes set; the host date
-// routines answer with one for a triple that names no date.
-bool is_missing_bits(double d) {
-  return (std::bit_cast<std::uint64_t>(d) >> 48) == 0xFFFF;
-}
+using calendar::kSecondsPerDay;
 
 std::string trim(std::string s) {
   const char* ws = " \t\r\n";
@@ -70,78 +67,6 @@ bool split_csv_line(const std::string& line, std::vector<std::string>* fields) {
   return true;
 }
 
-// Reads exactly `width` digits at text[*pos] into *out.
-bool read_digits(const std::string& text, std::size_t* pos, int width, int* out) {
-  if (*pos + width > text.size()) return false;
-  int v = 0;
-  for (int k = 0; k < width; ++k) {
-    const char c = text[*pos + k];
-    if (c < '0' || c > '9') return false;
-    v = v * 10 + (c - '0');
-  }
-  *pos += width;
-  *out = v;
-  return true;
-}
-
-bool parse_number(const std::string& text, double* out) {
-  if (text.empty()) return false;
-  errno = 0;
-  char* end = nullptr;
-  const double v = std::strtod(text.c_str(), &end);
-  if (end != text.c_str() + text.size() || errno == ERANGE || !std::isfinite(v)) return false;
-  *out = v;
-  return true;
-}
-
-// YYYY-MM-DD, optionally followed by T or a blank and HH:MM[:SS[.fff]].
-// *days gets the date value, *seconds the time of day, *has_time whether a
-// time was written.
-bool parse_iso(const std::string& text, double* days, double* seconds, bool* has_time) {
-  std::size_t pos = 0;
-  int y = 0, m = 0, d = 0;
-  if (!read_digits(text, &pos, 4, &y) || pos >= text.size() || text[pos++] != '-' ||
-      !read_digits(text, &pos, 2, &m) || pos >= text.size() || text[pos++] != '-' ||
-      !read_digits(text, &pos, 2, &d)) {
-    return false;
-  }
-  const double date = zmdy(m, d, y);
-  if (is_missing_bits(date)) return false;
-  *days = date;
-  *seconds = 0.0;
-  *has_time = false;
-  if (pos == text.size()) return true;
-  if (text[pos] != 'T' && text[pos] != ' ') return false;
-  ++pos;
-  int hh = 0, mm = 0;
-  if (!read_digits(text, &pos, 2, &hh) || pos >= text.size() || text[pos++] != ':' ||
-      !read_digits(text, &pos, 2, &mm) || hh > 23 || mm > 59) {
-    return false;
-  }
-  double ss = 0.0;
-  if (pos < text.size()) {
-    if (text[pos++] != ':') return false;
-    int whole = 0;
-    if (!read_digits(text, &pos, 2, &whole) || whole > 59) return false;
-    ss = whole;
-    if (pos < text.size()) {
-      // A fraction of a second is a point and digits, nothing else (no
-      // exponent: "06.2e96" is not a time).
-      double frac = 0.0;
-      if (text[pos] != '.' || pos + 1 == text.size() ||
-          text.find_first_not_of("0123456789", pos + 1) != std::string::npos ||
-          !parse_number("0" + text.substr(pos), &frac)) {
-        return false;
-      }
-      ss += frac;
-      pos = text.size();
-    }
-  }
-  *seconds = hh * 3600.0 + mm * 60.0 + ss;
-  *has_time = true;
-  return true;
-}
-
 std::string where(const std::string& path, long line, const std::string& column) {
   return fmt::format("{}: line {}, column {}", path, line, host::quote_input(column));
 }
@@ -160,17 +85,22 @@ TimeUnits time_units_of(char units) {
 }
 
 bool parse_time(const std::string& text, TimeUnits units, double* out) {
-  if (units == TimeUnits::kNumber) return parse_number(text, out);
-  double days = 0.0, seconds = 0.0;
-  bool has_time = false;
-  if (!parse_iso(text, &days, &seconds, &has_time)) return false;
-  if (units == TimeUnits::kDate) {
-    // A datetime names the day it falls on.
-    *out = days;
-  } else {
-    *out = days * kSecondsPerDay + seconds;
+  if (units == TimeUnits::kNumber) {
+    const auto number = host::read_number_text(text);
+    if (number) *out = *number;
+    return number.has_value();
   }
+  const auto t = host::read_time_text(text);
+  if (!t) return false;
+  // A datetime names the day it falls on.
+  *out = units == TimeUnits::kDate ? t->as_date() : t->as_datetime();
   return true;
+}
+
+bool in_calendar_range(double t, TimeUnits units) {
+  if (units == TimeUnits::kNumber) return true;
+  const double day = units == TimeUnits::kDate ? t : std::floor(t / kSecondsPerDay);
+  return day >= static_cast<double>(kMinDate) && day <= static_cast<double>(kMaxDate);
 }
 
 std::string format_time(double t, TimeUnits units) {
@@ -267,13 +197,20 @@ CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::
       throw CsvError(fmt::format("{}: the time ID is empty", where(path, lineno, series.id_column)));
     }
     if (!parse_time(row.id_text, units, &row.time)) {
-      const char* want = units == TimeUnits::kNumber ? "a number" : "an ISO date or datetime (YYYY-MM-DD[THH:MM:SS])";
+      const std::string want = units == TimeUnits::kNumber ? std::string("a number")
+                                                           : fmt::format("a date or datetime ({})", host::kTimeTextForms);
       throw CsvError(fmt::format("{}: {} is not {}", where(path, lineno, series.id_column), host::quote_input(row.id_text), want));
     }
+    if (!in_calendar_range(row.time, units)) {
+      throw CsvError(fmt::format("{}: {} lies outside the calendar's dates, {}", where(path, lineno, series.id_column),
+                                 host::quote_input(row.id_text), kCalendarRangeText));
+    }
     const std::string& v = fields[var_col];
-    if (v.empty() || v == ".") {
+    if (host::read_missing_text(v)) {
       row.missing = true;
-    } else if (!parse_number(v, &row.value)) {
+    } else if (const auto number = host::read_number_text(v)) {
+      row.value = *number;
+    } else {
       throw CsvError(fmt::format("{}: {} is not a number", where(path, lineno, series.var_column), host::quote_input(v)));
     }
     series.rows.push_back(std::move(row));
@@ -307,8 +244,8 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
       throw CsvError(fmt::format(
           "the series spans more than {} periods of the interval, more than memory allows: {}: lines {} and {}, "
           "column {}: {} and {}",
-          kMaxSeriesPeriods, series.path, earliest->line, row.line, host::quote_input(series.id_column),
-          host::quote_input(earliest->id_text), host::quote_input(row.id_text)));
+          kMaxSeriesPeriods, series.path, earliest->line, row.line, host::quote_input(series.id_column), host::quote_input(earliest->id_text),
+          host::quote_input(row.id_text)));
     }
     const long index = static_cast<long>(k);
     auto [it, inserted] = by_period.emplace(index, &row);
@@ -357,4 +294,4 @@ void write_file_atomically(const std::string& path, const std::string& text) {
   }
 }
 
-}  // namespace esf::cli
+}  // namespace esf::runner

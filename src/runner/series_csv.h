@@ -2,9 +2,9 @@
 // calendar, and writing the forecast table back out as CSV.
 //
 // The file has a header line. One column holds the time ID (an ISO date such
-// as 1949-01-01, an ISO datetime such as 1949-01-01T06:30:00, or a plain
-// number for observation counts), another the value; an empty field or "."
-// is a missing value. Every error names the file, the line and the column.
+// as 1949-01-01 or 1949-01, an ISO datetime such as 1949-01-01T06:30:00, or
+// a plain number for observation counts), another the value; an empty field,
+// ".", NA or NaN is a missing value. Every error names the file, the line and the column.
 #pragma once
 
 #include <functional>
@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace esf::cli {
+namespace esf::runner {
 
 // What the time values of an interval count.
 enum class TimeUnits {
@@ -87,13 +87,18 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar);
 // Text of a time value: an ISO date, an ISO datetime, or a number.
 std::string format_time(double t, TimeUnits units);
 
-// Parses an ISO date or datetime, or a number, as a time value of `units`.
-// Returns false when the text is not one.
+// Parses a date or datetime (host/time_text.h), or a number, as a time value
+// of `units`. Returns false when the text is not one.
 bool parse_time(const std::string& text, TimeUnits units, double* out);
+
+// The calendar's dates.
+inline constexpr const char* kCalendarRangeText = "1582-01-01 to 20000-12-26";
+// Whether a time value lies within the calendar's dates (numbers always do).
+bool in_calendar_range(double t, TimeUnits units);
 
 // Writes `text` to `path` through a temporary file in the same directory that
 // is renamed into place only when everything was written, so that a failure
 // leaves no half-written file. Throws CsvError.
 void write_file_atomically(const std::string& path, const std::string& text);
 
-}  // namespace esf::cli
+}  // namespace esf::runner

@@ -1,0 +1,68 @@
+// The list store of the host: the registry of a component's lists and the
+// items they hold.  Shared by the units of the host stand-in that work on
+// lists (the sl... routines, the C++ helpers, the JSON conversion); not for
+// host programs (they use host.h) nor for the module (module/host_api.h).
+#ifndef ESF_HOST_LIST_STORE_H
+#define ESF_HOST_LIST_STORE_H
+
+#include <mutex>
+#include <set>
+#include <unordered_map>
+#include <vector>
+
+#include "module/host_api.h"
+
+namespace esf::host::internal {
+
+// A list as the host keeps it: the record the module reads, and an index of
+// its items by position, so that indexed access costs the same at any
+// position.
+struct HostList : SLIST {
+  std::vector<SLIST_ITEM*> index;  // index[i - 1] is item i
+};
+
+// All lists of one component, found by id.
+struct Registry {
+  std::mutex mutex;
+  std::unordered_map<ListId, HostList*> lists;
+  ListId next_id = 1;
+};
+
+Registry* registry_of(FMCOM* fmcomp);
+// The component of this process.
+FMCOM& session_fmcom();
+
+// Names compare without regard to case.
+bool same_name(const tchar* a, int alen, const tchar* b, int blen);
+// Length without trailing blanks.
+int trimmed(const tchar* s, int len);
+tchar* copy_text(const tchar* s, int len);
+
+// Releases what an item owns apart from sublists.
+void clear_value(SLIST_ITEM* item);
+SLIST_ITEM* new_item(const tchar* name, int name_l);
+void delete_item(SLIST_ITEM* item);
+void append_item(List list, SLIST_ITEM* item);
+// Inserts before position `index` (1-based); -1 or past the end appends.
+void insert_item(List list, SLIST_ITEM* item, SLIndex index);
+// Unlinks and deletes the item at `index`; false when there is none.
+bool delete_item_at(List list, SLIndex index);
+SLIST_ITEM* item_at(List list, SLIndex index);
+// The item at `index`, extending the list with empty items when needed.
+SLIST_ITEM* item_at_or_extend(List list, SLIndex index);
+// The `occurrence`-th item so named, counting from position `from`.
+SLIST_ITEM* find_named(List list, const tchar* name, int len, int occurrence, SLIndex from, SLIndex* where);
+
+bool is_numeric(const SLIST_ITEM* item);
+void set_double(SLIST_ITEM* item, double value);
+void set_long(SLIST_ITEM* item, long value);
+void set_chars(SLIST_ITEM* item, const tchar* s, int len);
+
+HostList* make_list(Registry& reg, FMCOM* fmcomp);
+List lookup(FMCOM* fmcomp, ListId id);
+void free_list_rec(FMCOM* fmcomp, ListId id, bool deep, std::set<ListId>& seen);
+ListId copy_list_rec(List list, FMCOM* fmcomp, std::set<ListId>& path);
+
+}  // namespace esf::host::internal
+
+#endif  // ESF_HOST_LIST_STORE_H

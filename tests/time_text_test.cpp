@@ -1,0 +1,103 @@
+// The one reader of time text: what it accepts and refuses, and that the
+// series reader, the range options and the host's tables read alike.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "host/time_text.h"
+#include "primitives/primitives.h"
+#include "runner/series_csv.h"
+
+namespace {
+
+namespace chr = std::chrono;
+
+// Day numbers by std::chrono, an oracle independent of the reader's own.
+double day(int y, unsigned m, unsigned d) {
+  return static_cast<double>(
+      (chr::sys_days{chr::year{y} / m / d} - chr::sys_days{chr::year{1960} / chr::January / 1}).count());
+}
+
+TEST(TimeText, FormsAcceptedAndRefused) {
+  const struct {
+    const char* text;
+    bool ok;
+    double day, second;
+    bool has_time;
+  } rows[] = {
+      {"2020-01-06", true, day(2020, 1, 6), 0, false},
+      {" 2020-01-06 ", true, day(2020, 1, 6), 0, false},
+      {"1949-03", true, day(1949, 3, 1), 0, false},
+      {"12000-02-29", true, day(12000, 2, 29), 0, false},
+      {"20000-12-26", true, day(20000, 12, 26), 0, false},
+      {"2020-01-06T10:15", true, day(2020, 1, 6), 36900, true},
+      {"2020-01-06t10:15:30", true, day(2020, 1, 6), 36930, true},
+      {"2020-01-06 23:59:59.25", true, day(2020, 1, 6), 86399.25, true},
+      {"2020-1-6", false, 0, 0, false},
+      {"2019-02-29", false, 0, 0, false},
+      {"2020-13", false, 0, 0, false},
+      {"2020-01-06T24:00", false, 0, 0, false},
+      {"2020-01-06T10:60", false, 0, 0, false},
+      {"2020-01-06T10:15:", false, 0, 0, false},
+      {"2020-01-06T10:15:00.", false, 0, 0, false},
+      {"2020-01-06x", false, 0, 0, false},
+      {"202-01-06", false, 0, 0, false},
+      {"202000-01-06", false, 0, 0, false},
+      {"", false, 0, 0, false},
+  };
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.text);
+    const auto t = esf::host::read_time_text(r.text);
+    ASSERT_EQ(t.has_value(), r.ok);
+    if (!r.ok) continue;
+    EXPECT_EQ(t->day, r.day);
+    EXPECT_EQ(t->second, r.second);
+    EXPECT_EQ(t->has_time, r.has_time);
+  }
+
+  // The kind of missing value read, -1 for none.
+  const auto kind = [](const char* text) {
+    const auto v = esf::host::read_missing_text(text);
+    return v && esf::is_missing(*v) ? esf::missing_kind(*v) : -1;
+  };
+  for (const char* missing : {"", " ", ".", "NA", "na", "NaN", "nan"}) {
+    EXPECT_EQ(kind(missing), esf::missing_kind(esf::kMissing)) << missing;
+  }
+  EXPECT_EQ(kind(".I"), esf::missing_kind(esf::missing_letter('I')));
+  EXPECT_FALSE(esf::host::read_missing_text("N"));
+  EXPECT_FALSE(esf::host::read_missing_text("0"));
+
+  EXPECT_EQ(esf::host::read_number_text("1e-320"), 1e-320);
+  EXPECT_EQ(esf::host::read_number_text("-2.5"), -2.5);
+  for (const char* bad : {"1e400", "inf", "nan", "1.5x", "", "-"}) EXPECT_FALSE(esf::host::read_number_text(bad)) << bad;
+}
+
+// The series reader reads the forms above, and says where a date lies
+// outside the calendar.
+TEST(TimeText, SeriesFileReadsEveryForm) {
+  const auto path = std::filesystem::temp_directory_path() / ("esf_time_text_" + std::to_string(::getpid()) + ".csv");
+  std::ofstream(path) << "date,value\n12000-01,1\n12000-02-01,NA\n12000-03-01 00:00,1e-320\n";
+  const esf::runner::CsvSeries s = esf::runner::read_series_csv(path.string(), "", "", esf::runner::TimeUnits::kDate);
+  ASSERT_EQ(s.rows.size(), 3u);
+  EXPECT_EQ(s.rows[0].time, day(12000, 1, 1));
+  EXPECT_TRUE(s.rows[1].missing);
+  EXPECT_EQ(s.rows[2].time, day(12000, 3, 1));
+  EXPECT_EQ(s.rows[2].value, 1e-320);
+
+  std::ofstream(path) << "date,value\n1581-12-01,1\n";
+  try {
+    esf::runner::read_series_csv(path.string(), "", "", esf::runner::TimeUnits::kDate);
+    ADD_FAILURE() << "a date before 1582 was read";
+  } catch (const esf::runner::CsvError& e) {
+    EXPECT_NE(std::string(e.what()).find("line 2, column 'date': '1581-12-01' lies outside the calendar's dates"),
+              std::string::npos)
+        << e.what();
+  }
+  std::filesystem::remove(path);
+}
+
+}  // namespace
