@@ -199,7 +199,8 @@ CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::
     if (!parse_time(row.id_text, units, &row.time)) {
       const std::string want = units == TimeUnits::kNumber ? std::string("a number")
                                                            : fmt::format("a date or datetime ({})", host::kTimeTextForms);
-      throw CsvError(fmt::format("{}: {} is not {}", where(path, lineno, series.id_column), host::quote_input(row.id_text), want));
+      throw CsvTimeIdError(
+          fmt::format("{}: {} is not {}", where(path, lineno, series.id_column), host::quote_input(row.id_text), want));
     }
     if (!in_calendar_range(row.time, units)) {
       throw CsvError(fmt::format("{}: {} lies outside the calendar's dates, {}", where(path, lineno, series.id_column),
