@@ -153,7 +153,7 @@ TEST(CalendarCli, BadInputNamesTheFieldAndFails) {
       {"cycle MONTH 7.5", "field 3 (NSEASONS): '7.5' is not a number of seasons"},
       {"cycle MONTH WEEK", "WEEK does not begin and end on MONTH boundaries"},
       {"season MONTH 2001-03-15 1", "field 4 (NSEASONS)"},
-      {"compare W-FOO MONTH", "field 2 (INTERVAL): 'W-FOO': not a known interval name"},
+      {"compare W-FOO MONTH", "field 2 (INTERVAL): \"W-FOO\": not a known interval name"},
   };
   for (const auto& c : cases) {
     const CliRun r = calendar(c.args);

@@ -468,9 +468,9 @@ std::string CalendarSession::answer(const std::vector<std::string_view>& w) {
     return names();
   }
   throw QueryError{1, "OPERATION",
-                   fmt::format("'{}' is not an operation: count, advance, parse, format, fit, cycle, season, compare "
+                   fmt::format("{} is not an operation: count, advance, parse, format, fit, cycle, season, compare "
                                "or names",
-                               w[0])};
+                               esf::host::quote_input(w[0]))};
 }
 
 std::vector<std::string_view> split_words(std::string_view line) {
