@@ -214,6 +214,8 @@ TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
   for (int d = 1; d <= 29; d += 7) mondays += "2001-01-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",1\n";
   for (int d = 5; d <= 26; d += 7) mondays += "2001-02-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",2\n";
   write("mondays.csv", mondays);
+  // Working days: Friday to Monday is three days, but one WEEKDAY.
+  write("weekdays.csv", "d,v\n2001-05-03,1\n2001-05-04,2\n2001-05-07,3\n2001-05-08,4\n2001-05-11,5\n");
   write("hours.csv", "t,v\n2001-01-01T00:00,1\n2001-01-01T01:00,2\n2001-01-01 03:00,3\n");
   write("mixed.csv", "date,value\n2001-01-01,1\n2001-02-01,2\n2001-02-15,3\n");
   const struct {
@@ -226,6 +228,7 @@ TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
       {{"--interval", "WEEK", "mondays.csv"}, 0, {"line 2, column 'date': '2001-01-01' does not begin", "WEEK.2 would fit"}},
       {{"mondays.csv"}, 0, {"the time IDs fit WEEK.2"}},
       {{"hours.csv"}, 0, {"the time IDs fit DTHOUR"}},
+      {{"weekdays.csv"}, 0, {"the time IDs fit WEEKDAY:"}},
       {{"mixed.csv"}, 1, {"no single interval fits", "lines 3 and 4"}},
   };
   for (const auto& c : cases) {

@@ -66,7 +66,7 @@ struct CalendarRoutines {
   ZintfmtFn* zintfmt;
   ZintfmtFn* zintfmd;
   ZintfitFn* zintfit;
-  ZintseaFn* zintsea2;
+  ZintseaFn* zintsea;
   ZintseaSetFn* zintsea_set;
   ZintscdFn* zintscd;
   ZintmultFn* zintmult;
@@ -82,7 +82,7 @@ struct CalendarRoutines {
         zintfmt(loader.symbol<ZintfmtFn>("zintfmt")),
         zintfmd(loader.symbol<ZintfmtFn>("zintfmd")),
         zintfit(loader.symbol<ZintfitFn>("zintfit")),
-        zintsea2(loader.symbol<ZintseaFn>("zintsea2")),
+        zintsea(loader.symbol<ZintseaFn>("zintsea")),
         zintsea_set(loader.symbol<ZintseaSetFn>("zintsea_set")),
         zintscd(loader.symbol<ZintscdFn>("zintscd")),
         zintmult(loader.symbol<ZintmultFn>("zintmult")),
@@ -363,7 +363,12 @@ std::string CalendarSession::cycle(const std::vector<std::string_view>& w) {
       throw QueryError{3, "NSEASONS", fmt::format("'{}' is not a number of seasons from 1 to 1000000", w[2])};
     }
   }
-  const int rc = fn_.zintsea_set(&iv, 0.0, &named, &nseasons);
+  // Without a count or a cycle, the standard cycle the season codes use.
+  const int rc = w.size() == 3 ? fn_.zintsea_set(&iv, 0.0, &named, &nseasons)
+                               : fn_.zintsea(&iv, 0.0, &cycle, &iv.nseasons);
+  if (w.size() == 2 && rc != 0) {
+    throw QueryError{2, "INTERVAL", fmt::format("{} has no standard seasonal cycle; give NSEASONS or CYCLE", w[1])};
+  }
   if (rc == 1) throw QueryError{3, "CYCLE", fmt::format("{} does not begin and end on {} boundaries", w[2], w[1])};
   if (rc == 2) {
     throw QueryError{3, "NSEASONS", fmt::format("{} does not hold {} in one cycle", w.size() == 3 ? w[2] : "", w[1])};
@@ -392,7 +397,7 @@ std::string CalendarSession::season(const std::vector<std::string_view>& w) {
   int ns = nseasons;
   if (nseasons > 0) {
     fn_.zintmult(&iv, nseasons, &cycle, 0x11);
-  } else if (fn_.zintsea2(&iv, start, &cycle, &ns) != 0 || ns < 2) {
+  } else if (fn_.zintsea(&iv, start, &cycle, &ns) != 0 || ns < 2) {
     throw QueryError{2, "INTERVAL", fmt::format("{} has no seasonal cycle; give NSEASONS", w[1])};
   }
   int code = 0;
@@ -443,7 +448,7 @@ std::string CalendarSession::names() {
     INTERVAL cycle{};
     int ns = 0;
     std::string cyc = "-";
-    if (parse(row.example, &iv) == 0 && fn_.zintsea2(&iv, 0.0, &cycle, &ns) == 0 && ns >= 1) {
+    if (parse(row.example, &iv) == 0 && fn_.zintsea(&iv, 0.0, &cycle, &ns) == 0 && ns >= 1) {
       cyc = fmt::format("{} ({} season{})", token_text(cycle), ns, ns == 1 ? "" : "s");
     }
     out += fmt::format("{:<10} {:<12} {:<30} {:<22} {}\n", row.name, row.example, cyc,

@@ -1028,6 +1028,13 @@ std::string model_file_text(const FitResult& fit) {
               {"weights", std::move(weights)},
               {"aicc", std::isfinite(fit.criteria.aicc) ? Json(fit.criteria.aicc) : Json(nullptr)},
               {"warnings", fit.warnings}};
+  if (fit.choice) {
+    Json candidates = Json::array();
+    for (const Candidate& c : fit.choice->candidates) {
+      candidates.push_back({{"model", c.model}, {"score", std::isfinite(c.score) ? Json(c.score) : Json(nullptr)}});
+    }
+    j["selection"] = {{"chosen", fit.choice->chosen}, {"candidates", std::move(candidates)}};
+  }
   return j.dump(2) + "\n";
 }
 
