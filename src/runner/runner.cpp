@@ -883,6 +883,19 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
   if (!remark.empty()) result.warnings.push_back(remark);
   std::unique_ptr<Lists> lists;
+  if (saved != nullptr && !saved->interval.empty()) {
+    // The model's weights and factors belong to the interval it was fitted
+    // on: a forecast on another interval would be meaningless.
+    INTERVAL fitted{};
+    std::string text = saved->interval;
+    ModuleCalendar cal(loader_);
+    if (cal.zintstr(text.data(), static_cast<int>(text.size()), &fitted) != 0 || fitted.units != plan.interval.units ||
+        fitted.intcode != plan.interval.intcode || fitted.intper != plan.interval.intper ||
+        fitted.shiftper != plan.interval.shiftper) {
+      throw RunError(fmt::format("the model was fitted on interval {}, not {}: {}", host::quote_input(saved->interval),
+                                 host::quote_input(plan.options.interval), saved->path));
+    }
+  }
   if (saved != nullptr) {
     lists = std::make_unique<Lists>();
     Lists& p = *lists;
@@ -1001,6 +1014,11 @@ SavedModel load_model_file(const std::string& path, ModelOptions& options) {
   if (options.model.empty()) options.model = saved.model;
   if (options.model != saved.model) {
     throw RunError(fmt::format("{}: the file holds a {} model, not {}", path, saved.model, options.model));
+  }
+  if (j.contains("interval")) {
+    if (!j["interval"].is_string()) throw RunError(fmt::format("{}: not a model file: \"interval\" is not text", path));
+    saved.interval = j["interval"].get<std::string>();
+    if (options.interval.empty()) options.interval = saved.interval;
   }
   // The list is built once here so that a file that cannot become a list is
   // refused before any series is read.
