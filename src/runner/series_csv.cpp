@@ -179,6 +179,13 @@ CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::
     throw CsvError(fmt::format("{}: line {}: the time ID and the value are the same column {}", path,
                                header_line, host::quote_input(header[id_col])));
   }
+  // A first line of a time ID and a number is data: the file has no header.
+  if (double t = 0.0; parse_time(header[id_col], units, &t) && host::read_number_text(header[var_col])) {
+    throw CsvError(fmt::format("the file has no header line: line {} holds data ({} and {}); give the columns names "
+                               "in a first line such as date,value: {}",
+                               header_line, host::quote_input(header[id_col]), host::quote_input(header[var_col]),
+                               path));
+  }
   series.id_column = header[id_col];
   series.var_column = header[var_col];
 
