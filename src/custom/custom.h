@@ -15,6 +15,7 @@
 // rest is declared here.
 #pragma once
 
+#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/host_api.h"
 #include "module/win_model.h"  // u_sname
@@ -121,63 +122,63 @@ extern "C" {
 
 // The manager of the current task, created at the first call: 0, or a
 // negative status.
-rctype zcintcInit(ZQKECINTC** omgr);
+ESF_EXPORT rctype zcintcInit(ZQKECINTC** omgr);
 // Next mapping of the (upper-cased, NUL-terminated) option text: 0 with the
 // mapping in custInt, 1 at the end with *ctx null. *ctx null starts over.
-int parseIntervalDS(tchar* intervalDS, struct CUSTOMINTERVAL* custInt, tchar** ctx);
+ESF_EXPORT int parseIntervalDS(tchar* intervalDS, struct CUSTOMINTERVAL* custInt, tchar** ctx);
 // Enters every mapping of the option INTERVALDS into the cache.
-rctype loadDSOPTS(ZQKECINTC* mgr);
+ESF_EXPORT rctype loadDSOPTS(ZQKECINTC* mgr);
 // The loader the cache calls back once to fill cinfo from the open table.
-int loadCustom(QKMemPtr loadArg, CINTCParms* pb, CINTCInfo* cinfo);
+ESF_EXPORT int loadCustom(QKMemPtr loadArg, CINTCParms* pb, CINTCInfo* cinfo);
 // The status the journal holds, 0x8001C80B when it holds none.
-rctype GetJnlStatus(ZQKECINTC* mgr);
+ESF_EXPORT rctype GetJnlStatus(ZQKECINTC* mgr);
 // Destructor of the task's slot: destroys the cache and frees the manager.
-void CleanMGR(rebid reb, rebslotid slotid);
+ESF_EXPORT void CleanMGR(rebid reb, rebslotid slotid);
 // Deletes the task's slot, and with it the manager.
-void zcintcTerm(void);
+ESF_EXPORT void zcintcTerm(void);
 // Stores and fetches the pointer of the task's slot.
-rctype StorePtr(void* resPtr);
-void* GetPtr(void);
+ESF_EXPORT rctype StorePtr(void* resPtr);
+ESF_EXPORT void* GetPtr(void);
 
 // ---- Arithmetic on a table ------------------------------------------------------
 
-void customINTNXBES(struct INTERVALX* intervalx, double x, double n, double* b, double* e, double* s);
-int findIndexC(struct INTERVALX* intervalx, double x, double* n, double* b, double* e, double* s);
-int getIndexC(struct INTERVALX* intervalx, double n, double* b, double* e, double* s);
-int customGetObsC(struct INTERVALX* intervalx, double n, double* b, double* e, double* s,
+ESF_EXPORT void customINTNXBES(struct INTERVALX* intervalx, double x, double n, double* b, double* e, double* s);
+ESF_EXPORT int findIndexC(struct INTERVALX* intervalx, double x, double* n, double* b, double* e, double* s);
+ESF_EXPORT int getIndexC(struct INTERVALX* intervalx, double n, double* b, double* e, double* s);
+ESF_EXPORT int customGetObsC(struct INTERVALX* intervalx, double n, double* b, double* e, double* s,
                   struct CUSTOMINTERVALDSINFO* dsinfo);
-double customFindRawIndexC(struct INTERVALX* intervalx, double date, double* index, double* b, double* e,
+ESF_EXPORT double customFindRawIndexC(struct INTERVALX* intervalx, double date, double* index, double* b, double* e,
                            struct CUSTOMINTERVALDSINFO* dsinfo);
-int customRange(struct INTERVALX* intervalx, int LR, double* left, double* right,
+ESF_EXPORT int customRange(struct INTERVALX* intervalx, int LR, double* left, double* right,
                 struct CUSTOMINTERVALDSINFO* dsinfo);
-int customRangeD(struct INTERVALX* intervalx, int LR, double* left, QORNOBS* lindex, QKChar* lpos,
+ESF_EXPORT int customRangeD(struct INTERVALX* intervalx, int LR, double* left, QORNOBS* lindex, QKChar* lpos,
                  double* right, QORNOBS* rindex, QKChar* rpos, struct CUSTOMINTERVALDSINFO* dsinfo);
 
 // The same questions asked of a table read directly (no cache entry).
-int findIndex(struct INTERVAL* interval, double x, double* n, double* b, double* e, double* s,
+ESF_EXPORT int findIndex(struct INTERVAL* interval, double x, double* n, double* b, double* e, double* s,
               struct CUSTOMINTERVALDSINFO* dsinfo);
-int getIndex(struct INTERVAL* interval, double n, double* b, double* e, double* s,
+ESF_EXPORT int getIndex(struct INTERVAL* interval, double n, double* b, double* e, double* s,
              struct CUSTOMINTERVALDSINFO* dsinfo);
-int customGetObs(struct INTERVAL* interval, double n, double* b, double* e, double* s,
+ESF_EXPORT int customGetObs(struct INTERVAL* interval, double n, double* b, double* e, double* s,
                  struct CUSTOMINTERVALDSINFO* dsinfo);
 
 // The mapping of an interval read from the option, without the cache;
 // *multiplier and *shift -1 (and a blank mapping) when there is none.
 struct CUSTOMINTERVAL getCustomIntervalDSRef(struct INTERVAL* interval, int* multiplier, int* shift);
 // Fills at most *n mappings from the option; *n becomes their number.
-void parseIntervalOptions(struct CUSTOMINTERVAL* custInt, int* n);
+ESF_EXPORT void parseIntervalOptions(struct CUSTOMINTERVAL* custInt, int* n);
 // The units of a table's BEGIN values, from its format: 'd' (also without a
 // format), 's', 'o' or 'u'.
-char customTableUnits(ptr xvp);
+ESF_EXPORT char customTableUnits(ptr xvp);
 // Checks the row just read: begin, and end and season unless null. 0, or
 // the status of the first value out of range, noted with the table's file,
 // line and field for the caller's report.
-int checkCustomRow(XO_PARMS* xo, ptr xvp, char units, double begin, const double* end, const double* season);
+ESF_EXPORT int checkCustomRow(XO_PARMS* xo, ptr xvp, char units, double begin, const double* end, const double* season);
 // Opens a table and binds BEGIN (required), END and SEASON: 0 or -1.
-int openDS(struct CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double* seasBuffer,
+ESF_EXPORT int openDS(struct CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double* seasBuffer,
            struct XO_PARMS* xoparm, ptr* xvp, int* endVar, int* seasVar);
 // True when a isn't missing and b is missing or differs.
-int unequal(double a, double b);
+ESF_EXPORT int unequal(double a, double b);
 
 // ---- Time IDs against a custom interval ------------------------------------------
 
@@ -188,18 +189,18 @@ int unequal(double a, double b);
 // replaces each ID by the begin, end or middle of its period. Every pointer
 // but dateinfo may be null. 0, 0x80 (some IDs missing), 0x8000 (no IDs),
 // -1 (failure), -3 (an index beyond 64 bits).
-int zintctid(struct ZTS_OBSDATES* dateinfo, tchar* align, QORNOBS MaxFail, QORNOBS* CDSIndex, QORNOBS* TSIndex,
+ESF_EXPORT int zintctid(struct ZTS_OBSDATES* dateinfo, tchar* align, QORNOBS MaxFail, QORNOBS* CDSIndex, QORNOBS* TSIndex,
              int* Order, int* Infinity, int* InfinityByObs, QORNOBS* MaxLead, QORNOBS* MaxBack, double* first,
              double* last);
 // The same with long indexes; -4 when an index lies beyond 2^53.
-int zintctidL(struct ZTS_OBSDATES* dateinfo, tchar* align, long MaxFail, long* CDSIndex, long* TSIndex, int* Order,
+ESF_EXPORT int zintctidL(struct ZTS_OBSDATES* dateinfo, tchar* align, long MaxFail, long* CDSIndex, long* TSIndex, int* Order,
               int* Infinity, int* InfinityByObs, long* MaxLead, long* MaxBack, double* first, double* last);
 
 // ---- Format catalogue ---------------------------------------------------------------
 
 // Date type of a format name: 4 num, 8 date, 9 time, 10 datetime, 0 other,
 // -1 unknown. Case counts; trailing blanks don't.
-int zfmttype(char* format, int fmtlen);
+ESF_EXPORT int zfmttype(char* format, int fmtlen);
 
 }  // extern "C"
 

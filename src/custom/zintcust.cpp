@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "custom/custom.h"
+#include "module/export.h"
 
 namespace {
 
@@ -540,7 +541,7 @@ void parseIntervalOptions(CUSTOMINTERVAL* custInt, int* n) {
   while (*n < room && parseIntervalDS(text, &custInt[*n], &ctx) == 0) ++*n;
 }
 
-CUSTOMINTERVAL getCustomIntervalDSRef(INTERVAL* interval, int* multiplier, int* shift) {
+ESF_EXPORT CUSTOMINTERVAL getCustomIntervalDSRef(INTERVAL* interval, int* multiplier, int* shift) {
   if (multiplier != nullptr) *multiplier = -1;
   if (shift != nullptr) *shift = -1;
   CUSTOMINTERVAL none;

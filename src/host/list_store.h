@@ -2,8 +2,7 @@
 // items they hold.  Shared by the units of the host stand-in that work on
 // lists (the sl... routines, the C++ helpers, the JSON conversion); not for
 // host programs (they use host.h) nor for the module (module/host_api.h).
-#ifndef ESF_HOST_LIST_STORE_H
-#define ESF_HOST_LIST_STORE_H
+#pragma once
 
 #include <mutex>
 #include <set>
@@ -65,4 +64,3 @@ ListId copy_list_rec(List list, FMCOM* fmcomp, std::set<ListId>& path);
 
 }  // namespace esf::host::internal
 
-#endif  // ESF_HOST_LIST_STORE_H

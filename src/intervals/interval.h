@@ -17,6 +17,7 @@
 // are plain counts. Which kind a value is follows from `units`.
 #pragma once
 
+#include "module/export.h"
 #include "primitives/primitives.h"
 
 // Custom interval data, owned by reference (defined by the custom-interval
@@ -166,44 +167,44 @@ extern "C" {
 
 // Plain interval of a code (multiplier 1, no shift). 0, or 1 when the code has
 // no base name here (reserved, retail years, custom, unknown).
-int zintic(int intcode, struct INTERVAL* istr);
+ESF_EXPORT int zintic(int intcode, struct INTERVAL* istr);
 // Interval of a code with multiplier m (0: none) and text shift s (0: none).
 // 1 for m < 0, 2 for s < 0, 103 when the code has no base name; else zintstr.
-int zinticms(int intcode, int m, int s, struct INTERVAL* istr);
+ESF_EXPORT int zinticms(int intcode, int m, int s, struct INTERVAL* istr);
 // Parses an interval name. len < 0: specin is NUL-terminated. Results:
 // 0 filled, 1 bad multiplier, 2 bad shift, 101 length not in 1..21,
 // 102 syntax, 103 unknown name, 1001 null pointer, -1 custom load failed.
-int zintstr(tchar* specin, int len, struct INTERVAL* istr);
+ESF_EXPORT int zintstr(tchar* specin, int len, struct INTERVAL* istr);
 // Prints an interval into str (*len bytes); *len becomes the text length.
 // 0, 101 when it doesn't fit with its NUL, 1001 for a null pointer.
-int zinti2s(char* str, int* len, struct INTERVAL* istr);
+ESF_EXPORT int zinti2s(char* str, int* len, struct INTERVAL* istr);
 // The base name alone, with the DT prefix where it applies; name holds 11
 // bytes, no terminator is written. Returns 0.
-int zintbase(char* name, int* l, struct INTERVAL* istr);
+ESF_EXPORT int zintbase(char* name, int* l, struct INTERVAL* istr);
 
 // ---- Date primitives -------------------------------------------------------
 
-int zidywdd(double date, tchar* fmt, int fmtl, double* year, double* week, double* day);
-int zidywdds(double date, int leap_index, double* year, double* week, double* day);
-double ziddywd(int year, int week, int day);
-double ziddywds(int year, int week, int day);
-int zidmdydf(int* m, int* d, int* y, double qordate, int format);
-int zdatdif(double sdate, double edate, int convent, long* pDays, double* pYears);
-int iso_week_days(int yday, int wday);
-long diff_30_360(int m1, int d1, int y1, int m2, int d2, int y2);
-void diff_actact(int m1, int d1, int y1, int m2, int d2, int y2, long* pDays, double* pYears);
-long diff_actual(int m1, int d1, int y1, int m2, int d2, int y2);
-int isLeapYear(int year);
-int lastDay(int year, int month);
-long dateOffset(int mm, int dd, int yy);
+ESF_EXPORT int zidywdd(double date, tchar* fmt, int fmtl, double* year, double* week, double* day);
+ESF_EXPORT int zidywdds(double date, int leap_index, double* year, double* week, double* day);
+ESF_EXPORT double ziddywd(int year, int week, int day);
+ESF_EXPORT double ziddywds(int year, int week, int day);
+ESF_EXPORT int zidmdydf(int* m, int* d, int* y, double qordate, int format);
+ESF_EXPORT int zdatdif(double sdate, double edate, int convent, long* pDays, double* pYears);
+ESF_EXPORT int iso_week_days(int yday, int wday);
+ESF_EXPORT long diff_30_360(int m1, int d1, int y1, int m2, int d2, int y2);
+ESF_EXPORT void diff_actact(int m1, int d1, int y1, int m2, int d2, int y2, long* pDays, double* pYears);
+ESF_EXPORT long diff_actual(int m1, int d1, int y1, int m2, int d2, int y2);
+ESF_EXPORT int isLeapYear(int year);
+ESF_EXPORT int lastDay(int year, int month);
+ESF_EXPORT long dateOffset(int mm, int dd, int yy);
 
 // ---- Counting and advancing -----------------------------------------------
 
-double zintck2(struct INTERVAL* istr, double x1, double x2);
-double zintnx2(struct INTERVAL* istr, double x, double n);
-double zintnx3(struct INTERVAL* istr, double inptDate, double n, tchar* align,
+ESF_EXPORT double zintck2(struct INTERVAL* istr, double x1, double x2);
+ESF_EXPORT double zintnx2(struct INTERVAL* istr, double x, double n);
+ESF_EXPORT double zintnx3(struct INTERVAL* istr, double inptDate, double n, tchar* align,
                struct INTERVAL* sub_intrvl);
-int zintshft(struct INTERVAL* istr, struct INTERVAL* sistr);
+ESF_EXPORT int zintshft(struct INTERVAL* istr, struct INTERVAL* sistr);
 
 // ---- Seasonal cycle, comparison, fitting ----------------------------------
 
@@ -211,83 +212,83 @@ int zintshft(struct INTERVAL* istr, struct INTERVAL* sistr);
 // YEAR and 12). 0 found, 1 no cycle (sinterval cleared, *nseasons 0),
 // 2 a null argument or a cleared interval. `date` places a cycle whose
 // count follows from the dates, and is passed to a custom interval.
-int zintsea(struct INTERVAL* interval, double date, struct INTERVAL* sinterval, int* nseasons);
+ESF_EXPORT int zintsea(struct INTERVAL* interval, double date, struct INTERVAL* sinterval, int* nseasons);
 // As zintsea; also a cycle for OBS ("OBS<per>", 1 season), and *nseasons on
 // entry picks 52 or 53 weeks for WEEK (53 only when asked) and WEEKV (52
 // only when asked).
-int zintsea2(struct INTERVAL* interval, double date, struct INTERVAL* sinterval, int* nseasons);
-double zintc(struct INTERVAL* a, struct INTERVAL* b);
+ESF_EXPORT int zintsea2(struct INTERVAL* interval, double date, struct INTERVAL* sinterval, int* nseasons);
+ESF_EXPORT double zintc(struct INTERVAL* a, struct INTERVAL* b);
 // The interval that carries d1 onto d2 with alignment "S" (units 'd', 's'
 // or 'o'): 0 found, with the cycle and format in info when given; 1 none
 // fits (interval cleared to NONE); 2 a value is missing; 3 d2 isn't at
 // least one unit after d1.
-int zintfit(double d1, double d2, char* units, struct INTERVAL* interval, struct INTINFO* info);
+ESF_EXPORT int zintfit(double d1, double d2, char* units, struct INTERVAL* interval, struct INTINFO* info);
 // Sets the multiplier and shift on interval that carry d1 onto d2: 0 or 1.
-int fitInterval(struct INTERVAL* interval, struct INTERVAL* shift_interval, double d1, double d2);
+ESF_EXPORT int fitInterval(struct INTERVAL* interval, struct INTERVAL* shift_interval, double d1, double d2);
 // Sets the shift, in shift_interval units, that places d1 and d2 alike
 // within their periods: 0, or 1 when their places differ.
-int shift2(struct INTERVAL* interval, struct INTERVAL* shift_interval, double d1, double d2);
+ESF_EXPORT int shift2(struct INTERVAL* interval, struct INTERVAL* shift_interval, double d1, double d2);
 
 // ---- Default formats -------------------------------------------------------
 
 // Name (no terminator), its length and two widths of the default format of
 // an interval: width1 to use, width2 a smaller one that still shows a value.
-void zintfmt(struct INTERVAL* istr, char* fmtname, short* namelen, short* width1, short* width2);
+ESF_EXPORT void zintfmt(struct INTERVAL* istr, char* fmtname, short* namelen, short* width1, short* width2);
 // The same for a time ID value: a small value of a time interval is a time
 // of day.
-void zintfmm(struct INTERVAL* istr, double idval, char* fmtname, short* namelen,
+ESF_EXPORT void zintfmm(struct INTERVAL* istr, double idval, char* fmtname, short* namelen,
              short* width1, short* width2);
 // The same for a range of time IDs of a time interval counted from 0.
-void zintfmp(struct INTERVAL* istr, double minval, double maxval, char* fmtname,
+ESF_EXPORT void zintfmp(struct INTERVAL* istr, double minval, double maxval, char* fmtname,
              short* namelen, short* width1, short* width2);
 // The same for a duration of one interval.
-void zintfmd(struct INTERVAL* istr, char* fmtname, short* namelen, short* width1, short* width2);
+ESF_EXPORT void zintfmd(struct INTERVAL* istr, char* fmtname, short* namelen, short* width1, short* width2);
 
 // ---- Season-aware counting and advancing, season codes, cycles ------------
 
 // First day of the week-year that holds date0; *year is that week-year and
 // *ds1 the first day of the next one.
-double zintyrse(double date0, int* year, double* ds1);
+ESF_EXPORT double zintyrse(double date0, int* year, double* ds1);
 // Whole intervals from date0 to date1 in the sense of alignment "S", or ".".
-double zintck3(struct INTERVALX* intervalx, double date0, double date1);
+ESF_EXPORT double zintck3(struct INTERVALX* intervalx, double date0, double date1);
 // date0 advanced by n intervals: WEEK in a YEAR cycle and WEEKV in a YEARV
 // cycle keep their week of the year; YEAR aligned to WEEK starts on a
 // week-year; YEAR and SEMIMONTH aligned to WEEKDAY land on a working day;
 // WEEK aligned to WEEKDAY starts on the first working day. Else zintnx2.
-double zintnx_seas(struct INTERVALX* intervalx, double date0, double n, struct INTERVALX* align_int);
+ESF_EXPORT double zintnx_seas(struct INTERVALX* intervalx, double date0, double n, struct INTERVALX* align_int);
 // The count that matches zintnx_seas; else zintck2.
-double zintck_seas(struct INTERVALX* intervalx, double date0, double daten, struct INTERVALX* align_int);
+ESF_EXPORT double zintck_seas(struct INTERVALX* intervalx, double date0, double daten, struct INTERVALX* align_int);
 // Season code (0 .. nseasons - 1) of each of n observations from stdate.
 // scode: 0 or more is the leap-week code of WEEK and WEEKV; -2 takes the
 // caller's *nseasons as the cycle's length; other negatives switch the
 // weekly treatment off. *nseasons < 0 asks for the count found.
 // 0 filled, 1 no seasons (codes all 0), -1 no cycle or a failed date.
-int zintscd(struct INTERVAL* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
+ESF_EXPORT int zintscd(struct INTERVAL* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
 // As zintscd, on the INTERVALX itself: its cycle and nseasons are used when
 // present and set when found.
-int zintscd2(struct INTERVALX* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
+ESF_EXPORT int zintscd2(struct INTERVALX* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
 // Row of seasonal dummies for one observation (nseasons + noint - 1 entries);
 // a WEEK leap week (scode == nseasons) is shared between the last and the
 // first season by *partial, worked out when missing.
-void zintscy(struct INTERVAL* intv, int scode, double date, int nseasons, int noint,
+ESF_EXPORT void zintscy(struct INTERVAL* intv, int scode, double date, int nseasons, int noint,
              double* sdummy, double* partial);
 // Sets interval->nseasons and the cycle of interval from a number of seasons
 // and/or a cycle name: 0; 1 the cycle doesn't fit; 2 they disagree or a
 // null interval.
-int zintsea_set(struct INTERVALX* interval, double date, struct INTERVALX* sinterval, int* nseasons);
+ESF_EXPORT int zintsea_set(struct INTERVALX* interval, double date, struct INTERVALX* sinterval, int* nseasons);
 // Number of seasons of interval in the cycle sinterval: 0, or 1 when the
 // cycle doesn't begin and end on the interval's boundaries.
-int zintsea_calc_nseasons(struct INTERVALX* interval, double date, struct INTERVALX* sinterval,
+ESF_EXPORT int zintsea_calc_nseasons(struct INTERVALX* interval, double date, struct INTERVALX* sinterval,
                           int* nseasons);
 // sinterval becomes the interval nseasons times as long as interval, in
 // the largest standard unit it fills. act_flag: 0..3 what to do with the
 // cycle of the result, 0x10 let a DAY or WEEKDAY multiple take a plain
 // WEEK, 4 keep weeks as weeks, 8 no simplification. 0, or 2 for a null
 // argument.
-int zintmult(struct INTERVALX* interval, int nseasons, struct INTERVALX* sinterval, int act_flag);
+ESF_EXPORT int zintmult(struct INTERVALX* interval, int nseasons, struct INTERVALX* sinterval, int act_flag);
 // Multiples of ISO and retail intervals written in the largest unit they
 // fill (R445MON12 -> R445YR): 0, 1 for other codes, 2 for null.
-int zintrsimp(struct INTERVALX* interval);
+ESF_EXPORT int zintrsimp(struct INTERVALX* interval);
 
 // ---- Custom intervals ------------------------------------------------------
 //
@@ -295,20 +296,20 @@ int zintrsimp(struct INTERVALX* interval);
 // routines hand every record of code kIntCustom to them.
 
 // 65 when name is a mapped custom interval name, 0 when not, < 0 on failure.
-int getcustomname(tchar* name, int len);
+ESF_EXPORT int getcustomname(tchar* name, int len);
 // Loads the table of a custom interval: 0 (with a reference in *oinfo, or
 // null when unmapped) or a negative status.
-int zcustLoad(struct INTERVAL* interval, CINTCInfo** oinfo);
+ESF_EXPORT int zcustLoad(struct INTERVAL* interval, CINTCInfo** oinfo);
 // Gives up one reference to a custom interval table.
-void zcintcReleaseRef(CINTCInfo* cinfo);
-double customINTCK(struct INTERVALX* intervalx, double x1, double x2);
-double customINTNX(struct INTERVALX* intervalx, double x, double n);
-double customINTNXE(struct INTERVALX* intervalx, double x, double n);
-double customINTINDEX(struct INTERVALX* intervalx, double x, double n);
-double customINTSEAS(struct INTERVALX* intervalx, double x);
+ESF_EXPORT void zcintcReleaseRef(CINTCInfo* cinfo);
+ESF_EXPORT double customINTCK(struct INTERVALX* intervalx, double x1, double x2);
+ESF_EXPORT double customINTNX(struct INTERVALX* intervalx, double x, double n);
+ESF_EXPORT double customINTNXE(struct INTERVALX* intervalx, double x, double n);
+ESF_EXPORT double customINTINDEX(struct INTERVALX* intervalx, double x, double n);
+ESF_EXPORT double customINTSEAS(struct INTERVALX* intervalx, double x);
 // Default format of a custom interval: 0, or a non-zero status.
-int customINTFMT(struct INTERVALX* intervalx, char* fmtname, short* namelen, short* width1, short* width2);
+ESF_EXPORT int customINTFMT(struct INTERVALX* intervalx, char* fmtname, short* namelen, short* width1, short* width2);
 // The `units` letter that a format name implies, or 0.
-char zfmtunits(char* format, int fmtlen);
+ESF_EXPORT char zfmtunits(char* format, int fmtlen);
 
 }  // extern "C"

@@ -18,6 +18,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "module/export.h"
 #include "host/host_ctype.h"
 #include "host/host_dates.h"
 #include "host/host_text.h"
@@ -614,31 +615,31 @@ typedef struct QKS_Version_Info {
 } QKS_Version_Info;
 
 // Exported by the module image (libqorfmsm.so).
-extern VIMODCON vi_mcn;
-extern WIPGMCON pcn_QORFMSM;
-extern WIPGMCON* mcn_pcns[2];
-extern GCB** v_global_gcb_anchor;
-extern VI_PIDB* v_global_pidb_anchor;
-extern QKHANDLE* Exported_QKHandle;
+ESF_EXPORT extern VIMODCON vi_mcn;
+ESF_EXPORT extern WIPGMCON pcn_QORFMSM;
+ESF_EXPORT extern WIPGMCON* mcn_pcns[2];
+ESF_EXPORT extern GCB** v_global_gcb_anchor;
+ESF_EXPORT extern VI_PIDB* v_global_pidb_anchor;
+ESF_EXPORT extern QKHANDLE* Exported_QKHandle;
 
-VIMODCON* mcn_main(ptr* gcbanchor, ptr pidb);
-void himodcn(void);
-int qorfmsm(int argc, char** argv);
-void qkvercn1(QKS_Version_Info* verinfo);
+ESF_EXPORT VIMODCON* mcn_main(ptr* gcbanchor, ptr pidb);
+ESF_EXPORT void himodcn(void);
+ESF_EXPORT int qorfmsm(int argc, char** argv);
+ESF_EXPORT void qkvercn1(QKS_Version_Info* verinfo);
 
 // The twelve methods, in the order of the method table.
-int mwinfit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
-int mwinfor(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
-int mes1fit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
-int mes1for(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
-int mes2fit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
-int mes2for(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
-int mesdfit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
-int mesdfor(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
-int mes3fit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
-int mes3for(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
-int messfit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
-int messfor(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int mwinfit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int mwinfor(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int mes1fit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int mes1for(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int mes2fit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int mes2for(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int mesdfit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int mesdfor(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int mes3fit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int mes3for(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int messfit(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
+ESF_EXPORT int messfor(PSCPLIST* plist, List self, unsigned char* methodName, int methodLength);
 
 #ifdef __cplusplus
 }  // extern "C"

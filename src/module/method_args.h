@@ -7,6 +7,7 @@
 // the bridge routines are exported for the host's other callers.
 #pragma once
 
+#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/families.h"
 #include "module/host_api.h"
@@ -27,74 +28,74 @@ extern "C" {
 // Copies the DATA list of `tsList` into ts->x / ts->misflg, marking missing,
 // non-numeric and extreme values; gives season codes when ts->scodes is
 // allocated. Returns the number of non-missing values.
-long getseries(List tsList, struct TIMERANGE* datarange, struct TSERIES* ts);
+ESF_EXPORT long getseries(List tsList, struct TIMERANGE* datarange, struct TSERIES* ts);
 
 // Builds the data, fit and evaluation ranges, each from the one before.
 // Returns 0, or -2 when a range holds fewer than two periods.
-int gettimes(List dataRangeList, List fitRangeList, List evalRangeList,
+ESF_EXPORT int gettimes(List dataRangeList, List fitRangeList, List evalRangeList,
              long nobs, struct INTERVAL* interval, struct TIMERANGE* datarange,
              struct TIMERANGE* fitrange, struct TIMERANGE* evalrange);
 
 // Fills the weight bounds from a WEIGHT_BOUNDS list; `wgtbndList` may be null.
-void getwgtbnd(List wgtbndList, struct WGTBNDS* wbnds);
+ESF_EXPORT void getwgtbnd(List wgtbndList, struct WGTBNDS* wbnds);
 
 // Finds the start of the smoothing passes: 1 when a complete STARTVALS is to
 // be used as it stands (only with `sviflg`), 2 when SVI was given, 0 when
 // start values were computed and stored as SVI in `modSpecList`, or a
 // negative code from the family's start value routine.
-int getstartvals(List modSpecList, struct FMCOM* fmcomp, int type, int sviflg,
+ESF_EXPORT int getstartvals(List modSpecList, struct FMCOM* fmcomp, int type, int sviflg,
                  struct WINMODEL* model);
 
 // Reads the weights a forecast works with, from MODEL_SPEC's
 // SMOOTHING_WEIGHTS or else from PARMVALS.SMOOTHING_WEIGHTS of `modelList`.
 // A null pointer means the family has no such weight. 0 or -999.
-int getweights(struct FMCOM* fmcomp, List modSpecList, List modelList,
+ESF_EXPORT int getweights(struct FMCOM* fmcomp, List modSpecList, List modelList,
                double* wlevel, double* wtrend, double* wdamp, double* wseason);
 
 // Inserts SMOOTHED_STATE (SFACTORS, LEVEL, optionally TREND) into `pestList`.
 // 0, or -999 when a list operation failed.
-int setsmoothstate(struct FMCOM* fmcomp, struct SMOOTHVALS* smooth,
+ESF_EXPORT int setsmoothstate(struct FMCOM* fmcomp, struct SMOOTHVALS* smooth,
                    int nseasons, int trend, List pestList);
 
 // Stores the three weight labels at positions 1 to 3 of `stvnmList`.
 // 0 or -1. The first two arguments are not used.
-int putstvlab(struct INTERVAL* intv, int nseasons, List stvnmList);
+ESF_EXPORT int putstvlab(struct INTERVAL* intv, int nseasons, List stvnmList);
 
 // Returns each non-null array to the current pool.
-void mfree(double* x, char* misflg, int* scodes, double* sfactor,
+ESF_EXPORT void mfree(double* x, char* misflg, int* scodes, double* sfactor,
            double* parms, long* df);
 
 // Maps an internal code to the method return code, writes it into the
 // return-code argument (slot 7 for rtype 0, else 8) and returns it.
-int getreturn(struct PSCPLIST* plist, int rc, int rtype);
+ESF_EXPORT int getreturn(struct PSCPLIST* plist, int rc, int rtype);
 
 // ---- List and interval bridge ------------------------------------------------
 
 // Copies up to nList numeric items of `inList` into `array`, after filling
 // array[0..nList-1] with the missing value. Returns the count stored.
-long zgetnum(List inList, long nList, double* array);
+ESF_EXPORT long zgetnum(List inList, long nList, double* array);
 
 // Stores array[0..narray-1] at positions nstart, nstart+1, ... 0 or -1.
-int zslsetd(List outList, SLIndex nstart, double* array, long narray);
-int zslseti(List outList, SLIndex nstart, long* array, long narray);
+ESF_EXPORT int zslsetd(List outList, SLIndex nstart, double* array, long narray);
+ESF_EXPORT int zslseti(List outList, SLIndex nstart, long* array, long narray);
 
 // Reads integers from positions nstart, nstart+1, ... 0 or -1.
-int zslgeti(List iList, SLIndex nstart, long* array, long narray);
+ESF_EXPORT int zslgeti(List iList, SLIndex nstart, long* array, long narray);
 
 // The items of `a` that `b` lacks, compared by string value, as a new list in
 // *anotb (null when none). Returns its length, or -1 when a copy failed.
-SLIndex slcmplc(struct FMCOM* fmcomp, List a, List b, List* anotb);
+ESF_EXPORT SLIndex slcmplc(struct FMCOM* fmcomp, List a, List b, List* anotb);
 
 // Applies the OLD/NEW pairs of `names` as renames of the items of `target`.
 // Returns the number of items renamed.
-int zslsrch(struct FMCOM* fmcomp, List names, List target);
+ESF_EXPORT int zslsrch(struct FMCOM* fmcomp, List names, List target);
 
 // Reads INTERVAL, SINTERVAL and NSEASONS of `intvList` into interval records.
-int zqvlint(List intvList, struct INTERVAL* intv, struct INTINFO* info);
+ESF_EXPORT int zqvlint(List intvList, struct INTERVAL* intv, struct INTINFO* info);
 
 // Writes interval records into `intvList` as INTERVAL, TIMEUNIT, SINTERVAL,
 // NSEASONS and IDFORMAT.
-int zintqvl(struct INTERVAL* intv, struct INTINFO* info, List intvList);
+ESF_EXPORT int zintqvl(struct INTERVAL* intv, struct INTINFO* info, List intvList);
 
 #ifdef __cplusplus
 }

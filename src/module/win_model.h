@@ -10,6 +10,7 @@
 // engines agree on them field by field, so fields are never reordered.
 #pragma once
 
+#include "module/export.h"
 #include "intervals/interval.h"  // INTERVAL
 #include "module/host_api.h"     // XO_PARMS, XOPNSTR
 #include "primitives/primitives.h"  // tchar
@@ -226,7 +227,7 @@ typedef struct WINMODEL {
 // parameter record `plist`, exactly as the method table's entry would, and
 // fills `end` with how its estimation ended.  Returns the method's result;
 // -1 for a slot that holds no fit method.
-int esf_fit_ended(int slot, PSCPLIST* plist, List self, FITEND* end);
+ESF_EXPORT int esf_fit_ended(int slot, PSCPLIST* plist, List self, FITEND* end);
 
 #ifdef __cplusplus
 }  // extern "C"

@@ -20,32 +20,34 @@
 // Every routine declared here is exported by name with C linkage.
 #pragma once
 
+#include "module/export.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 // Normal distribution functions.
-void calerf(double x, double* result, int jint);  // jint 0: erf, 1: erfc
-double zferf(double x);
-double zferfc(double x);
-double zprbnrm(double x);
-double zprobit(double p);
-double szprobit(double p);
-int zlognrm(double x, double* lpl, double* lpr, double* ldens);
-double zprbigs(double x, double d);
+ESF_EXPORT void calerf(double x, double* result, int jint);  // jint 0: erf, 1: erfc
+ESF_EXPORT double zferf(double x);
+ESF_EXPORT double zferfc(double x);
+ESF_EXPORT double zprbnrm(double x);
+ESF_EXPORT double zprobit(double p);
+ESF_EXPORT double szprobit(double p);
+ESF_EXPORT int zlognrm(double x, double* lpl, double* lpr, double* ldens);
+ESF_EXPORT double zprbigs(double x, double d);
 
 // Small numerics.
-double zln1px(double z);
-double zlnSumOfExp(double x1, double x2);
-int zmillsr(double x, double* ratio);
-int zcnfmill(double x, double* ratio);
-long zisub(int i, int j);
-int zscp(const double* data, int nv, double weight, double* sscp);
-void zvaxpy(double* z, const double* x, const double* y, int n, double alpha);
-int zmissr(double x, double maxval, long* count);
-int zmissrn(const double* x, int n, double maxval, long* count);
-int min(int a, int b);
-long lmin(long a, long b);
+ESF_EXPORT double zln1px(double z);
+ESF_EXPORT double zlnSumOfExp(double x1, double x2);
+ESF_EXPORT int zmillsr(double x, double* ratio);
+ESF_EXPORT int zcnfmill(double x, double* ratio);
+ESF_EXPORT long zisub(int i, int j);
+ESF_EXPORT int zscp(const double* data, int nv, double weight, double* sscp);
+ESF_EXPORT void zvaxpy(double* z, const double* x, const double* y, int n, double alpha);
+ESF_EXPORT int zmissr(double x, double maxval, long* count);
+ESF_EXPORT int zmissrn(const double* x, int n, double maxval, long* count);
+ESF_EXPORT int min(int a, int b);
+ESF_EXPORT long lmin(long a, long b);
 
 // Finite mixture of normal distributions: log tail probabilities and log
 // density at a point, or the quantile of a tail probability. Exported for
@@ -73,20 +75,20 @@ struct NORMAL_MIX_ARG {
 // 0, or 1 (a Mills ratio failed, Purpose has both bits, the solver failed),
 // 1000 (no Shooting regime), i + n (Proportions[i] < 0), i + 2n (Sigma[i] < 0),
 // 10n (no positive proportion).
-int zmxnorm(struct NORMAL_MIX_ARG* q);
-int VerifyQ(struct NORMAL_MIX_ARG* q);
-void SortAccordingToTheMeans(struct NORMAL_MIX_ARG* q);
-int ComputeTheProbOrTheDens(struct NORMAL_MIX_ARG* q);
-int ComputeTheQuantile(struct NORMAL_MIX_ARG* q);
-int ComputeF(struct NORMAL_MIX_ARG* q, int i, double* x, double* r, double* Dens,
+ESF_EXPORT int zmxnorm(struct NORMAL_MIX_ARG* q);
+ESF_EXPORT int VerifyQ(struct NORMAL_MIX_ARG* q);
+ESF_EXPORT void SortAccordingToTheMeans(struct NORMAL_MIX_ARG* q);
+ESF_EXPORT int ComputeTheProbOrTheDens(struct NORMAL_MIX_ARG* q);
+ESF_EXPORT int ComputeTheQuantile(struct NORMAL_MIX_ARG* q);
+ESF_EXPORT int ComputeF(struct NORMAL_MIX_ARG* q, int i, double* x, double* r, double* Dens,
              double* LogLeftPr, double* LogRightPr);
-int SolveApproxF(struct NORMAL_MIX_ARG* q, double* x, double* r, double* Dens, double* iGamma);
-void ResetBracket(struct NORMAL_MIX_ARG* q, double* x, double* r, double* LogLeftPr,
+ESF_EXPORT int SolveApproxF(struct NORMAL_MIX_ARG* q, double* x, double* r, double* Dens, double* iGamma);
+ESF_EXPORT void ResetBracket(struct NORMAL_MIX_ARG* q, double* x, double* r, double* LogLeftPr,
                   double* LogRightPr, double* Dens);
-int SolveWithOutShooting(struct NORMAL_MIX_ARG* q, double* x, double* r, double* Dens,
+ESF_EXPORT int SolveWithOutShooting(struct NORMAL_MIX_ARG* q, double* x, double* r, double* Dens,
                          double* LogLeftPr, double* LogRightPr);
-double LogSumOfExpProb(double x1, double x2, int flag);
-double DiffNormal(double a, double b, double PreciseDelta);
+ESF_EXPORT double LogSumOfExpProb(double x1, double x2, int flag);
+ESF_EXPORT double DiffNormal(double a, double b, double PreciseDelta);
 
 #ifdef __cplusplus
 }  // extern "C"

@@ -17,6 +17,8 @@
 
 #include <stdint.h>
 
+#include "module/export.h"
+
 #ifdef __cplusplus
 #include <bit>
 #include <cstdint>
@@ -67,59 +69,59 @@ typedef struct SKMISSV_STRUCT {
 extern "C" {
 #endif
 
-extern const SKMISSV_STRUCT skmissv_struct;
+ESF_EXPORT extern const SKMISSV_STRUCT skmissv_struct;
 // Points at skmissv_struct.MissTable; set at load time.  Read only.
-extern double* qkmissv_table;
+ESF_EXPORT extern double* qkmissv_table;
 
-int wzmis(double d);
-double skMissVal(QKChar mVal);
-QKBoolean skMissArray(const double* dp, QKMemSize len);
+ESF_EXPORT int wzmis(double d);
+ESF_EXPORT double skMissVal(QKChar mVal);
+ESF_EXPORT QKBoolean skMissArray(const double* dp, QKMemSize len);
 
 // ---------------------------------------------------------------------------
 // Text primitives (padded strings)
 // ---------------------------------------------------------------------------
 
-void vzmp(const tchar* from, int flen, tchar* to, int tlen);
-int wzstmov(const tchar* from, int flen, tchar* to, int tlen);
-int wzstcom(const tchar* s1, int l1, const tchar* s2, int l2);
-int wzbcup(const char* string1, const char* string2, int n);
-int wzstlen(const tchar* str);
-int wzstrip(const tchar* str, int len);
-int wzstpos(const tchar* str, int len, tuchar c);
-int wzstndx(const tchar* str, int slen, const tchar* tok, int tlen);
-int wzcichr(int num, tchar* str);
-wrcode wztxxlt(int function, const tchar* source_string, tchar* dest_string, int len);
-void vzfdl(double val, double* to, long len);
-long qor_memchr(const tchar* str, int c, long len);
+ESF_EXPORT void vzmp(const tchar* from, int flen, tchar* to, int tlen);
+ESF_EXPORT int wzstmov(const tchar* from, int flen, tchar* to, int tlen);
+ESF_EXPORT int wzstcom(const tchar* s1, int l1, const tchar* s2, int l2);
+ESF_EXPORT int wzbcup(const char* string1, const char* string2, int n);
+ESF_EXPORT int wzstlen(const tchar* str);
+ESF_EXPORT int wzstrip(const tchar* str, int len);
+ESF_EXPORT int wzstpos(const tchar* str, int len, tuchar c);
+ESF_EXPORT int wzstndx(const tchar* str, int slen, const tchar* tok, int tlen);
+ESF_EXPORT int wzcichr(int num, tchar* str);
+ESF_EXPORT wrcode wztxxlt(int function, const tchar* source_string, tchar* dest_string, int len);
+ESF_EXPORT void vzfdl(double val, double* to, long len);
+ESF_EXPORT long qor_memchr(const tchar* str, int c, long len);
 
 // ---------------------------------------------------------------------------
 // Narrow and wide strings
 // ---------------------------------------------------------------------------
 
-QKStatus skUnsup(void);
-QKMemSize skStrLen(const char* s);
-QKStrSize skStrTLen(const QKChar* s);
-void skStrCpy(const int8_t* src, int8_t* dst);
-void skStrTCpy(const QKChar* src, QKChar* dst);
-void skStrUp(int8_t* src, QKMemSize len);
-void skStrLow(int8_t* src, QKMemSize len);
+ESF_EXPORT QKStatus skUnsup(void);
+ESF_EXPORT QKMemSize skStrLen(const char* s);
+ESF_EXPORT QKStrSize skStrTLen(const QKChar* s);
+ESF_EXPORT void skStrCpy(const int8_t* src, int8_t* dst);
+ESF_EXPORT void skStrTCpy(const QKChar* src, QKChar* dst);
+ESF_EXPORT void skStrUp(int8_t* src, QKMemSize len);
+ESF_EXPORT void skStrLow(int8_t* src, QKMemSize len);
 
 // ---------------------------------------------------------------------------
 // Memory (sources first, targets second)
 // ---------------------------------------------------------------------------
 
-QKBoolean skMemNot(int8_t c, const void* buff, QKMemSize len);
-QKBoolean skMemTNot(QKChar c, const QKChar* buff, QKStrSize len);
-void skMemSet(void* buff, int32_t c, QKMemSize len);
-void skMemTSet(QKChar* buff, QKChar c, QKStrSize len);
-int32_t skMemCmp(const void* src, const void* dst, QKMemSize len);
-int32_t skWMemCmp(const QKChar* src, const QKChar* dst, QKMemSize len);
-void skMemCpy(const void* src, void* dst, QKMemSize len);
-void skMemSCpy(const void* src, void* dst, QKMemSize len);
-QKMemPtr skMemDup(QKConstMemPtr src, QKMemSize len, QKPoolh pool);
-QKMemSize skMemScan(const void* src, QKMemSize len, int8_t ch);
-QKMemSize skMemNScan(const void* src, QKMemSize len, int8_t ch);
-QKMemSize skMemTNScan(const QKChar* src, QKStrSize len, QKChar ch);
+ESF_EXPORT QKBoolean skMemNot(int8_t c, const void* buff, QKMemSize len);
+ESF_EXPORT QKBoolean skMemTNot(QKChar c, const QKChar* buff, QKStrSize len);
+ESF_EXPORT void skMemSet(void* buff, int32_t c, QKMemSize len);
+ESF_EXPORT void skMemTSet(QKChar* buff, QKChar c, QKStrSize len);
+ESF_EXPORT int32_t skMemCmp(const void* src, const void* dst, QKMemSize len);
+ESF_EXPORT int32_t skWMemCmp(const QKChar* src, const QKChar* dst, QKMemSize len);
+ESF_EXPORT void skMemCpy(const void* src, void* dst, QKMemSize len);
+ESF_EXPORT void skMemSCpy(const void* src, void* dst, QKMemSize len);
+ESF_EXPORT QKMemPtr skMemDup(QKConstMemPtr src, QKMemSize len, QKPoolh pool);
+ESF_EXPORT QKMemSize skMemScan(const void* src, QKMemSize len, int8_t ch);
+ESF_EXPORT QKMemSize skMemNScan(const void* src, QKMemSize len, int8_t ch);
+ESF_EXPORT QKMemSize skMemTNScan(const QKChar* src, QKStrSize len, QKChar ch);
 
 #ifdef __cplusplus
 }  // extern "C"

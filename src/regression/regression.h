@@ -17,18 +17,20 @@
 // -99 model out of range.
 #pragma once
 
+#include "module/export.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 // y(t) = ccoef + tcoef*t + qcoef*t^2 + sdcoef[s]; every output may be null.
 // `sdcoef` has room for `ns` values, `res` for `n`.
-int ztsrdmy(double* y, char* misflg, long n, int ns, double* ccoef,
+ESF_EXPORT int ztsrdmy(double* y, char* misflg, long n, int ns, double* ccoef,
             double* tcoef, double* qcoef, double* sdcoef, double* res);
 
 // y(t) = (ccoef + tcoef*t) * sdcoef[s], the start model of the
 // multiplicative Winters family (implemented with that family).
-int ztsrsdm(double* y, char* misflg, long n, int ns, double* ccoef,
+ESF_EXPORT int ztsrsdm(double* y, char* misflg, long n, int ns, double* ccoef,
             double* tcoef, double* sdcoef, double* res);
 
 #ifdef __cplusplus

@@ -4,6 +4,7 @@
 // instantiate them.
 #pragma once
 
+#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/win_model.h"
 #include "smoothing/es1subs.h"
@@ -18,7 +19,7 @@ extern "C" {
 // mse) and leaves the last evaluated state in model->smooth and its time-0
 // state in model->startvals.  Returns 0 (converged), 90 (the weight is usable
 // but the convergence test was not met) or -8 (no usable grid start).
-int nes1fit(struct WINMODEL* model);
+ESF_EXPORT int nes1fit(struct WINMODEL* model);
 
 // Runs the prediction pass over the fit range to the end of the evaluation
 // range, continues with model->lead forecasts and writes the output table
@@ -26,12 +27,12 @@ int nes1fit(struct WINMODEL* model);
 // time 0; else the backward pass runs from model->svi.  Returns 0, -100,
 // -101, -999 or the kernel's negative code; stats.mse holds the pass's error
 // variance.
-int nes1for(struct WINMODEL* model, int startflg);
+ESF_EXPORT int nes1for(struct WINMODEL* model, int startflg);
 
 // Writes `nobs` rows of seven doubles from out->strptr as the table
 // out->dsname: time ID, ACTUAL, FORECAST, the two limits, RESIDUAL, STD,
 // LEVEL.  Returns 0 or -101.
-int es1out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
+ESF_EXPORT int es1out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
            u_sname* timeid, double stdate, char* align, long nobs, double cl);
 
 }  // extern "C"

@@ -19,6 +19,7 @@
 
 #include <cmath>
 
+#include "module/export.h"
 #include "smoothing/frame_limits.h"
 
 #ifdef __cplusplus
@@ -28,53 +29,53 @@ extern "C" {
 // One observation: *xhat = *level, *e = *xhat - x, then the level update.
 // Returns 0, or -9 when |level| exceeds the state limit or the level exceeds
 // 10000 * xscale (the level is then set missing).
-int zes1pnt(double x, double xscale, double wlevel, double* level,
+ESF_EXPORT int zes1pnt(double x, double xscale, double wlevel, double* level,
             double* xhat, double* e);
 
 // Derivative by the weight for one observation.  On entry *derlev is the
 // derivative of the level before the observation; dervec[0] receives it (the
 // derivative of this observation's prediction) and *derlev becomes
 // x - llevel + (1 - w) * derlev.  `clevel` has no influence.  0 or -9.
-int zes1dpd(double x, double wlevel, double llevel, double clevel,
+ESF_EXPORT int zes1dpd(double x, double wlevel, double llevel, double clevel,
             double* derlev, double* dervec);
 
 // Backward then forward pass over n observations starting from *level.
 // *mse = sum of squared errors / observations used.  `smoothed` (n doubles:
 // the predictions) and `strptr` (4 doubles per observation: x, xhat, e,
 // level) may be null.  0, -2 or -9.
-int zes1smo(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zes1smo(double* x, char* misflg, double xscale, long n, double wlevel,
             double* level, double* mse, double* smoothed, double* strptr);
 
 // Start value of the backward pass: the last non-missing observation.
 // -2 when the only usable observation is the first.  `stflg` is not used.
-int zes1svi(double* x, char* misflg, long n, int stflg, double* level);
+ESF_EXPORT int zes1svi(double* x, char* misflg, long n, int stflg, double* level);
 
 // Prediction pass over observations 0..end followed by `lead` forecasts,
 // writing 7 doubles per row (x, xhat, upper, lower, e, std, level) for rows
 // t >= start, then the forecast rows.  startflg 0 runs the backward pass
 // first; non-zero takes *level as the state before observation 0.
 // *mse = sse / (nobs - 1) (sse when nobs is 1).  0, -2 or -9.
-int zes1prd(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zes1prd(double* x, char* misflg, double xscale, long n, double wlevel,
             double* level, long start, long end, long lead, double se2,
             double siglev, int startflg, double* mse, double* strptr);
 
 // Variance of the forecast `lead` steps ahead, se2 * (1 + (lead-1) * w^2);
 // *limit (when given) the half-width of the limits at level siglev.
-double zes1cla(double wlevel, double se2, long lead, double siglev,
+ESF_EXPORT double zes1cla(double wlevel, double se2, long lead, double siglev,
                double* limit);
 
 // Moving-average weights: psi[0] = 1, psi[1..npsi-1] = w.  Returns 0.
-int zes1psi(double wlevel, long npsi, double* psi);
+ESF_EXPORT int zes1psi(double wlevel, long npsi, double* psi);
 
 // Central difference of the mean squared error of zes1smo by the weight,
 // relative (wkflag 1) or absolute step `deltas`.  Each evaluation starts from
 // `level`.  0, or -92.
-int zes1npd(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zes1npd(double* x, char* misflg, double xscale, long n, double wlevel,
             double level, double deltas, int wkflag, double* pder);
 
 // Standard error sqrt(|xpxdiag[0]| * mse) and t value parms[0] / stderr;
 // both missing unless nobs > 1.  Returns 0.
-int zes1std(double* xpxdiag, double mse, long nobs, double* parms,
+ESF_EXPORT int zes1std(double* xpxdiag, double mse, long nobs, double* parms,
             double* stderr, double* tvals);
 
 #ifdef __cplusplus

@@ -4,6 +4,7 @@
 // instantiate them.
 #pragma once
 
+#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/win_model.h"
 #include "smoothing/es2subs.h"
@@ -16,7 +17,7 @@ extern "C" {
 // the last evaluated state in model->smooth and its time-0 state in
 // model->startvals. Returns 0 (converged), 90 (usable weights, convergence
 // test not met) or -8 (no usable grid start).
-int nes2fit(struct WINMODEL* model);
+ESF_EXPORT int nes2fit(struct WINMODEL* model);
 
 // Runs the prediction pass over the fit range to the end of the evaluation
 // range, continues with model->lead forecasts and writes the output table
@@ -24,12 +25,12 @@ int nes2fit(struct WINMODEL* model);
 // time 0; otherwise the backward pass runs from model->svi. Returns 0, -100,
 // -101, -999 or the kernel's negative code; stats.mse holds the pass's
 // error variance.
-int nes2for(struct WINMODEL* model, int startflg);
+ESF_EXPORT int nes2for(struct WINMODEL* model, int startflg);
 
 // Writes `nobs` rows of eight doubles from out->strptr as the table
 // out->dsname: time ID, ACTUAL, FORECAST, the two limits, RESIDUAL, STD,
 // LEVEL, TREND. Returns 0 or -101.
-int es2out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
+ESF_EXPORT int es2out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
            u_sname* timeid, double stdate, char* align, long nobs, double cl);
 
 }  // extern "C"

@@ -18,36 +18,37 @@
 
 #include <cmath>
 
+#include "module/export.h"
 #include "smoothing/frame_limits.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-int zes2pnt(double x, double xscale, double wlevel, double wtrend,
+ESF_EXPORT int zes2pnt(double x, double xscale, double wlevel, double wtrend,
             double* level, double* trend, double* xhat, double* e);
-int zes2dpd(double x, double wlevel, double wtrend, double llevel,
+ESF_EXPORT int zes2dpd(double x, double wlevel, double wtrend, double llevel,
             double clevel, double ltrend, double ctrend, double* derlev,
             double* dertre, double* dervec);
-int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double* level, double* trend, double* mse,
             double* smoothed, double* strptr);
-int zes2svi(double* x, char* misflg, long n, int stflg, double* level,
+ESF_EXPORT int zes2svi(double* x, char* misflg, long n, int stflg, double* level,
             double* trend);
-int zes2prd(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zes2prd(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double* level, double* trend, long start,
             long end, long lead, double se2, double siglev, int startflg,
             double* mse, double* strptr);
-double zes2cla(double wlevel, double wtrend, double se2, long lead,
+ESF_EXPORT double zes2cla(double wlevel, double wtrend, double se2, long lead,
                double siglev, double* limit);
-int zes2psi(double wlevel, double wtrend, long npsi, double* psi);
-int zes2npd(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zes2psi(double wlevel, double wtrend, long npsi, double* psi);
+ESF_EXPORT int zes2npd(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double level, double trend, double* deltas,
             int wkflag, double* pder);
-int zes2std(double* xpxdiag, double mse, long nobs, double* parms,
+ESF_EXPORT int zes2std(double* xpxdiag, double mse, long nobs, double* parms,
             double* stderr, double* tvals);
 // Non-zero when 0 < wlevel < 2 and 0 <= wtrend < 4 / wlevel - 2.
-int zes2stb(double wlevel, double wtrend);
+ESF_EXPORT int zes2stb(double wlevel, double wtrend);
 
 #ifdef __cplusplus
 }

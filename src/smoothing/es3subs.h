@@ -14,35 +14,36 @@
 
 #include <cmath>
 
+#include "module/export.h"
 #include "smoothing/frame_limits.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-int zes3pnt(double x, double xscale, double wlevel, double wtrend,
+ESF_EXPORT int zes3pnt(double x, double xscale, double wlevel, double wtrend,
             double wdamp, double* level, double* trend, double* xhat,
             double* e);
-int zes3dpd(double x, double wlevel, double wtrend, double wdamp,
+ESF_EXPORT int zes3dpd(double x, double wlevel, double wtrend, double wdamp,
             double llevel, double clevel, double ltrend, double ctrend,
             double* derlev, double* dertre, double* dervec);
-int zes3smo(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zes3smo(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double wdamp, double* level, double* trend,
             double* mse, double* smoothed, double* strptr);
-int zes3svi(double* x, char* misflg, long n, int stflg, double* level,
+ESF_EXPORT int zes3svi(double* x, char* misflg, long n, int stflg, double* level,
             double* trend);
 // 1 when the roots of z^2 + b z + c lie inside the unit circle, else 0.
-int zes3stb(double wlevel, double wtrend, double wdamp);
-int zes3prd(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zes3stb(double wlevel, double wtrend, double wdamp);
+ESF_EXPORT int zes3prd(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double wdamp, double* level, double* trend,
             long start, long end, long lead, double se2, double siglev,
             int startflg, double* mse, double* strptr);
-int zes3psi(double wlevel, double wtrend, double wdamp, long npsi,
+ESF_EXPORT int zes3psi(double wlevel, double wtrend, double wdamp, long npsi,
             double* psi);
-int zes3npd(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zes3npd(double* x, char* misflg, double xscale, long n, double wlevel,
             double wtrend, double wdamp, double level, double trend,
             double* deltas, int wkflag, double* pder);
-int zes3std(double* xpxdiag, double mse, long nobs, double* parms,
+ESF_EXPORT int zes3std(double* xpxdiag, double mse, long nobs, double* parms,
             double* stderr, double* tvals);
 
 #ifdef __cplusplus

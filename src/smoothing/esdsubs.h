@@ -15,33 +15,34 @@
 
 #include <cmath>
 
+#include "module/export.h"
 #include "smoothing/frame_limits.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-int zesdpnt(double x, double xscale, double wlevel, double* level,
+ESF_EXPORT int zesdpnt(double x, double xscale, double wlevel, double* level,
             double* trend, double* xhat, double* e);
-int zesddpd(double x, double wlevel, double llevel, double clevel,
+ESF_EXPORT int zesddpd(double x, double wlevel, double llevel, double clevel,
             double ltrend, double ctrend, double* derlev, double* dertre,
             double* dervec);
-int zesdsmo(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zesdsmo(double* x, char* misflg, double xscale, long n, double wlevel,
             double* level, double* trend, double* mse, double* smoothed,
             double* strptr);
-int zesdsvi(double* x, char* misflg, long n, int stflg, double* level,
+ESF_EXPORT int zesdsvi(double* x, char* misflg, long n, int stflg, double* level,
             double* trend);
-int zesdprd(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zesdprd(double* x, char* misflg, double xscale, long n, double wlevel,
             double* level, double* trend, long start, long end, long lead,
             double se2, double siglev, int startflg, double* mse,
             double* strptr);
-double zesdcla(double wlevel, double se2, long lead, double siglev,
+ESF_EXPORT double zesdcla(double wlevel, double se2, long lead, double siglev,
                double* limit);
-int zesdpsi(double wlevel, long npsi, double* psi);
-int zesdnpd(double* x, char* misflg, double xscale, long n, double wlevel,
+ESF_EXPORT int zesdpsi(double wlevel, long npsi, double* psi);
+ESF_EXPORT int zesdnpd(double* x, char* misflg, double xscale, long n, double wlevel,
             double level, double trend, double deltas, int wkflag,
             double* pder);
-int zesdstd(double* xpxdiag, double mse, long nobs, double* parms,
+ESF_EXPORT int zesdstd(double* xpxdiag, double mse, long nobs, double* parms,
             double* stderr, double* tvals);
 
 #ifdef __cplusplus

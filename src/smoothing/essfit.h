@@ -6,6 +6,7 @@
 
 #include <cstring>
 
+#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/host_api.h"
 #include "module/win_model.h"
@@ -23,11 +24,11 @@ extern "C" {
 // state in model->smooth and its centred time-0 state in model->startvals.
 // Returns 0 (converged), 90 (usable weights, convergence test not met), -8
 // (no usable grid start) or -100 (no memory for the derivative arrays).
-int nessfit(struct WINMODEL* model);
+ESF_EXPORT int nessfit(struct WINMODEL* model);
 
 // Returns the two arrays of factor derivatives to the current pool; a null
 // is passed over.
-void nessfitfree(double* dwlevel, double* dwseason);
+ESF_EXPORT void nessfitfree(double* dwlevel, double* dwseason);
 
 // Runs the prediction pass over the fit range to the end of the evaluation
 // range, continues with model->lead forecasts and writes the output table
@@ -36,7 +37,7 @@ void nessfitfree(double* dwlevel, double* dwseason);
 // time 0; otherwise the backward pass runs from model->svi.  Returns 0,
 // -100, -101, -999 or the kernel's negative code; stats.mse holds the
 // pass's error variance.
-int nessfor(struct WINMODEL* model, int startflg);
+ESF_EXPORT int nessfor(struct WINMODEL* model, int startflg);
 
 }  // extern "C"
 

@@ -26,6 +26,7 @@
 
 #include <cmath>
 
+#include "module/export.h"
 #include "smoothing/frame_limits.h"
 
 #ifdef __cplusplus
@@ -36,7 +37,7 @@ extern "C" {
 // *e = *xhat - x, then the level and that factor are updated.  0, or -9 when
 // |level| or |factor| exceeds the state limit or the prediction exceeds
 // 10000 * xscale (the level and that factor are then set missing).
-int zesspnt(double x, double xscale, double wlevel, double wseason, double* level,
+ESF_EXPORT int zesspnt(double x, double xscale, double wlevel, double wseason, double* level,
             double* sfactor, int scode, double* xhat, double* e);
 
 // Derivatives for one observation.  derlev[0..1]: the level by wlevel and by
@@ -46,7 +47,7 @@ int zesspnt(double x, double xscale, double wlevel, double wseason, double* leve
 // observation's prediction.  llevel, lseason: the state before; clevel the
 // level after; cseason has no influence.  0, or -9 with the four entries
 // missing when one of them exceeds the error limit.
-int zessdpd(double x, double wlevel, double wseason, double llevel, double clevel,
+ESF_EXPORT int zessdpd(double x, double wlevel, double wseason, double llevel, double clevel,
             double lseason, double cseason, double* derlev, double* dersea, double* dervec);
 
 // Backward then forward pass over n observations from *level and sfactor.
@@ -54,7 +55,7 @@ int zessdpd(double x, double wlevel, double wseason, double llevel, double cleve
 // the predictions) and `strptr` (5 doubles per observation: x, xhat, e,
 // level, factor of the observation's season) may be null.  The factors are
 // not centred.  0, -2 or -9.
-int zesssmo(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
+ESF_EXPORT int zesssmo(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
             double wseason, double* level, double* sfactor, int* scodes, double* mse,
             double* smoothed, double* strptr);
 
@@ -65,22 +66,22 @@ int zesssmo(double* x, char* misflg, double xscale, long n, int nseasons, double
 // receives the regression's first factor.  -2 when the only usable
 // observation is the first, -100 without memory, a negative regression
 // status, else 0.
-int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg,
+ESF_EXPORT int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg,
             double* level, double* sfactor);
 
 // Centres the factors on zero and gives the level what they gave up; the
 // derivatives of the factors (dersealev by wlevel, derseasea by wseason)
 // and of the level (derlev[0..1]) move the same way.  Nothing changes when
 // the mean of the factors is below 1.1368683772161608e-13 in magnitude.
-int zessnmd(int nseasons, double* level, double* sfactor, double* derlev, double* dersealev,
+ESF_EXPORT int zessnmd(int nseasons, double* level, double* sfactor, double* derlev, double* dersealev,
             double* derseasea);
 
 // zessnmd on the factors and the level alone.
-int zessnrm(int nseasons, double* level, double* sfactor);
+ESF_EXPORT int zessnrm(int nseasons, double* level, double* sfactor);
 
 // 1 when the weights lie in the stability region for `nseasons` seasons,
 // else 0.
-int zessstb(int nseasons, double wlevel, double wseason);
+ESF_EXPORT int zessstb(int nseasons, double wlevel, double wseason);
 
 // Prediction pass over observations 0..end followed by `lead` forecasts,
 // writing 8 doubles per row (x, xhat, upper, lower, e, std, level, factor
@@ -88,26 +89,26 @@ int zessstb(int nseasons, double wlevel, double wseason);
 // seasons continue from the season of row `end`.  startflg 0 runs the
 // backward pass first; non-zero takes *level and sfactor as the state before
 // observation 0.  *mse = sse / (nobs - 2) (sse when nobs <= 2).  0, -2 or -9.
-int zessprd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
+ESF_EXPORT int zessprd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
             double wseason, double* level, double* sfactor, int* scodes, long start, long end,
             long lead, double se2, double siglev, int startflg, double* mse, double* strptr);
 
 // Moving-average weights: psi[0] = 1; psi[i] = wlevel + (1 - wlevel) *
 // wseason when i is a multiple of nseasons, else wlevel.  Returns 0.
-int zesspsi(double wlevel, double wseason, int nseasons, long npsi, double* psi);
+ESF_EXPORT int zesspsi(double wlevel, double wseason, int nseasons, long npsi, double* psi);
 
 // Central differences of the mean squared error of zesssmo by the two
 // weights, relative (wkflag 1) or absolute steps deltas[0..1]; every run
 // starts from `level` and the factors handed in (a working copy is taken
 // from the pool).  The result is that of the second weight: 0 or -92; -100
 // without memory.
-int zessnpd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
+ESF_EXPORT int zessnpd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
             double wseason, double level, double* sfactor, int* scodes, double* deltas,
             int wkflag, double* pder);
 
 // Standard errors sqrt(|xpxdiag[j]| * mse) and t values parms[j] / stderr[j]
 // of the two weights; all missing when nobs < 3.  Returns 0.
-int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
+ESF_EXPORT int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
             double* tvals);
 
 #ifdef __cplusplus

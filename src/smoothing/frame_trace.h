@@ -11,14 +11,15 @@
 
 #include <cmath>
 
+#include "module/export.h"
 #include "module/host_api.h"
 
 extern "C" {
 // Turns the iteration trace of every fit driver on (non-zero) or off (0).
 // Off unless a host program asks for it.
-void esf_set_fit_trace(int on);
+ESF_EXPORT void esf_set_fit_trace(int on);
 // The current setting, read by each driver as it starts.
-int esf_fit_trace(void);
+ESF_EXPORT int esf_fit_trace(void);
 }
 
 namespace smoothing::frame {

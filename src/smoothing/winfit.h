@@ -6,6 +6,7 @@
 
 #include <cstring>
 
+#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/host_api.h"
 #include "module/win_model.h"
@@ -24,11 +25,11 @@ extern "C" {
 // model->startvals. Returns 0 (converged), 90 (usable weights, convergence
 // test not met), -8 (no usable grid start), -100 (no memory) or -2 (season
 // codes outside the cycle).
-int nwinfit(struct WINMODEL* model);
+ESF_EXPORT int nwinfit(struct WINMODEL* model);
 
 // Returns the three arrays of factor derivatives to the pool; a null is
 // passed over.
-void nwinfitfree(double* dwlevel, double* dwtrend, double* dwseason);
+ESF_EXPORT void nwinfitfree(double* dwlevel, double* dwtrend, double* dwseason);
 
 // Runs the prediction pass over the fit range to the end of the evaluation
 // range, continues with model->lead forecasts and writes the output table
@@ -36,12 +37,12 @@ void nwinfitfree(double* dwlevel, double* dwtrend, double* dwseason);
 // time 0; otherwise the backward pass runs from model->svi. Returns 0, -100,
 // -101, -999 or the kernel's negative code; stats.mse holds the pass's error
 // variance.
-int nwinfor(struct WINMODEL* model, int startflg);
+ESF_EXPORT int nwinfor(struct WINMODEL* model, int startflg);
 
 // Writes `nobs` rows of nine doubles from out->strptr as the table
 // out->dsname: time ID, ACTUAL, FORECAST, the two limits, RESIDUAL, STD,
 // LEVEL, TREND, SEASON. Returns 0 or -101.
-int winout(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
+ESF_EXPORT int winout(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
            u_sname* timeid, double stdate, char* align, long nobs, double cl);
 
 }  // extern "C"

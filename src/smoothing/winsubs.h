@@ -18,37 +18,38 @@
 
 #include <cmath>
 
+#include "module/export.h"
 #include "smoothing/frame_limits.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-int zwinpnt(double x, double xscale, int additive, double wlevel, double wtrend, double wseason,
+ESF_EXPORT int zwinpnt(double x, double xscale, int additive, double wlevel, double wtrend, double wseason,
             double* level, double* trend, double* sfactor, int scode, double* xhat, double* e);
-int zwindpd(double x, double wlevel, double wtrend, double wseason, double llevel, double clevel,
+ESF_EXPORT int zwindpd(double x, double wlevel, double wtrend, double wseason, double llevel, double clevel,
             double ltrend, double ctrend, double lseason, double cseason, int additive,
             double* derlev, double* dertre, double* dersea, double* dervec);
-int zwinsmo(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
+ESF_EXPORT int zwinsmo(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
             double wlevel, double wtrend, double wseason, double* level, double* trend,
             double* sfactor, int* scodes, double* mse, double* smoothed, double* strptr);
-int zwinsvi(double* x, char* misflg, long n, int nseasons, int nstart, int additive, int stflg,
+ESF_EXPORT int zwinsvi(double* x, char* misflg, long n, int nseasons, int nstart, int additive, int stflg,
             double* level, double* trend, double* sfactor);
-int zwinnmd(int nseasons, int additive, double* level, double* trend, double* sfactor,
+ESF_EXPORT int zwinnmd(int nseasons, int additive, double* level, double* trend, double* sfactor,
             double* derlev, double* dertre, double* dersealev, double* derseatre,
             double* derseasea);
-int zwinnrm(int nseasons, int additive, double* level, double* trend, double* sfactor);
+ESF_EXPORT int zwinnrm(int nseasons, int additive, double* level, double* trend, double* sfactor);
 // 1 when the weights lie in the stability region, else 0.
-int zwinstb(int nseasons, int additive, double wlevel, double wtrend, double wseason);
-int zwinprd(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
+ESF_EXPORT int zwinstb(int nseasons, int additive, double wlevel, double wtrend, double wseason);
+ESF_EXPORT int zwinprd(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
             double wlevel, double wtrend, double wseason, double* level, double* trend,
             double* sfactor, int* scodes, long start, long end, long lead, double se2,
             double siglev, int startflg, double* mse, double* strptr);
-int zwinpsi(double wlevel, double wtrend, double wseason, int nseasons, long npsi, double* psi);
-int zwinnpd(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
+ESF_EXPORT int zwinpsi(double wlevel, double wtrend, double wseason, int nseasons, long npsi, double* psi);
+ESF_EXPORT int zwinnpd(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
             double wlevel, double wtrend, double wseason, double level, double trend,
             double* sfactor, int* scodes, double* deltas, int wkflag, double* pder);
-int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
+ESF_EXPORT int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
             double* tvals);
 
 #ifdef __cplusplus
