@@ -214,6 +214,8 @@ TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
   for (int d = 1; d <= 29; d += 7) mondays += "2001-01-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",1\n";
   for (int d = 5; d <= 26; d += 7) mondays += "2001-02-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",2\n";
   write("mondays.csv", mondays);
+  // Working days: Friday to Monday is three days, but one WEEKDAY.
+  write("weekdays.csv", "d,v\n2001-05-03,1\n2001-05-04,2\n2001-05-07,3\n2001-05-08,4\n2001-05-11,5\n");
   write("hours.csv", "t,v\n2001-01-01T00:00,1\n2001-01-01T01:00,2\n2001-01-01 03:00,3\n");
   write("mixed.csv", "date,value\n2001-01-01,1\n2001-02-01,2\n2001-02-15,3\n");
   const struct {
@@ -226,6 +228,7 @@ TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
       {{"--interval", "WEEK", "mondays.csv"}, 0, {"line 2, column 'date': '2001-01-01' does not begin", "WEEK.2 would fit"}},
       {{"mondays.csv"}, 0, {"the time IDs fit WEEK.2"}},
       {{"hours.csv"}, 0, {"the time IDs fit DTHOUR"}},
+      {{"weekdays.csv"}, 0, {"the time IDs fit WEEKDAY:"}},
       {{"mixed.csv"}, 1, {"no single interval fits", "lines 3 and 4"}},
   };
   for (const auto& c : cases) {
@@ -344,16 +347,16 @@ TEST_F(ModelCliTest, CsvErrorsNameFileLineAndColumn) {
     std::vector<std::string> message;  // parts the message must hold
   };
   const Case cases[] = {
-      {"bad date", "date,value\n1949-01-01,1\n1949-13-01,2\n", {}, {"bad.csv", "line 3", "column 'date'"}},
-      {"bad value", "date,value\n1949-01-01,1\n1949-02-01,many\n", {}, {"line 3", "column 'value'", "'many'"}},
+      {"bad date", "date,value\n1949-01-01,1\n1949-13-01,2\n", {}, {"bad.csv", "line 3", "column \"date\""}},
+      {"bad value", "date,value\n1949-01-01,1\n1949-02-01,many\n", {}, {"line 3", "column \"value\"", "\"many\""}},
       {"two rows in a period", "date,value\n1949-01-01,1\n1949-02-01,2\n1949-01-31,3\n", {},
        {"lines 2 and 4", "same period"}},
       {"short row", "date,value\n1949-01-01,1\n1949-02-01\n", {}, {"line 3", "1 field(s)"}},
-      {"no such column", "date,value\n1949-01-01,1\n", {"--var", "sales"}, {"line 1", "no column named 'sales'"}},
+      {"no such column", "date,value\n1949-01-01,1\n", {"--var", "sales"}, {"line 1", "no column named \"sales\""}},
       {"empty file", "", {}, {"no header line"}},
       {"no rows", "date,value\n", {}, {"no data rows"}},
-      {"empty time id", "date,value\n1949-01-01,1\n,2\n", {}, {"line 3", "column 'date'", "empty"}},
-      {"a byte-order mark", "\xEF\xBB\xBF" "date,value\n1949-13-01,1\n", {}, {"line 2", "column 'date'"}},
+      {"empty time id", "date,value\n1949-01-01,1\n,2\n", {}, {"line 3", "column \"date\"", "empty"}},
+      {"a byte-order mark", "\xEF\xBB\xBF" "date,value\n1949-13-01,1\n", {}, {"line 2", "column \"date\""}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
