@@ -117,7 +117,7 @@ def test_pandas_inputs_keep_their_index_and_timezone():
 
 
 def test_errors_name_the_cause():
-    with pytest.raises(ValueError, match="'MONHT': not a known interval name"):
+    with pytest.raises(ValueError, match='"MONHT": not a known interval name'):
         cal.count("MONHT", "2001-01-01", "2001-02-01")
     with pytest.raises(TypeError, match="counts observation numbers"):
         cal.advance("OBS", np.datetime64("2001-01-01"), 1)
@@ -138,7 +138,7 @@ def test_custom_interval_from_a_table(tmp_path, monkeypatch):
     np.testing.assert_array_equal(cal.advance("FISCAL", d, 1), np.array(["2020-02-03", "2020-03-02"], "M8[D]"))
     np.testing.assert_array_equal(cal.season("FISCAL", d), [0, 1])
     cal.set_option("INTERVALDS", None)
-    with pytest.raises(ValueError, match="'FISCAL': not a known interval name"):
+    with pytest.raises(ValueError, match='"FISCAL": not a known interval name'):
         cal.count("FISCAL", d, d)
 
 
