@@ -4,6 +4,7 @@
 #include "runner/runner.h"
 
 #include <cctype>
+#include <chrono>
 #include <fstream>
 #include <iostream>
 
@@ -22,28 +23,18 @@ using Json = nlohmann::ordered_json;
 constexpr const char* kTableLibref = "ESFMEM";
 constexpr const char* kTableName = "ESFMEM.FORECAST";
 
-// The calendar routines of the loaded image that placing a series needs.
-struct ModuleCalendar {
-  explicit ModuleCalendar(Loader& loader)
-      : zintstr(loader.symbol<int(tchar*, int, INTERVAL*)>("zintstr")),
-        zintnx2(loader.symbol<double(INTERVAL*, double, double)>("zintnx2")),
-        zintck2(loader.symbol<double(INTERVAL*, double, double)>("zintck2")) {}
-  int (*zintstr)(tchar*, int, INTERVAL*);
-  double (*zintnx2)(INTERVAL*, double, double);
-  double (*zintck2)(INTERVAL*, double, double);
-};
-
 // The length of the seasonal cycle the module gives the interval, when it
 // exports the routine; 0 when unknown.
-int seasons_of(Loader& loader, INTERVAL* iv, double date) {
-  try {
-    auto* zintsea = loader.symbol<int(INTERVAL*, double, INTERVAL*, int*)>("zintsea");
-    INTERVAL cycle{};
-    int n = 0;
-    if (zintsea(iv, date, &cycle, &n) == 0 && n > 0) return n;
-  } catch (const LoadError&) {
-  }
+int seasons_of(const Plan& plan, INTERVAL* iv, double date) {
+  if (plan.season_fn == nullptr) return 0;
+  INTERVAL cycle{};
+  int n = 0;
+  if (plan.season_fn(iv, date, &cycle, &n) == 0 && n > 0) return n;
   return 0;
+}
+
+double seconds_since(std::chrono::steady_clock::time_point t0) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 }
 
 double parse_time_option(const std::string& option, const std::string& text, TimeUnits units) {
@@ -171,15 +162,14 @@ void fill_range(List list, const std::string& start_option, const std::string& s
 }
 
 // Places the series and builds the lists of a method call.
-void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
+void prepare(const Plan& plan, const CsvSeries& csv, Lists* p) {
   using namespace esf::host;
   const ModelOptions& o = plan.options;
-  ModuleCalendar cal(loader);
   INTERVAL interval = plan.interval;
   INTERVAL* iv = &interval;
   Calendar calendar;
-  calendar.period_start = [&cal, iv](double t) { return cal.zintnx2(iv, t, 0.0); };
-  calendar.count = [&cal, iv](double from, double to) { return cal.zintck2(iv, from, to); };
+  calendar.period_start = [&plan, iv](double t) { return plan.period_start_fn(iv, t, 0.0); };
+  calendar.count = [&plan, iv](double from, double to) { return plan.count_fn(iv, from, to); };
   calendar.is_missing = [](double v) { return esf::is_missing(v) || std::isnan(v); };
   p->placed = place_series(csv, calendar);
 
@@ -193,7 +183,7 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   set_text(dsinfo, "TIMEID", p->timeid);
   List info = add_list(dsinfo, "INTERVALINFO");
   set_text(info, "INTERVAL", o.interval);
-  const int nseasons = o.nseasons ? *o.nseasons : seasons_of(loader, iv, p->placed.stdate);
+  const int nseasons = o.nseasons ? *o.nseasons : seasons_of(plan, iv, p->placed.stdate);
   if (nseasons > 0) set_integer(info, "NSEASONS", nseasons);
   List data_range = add_list(add_list(p->series, "TIME_RANGES"), "DATA_RANGE");
   set_integer(data_range, "NOBS", static_cast<long>(p->placed.values.size()));
@@ -229,7 +219,7 @@ void run_fit(Loader& loader, const Family& family, Lists& p) {
   if (code != 0) {
     throw RunError(
         fmt::format("the {} fit failed with return code {}: {}", family.name, code, meaning_of_return_code(code)),
-        kExitMethodFailed);
+        kExitMethodFailed, code);
   }
 }
 
@@ -310,9 +300,15 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   }
   check_options(options, *p.family);
   loader_.load();
-  ModuleCalendar cal(loader_);
+  auto* zintstr = loader_.symbol<int(tchar*, int, INTERVAL*)>("zintstr");
+  p.period_start_fn = loader_.symbol<double(INTERVAL*, double, double)>("zintnx2");
+  p.count_fn = loader_.symbol<double(INTERVAL*, double, double)>("zintck2");
+  try {
+    p.season_fn = loader_.symbol<int(INTERVAL*, double, INTERVAL*, int*)>("zintsea");
+  } catch (const LoadError&) {
+  }
   std::string text = options.interval;
-  const int rc = cal.zintstr(text.data(), static_cast<int>(text.size()), &p.interval);
+  const int rc = zintstr(text.data(), static_cast<int>(text.size()), &p.interval);
   if (rc != 0) {
     throw RunError(fmt::format("--interval: '{}' is not an interval name (parser code {})", options.interval, rc));
   }
@@ -323,7 +319,7 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
 
 FitResult Runner::fit(const Plan& plan, const CsvSeries& series, bool keep_model_list) const {
   Lists p;
-  prepare(plan, loader_, series, &p);
+  prepare(plan, series, &p);
   switch_trace(loader_, plan.options.trace);
   run_fit(loader_, *plan.family, p);
   FitResult r = read_fit(plan, series, p);
@@ -333,9 +329,12 @@ FitResult Runner::fit(const Plan& plan, const CsvSeries& series, bool keep_model
 
 ForecastResult Runner::forecast(const Plan& plan, const CsvSeries& series, const SavedModel* saved) const {
   const ModelOptions& o = plan.options;
+  const auto t0 = std::chrono::steady_clock::now();
   Lists p;
-  prepare(plan, loader_, series, &p);
+  prepare(plan, series, &p);
   ForecastResult result;
+  result.prepare_seconds = seconds_since(t0);
+  const auto t1 = std::chrono::steady_clock::now();
   if (saved != nullptr) {
     // Forecast from the saved model; ranges given now replace the saved ones.
     host::free_list(p.model);
@@ -367,7 +366,9 @@ ForecastResult Runner::forecast(const Plan& plan, const CsvSeries& series, const
     result.fitted = true;
     result.fit = read_fit(plan, series, p);
   }
+  result.fit_seconds = seconds_since(t1);
 
+  const auto t2 = std::chrono::steady_clock::now();
   host::assign_memory_libref(kTableLibref);
   host::MethodCall call;
   call.list(p.series).list(p.model).list(p.eval_range).text(kTableName).number(o.cl).number(o.lead).number(0);
@@ -376,9 +377,10 @@ ForecastResult Runner::forecast(const Plan& plan, const CsvSeries& series, const
   if (code != 0) {
     throw RunError(fmt::format("the {} forecast failed with return code {}: {}", plan.family->name, code,
                                meaning_of_return_code(code)),
-                   kExitMethodFailed);
+                   kExitMethodFailed, code);
   }
   result.table = read_table(plan.units);
+  result.forecast_seconds = seconds_since(t2);
   return result;
 }
 

@@ -52,12 +52,15 @@ inline constexpr int kExitMethodFailed = 4;  // a method answered with a failure
 // Why a run stopped; what() is a message for the user, status() an exit status.
 class RunError : public std::runtime_error {
  public:
-  explicit RunError(std::string what, int status = kExitUsage)
-      : std::runtime_error(std::move(what)), status_(status) {}
+  explicit RunError(std::string what, int status = kExitUsage, int return_code = 0)
+      : std::runtime_error(std::move(what)), status_(status), return_code_(return_code) {}
   int status() const { return status_; }
+  // The method's return code when a method failed, else 0.
+  int return_code() const { return return_code_; }
 
  private:
   int status_;
+  int return_code_;
 };
 
 inline constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -91,6 +94,10 @@ struct Plan {
   std::string interval_token;  // the interval as the user wrote it
   TimeUnits units = TimeUnits::kDate;
   bool forecast = false;
+  // The calendar routines of the loaded image, looked up once by plan().
+  double (*period_start_fn)(INTERVAL*, double, double) = nullptr;
+  double (*count_fn)(INTERVAL*, double, double) = nullptr;
+  int (*season_fn)(INTERVAL*, double, INTERVAL*, int*) = nullptr;  // null when not exported
 };
 
 struct WeightEstimate {
@@ -144,6 +151,11 @@ struct ForecastResult {
   bool fitted = false;  // false when the forecast ran from a saved model
   FitResult fit;        // meaningful when fitted
   ForecastTable table;
+  // Seconds spent placing the series and building its lists, in the fit
+  // method (with reading its answers) and in the forecast method.
+  double prepare_seconds = 0.0;
+  double fit_seconds = 0.0;
+  double forecast_seconds = 0.0;
 };
 
 // A model list saved by a fit, as read back from its file.
