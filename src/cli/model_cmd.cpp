@@ -39,7 +39,8 @@ struct Options {
 
 void add_common_options(CLI::App* cmd, Options& opts, bool model_required) {
   runner::ModelOptions& o = opts.model;
-  auto* model = cmd->add_option("--model", o.model, "Model family: " + runner::family_names());
+  auto* model = cmd->add_option("--model", o.model,
+                               "Model family: " + runner::family_names() + ", or auto to choose one (see --select)");
   if (model_required) model->default_val("simple");
   cmd->add_option("--interval", o.interval, "Interval of the series, such as MONTH, QTR, WEEK, DAY, DTHOUR, OBS")
       ->required();
@@ -70,6 +71,35 @@ void add_common_options(CLI::App* cmd, Options& opts, bool model_required) {
   cmd->add_option("--eval-start", o.eval_start, "First time ID of the evaluation range");
   cmd->add_option("--eval-end", o.eval_end, "Last time ID of the evaluation range");
   cmd->add_flag("--trace", o.trace, "Print the estimation trace");
+  cmd->add_option_function<std::string>(
+         "--search",
+         [&o](const std::string& v) {
+           if (v != "frame" && v != "thorough") throw CLI::ValidationError("--search", "choose frame or thorough");
+           o.thorough = v == "thorough";
+         },
+         "frame (default): the estimation as the module does it; thorough: also from every corner of the "
+         "weights' ranges, keeping the lowest error");
+  cmd->add_option_function<std::string>(
+         "--select",
+         [&o](const std::string& v) {
+           if (v == "aicc") o.select = runner::Selection::kAicc;
+           else if (v == "aic") o.select = runner::Selection::kAic;
+           else if (v == "bic") o.select = runner::Selection::kBic;
+           else if (v == "holdout") o.select = runner::Selection::kHoldout;
+           else throw CLI::ValidationError("--select", "choose aicc, aic, bic or holdout");
+         },
+         "What --model auto chooses by: aicc (default), aic, bic, or holdout (the error on the last season "
+         "of the fit range)");
+}
+
+std::string criterion_name(runner::Selection s) {
+  switch (s) {
+    case runner::Selection::kAicc: return "AICc";
+    case runner::Selection::kAic: return "AIC";
+    case runner::Selection::kBic: return "BIC";
+    case runner::Selection::kHoldout: return "holdout MASE";
+  }
+  return "";
 }
 
 // ---- Reporting a fit -------------------------------------------------------------
@@ -78,6 +108,33 @@ Json number_json(double v) { return std::isnan(v) ? Json(nullptr) : Json(v); }
 
 std::string number_text(double v, int decimals) {
   return std::isnan(v) ? std::string(".") : fmt::format("{:.{}f}", v, decimals);
+}
+
+Json accuracy_json(const runner::Accuracy& a) {
+  return {{"n", a.n},
+          {"me", number_json(a.me)},
+          {"rmse", number_json(a.rmse)},
+          {"mae", number_json(a.mae)},
+          {"mape", number_json(a.mape)},
+          {"smape", number_json(a.smape)},
+          {"mase", number_json(a.mase)}};
+}
+
+Json choice_json(const runner::AutoChoice& c) {
+  Json candidates = Json::array();
+  for (const runner::Candidate& k : c.candidates) {
+    Json j = {{"model", k.model}};
+    if (!k.refused.empty()) {
+      j["refused"] = k.refused;
+    } else {
+      j["aicc"] = number_json(k.criteria.aicc);
+      j["aic"] = number_json(k.criteria.aic);
+      j["bic"] = number_json(k.criteria.bic);
+      j["score"] = number_json(k.score);
+    }
+    candidates.push_back(std::move(j));
+  }
+  return {{"by", criterion_name(c.by)}, {"candidates", std::move(candidates)}, {"chosen", c.chosen}};
 }
 
 // The fit's results as JSON.
@@ -95,9 +152,15 @@ Json fit_json(const runner::FitResult& r) {
     j["estimate"] = number_json(w.estimate);
     j["stderr"] = number_json(w.std_error);
     j["tvalue"] = number_json(w.t_value);
+    j["position"] = runner::describe(w.position);
+    j["bounds"] = Json::array({number_json(w.lower), number_json(w.upper)});
     weights.push_back(std::move(j));
   }
   out["weights"] = std::move(weights);
+  out["fit"] = {{"status", runner::describe(r.end)},
+                {"converged", r.converged()},
+                {"iterations", r.iterations},
+                {"search", r.thorough ? "thorough" : "frame"}};
   out["error_variance"] = number_json(r.error_variance);
   Json s;
   s["level"] = number_json(r.state.level);
@@ -108,11 +171,39 @@ Json fit_json(const runner::FitResult& r) {
     s["factors"] = std::move(f);
   }
   out["smoothed_state"] = std::move(s);
+  const runner::Criteria& c = r.criteria;
+  out["criteria"] = {{"nobs", c.n},         {"parameters", c.k},      {"loglik", number_json(c.loglik)},
+                     {"aic", number_json(c.aic)}, {"aicc", number_json(c.aicc)}, {"bic", number_json(c.bic)}};
+  out["accuracy"] = accuracy_json(r.fit_accuracy);
+  if (r.choice) out["selection"] = choice_json(*r.choice);
+  out["warnings"] = r.warnings;
+  return out;
+}
+
+std::string accuracy_lines(const runner::Accuracy& a) {
+  return fmt::format("  ME {}  RMSE {}  MAE {}  MAPE {}  sMAPE {}  MASE {}  ({} values)\n", number_text(a.me, 4),
+                     number_text(a.rmse, 4), number_text(a.mae, 4), number_text(a.mape, 3), number_text(a.smape, 3),
+                     number_text(a.mase, 3), a.n);
+}
+
+std::string choice_text(const runner::AutoChoice& c) {
+  std::string out = fmt::format("Model selection by {}\n", criterion_name(c.by));
+  out += fmt::format("  {:<18} {:>14} {:>14} {:>14} {:>14}\n", "Model", "AICc", "AIC", "BIC", "Score");
+  for (const runner::Candidate& k : c.candidates) {
+    if (!k.refused.empty()) {
+      out += fmt::format("  {:<18} not fitted: {}\n", k.model, k.refused);
+    } else {
+      out += fmt::format("  {:<18} {:>14} {:>14} {:>14} {:>14}{}\n", k.model, number_text(k.criteria.aicc, 3),
+                         number_text(k.criteria.aic, 3), number_text(k.criteria.bic, 3), number_text(k.score, 4),
+                         k.model == c.chosen ? "  <- chosen" : "");
+    }
+  }
   return out;
 }
 
 std::string fit_table(const runner::FitResult& r) {
   std::string out;
+  if (r.choice) out += choice_text(*r.choice) + "\n";
   out += fmt::format("{} of {} ({} {} periods from {})\n", r.family->title, r.variable, r.nobs, r.interval,
                      r.start_text);
   out += "\n";
@@ -121,9 +212,22 @@ std::string fit_table(const runner::FitResult& r) {
     out += fmt::format("{:<10} {:>14} {:>14} {:>10}  {}\n", w.name, number_text(w.estimate, 6),
                        number_text(w.std_error, 6), number_text(w.t_value, 2), w.label);
   }
+  for (const runner::WeightEstimate& w : r.weights) {
+    if (w.position != runner::WeightPosition::kInside) {
+      out += fmt::format("  {} is {}\n", w.name, runner::describe(w.position));
+    }
+  }
   out += "\n";
+  out += fmt::format("Estimation: {}{}{}\n", runner::describe(r.end),
+                     r.iterations > 0 ? fmt::format(" ({} iterations)", r.iterations) : "",
+                     r.thorough ? ", thorough search" : "");
   out += fmt::format("Error variance {}\n",
                      std::isnan(r.error_variance) ? std::string(".") : fmt::format("{:.6g}", r.error_variance));
+  const runner::Criteria& c = r.criteria;
+  out += fmt::format("Log likelihood {}  AIC {}  AICc {}  BIC {}  ({} errors, {} parameters)\n",
+                     number_text(c.loglik, 3), number_text(c.aic, 3), number_text(c.aicc, 3), number_text(c.bic, 3),
+                     c.n, c.k);
+  out += "One-step accuracy over the fit range\n" + accuracy_lines(r.fit_accuracy);
   out += "\nSmoothed state at the end of the fit range\n";
   out += fmt::format("  {:<8} {}\n", "level", number_text(r.state.level, 6));
   if (r.state.has_trend) out += fmt::format("  {:<8} {}\n", "trend", number_text(r.state.trend, 6));
@@ -171,6 +275,7 @@ void fit_command(const Options& o, runner::Loader& loader) {
   const runner::CsvSeries csv = runner::read_series_csv(o.input, o.id_column, o.var_column, plan.units);
   const runner::FitResult r = run.fit(plan, csv, !o.save_model.empty());
   const Json j = fit_json(r);
+  for (const std::string& w : r.warnings) std::cerr << "warning: " << w << '\n';
   if (!o.save_model.empty()) write_output(o.save_model, runner::model_file_text(r));
   if (o.json) {
     std::cout << j.dump(2) << '\n';
@@ -187,11 +292,31 @@ void forecast_command(Options o, runner::Loader& loader) {
   const runner::Plan plan = run.plan(o.model, true);
   const runner::CsvSeries csv = runner::read_series_csv(o.input, o.id_column, o.var_column, plan.units);
   const runner::ForecastResult r = run.forecast(plan, csv, saved ? &*saved : nullptr);
+  for (const std::string& w : r.fit.warnings) std::cerr << "warning: " << w << '\n';
+  for (const std::string& w : r.warnings) std::cerr << "warning: " << w << '\n';
   const std::string text = forecast_csv(r.table);
+  // The report goes beside the table: to standard error when the table
+  // takes standard output.
+  std::string report;
+  if (r.fit.choice) report += choice_text(*r.fit.choice);
+  if (r.fitted && (r.fit.choice || r.holdout > 0)) {
+    report += fmt::format("{} fit: {}{}\n", r.fit.family->name, runner::describe(r.fit.end),
+                          r.fit.iterations > 0 ? fmt::format(" ({} iterations)", r.fit.iterations) : "");
+  }
+  if (r.holdout > 0) {
+    report += fmt::format("Accuracy over the {} held-out observations\n", r.holdout) +
+              accuracy_lines(r.holdout_accuracy);
+    for (const auto& [name, share] : r.holdout_coverage) {
+      report += fmt::format("  inside {}/L{}: {}\n", name, name.substr(1),
+                            std::isnan(share) ? std::string(".") : fmt::format("{:.1f}%", 100.0 * share));
+    }
+  }
   if (o.output.empty()) {
     std::cout << text;
+    std::cerr << report;
   } else {
     write_output(o.output, text);
+    std::cout << report;
   }
 }
 
@@ -230,5 +355,18 @@ void add_model_commands(CLI::App& app, esf::runner::Loader& loader) {
       ->default_val(0.05);
   fc->add_option("-o,--output", forecast_options.output, "Write the table to this CSV file (default: standard output)");
   fc->add_option("--model-file", forecast_options.model_file, "Forecast from a model saved by fit --save-model");
+  fc->add_option("--level", forecast_options.model.levels,
+                 "Confidence levels in percent, e.g. --level 80 95: one pair of limits (U80/L80, U95/L95) each");
+  fc->add_option("--holdout", forecast_options.model.holdout,
+                 "Fit on all but the last H observations, forecast them and report the accuracy");
+  fc->add_option_function<std::string>(
+      "--limits",
+      [](const std::string& v) {
+        if (v != "formula" && v != "empirical") throw CLI::ValidationError("--limits", "choose formula or empirical");
+        forecast_options.model.limits =
+            v == "empirical" ? runner::LimitMethod::kEmpirical : runner::LimitMethod::kFormula;
+      },
+      "formula (default): the model's variance formulas; empirical: from the errors of forecasts made at every "
+      "origin of the fit range");
   fc->callback([&loader] { guarded("forecast", [&] { forecast_command(forecast_options, loader); }); });
 }

@@ -118,17 +118,14 @@ SeriesOutcome run_one(const Runner& runner, const Plan& plan, const std::string&
     const CsvSeries series = parse_raw_series(raw, path, plan.units);
     raw = RawSeries{};
     o.read_seconds = seconds_since(t0);
+    const auto t1 = std::chrono::steady_clock::now();
     if (plan.forecast) {
       o.result = runner.forecast(plan, series, saved);
-      o.read_seconds += o.result.prepare_seconds;
-      o.fit_seconds = o.result.fit_seconds;
-      o.forecast_seconds = o.result.forecast_seconds;
     } else {
-      const auto t1 = std::chrono::steady_clock::now();
       o.result.fit = runner.fit(plan, series);
       o.result.fitted = true;
-      o.fit_seconds = seconds_since(t1);
     }
+    o.run_seconds = seconds_since(t1);
     o.ok = true;
   } catch (const RunError& e) {
     o.reason = e.what();

@@ -31,10 +31,10 @@ struct SeriesOutcome {
   std::string reason;    // why it failed, naming file, line and field where known
   int return_code = 0;   // the method's return code, when a method failed
   ForecastResult result; // result.fit for a fit; the table too for a forecast
-  // Seconds spent on this series: reading its rows, the fit, the forecast.
+  // Seconds spent on this series: reading its rows as times and values, and
+  // running it through the plan.
   double read_seconds = 0.0;
-  double fit_seconds = 0.0;
-  double forecast_seconds = 0.0;
+  double run_seconds = 0.0;
   // Text a front end prepared from the outcome on the worker thread
   // (BatchOptions::prepare), written later in key order.
   std::string prepared;

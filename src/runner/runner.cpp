@@ -3,16 +3,19 @@
 // forecast methods called, and their answers read back into plain results.
 #include "runner/runner.h"
 
+#include <algorithm>
 #include <cctype>
-#include <chrono>
 #include <fstream>
 #include <iostream>
+#include <memory>
 
 #include <fmt/format.h>
 
 #include "host/host.h"
 #include "host/time_text.h"
+#include "module/win_model.h"
 #include "primitives/primitives.h"
+#include "runner/model_checks.h"
 
 namespace esf::runner {
 namespace {
@@ -23,18 +26,28 @@ using Json = nlohmann::ordered_json;
 constexpr const char* kTableLibref = "ESFMEM";
 constexpr const char* kTableName = "ESFMEM.FORECAST";
 
+// The calendar routines of the loaded image that placing a series needs.
+struct ModuleCalendar {
+  explicit ModuleCalendar(Loader& loader)
+      : zintstr(loader.symbol<int(tchar*, int, INTERVAL*)>("zintstr")),
+        zintnx2(loader.symbol<double(INTERVAL*, double, double)>("zintnx2")),
+        zintck2(loader.symbol<double(INTERVAL*, double, double)>("zintck2")) {}
+  int (*zintstr)(tchar*, int, INTERVAL*);
+  double (*zintnx2)(INTERVAL*, double, double);
+  double (*zintck2)(INTERVAL*, double, double);
+};
+
 // The length of the seasonal cycle the module gives the interval, when it
 // exports the routine; 0 when unknown.
-int seasons_of(const Plan& plan, INTERVAL* iv, double date) {
-  if (plan.season_fn == nullptr) return 0;
-  INTERVAL cycle{};
-  int n = 0;
-  if (plan.season_fn(iv, date, &cycle, &n) == 0 && n > 0) return n;
+int seasons_of(Loader& loader, INTERVAL* iv, double date) {
+  try {
+    auto* zintsea = loader.symbol<int(INTERVAL*, double, INTERVAL*, int*)>("zintsea");
+    INTERVAL cycle{};
+    int n = 0;
+    if (zintsea(iv, date, &cycle, &n) == 0 && n > 0) return n;
+  } catch (const LoadError&) {
+  }
   return 0;
-}
-
-double seconds_since(std::chrono::steady_clock::time_point t0) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 }
 
 double parse_time_option(const std::string& option, const std::string& text, TimeUnits units) {
@@ -80,6 +93,30 @@ void check_options(const ModelOptions& o, const Family& family) {
     throw RunError(
         fmt::format("--start-factors/--backcast-factors: the {} model has no seasonal factors", family.name));
   }
+  const bool start_given = o.start_level || o.start_trend || !o.start_factors.empty();
+  const bool backcast_given = o.backcast_level || o.backcast_trend || !o.backcast_factors.empty();
+  if (start_given && backcast_given) {
+    throw RunError(
+        "--start-* and --backcast-* contradict each other: start values are used as they stand, so no backward "
+        "pass runs from the backcast values");
+  }
+}
+
+// The bounds of weight k that the options give, or its defaults: 0.001 to
+// 0.999, and 0.9 to 0.999 for the damping weight.
+std::array<double, 2> bounds_of(const ModelOptions& o, int k) {
+  if (o.fixed[k]) return {*o.fixed[k], *o.fixed[k]};
+  if (!o.bounds[k].empty()) return {o.bounds[k][0], o.bounds[k][1]};
+  return {k == kDamping ? 0.9 : 0.001, 0.999};
+}
+
+// Every weight of the family given and the start states complete: a
+// forecast needs no estimation.
+bool nothing_to_estimate(const ModelOptions& o, const Family& family) {
+  for (int k = 0; k < kNumWeightKinds; ++k) {
+    if (family.weights[k] && !o.fixed[k]) return false;
+  }
+  return o.start_level && (!family.trended || o.start_trend) && (!family.seasonal || !o.start_factors.empty());
 }
 
 // ---- Lists -------------------------------------------------------------------
@@ -93,6 +130,10 @@ struct Lists {
   List eval_range = nullptr;
   PlacedSeries placed;
   std::string timeid;
+  int nseasons = 0;    // the cycle sent, 0 when none
+  long fit_first = 0;  // the fit range as indexes into placed.values
+  long fit_last = -1;
+  std::function<double(long)> period;  // start of the i-th period of the series
 
   Lists() = default;
   Lists(const Lists&) = delete;
@@ -118,21 +159,16 @@ void fill_specification(const ModelOptions& o, const Family& family, List spec, 
   using namespace esf::host;
   if (family.type != nullptr) set_text(spec, "TYPE", family.type);
   if (family.code != nullptr) set_text(spec, "CODE", family.code);
-  bool any_bounds = o.no_bounds || o.no_stability;
-  for (int k = 0; k < kNumWeightKinds; ++k) any_bounds = any_bounds || !o.bounds[k].empty() || o.fixed[k].has_value();
-  if (any_bounds) {
-    List wb = add_list(spec, "WEIGHT_BOUNDS");
-    if (o.no_bounds) set_number(wb, "OPTWBND", 0.0);
-    if (o.no_stability) set_number(wb, "OPTWSTB", 0.0);
-    for (int k = 0; k < kNumWeightKinds; ++k) {
-      if (o.fixed[k]) {
-        set_number(wb, kLowerBoundItem[k], *o.fixed[k]);
-        set_number(wb, kUpperBoundItem[k], *o.fixed[k]);
-      } else if (!o.bounds[k].empty()) {
-        set_number(wb, kLowerBoundItem[k], o.bounds[k][0]);
-        set_number(wb, kUpperBoundItem[k], o.bounds[k][1]);
-      }
-    }
+  // Always the whole list, defaults included: the module's defaults without
+  // a list differ from those of a list that lacks an item (the damping
+  // floor), and only a list sets the snap tolerances of the bounds.
+  List wb = add_list(spec, "WEIGHT_BOUNDS");
+  if (o.no_bounds) set_number(wb, "OPTWBND", 0.0);
+  if (o.no_stability) set_number(wb, "OPTWSTB", 0.0);
+  for (int k = 0; k < kNumWeightKinds; ++k) {
+    const std::array<double, 2> b = bounds_of(o, k);
+    set_number(wb, kLowerBoundItem[k], b[0]);
+    set_number(wb, kUpperBoundItem[k], b[1]);
   }
   if (o.start_level || o.start_trend || !o.start_factors.empty()) {
     fill_state(add_list(spec, "STARTVALS"), o.start_level, o.start_trend, o.start_factors);
@@ -162,14 +198,15 @@ void fill_range(List list, const std::string& start_option, const std::string& s
 }
 
 // Places the series and builds the lists of a method call.
-void prepare(const Plan& plan, const CsvSeries& csv, Lists* p) {
+void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   using namespace esf::host;
   const ModelOptions& o = plan.options;
+  ModuleCalendar cal(loader);
   INTERVAL interval = plan.interval;
   INTERVAL* iv = &interval;
   Calendar calendar;
-  calendar.period_start = [&plan, iv](double t) { return plan.period_start_fn(iv, t, 0.0); };
-  calendar.count = [&plan, iv](double from, double to) { return plan.count_fn(iv, from, to); };
+  calendar.period_start = [&cal, iv](double t) { return cal.zintnx2(iv, t, 0.0); };
+  calendar.count = [&cal, iv](double from, double to) { return cal.zintck2(iv, from, to); };
   calendar.is_missing = [](double v) { return esf::is_missing(v) || std::isnan(v); };
   p->placed = place_series(csv, calendar);
 
@@ -183,7 +220,7 @@ void prepare(const Plan& plan, const CsvSeries& csv, Lists* p) {
   set_text(dsinfo, "TIMEID", p->timeid);
   List info = add_list(dsinfo, "INTERVALINFO");
   set_text(info, "INTERVAL", o.interval);
-  const int nseasons = o.nseasons ? *o.nseasons : seasons_of(plan, iv, p->placed.stdate);
+  const int nseasons = o.nseasons ? *o.nseasons : seasons_of(loader, iv, p->placed.stdate);
   if (nseasons > 0) set_integer(info, "NSEASONS", nseasons);
   List data_range = add_list(add_list(p->series, "TIME_RANGES"), "DATA_RANGE");
   set_integer(data_range, "NOBS", static_cast<long>(p->placed.values.size()));
@@ -196,6 +233,53 @@ void prepare(const Plan& plan, const CsvSeries& csv, Lists* p) {
   fill_specification(o, *plan.family, p->spec, plan.forecast);
   fill_range(p->fit_range, "--fit-start", o.fit_start, "--fit-end", o.fit_end, plan.units);
   fill_range(p->eval_range, "--eval-start", o.eval_start, "--eval-end", o.eval_end, plan.units);
+
+  // The fit range as indexes of the placed series.
+  p->nseasons = nseasons;
+  const double stdate = p->placed.stdate;
+  const long n = static_cast<long>(p->placed.values.size());
+  p->period = [cal, interval, stdate](long i) mutable { return cal.zintnx2(&interval, stdate, static_cast<double>(i)); };
+  auto index_of = [&](const std::string& option, const std::string& text) {
+    const double c = cal.zintck2(iv, stdate, parse_time_option(option, text, plan.units));
+    return esf::is_missing(c) ? -1L : static_cast<long>(c);
+  };
+  p->fit_first = o.fit_start.empty() ? 0 : std::clamp(index_of("--fit-start", o.fit_start), 0L, n - 1);
+  p->fit_last = o.fit_end.empty() ? n - 1 : std::clamp(index_of("--fit-end", o.fit_end), -1L, n - 1);
+  if (o.holdout > 0) {
+    if (!o.fit_end.empty() || !o.eval_end.empty()) {
+      throw RunError("--holdout sets the end of the fit and evaluation ranges; give it without --fit-end/--eval-end");
+    }
+    if (o.holdout > n - 2) {
+      throw RunError(fmt::format("--holdout {} leaves fewer than 2 of the {} observations to fit", o.holdout, n));
+    }
+    p->fit_last = n - 1 - o.holdout;
+    const double end = p->period(p->fit_last);
+    set_number(p->fit_range, "ENDDATE", end);
+    set_number(p->eval_range, "ENDDATE", end);
+  }
+}
+
+// The checks of the series against the family, on the fit range.
+SeriesForChecks checks_of(const Plan& plan, const CsvSeries& csv, const Lists& p) {
+  SeriesForChecks c;
+  c.path = csv.path;
+  c.column = csv.var_column;
+  for (long i = p.fit_first; i <= p.fit_last; ++i) {
+    c.values.push_back(p.placed.values[static_cast<std::size_t>(i)]);
+    c.lines.push_back(p.placed.lines[static_cast<std::size_t>(i)]);
+  }
+  c.seasonal = plan.family->seasonal;
+  c.multiplicative = plan.family->code != nullptr && std::string_view(plan.family->code) == "WINTM";
+  c.nseasons = p.nseasons;
+  c.nseasons_given = plan.options.nseasons.has_value();
+  c.interval = plan.options.interval;
+  return c;
+}
+
+void refuse_what_cannot_be_modelled(const Plan& plan, const CsvSeries& csv, const Lists& p) {
+  if (const std::optional<std::string> why = refusal(checks_of(plan, csv, p))) {
+    throw RunError(fmt::format("the {} model cannot be fitted: {}", plan.family->name, *why));
+  }
 }
 
 void switch_trace(Loader& loader, bool on) {
@@ -210,17 +294,21 @@ void switch_trace(Loader& loader, bool on) {
   }
 }
 
-// Runs the fit method on the prepared lists; throws on a failure code.
-void run_fit(Loader& loader, const Family& family, Lists& p) {
+// Runs the fit method on the prepared lists, through the module's routine
+// that also tells how the estimation ended; throws on a failure code.
+FITEND run_fit(Loader& loader, const Family& family, Lists& p) {
   host::MethodCall call;
   call.list(p.series).list(p.spec).list(p.fit_range).list(p.eval_range).list(p.model).number(0);
-  loader.call(family.fit_slot, call);
+  FITEND end{};
+  auto* fit_ended = loader.symbol<int(int, PSCPLIST*, List, FITEND*)>("esf_fit_ended");
+  fit_ended(family.fit_slot, call.plist(), nullptr, &end);
   const int code = call.return_code().value_or(999);
   if (code != 0) {
     throw RunError(
-        fmt::format("the {} fit failed with return code {}: {}", family.name, code, meaning_of_return_code(code)),
+        fmt::format("the {} fit failed: {} (return code {})", family.name, meaning_of_return_code(code), code),
         kExitMethodFailed, code);
   }
+  return end;
 }
 
 // ---- Reading the results ---------------------------------------------------------
@@ -285,30 +373,274 @@ ForecastTable read_table(TimeUnits units) {
   return table;
 }
 
+// Runs the forecast method on the lists of a fitted or given model.
+ForecastTable call_forecast(Loader& loader, const Plan& plan, Lists& p, double cl, int lead) {
+  host::assign_memory_libref(kTableLibref);
+  host::MethodCall call;
+  call.list(p.series).list(p.model).list(p.eval_range).text(kTableName).number(cl).number(lead).number(0);
+  loader.call(plan.family->forecast_slot, call);
+  const int code = call.return_code().value_or(999);
+  if (code != 0) {
+    throw RunError(fmt::format("the {} forecast failed: {} (return code {})", plan.family->name,
+                               meaning_of_return_code(code), code),
+                   kExitMethodFailed, code);
+  }
+  return read_table(plan.units);
+}
+
+// Columns of the table the forecast methods write, by position.
+enum Column { kTime = 0, kActual = 1, kForecast = 2, kUpper = 3, kLower = 4, kResidual = 5, kStd = 6 };
+
+// The weight kinds of a family, in the order of its estimates.
+std::vector<int> weight_kinds(const Family& family) {
+  std::vector<int> kinds;
+  for (int k = 0; k < kNumWeightKinds; ++k) {
+    if (family.weights[k]) kinds.push_back(k);
+  }
+  return kinds;
+}
+
+WeightPosition position_against(double w, const std::array<double, 2>& b, bool bounds_on) {
+  if (b[0] == b[1]) return WeightPosition::kFixed;
+  if (!bounds_on) return WeightPosition::kInside;
+  if (w == b[0]) return WeightPosition::kOnLower;
+  if (w == b[1]) return WeightPosition::kOnUpper;
+  return w < b[0] || w > b[1] ? WeightPosition::kOutside : WeightPosition::kInside;
+}
+
+FitEnd fit_end_of(int how) {
+  switch (how) {
+    case FITEND_CONVERGED:
+      return FitEnd::kConverged;
+    case FITEND_STALLED:
+      return FitEnd::kStalled;
+    case FITEND_ITERATION_LIMIT:
+      return FitEnd::kIterationLimit;
+    case FITEND_EXACT:
+      return FitEnd::kExactFit;
+    default:
+      return FitEnd::kNotEstimated;
+  }
+}
+
+// Bounds and positions of the weights, no t value where a weight sits on a
+// bound or is fixed, and the warning a user must see.
+void read_positions(const Plan& plan, FitResult* r) {
+  const std::vector<int> kinds = weight_kinds(*plan.family);
+  std::string at_bounds;
+  for (std::size_t i = 0; i < r->weights.size() && i < kinds.size(); ++i) {
+    WeightEstimate& w = r->weights[i];
+    const std::array<double, 2> b = bounds_of(plan.options, kinds[i]);
+    w.lower = b[0];
+    w.upper = b[1];
+    w.position = position_against(w.estimate, b, !plan.options.no_bounds);
+    if (w.position != WeightPosition::kInside) w.t_value = kNaN;
+    if (w.position == WeightPosition::kOnLower || w.position == WeightPosition::kOnUpper) {
+      at_bounds += fmt::format("{}{} {}", at_bounds.empty() ? "" : ", ", w.name, describe(w.position));
+    } else if (w.position == WeightPosition::kOutside) {
+      at_bounds += fmt::format("{}{} {} outside its bounds {} to {}", at_bounds.empty() ? "" : ", ", w.name,
+                               w.estimate, b[0], b[1]);
+    }
+  }
+  std::string warning;
+  if (!r->converged()) {
+    warning = fmt::format("the {} fit did not converge: {} ({} iterations)", plan.family->name, describe(r->end),
+                          r->iterations);
+  }
+  if (!at_bounds.empty()) {
+    warning += fmt::format("{}{}", warning.empty() ? fmt::format("the {} fit left ", plan.family->name) : "; ",
+                           at_bounds);
+  }
+  if (!warning.empty()) r->warnings.push_back(warning);
+}
+
+// One fit with its lists, kept for forecasts from it.
+struct Fitted {
+  std::unique_ptr<Lists> lists;
+  FitResult result;
+};
+
+Fitted fit_once(Loader& loader, const Plan& plan, const CsvSeries& csv) {
+  Fitted f;
+  f.lists = std::make_unique<Lists>();
+  Lists& p = *f.lists;
+  prepare(plan, loader, csv, &p);
+  refuse_what_cannot_be_modelled(plan, csv, p);
+  switch_trace(loader, plan.options.trace);
+  const FITEND end = run_fit(loader, *plan.family, p);
+  f.result = read_fit(plan, csv, p);
+  f.result.end = fit_end_of(end.how);
+  f.result.iterations = end.iterations;
+  f.result.nseasons = plan.family->seasonal ? p.nseasons : 0;
+  f.result.fit_first = p.fit_first;
+  f.result.fit_last = p.fit_last;
+  return f;
+}
+
+// The thorough search: the frame run again inside each half of the range of
+// every estimated weight (2^p boxes, so the grid and the steps start from
+// every corner), and the lowest error variance kept among the fits whose
+// weights lie within the bounds asked for.
+Fitted search_boxes(Loader& loader, const Plan& plan, const CsvSeries& csv, Fitted best) {
+  const std::vector<int> kinds = weight_kinds(*plan.family);
+  std::vector<int> free;
+  for (int k : kinds) {
+    const std::array<double, 2> b = bounds_of(plan.options, k);
+    if (b[0] < b[1]) free.push_back(k);
+  }
+  auto within = [&](const FitResult& r) {
+    for (std::size_t i = 0; i < r.weights.size() && i < kinds.size(); ++i) {
+      const std::array<double, 2> b = bounds_of(plan.options, kinds[i]);
+      if (!(r.weights[i].estimate >= b[0] && r.weights[i].estimate <= b[1])) return false;
+    }
+    return std::isfinite(r.error_variance);
+  };
+  bool best_ok = within(best.result);
+  bool from_box = false;
+  for (unsigned mask = 0; mask < (1u << free.size()); ++mask) {
+    Plan box = plan;
+    for (std::size_t j = 0; j < free.size(); ++j) {
+      const std::array<double, 2> b = bounds_of(plan.options, free[j]);
+      const double mid = 0.5 * (b[0] + b[1]);
+      box.options.bounds[free[j]] = (mask >> j) & 1u ? std::vector<double>{mid, b[1]} : std::vector<double>{b[0], mid};
+    }
+    try {
+      Fitted f = fit_once(loader, box, csv);
+      if (!within(f.result)) continue;
+      if (!best_ok || f.result.error_variance < best.result.error_variance) {
+        best = std::move(f);
+        best_ok = true;
+        from_box = true;
+      }
+    } catch (const RunError&) {
+      // A box whose grid finds no start adds nothing.
+    }
+  }
+  if (from_box) {
+    // The model list keeps the bounds asked for, not those of the box.
+    List wb = host::find_list(best.lists->spec, "WEIGHT_BOUNDS");
+    for (int k = 0; k < kNumWeightKinds; ++k) {
+      const std::array<double, 2> b = bounds_of(plan.options, k);
+      host::set_number(wb, kLowerBoundItem[k], b[0]);
+      host::set_number(wb, kUpperBoundItem[k], b[1]);
+    }
+  }
+  best.result.thorough = true;
+  return best;
+}
+
+// The criteria and the accuracy of the one-step errors over the fit range.
+void measure_fit(Loader& loader, const Plan& plan, Fitted& f) {
+  Lists& p = *f.lists;
+  FitResult& r = f.result;
+  const ForecastTable t = call_forecast(loader, plan, p, plan.options.cl, 0);
+  const std::size_t rows = std::min<std::size_t>(t.rows(), static_cast<std::size_t>(p.fit_last - p.fit_first + 1));
+  auto head = [&](Column c) {
+    return std::vector<double>(t.columns[c].values.begin(), t.columns[c].values.begin() + static_cast<long>(rows));
+  };
+  int estimated = 0;
+  for (const WeightEstimate& w : r.weights) estimated += w.position != WeightPosition::kFixed;
+  r.criteria =
+      information_criteria(head(kResidual), parameter_count(estimated, plan.family->trended, r.nseasons));
+  const std::vector<double> fitted(p.placed.values.begin() + p.fit_first, p.placed.values.begin() + p.fit_last + 1);
+  const double scale = seasonal_naive_mae(fitted, p.nseasons > 1 ? p.nseasons : 1);
+  r.fit_accuracy = accuracy(head(kActual), head(kForecast), scale);
+}
+
+// A fit with its report: the thorough search when asked, the check that
+// its results are usable, the model list, the criteria and the warnings.
+Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool keep_model_list) {
+  Fitted f = fit_once(loader, plan, csv);
+  if (plan.options.thorough) f = search_boxes(loader, plan, csv, std::move(f));
+  FitResult& r = f.result;
+  std::vector<std::pair<std::string, double>> numbers;
+  for (const WeightEstimate& w : r.weights) numbers.emplace_back(fmt::format("the {} weight", w.name), w.estimate);
+  numbers.emplace_back("the error variance", r.error_variance);
+  numbers.emplace_back("the end level", r.state.level);
+  if (r.state.has_trend) numbers.emplace_back("the end trend", r.state.trend);
+  for (double v : r.state.factors) numbers.emplace_back("an end seasonal factor", v);
+  if (const std::optional<std::string> why = unusable_result(numbers)) {
+    throw RunError(fmt::format("the {} fit cannot be used: {}", plan.family->name, *why), kExitMethodFailed);
+  }
+  read_positions(plan, &r);
+  if (keep_model_list) r.model_list = host::to_json(f.lists->model);
+  measure_fit(loader, plan, f);
+  return f;
+}
+
 }  // namespace
+
+std::string describe(FitEnd end) {
+  switch (end) {
+    case FitEnd::kNotEstimated:
+      return "not estimated: every weight was given";
+    case FitEnd::kConverged:
+      return "converged";
+    case FitEnd::kStalled:
+      return "stalled: the step could not improve after its halvings";
+    case FitEnd::kIterationLimit:
+      return "stopped at the iteration limit";
+    case FitEnd::kExactFit:
+      return "stopped: the errors vanished before the convergence test was met";
+  }
+  return "";
+}
+
+std::string describe(WeightPosition position) {
+  switch (position) {
+    case WeightPosition::kInside:
+      return "inside its bounds";
+    case WeightPosition::kOnLower:
+      return "on its lower bound";
+    case WeightPosition::kOnUpper:
+      return "on its upper bound";
+    case WeightPosition::kFixed:
+      return "fixed";
+    case WeightPosition::kOutside:
+      return "outside its bounds";
+  }
+  return "";
+}
 
 Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   Plan p;
   p.options = options;
   p.forecast = forecast;
   p.family = find_family(options.model);
-  if (p.family == nullptr) {
-    throw RunError(fmt::format("--model: '{}' is not a model; choose one of {}", options.model, family_names()));
+  const bool automatic = options.model == kAutoModel;
+  if (p.family == nullptr && !automatic) {
+    throw RunError(fmt::format("--model: '{}' is not a model; choose one of {} or {}", options.model,
+                               family_names(), kAutoModel));
   }
   if (forecast && !(options.cl > 0.0 && options.cl < 1.0)) {
     throw RunError(fmt::format("--cl: {} is not a significance level between 0 and 1", options.cl));
   }
-  check_options(options, *p.family);
-  loader_.load();
-  auto* zintstr = loader_.symbol<int(tchar*, int, INTERVAL*)>("zintstr");
-  p.period_start_fn = loader_.symbol<double(INTERVAL*, double, double)>("zintnx2");
-  p.count_fn = loader_.symbol<double(INTERVAL*, double, double)>("zintck2");
-  try {
-    p.season_fn = loader_.symbol<int(INTERVAL*, double, INTERVAL*, int*)>("zintsea");
-  } catch (const LoadError&) {
+  for (double level : options.levels) {
+    if (!(level > 0.0 && level < 100.0)) {
+      throw RunError(fmt::format("--level: {} is not a confidence level in percent between 0 and 100", level));
+    }
   }
+  if (options.holdout < 0) throw RunError(fmt::format("--holdout: {} is below 0", options.holdout));
+  if (automatic) {
+    for (int k = 0; k < kNumWeightKinds; ++k) {
+      if (options.fixed[k] || !options.bounds[k].empty()) {
+        throw RunError(fmt::format("--{}-weight/--{}-bounds: --model auto chooses among families with their own "
+                                   "weights; name a model to set them",
+                                   kWeightWord[k], kWeightWord[k]));
+      }
+    }
+    if (options.start_level || options.start_trend || !options.start_factors.empty() || options.backcast_level ||
+        options.backcast_trend || !options.backcast_factors.empty()) {
+      throw RunError("--start-*/--backcast-*: --model auto chooses the family, whose states these would be; "
+                     "name a model to give them");
+    }
+  } else {
+    check_options(options, *p.family);
+  }
+  loader_.load();
+  ModuleCalendar cal(loader_);
   std::string text = options.interval;
-  const int rc = zintstr(text.data(), static_cast<int>(text.size()), &p.interval);
+  const int rc = cal.zintstr(text.data(), static_cast<int>(text.size()), &p.interval);
   if (rc != 0) {
     throw RunError(fmt::format("--interval: '{}' is not an interval name (parser code {})", options.interval, rc));
   }
@@ -317,25 +649,142 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   return p;
 }
 
-FitResult Runner::fit(const Plan& plan, const CsvSeries& series, bool keep_model_list) const {
-  Lists p;
-  prepare(plan, series, &p);
-  switch_trace(loader_, plan.options.trace);
-  run_fit(loader_, *plan.family, p);
-  FitResult r = read_fit(plan, series, p);
-  if (keep_model_list) r.model_list = host::to_json(p.model);
-  return r;
+// Selection by a criterion of the fit, or by the accuracy on the last
+// observations of the fit range (a season's worth, at least 4).
+AutoChoice Runner::choose(const Plan& plan, const CsvSeries& series) const {
+  AutoChoice c;
+  c.by = plan.options.select;
+  for (const Family& family : families()) {
+    Candidate cand;
+    cand.model = family.name;
+    ModelOptions o = plan.options;
+    o.model = family.name;
+    o.levels.clear();
+    o.limits = LimitMethod::kFormula;
+    try {
+      if (c.by == Selection::kHoldout) {
+        if (c.selection_holdout == 0) {
+          INTERVAL iv = plan.interval;
+          const double first = series.rows.empty() ? 0.0 : series.rows.front().time;
+          const int m = plan.options.nseasons ? *plan.options.nseasons : seasons_of(loader_, &iv, first);
+          c.selection_holdout = std::max(4, m);
+        }
+        o.holdout += static_cast<int>(c.selection_holdout);
+        o.lead = static_cast<int>(c.selection_holdout);
+        const ForecastResult r = forecast(this->plan(o, true), series);
+        cand.criteria = r.fit.criteria;
+        cand.holdout = r.holdout_accuracy;
+        cand.score = r.holdout_accuracy.mase;
+      } else {
+        const FitResult r = fit(this->plan(o, false), series);
+        cand.criteria = r.criteria;
+        cand.score = c.by == Selection::kAic ? r.criteria.aic : c.by == Selection::kBic ? r.criteria.bic
+                                                                                          : r.criteria.aicc;
+      }
+      if (!std::isfinite(cand.score)) cand.refused = "its criterion is undefined on this series";
+    } catch (const RunError& e) {
+      cand.refused = e.what();
+    }
+    c.candidates.push_back(std::move(cand));
+  }
+  const Candidate* best = nullptr;
+  for (const Candidate& cand : c.candidates) {
+    if (cand.refused.empty() && (best == nullptr || cand.score < best->score)) best = &cand;
+  }
+  if (best == nullptr) {
+    std::string why;
+    for (const Candidate& cand : c.candidates) why += fmt::format("; {}: {}", cand.model, cand.refused);
+    throw RunError(fmt::format("--model auto: no family could be fitted{}", why), kExitMethodFailed);
+  }
+  c.chosen = best->model;
+  return c;
 }
 
-ForecastResult Runner::forecast(const Plan& plan, const CsvSeries& series, const SavedModel* saved) const {
-  const ModelOptions& o = plan.options;
-  const auto t0 = std::chrono::steady_clock::now();
-  Lists p;
-  prepare(plan, series, &p);
+namespace {
+
+// The plan of the family --model auto chose, with the choice.
+Plan chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series, std::optional<AutoChoice>* choice) {
+  if (plan.family != nullptr) return plan;
+  *choice = runner.choose(plan, series);
+  ModelOptions o = plan.options;
+  o.model = (*choice)->chosen;
+  return runner.plan(o, plan.forecast);
+}
+
+}  // namespace
+
+FitResult Runner::fit(const Plan& plan_in, const CsvSeries& series, bool keep_model_list) const {
+  std::optional<AutoChoice> choice;
+  const Plan plan = chosen_plan(*this, plan_in, series, &choice);
+  Fitted f = fit_series(loader_, plan, series, keep_model_list);
+  f.result.choice = std::move(choice);
+  return std::move(f.result);
+}
+
+namespace {
+
+// Limits from the errors of forecasts made at every origin of the fit range
+// from its first two cycles (at least 8 observations) on, with the fitted
+// weights and start states: at lead h the half-width is the conformal
+// quantile of the lead-h errors.  The forecast rows get FORECAST plus and
+// minus the half-width of their lead, the observed rows that of lead 1.
+void empirical_limits(Loader& loader, const Plan& plan, Lists& p, ForecastTable& table,
+                      const std::vector<std::pair<std::size_t, double>>& limit_columns,
+                      std::vector<std::string>* warnings) {
+  const long lead = plan.options.lead + plan.options.holdout;
+  const long first_origin = p.fit_first + std::max(8L, 2L * p.nseasons) - 1;
+  std::vector<std::vector<double>> errors(static_cast<std::size_t>(std::max(1L, lead)));
+  for (long origin = first_origin; origin < p.fit_last; ++origin) {
+    host::set_number(p.eval_range, "ENDDATE", p.period(origin));
+    const long ahead = std::min(lead, p.fit_last - origin);
+    const ForecastTable t = call_forecast(loader, plan, p, plan.options.cl, static_cast<int>(ahead));
+    const std::size_t row0 = static_cast<std::size_t>(origin - p.fit_first);
+    for (long h = 1; h <= ahead; ++h) {
+      const std::size_t row = row0 + static_cast<std::size_t>(h);
+      if (row >= t.rows()) break;
+      const double actual = p.placed.values[static_cast<std::size_t>(origin + h)];
+      errors[static_cast<std::size_t>(h - 1)].push_back(t.columns[kForecast].values[row] - actual);
+    }
+  }
+  host::set_number(p.eval_range, "ENDDATE", p.period(p.fit_last));
+
+  const std::size_t observed = static_cast<std::size_t>(p.fit_last - p.fit_first + 1);
+  bool fell_back = false;
+  for (const auto& [upper, level] : limit_columns) {
+    const std::vector<double> w = conformal_half_widths(errors, level);
+    std::vector<double>& u = table.columns[upper].values;
+    std::vector<double>& l = table.columns[upper + 1].values;
+    const std::vector<double>& f = table.columns[kForecast].values;
+    for (std::size_t row = 0; row < table.rows(); ++row) {
+      const std::size_t h = row < observed ? 1 : row - observed + 1;
+      const double half = h - 1 < w.size() ? w[h - 1] : kNaN;
+      if (!std::isfinite(half) || esf::is_missing(f[row])) {
+        fell_back = fell_back || row >= observed;
+        continue;
+      }
+      u[row] = f[row] + half;
+      l[row] = f[row] - half;
+    }
+  }
+  if (fell_back) {
+    warnings->push_back(
+        "--limits empirical: too few rolling-origin errors at some leads for the level asked; those rows keep "
+        "the formula limits");
+  }
+}
+
+}  // namespace
+
+ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, const SavedModel* saved) const {
   ForecastResult result;
-  result.prepare_seconds = seconds_since(t0);
-  const auto t1 = std::chrono::steady_clock::now();
+  std::optional<AutoChoice> choice;
+  const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice);
+  const ModelOptions& o = plan.options;
+  std::unique_ptr<Lists> lists;
   if (saved != nullptr) {
+    lists = std::make_unique<Lists>();
+    Lists& p = *lists;
+    prepare(plan, loader_, series, &p);
     // Forecast from the saved model; ranges given now replace the saved ones.
     host::free_list(p.model);
     p.model = nullptr;
@@ -351,7 +800,8 @@ ForecastResult Runner::forecast(const Plan& plan, const CsvSeries& series, const
     }
     p.fit_range = host::find_list(p.model, "FITRANGE");
     p.eval_range = host::find_list(p.model, "EVALRANGE");
-    const bool ranges_given = !o.fit_start.empty() || !o.fit_end.empty() || !o.eval_start.empty() || !o.eval_end.empty();
+    const bool ranges_given = !o.fit_start.empty() || !o.fit_end.empty() || !o.eval_start.empty() ||
+                              !o.eval_end.empty() || o.holdout > 0;
     if (ranges_given && (p.fit_range == nullptr || p.eval_range == nullptr)) {
       throw RunError(fmt::format("{}: FITRANGE or EVALRANGE holds no list to take the ranges", saved->path));
     }
@@ -360,27 +810,74 @@ ForecastResult Runner::forecast(const Plan& plan, const CsvSeries& series, const
     if (p.eval_range == nullptr) p.eval_range = p.spec;
     fill_range(p.fit_range, "--fit-start", o.fit_start, "--fit-end", o.fit_end, plan.units);
     fill_range(p.eval_range, "--eval-start", o.eval_start, "--eval-end", o.eval_end, plan.units);
+    if (o.holdout > 0) {
+      host::set_number(p.fit_range, "ENDDATE", p.period(p.fit_last));
+      host::set_number(p.eval_range, "ENDDATE", p.period(p.fit_last));
+    }
+  } else if (nothing_to_estimate(o, *plan.family)) {
+    // Every weight and the start states given: the forecast method runs on
+    // them as they stand, with nothing estimated.
+    lists = std::make_unique<Lists>();
+    prepare(plan, loader_, series, lists.get());
+    refuse_what_cannot_be_modelled(plan, series, *lists);
+    host::add_list(lists->model, "ESTIMATES");
   } else {
-    switch_trace(loader_, o.trace);
-    run_fit(loader_, *plan.family, p);
+    Fitted f = fit_series(loader_, plan, series, false);
+    lists = std::move(f.lists);
     result.fitted = true;
-    result.fit = read_fit(plan, series, p);
+    result.fit = std::move(f.result);
+    result.fit.choice = std::move(choice);
   }
-  result.fit_seconds = seconds_since(t1);
+  Lists& p = *lists;
 
-  const auto t2 = std::chrono::steady_clock::now();
-  host::assign_memory_libref(kTableLibref);
-  host::MethodCall call;
-  call.list(p.series).list(p.model).list(p.eval_range).text(kTableName).number(o.cl).number(o.lead).number(0);
-  loader_.call(plan.family->forecast_slot, call);
-  const int code = call.return_code().value_or(999);
-  if (code != 0) {
-    throw RunError(fmt::format("the {} forecast failed with return code {}: {}", plan.family->name, code,
-                               meaning_of_return_code(code)),
-                   kExitMethodFailed, code);
+  // The table at the first level asked (or at --cl), then a pair of limits
+  // for every further level, from the method run at that level.
+  std::vector<double> cls;
+  for (double level : o.levels) cls.push_back(1.0 - level / 100.0);
+  if (cls.empty()) cls.push_back(o.cl);
+  const int lead = std::max(o.lead, o.holdout);
+  result.table = call_forecast(loader_, plan, p, cls[0], lead);
+  std::vector<std::pair<std::size_t, double>> limit_columns = {{kUpper, 1.0 - cls[0]}};
+  for (std::size_t i = 1; i < cls.size(); ++i) {
+    ForecastTable t = call_forecast(loader_, plan, p, cls[i], lead);
+    const bool present = std::any_of(result.table.columns.begin(), result.table.columns.end(),
+                                     [&](const TableColumn& c) { return c.name == t.columns[kUpper].name; });
+    if (present) continue;
+    limit_columns.emplace_back(result.table.columns.size(), 1.0 - cls[i]);
+    result.table.columns.push_back(std::move(t.columns[kUpper]));
+    result.table.columns.push_back(std::move(t.columns[kLower]));
   }
-  result.table = read_table(plan.units);
-  result.forecast_seconds = seconds_since(t2);
+  if (o.limits == LimitMethod::kEmpirical) {
+    empirical_limits(loader_, plan, p, result.table, limit_columns, &result.warnings);
+  }
+
+  // The held-out observations: their actual values back in the table, and
+  // how the forecasts and limits did on them.
+  if (o.holdout > 0) {
+    result.holdout = o.holdout;
+    const std::size_t first = static_cast<std::size_t>(p.fit_last - p.fit_first + 1);
+    std::vector<double>& actual = result.table.columns[kActual].values;
+    std::vector<double> a, f;
+    for (long h = 0; h < o.holdout; ++h) {
+      const std::size_t row = first + static_cast<std::size_t>(h);
+      if (row >= result.table.rows()) break;
+      const double x = p.placed.values[static_cast<std::size_t>(p.fit_last + 1 + h)];
+      actual[row] = std::isnan(x) ? esf::kMissing : x;
+      a.push_back(x);
+      f.push_back(result.table.columns[kForecast].values[row]);
+    }
+    const std::vector<double> fitted(p.placed.values.begin() + p.fit_first, p.placed.values.begin() + p.fit_last + 1);
+    result.holdout_accuracy = accuracy(a, f, seasonal_naive_mae(fitted, p.nseasons > 1 ? p.nseasons : 1));
+    for (const auto& [upper, level] : limit_columns) {
+      const auto tail = [&](std::size_t c) {
+        const std::vector<double>& v = result.table.columns[c].values;
+        return std::vector<double>(v.begin() + static_cast<long>(first),
+                                   v.begin() + static_cast<long>(std::min(v.size(), first + a.size())));
+      };
+      result.holdout_coverage.emplace_back(result.table.columns[upper].name,
+                                           coverage(a, tail(upper + 1), tail(upper)));
+    }
+  }
   return result;
 }
 
@@ -419,6 +916,16 @@ std::string model_file_text(const FitResult& fit) {
   j["model"] = fit.family->name;
   j["interval"] = fit.interval;
   j["model_list"] = fit.model_list;
+  // How the fit ended, for a reader of the file; a forecast reads only the
+  // model list.
+  Json weights = Json::array();
+  for (const WeightEstimate& w : fit.weights) weights.push_back({{"name", w.name}, {"position", describe(w.position)}});
+  j["fit"] = {{"status", describe(fit.end)},
+              {"converged", fit.converged()},
+              {"iterations", fit.iterations},
+              {"weights", std::move(weights)},
+              {"aicc", std::isfinite(fit.criteria.aicc) ? Json(fit.criteria.aicc) : Json(nullptr)},
+              {"warnings", fit.warnings}};
   return j.dump(2) + "\n";
 }
 

@@ -37,6 +37,7 @@
 #include <nlohmann/json.hpp>
 
 #include "intervals/interval.h"
+#include "runner/accuracy.h"
 #include "module/host_api.h"
 #include "runner/families.h"
 #include "runner/loader.h"
@@ -65,6 +66,30 @@ class RunError : public std::runtime_error {
 
 inline constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
+// How a fit's estimation ended.
+enum class FitEnd {
+  kNotEstimated,    // every weight was given: nothing to estimate
+  kConverged,       // the convergence measure fell to its level
+  kStalled,         // the step could not improve after its halvings
+  kIterationLimit,  // the iterations ran out before convergence
+  kExactFit,        // the errors vanished and the weights stopped moving
+};
+// Where a returned weight stands against its bounds.
+enum class WeightPosition { kInside, kOnLower, kOnUpper, kFixed, kOutside };
+// In words, as reports print them: "converged", "on its lower bound", ...
+std::string describe(FitEnd end);
+std::string describe(WeightPosition position);
+
+// How the limits of a forecast are made.
+enum class LimitMethod {
+  kFormula,    // the variance formulas of the family's forecast method
+  kEmpirical,  // conformal quantiles of rolling-origin forecast errors
+};
+// What --model auto chooses by.
+enum class Selection { kAicc, kAic, kBic, kHoldout };
+// The name a front end passes for automatic selection.
+inline constexpr const char* kAutoModel = "auto";
+
 // The options of a model run, as a front end gathered them.  Times are text
 // (ISO date or datetime, or a number), read in the units of the interval.
 struct ModelOptions {
@@ -84,20 +109,22 @@ struct ModelOptions {
   // Forecasts only.
   int lead = 12;
   double cl = 0.05;
+  std::vector<double> levels;  // confidence levels in percent; the first sets the table's own limits
+  LimitMethod limits = LimitMethod::kFormula;
+  int holdout = 0;  // the last observations kept out of the fit and forecast
+  // Estimation.
+  bool thorough = false;  // start the search from several boxes, keep the best
+  Selection select = Selection::kAicc;
 };
 
 // Options checked once for many series.
 struct Plan {
   ModelOptions options;
-  const Family* family = nullptr;
+  const Family* family = nullptr;  // null for --model auto
   INTERVAL interval{};
   std::string interval_token;  // the interval as the user wrote it
   TimeUnits units = TimeUnits::kDate;
   bool forecast = false;
-  // The calendar routines of the loaded image, looked up once by plan().
-  double (*period_start_fn)(INTERVAL*, double, double) = nullptr;
-  double (*count_fn)(INTERVAL*, double, double) = nullptr;
-  int (*season_fn)(INTERVAL*, double, INTERVAL*, int*) = nullptr;  // null when not exported
 };
 
 struct WeightEstimate {
@@ -105,7 +132,9 @@ struct WeightEstimate {
   std::string label;
   double estimate = kNaN;
   double std_error = kNaN;
-  double t_value = kNaN;
+  double t_value = kNaN;  // NaN for a weight on a bound or fixed
+  WeightPosition position = WeightPosition::kInside;
+  double lower = kNaN, upper = kNaN;  // the bounds the fit honoured
 };
 
 // The smoothed state at the end of the fit range.
@@ -114,6 +143,22 @@ struct SmoothedState {
   bool has_trend = false;
   double trend = kNaN;
   std::vector<double> factors;  // empty without seasons
+};
+
+
+// One family tried by --model auto.
+struct Candidate {
+  std::string model;
+  std::string refused;  // why the family was not tried or failed; empty when fitted
+  Criteria criteria;
+  Accuracy holdout;     // of the selection holdout (--select holdout)
+  double score = kNaN;  // what the choice compared
+};
+struct AutoChoice {
+  Selection by = Selection::kAicc;
+  long selection_holdout = 0;  // observations held out to choose (--select holdout)
+  std::vector<Candidate> candidates;
+  std::string chosen;
 };
 
 // What the fit wrote for one series.  New results go at the end.
@@ -130,7 +175,22 @@ struct FitResult {
   std::vector<std::pair<std::string, double>> statistics;  // FIT_STATS, name and value
   // The whole model list as JSON, when the fit was asked to keep it.
   nlohmann::ordered_json model_list;
+  // How the estimation ended, and its iterations.
+  FitEnd end = FitEnd::kNotEstimated;
+  int iterations = 0;
+  int nseasons = 0;     // the cycle the fit used, 0 without seasons
+  long fit_first = 0;   // the fit range as indexes of the placed series
+  long fit_last = -1;
+  Criteria criteria;    // of the one-step errors over the fit range
+  Accuracy fit_accuracy;
+  bool thorough = false;  // the thorough search chose these weights
+  std::optional<AutoChoice> choice;  // --model auto: the candidates and the choice
+  // One line each: a fit that did not converge, weights on or outside a bound.
+  std::vector<std::string> warnings;
+  bool converged() const { return end == FitEnd::kConverged || end == FitEnd::kNotEstimated; }
 };
+
+
 
 // A column of the forecast table.
 struct TableColumn {
@@ -148,14 +208,15 @@ struct ForecastTable {
 };
 
 struct ForecastResult {
-  bool fitted = false;  // false when the forecast ran from a saved model
+  bool fitted = false;  // false when the forecast ran from a saved model or given weights and states
   FitResult fit;        // meaningful when fitted
   ForecastTable table;
-  // Seconds spent placing the series and building its lists, in the fit
-  // method (with reading its answers) and in the forecast method.
-  double prepare_seconds = 0.0;
-  double fit_seconds = 0.0;
-  double forecast_seconds = 0.0;
+  // --holdout: accuracy over the held-out observations and the share of
+  // them inside each pair of limits (named by the upper limit, "U95").
+  long holdout = 0;
+  Accuracy holdout_accuracy;
+  std::vector<std::pair<std::string, double>> holdout_coverage;
+  std::vector<std::string> warnings;  // limits that fell back on the formulas, ...
 };
 
 // A model list saved by a fit, as read back from its file.
@@ -181,6 +242,9 @@ class Runner {
   // Fits one series and forecasts it, or forecasts it from `saved` without
   // fitting; ranges of the plan replace the saved ones.
   ForecastResult forecast(const Plan& plan, const CsvSeries& series, const SavedModel* saved = nullptr) const;
+
+  // Fits every family the series allows and chooses one by plan.options.select.
+  AutoChoice choose(const Plan& plan, const CsvSeries& series) const;
 
   Loader& loader() const { return loader_; }
 
