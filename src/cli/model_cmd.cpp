@@ -14,6 +14,7 @@
 
 #include "cli/commands.h"
 #include "host/host.h"
+#include "cli/many_series.h"
 #include "runner/runner.h"
 
 namespace {
@@ -28,16 +29,30 @@ struct Options {
   runner::ModelOptions model;
   std::string input;
   std::string id_column;
-  std::string var_column;
+  esf::cli::ManyOptions many;
   // fit
-  bool json = false;
   std::string save_model;
   // forecast
-  std::string output;
   std::string model_file;
+
+  const std::string& var_column() const {
+    static const std::string none;
+    return many.vars.empty() ? none : many.vars.front();
+  }
+  // Whether the file holds many series; the many-series options otherwise
+  // have nothing to act on.
+  bool many_series() {
+    many.id_column = id_column;
+    if (esf::cli::wants_many(many, input)) return true;
+    for (const auto& [given, name] : {std::pair{!many.status.empty(), "--status"},
+                                      {!many.estimates.empty(), "--estimates"}, {many.future_only, "--future-only"}}) {
+      if (given) throw RunError(std::string(name) + " needs a table of many series (--by, or --var repeated)");
+    }
+    return false;
+  }
 };
 
-void add_common_options(CLI::App* cmd, Options& opts, bool model_required) {
+void add_common_options(CLI::App* cmd, Options& opts, bool model_required, bool forecast_command) {
   runner::ModelOptions& o = opts.model;
   auto* model = cmd->add_option("--model", o.model,
                                "Model family: " + runner::family_names() + ", or auto to choose one (see --select)");
@@ -47,7 +62,10 @@ void add_common_options(CLI::App* cmd, Options& opts, bool model_required) {
   cmd->add_option("series", opts.input, "CSV file with a header line, a time ID column and a value column")
       ->required();
   cmd->add_option("--id", opts.id_column, "Column holding the time ID (default: the first)");
-  cmd->add_option("--var", opts.var_column, "Column holding the values (default: the second)");
+  cmd->add_option("--var", opts.many.vars,
+                  "Column holding the values (default: the second); repeat it, or give '*', for a wide table of "
+                  "many series");
+  esf::cli::add_many_options(cmd, opts.many, forecast_command);
   cmd->add_option("--nseasons", o.nseasons, "Length of the seasonal cycle (default: from the interval)");
   for (int k = 0; k < runner::kNumWeightKinds; ++k) {
     const std::string word = runner::kWeightWord[k];
@@ -269,15 +287,21 @@ void write_output(const std::string& path, const std::string& text) {
 
 // ---- Commands ------------------------------------------------------------------------
 
-void fit_command(const Options& o, runner::Loader& loader) {
+void fit_command(Options o, runner::Loader& loader) {
+  if (o.many_series()) {
+    if (!o.save_model.empty()) throw RunError("--save-model keeps the model of one series; it cannot be used with many");
+    const int status = esf::cli::run_many("fit", loader, o.model, false, o.input, o.many, nullptr);
+    if (status != 0) throw CLI::RuntimeError(status);
+    return;
+  }
   runner::Runner run(loader);
   const runner::Plan plan = run.plan(o.model, false);
-  const runner::CsvSeries csv = runner::read_series_csv(o.input, o.id_column, o.var_column, plan.units);
+  const runner::CsvSeries csv = runner::read_series_csv(o.input, o.id_column, o.var_column(), plan.units);
   const runner::FitResult r = run.fit(plan, csv, !o.save_model.empty());
   const Json j = fit_json(r);
   for (const std::string& w : r.warnings) std::cerr << "warning: " << w << '\n';
   if (!o.save_model.empty()) write_output(o.save_model, runner::model_file_text(r));
-  if (o.json) {
+  if (o.many.json) {
     std::cout << j.dump(2) << '\n';
   } else {
     std::cout << fit_table(r);
@@ -288,9 +312,15 @@ void forecast_command(Options o, runner::Loader& loader) {
   std::optional<runner::SavedModel> saved;
   if (!o.model_file.empty()) saved = runner::load_model_file(o.model_file, o.model);
   if (o.model.model.empty()) o.model.model = "simple";
+  if (o.many_series()) {
+    const int status = esf::cli::run_many("forecast", loader, o.model, true, o.input, o.many, saved ? &*saved : nullptr);
+    if (status != 0) throw CLI::RuntimeError(status);
+    return;
+  }
+  if (o.many.json) throw RunError("--json gives JSON lines for a table of many series (--by, or --var repeated)");
   runner::Runner run(loader);
   const runner::Plan plan = run.plan(o.model, true);
-  const runner::CsvSeries csv = runner::read_series_csv(o.input, o.id_column, o.var_column, plan.units);
+  const runner::CsvSeries csv = runner::read_series_csv(o.input, o.id_column, o.var_column(), plan.units);
   const runner::ForecastResult r = run.forecast(plan, csv, saved ? &*saved : nullptr);
   for (const std::string& w : r.fit.warnings) std::cerr << "warning: " << w << '\n';
   for (const std::string& w : r.warnings) std::cerr << "warning: " << w << '\n';
@@ -311,11 +341,11 @@ void forecast_command(Options o, runner::Loader& loader) {
                             std::isnan(share) ? std::string(".") : fmt::format("{:.1f}%", 100.0 * share));
     }
   }
-  if (o.output.empty()) {
+  if (o.many.output.empty()) {
     std::cout << text;
     std::cerr << report;
   } else {
-    write_output(o.output, text);
+    write_output(o.many.output, text);
     std::cout << report;
   }
 }
@@ -340,20 +370,22 @@ void guarded(const char* command, F&& body) {
 void add_model_commands(CLI::App& app, esf::runner::Loader& loader) {
   static Options fit_options;
   CLI::App* fit = app.add_subcommand("fit", "Fit a smoothing model to a series and print the estimates");
-  add_common_options(fit, fit_options, true);
-  fit->add_flag("--json", fit_options.json, "Print the estimates as JSON");
+  add_common_options(fit, fit_options, true, false);
+  fit->add_flag("--json", fit_options.many.json, "Print the estimates as JSON (many series: JSON lines)");
   fit->add_option("--save-model", fit_options.save_model, "Keep the whole fitted model list in this JSON file");
   fit->callback([&loader] { guarded("fit", [&] { fit_command(fit_options, loader); }); });
 
   static Options forecast_options;
   CLI::App* fc = app.add_subcommand("forecast", "Fit a smoothing model and write its forecast table as CSV");
-  add_common_options(fc, forecast_options, false);
+  add_common_options(fc, forecast_options, false, true);
   fc->add_option("--lead", forecast_options.model.lead, "Number of forecasts past the evaluation range")
       ->default_val(12)
       ->check(CLI::NonNegativeNumber);
   fc->add_option("--cl", forecast_options.model.cl, "Significance level of the limits, e.g. 0.05 for 95% limits")
       ->default_val(0.05);
-  fc->add_option("-o,--output", forecast_options.output, "Write the table to this CSV file (default: standard output)");
+  fc->add_option("-o,--output", forecast_options.many.output,
+                 "Write the table to this CSV file (default: standard output)");
+  fc->add_flag("--json", forecast_options.many.json, "Many series: the results as JSON lines, one per series");
   fc->add_option("--model-file", forecast_options.model_file, "Forecast from a model saved by fit --save-model");
   fc->add_option("--level", forecast_options.model.levels,
                  "Confidence levels in percent, e.g. --level 80 95: one pair of limits (U80/L80, U95/L95) each");

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -776,6 +777,7 @@ void empirical_limits(Loader& loader, const Plan& plan, Lists& p, ForecastTable&
 }  // namespace
 
 ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, const SavedModel* saved) const {
+  const auto t0 = std::chrono::steady_clock::now();
   ForecastResult result;
   std::optional<AutoChoice> choice;
   const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice);
@@ -829,6 +831,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
     result.fit.choice = std::move(choice);
   }
   Lists& p = *lists;
+  const auto t1 = std::chrono::steady_clock::now();
+  result.fit_seconds = std::chrono::duration<double>(t1 - t0).count();
 
   // The table at the first level asked (or at --cl), then a pair of limits
   // for every further level, from the method run at that level.
@@ -878,6 +882,7 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
                                            coverage(a, tail(upper + 1), tail(upper)));
     }
   }
+  result.forecast_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t1).count();
   return result;
 }
 
