@@ -90,6 +90,29 @@ TEST(CalendarCli, SingleQueries) {
       {"parse Weekday17w2.2",
        "text=WEEKDAY2.2 intcode=27 units=d intper=2 shiftper=1 nweekday=5 weekend=17 token=Weekday17w2.2"},
       {"parse DTMONTH3.2", "text=DTMONTH3.2 intcode=45 units=s intper=3 shiftper=1 nweekday=0 weekend=- token=DTMONTH3.2"},
+      {"fit 2001-01-01 2001-04-01", "interval=QTR cycle=YEAR nseasons=4 format=YYQC width=6"},
+      {"fit 2001-05-07 2001-05-14", "interval=WEEK.2 cycle=YEAR nseasons=52 format=WEEKDATX width=17"},
+      {"fit 2001-01-01 2001-01-01T06:00", "interval=DTHOUR6 cycle=DTDAY nseasons=4 format=DATETIME width=10"},
+      {"fit 5 8", "interval=OBS3.3 cycle=- nseasons=0 format=F width=6"},
+      {"cycle MONTH", "cycle=YEAR nseasons=12"},
+      {"cycle MONTH 3", "cycle=QTR nseasons=3"},
+      {"cycle MONTH year", "cycle=YEAR nseasons=12"},
+      {"season MONTH 2001-03-15", "season=2 cycle=YEAR nseasons=12 period_start=2001-03-01 cycle_start=2001-01-01"},
+      {"season MONTH 2001-03-15 5", "season=4 cycle=MONTH5 nseasons=5 period_start=2001-03-01 cycle_start=2000-11-01"},
+      {"compare QTR MONTH", "result=3 meaning=every QTR holds 3 MONTH"},
+      {"compare DAY MONTH", "result=-1 meaning=every MONTH holds a whole but varying number of DAY"},
+      {"compare QTR.2 MONTH2", "result=.M meaning=the lengths are not multiples of each other"},
+      // pandas aliases: the periods of pandas' Period of that frequency.
+      {"advance W-SUN 2001-05-09 0", "2001-05-07"},  // weeks end on Sunday
+      {"advance W-WED 2001-05-09 0", "2001-05-03"},
+      {"advance W 2001-05-13 0", "2001-05-07"},
+      {"advance Q-JAN 2001-03-15 0", "2001-02-01"},  // quarters end in January
+      {"advance QS-FEB 2001-01-15 0", "2000-11-01"},
+      {"advance A-JUN 2001-03-15 0", "2000-07-01"},  // years end in June
+      {"advance AS-JUL 2001-08-15 0", "2001-07-01"},
+      {"advance MS 2001-03-15 0", "2001-03-01"},
+      {"advance B 2001-05-12 1", "2001-05-14"},
+      {"count min 2001-01-01T00:00 2001-01-01T01:00", "60"},
   };
   for (const auto& c : cases) {
     const CliRun r = calendar(c.args);
@@ -126,6 +149,11 @@ TEST(CalendarCli, BadInputNamesTheFieldAndFails) {
       {"parse MONTH0", "the multiplier is 0"},
       {"parse WEEKDAY1234567W", "syntax error"},
       {"parse ABCDEFGHIJKLMNOPQRSTUVW", "1 to 21 characters"},
+      {"fit 2001-01-02 2001-01-01", "field 3 (X2): '2001-01-01' must lie at least one unit after '2001-01-02'"},
+      {"cycle MONTH 7.5", "field 3 (NSEASONS): '7.5' is not a number of seasons"},
+      {"cycle MONTH WEEK", "WEEK does not begin and end on MONTH boundaries"},
+      {"season MONTH 2001-03-15 1", "field 4 (NSEASONS)"},
+      {"compare W-FOO MONTH", "field 2 (INTERVAL): 'W-FOO': not a known interval name"},
   };
   for (const auto& c : cases) {
     const CliRun r = calendar(c.args);

@@ -5,8 +5,11 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -194,6 +197,54 @@ TEST_F(ModelCliTest, RowsArePlacedInTheirPeriods) {
   EXPECT_EQ(ja["start"], "1973-01-01");
   EXPECT_EQ(ja["weights"], jb["weights"]);
   EXPECT_EQ(ja["error_variance"], jb["error_variance"]);
+}
+
+// Without --interval the interval comes from the time IDs; a pandas alias
+// stands for the interval of the same periods; dates that don't begin their
+// periods get one remark naming the interval that would fit.
+TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
+  const Outcome inferred = run({"forecast", "--model", "winters", "--lead", "12", example("AirPassengers.csv")});
+  const Outcome given =
+      run({"forecast", "--model", "winters", "--lead", "12", "--interval", "MONTH", example("AirPassengers.csv")});
+  ASSERT_EQ(inferred.status, 0) << inferred.err;
+  EXPECT_EQ(inferred.out, given.out);
+  EXPECT_NE(inferred.err.find("the time IDs fit MONTH"), std::string::npos) << inferred.err;
+
+  std::string mondays = "date,value\n";
+  for (int d = 1; d <= 29; d += 7) mondays += "2001-01-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",1\n";
+  for (int d = 5; d <= 26; d += 7) mondays += "2001-02-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",2\n";
+  write("mondays.csv", mondays);
+  // Working days: Friday to Monday is three days, but one WEEKDAY.
+  write("weekdays.csv", "d,v\n2001-05-03,1\n2001-05-04,2\n2001-05-07,3\n2001-05-08,4\n2001-05-11,5\n");
+  write("hours.csv", "t,v\n2001-01-01T00:00,1\n2001-01-01T01:00,2\n2001-01-01 03:00,3\n");
+  write("mixed.csv", "date,value\n2001-01-01,1\n2001-02-01,2\n2001-02-15,3\n");
+  const struct {
+    std::vector<std::string> args;
+    int status;
+    std::vector<std::string> err;  // parts the messages must hold; none: no remark
+  } cases[] = {
+      {{"--interval", "WEEK.2", "mondays.csv"}, 0, {}},
+      {{"--interval", "W-SUN", "mondays.csv"}, 0, {"--interval W-SUN stands for WEEK.2\n"}},
+      {{"--interval", "WEEK", "mondays.csv"}, 0, {"line 2, column 'date': '2001-01-01' does not begin", "WEEK.2 would fit"}},
+      {{"mondays.csv"}, 0, {"the time IDs fit WEEK.2"}},
+      {{"hours.csv"}, 0, {"the time IDs fit DTHOUR"}},
+      {{"weekdays.csv"}, 0, {"the time IDs fit WEEKDAY:"}},
+      {{"mixed.csv"}, 1, {"no single interval fits", "lines 3 and 4"}},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args = {"fit"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const Outcome r = run(args);
+    SCOPED_TRACE(args.back() + " " + r.err);
+    EXPECT_EQ(r.status, c.status);
+    if (c.err.empty()) {
+      EXPECT_EQ(r.err.find("does not begin"), std::string::npos);
+    }
+    for (const std::string& part : c.err) EXPECT_NE(r.err.find(part), std::string::npos);
+    // One remark at most.
+    const auto first = r.err.find("does not begin");
+    EXPECT_TRUE(first == std::string::npos || r.err.find("does not begin", first + 1) == std::string::npos);
+  }
 }
 
 TEST_F(ModelCliTest, FamiliesByName) {
@@ -456,3 +507,217 @@ TEST_F(ModelCliTest, PoisonedSeriesAreNamedAndTheOthersForecast) {
 }
 
 }  // namespace
+
+// ---- How a fit ended, criteria, refusals, holdout, limits, selection ---------------
+
+// Every fit says how it ended: a weight on a bound has no t value, and a fit
+// that did not converge or left a weight on a bound says so in one warning
+// line, with exit status 0.  The saved model carries the same report, and
+// its end state is the forecast table's last state.
+TEST_F(ModelCliTest, FitsSayHowTheyEnded) {
+  struct Case {
+    const char* file;
+    const char* interval;
+    const char* model;
+    bool converged;
+  };
+  const Case cases[] = {{"USAccDeaths.csv", "MONTH", "damped", false},
+                        {"AirPassengers.csv", "MONTH", "double", true},
+                        {"AirPassengers.csv", "MONTH", "winters", true},
+                        {"UKgas.csv", "QTR", "seasonal", true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.file) + " " + c.model);
+    const Outcome r = run({"fit", "--model", c.model, "--interval", c.interval, "--json", "--save-model", "m.json",
+                           example(c.file)});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const Json j = Json::parse(r.out);
+    EXPECT_EQ(j["fit"]["converged"], c.converged);
+    bool on_bound = false;
+    for (const Json& w : j["weights"]) {
+      const bool inside = w["position"] == "inside its bounds";
+      on_bound = on_bound || !inside;
+      EXPECT_EQ(w["tvalue"].is_null(), !inside) << w;
+    }
+    const bool warned = r.err.find("warning: ") != std::string::npos;
+    EXPECT_EQ(warned, !c.converged || on_bound) << r.err;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), warned ? 1 : 0) << r.err;
+    const Json saved = Json::parse(slurp(dir_ / "m.json"));
+    EXPECT_EQ(saved["fit"]["status"], j["fit"]["status"]);
+
+    const Outcome fc = run({"forecast", "--model-file", "m.json", "--interval", c.interval, "--lead", "0",
+                            example(c.file)});
+    ASSERT_EQ(fc.status, 0) << fc.err;
+    const auto rows = csv_rows(fc.out);
+    EXPECT_EQ(std::stod(rows.back()[7]), j["smoothed_state"]["level"].get<double>());
+  }
+}
+
+// The information criteria follow from the one-step errors of the forecast
+// table: loglik = -n/2 (log(2 pi sse / n) + 1), AIC = -2 loglik + 2k.
+TEST_F(ModelCliTest, CriteriaComeFromTheOneStepErrors) {
+  const Outcome fit = run({"fit", "--model", "winters", "--interval", "MONTH", "--json", example("AirPassengers.csv")});
+  ASSERT_EQ(fit.status, 0) << fit.err;
+  const Json c = Json::parse(fit.out)["criteria"];
+  const Outcome fc = run({"forecast", "--model", "winters", "--interval", "MONTH", "--lead", "0",
+                          example("AirPassengers.csv")});
+  const auto rows = csv_rows(fc.out);
+  double sse = 0.0;
+  for (std::size_t i = 1; i < rows.size(); ++i) sse += std::pow(std::stod(rows[i][5]), 2);
+  const double n = 144.0;
+  const double loglik = -n / 2.0 * (std::log(2.0 * M_PI * sse / n) + 1.0);
+  EXPECT_EQ(c["parameters"], 3 + 1 + 1 + 11 + 1);
+  EXPECT_NEAR(c["loglik"].get<double>(), loglik, 1e-9 * std::fabs(loglik));
+  EXPECT_NEAR(c["aic"].get<double>(), -2.0 * loglik + 2.0 * 17, 1e-9 * std::fabs(loglik));
+  EXPECT_NEAR(Json::parse(fit.out)["accuracy"]["rmse"].get<double>(), std::sqrt(sse / n), 1e-9);
+
+  // A shorter fit range: the criteria count its errors, the evaluation
+  // range runs on to the end of the data.
+  const Outcome part = run({"fit", "--model", "winters", "--interval", "MONTH", "--json", "--fit-end", "1958-12-01",
+                            example("AirPassengers.csv")});
+  ASSERT_EQ(part.status, 0) << part.err;
+  const Json j = Json::parse(part.out);
+  EXPECT_EQ(j["criteria"]["nobs"], 120);
+  EXPECT_EQ(j["accuracy"]["n"], 120);
+  EXPECT_EQ(j["evaluation_accuracy"]["n"], 144);
+}
+
+// The bounds list is always complete: restating the defaults changes nothing.
+TEST_F(ModelCliTest, RestatingDefaultBoundsChangesNothing) {
+  const Outcome plain = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", example("USAccDeaths.csv")});
+  const Outcome restated = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", "--level-bounds",
+                                "0.001,0.999", example("USAccDeaths.csv")});
+  ASSERT_EQ(plain.status, 0) << plain.err;
+  EXPECT_EQ(Json::parse(plain.out)["weights"], Json::parse(restated.out)["weights"]);
+  EXPECT_EQ(Json::parse(plain.out)["error_variance"], Json::parse(restated.out)["error_variance"]);
+}
+
+// What cannot give a meaningful model is refused with the reason, the file
+// and the line; nothing is printed on standard output.
+TEST_F(ModelCliTest, RefusalsSayWhy) {
+  std::string nine = "date,value\n", signs = "date,value\n";
+  const auto rows = example_rows("AirPassengers.csv");
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    if (i < 9) nine += rows[i].first + "," + rows[i].second + "\n";
+    signs += rows[i].first + "," + (i == 4 ? "0" : i == 6 ? "-5" : rows[i].second) + "\n";
+  }
+  std::string years = "date,value\n";
+  for (int y = 1901; y <= 1930; ++y) years += std::to_string(y) + "-01-01," + std::to_string(y % 7 + 10) + "\n";
+  write("nine.csv", nine);
+  write("signs.csv", signs);
+  write("years.csv", years);
+  struct Case {
+    std::vector<std::string> args;
+    const char* says;
+  };
+  const Case cases[] = {
+      {{"fit", "--model", "winters", "--interval", "MONTH", "signs.csv"}, "signs.csv, line 6, field 'value' holds 0"},
+      {{"fit", "--model", "winters", "--interval", "MONTH", "nine.csv"}, "two full cycles"},
+      {{"fit", "--model", "seasonal", "--interval", "YEAR", "years.csv"}, "cycle of at least 2 seasons"},
+      {{"fit", "--model", "winters-additive", "--interval", "MONTH", "--nseasons", "200", example("AirPassengers.csv")},
+       "more than half of the 144 observations"},
+      {{"forecast", "--interval", "MONTH", "--start-level", "100", "--backcast-level", "90", "signs.csv"},
+       "contradict"},
+  };
+  for (const Case& c : cases) {
+    const Outcome r = run(c.args);
+    EXPECT_EQ(r.status, 1) << c.says;
+    EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
+    EXPECT_TRUE(r.out.empty()) << r.out;
+  }
+  // Additive Winters takes the same values.
+  EXPECT_EQ(run({"fit", "--model", "winters-additive", "--interval", "MONTH", "signs.csv"}).status, 0);
+}
+
+// Given every weight and the start state, forecast runs the recursion with
+// nothing estimated: the table is the simple smoothing loop itself.
+TEST_F(ModelCliTest, ForecastFromGivenWeightsAndStatesEstimatesNothing) {
+  write("short.csv", "date,value\n2000-01-01,10\n2000-02-01,14\n2000-03-01,9\n");
+  const Outcome r = run({"forecast", "--model", "simple", "--interval", "MONTH", "--level-weight", "0.25",
+                         "--start-level", "12", "--lead", "2", "short.csv"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const auto rows = csv_rows(r.out);
+  ASSERT_EQ(rows.size(), 1u + 3 + 2);
+  double level = 12.0;
+  const double x[] = {10.0, 14.0, 9.0};
+  for (int t = 0; t < 3; ++t) {
+    EXPECT_NEAR(std::stod(rows[1 + t][2]), level, 1e-12);
+    level = 0.25 * x[t] + 0.75 * level;
+  }
+  EXPECT_NEAR(std::stod(rows[4][2]), level, 1e-12);
+  EXPECT_NEAR(std::stod(rows[5][2]), level, 1e-12);
+}
+
+// --holdout keeps the held-out actual values in the table and reports the
+// accuracy and the coverage of every pair of limits; --level adds one pair
+// per level; --model auto prints its candidates and the choice.
+TEST_F(ModelCliTest, AutoHoldoutAndLevels) {
+  const Outcome r = run({"forecast", example("AirPassengers.csv"), "--model", "auto", "--interval", "MONTH",
+                         "--holdout", "12", "--level", "80", "95"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const auto rows = csv_rows(r.out);
+  ASSERT_EQ(rows.size(), 1u + 144);
+  EXPECT_EQ(rows[0][3], "U80");
+  EXPECT_EQ(rows[0][4], "L80");
+  EXPECT_EQ(rows[0][rows[0].size() - 2], "U95");
+  EXPECT_EQ(rows[0].back(), "L95");
+  const auto data = example_rows("AirPassengers.csv");
+  for (std::size_t i = 133; i <= 144; ++i) {
+    EXPECT_EQ(std::stod(rows[i][1]), std::stod(data[i - 1].second));
+    EXPECT_TRUE(rows[i][5].empty());  // no residual in a forecast row
+    EXPECT_LT(std::stod(rows[i][3]), std::stod(rows[i][rows[0].size() - 2]));
+  }
+  for (const char* says : {"Model selection by AICc", "<- chosen", "12 held-out", "inside U80/L80",
+                           "inside U95/L95", "sMAPE"}) {
+    EXPECT_NE(r.err.find(says), std::string::npos) << says << "\n" << r.err;
+  }
+
+  // Empirical limits replace the limit columns only.
+  const Outcome e = run({"forecast", example("AirPassengers.csv"), "--model", "winters", "--interval", "MONTH",
+                         "--lead", "6", "--limits", "empirical"});
+  const Outcome f = run({"forecast", example("AirPassengers.csv"), "--model", "winters", "--interval", "MONTH",
+                         "--lead", "6"});
+  ASSERT_EQ(e.status, 0) << e.err;
+  const auto er = csv_rows(e.out), fr = csv_rows(f.out);
+  ASSERT_EQ(er.size(), fr.size());
+  for (std::size_t i = 1; i < er.size(); ++i) {
+    EXPECT_EQ(er[i][2], fr[i][2]);
+    EXPECT_NEAR(std::stod(er[i][3]) - std::stod(er[i][2]), std::stod(er[i][2]) - std::stod(er[i][4]), 1e-9);
+  }
+  EXPECT_NE(er.back()[3], fr.back()[3]);
+}
+
+// The thorough search keeps the lowest error variance among starts from
+// every corner, never above the frame's, and inside the bounds.
+TEST_F(ModelCliTest, ThoroughSearchFindsALowerErrorInsideTheBounds) {
+  const Outcome frame = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", example("USAccDeaths.csv")});
+  const Outcome thorough = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", "--search", "thorough",
+                                example("USAccDeaths.csv")});
+  ASSERT_EQ(thorough.status, 0) << thorough.err;
+  const Json a = Json::parse(frame.out), b = Json::parse(thorough.out);
+  EXPECT_LT(b["error_variance"].get<double>(), 0.95 * a["error_variance"].get<double>());
+  EXPECT_EQ(b["fit"]["search"], "thorough");
+  for (const Json& w : b["weights"]) {
+    EXPECT_GE(w["estimate"].get<double>(), w["bounds"][0].get<double>());
+    EXPECT_LE(w["estimate"].get<double>(), w["bounds"][1].get<double>());
+  }
+}
+
+// Observation numbers with a cycle: the seasons are numbered cyclically from
+// the first observation, so a monthly series starting in January fits as it
+// does under MONTH.
+TEST_F(ModelCliTest, ObservationNumbersWithACycleFitAsTheCalendarDoes) {
+  std::string numbered = "t,value\n";
+  int t = 0;
+  for (const auto& [d, v] : example_rows("AirPassengers.csv")) numbered += std::to_string(++t) + "," + v + "\n";
+  write("numbered.csv", numbered);
+  for (const char* model : {"seasonal", "winters", "winters-additive"}) {
+    SCOPED_TRACE(model);
+    const Outcome obs = run({"fit", "--model", model, "--interval", "OBS", "--nseasons", "12", "--json", "numbered.csv"});
+    const Outcome month = run({"fit", "--model", model, "--interval", "MONTH", "--json", example("AirPassengers.csv")});
+    ASSERT_EQ(obs.status, 0) << obs.err;
+    const Json a = Json::parse(obs.out), b = Json::parse(month.out);
+    EXPECT_EQ(a["weights"], b["weights"]);
+    EXPECT_EQ(a["error_variance"], b["error_variance"]);
+    EXPECT_EQ(a["smoothed_state"], b["smoothed_state"]);
+  }
+}

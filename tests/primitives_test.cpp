@@ -164,6 +164,7 @@ TEST(Finders, FirstOccurrenceWithinTheLength) {
   EXPECT_EQ(wzstndx("ABABAB", 6, "BAB", -1), 1);  // tlen -1: up to the NUL
   EXPECT_EQ(wzstndx("ABC", 3, "ABCD", 4), -1);
   EXPECT_EQ(wzstndx("ABC", 2, "C", 1), -1);       // only slen bytes are searched
+  EXPECT_EQ(wzstndx("ABC", 3, "BC", 2), 1);        // a match that ends the text
   EXPECT_EQ(wzbcup("abc", "ABD", 3), 'C' - 'D');
   EXPECT_EQ(wzbcup("a[", "A{", 2), '[' - '{');    // not letters: no folding
   for (int num : {0, -7, INT_MAX, INT_MIN}) {

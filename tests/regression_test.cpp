@@ -355,14 +355,18 @@ TEST_F(RegressionEdge, EverySeasonWithOnePointIsAReducedFit) {
   EXPECT_DOUBLE_EQ(sdm[1], 2.0);
 }
 
-// The seasonal factors are ratios to the common line; a line at zero gives
-// no ratios, and every factor is 1.
-TEST_F(RegressionEdge, FactorsOfAZeroLineAreOne) {
-  std::vector<double> y(12, 0.0);
+// The seasonal factors are ratios to the common line at t = 1; where that
+// line is zero there are no ratios, and every factor is 1 whatever the
+// seasons' own lines.
+TEST_F(RegressionEdge, FactorsOfALineThroughZeroAreOne) {
+  std::vector<double> y;
+  for (int t = 1; t <= 12; ++t) y.push_back((8.0 - 8.0 * t) * (t % 2 == 1 ? 0.5 : 1.5));
   std::vector<char> m(12, 0);
-  double c = 1, t = 1, sd[4] = {};
-  EXPECT_EQ(ztsrsdm(y.data(), m.data(), 12, 4, &c, &t, sd, nullptr), 0);
-  for (double f : sd) EXPECT_EQ(f, 1.0);
+  double c = 1, t = 1, sd[2] = {};
+  EXPECT_EQ(ztsrsdm(y.data(), m.data(), 12, 2, &c, &t, sd, nullptr), 0);
+  EXPECT_EQ(c + t, 0.0);
+  EXPECT_EQ(sd[0], 1.0);
+  EXPECT_EQ(sd[1], 1.0);
 }
 
 TEST_F(RegressionEdge, NoMemoryLeavesOutputsMissingAndReturnsEveryBlock) {

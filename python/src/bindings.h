@@ -8,5 +8,7 @@ namespace esf::python {
 
 // Calendar arithmetic on arrays: count, advance, season, describe, default_format.
 void bind_calendar(pybind11::module_& m);
+// Many series through the runner: run, families.
+void bind_forecast(pybind11::module_& m);
 
 }  // namespace esf::python

@@ -8,4 +8,5 @@
 PYBIND11_MODULE(_core, m) {
   m.doc() = "Compiled routines of esforecast; use the esforecast package instead.";
   esf::python::bind_calendar(m);
+  esf::python::bind_forecast(m);
 }

@@ -3,6 +3,8 @@ import pandas as pd
 import pytest
 
 import esforecast.calendar as cal
+from esforecast import interval_of_frequency
+from esforecast.calendar import parse
 
 RNG = np.random.default_rng(20011)
 # Random days from 1750 to 2200: 40 years either way stays inside pandas' nanosecond range.
@@ -19,8 +21,10 @@ PERIODS = [
     ("QTR.2", "Q-JAN"),
     ("YEAR", "A-DEC"),
     ("YEAR.7", "A-JUN"),
-    ("DTHOUR", "H"),
-    ("DTMINUTE", "T"),
+    ("HOUR", "H"),
+    ("MINUTE", "T"),
+    ("WEEK.4", "W-TUE"),
+    ("QTR.3", "Q-FEB"),
 ]
 
 
@@ -31,6 +35,7 @@ def stamps(days):
 
 @pytest.mark.parametrize("interval,freq", PERIODS)
 def test_count_and_advance_agree_with_pandas_periods(interval, freq):
+    assert interval_of_frequency(freq) == interval
     x1, x2 = stamps(DAYS), stamps(DAYS[::-1])
     p1 = pd.DatetimeIndex(x1).to_period(freq)
     p2 = pd.DatetimeIndex(x2).to_period(freq)
@@ -39,7 +44,7 @@ def test_count_and_advance_agree_with_pandas_periods(interval, freq):
     moved = p1 + STEPS
     np.testing.assert_array_equal(cal.advance(interval, x1, STEPS), moved.start_time.to_numpy())
     ends = moved.end_time.to_numpy()
-    if interval.startswith("DT"):  # the last second of the period
+    if parse(interval).units == "s":  # the last second of the period
         ends = ends.astype("datetime64[s]").astype("datetime64[ns]")
     else:
         ends = ends.astype("datetime64[D]").astype("datetime64[ns]")
@@ -58,6 +63,25 @@ def test_count_and_advance_agree_with_pandas_periods(interval, freq):
 def test_season_agrees_with_pandas_fields(interval, expected):
     x = stamps(DAYS)
     np.testing.assert_array_equal(cal.season(interval, x), expected(pd.DatetimeIndex(x)))
+
+
+def test_frequencies_anchored_at_a_start():
+    # The periods of QS-FEB begin in February, those of Q-JAN end in January: both are QTR.2.
+    assert [interval_of_frequency(f) for f in ["MS", "QS-FEB", "AS-JUL", "2MS", "15min", "B", "W"]] == [
+        "MONTH", "QTR.2", "YEAR.7", "MONTH2", "MINUTE15", "WEEKDAY", "WEEK.2"]
+
+
+@pytest.mark.parametrize("interval", ["DAY", "WEEK", "MONTH", "QTR", "YEAR", "DTHOUR"])
+def test_fit_finds_an_interval_that_carries_x1_onto_x2(interval):
+    x1 = stamps(DAYS[:500]) if interval.startswith("DT") else DAYS[:500]
+    x2 = cal.advance(interval, x1, 1, align="S")
+    names = cal.fit(x1, x2)
+    assert not any(n is None for n in names)
+    for name in set(names):
+        at = names == name
+        np.testing.assert_array_equal(cal.advance(name, x1[at], 1, align="S"), x2[at])
+    assert cal.fit("2001-01-01", "2001-04-01") == "QTR" and cal.fit("2001-05-07", "2001-05-14") == "WEEK.2"
+    assert cal.fit("2001-05-07", "2001-05-07") is None
 
 
 def test_units_shapes_and_missing_values():

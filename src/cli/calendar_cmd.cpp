@@ -36,6 +36,7 @@
 #include "cli/interval_messages.h"
 #include "common/civil_days.h"
 #include "host/time_text.h"
+#include "runner/interval_names.h"
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 
@@ -46,6 +47,14 @@ using Zinti2sFn = int(char*, int*, INTERVAL*);
 using Zintck2Fn = double(INTERVAL*, double, double);
 using Zintnx3Fn = double(INTERVAL*, double, double, tchar*, INTERVAL*);
 using ZintfmtFn = void(INTERVAL*, char*, short*, short*, short*);
+using ZintfitFn = int(double, double, char*, INTERVAL*, INTINFO*);
+using ZintseaFn = int(INTERVAL*, double, INTERVAL*, int*);
+using ZintseaSetFn = int(INTERVALX*, double, INTERVALX*, int*);
+using ZintscdFn = int(INTERVAL*, double, int, long, int*, int*);
+using ZintmultFn = int(INTERVALX*, int, INTERVALX*, int);
+using ZintnxSeasFn = double(INTERVALX*, double, double, INTERVALX*);
+using ZintnxFn = double(INTERVAL*, double, double);
+using ZintcFn = double(INTERVAL*, INTERVAL*);
 
 // The module routines the command calls, looked up once.
 struct CalendarRoutines {
@@ -55,6 +64,14 @@ struct CalendarRoutines {
   Zintnx3Fn* zintnx3;
   ZintfmtFn* zintfmt;
   ZintfmtFn* zintfmd;
+  ZintfitFn* zintfit;
+  ZintseaFn* zintsea;
+  ZintseaSetFn* zintsea_set;
+  ZintscdFn* zintscd;
+  ZintmultFn* zintmult;
+  ZintnxSeasFn* zintnx_seas;
+  ZintnxFn* zintnx2;
+  ZintcFn* zintc;
 
   explicit CalendarRoutines(esf::runner::Loader& loader)
       : zintstr(loader.symbol<ZintstrFn>("zintstr")),
@@ -62,7 +79,15 @@ struct CalendarRoutines {
         zintck2(loader.symbol<Zintck2Fn>("zintck2")),
         zintnx3(loader.symbol<Zintnx3Fn>("zintnx3")),
         zintfmt(loader.symbol<ZintfmtFn>("zintfmt")),
-        zintfmd(loader.symbol<ZintfmtFn>("zintfmd")) {}
+        zintfmd(loader.symbol<ZintfmtFn>("zintfmd")),
+        zintfit(loader.symbol<ZintfitFn>("zintfit")),
+        zintsea(loader.symbol<ZintseaFn>("zintsea")),
+        zintsea_set(loader.symbol<ZintseaSetFn>("zintsea_set")),
+        zintscd(loader.symbol<ZintscdFn>("zintscd")),
+        zintmult(loader.symbol<ZintmultFn>("zintmult")),
+        zintnx_seas(loader.symbol<ZintnxSeasFn>("zintnx_seas")),
+        zintnx2(loader.symbol<ZintnxFn>("zintnx2")),
+        zintc(loader.symbol<ZintcFn>("zintc")) {}
 };
 
 // A query that can't be answered: the field (counted from 1, the
@@ -159,16 +184,35 @@ class CalendarSession {
   std::string advance(const std::vector<std::string_view>& w);
   std::string describe(const std::vector<std::string_view>& w);
   std::string format(const std::vector<std::string_view>& w);
+  std::string fit(const std::vector<std::string_view>& w);
+  std::string cycle(const std::vector<std::string_view>& w);
+  std::string season(const std::vector<std::string_view>& w);
+  std::string compare(const std::vector<std::string_view>& w);
+  std::string names();
+  // The name of a cycle record and its count: "YEAR nseasons=12".
+  std::string cycle_text(const INTERVAL& cycle, int nseasons) const;
 
   CalendarRoutines fn_;
   bool raw_;
   std::unordered_map<std::string, INTERVAL> cache_;
+  std::unordered_map<std::string, std::string> aliases_told_;
 };
 
 int CalendarSession::parse(std::string_view name, INTERVAL* iv) {
   std::string text(name);
   *iv = INTERVAL{};
-  return fn_.zintstr(text.data(), static_cast<int>(text.size()), iv);
+  const int rc = fn_.zintstr(text.data(), static_cast<int>(text.size()), iv);
+  if (rc == 0) return rc;
+  // A pandas frequency alias stands for the interval of the same periods.
+  std::string meant = esf::runner::interval_of_alias(name);
+  if (meant.empty() || fn_.zintstr(meant.data(), static_cast<int>(meant.size()), iv) != 0) {
+    *iv = INTERVAL{};
+    return rc;
+  }
+  if (aliases_told_.emplace(text, meant).second) {
+    std::cerr << fmt::format("esforecast calendar: {} stands for {}\n", text, meant);
+  }
+  return 0;
 }
 
 const INTERVAL& CalendarSession::interval(std::string_view name, int field) {
@@ -262,13 +306,175 @@ std::string CalendarSession::format(const std::vector<std::string_view>& w) {
   return result;
 }
 
+// ---- Fitting, cycles, seasons, comparison ------------------------------------------
+
+// The name of a record as the library wrote it.
+std::string token_text(const INTERVAL& iv) { return std::string(iv.token, static_cast<std::size_t>(iv.tokenlen)); }
+
+// The units two time texts share: datetimes when either has a time of day,
+// dates when both are dates, observation numbers otherwise.
+char units_of_texts(std::string_view a, std::string_view b) {
+  const auto ta = esf::host::read_time_text(a);
+  const auto tb = esf::host::read_time_text(b);
+  if (ta && tb) return ta->has_time || tb->has_time ? kUnitsDatetime : kUnitsDate;
+  return kUnitsObs;
+}
+
+std::string CalendarSession::cycle_text(const INTERVAL& cycle, int nseasons) const {
+  if (cycle.intcode == kIntNone || nseasons < 1) return "cycle=- nseasons=0";
+  return fmt::format("cycle={} nseasons={}", token_text(cycle), nseasons);
+}
+
+std::string CalendarSession::fit(const std::vector<std::string_view>& w) {
+  expect_words(w, 3, 3, "X1 X2");
+  INTERVAL units{};
+  units.units = units_of_texts(w[1], w[2]);
+  const double x1 = read_time(w[1], units, 2, "X1");
+  const double x2 = read_time(w[2], units, 3, "X2");
+  INTERVAL iv{};
+  INTINFO info{};
+  char u = units.units;
+  switch (fn_.zintfit(x1, x2, &u, &iv, &info)) {
+    case 0: break;
+    case 2: throw QueryError{esf::is_missing(x1) ? 2 : 3, esf::is_missing(x1) ? "X1" : "X2", "a missing value fits no interval"};
+    case 3: throw QueryError{3, "X2", fmt::format("'{}' must lie at least one unit after '{}'", w[2], w[1])};
+    default: throw QueryError{3, "X2", fmt::format("no interval carries '{}' onto '{}'", w[1], w[2])};
+  }
+  return fmt::format("interval={} {} format={} width={}", token_text(iv), cycle_text(info.sinterval, info.nseasons),
+                     std::string(info.format, static_cast<std::size_t>(info.formatl)), info.formatw);
+}
+
+std::string CalendarSession::cycle(const std::vector<std::string_view>& w) {
+  expect_words(w, 2, 3, "INTERVAL [NSEASONS | CYCLE]");
+  INTERVALX iv{};
+  static_cast<INTERVAL&>(iv) = interval(w[1], 2);
+  INTERVALX cycle{};
+  iv.sinterval = &cycle;
+  INTERVALX named{};
+  int nseasons = 0;
+  if (w.size() == 3) {
+    const auto number = parse_number(w[2]);
+    if (number && *number == std::floor(*number) && *number >= 1 && *number <= 1e6) {
+      nseasons = static_cast<int>(*number);
+    } else if (!number) {
+      static_cast<INTERVAL&>(named) = interval(w[2], 3);
+    } else {
+      throw QueryError{3, "NSEASONS", fmt::format("'{}' is not a number of seasons from 1 to 1000000", w[2])};
+    }
+  }
+  // Without a count or a cycle, the standard cycle the season codes use.
+  const int rc = w.size() == 3 ? fn_.zintsea_set(&iv, 0.0, &named, &nseasons)
+                               : fn_.zintsea(&iv, 0.0, &cycle, &iv.nseasons);
+  if (w.size() == 2 && rc != 0) {
+    throw QueryError{2, "INTERVAL", fmt::format("{} has no standard seasonal cycle; give NSEASONS or CYCLE", w[1])};
+  }
+  if (rc == 1) throw QueryError{3, "CYCLE", fmt::format("{} does not begin and end on {} boundaries", w[2], w[1])};
+  if (rc == 2) {
+    throw QueryError{3, "NSEASONS", fmt::format("{} does not hold {} in one cycle", w.size() == 3 ? w[2] : "", w[1])};
+  }
+  if (rc != 0) throw QueryError{2, "INTERVAL", fmt::format("{} has no seasonal cycle", w[1])};
+  return cycle_text(cycle, iv.nseasons);
+}
+
+std::string CalendarSession::season(const std::vector<std::string_view>& w) {
+  expect_words(w, 3, 4, "INTERVAL X [NSEASONS]");
+  INTERVALX iv{};
+  static_cast<INTERVAL&>(iv) = interval(w[1], 2);
+  const double x = read_time(w[2], iv, 3, "X");
+  int nseasons = -1;
+  if (w.size() == 4) {
+    const auto number = parse_number(w[3]);
+    if (!number || *number != std::floor(*number) || *number < 2 || *number > 1e6) {
+      throw QueryError{4, "NSEASONS", fmt::format("'{}' is not a number of seasons from 2 to 1000000", w[3])};
+    }
+    nseasons = static_cast<int>(*number);
+  }
+  const double start = fn_.zintnx2(&iv, x, 0.0);
+  if (esf::is_missing(start)) throw QueryError{3, "X", fmt::format("{} cannot place '{}'", w[1], w[2])};
+  // The cycle: the standard one, or the interval nseasons times as long.
+  INTERVALX cycle{};
+  int ns = nseasons;
+  if (nseasons > 0) {
+    fn_.zintmult(&iv, nseasons, &cycle, 0x11);
+  } else if (fn_.zintsea(&iv, start, &cycle, &ns) != 0 || ns < 2) {
+    throw QueryError{2, "INTERVAL", fmt::format("{} has no seasonal cycle; give NSEASONS", w[1])};
+  }
+  int code = 0;
+  int asked = nseasons > 0 ? nseasons : -1;
+  if (fn_.zintscd(&iv, start, nseasons > 0 ? -2 : 0, 1, &code, &asked) != 0) {
+    throw QueryError{3, "X", fmt::format("no season of '{}' under {}", w[2], w[1])};
+  }
+  // Weeks in years and years aligned to weeks begin where their week-years do.
+  const int c = cycle.intcode;
+  const bool weekly = (iv.intcode == kIntWeek && c == kIntYear) || (iv.intcode == kIntWeekv && c == kIntYearv);
+  const double cycle_start = weekly ? fn_.zintnx_seas(&cycle, x, 0.0, &iv) : fn_.zintnx2(&cycle, x, 0.0);
+  return fmt::format("season={} {} period_start={} cycle_start={}", code, cycle_text(cycle, asked),
+                     time_text(start, iv, raw_), time_text(cycle_start, iv, raw_));
+}
+
+// What a comparison result says, in words.
+std::string comparison_meaning(double r, std::string_view a, std::string_view b) {
+  if (esf::is_missing(r)) {
+    switch (esf::missing_kind(r)) {
+      case 2 + ('M' - 'A'): return "the lengths are not multiples of each other";
+      case 2 + ('S' - 'A'): return "the lengths are multiples, but the boundaries do not coincide";
+      case 2 + ('B' - 'A'): return "the two belong to calendars that have no relation";
+      case 2 + ('W' - 'A'): return "two working-day intervals with different weekends do not nest";
+      case 2 + ('E' - 'A'): return "an internal inconsistency in the interval codes";
+      default: return "no relation can be stated";
+    }
+  }
+  if (r == 0.0) return fmt::format("{} and {} are the same interval", a, b);
+  if (r == 1.0) return fmt::format("every {} holds a whole but varying number of {}", a, b);
+  if (r == -1.0) return fmt::format("every {} holds a whole but varying number of {}", b, a);
+  if (r > 0) return fmt::format("every {} holds {} {}", a, number_text(r), b);
+  return fmt::format("every {} holds {} {}", b, number_text(-r), a);
+}
+
+std::string CalendarSession::compare(const std::vector<std::string_view>& w) {
+  expect_words(w, 3, 3, "A B");
+  INTERVAL a = interval(w[1], 2);
+  INTERVAL b = interval(w[2], 3);
+  const double r = fn_.zintc(&a, &b);
+  return fmt::format("result={} meaning={}", number_text(r), comparison_meaning(r, w[1], w[2]));
+}
+
+std::string CalendarSession::names() {
+  std::string out = fmt::format("{:<10} {:<12} {:<30} {:<22} {}\n", "NAME", "EXAMPLE", "CYCLE OF THE EXAMPLE",
+                                "PANDAS", "MEANING");
+  for (const esf::runner::IntervalNameRow& row : esf::runner::interval_names()) {
+    INTERVAL iv{};
+    INTERVAL cycle{};
+    int ns = 0;
+    std::string cyc = "-";
+    if (parse(row.example, &iv) == 0 && fn_.zintsea(&iv, 0.0, &cycle, &ns) == 0 && ns >= 1) {
+      cyc = fmt::format("{} ({} season{})", token_text(cycle), ns, ns == 1 ? "" : "s");
+    }
+    out += fmt::format("{:<10} {:<12} {:<30} {:<22} {}\n", row.name, row.example, cyc,
+                       *row.pandas != 0 ? row.pandas : "-", row.meaning);
+  }
+  out.pop_back();
+  return out;
+}
+
 std::string CalendarSession::answer(const std::vector<std::string_view>& w) {
   if (w.empty()) throw QueryError{1, "OPERATION", "empty query"};
   if (w[0] == "count") return count(w);
   if (w[0] == "advance") return advance(w);
   if (w[0] == "parse") return describe(w);
   if (w[0] == "format") return format(w);
-  throw QueryError{1, "OPERATION", fmt::format("'{}' is not an operation: count, advance, parse or format", w[0])};
+  if (w[0] == "fit") return fit(w);
+  if (w[0] == "cycle") return cycle(w);
+  if (w[0] == "season") return season(w);
+  if (w[0] == "compare") return compare(w);
+  if (w[0] == "names") {
+    expect_words(w, 1, 1, "nothing");
+    return names();
+  }
+  throw QueryError{1, "OPERATION",
+                   fmt::format("'{}' is not an operation: count, advance, parse, format, fit, cycle, season, compare "
+                               "or names",
+                               w[0])};
 }
 
 std::vector<std::string_view> split_words(std::string_view line) {
@@ -332,8 +538,16 @@ void add_calendar_command(CLI::App& app, esf::runner::Loader& loader) {
       "                                M (middle), E (end) or S (same place); default B\n"
       "  parse INTERVAL                the fields of the parsed interval record\n"
       "  format INTERVAL               the default format of the interval and its widths\n"
-      "X is an ISO date (2001-01-31), an ISO datetime (2001-01-31T10:15:00), a plain\n"
-      "number (the raw value) or a missing value (\".\", \".I\").\n"
+      "  fit X1 X2                     the interval that carries X1 onto X2, its cycle and format\n"
+      "  cycle INTERVAL [NSEASONS|CYCLE]  the seasonal cycle, standard or of NSEASONS seasons\n"
+      "  season INTERVAL X [NSEASONS]  the season of X, its cycle and where both begin\n"
+      "  compare A B                   how two intervals nest, in a number and in words\n"
+      "  names                         the interval names, with examples, cycles and pandas aliases\n"
+      "INTERVAL is an interval name (MONTH, QTR.2, WEEKDAY17W, DTHOUR, ...) or a pandas\n"
+      "frequency alias (D, B, W-SUN, MS, Q-JAN, A-JUN, H, min, ...), which is told on\n"
+      "standard error as the interval it stands for.\n"
+      "X is a date (2001-01-31, 2001-01), a datetime (2001-01-31T10:15:00), a plain\n"
+      "number (the raw value) or a missing value (\".\", \".I\", NA).\n"
       "Without an operation, queries are read from standard input, one per line in the\n"
       "same word order, and answered one per line; a bad line is answered 'error: ...'.");
   auto raw = std::make_shared<bool>(false);

@@ -246,6 +246,7 @@ bool wants_many(const ManyOptions& o, const std::string& input) {
 int run_many(const char* command, runner::Loader& loader, const runner::ModelOptions& model, bool forecast,
              const std::string& input, const ManyOptions& o, const runner::SavedModel* saved) {
   if (model.trace) throw runner::RunError("--trace follows one series; it cannot be used with many");
+  if (model.interval.empty()) throw runner::RunError("--interval: a table of many series needs the interval named");
   runner::TableLayout layout{o.by, o.id_column, o.vars};
   if (layout.by.empty() && layout.vars.empty()) layout = {{"unique_id"}, "ds", {"y"}};
   runner::Runner run(loader);

@@ -57,8 +57,9 @@ void add_common_options(CLI::App* cmd, Options& opts, bool model_required, bool 
   auto* model = cmd->add_option("--model", o.model,
                                "Model family: " + runner::family_names() + ", or auto to choose one (see --select)");
   if (model_required) model->default_val("simple");
-  cmd->add_option("--interval", o.interval, "Interval of the series, such as MONTH, QTR, WEEK, DAY, DTHOUR, OBS")
-      ->required();
+  cmd->add_option("--interval", o.interval,
+                  "Interval of the series, such as MONTH, QTR, WEEK.2, DAY, DTHOUR, OBS, or a pandas alias (MS, W-SUN, "
+                  "Q-JAN, ...); default: the interval that fits the time IDs");
   cmd->add_option("series", opts.input, "CSV file with a header line, a time ID column and a value column")
       ->required();
   cmd->add_option("--id", opts.id_column, "Column holding the time ID (default: the first)");
@@ -193,6 +194,7 @@ Json fit_json(const runner::FitResult& r) {
   out["criteria"] = {{"nobs", c.n},         {"parameters", c.k},      {"loglik", number_json(c.loglik)},
                      {"aic", number_json(c.aic)}, {"aicc", number_json(c.aicc)}, {"bic", number_json(c.bic)}};
   out["accuracy"] = accuracy_json(r.fit_accuracy);
+  out["evaluation_accuracy"] = accuracy_json(r.eval_accuracy);
   if (r.choice) out["selection"] = choice_json(*r.choice);
   out["warnings"] = r.warnings;
   return out;
@@ -246,6 +248,7 @@ std::string fit_table(const runner::FitResult& r) {
                      number_text(c.loglik, 3), number_text(c.aic, 3), number_text(c.aicc, 3), number_text(c.bic, 3),
                      c.n, c.k);
   out += "One-step accuracy over the fit range\n" + accuracy_lines(r.fit_accuracy);
+  out += "One-step accuracy over the evaluation range\n" + accuracy_lines(r.eval_accuracy);
   out += "\nSmoothed state at the end of the fit range\n";
   out += fmt::format("  {:<8} {}\n", "level", number_text(r.state.level, 6));
   if (r.state.has_trend) out += fmt::format("  {:<8} {}\n", "trend", number_text(r.state.trend, 6));
@@ -287,6 +290,20 @@ void write_output(const std::string& path, const std::string& text) {
 
 // ---- Commands ------------------------------------------------------------------------
 
+// The plan and the series, telling on standard error what interval an alias
+// stands for or the time IDs suggested.
+runner::Plan plan_and_series(runner::Runner& run, const Options& o, bool forecast, runner::CsvSeries* csv) {
+  std::string inferred;
+  runner::Plan plan = run.plan_for_file(o.model, forecast, o.input, o.id_column, o.var_column(), csv, &inferred);
+  if (!inferred.empty()) {
+    std::cerr << fmt::format("esforecast: no --interval given; the time IDs fit {}: using --interval {}\n", inferred,
+                             inferred);
+  } else if (!plan.interval_alias.empty()) {
+    std::cerr << fmt::format("esforecast: --interval {} stands for {}\n", plan.interval_alias, plan.interval_token);
+  }
+  return plan;
+}
+
 void fit_command(Options o, runner::Loader& loader) {
   if (o.many_series()) {
     if (!o.save_model.empty()) throw RunError("--save-model keeps the model of one series; it cannot be used with many");
@@ -295,8 +312,8 @@ void fit_command(Options o, runner::Loader& loader) {
     return;
   }
   runner::Runner run(loader);
-  const runner::Plan plan = run.plan(o.model, false);
-  const runner::CsvSeries csv = runner::read_series_csv(o.input, o.id_column, o.var_column(), plan.units);
+  runner::CsvSeries csv;
+  const runner::Plan plan = plan_and_series(run, o, false, &csv);
   const runner::FitResult r = run.fit(plan, csv, !o.save_model.empty());
   const Json j = fit_json(r);
   for (const std::string& w : r.warnings) std::cerr << "warning: " << w << '\n';
@@ -319,8 +336,8 @@ void forecast_command(Options o, runner::Loader& loader) {
   }
   if (o.many.json) throw RunError("--json gives JSON lines for a table of many series (--by, or --var repeated)");
   runner::Runner run(loader);
-  const runner::Plan plan = run.plan(o.model, true);
-  const runner::CsvSeries csv = runner::read_series_csv(o.input, o.id_column, o.var_column(), plan.units);
+  runner::CsvSeries csv;
+  const runner::Plan plan = plan_and_series(run, o, true, &csv);
   const runner::ForecastResult r = run.forecast(plan, csv, saved ? &*saved : nullptr);
   for (const std::string& w : r.fit.warnings) std::cerr << "warning: " << w << '\n';
   for (const std::string& w : r.warnings) std::cerr << "warning: " << w << '\n';

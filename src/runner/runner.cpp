@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <iostream>
 #include <memory>
 
@@ -16,6 +19,8 @@
 #include "host/time_text.h"
 #include "module/win_model.h"
 #include "primitives/primitives.h"
+#include "runner/interval_inference.h"
+#include "runner/interval_names.h"
 #include "runner/model_checks.h"
 
 namespace esf::runner {
@@ -134,6 +139,8 @@ struct Lists {
   int nseasons = 0;    // the cycle sent, 0 when none
   long fit_first = 0;  // the fit range as indexes into placed.values
   long fit_last = -1;
+  long eval_first = 0;  // the evaluation range, the same way
+  long eval_last = -1;
   std::function<double(long)> period;  // start of the i-th period of the series
 
   Lists() = default;
@@ -198,6 +205,63 @@ void fill_range(List list, const std::string& start_option, const std::string& s
   if (!end.empty()) host::set_number(list, "ENDDATE", parse_time_option(end_option, end, units));
 }
 
+// Observation numbers carry no cycle, so the module gives every observation
+// of an OBS series the season 0.  For a cycle of m seasons the series goes to
+// the module under a custom interval of the runner's own instead: one period
+// per observation number, the seasons numbered 1 to m from the first
+// observation on, cyclically.  The table lies in a directory of the process,
+// under the libref ESFOBS, and INTERVALDS maps its name (letters only, as
+// interval names are) to it, beside the mappings the user set.
+class ObservationCycles {
+ public:
+  ~ObservationCycles() {
+    std::error_code ec;
+    if (!dir_.empty()) std::filesystem::remove_all(dir_, ec);
+  }
+
+  std::string interval(double first, long count, int m) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    auto letters = [](long v) {
+      std::string out;
+      for (char c : std::to_string(v)) out += c == '-' ? 'N' : static_cast<char>('A' + (c - '0'));
+      return out;
+    };
+    const std::string member = "OBS" + letters(m) + "Z" + letters(static_cast<long>(first)) + "Z" + letters(count);
+    const std::string name = "ESF" + member;
+    if (mappings_.find(" " + name + "=") != std::string::npos) return name;
+    if (dir_.empty()) {
+      std::string tmpl = (std::filesystem::temp_directory_path() / "esforecast-obs-XXXXXX").string();
+      if (::mkdtemp(tmpl.data()) == nullptr) throw RunError("cannot create a directory for the cycle table");
+      dir_ = tmpl;
+      host::assign_libref("ESFOBS", dir_);
+    }
+    std::string text = "BEGIN,SEASON\n";
+    for (long i = 0; i < count; ++i) text += fmt::format("{},{}\n", static_cast<long>(first) + i, i % m + 1);
+    write_file_atomically((dir_ / (lower(member) + ".csv")).string(), text);
+    mappings_ += " " + name + "=ESFOBS." + member;
+    const char* user = std::getenv("ESF_OPTION_INTERVALDS");
+    std::string theirs = user != nullptr ? user : "";
+    theirs.erase(std::remove(theirs.begin(), theirs.end(), '('), theirs.end());
+    theirs.erase(std::remove(theirs.begin(), theirs.end(), ')'), theirs.end());
+    host::set_option("INTERVALDS", "(" + theirs + mappings_ + ")");
+    return name;
+  }
+
+ private:
+  static std::string lower(std::string s) {
+    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return s;
+  }
+  std::mutex mutex_;
+  std::filesystem::path dir_;
+  std::string mappings_;
+};
+
+ObservationCycles& observation_cycles() {
+  static ObservationCycles cycles;
+  return cycles;
+}
+
 // Places the series and builds the lists of a method call.
 void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   using namespace esf::host;
@@ -223,6 +287,10 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   set_text(info, "INTERVAL", o.interval);
   const int nseasons = o.nseasons ? *o.nseasons : seasons_of(loader, iv, p->placed.stdate);
   if (nseasons > 0) set_integer(info, "NSEASONS", nseasons);
+  if (interval.units == kUnitsObs && interval.intper <= 1 && nseasons > 1 && plan.family->seasonal) {
+    const long periods = static_cast<long>(p->placed.values.size()) + std::max(o.lead, o.holdout) + 2L * nseasons + 16;
+    set_text(info, "INTERVAL", observation_cycles().interval(p->placed.stdate, periods, nseasons));
+  }
   List data_range = add_list(add_list(p->series, "TIME_RANGES"), "DATA_RANGE");
   set_integer(data_range, "NOBS", static_cast<long>(p->placed.values.size()));
   set_number(data_range, "STDATE", p->placed.stdate);
@@ -246,6 +314,8 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   };
   p->fit_first = o.fit_start.empty() ? 0 : std::clamp(index_of("--fit-start", o.fit_start), 0L, n - 1);
   p->fit_last = o.fit_end.empty() ? n - 1 : std::clamp(index_of("--fit-end", o.fit_end), -1L, n - 1);
+  p->eval_first = o.eval_start.empty() ? p->fit_first : std::clamp(index_of("--eval-start", o.eval_start), 0L, n - 1);
+  p->eval_last = o.eval_end.empty() ? n - 1 : std::clamp(index_of("--eval-end", o.eval_end), -1L, n - 1);
   if (o.holdout > 0) {
     if (!o.fit_end.empty() || !o.eval_end.empty()) {
       throw RunError("--holdout sets the end of the fit and evaluation ranges; give it without --fit-end/--eval-end");
@@ -254,6 +324,7 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
       throw RunError(fmt::format("--holdout {} leaves fewer than 2 of the {} observations to fit", o.holdout, n));
     }
     p->fit_last = n - 1 - o.holdout;
+    p->eval_last = p->fit_last;
     const double end = p->period(p->fit_last);
     set_number(p->fit_range, "ENDDATE", end);
     set_number(p->eval_range, "ENDDATE", end);
@@ -546,6 +617,16 @@ void measure_fit(Loader& loader, const Plan& plan, Fitted& f) {
   const std::vector<double> fitted(p.placed.values.begin() + p.fit_first, p.placed.values.begin() + p.fit_last + 1);
   const double scale = seasonal_naive_mae(fitted, p.nseasons > 1 ? p.nseasons : 1);
   r.fit_accuracy = accuracy(head(kActual), head(kForecast), scale);
+  // The one-step errors over the evaluation range, whose rows the table
+  // holds from the start of the fit range on.
+  std::vector<double> a, fc;
+  for (long i = std::max(p.eval_first, p.fit_first); i <= p.eval_last; ++i) {
+    const std::size_t row = static_cast<std::size_t>(i - p.fit_first);
+    if (row >= t.rows()) break;
+    a.push_back(t.columns[kActual].values[row]);
+    fc.push_back(t.columns[kForecast].values[row]);
+  }
+  r.eval_accuracy = accuracy(a, fc, scale);
 }
 
 // A fit with its report: the thorough search when asked, the check that
@@ -643,7 +724,13 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   std::string text = options.interval;
   const int rc = cal.zintstr(text.data(), static_cast<int>(text.size()), &p.interval);
   if (rc != 0) {
-    throw RunError(fmt::format("--interval: '{}' is not an interval name (parser code {})", options.interval, rc));
+    // A pandas frequency alias stands for the interval of the same periods.
+    std::string meant = interval_of_alias(options.interval);
+    if (meant.empty() || cal.zintstr(meant.data(), static_cast<int>(meant.size()), &p.interval) != 0) {
+      throw RunError(fmt::format("--interval: '{}' is not an interval name (parser code {})", options.interval, rc));
+    }
+    p.interval_alias = options.interval;
+    p.options.interval = meant;
   }
   p.interval_token = std::string(p.interval.token, static_cast<std::size_t>(p.interval.tokenlen));
   p.units = time_units_of(p.interval.units);
@@ -714,11 +801,32 @@ Plan chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series
 
 }  // namespace
 
+Plan Runner::plan_for_file(const ModelOptions& options, bool forecast, const std::string& path,
+                           const std::string& id_column, const std::string& var_column, CsvSeries* series,
+                           std::string* inferred) const {
+  if (inferred != nullptr) inferred->clear();
+  if (!options.interval.empty()) {
+    Plan p = plan(options, forecast);
+    *series = read_series_csv(path, id_column, var_column, p.units);
+    return p;
+  }
+  TimeUnits units = TimeUnits::kDate;
+  *series = read_series_any_units(path, id_column, var_column, &units);
+  const Inferred found = infer_interval(loader_, *series, units);
+  if (found.interval.empty()) throw RunError(found.message);
+  ModelOptions with_interval = options;
+  with_interval.interval = found.interval;
+  if (inferred != nullptr) *inferred = found.interval;
+  return plan(with_interval, forecast);
+}
+
 FitResult Runner::fit(const Plan& plan_in, const CsvSeries& series, bool keep_model_list) const {
   std::optional<AutoChoice> choice;
   const Plan plan = chosen_plan(*this, plan_in, series, &choice);
   Fitted f = fit_series(loader_, plan, series, keep_model_list);
   f.result.choice = std::move(choice);
+  const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
+  if (!remark.empty()) f.result.warnings.insert(f.result.warnings.begin(), remark);
   return std::move(f.result);
 }
 
@@ -732,7 +840,7 @@ namespace {
 void empirical_limits(Loader& loader, const Plan& plan, Lists& p, ForecastTable& table,
                       const std::vector<std::pair<std::size_t, double>>& limit_columns,
                       std::vector<std::string>* warnings) {
-  const long lead = plan.options.lead + plan.options.holdout;
+  const long lead = std::max(plan.options.lead, plan.options.holdout);
   const long first_origin = p.fit_first + std::max(8L, 2L * p.nseasons) - 1;
   std::vector<std::vector<double>> errors(static_cast<std::size_t>(std::max(1L, lead)));
   for (long origin = first_origin; origin < p.fit_last; ++origin) {
@@ -782,6 +890,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   std::optional<AutoChoice> choice;
   const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice);
   const ModelOptions& o = plan.options;
+  const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
+  if (!remark.empty()) result.warnings.push_back(remark);
   std::unique_ptr<Lists> lists;
   if (saved != nullptr) {
     lists = std::make_unique<Lists>();
@@ -931,6 +1041,13 @@ std::string model_file_text(const FitResult& fit) {
               {"weights", std::move(weights)},
               {"aicc", std::isfinite(fit.criteria.aicc) ? Json(fit.criteria.aicc) : Json(nullptr)},
               {"warnings", fit.warnings}};
+  if (fit.choice) {
+    Json candidates = Json::array();
+    for (const Candidate& c : fit.choice->candidates) {
+      candidates.push_back({{"model", c.model}, {"score", std::isfinite(c.score) ? Json(c.score) : Json(nullptr)}});
+    }
+    j["selection"] = {{"chosen", fit.choice->chosen}, {"candidates", std::move(candidates)}};
+  }
   return j.dump(2) + "\n";
 }
 

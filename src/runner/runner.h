@@ -122,7 +122,8 @@ struct Plan {
   ModelOptions options;
   const Family* family = nullptr;  // null for --model auto
   INTERVAL interval{};
-  std::string interval_token;  // the interval as the user wrote it
+  std::string interval_token;  // the interval's name ("WEEK.2" for the alias "W-SUN")
+  std::string interval_alias;  // the pandas alias the user wrote, or empty
   TimeUnits units = TimeUnits::kDate;
   bool forecast = false;
 };
@@ -183,6 +184,7 @@ struct FitResult {
   long fit_last = -1;
   Criteria criteria;    // of the one-step errors over the fit range
   Accuracy fit_accuracy;
+  Accuracy eval_accuracy;  // of the one-step errors over the evaluation range
   bool thorough = false;  // the thorough search chose these weights
   std::optional<AutoChoice> choice;  // --model auto: the candidates and the choice
   // One line each: a fit that did not converge, weights on or outside a bound.
@@ -237,6 +239,14 @@ class Runner {
   // Checks the options and parses the interval (loading the module).
   // Throws RunError.
   Plan plan(const ModelOptions& options, bool forecast) const;
+
+  // The plan and the series of a CSV file. Without an interval in the
+  // options the interval comes from the time IDs (infer_interval), and
+  // *inferred names it; when none fits, RunError names two rows. Throws
+  // RunError and CsvError.
+  Plan plan_for_file(const ModelOptions& options, bool forecast, const std::string& path,
+                     const std::string& id_column, const std::string& var_column, CsvSeries* series,
+                     std::string* inferred) const;
 
   // Fits one series.  With keep_model_list the result carries the whole
   // model list.  Throws RunError (a failed fit: kExitMethodFailed) and

@@ -139,7 +139,7 @@ CsvRow parse_csv_row(const std::string& path, long lineno, const std::string& id
   if (!parse_time(row.id_text, units, &row.time)) {
     const std::string want = units == TimeUnits::kNumber ? std::string("a number")
                                                          : fmt::format("a date or datetime ({})", host::kTimeTextForms);
-    throw CsvError(fmt::format("{}: '{}' is not {}", where(path, lineno, id_column), row.id_text, want));
+    throw CsvTimeIdError(fmt::format("{}: '{}' is not {}", where(path, lineno, id_column), row.id_text, want));
   }
   if (!in_calendar_range(row.time, units)) {
     throw CsvError(fmt::format("{}: '{}' lies outside the calendar's dates, {}", where(path, lineno, id_column),

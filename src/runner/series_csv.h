@@ -31,6 +31,12 @@ class CsvError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A time ID that is not a value of the units asked for.
+class CsvTimeIdError : public CsvError {
+ public:
+  using CsvError::CsvError;
+};
+
 // One data row of the file.
 struct CsvRow {
   long line = 0;          // 1-based line number in the file

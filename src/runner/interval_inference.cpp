@@ -1,0 +1,165 @@
+#include "runner/interval_inference.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "host/time_text.h"
+#include "primitives/primitives.h"
+
+namespace esf::runner {
+namespace {
+
+// The calendar routines of the loaded image that inference needs.
+struct Routines {
+  explicit Routines(Loader& loader)
+      : zintfit(loader.symbol<int(double, double, char*, INTERVAL*, INTINFO*)>("zintfit")),
+        zintstr(loader.symbol<int(tchar*, int, INTERVAL*)>("zintstr")),
+        zintnx2(loader.symbol<double(INTERVAL*, double, double)>("zintnx2")),
+        zintck2(loader.symbol<double(INTERVAL*, double, double)>("zintck2")),
+        zintnx3(loader.symbol<double(INTERVAL*, double, double, tchar*, INTERVAL*)>("zintnx3")) {}
+  int (*zintfit)(double, double, char*, INTERVAL*, INTINFO*);
+  int (*zintstr)(tchar*, int, INTERVAL*);
+  double (*zintnx2)(INTERVAL*, double, double);
+  double (*zintck2)(INTERVAL*, double, double);
+  double (*zintnx3)(INTERVAL*, double, double, tchar*, INTERVAL*);
+};
+
+char units_letter(TimeUnits units) {
+  return units == TimeUnits::kDate ? kUnitsDate : units == TimeUnits::kDatetime ? kUnitsDatetime : kUnitsObs;
+}
+
+std::string name_of(const INTERVAL& iv) { return std::string(iv.token, static_cast<std::size_t>(iv.tokenlen)); }
+
+// The rows in time order.
+std::vector<const CsvRow*> in_order(const CsvSeries& series) {
+  std::vector<const CsvRow*> rows;
+  rows.reserve(series.rows.size());
+  for (const CsvRow& r : series.rows) rows.push_back(&r);
+  std::stable_sort(rows.begin(), rows.end(), [](const CsvRow* a, const CsvRow* b) { return a->time < b->time; });
+  return rows;
+}
+
+// The periods `iv` takes from each time ID to the next, summed; -1 when a
+// pair is not a whole number of periods apart with alignment "S", and the
+// index of that pair in *bad.
+double periods_spanned(Routines& fn, INTERVAL iv, const std::vector<const CsvRow*>& rows, std::size_t* bad) {
+  tchar same[2] = {'S', 0};
+  double total = 0.0;
+  for (std::size_t i = 0; i + 1 < rows.size(); ++i) {
+    const double x = rows[i]->time;
+    const double y = rows[i + 1]->time;
+    const double k = fn.zintck2(&iv, x, y);
+    if (esf::is_missing(k) || !(k >= 1.0) || fn.zintnx3(&iv, x, k, same, nullptr) != y) {
+      *bad = i;
+      return -1.0;
+    }
+    total += k;
+  }
+  return total;
+}
+
+Inferred infer(Routines& fn, const std::vector<const CsvRow*>& rows, TimeUnits units, const CsvSeries& series) {
+  Inferred out;
+  if (rows.size() < 2) {
+    out.message = fmt::format("{}: one time ID tells no interval; give --interval", series.path);
+    return out;
+  }
+  // Each neighbouring pair proposes the interval that carries one onto the other.
+  std::vector<INTERVAL> proposals;
+  for (std::size_t i = 0; i + 1 < rows.size(); ++i) {
+    if (rows[i]->time == rows[i + 1]->time) {
+      out.message = fmt::format("{}: lines {} and {}, column '{}': '{}' and '{}' are the same time; no interval fits",
+                                series.path, rows[i]->line, rows[i + 1]->line, series.id_column, rows[i]->id_text,
+                                rows[i + 1]->id_text);
+      return out;
+    }
+    INTERVAL iv{};
+    char u = units_letter(units);
+    if (fn.zintfit(rows[i]->time, rows[i + 1]->time, &u, &iv, nullptr) != 0) continue;
+    const std::string name = name_of(iv);
+    if (std::none_of(proposals.begin(), proposals.end(), [&](const INTERVAL& p) { return name_of(p) == name; })) {
+      proposals.push_back(iv);
+    }
+    if (proposals.size() >= 16) break;  // enough to choose from
+  }
+  double best = -1.0;
+  std::size_t first_bad = 0;
+  for (const INTERVAL& p : proposals) {
+    std::size_t bad = 0;
+    const double total = periods_spanned(fn, p, rows, &bad);
+    if (total >= 0 && (best < 0 || total < best)) {
+      best = total;
+      out.interval = name_of(p);
+    } else if (total < 0 && &p == &proposals.front()) {
+      first_bad = bad;
+    }
+  }
+  if (!out.interval.empty()) return out;
+  const CsvRow* a = rows[first_bad];
+  const CsvRow* b = rows[first_bad + 1];
+  if (proposals.empty()) {
+    out.message = fmt::format("{}: no interval carries line {} ('{}') onto line {} ('{}'); give --interval",
+                              series.path, a->line, a->id_text, b->line, b->id_text);
+  } else {
+    const std::string first = name_of(proposals.front());
+    out.message = fmt::format(
+        "{}: no single interval fits the time IDs: lines {} and {} ('{}' and '{}') are not a whole number of {} "
+        "apart, as other rows are; give --interval",
+        series.path, a->line, b->line, a->id_text, b->id_text, first);
+  }
+  return out;
+}
+
+}  // namespace
+
+CsvSeries read_series_any_units(const std::string& path, const std::string& id_column, const std::string& var_column,
+                                TimeUnits* units) {
+  CsvSeries s;
+  try {
+    s = read_series_csv(path, id_column, var_column, TimeUnits::kDatetime);
+  } catch (const CsvTimeIdError&) {
+    // Not dates: observation numbers, or a message about them.
+    *units = TimeUnits::kNumber;
+    return read_series_csv(path, id_column, var_column, TimeUnits::kNumber);
+  }
+  const bool timed = std::any_of(s.rows.begin(), s.rows.end(), [](const CsvRow& r) {
+    const auto t = host::read_time_text(r.id_text);
+    return t && t->has_time;
+  });
+  *units = timed ? TimeUnits::kDatetime : TimeUnits::kDate;
+  if (!timed) {
+    for (CsvRow& r : s.rows) r.time = std::floor(r.time / 86400.0);
+  }
+  return s;
+}
+
+Inferred infer_interval(Loader& loader, const CsvSeries& series, TimeUnits units) {
+  loader.load();
+  Routines fn(loader);
+  return infer(fn, in_order(series), units, series);
+}
+
+std::string placement_remark(Loader& loader, const CsvSeries& series, TimeUnits units, INTERVAL interval) {
+  Routines fn(loader);
+  const CsvRow* off = nullptr;
+  for (const CsvRow& r : series.rows) {
+    if (fn.zintnx2(&interval, r.time, 0.0) != r.time) {
+      off = &r;
+      break;
+    }
+  }
+  if (off == nullptr) return {};
+  const Inferred fit = infer(fn, in_order(series), units, series);
+  std::string text = fmt::format(
+      "{}: line {}, column '{}': '{}' does not begin a period of {}; each row is placed in the period that holds it",
+      series.path, off->line, series.id_column, off->id_text, name_of(interval));
+  if (!fit.interval.empty() && fit.interval != name_of(interval)) {
+    text += fmt::format(" ({} would fit the time IDs)", fit.interval);
+  }
+  return text;
+}
+
+}  // namespace esf::runner

@@ -1,0 +1,40 @@
+// Finding a series' interval from its time IDs, and telling when a series'
+// dates do not sit where its interval's periods begin.
+//
+//   TimeUnits units;
+//   CsvSeries s = read_series_any_units("air.csv", "", "", &units);
+//   Inferred i = infer_interval(loader, s, units);   // i.interval == "MONTH"
+#pragma once
+
+#include <string>
+
+#include "intervals/interval.h"
+#include "runner/loader.h"
+#include "runner/series_csv.h"
+
+namespace esf::runner {
+
+// Reads a series whose interval is not known yet: numbers as observation
+// numbers, else dates and datetimes; *units is kDate when no time ID has a
+// time of day. Throws CsvError.
+CsvSeries read_series_any_units(const std::string& path, const std::string& id_column, const std::string& var_column,
+                                TimeUnits* units);
+
+struct Inferred {
+  std::string interval;  // the interval's name, e.g. "MONTH" or "WEEK.2"
+  std::string message;   // why no interval fits, naming two rows; empty when one does
+};
+
+// The interval that carries every time ID onto the next one in a whole
+// number of periods, with as few periods as possible: each pair of
+// neighbouring time IDs proposes the interval zintfit finds for it, and the
+// proposal that fits every pair with the fewest periods wins. A series of one
+// time ID, or of IDs with no interval between them, has none.
+Inferred infer_interval(Loader& loader, const CsvSeries& series, TimeUnits units);
+
+// The remark for a series whose time IDs do not all begin a period of
+// `interval`: the first such row and the interval that would fit; empty when
+// every time ID begins its period.
+std::string placement_remark(Loader& loader, const CsvSeries& series, TimeUnits units, INTERVAL interval);
+
+}  // namespace esf::runner
