@@ -117,7 +117,7 @@ def test_pandas_inputs_keep_their_index_and_timezone():
 
 
 def test_errors_name_the_cause():
-    with pytest.raises(ValueError, match="'MONHT': not a known interval name"):
+    with pytest.raises(ValueError, match='"MONHT": not a known interval name'):
         cal.count("MONHT", "2001-01-01", "2001-02-01")
     with pytest.raises(TypeError, match="counts observation numbers"):
         cal.advance("OBS", np.datetime64("2001-01-01"), 1)

@@ -35,6 +35,7 @@
 #include "cli/commands.h"
 #include "cli/interval_messages.h"
 #include "common/civil_days.h"
+#include "host/host.h"
 #include "host/time_text.h"
 #include "runner/interval_names.h"
 #include "intervals/interval.h"
@@ -112,10 +113,10 @@ double read_time(std::string_view text, const INTERVAL& iv, int field, const cha
   if (const auto iso = esf::host::read_time_text(text)) {
     if (iv.units == kUnitsDatetime) return iso->as_datetime();
     if (iv.units == kUnitsDate) return iso->as_date();  // a date interval looks at the day only
-    throw QueryError{field, name, fmt::format("'{}' is a date, but this interval counts plain numbers", text)};
+    throw QueryError{field, name, fmt::format("{} is a date, but this interval counts plain numbers", esf::host::quote_input(text))};
   }
   throw QueryError{field, name,
-                   fmt::format("'{}' is not a date or datetime ({}) or a number", text, esf::host::kTimeTextForms)};
+                   fmt::format("{} is not a date or datetime ({}) or a number", esf::host::quote_input(text), esf::host::kTimeTextForms)};
 }
 
 // ---- Printing values -------------------------------------------------------------
@@ -250,7 +251,7 @@ std::string CalendarSession::advance(const std::vector<std::string_view>& w) {
   } else if (const auto number = parse_number(w[3])) {
     n = *number;
   } else {
-    throw QueryError{4, "N", fmt::format("'{}' is not a number", w[3])};
+    throw QueryError{4, "N", fmt::format("{} is not a number", esf::host::quote_input(w[3]))};
   }
   tchar align[2] = {'B', '\0'};
   if (w.size() == 5) {
@@ -265,7 +266,7 @@ std::string CalendarSession::advance(const std::vector<std::string_view>& w) {
     } else if (word == "S" || word == "SAME") {
       align[0] = 'S';
     } else {
-      throw QueryError{5, "ALIGN", fmt::format("'{}' is not an alignment: B, M, E or S", w[4])};
+      throw QueryError{5, "ALIGN", fmt::format("{} is not an alignment: B, M, E or S", esf::host::quote_input(w[4]))};
     }
   }
   return time_text(fn_.zintnx3(&iv, x, n, align, nullptr), iv, raw_);
@@ -472,9 +473,9 @@ std::string CalendarSession::answer(const std::vector<std::string_view>& w) {
     return names();
   }
   throw QueryError{1, "OPERATION",
-                   fmt::format("'{}' is not an operation: count, advance, parse, format, fit, cycle, season, compare "
+                   fmt::format("{} is not an operation: count, advance, parse, format, fit, cycle, season, compare "
                                "or names",
-                               w[0])};
+                               esf::host::quote_input(w[0]))};
 }
 
 std::vector<std::string_view> split_words(std::string_view line) {
@@ -494,40 +495,40 @@ std::string describe_error(const QueryError& e) {
   return fmt::format("field {} ({}): {}", e.field, e.field_name, e.reason);
 }
 
-// One query per line of standard input, one answer per line of standard
-// output. Returns the number of lines that got an error.
-long run_stream(CalendarSession& session) {
-  std::string out;
-  out.reserve(1 << 17);
+}  // namespace
+
+long esf::cli::answer_calendar_queries(esf::runner::Loader& loader, std::istream& in, std::ostream& out, bool raw) {
+  CalendarSession session(loader, raw);
+  std::string answers;
+  answers.reserve(1 << 17);
   std::string line;
   long line_number = 0;
   long errors = 0;
   std::vector<std::string_view> words;
-  while (std::getline(std::cin, line)) {
+  while (std::getline(in, line)) {
     ++line_number;
     words = split_words(line);
     if (words.empty() || words[0].front() == '#') {
-      out += '\n';  // answers stay aligned with the queries
+      answers += '\n';  // answers stay aligned with the queries
     } else {
       try {
-        out += session.answer(words);
+        answers += session.answer(words);
       } catch (const QueryError& e) {
         ++errors;
-        out += fmt::format("error: line {}, {}", line_number, describe_error(e));
+        answers += fmt::format("error: line {}, {}", line_number, describe_error(e));
       }
-      out += '\n';
+      answers += '\n';
     }
-    if (out.size() >= (1 << 16)) {
-      std::fwrite(out.data(), 1, out.size(), stdout);
-      out.clear();
+    if (answers.size() >= (1 << 16)) {
+      out.write(answers.data(), static_cast<std::streamsize>(answers.size()));
+      answers.clear();
     }
   }
-  std::fwrite(out.data(), 1, out.size(), stdout);
-  std::fflush(stdout);
+  out.write(answers.data(), static_cast<std::streamsize>(answers.size()));
+  out.flush();
   return errors;
 }
 
-}  // namespace
 
 void add_calendar_command(CLI::App& app, esf::runner::Loader& loader) {
   CLI::App* cmd = app.add_subcommand("calendar", "Interval arithmetic on dates");
@@ -564,9 +565,8 @@ void add_calendar_command(CLI::App& app, esf::runner::Loader& loader) {
         words.emplace_back(a);
       }
     }
-    CalendarSession session(loader, *raw);
     if (words.empty()) {
-      const long errors = run_stream(session);
+      const long errors = esf::cli::answer_calendar_queries(loader, std::cin, std::cout, *raw);
       if (errors > 0) {
         std::cerr << fmt::format("esforecast calendar: {} line{} of standard input could not be answered\n", errors,
                                  errors == 1 ? "" : "s");
@@ -574,6 +574,7 @@ void add_calendar_command(CLI::App& app, esf::runner::Loader& loader) {
       }
       return;
     }
+    CalendarSession session(loader, *raw);
     try {
       std::cout << session.answer(words) << '\n';
     } catch (const QueryError& e) {

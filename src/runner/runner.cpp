@@ -22,6 +22,7 @@
 #include "runner/interval_inference.h"
 #include "runner/interval_names.h"
 #include "runner/model_checks.h"
+#include "runner/validate.h"
 
 namespace esf::runner {
 namespace {
@@ -86,10 +87,6 @@ void check_options(const ModelOptions& o, const Family& family) {
     if (given && !family.weights[k]) {
       throw RunError(fmt::format("--{}-weight/--{}-bounds: the {} model has no {} weight", kWeightWord[k],
                                  kWeightWord[k], family.name, kWeightWord[k]));
-    }
-    if (!o.bounds[k].empty() && o.bounds[k][0] > o.bounds[k][1]) {
-      throw RunError(fmt::format("--{}-bounds: the lower bound {} is above the upper bound {}", kWeightWord[k],
-                                 o.bounds[k][0], o.bounds[k][1]));
     }
   }
   if ((o.start_trend || o.backcast_trend) && !family.trended) {
@@ -694,15 +691,7 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
     throw RunError(fmt::format("--model: '{}' is not a model; choose one of {} or {}", options.model,
                                family_names(), kAutoModel));
   }
-  if (forecast && !(options.cl > 0.0 && options.cl < 1.0)) {
-    throw RunError(fmt::format("--cl: {} is not a significance level between 0 and 1", options.cl));
-  }
-  for (double level : options.levels) {
-    if (!(level > 0.0 && level < 100.0)) {
-      throw RunError(fmt::format("--level: {} is not a confidence level in percent between 0 and 100", level));
-    }
-  }
-  if (options.holdout < 0) throw RunError(fmt::format("--holdout: {} is below 0", options.holdout));
+  validate_options(options, p.family, forecast);
   if (automatic) {
     for (int k = 0; k < kNumWeightKinds; ++k) {
       if (options.fixed[k] || !options.bounds[k].empty()) {
@@ -734,6 +723,9 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   }
   p.interval_token = std::string(p.interval.token, static_cast<std::size_t>(p.interval.tokenlen));
   p.units = time_units_of(p.interval.units);
+  if (!options.start_factors.empty() || !options.backcast_factors.empty()) {
+    validate_cycle(options, options.nseasons.value_or(seasons_of(loader_, &p.interval, 0.0)));
+  }
   return p;
 }
 

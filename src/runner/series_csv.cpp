@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "common/civil_days.h"
+#include "host/host.h"
 #include "host/host_dates.h"
 #include "host/time_text.h"
 #include "intervals/interval.h"
@@ -67,7 +68,7 @@ bool split_fields(const std::string& line, std::vector<std::string>* fields) {
 }
 
 std::string where(const std::string& path, long line, const std::string& column) {
-  return fmt::format("{}: line {}, column '{}'", path, line, column);
+  return fmt::format("{}: line {}, column {}", path, line, host::quote_input(column));
 }
 
 }  // namespace
@@ -139,18 +140,19 @@ CsvRow parse_csv_row(const std::string& path, long lineno, const std::string& id
   if (!parse_time(row.id_text, units, &row.time)) {
     const std::string want = units == TimeUnits::kNumber ? std::string("a number")
                                                          : fmt::format("a date or datetime ({})", host::kTimeTextForms);
-    throw CsvTimeIdError(fmt::format("{}: '{}' is not {}", where(path, lineno, id_column), row.id_text, want));
+    throw CsvTimeIdError(
+        fmt::format("{}: {} is not {}", where(path, lineno, id_column), host::quote_input(row.id_text), want));
   }
   if (!in_calendar_range(row.time, units)) {
-    throw CsvError(fmt::format("{}: '{}' lies outside the calendar's dates, {}", where(path, lineno, id_column),
-                               row.id_text, kCalendarRangeText));
+    throw CsvError(fmt::format("{}: {} lies outside the calendar's dates, {}", where(path, lineno, id_column),
+                               host::quote_input(row.id_text), kCalendarRangeText));
   }
   if (host::read_missing_text(value_text)) {
     row.missing = true;
   } else if (const auto number = host::read_number_text(value_text)) {
     row.value = *number;
   } else {
-    throw CsvError(fmt::format("{}: '{}' is not a number", where(path, lineno, var_column), value_text));
+    throw CsvError(fmt::format("{}: {} is not a number", where(path, lineno, var_column), host::quote_input(value_text)));
   }
   return row;
 }
@@ -159,7 +161,11 @@ CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
                           const std::string& var_column, TimeUnits units) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw CsvError(fmt::format("{}: cannot open the file for reading", path));
+  return read_series_csv(in, path, id_column, var_column, units);
+}
 
+CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::string& id_column,
+                          const std::string& var_column, TimeUnits units) {
   CsvSeries series;
   series.path = path;
   std::string line;
@@ -193,13 +199,13 @@ CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
     for (std::size_t k = 0; k < header.size(); ++k) {
       if (header[k] == name) return k;
     }
-    throw CsvError(fmt::format("{}: line {}: no column named '{}' in the header", path, header_line, name));
+    throw CsvError(fmt::format("{}: line {}: no column named {} in the header", path, header_line, host::quote_input(name)));
   };
   const std::size_t id_col = column_index(id_column, 0, "time ID");
   const std::size_t var_col = column_index(var_column, 1, "value");
   if (id_col == var_col) {
-    throw CsvError(fmt::format("{}: line {}: the time ID and the value are the same column '{}'", path,
-                               header_line, header[id_col]));
+    throw CsvError(fmt::format("{}: line {}: the time ID and the value are the same column {}", path,
+                               header_line, host::quote_input(header[id_col])));
   }
   series.id_column = header[id_col];
   series.var_column = header[var_col];
@@ -231,24 +237,31 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
   }
   placed.stdate = calendar.period_start(earliest->time);
   if (calendar.is_missing(placed.stdate)) {
-    throw CsvError(fmt::format("{}: the interval cannot place '{}'",
-                               where(series.path, earliest->line, series.id_column), earliest->id_text));
+    throw CsvError(fmt::format("{}: the interval cannot place {}",
+                               where(series.path, earliest->line, series.id_column), host::quote_input(earliest->id_text)));
   }
   // Period index of every row, from the first period.
   std::map<long, const CsvRow*> by_period;
   long last = 0;
   for (const CsvRow& row : series.rows) {
     const double k = calendar.count(placed.stdate, row.time);
-    if (calendar.is_missing(k) || !std::isfinite(k) || k < 0 || k > 1e9) {
-      throw CsvError(fmt::format("{}: the interval cannot place '{}'",
-                                 where(series.path, row.line, series.id_column), row.id_text));
+    if (calendar.is_missing(k) || !std::isfinite(k) || k < 0) {
+      throw CsvError(fmt::format("{}: the interval cannot place {}",
+                                 where(series.path, row.line, series.id_column), host::quote_input(row.id_text)));
+    }
+    if (k >= static_cast<double>(kMaxSeriesPeriods)) {
+      throw CsvError(fmt::format(
+          "the series spans more than {} periods of the interval, more than memory allows: {}: lines {} and {}, "
+          "column {}: {} and {}",
+          kMaxSeriesPeriods, series.path, earliest->line, row.line, host::quote_input(series.id_column), host::quote_input(earliest->id_text),
+          host::quote_input(row.id_text)));
     }
     const long index = static_cast<long>(k);
     auto [it, inserted] = by_period.emplace(index, &row);
     if (!inserted) {
-      throw CsvError(fmt::format("{}: lines {} and {}, column '{}': '{}' and '{}' fall in the same period",
-                                 series.path, it->second->line, row.line, series.id_column,
-                                 it->second->id_text, row.id_text));
+      throw CsvError(fmt::format("{}: lines {} and {}, column {}: {} and {} fall in the same period",
+                                 series.path, it->second->line, row.line, host::quote_input(series.id_column),
+                                 host::quote_input(it->second->id_text), host::quote_input(row.id_text)));
     }
     if (index > last) last = index;
   }

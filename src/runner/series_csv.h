@@ -8,6 +8,7 @@
 #pragma once
 
 #include <functional>
+#include <istream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -66,6 +67,9 @@ CsvRow parse_csv_row(const std::string& path, long line, const std::string& id_t
 // the first and the second column. Throws CsvError.
 CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
                           const std::string& var_column, TimeUnits units);
+// The same from an open stream; `path` names it in messages.
+CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::string& id_column,
+                          const std::string& var_column, TimeUnits units);
 
 // The series placed on a calendar: values[i] belongs to the i-th period from
 // the one that holds the earliest time ID. A period without a row is missing.
@@ -85,9 +89,14 @@ struct Calendar {
   std::function<bool(double v)> is_missing;
 };
 
+// Periods a series may span from its first row to its last (each period
+// takes a slot in every array of the model, whether it has a row or not).
+inline constexpr long kMaxSeriesPeriods = 10'000'000;
+
 // Places every row in its period. Throws CsvError naming the line when the
-// calendar cannot place a date, and naming both lines when two rows fall in
-// one period.
+// calendar cannot place a date, naming both lines when two rows fall in one
+// period, and naming the first and the last row when the series spans more
+// than kMaxSeriesPeriods periods.
 PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar);
 
 // Text of a time value: an ISO date, an ISO datetime, or a number.
