@@ -49,13 +49,15 @@ std::string csv_line(const std::vector<std::string>& fields) {
 // into place when complete; standard output when the path is empty.
 class Output {
  public:
-  explicit Output(const std::string& path) : path_(path) {
+  // `inputs`: the files the output must not replace.
+  Output(const std::string& path, const std::vector<std::string>& inputs) {
     if (path.empty()) {
       file_ = stdout;
       return;
     }
-    const std::size_t slash = path.find_last_of('/');
-    std::string tmpl = (slash == std::string::npos ? std::string("./") : path.substr(0, slash + 1)) + ".esforecast-XXXXXX";
+    path_ = runner::checked_output_path(path, inputs);
+    const std::size_t slash = path_.find_last_of('/');
+    std::string tmpl = (slash == std::string::npos ? std::string("./") : path_.substr(0, slash + 1)) + ".esforecast-XXXXXX";
     const int fd = ::mkstemp(tmpl.data());
     if (fd < 0) throw runner::RunError(fmt::format("{}: cannot create a file in its directory", path));
     ::fchmod(fd, 0644);
@@ -259,9 +261,11 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
   std::optional<Output> main_out;
   std::optional<Output> estimates_out;
   std::optional<Output> status_out;
-  main_out.emplace(forecast ? o.output : (o.estimates.empty() ? o.output : o.estimates));
-  if (forecast && !o.estimates.empty()) estimates_out.emplace(o.estimates);
-  if (!o.status.empty()) status_out.emplace(o.status);
+  std::vector<std::string> inputs = {input};
+  if (saved != nullptr) inputs.push_back(saved->path);
+  main_out.emplace(forecast ? o.output : (o.estimates.empty() ? o.output : o.estimates), inputs);
+  if (forecast && !o.estimates.empty()) estimates_out.emplace(o.estimates, inputs);
+  if (!o.status.empty()) status_out.emplace(o.status, inputs);
   Output& estimates = forecast ? (estimates_out ? *estimates_out : main_out.value()) : *main_out;
   const bool write_estimates = !forecast || estimates_out.has_value();
 

@@ -111,9 +111,18 @@ inline constexpr const char* kCalendarRangeText = "1582-01-01 to 20000-12-26";
 // Whether a time value lies within the calendar's dates (numbers always do).
 bool in_calendar_range(double t, TimeUnits units);
 
-// Writes `text` to `path` through a temporary file in the same directory that
-// is renamed into place only when everything was written, so that a failure
-// leaves no half-written file. Throws CsvError.
-void write_file_atomically(const std::string& path, const std::string& text);
+// The file an output path names, checked before anything is written: a
+// symbolic link is followed to the file it names; what is there must be a
+// regular file (not a directory, a device or a pipe) and none of the files of
+// `inputs`. Throws CsvError saying why.
+std::string checked_output_path(const std::string& path, const std::vector<std::string>& inputs = {});
+
+// Writes `text` to `path` (checked as checked_output_path does) through a
+// temporary file in the same directory that is renamed into place only when
+// everything was written, so that a failure leaves no half-written file; a
+// SIGINT, SIGTERM or SIGHUP meanwhile removes the temporary file. Throws
+// CsvError.
+void write_file_atomically(const std::string& path, const std::string& text,
+                           const std::vector<std::string>& inputs = {});
 
 }  // namespace esf::runner
