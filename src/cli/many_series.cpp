@@ -111,7 +111,12 @@ std::string cell_text(const Cell& c) {
 }
 
 Json cell_json(const Cell& c) {
-  if (const double* v = std::get_if<double>(&c)) return std::isfinite(*v) ? Json(*v) : Json(nullptr);
+  if (const double* v = std::get_if<double>(&c)) {
+    if (!std::isfinite(*v)) return nullptr;
+    // Counts (NOBS, ITERATIONS) stay integers.
+    if (std::trunc(*v) == *v && std::fabs(*v) < 9.0e15) return static_cast<long long>(*v);
+    return *v;
+  }
   return std::get<std::string>(c);
 }
 
