@@ -136,16 +136,16 @@ TEST(CalendarCli, BadInputNamesTheFieldAndFails) {
     const char* args;
     const char* message;  // part of the message on standard error
   } cases[] = {
-      {"count MONTH 2001-13-01 2001-02-01", "field 3 (X1): '2001-13-01' is not a date"},
-      {"count MONTH 2001-02-01 2001-02-30", "field 4 (X2): '2001-02-30'"},
-      {"count DTHOUR 2001-01-01T10:15:60 2001-01-01", "field 3 (X1): '2001-01-01T10:15:60'"},
-      {"count MONTHX 2001-01-01 2001-02-01", "field 2 (INTERVAL): 'MONTHX': not a known interval name (result 103)"},
+      {"count MONTH 2001-13-01 2001-02-01", "field 3 (X1): \"2001-13-01\" is not a date"},
+      {"count MONTH 2001-02-01 2001-02-30", "field 4 (X2): \"2001-02-30\""},
+      {"count DTHOUR 2001-01-01T10:15:60 2001-01-01", "field 3 (X1): \"2001-01-01T10:15:60\""},
+      {"count MONTHX 2001-01-01 2001-02-01", "field 2 (INTERVAL): \"MONTHX\": not a known interval name (result 103)"},
       {"count MONTH.2 2001-01-01 2001-02-01", "(result 2)"},
       {"count MONTH 2001-01-01", "count takes INTERVAL X1 X2"},
-      {"advance MONTH 2001-01-01 one", "field 4 (N): 'one' is not a number"},
-      {"advance MONTH 2001-01-01 1 Q", "field 5 (ALIGN): 'Q' is not an alignment"},
+      {"advance MONTH 2001-01-01 one", "field 4 (N): \"one\" is not a number"},
+      {"advance MONTH 2001-01-01 1 Q", "field 5 (ALIGN): \"Q\" is not an alignment"},
       {"advance OBS 2001-01-01 1", "is a date, but this interval counts plain numbers"},
-      {"subtract MONTH 1 2", "'subtract' is not an operation"},
+      {"subtract MONTH 1 2", "\"subtract\" is not an operation"},
       {"parse MONTH0", "the multiplier is 0"},
       {"parse WEEKDAY1234567W", "syntax error"},
       {"parse ABCDEFGHIJKLMNOPQRSTUVW", "1 to 21 characters"},
@@ -153,7 +153,7 @@ TEST(CalendarCli, BadInputNamesTheFieldAndFails) {
       {"cycle MONTH 7.5", "field 3 (NSEASONS): '7.5' is not a number of seasons"},
       {"cycle MONTH WEEK", "WEEK does not begin and end on MONTH boundaries"},
       {"season MONTH 2001-03-15 1", "field 4 (NSEASONS)"},
-      {"compare W-FOO MONTH", "field 2 (INTERVAL): 'W-FOO': not a known interval name"},
+      {"compare W-FOO MONTH", "field 2 (INTERVAL): \"W-FOO\": not a known interval name"},
   };
   for (const auto& c : cases) {
     const CliRun r = calendar(c.args);

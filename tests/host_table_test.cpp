@@ -379,7 +379,7 @@ TEST_F(HostInputTable, BadDataNamesFileLineAndField) {
   const Case cases[] = {
       {"BEGIN,END\n1,2\n3,x4\n", "line 3, field 2 (END): \"x4\" is not a number"},
       {"BEGIN,END\n1,2,3\n", "line 2: 3 fields where the header has 2"},
-      {"BEGIN,END\n1,\"a\"\"b, c\"\n", "field 2 (END): \"a\"b, c\" is not a number"},  // one quoted field
+      {"BEGIN,END\n1,\"a\"\"b, c\"\n", "field 2 (END): \"a\\\"b, c\" is not a number"},  // one quoted field
       {"BEGIN\n2020-02-30\n", "line 2, field 1 (BEGIN): \"2020-02-30\" is not a number or an ISO date"},
       {"BEGIN\n2020-01-06T24:00:00\n", "is not a number or an ISO date"},
       {"BEGIN\n2020-01-06x\n", "is not a number or an ISO date"},

@@ -138,6 +138,11 @@ TEST(SeasonAware, LiteralCases) {
   INTERVALX week = intervalx("WEEK");
   EXPECT_EQ(zintnx_seas(&year_x, d(2004, 7, 1), 1.0, &week), d(2005, 1, 2));
   EXPECT_EQ(zintck_seas(&year_x, d(2004, 7, 1), d(2006, 7, 1), &week), 2.0);
+  // A cycle of 53 weeks has no leap week to fold: plain weeks.
+  INTERVALX week53 = intervalx("WEEK");
+  week53.nseasons = 53;
+  EXPECT_EQ(zintnx_seas(&week53, d(2004, 12, 26), 1.0, nullptr), d(2005, 1, 2));
+  EXPECT_EQ(zintnx_seas(&week, d(2004, 12, 26), 1.0, nullptr), d(2005, 1, 9));
   // zintck3 counts whole steps with alignment "S": 31 January to 30 March
   // is one month (28 February), not two (31 March lies beyond).
   INTERVALX month = intervalx("MONTH");

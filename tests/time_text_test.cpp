@@ -93,7 +93,7 @@ TEST(TimeText, SeriesFileReadsEveryForm) {
     esf::runner::read_series_csv(path.string(), "", "", esf::runner::TimeUnits::kDate);
     ADD_FAILURE() << "a date before 1582 was read";
   } catch (const esf::runner::CsvError& e) {
-    EXPECT_NE(std::string(e.what()).find("line 2, column 'date': '1581-12-01' lies outside the calendar's dates"),
+    EXPECT_NE(std::string(e.what()).find("line 2, column \"date\": \"1581-12-01\" lies outside the calendar's dates"),
               std::string::npos)
         << e.what();
   }

@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import warnings
 
 import numpy as np
@@ -22,55 +23,28 @@ _OPTIONS = (
 )
 _TIME_OPTIONS = ("fit_start", "fit_end", "eval_start", "eval_end")
 
-# pandas offset names and the intervals whose periods are the same sets of days.
-_WEEKDAYS = ["SUN", "MON", "TUE", "WED", "THU", "FRI", "SAT"]
-_MONTHS = ["JAN", "FEB", "MAR", "APR", "MAY", "JUN", "JUL", "AUG", "SEP", "OCT", "NOV", "DEC"]
-
-
 def families():
     """The model families, as ``model=`` names them."""
     return list(_core.families())
 
 
 def interval_of_frequency(freq):
-    """The interval name of a pandas frequency ("MS", "W-SUN", "Q-JAN",
-    "15T"), or None when none has the same periods."""
-    offset = pd.tseries.frequencies.to_offset(freq)
-    n = offset.n
-    name = offset.name.upper()  # "W-SUN", "MS", "QS-JAN", "A-JUN", "H", ...
-    base, _, anchor = name.partition("-")
-    mult = "" if n == 1 else str(n)
-
-    def shifted(interval, start_month, period):
-        shift = (start_month - 1) % period + 1
-        return f"{interval}{mult}" + (f".{shift}" if shift != 1 else "")
-
-    if base == "D":
-        return f"DAY{mult}"
-    if base == "B":
-        return f"WEEKDAY{mult}"
-    if base == "W":  # weeks end on the anchor day and begin the day after
-        start = (_WEEKDAYS.index(anchor or "SUN") + 1) % 7 + 1
-        return f"WEEK{mult}" + (f".{start}" if start != 1 else "")
-    if base in ("M", "MS", "ME"):
-        return f"MONTH{mult}"
-    if base in ("SM", "SMS"):
-        return f"SEMIMONTH{mult}"
-    if base in ("Q", "QS", "BQ", "BQS"):
-        month = _MONTHS.index(anchor or "DEC") + 1
-        start = month + 1 if base in ("Q", "BQ") else month  # Q-JAN ends in January
-        return shifted("QTR", start, 3)
-    if base in ("A", "Y", "AS", "YS", "BA", "BAS", "BY", "BYS"):
-        month = _MONTHS.index(anchor or "DEC") + 1
-        start = month + 1 if base in ("A", "Y", "BA", "BY") else month
-        return shifted("YEAR", start, 12)
-    if base == "H":
-        return f"HOUR{mult}"
-    if base in ("T", "MIN"):
-        return f"MINUTE{mult}"
-    if base == "S":
-        return f"SECOND{mult}"
-    return None
+    """The interval whose periods are those of a pandas frequency ("MS",
+    "W-SUN", "Q-JAN", "15min", a DateOffset), as the command line maps
+    them; None when there is none."""
+    text = freq.freqstr if isinstance(freq, pd.DateOffset) else str(freq)
+    m = re.fullmatch(r"(\d*)(.+)", text.strip())
+    if m is None:
+        return None
+    count, alias = int(m.group(1) or 1), m.group(2)
+    name = _core.interval_of_alias(alias)
+    if not name or count < 1:
+        return None
+    if count == 1:
+        return name
+    # A multiple of an anchored interval would count its shift in whole
+    # periods of the multiple; only the plain ones take one.
+    return None if "." in name else f"{name}{count}"
 
 
 def _interval_name(interval):
@@ -81,32 +55,10 @@ def _interval_name(interval):
         parse(interval)
         return interval
     except ValueError as e:
-        try:
-            mapped = interval_of_frequency(interval)
-        except ValueError:
-            mapped = None
+        mapped = interval_of_frequency(interval)
         if mapped is None:
-            raise EsforecastError(f"interval: {e}") from None
+            raise EsforecastError(f"--interval: {e}") from None
         return mapped
-
-
-def _infer_interval(times, offsets):
-    """The interval of the first series long enough to show its frequency."""
-    for s in range(len(offsets) - 1):
-        t = pd.DatetimeIndex(np.sort(times[offsets[s]:offsets[s + 1]]))
-        t = t[~t.isna()].unique()
-        if len(t) < 3:
-            continue
-        freq = pd.infer_freq(t)
-        if freq is None:
-            raise EsforecastError(
-                f"interval: the dates of the first series ({t[0]}, {t[1]}, {t[2]}, ...) are not evenly "
-                "spaced on any pandas frequency; pass interval=")
-        mapped = interval_of_frequency(freq)
-        if mapped is None:
-            raise EsforecastError(f"interval: pandas frequency {freq!r} has no interval; pass interval=")
-        return mapped
-    raise EsforecastError("interval: no series has three dates to infer the interval from; pass interval=")
 
 
 def _time_text(value):
@@ -188,8 +140,14 @@ class _Series:
             return "s"
         return self.unit
 
-    def times_as_dates(self):
-        return self.times.view(f"datetime64[{self.unit}]")
+    def data_units(self):
+        """What the time column holds: "o" numbers, "s" datetimes (some value
+        has a time of day), else "d" dates."""
+        if self.unit == "raw":
+            return "o"
+        per_day = np.timedelta64(1, "D") // np.timedelta64(1, self.unit)
+        present = self.times[self.times != np.iinfo(np.int64).min]
+        return "s" if (present % per_day != 0).any() else "d"
 
 
 def _threads(threads):
@@ -202,24 +160,25 @@ def _threads(threads):
 
 def _run(series, options, h, levels, keep_models, forecast, saved=None, threads=None):
     if options.get("interval") is None:
-        if series.unit == "raw":
-            options["interval"] = "OBS"
-        else:
-            options["interval"] = _infer_interval(series.times_as_dates(), series.offsets)
+        # Found from the first series by the runner, in the units of the data.
+        options["interval"] = ""
+        units = series.data_units()
     else:
         options["interval"] = _interval_name(options["interval"])
-    units = parse(options["interval"]).units
-    if series.unit != "raw" and units not in ("d", "s"):
-        raise EsforecastError(f"interval: {options['interval']} counts plain numbers, but column "
-                              f"'{series.time_col}' holds dates")
-    if series.unit == "raw" and units in ("d", "s"):
-        raise EsforecastError(f"interval: {options['interval']} counts dates, but column "
-                              f"'{series.time_col}' holds numbers")
+        units = parse(options["interval"]).units
+        if series.unit != "raw" and units not in ("d", "s"):
+            raise EsforecastError(f"--interval: {options['interval']} counts plain numbers, but column "
+                                  f"'{series.time_col}' holds dates")
+        if series.unit == "raw" and units in ("d", "s"):
+            raise EsforecastError(f"--interval: {options['interval']} counts dates, but column "
+                                  f"'{series.time_col}' holds numbers")
     out_unit = series.out_unit(units)
     names = [str(i) for i in series.ids]
-    return _core.run(options, series.offsets.tolist(), series.times, series.unit, series.values, series.rows,
-                     names, series.id_col or "series", series.time_col, series.target_col, int(h), levels,
-                     keep_models, forecast, saved or [], out_unit, _threads(threads)), out_unit
+    result = _core.run(options, series.offsets.tolist(), series.times, series.unit, series.values, series.rows,
+                       names, series.id_col or "series", series.time_col, series.target_col, int(h), levels,
+                       keep_models, forecast, saved or [], out_unit, _threads(threads), units)
+    options["interval"] = result["interval"]
+    return result, out_unit
 
 
 def _status_frame(series, reports):

@@ -34,7 +34,7 @@ import pandas as pd
 
 from . import _core
 
-__all__ = ["count", "advance", "season", "parse", "format", "Interval", "Format"]
+__all__ = ["count", "advance", "fit", "season", "parse", "format", "Interval", "Format"]
 
 Interval = namedtuple("Interval", "name intcode units multiplier shift nweekday weekend cycle nseasons")
 Interval.__doc__ = """A parsed interval name.
@@ -197,6 +197,28 @@ def advance(interval, x, n=1, align="B"):
             return idx[0]
         result = np.asarray(idx.tz_convert(None) if idx.tz is not None else idx).reshape(shape)
     return _shape_result(result, shape, [op])
+
+
+def fit(x1, x2):
+    """The interval that carries each ``x1`` onto its ``x2`` in a whole number
+    of periods, with as few periods as possible: ``fit("2001-01-01",
+    "2001-04-01")`` is "QTR", Monday to Monday a WEEK that begins on Monday
+    ("WEEK.2"). Datetimes with a time of day give datetime intervals, numbers
+    OBS. Returns interval names (an object array), None where no interval
+    fits (a missing value, ``x2`` not after ``x1``)."""
+    a, b = _Operand(x1, "x1"), _Operand(x2, "x2")
+    if (a.unit == "raw") != (b.unit == "raw"):
+        raise TypeError("fit: x1 and x2 must both be dates or both be numbers")
+    shape, (va, vb) = _flatten([a.values, b.values])
+    units = "o" if a.unit == "raw" else "s" if _has_time(va, a.unit) or _has_time(vb, b.unit) else "d"
+    names = np.empty(len(va) if len(va) > 1 else len(vb), dtype=object)
+    names[:] = _core.fit(va, a.unit, vb, b.unit, units)
+    return _shape_result(names, shape, [a, b])
+
+
+def _has_time(ticks, unit):
+    per_day = np.timedelta64(1, "D") // np.timedelta64(1, unit)
+    return bool((ticks[ticks != np.iinfo(np.int64).min] % per_day != 0).any())
 
 
 def season(interval, x):

@@ -20,6 +20,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
@@ -170,6 +171,40 @@ py::array_t<std::int32_t> season(const std::string& name, const py::array& x, co
   return out;
 }
 
+// The interval that carries each x1 onto its x2 in whole periods, with the
+// fewest: a name, or None where none does (a missing value, x2 not after x1).
+py::list fit(const py::array& x1, const std::string& unit1, const py::array& x2, const std::string& unit2,
+             const std::string& units) {
+  char u = units.empty() ? kUnitsDate : units[0];
+  const TimeOperand a(x1, unit1, u);
+  const TimeOperand b(x2, unit2, u);
+  const std::size_t n = result_size({a.size(), b.size()});
+  std::vector<INTERVAL> found(n);
+  std::vector<char> ok(n, 0);
+  {
+    py::gil_scoped_release unlocked;
+    double from[kChunk];
+    double to[kChunk];
+    by_chunks(n, [&](std::size_t first, std::size_t m) {
+      a.fill(first, m, from);
+      b.fill(first, m, to);
+      for (std::size_t j = 0; j < m; ++j) {
+        char units_in = u;
+        ok[first + j] = zintfit(from[j], to[j], &units_in, &found[first + j], nullptr) == 0;
+      }
+    });
+  }
+  py::list names;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (ok[i]) {
+      names.append(std::string(found[i].token, static_cast<std::size_t>(found[i].tokenlen)));
+    } else {
+      names.append(py::none());
+    }
+  }
+  return names;
+}
+
 std::string padded_text(const char* text, int len) { return std::string(text, static_cast<std::size_t>(len)); }
 
 // The fields of a parsed interval, its printed name and its seasonal cycle.
@@ -227,6 +262,7 @@ void bind_calendar(py::module_& m) {
   m.def("count", &count, py::arg("interval"), py::arg("x1"), py::arg("unit1"), py::arg("x2"), py::arg("unit2"));
   m.def("advance", &advance, py::arg("interval"), py::arg("x"), py::arg("unit"), py::arg("n"), py::arg("align"),
         py::arg("out_unit"));
+  m.def("fit", &fit, py::arg("x1"), py::arg("unit1"), py::arg("x2"), py::arg("unit2"), py::arg("units"));
   m.def("season", &season, py::arg("interval"), py::arg("x"), py::arg("unit"));
   m.def("describe", &describe, py::arg("interval"));
   m.def("default_format", &default_format, py::arg("interval"));

@@ -23,6 +23,8 @@
 
 #include "bindings.h"
 #include "host/host.h"
+#include "runner/interval_inference.h"
+#include "runner/interval_names.h"
 #include "runner/runner.h"
 #include "time_values.h"
 
@@ -322,33 +324,66 @@ py::dict run(const py::dict& options, const std::vector<std::int64_t>& offsets, 
              const py::array_t<std::int64_t, py::array::c_style | py::array::forcecast>& rows,
              const std::vector<std::string>& names, const std::string& id_col, const std::string& time_col,
              const std::string& target_col, int lead, const std::vector<double>& levels, bool keep_models,
-             bool forecast, const std::vector<std::string>& saved_models, const std::string& out_unit, int threads) {
+             bool forecast, const std::vector<std::string>& saved_models, const std::string& out_unit, int threads,
+             const std::string& data_units) {
   runner::Runner run(module_loader());
-  Plan plan;
-  try {
-    ModelOptions o = model_options(options);
-    o.lead = lead;
-    o.levels = levels;
-    plan = run.plan(o, forecast);
-  } catch (const RunError& e) {
-    raise_run_error(e.what(), e.status());
-  } catch (const runner::LoadError& e) {
-    raise_run_error(e.what(), runner::kExitLoad);
-  }
   const std::size_t nseries = offsets.empty() ? 0 : offsets.size() - 1;
   if (names.size() != nseries || (!saved_models.empty() && saved_models.size() != nseries)) {
     throw std::invalid_argument("one name (and saved model) a series");
   }
+  if (static_cast<std::size_t>(values.size()) != static_cast<std::size_t>(rows.size())) {
+    throw std::invalid_argument("values and rows differ in length");
+  }
+  // Time values in the units of the interval, or of the data while the
+  // interval is still to be found from them.
+  auto library_times = [&](char units) {
+    const TimeOperand when(times, time_unit, units);
+    if (when.size() != static_cast<std::size_t>(values.size())) {
+      throw std::invalid_argument("times and values differ in length");
+    }
+    std::vector<double> t(when.size());
+    for (std::size_t first = 0; first < when.size(); first += kChunk) {
+      when.fill(first, std::min(kChunk, when.size() - first), t.data() + first);
+    }
+    return t;
+  };
 
-  // Time values of the interval's units.
-  const TimeOperand when(times, time_unit, plan.interval.units);
-  if (when.size() != static_cast<std::size_t>(values.size()) || when.size() != static_cast<std::size_t>(rows.size())) {
-    throw std::invalid_argument("times, values and rows differ in length");
+  Plan plan;
+  std::vector<double> when;
+  try {
+    ModelOptions o = model_options(options);
+    o.lead = lead;
+    o.levels = levels;
+    if (o.interval.empty()) {
+      // The interval the first series' time IDs fit, as the command line
+      // finds it for a file.
+      const runner::TimeUnits units = runner::time_units_of(data_units.empty() ? 'd' : data_units[0]);
+      when = library_times(data_units.empty() ? 'd' : data_units[0]);
+      runner::Inferred found;
+      for (std::size_t s = 0; s < nseries && found.interval.empty(); ++s) {
+        found = runner::infer_interval(run.loader(), series_of(s, offsets, when, values.data(), rows.data(), names[s],
+                                                               id_col, time_col, target_col, units), units);
+        if (found.interval.empty() && offsets[s + 1] - offsets[s] > 1) break;  // a series that fits none
+      }
+      if (found.interval.empty()) {
+        throw RunError(found.message.empty() ? "no series has two time IDs to find the interval from; give interval="
+                                             : found.message);
+      }
+      o.interval = found.interval;
+      plan = run.plan(o, forecast);
+      if (plan.interval.units != data_units[0]) when.clear();
+    } else {
+      plan = run.plan(o, forecast);
+    }
+  } catch (const RunError& e) {
+    raise_run_error(e.what(), e.status());
+  } catch (const CsvError& e) {
+    raise_run_error(e.what(), runner::kExitUsage);
+  } catch (const runner::LoadError& e) {
+    raise_run_error(e.what(), runner::kExitLoad);
   }
-  std::vector<double> library_times(when.size());
-  for (std::size_t first = 0; first < when.size(); first += kChunk) {
-    when.fill(first, std::min(kChunk, when.size() - first), library_times.data() + first);
-  }
+  if (when.empty()) when = library_times(plan.interval.units);
+  const std::vector<double>& library_times_of_plan = when;
 
   std::vector<SeriesOutcome> outcomes(nseries);
   {
@@ -357,7 +392,7 @@ py::dict run(const py::dict& options, const std::vector<std::int64_t>& offsets, 
     const std::int64_t* row = rows.data();
     on_threads(nseries, threads, [&](std::size_t s) {
       const CsvSeries series =
-          series_of(s, offsets, library_times, y, row, names[s], id_col, time_col, target_col, plan.units);
+          series_of(s, offsets, library_times_of_plan, y, row, names[s], id_col, time_col, target_col, plan.units);
       outcomes[s] = run_series(run, plan, series, saved_models.empty() ? std::string() : saved_models[s],
                                keep_models, forecast);
     });
@@ -381,6 +416,7 @@ py::dict run(const py::dict& options, const std::vector<std::int64_t>& offsets, 
     }
     reports.append(r);
   }
+  result["interval"] = plan.options.interval;
   result["fits"] = fits;
   result["reports"] = reports;
   if (!forecast) return result;
@@ -455,7 +491,9 @@ void bind_forecast(py::module_& m) {
   m.def("run", &run, py::arg("options"), py::arg("offsets"), py::arg("times"), py::arg("time_unit"),
         py::arg("values"), py::arg("rows"), py::arg("names"), py::arg("id_col"), py::arg("time_col"),
         py::arg("target_col"), py::arg("lead"), py::arg("levels"), py::arg("keep_models"), py::arg("forecast"),
-        py::arg("saved_models"), py::arg("out_unit"), py::arg("threads"));
+        py::arg("saved_models"), py::arg("out_unit"), py::arg("threads"), py::arg("data_units"));
+  m.def("interval_of_alias", [](const std::string& alias) { return runner::interval_of_alias(alias); },
+        py::arg("alias"));
   m.def("families", [] {
     py::list names;
     for (const runner::Family& f : runner::families()) names.append(f.name);

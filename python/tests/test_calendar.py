@@ -71,6 +71,19 @@ def test_frequencies_anchored_at_a_start():
         "MONTH", "QTR.2", "YEAR.7", "MONTH2", "MINUTE15", "WEEKDAY", "WEEK.2"]
 
 
+@pytest.mark.parametrize("interval", ["DAY", "WEEK", "MONTH", "QTR", "YEAR", "DTHOUR"])
+def test_fit_finds_an_interval_that_carries_x1_onto_x2(interval):
+    x1 = stamps(DAYS[:500]) if interval.startswith("DT") else DAYS[:500]
+    x2 = cal.advance(interval, x1, 1, align="S")
+    names = cal.fit(x1, x2)
+    assert not any(n is None for n in names)
+    for name in set(names):
+        at = names == name
+        np.testing.assert_array_equal(cal.advance(name, x1[at], 1, align="S"), x2[at])
+    assert cal.fit("2001-01-01", "2001-04-01") == "QTR" and cal.fit("2001-05-07", "2001-05-14") == "WEEK.2"
+    assert cal.fit("2001-05-07", "2001-05-07") is None
+
+
 def test_units_shapes_and_missing_values():
     d = np.array([["2001-01-31", "NaT"], ["2004-02-29", "1999-12-31"]], dtype="datetime64[D]")
     out = cal.advance("MONTH", d, [[1], [12]], align="S")
@@ -104,7 +117,7 @@ def test_pandas_inputs_keep_their_index_and_timezone():
 
 
 def test_errors_name_the_cause():
-    with pytest.raises(ValueError, match="'MONHT': not a known interval name"):
+    with pytest.raises(ValueError, match='"MONHT": not a known interval name'):
         cal.count("MONHT", "2001-01-01", "2001-02-01")
     with pytest.raises(TypeError, match="counts observation numbers"):
         cal.advance("OBS", np.datetime64("2001-01-01"), 1)

@@ -77,10 +77,11 @@ def test_timezones_and_inferred_weekly_interval():
     y = 100 + np.sin(np.arange(60) / 3.0) * 10
     fc = esforecast.forecast(pd.DataFrame({"ds": ds, "y": y}), 3, model="linear", level=95)
     assert str(fc["ds"].dt.tz) == "America/New_York"
-    assert list(fc["ds"].dt.strftime("%Y-%m-%d %H:%M")) == ["2021-02-28 00:00", "2021-03-07 00:00",
-                                                            "2021-03-14 00:00"]
+    # Saturdays fit weeks that begin on Saturday, WEEK.7, and the forecasts go on from there.
+    assert list(fc["ds"].dt.strftime("%Y-%m-%d %H:%M")) == ["2021-03-06 00:00", "2021-03-13 00:00",
+                                                            "2021-03-20 00:00"]
     naive = esforecast.forecast(pd.DataFrame({"ds": ds.tz_localize(None), "y": y}), 3, model="linear",
-                                interval="WEEK", level=95)
+                                interval="WEEK.7", level=95)
     np.testing.assert_array_equal(fc["linear"], naive["linear"])
 
 

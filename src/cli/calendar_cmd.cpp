@@ -35,6 +35,7 @@
 #include "cli/commands.h"
 #include "cli/interval_messages.h"
 #include "common/civil_days.h"
+#include "host/host.h"
 #include "host/time_text.h"
 #include "runner/interval_names.h"
 #include "intervals/interval.h"
@@ -65,7 +66,7 @@ struct CalendarRoutines {
   ZintfmtFn* zintfmt;
   ZintfmtFn* zintfmd;
   ZintfitFn* zintfit;
-  ZintseaFn* zintsea2;
+  ZintseaFn* zintsea;
   ZintseaSetFn* zintsea_set;
   ZintscdFn* zintscd;
   ZintmultFn* zintmult;
@@ -81,7 +82,7 @@ struct CalendarRoutines {
         zintfmt(loader.symbol<ZintfmtFn>("zintfmt")),
         zintfmd(loader.symbol<ZintfmtFn>("zintfmd")),
         zintfit(loader.symbol<ZintfitFn>("zintfit")),
-        zintsea2(loader.symbol<ZintseaFn>("zintsea2")),
+        zintsea(loader.symbol<ZintseaFn>("zintsea")),
         zintsea_set(loader.symbol<ZintseaSetFn>("zintsea_set")),
         zintscd(loader.symbol<ZintscdFn>("zintscd")),
         zintmult(loader.symbol<ZintmultFn>("zintmult")),
@@ -112,10 +113,10 @@ double read_time(std::string_view text, const INTERVAL& iv, int field, const cha
   if (const auto iso = esf::host::read_time_text(text)) {
     if (iv.units == kUnitsDatetime) return iso->as_datetime();
     if (iv.units == kUnitsDate) return iso->as_date();  // a date interval looks at the day only
-    throw QueryError{field, name, fmt::format("'{}' is a date, but this interval counts plain numbers", text)};
+    throw QueryError{field, name, fmt::format("{} is a date, but this interval counts plain numbers", esf::host::quote_input(text))};
   }
   throw QueryError{field, name,
-                   fmt::format("'{}' is not a date or datetime ({}) or a number", text, esf::host::kTimeTextForms)};
+                   fmt::format("{} is not a date or datetime ({}) or a number", esf::host::quote_input(text), esf::host::kTimeTextForms)};
 }
 
 // ---- Printing values -------------------------------------------------------------
@@ -250,7 +251,7 @@ std::string CalendarSession::advance(const std::vector<std::string_view>& w) {
   } else if (const auto number = parse_number(w[3])) {
     n = *number;
   } else {
-    throw QueryError{4, "N", fmt::format("'{}' is not a number", w[3])};
+    throw QueryError{4, "N", fmt::format("{} is not a number", esf::host::quote_input(w[3]))};
   }
   tchar align[2] = {'B', '\0'};
   if (w.size() == 5) {
@@ -265,7 +266,7 @@ std::string CalendarSession::advance(const std::vector<std::string_view>& w) {
     } else if (word == "S" || word == "SAME") {
       align[0] = 'S';
     } else {
-      throw QueryError{5, "ALIGN", fmt::format("'{}' is not an alignment: B, M, E or S", w[4])};
+      throw QueryError{5, "ALIGN", fmt::format("{} is not an alignment: B, M, E or S", esf::host::quote_input(w[4]))};
     }
   }
   return time_text(fn_.zintnx3(&iv, x, n, align, nullptr), iv, raw_);
@@ -362,7 +363,12 @@ std::string CalendarSession::cycle(const std::vector<std::string_view>& w) {
       throw QueryError{3, "NSEASONS", fmt::format("'{}' is not a number of seasons from 1 to 1000000", w[2])};
     }
   }
-  const int rc = fn_.zintsea_set(&iv, 0.0, &named, &nseasons);
+  // Without a count or a cycle, the standard cycle the season codes use.
+  const int rc = w.size() == 3 ? fn_.zintsea_set(&iv, 0.0, &named, &nseasons)
+                               : fn_.zintsea(&iv, 0.0, &cycle, &iv.nseasons);
+  if (w.size() == 2 && rc != 0) {
+    throw QueryError{2, "INTERVAL", fmt::format("{} has no standard seasonal cycle; give NSEASONS or CYCLE", w[1])};
+  }
   if (rc == 1) throw QueryError{3, "CYCLE", fmt::format("{} does not begin and end on {} boundaries", w[2], w[1])};
   if (rc == 2) {
     throw QueryError{3, "NSEASONS", fmt::format("{} does not hold {} in one cycle", w.size() == 3 ? w[2] : "", w[1])};
@@ -391,7 +397,7 @@ std::string CalendarSession::season(const std::vector<std::string_view>& w) {
   int ns = nseasons;
   if (nseasons > 0) {
     fn_.zintmult(&iv, nseasons, &cycle, 0x11);
-  } else if (fn_.zintsea2(&iv, start, &cycle, &ns) != 0 || ns < 2) {
+  } else if (fn_.zintsea(&iv, start, &cycle, &ns) != 0 || ns < 2) {
     throw QueryError{2, "INTERVAL", fmt::format("{} has no seasonal cycle; give NSEASONS", w[1])};
   }
   int code = 0;
@@ -442,7 +448,7 @@ std::string CalendarSession::names() {
     INTERVAL cycle{};
     int ns = 0;
     std::string cyc = "-";
-    if (parse(row.example, &iv) == 0 && fn_.zintsea2(&iv, 0.0, &cycle, &ns) == 0 && ns >= 1) {
+    if (parse(row.example, &iv) == 0 && fn_.zintsea(&iv, 0.0, &cycle, &ns) == 0 && ns >= 1) {
       cyc = fmt::format("{} ({} season{})", token_text(cycle), ns, ns == 1 ? "" : "s");
     }
     out += fmt::format("{:<10} {:<12} {:<30} {:<22} {}\n", row.name, row.example, cyc,
@@ -467,9 +473,9 @@ std::string CalendarSession::answer(const std::vector<std::string_view>& w) {
     return names();
   }
   throw QueryError{1, "OPERATION",
-                   fmt::format("'{}' is not an operation: count, advance, parse, format, fit, cycle, season, compare "
+                   fmt::format("{} is not an operation: count, advance, parse, format, fit, cycle, season, compare "
                                "or names",
-                               w[0])};
+                               esf::host::quote_input(w[0]))};
 }
 
 std::vector<std::string_view> split_words(std::string_view line) {
@@ -489,40 +495,40 @@ std::string describe_error(const QueryError& e) {
   return fmt::format("field {} ({}): {}", e.field, e.field_name, e.reason);
 }
 
-// One query per line of standard input, one answer per line of standard
-// output. Returns the number of lines that got an error.
-long run_stream(CalendarSession& session) {
-  std::string out;
-  out.reserve(1 << 17);
+}  // namespace
+
+long esf::cli::answer_calendar_queries(esf::runner::Loader& loader, std::istream& in, std::ostream& out, bool raw) {
+  CalendarSession session(loader, raw);
+  std::string answers;
+  answers.reserve(1 << 17);
   std::string line;
   long line_number = 0;
   long errors = 0;
   std::vector<std::string_view> words;
-  while (std::getline(std::cin, line)) {
+  while (std::getline(in, line)) {
     ++line_number;
     words = split_words(line);
     if (words.empty() || words[0].front() == '#') {
-      out += '\n';  // answers stay aligned with the queries
+      answers += '\n';  // answers stay aligned with the queries
     } else {
       try {
-        out += session.answer(words);
+        answers += session.answer(words);
       } catch (const QueryError& e) {
         ++errors;
-        out += fmt::format("error: line {}, {}", line_number, describe_error(e));
+        answers += fmt::format("error: line {}, {}", line_number, describe_error(e));
       }
-      out += '\n';
+      answers += '\n';
     }
-    if (out.size() >= (1 << 16)) {
-      std::fwrite(out.data(), 1, out.size(), stdout);
-      out.clear();
+    if (answers.size() >= (1 << 16)) {
+      out.write(answers.data(), static_cast<std::streamsize>(answers.size()));
+      answers.clear();
     }
   }
-  std::fwrite(out.data(), 1, out.size(), stdout);
-  std::fflush(stdout);
+  out.write(answers.data(), static_cast<std::streamsize>(answers.size()));
+  out.flush();
   return errors;
 }
 
-}  // namespace
 
 void add_calendar_command(CLI::App& app, esf::runner::Loader& loader) {
   CLI::App* cmd = app.add_subcommand("calendar", "Interval arithmetic on dates");
@@ -559,9 +565,8 @@ void add_calendar_command(CLI::App& app, esf::runner::Loader& loader) {
         words.emplace_back(a);
       }
     }
-    CalendarSession session(loader, *raw);
     if (words.empty()) {
-      const long errors = run_stream(session);
+      const long errors = esf::cli::answer_calendar_queries(loader, std::cin, std::cout, *raw);
       if (errors > 0) {
         std::cerr << fmt::format("esforecast calendar: {} line{} of standard input could not be answered\n", errors,
                                  errors == 1 ? "" : "s");
@@ -569,6 +574,7 @@ void add_calendar_command(CLI::App& app, esf::runner::Loader& loader) {
       }
       return;
     }
+    CalendarSession session(loader, *raw);
     try {
       std::cout << session.answer(words) << '\n';
     } catch (const QueryError& e) {

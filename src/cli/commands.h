@@ -5,12 +5,20 @@
 
 #include <CLI/CLI.hpp>
 
+#include <istream>
+#include <ostream>
+
 #include "runner/loader.h"
 
 namespace esf::cli {
 
 // Exit status of a command that is not implemented in this build.
 inline constexpr int kExitNotAvailable = 2;
+
+// Answers calendar queries, one per line of `in`, one answer per line of
+// `out` ("error: line N, ..." for a query that can't be answered). Returns
+// the number of lines that got an error.
+long answer_calendar_queries(esf::runner::Loader& loader, std::istream& in, std::ostream& out, bool raw);
 
 }  // namespace esf::cli
 

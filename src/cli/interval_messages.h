@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include "host/host.h"
+
 namespace esf::cli {
 
 // What a result of zintstr means, in words.
@@ -24,9 +26,9 @@ inline const char* interval_parse_reason(int rc) {
   }
 }
 
-// "'MONHT': not a known interval name (result 103)"
+// "\"MONHT\": not a known interval name (result 103)"
 inline std::string interval_parse_message(std::string_view name, int rc) {
-  return fmt::format("'{}': {} (result {})", name, interval_parse_reason(rc), rc);
+  return fmt::format("{}: {} (result {})", esf::host::quote_input(name), interval_parse_reason(rc), rc);
 }
 
 }  // namespace esf::cli

@@ -1,6 +1,9 @@
 // esforecast: the host program.  It loads the module image, and its
 // subcommands call the module's methods and routines through the host
 // stand-in.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <string>
 
@@ -42,6 +45,20 @@ int print_version(esf::runner::Loader& loader) {
   return 0;
 }
 
+// Flushes standard output and reports a write that failed (a full disk,
+// a closed descriptor): the exit status says the output is incomplete.
+int finish_standard_output() {
+  std::cout.flush();
+  errno = 0;
+  if (!std::cout || std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    const int err = errno;
+    std::cerr << "esforecast: writing to standard output failed" << (err != 0 ? ": " : "")
+              << (err != 0 ? std::strerror(err) : "") << '\n';
+    return 1;
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -60,7 +77,8 @@ int main(int argc, char** argv) {
       return 0;
     }
   } catch (const CLI::ParseError& e) {
-    return app.exit(e);
+    const int status = app.exit(e);
+    return status != 0 ? status : finish_standard_output();
   } catch (const esf::runner::LoadError& e) {
     std::cerr << "esforecast: " << e.what() << '\n';
     return 3;
@@ -68,5 +86,5 @@ int main(int argc, char** argv) {
     std::cerr << "esforecast: " << e.what() << '\n';
     return 1;
   }
-  return 0;
+  return finish_standard_output();
 }

@@ -262,9 +262,22 @@ std::string forecast_csv(const runner::ForecastTable& t) {
   return out;
 }
 
-void write_output(const std::string& path, const std::string& text) {
+// The files an output must not replace.
+std::vector<std::string> inputs_of(const Options& o) { return {o.input, o.model_file}; }
+
+// Refuses an output path before anything runs (see checked_output_path).
+void check_output(const std::string& path, const Options& o) {
+  if (path.empty()) return;
   try {
-    runner::write_file_atomically(path, text);
+    runner::checked_output_path(path, inputs_of(o));
+  } catch (const CsvError& e) {
+    throw RunError(e.what());
+  }
+}
+
+void write_output(const std::string& path, const std::string& text, const Options& o) {
+  try {
+    runner::write_file_atomically(path, text, inputs_of(o));
   } catch (const CsvError& e) {
     throw RunError(e.what());
   }
@@ -287,13 +300,14 @@ runner::Plan plan_and_series(runner::Runner& run, const Options& o, bool forecas
 }
 
 void fit_command(const Options& o, runner::Loader& loader) {
+  check_output(o.save_model, o);
   runner::Runner run(loader);
   runner::CsvSeries csv;
   const runner::Plan plan = plan_and_series(run, o, false, &csv);
   const runner::FitResult r = run.fit(plan, csv, !o.save_model.empty());
   const Json j = fit_json(r);
   for (const std::string& w : r.warnings) std::cerr << "warning: " << w << '\n';
-  if (!o.save_model.empty()) write_output(o.save_model, runner::model_file_text(r));
+  if (!o.save_model.empty()) write_output(o.save_model, runner::model_file_text(r), o);
   if (o.json) {
     std::cout << j.dump(2) << '\n';
   } else {
@@ -302,6 +316,7 @@ void fit_command(const Options& o, runner::Loader& loader) {
 }
 
 void forecast_command(Options o, runner::Loader& loader) {
+  check_output(o.output, o);
   std::optional<runner::SavedModel> saved;
   if (!o.model_file.empty()) saved = runner::load_model_file(o.model_file, o.model);
   if (o.model.model.empty()) o.model.model = "simple";
@@ -332,7 +347,7 @@ void forecast_command(Options o, runner::Loader& loader) {
     std::cout << text;
     std::cerr << report;
   } else {
-    write_output(o.output, text);
+    write_output(o.output, text, o);
     std::cout << report;
   }
 }

@@ -109,6 +109,12 @@ inline constexpr rctype kCintcBadJournal = static_cast<rctype>(0x80000805u);
 inline constexpr rctype kCintcNoRows = static_cast<rctype>(0x8000080Bu);
 inline constexpr rctype kCintcCacheFailed = static_cast<rctype>(0x8001C80Bu);
 inline constexpr int kCintcReadFailed = static_cast<int>(0x803FC009u);
+// A row whose BEGIN or END is not a time value within the calendar, or whose
+// SEASON is not a whole number from 1 to kCustomMaxSeason.
+inline constexpr rctype kCintcBadDate = static_cast<rctype>(0x8000080Cu);
+inline constexpr rctype kCintcBadSeason = static_cast<rctype>(0x8000080Du);
+// Seasons of a custom cycle: a seasonal model keeps several numbers for each.
+inline constexpr double kCustomMaxSeason = 1.0e6;
 
 extern "C" {
 
@@ -161,6 +167,13 @@ int customGetObs(struct INTERVAL* interval, double n, double* b, double* e, doub
 struct CUSTOMINTERVAL getCustomIntervalDSRef(struct INTERVAL* interval, int* multiplier, int* shift);
 // Fills at most *n mappings from the option; *n becomes their number.
 void parseIntervalOptions(struct CUSTOMINTERVAL* custInt, int* n);
+// The units of a table's BEGIN values, from its format: 'd' (also without a
+// format), 's', 'o' or 'u'.
+char customTableUnits(ptr xvp);
+// Checks the row just read: begin, and end and season unless null. 0, or
+// the status of the first value out of range, noted with the table's file,
+// line and field for the caller's report.
+int checkCustomRow(XO_PARMS* xo, ptr xvp, char units, double begin, const double* end, const double* season);
 // Opens a table and binds BEGIN (required), END and SEASON: 0 or -1.
 int openDS(struct CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double* seasBuffer,
            struct XO_PARMS* xoparm, ptr* xvp, int* endVar, int* seasVar);

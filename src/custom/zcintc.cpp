@@ -308,6 +308,7 @@ int loadCustom(QKMemPtr loadArg, CINTCParms* pb, CINTCInfo* cinfo) {
   }
   XO_PARMS* xo = &larg->xoparms;
   const double dot = skMissVal('.');
+  const char units = customTableUnits(larg->xvp);
   int i = 0;
   int status = 0;
   for (;;) {
@@ -321,6 +322,9 @@ int loadCustom(QKMemPtr loadArg, CINTCParms* pb, CINTCInfo* cinfo) {
     status = xyvget(larg->xvp, 0);
     if (status != 0) break;
     if (i >= pb->n) break;
+    status = checkCustomRow(xo, larg->xvp, units, larg->beginBuffer, (pb->flags & 1) != 0 ? &larg->endBuffer : nullptr,
+                            (pb->flags & 2) != 0 ? &larg->seasBuffer : nullptr);
+    if (status != 0) break;
     cinfo->beginBuffer[i] = larg->beginBuffer;
     if ((pb->flags & 1) != 0) cinfo->endBuffer[i] = larg->endBuffer;
     if ((pb->flags & 2) != 0) cinfo->seasBuffer[i] = larg->seasBuffer;
@@ -467,7 +471,9 @@ int zcustLoad(INTERVAL* interval, CINTCInfo** oinfo) {
     *oinfo = info;
   } while (false);
 
-  if (status < 0) xprrlog(0, status);
+  // A refused row is reported by the caller, with the file, line and field
+  // noted against its status.
+  if (status < 0 && status != larg.xrc) xprrlog(0, status);
   if (begun) xvgett(larg.xvp);
   xoclose(pfo, 0);
   return status < 0 ? status : 0;

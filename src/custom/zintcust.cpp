@@ -425,6 +425,7 @@ class DirectTable {
     xo->opcode = XO_PNTOBS;
     xo->obsnum = 1;
     if (xopnt(xo) != 0) return false;
+    const char units = customTableUnits(xvp);
     long i = 0;
     while (i < nobs) {
       xo->opcode = XO_READNEXT;
@@ -438,6 +439,10 @@ class DirectTable {
       if (end != nullptr) *end = kDot;
       if (season != nullptr) *season = kDot;
       if (xyvget(xvp, 0) != 0) break;
+      if (const int bad = checkCustomRow(xo, xvp, units, *begin, end, season); bad != 0) {
+        xprrlog(0, bad);
+        return false;
+      }
       b[i] = *begin;
       e[i] = end != nullptr ? *end : kDot;
       s[i] = season != nullptr ? *season : kDot;
@@ -597,6 +602,49 @@ CUSTOMINTERVAL getCustomIntervalDSRef(INTERVAL* interval, int* multiplier, int* 
     }
   }
   return none;
+}
+
+char customTableUnits(ptr xvp) {
+  int varnum = 0;
+  NAMESTR* ns = nullptr;
+  if (xvp == nullptr || xvfind(xvp, "BEGIN", 5, &varnum) != 0 || xvname(xvp, varnum, &ns) != 0 || ns == nullptr ||
+      ns->nformlongl <= 0) {
+    return kUnitsDate;
+  }
+  char format[32];
+  std::memcpy(format, ns->nformlong, sizeof format);
+  const char units = zfmtunits(format, ns->nformlongl < 32 ? ns->nformlongl : 32);
+  return units != 0 ? units : kUnitsDate;
+}
+
+int checkCustomRow(XO_PARMS* xo, ptr xvp, char units, double begin, const double* end, const double* season) {
+  // Dates and datetimes within the calendar; observation numbers within
+  // what counting takes.
+  double lo = -kMaxTimeValue;
+  double hi = kMaxTimeValue;
+  if (units == kUnitsDate) {
+    lo = static_cast<double>(kMinDate);
+    hi = static_cast<double>(kMaxDate);
+  } else if (units == kUnitsDatetime) {
+    lo = static_cast<double>(kMinDate) * 86400.0;
+    hi = (static_cast<double>(kMaxDate) + 1.0) * 86400.0 - 1.0;
+  }
+  auto time_ok = [&](double v) { return missing(v) || (v >= lo && v <= hi); };  // false for NaN
+  const char* bad = nullptr;
+  int len = 0;
+  rctype status = 0;
+  if (!time_ok(begin)) {
+    bad = "BEGIN", len = 5, status = kCintcBadDate;
+  } else if (end != nullptr && !time_ok(*end)) {
+    bad = "END", len = 3, status = kCintcBadDate;
+  } else if (season != nullptr && !missing(*season) &&
+             !(*season >= 1.0 && *season <= kCustomMaxSeason && *season == std::floor(*season))) {
+    bad = "SEASON", len = 6, status = kCintcBadSeason;
+  }
+  if (bad == nullptr) return 0;
+  int varnum = 0;
+  if (xvfind(xvp, bad, len, &varnum) != 0) varnum = 0;
+  return xofprc(xo, status, varnum);
 }
 
 int openDS(CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double* seasBuffer,

@@ -93,6 +93,15 @@ nlohmann::ordered_json to_json(List list);
 // of the offending value.
 List from_json(const nlohmann::ordered_json& json);
 
+// ---- Messages --------------------------------------------------------------
+
+// A piece of input as a message shows it: in double quotes, with quotes and
+// backslashes escaped and every byte that does not print (controls, NUL,
+// bytes of 0x7F and above) written \xNN, cut after `max` bytes with a note
+// of the full length, so that a message stays one readable line whatever
+// the input holds.
+std::string quote_input(std::string_view field, std::size_t max = 64);
+
 // ---- Method calls ----------------------------------------------------------
 
 // The parameter record of one method call, built argument by argument.

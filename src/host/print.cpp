@@ -304,10 +304,14 @@ void xprrlog(int /*unit*/, rctype rc) {
     case 0x8000080Bu: what = "the table has no rows"; break;
     case 0x8001C80Bu: what = "the custom interval cache failed"; break;
     case 0x803FC009u: what = "reading a table failed"; break;
+    case 0x8000080Cu: what = "a BEGIN or END value is not a date within the calendar (1582-01-01 to 20000-12-26)"; break;
+    case 0x8000080Du: what = "a SEASON value is not a whole number from 1 to 1000000"; break;
     default: break;
   }
-  if (!detail.empty()) what = detail.c_str();
-  esf::host::internal::emit_log_line(fmt::format("{}: status 0x{:08X}{}{}", kind, code, what ? ": " : "", what ? what : ""));
+  // The cause first, then where it is.
+  std::string text = what != nullptr ? what : "";
+  if (!detail.empty()) text += (text.empty() ? "" : ": ") + detail;
+  esf::host::internal::emit_log_line(fmt::format("{}: status 0x{:08X}{}{}", kind, code, text.empty() ? "" : ": ", text));
 }
 
 void xebug(const char* fmt, ...) {

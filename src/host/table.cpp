@@ -34,6 +34,7 @@
 
 namespace fs = std::filesystem;
 using namespace esf::host::internal;
+using esf::host::quote_input;
 
 namespace {
 
@@ -115,6 +116,7 @@ struct Table {
   std::vector<std::string> names;
   std::vector<NAMESTR> namestrs;
   std::vector<std::vector<double>> rows;
+  std::vector<long> lines;  // line of each row in the file
   std::size_t next_row = 0;
   const std::vector<double>* current = nullptr;
   std::vector<std::pair<int, double*>> binds;
@@ -199,23 +201,34 @@ bool parse_value(const std::string& raw, double* out) {
   errno = 0;
   char* end = nullptr;
   const double v = std::strtod(s.c_str(), &end);
-  if (end != s.c_str() + s.size() || errno == ERANGE) return false;
+  // "nan" and "inf" are not values of a table: its missing values are
+  // written "." or ".A" to ".Z".
+  if (end != s.c_str() + s.size() || errno == ERANGE || !std::isfinite(v)) return false;
   *out = v;
   return true;
 }
 
+// Widths and decimals of a format are at most this.
+constexpr int kMaxFormatWidth = 32767;
+
 // Splits a format text "DATE9." or "BEST12.2" into name, width and
 // decimals: the digits before the point are the width, those after it the
-// decimals; without a point the whole text is the name.
-void parse_format(const std::string& f, NAMESTR& ns) {
+// decimals; without a point the whole text is the name. False when the
+// width or the decimals are above kMaxFormatWidth.
+bool parse_format(const std::string& f, NAMESTR& ns) {
   std::string name = f;
   int width = 0, decimals = 0;
   if (std::size_t point = f.rfind('.'); point != std::string::npos) {
-    for (std::size_t i = point + 1; i < f.size() && std::isdigit(static_cast<unsigned char>(f[i])); ++i)
+    for (std::size_t i = point + 1; i < f.size() && std::isdigit(static_cast<unsigned char>(f[i])); ++i) {
       decimals = decimals * 10 + (f[i] - '0');
+      if (decimals > kMaxFormatWidth) return false;
+    }
     std::size_t start = point;
     while (start > 0 && std::isdigit(static_cast<unsigned char>(f[start - 1]))) --start;
-    for (std::size_t i = start; i < point; ++i) width = width * 10 + (f[i] - '0');
+    for (std::size_t i = start; i < point; ++i) {
+      width = width * 10 + (f[i] - '0');
+      if (width > kMaxFormatWidth) return false;
+    }
     name = f.substr(0, start);
   }
   name = upper(name.substr(0, std::min<std::size_t>(name.size(), 32)));
@@ -224,6 +237,7 @@ void parse_format(const std::string& f, NAMESTR& ns) {
   std::memcpy(ns.nformlong, name.data(), name.size());
   ns.nfl = static_cast<short>(width);
   ns.nfd = static_cast<short>(decimals);
+  return true;
 }
 
 int read_table(Table& t, const fs::path& path) {
@@ -231,6 +245,7 @@ int read_table(Table& t, const fs::path& path) {
   if (!in) return fail(kTableNotFound, fmt::format("cannot open table file {}", path.string()));
   std::string line;
   if (!std::getline(in, line)) return fail(kTableBadData, fmt::format("{}: line 1: the header line is missing", path.string()));
+  if (line.starts_with("\xEF\xBB\xBF")) line.erase(0, 3);  // a UTF-8 byte-order mark
   const std::vector<std::string> header = split_csv(line);
   for (std::size_t j = 0; j < header.size(); ++j) {
     std::string field = trim(header[j]);
@@ -240,12 +255,14 @@ int read_table(Table& t, const fs::path& path) {
       field = trim(field.substr(0, colon));
     }
     if (!is_name(field, 32))
-      return fail(kTableBadData, fmt::format("{}: line 1, field {}: \"{}\" is not a variable name", path.string(), j + 1, field));
+      return fail(kTableBadData, fmt::format("{}: line 1, field {}: {} is not a variable name", path.string(), j + 1, quote_input(field)));
     t.names.push_back(upper(field));
     NAMESTR ns{};
     xvnamei(&ns);
     ns.nvar0 = static_cast<long>(j) + 1;
-    if (!format.empty()) parse_format(format, ns);
+    if (!format.empty() && !parse_format(format, ns))
+      return fail(kTableBadData, fmt::format("{}: line 1, field {} ({}): the format {} has a width or decimals above {}",
+                                             path.string(), j + 1, upper(field), quote_input(format), kMaxFormatWidth));
     t.namestrs.push_back(ns);
   }
   for (std::size_t j = 0; j < t.namestrs.size(); ++j) {
@@ -263,10 +280,11 @@ int read_table(Table& t, const fs::path& path) {
     std::vector<double> row(fields.size());
     for (std::size_t j = 0; j < fields.size(); ++j) {
       if (!parse_value(fields[j], &row[j]))
-        return fail(kTableBadData, fmt::format("{}: line {}, field {} ({}): \"{}\" is not a number or an ISO date", path.string(), lineno,
-                                               j + 1, t.names[j], trim(fields[j])));
+        return fail(kTableBadData, fmt::format("{}: line {}, field {} ({}): {} is not a number or an ISO date", path.string(), lineno,
+                                               j + 1, t.names[j], quote_input(trim(fields[j]))));
     }
     t.rows.push_back(std::move(row));
+    t.lines.push_back(lineno);
   }
   return 0;
 }
@@ -389,7 +407,7 @@ int xoopen(XO_PARMS* xoparm, XOPNSTR* xopnstr) {
   if (libref.empty()) libref = "WORK";
   const int mem_l = std::clamp<int>(xopnstr->name.mem.name_l, 0, 32);
   const std::string mem = fixed_text(xopnstr->name.mem.name, static_cast<std::size_t>(mem_l));
-  if (!is_name(mem, 32)) return fail(kTableBadName, fmt::format("\"{}\" is not a valid table name", mem));
+  if (!is_name(mem, 32)) return fail(kTableBadName, fmt::format("{} is not a valid table name", quote_input(mem)));
   auto t = std::make_unique<Table>();
   t->file.vector = &g_vector;
   t->file.impl = t.get();
@@ -460,8 +478,21 @@ int xoclose(XOFILE* fileid, int how) {
   return 0;
 }
 
-int xofprc(XO_PARMS* /*xoparm*/, int status, int /*flags*/) {
-  if (status != 0) xprrlog(0, status);
+int xofprc(XO_PARMS* xoparm, int status, int flags) {
+  if (status == 0) return status;
+  // On an input table, `flags` names the variable (from 1) whose value in
+  // the current row the status is about: the status is noted against it for
+  // the report that follows, not reported here.
+  if (xoparm != nullptr && xoparm->fileid != nullptr && flags > 0) {
+    const Table& t = *table_of(xoparm->fileid);
+    const auto var = static_cast<std::size_t>(flags - 1);
+    if (!t.output && t.current != nullptr && t.next_row > 0 && t.next_row <= t.lines.size() && var < t.names.size()) {
+      note_status_detail(status, fmt::format("{}: line {}, field {} ({}): {}", t.path.string(), t.lines[t.next_row - 1],
+                                             flags, t.names[var], format_value((*t.current)[var])));
+      return status;
+    }
+  }
+  xprrlog(0, status);
   return status;
 }
 
@@ -521,7 +552,7 @@ int xvputd(ptr xvp, NAMESTR* namestr, int /*flags*/, double* slot, int len, int 
     return fail(kTableBadVariable, fmt::format("variable {} is one more than the {} announced", name, t.nvars));
   if (namestr->ntype != 1 || len != 8)
     return fail(kTableBadVariable, fmt::format("variable {}: only numeric variables of 8 bytes are supported", name));
-  if (!is_name(name, 32)) return fail(kTableBadVariable, fmt::format("\"{}\" is not a valid variable name", name));
+  if (!is_name(name, 32)) return fail(kTableBadVariable, fmt::format("{} is not a valid variable name", quote_input(name)));
   for (const Table::OutVar& v : t.vars) {
     if (upper(v.name) == upper(name)) return fail(kTableBadVariable, fmt::format("variable {} is defined twice", name));
   }
@@ -634,7 +665,7 @@ int xyvget(ptr xvp, int /*flags*/) {
 namespace esf::host {
 
 void assign_libref(std::string_view libref, const fs::path& dir) {
-  if (!is_name(libref, 8)) throw std::invalid_argument(fmt::format("\"{}\" is not a library reference (a name of at most 8 characters)", libref));
+  if (!is_name(libref, 8)) throw std::invalid_argument(fmt::format("{} is not a library reference (a name of at most 8 characters)", quote_input(libref)));
   Librefs& l = librefs();
   std::lock_guard lock(l.mutex);
   l.dirs[upper(libref)] = dir;

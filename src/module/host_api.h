@@ -393,7 +393,10 @@ int znamdiv(int flags, const tchar* name, int len, int* count, int n, struct u_s
 int xoopen(XO_PARMS* xoparm, XOPNSTR* xopnstr);
 // Closes a table: `how` 0 keeps an output table, XO_ABORT discards it.
 int xoclose(XOFILE* fileid, int how);
-// Handles a non-zero status of an entry (reports it).
+// Handles a non-zero status of an entry: reports it, or with `flags` a
+// variable number (from 1) of an input table, notes it against that
+// variable's value in the current row (file, line and field) for the report
+// that follows.
 int xofprc(XO_PARMS* xoparm, int status, int flags);
 // Facts of an open table: `what` 2 or 3 gives the number of rows.
 int xoinfo(XOFILE* fileid, int what, long* value);

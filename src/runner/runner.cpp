@@ -21,6 +21,7 @@
 #include "runner/interval_inference.h"
 #include "runner/interval_names.h"
 #include "runner/model_checks.h"
+#include "runner/validate.h"
 
 namespace esf::runner {
 namespace {
@@ -79,16 +80,25 @@ bool is_variable_name(const std::string& s) {
   return true;
 }
 
+// Whether a name is one the forecast table gives its own columns: ACTUAL,
+// FORECAST, the limits U.. and L.., RESIDUAL, STD and the states. A time ID
+// column so named is written as DATE.
+bool is_table_column(const std::string& name) {
+  std::string u;
+  for (char c : name) u += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  for (const char* column : {"ACTUAL", "FORECAST", "RESIDUAL", "STD", "LEVEL", "TREND", "SEASON"}) {
+    if (u == column) return true;
+  }
+  return u.size() > 1 && (u[0] == 'U' || u[0] == 'L') &&
+         u.find_first_not_of("0123456789.", 1) == std::string::npos;
+}
+
 void check_options(const ModelOptions& o, const Family& family) {
   for (int k = 0; k < kNumWeightKinds; ++k) {
     const bool given = o.fixed[k].has_value() || !o.bounds[k].empty();
     if (given && !family.weights[k]) {
       throw RunError(fmt::format("--{}-weight/--{}-bounds: the {} model has no {} weight", kWeightWord[k],
                                  kWeightWord[k], family.name, kWeightWord[k]));
-    }
-    if (!o.bounds[k].empty() && o.bounds[k][0] > o.bounds[k][1]) {
-      throw RunError(fmt::format("--{}-bounds: the lower bound {} is above the upper bound {}", kWeightWord[k],
-                                 o.bounds[k][0], o.bounds[k][1]));
     }
   }
   if ((o.start_trend || o.backcast_trend) && !family.trended) {
@@ -274,7 +284,7 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   calendar.is_missing = [](double v) { return esf::is_missing(v) || std::isnan(v); };
   p->placed = place_series(csv, calendar);
 
-  p->timeid = is_variable_name(csv.id_column) ? csv.id_column : "DATE";
+  p->timeid = is_variable_name(csv.id_column) && !is_table_column(csv.id_column) ? csv.id_column : "DATE";
   p->series = new_list();
   set_text(p->series, "NAME", csv.var_column.substr(0, 32));
   set_text(p->series, "LABEL", csv.var_column.substr(0, 256));
@@ -315,6 +325,19 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   p->fit_last = o.fit_end.empty() ? n - 1 : std::clamp(index_of("--fit-end", o.fit_end), -1L, n - 1);
   p->eval_first = o.eval_start.empty() ? p->fit_first : std::clamp(index_of("--eval-start", o.eval_start), 0L, n - 1);
   p->eval_last = o.eval_end.empty() ? n - 1 : std::clamp(index_of("--eval-end", o.eval_end), -1L, n - 1);
+  // Each range must hold observations of the series.
+  for (const auto& [what, first, last, start, end] :
+       {std::tuple{"--fit-start/--fit-end: the fit range", p->fit_first, p->fit_last, &o.fit_start, &o.fit_end},
+        std::tuple{"--eval-start/--eval-end: the evaluation range", p->eval_first, p->eval_last, &o.eval_start,
+                   &o.eval_end}}) {
+    const bool after = !start->empty() && index_of("", *start) > n - 1;
+    if (after || first > last) {
+      throw RunError(fmt::format("{} ({} to {}) holds no observation of the series, which runs from {} to {}", what,
+                                 start->empty() ? "its start" : host::quote_input(*start),
+                                 end->empty() ? "its end" : host::quote_input(*end),
+                                 format_time(p->period(0), plan.units), format_time(p->period(n - 1), plan.units)));
+    }
+  }
   if (o.holdout > 0) {
     if (!o.fit_end.empty() || !o.eval_end.empty()) {
       throw RunError("--holdout sets the end of the fit and evaluation ranges; give it without --fit-end/--eval-end");
@@ -327,6 +350,15 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
     const double end = p->period(p->fit_last);
     set_number(p->fit_range, "ENDDATE", end);
     set_number(p->eval_range, "ENDDATE", end);
+  }
+  if (plan.forecast && o.lead > 0) {
+    // The last forecast must have a date of the calendar.
+    const double last = p->period(p->eval_last + o.lead);
+    if (esf::is_missing(last) || std::isnan(last) || !in_calendar_range(last, plan.units)) {
+      throw RunError(fmt::format("--lead: {} periods of {} from the end of the series run past the calendar's "
+                                 "dates, {}",
+                                 o.lead, plan.interval_token, kCalendarRangeText));
+    }
   }
 }
 
@@ -693,15 +725,7 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
     throw RunError(fmt::format("--model: '{}' is not a model; choose one of {} or {}", options.model,
                                family_names(), kAutoModel));
   }
-  if (forecast && !(options.cl > 0.0 && options.cl < 1.0)) {
-    throw RunError(fmt::format("--cl: {} is not a significance level between 0 and 1", options.cl));
-  }
-  for (double level : options.levels) {
-    if (!(level > 0.0 && level < 100.0)) {
-      throw RunError(fmt::format("--level: {} is not a confidence level in percent between 0 and 100", level));
-    }
-  }
-  if (options.holdout < 0) throw RunError(fmt::format("--holdout: {} is below 0", options.holdout));
+  validate_options(options, p.family, forecast);
   if (automatic) {
     for (int k = 0; k < kNumWeightKinds; ++k) {
       if (options.fixed[k] || !options.bounds[k].empty()) {
@@ -733,6 +757,9 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   }
   p.interval_token = std::string(p.interval.token, static_cast<std::size_t>(p.interval.tokenlen));
   p.units = time_units_of(p.interval.units);
+  if (!options.start_factors.empty() || !options.backcast_factors.empty()) {
+    validate_cycle(options, options.nseasons.value_or(seasons_of(loader_, &p.interval, 0.0)));
+  }
   return p;
 }
 
@@ -891,6 +918,19 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
   if (!remark.empty()) result.warnings.push_back(remark);
   std::unique_ptr<Lists> lists;
+  if (saved != nullptr && !saved->interval.empty()) {
+    // The model's weights and factors belong to the interval it was fitted
+    // on: a forecast on another interval would be meaningless.
+    INTERVAL fitted{};
+    std::string text = saved->interval;
+    ModuleCalendar cal(loader_);
+    if (cal.zintstr(text.data(), static_cast<int>(text.size()), &fitted) != 0 || fitted.units != plan.interval.units ||
+        fitted.intcode != plan.interval.intcode || fitted.intper != plan.interval.intper ||
+        fitted.shiftper != plan.interval.shiftper) {
+      throw RunError(fmt::format("the model was fitted on interval {}, not {}: {}", host::quote_input(saved->interval),
+                                 host::quote_input(plan.options.interval), saved->path));
+    }
+  }
   if (saved != nullptr) {
     lists = std::make_unique<Lists>();
     Lists& p = *lists;
@@ -992,6 +1032,10 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
 }
 
 SavedModel load_model_file(const std::string& path, ModelOptions& options) {
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) {
+    throw RunError(fmt::format("the model file is a directory: {}", path));
+  }
   std::ifstream in(path);
   if (!in) throw RunError(fmt::format("{}: cannot open the model file", path));
   Json j;
@@ -1009,6 +1053,22 @@ SavedModel load_model_file(const std::string& path, ModelOptions& options) {
   if (options.model.empty()) options.model = saved.model;
   if (options.model != saved.model) {
     throw RunError(fmt::format("{}: the file holds a {} model, not {}", path, saved.model, options.model));
+  }
+  if (j.contains("interval")) {
+    if (!j["interval"].is_string()) throw RunError(fmt::format("{}: not a model file: \"interval\" is not text", path));
+    saved.interval = j["interval"].get<std::string>();
+    if (options.interval.empty()) options.interval = saved.interval;
+  }
+  // Saved weights are numbers from 0 to 1.
+  const Json& list = j["model_list"];
+  if (list.is_object() && list.contains("PARMVALS") && list["PARMVALS"].is_object() &&
+      list["PARMVALS"].contains("SMOOTHING_WEIGHTS") && list["PARMVALS"]["SMOOTHING_WEIGHTS"].is_object()) {
+    for (const auto& [name, w] : list["PARMVALS"]["SMOOTHING_WEIGHTS"].items()) {
+      if (!w.is_null() && !(w.is_number() && w.get<double>() >= 0.0 && w.get<double>() <= 1.0)) {
+        throw RunError(fmt::format("not a model file: the {} weight is {}, not a number from 0 to 1: {}", name,
+                                   host::quote_input(w.dump()), path));
+      }
+    }
   }
   // The list is built once here so that a file that cannot become a list is
   // refused before any series is read.

@@ -222,6 +222,7 @@ struct ForecastResult {
 struct SavedModel {
   std::string path;
   std::string model;
+  std::string interval;  // the interval the model was fitted on, as written; empty in older files
   nlohmann::ordered_json model_list;
 };
 

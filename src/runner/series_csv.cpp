@@ -8,13 +8,16 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <map>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "common/civil_days.h"
+#include "host/host.h"
 #include "host/host_dates.h"
 #include "host/time_text.h"
 #include "intervals/interval.h"
@@ -67,7 +70,7 @@ bool split_csv_line(const std::string& line, std::vector<std::string>* fields) {
 }
 
 std::string where(const std::string& path, long line, const std::string& column) {
-  return fmt::format("{}: line {}, column '{}'", path, line, column);
+  return fmt::format("{}: line {}, column {}", path, line, host::quote_input(column));
 }
 
 }  // namespace
@@ -130,7 +133,11 @@ CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
                           const std::string& var_column, TimeUnits units) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw CsvError(fmt::format("{}: cannot open the file for reading", path));
+  return read_series_csv(in, path, id_column, var_column, units);
+}
 
+CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::string& id_column,
+                          const std::string& var_column, TimeUnits units) {
   CsvSeries series;
   series.path = path;
   std::string line;
@@ -164,13 +171,20 @@ CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
     for (std::size_t k = 0; k < header.size(); ++k) {
       if (header[k] == name) return k;
     }
-    throw CsvError(fmt::format("{}: line {}: no column named '{}' in the header", path, header_line, name));
+    throw CsvError(fmt::format("{}: line {}: no column named {} in the header", path, header_line, host::quote_input(name)));
   };
   const std::size_t id_col = column_index(id_column, 0, "time ID");
   const std::size_t var_col = column_index(var_column, 1, "value");
   if (id_col == var_col) {
-    throw CsvError(fmt::format("{}: line {}: the time ID and the value are the same column '{}'", path,
-                               header_line, header[id_col]));
+    throw CsvError(fmt::format("{}: line {}: the time ID and the value are the same column {}", path,
+                               header_line, host::quote_input(header[id_col])));
+  }
+  // A first line of a time ID and a number is data: the file has no header.
+  if (double t = 0.0; parse_time(header[id_col], units, &t) && host::read_number_text(header[var_col])) {
+    throw CsvError(fmt::format("the file has no header line: line {} holds data ({} and {}); give the columns names "
+                               "in a first line such as date,value: {}",
+                               header_line, host::quote_input(header[id_col]), host::quote_input(header[var_col]),
+                               path));
   }
   series.id_column = header[id_col];
   series.var_column = header[var_col];
@@ -195,11 +209,11 @@ CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
       const std::string want = units == TimeUnits::kNumber ? std::string("a number")
                                                            : fmt::format("a date or datetime ({})", host::kTimeTextForms);
       throw CsvTimeIdError(
-          fmt::format("{}: '{}' is not {}", where(path, lineno, series.id_column), row.id_text, want));
+          fmt::format("{}: {} is not {}", where(path, lineno, series.id_column), host::quote_input(row.id_text), want));
     }
     if (!in_calendar_range(row.time, units)) {
-      throw CsvError(fmt::format("{}: '{}' lies outside the calendar's dates, {}", where(path, lineno, series.id_column),
-                                 row.id_text, kCalendarRangeText));
+      throw CsvError(fmt::format("{}: {} lies outside the calendar's dates, {}", where(path, lineno, series.id_column),
+                                 host::quote_input(row.id_text), kCalendarRangeText));
     }
     const std::string& v = fields[var_col];
     if (host::read_missing_text(v)) {
@@ -207,7 +221,7 @@ CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
     } else if (const auto number = host::read_number_text(v)) {
       row.value = *number;
     } else {
-      throw CsvError(fmt::format("{}: '{}' is not a number", where(path, lineno, series.var_column), v));
+      throw CsvError(fmt::format("{}: {} is not a number", where(path, lineno, series.var_column), host::quote_input(v)));
     }
     series.rows.push_back(std::move(row));
   }
@@ -224,24 +238,31 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
   }
   placed.stdate = calendar.period_start(earliest->time);
   if (calendar.is_missing(placed.stdate)) {
-    throw CsvError(fmt::format("{}: the interval cannot place '{}'",
-                               where(series.path, earliest->line, series.id_column), earliest->id_text));
+    throw CsvError(fmt::format("{}: the interval cannot place {}",
+                               where(series.path, earliest->line, series.id_column), host::quote_input(earliest->id_text)));
   }
   // Period index of every row, from the first period.
   std::map<long, const CsvRow*> by_period;
   long last = 0;
   for (const CsvRow& row : series.rows) {
     const double k = calendar.count(placed.stdate, row.time);
-    if (calendar.is_missing(k) || !std::isfinite(k) || k < 0 || k > 1e9) {
-      throw CsvError(fmt::format("{}: the interval cannot place '{}'",
-                                 where(series.path, row.line, series.id_column), row.id_text));
+    if (calendar.is_missing(k) || !std::isfinite(k) || k < 0) {
+      throw CsvError(fmt::format("{}: the interval cannot place {}",
+                                 where(series.path, row.line, series.id_column), host::quote_input(row.id_text)));
+    }
+    if (k >= static_cast<double>(kMaxSeriesPeriods)) {
+      throw CsvError(fmt::format(
+          "the series spans more than {} periods of the interval, more than memory allows: {}: lines {} and {}, "
+          "column {}: {} and {}",
+          kMaxSeriesPeriods, series.path, earliest->line, row.line, host::quote_input(series.id_column), host::quote_input(earliest->id_text),
+          host::quote_input(row.id_text)));
     }
     const long index = static_cast<long>(k);
     auto [it, inserted] = by_period.emplace(index, &row);
     if (!inserted) {
-      throw CsvError(fmt::format("{}: lines {} and {}, column '{}': '{}' and '{}' fall in the same period",
-                                 series.path, it->second->line, row.line, series.id_column,
-                                 it->second->id_text, row.id_text));
+      throw CsvError(fmt::format("{}: lines {} and {}, column {}: {} and {} fall in the same period",
+                                 series.path, it->second->line, row.line, host::quote_input(series.id_column),
+                                 host::quote_input(it->second->id_text), host::quote_input(row.id_text)));
     }
     if (index > last) last = index;
   }
@@ -254,14 +275,96 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
   return placed;
 }
 
-void write_file_atomically(const std::string& path, const std::string& text) {
+namespace {
+
+// The temporary file being written, for the signal handler to remove.
+char g_temporary[4096];
+
+extern "C" void remove_temporary_and_reraise(int sig) {
+  if (g_temporary[0] != '\0') ::unlink(g_temporary);
+  ::signal(sig, SIG_DFL);
+  ::raise(sig);
+}
+
+// Removes the temporary file when a signal ends the process while it exists.
+class TemporaryGuard {
+ public:
+  explicit TemporaryGuard(const std::string& path) {
+    std::snprintf(g_temporary, sizeof g_temporary, "%s", path.c_str());
+    struct sigaction sa {};
+    sa.sa_handler = remove_temporary_and_reraise;
+    sigemptyset(&sa.sa_mask);
+    for (int i = 0; i < 3; ++i) ::sigaction(kSignals[i], &sa, &old_[i]);
+  }
+  ~TemporaryGuard() {
+    for (int i = 0; i < 3; ++i) ::sigaction(kSignals[i], &old_[i], nullptr);
+    g_temporary[0] = '\0';
+  }
+  TemporaryGuard(const TemporaryGuard&) = delete;
+  TemporaryGuard& operator=(const TemporaryGuard&) = delete;
+
+ private:
+  static constexpr int kSignals[3] = {SIGINT, SIGTERM, SIGHUP};
+  struct sigaction old_[3];
+};
+
+const char* kind_of(const std::filesystem::file_status& st) {
+  switch (st.type()) {
+    case std::filesystem::file_type::directory: return "a directory";
+    case std::filesystem::file_type::block:
+    case std::filesystem::file_type::character: return "a device";
+    case std::filesystem::file_type::fifo: return "a pipe";
+    case std::filesystem::file_type::socket: return "a socket";
+    default: return "not a regular file";
+  }
+}
+
+}  // namespace
+
+std::string checked_output_path(const std::string& path, const std::vector<std::string>& inputs) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  if (path.empty()) throw CsvError("the output path is empty");
+  fs::path target(path);
+  // Follow symbolic links to the file they name, which is then replaced.
+  for (int hops = 0; fs::is_symlink(fs::symlink_status(target, ec)); ++hops) {
+    if (hops == 40) throw CsvError(fmt::format("{}: too many levels of symbolic links", path));
+    const fs::path next = fs::read_symlink(target, ec);
+    if (ec) throw CsvError(fmt::format("{}: cannot read the symbolic link", path));
+    target = next.is_absolute() ? next : target.parent_path() / next;
+  }
+  const fs::file_status st = fs::status(target, ec);
+  if (fs::exists(st)) {
+    if (!fs::is_regular_file(st)) {
+      throw CsvError(fmt::format("the output is {}, not a file to write: {}", kind_of(st), path));
+    }
+    for (const std::string& input : inputs) {
+      if (!input.empty() && fs::equivalent(target, input, ec)) {
+        throw CsvError(fmt::format("the output would replace the input {}: {}", input, path));
+      }
+    }
+  }
+  return target.string();
+}
+
+void write_file_atomically(const std::string& path, const std::string& text, const std::vector<std::string>& inputs) {
+  const std::string target = checked_output_path(path, inputs);
   std::string dir = ".";
-  if (const auto slash = path.find_last_of('/'); slash != std::string::npos) dir = path.substr(0, slash + 1);
+  if (const auto slash = target.find_last_of('/'); slash != std::string::npos) dir = target.substr(0, slash + 1);
   std::string tmpl = (dir == "." ? std::string("./") : dir) + ".esforecast-XXXXXX";
   std::vector<char> name(tmpl.begin(), tmpl.end());
   name.push_back('\0');
+  // Signals are caught before the file exists and held while it is created
+  // and named for the handler, so that none is left behind.
+  TemporaryGuard guard("");
+  sigset_t block, previous;
+  sigemptyset(&block);
+  for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&block, sig);
+  ::sigprocmask(SIG_BLOCK, &block, &previous);
   const int fd = mkstemp(name.data());
-  if (fd < 0) throw CsvError(fmt::format("{}: cannot create a file in {}", path, dir));
+  if (fd >= 0) std::snprintf(g_temporary, sizeof g_temporary, "%s", name.data());
+  ::sigprocmask(SIG_SETMASK, &previous, nullptr);
+  if (fd < 0) throw CsvError(fmt::format("cannot create a file in {}: {}", dir, path));
   const std::string tmp(name.data());
   // mkstemp makes the file private; give it the usual permissions of output.
   ::fchmod(fd, 0644);
@@ -277,9 +380,9 @@ void write_file_atomically(const std::string& path, const std::string& text) {
   }
   if (::fsync(fd) != 0) ok = false;
   if (::close(fd) != 0) ok = false;
-  if (!ok || std::rename(tmp.c_str(), path.c_str()) != 0) {
+  if (!ok || std::rename(tmp.c_str(), target.c_str()) != 0) {
     std::remove(tmp.c_str());
-    throw CsvError(fmt::format("{}: cannot write the file", path));
+    throw CsvError(fmt::format("cannot write the file: {}", path));
   }
 }
 

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <functional>
+#include <istream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -57,6 +58,9 @@ struct CsvSeries {
 // the first and the second column. Throws CsvError.
 CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
                           const std::string& var_column, TimeUnits units);
+// The same from an open stream; `path` names it in messages.
+CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::string& id_column,
+                          const std::string& var_column, TimeUnits units);
 
 // The series placed on a calendar: values[i] belongs to the i-th period from
 // the one that holds the earliest time ID. A period without a row is missing.
@@ -76,9 +80,14 @@ struct Calendar {
   std::function<bool(double v)> is_missing;
 };
 
+// Periods a series may span from its first row to its last (each period
+// takes a slot in every array of the model, whether it has a row or not).
+inline constexpr long kMaxSeriesPeriods = 10'000'000;
+
 // Places every row in its period. Throws CsvError naming the line when the
-// calendar cannot place a date, and naming both lines when two rows fall in
-// one period.
+// calendar cannot place a date, naming both lines when two rows fall in one
+// period, and naming the first and the last row when the series spans more
+// than kMaxSeriesPeriods periods.
 PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar);
 
 // Text of a time value: an ISO date, an ISO datetime, or a number.
@@ -93,9 +102,18 @@ inline constexpr const char* kCalendarRangeText = "1582-01-01 to 20000-12-26";
 // Whether a time value lies within the calendar's dates (numbers always do).
 bool in_calendar_range(double t, TimeUnits units);
 
-// Writes `text` to `path` through a temporary file in the same directory that
-// is renamed into place only when everything was written, so that a failure
-// leaves no half-written file. Throws CsvError.
-void write_file_atomically(const std::string& path, const std::string& text);
+// The file an output path names, checked before anything is written: a
+// symbolic link is followed to the file it names; what is there must be a
+// regular file (not a directory, a device or a pipe) and none of the files of
+// `inputs`. Throws CsvError saying why.
+std::string checked_output_path(const std::string& path, const std::vector<std::string>& inputs = {});
+
+// Writes `text` to `path` (checked as checked_output_path does) through a
+// temporary file in the same directory that is renamed into place only when
+// everything was written, so that a failure leaves no half-written file; a
+// SIGINT, SIGTERM or SIGHUP meanwhile removes the temporary file. Throws
+// CsvError.
+void write_file_atomically(const std::string& path, const std::string& text,
+                           const std::vector<std::string>& inputs = {});
 
 }  // namespace esf::runner
