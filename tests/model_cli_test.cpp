@@ -264,7 +264,7 @@ TEST_F(ModelCliTest, FamiliesByName) {
   }
   const Outcome bad = run({"fit", "--model", "holt", "--interval", "QTR", example("UKgas.csv")});
   EXPECT_NE(bad.status, 0);
-  EXPECT_NE(bad.err.find("'holt' is not a model"), std::string::npos) << bad.err;
+  EXPECT_NE(bad.err.find("\"holt\" is not a model"), std::string::npos) << bad.err;
 }
 
 // ---- forecast --------------------------------------------------------------------------
@@ -386,7 +386,7 @@ TEST_F(ModelCliTest, MethodFailuresExitWithTheirCode) {
 
   const Outcome interval = run({"fit", "--interval", "FORTNIGHT", example("AirPassengers.csv")});
   EXPECT_NE(interval.status, 0);
-  EXPECT_NE(interval.err.find("'FORTNIGHT' is not an interval name"), std::string::npos) << interval.err;
+  EXPECT_NE(interval.err.find("\"FORTNIGHT\" is not an interval name"), std::string::npos) << interval.err;
 
   const Outcome range = run({"fit", "--interval", "MONTH", "--fit-start", "June 1950", example("AirPassengers.csv")});
   EXPECT_NE(range.status, 0);

@@ -106,7 +106,7 @@ def test_failed_series_are_listed_not_raised(air):
 
 
 def test_bad_options_raise_the_command_line_message(air):
-    with pytest.raises(EsforecastError, match="--model: 'holt' is not a model; choose one of") as e:
+    with pytest.raises(EsforecastError, match='--model: "holt" is not a model; choose one of') as e:
         esforecast.forecast(air, 12, model="holt", interval="MONTH", time_col="date", target_col="value")
     assert e.value.status == 1
     with pytest.raises(EsforecastError, match="not a known interval name"):

@@ -381,8 +381,7 @@ void add_model_commands(CLI::App& app, esf::runner::Loader& loader) {
   CLI::App* fc = app.add_subcommand("forecast", "Fit a smoothing model and write its forecast table as CSV");
   add_common_options(fc, forecast_options, false);
   fc->add_option("--lead", forecast_options.model.lead, "Number of forecasts past the evaluation range")
-      ->default_val(12)
-      ->check(CLI::NonNegativeNumber);
+      ->default_val(12);
   fc->add_option("--cl", forecast_options.model.cl, "Significance level of the limits, e.g. 0.05 for 95% limits")
       ->default_val(0.05);
   fc->add_option("-o,--output", forecast_options.output, "Write the table to this CSV file (default: standard output)");

@@ -13,8 +13,7 @@
 // (https://howardhinnant.github.io/date_algorithms.html), moved to the 1960
 // epoch, and for the years of every date in use the multiply-and-shift forms
 // of C. Neri and L. Schneider.
-#ifndef ESF_COMMON_CIVIL_DAYS_H
-#define ESF_COMMON_CIVIL_DAYS_H
+#pragma once
 
 #include <cstdint>
 #include <limits>
@@ -241,4 +240,3 @@ static_assert(weekday_sunday0(0) == 5, "1 January 1960 is a Friday");
 
 }  // namespace calendar
 
-#endif  // ESF_COMMON_CIVIL_DAYS_H

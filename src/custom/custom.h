@@ -13,8 +13,7 @@
 // The calendar routines reach this subsystem through the routines declared
 // in intervals/interval.h (getcustomname, zcustLoad, customINTNX, ...); the
 // rest is declared here.
-#ifndef ESF_CUSTOM_CUSTOM_H
-#define ESF_CUSTOM_CUSTOM_H
+#pragma once
 
 #include "intervals/interval.h"
 #include "module/host_api.h"
@@ -204,4 +203,3 @@ int zfmttype(char* format, int fmtlen);
 
 }  // extern "C"
 
-#endif  // ESF_CUSTOM_CUSTOM_H

@@ -14,8 +14,7 @@
 //   call.list(series).list(spec).list(fit).list(eval).list(model).number(0);
 //   loader.call(2, call);            // slot 2: mes1fit
 //   int rc = call.return_code();     // read back from the last argument
-#ifndef ESF_HOST_HOST_H
-#define ESF_HOST_HOST_H
+#pragma once
 
 #include <cstddef>
 #include <filesystem>
@@ -208,4 +207,3 @@ std::string format_table_value(double v);
 
 }  // namespace esf::host
 
-#endif  // ESF_HOST_HOST_H

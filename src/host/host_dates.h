@@ -17,8 +17,7 @@
 //   zwekday(0.0)               //  6.0 (Friday; 1 is Sunday, 7 Saturday)
 //   zyear(-1.0)                //  1959.0
 //   ztimprt(86399.5)           //  86399.5 seconds into the day
-#ifndef ESF_HOST_HOST_DATES_H
-#define ESF_HOST_HOST_DATES_H
+#pragma once
 
 #ifdef __cplusplus
 extern "C" {
@@ -51,4 +50,3 @@ double ztimprt(double datetime);
 }
 #endif
 
-#endif  // ESF_HOST_HOST_DATES_H

@@ -1,7 +1,6 @@
 // Helpers shared by the units of the host stand-in.  Not for host programs
 // (they use host.h) and not for the module (it uses module/host_api.h).
-#ifndef ESF_HOST_HOST_INTERNAL_H
-#define ESF_HOST_HOST_INTERNAL_H
+#pragma once
 
 #include <bit>
 #include <cstdint>
@@ -71,4 +70,3 @@ std::string take_status_detail(int rc);
 
 }  // namespace esf::host::internal
 
-#endif  // ESF_HOST_HOST_INTERNAL_H

@@ -5,8 +5,7 @@
 //
 // Texts are a char pointer and an int length, blank-padded, unterminated,
 // as in the module.  The stand-in host works in single-byte ASCII.
-#ifndef ESF_HOST_HOST_TEXT_H
-#define ESF_HOST_HOST_TEXT_H
+#pragma once
 
 #ifdef __cplusplus
 extern "C" {
@@ -58,4 +57,3 @@ int wztxcm2s(const char* src, int slen, char* dst, int dlen);
 }  // extern "C"
 #endif
 
-#endif  // ESF_HOST_HOST_TEXT_H

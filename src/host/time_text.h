@@ -10,8 +10,7 @@
 //   read_time_text("12000-03-01")             //  five-digit years
 //   read_missing_text("NA")                   //  the ordinary missing value
 //   read_number_text("1e-320")                //  a number (subnormal)
-#ifndef ESF_HOST_TIME_TEXT_H
-#define ESF_HOST_TIME_TEXT_H
+#pragma once
 
 #include <optional>
 #include <string_view>
@@ -48,4 +47,3 @@ inline constexpr const char* kTimeTextForms = "YYYY-MM-DD, YYYY-MM-DDTHH:MM[:SS[
 
 }  // namespace esf::host
 
-#endif  // ESF_HOST_TIME_TEXT_H

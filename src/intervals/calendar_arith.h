@@ -18,8 +18,7 @@
 //
 // Nothing here allocates, throws or reads a table: the retail calendars
 // are two comparisons within a 13-week quarter.
-#ifndef ESF_INTERVALS_CALENDAR_ARITH_H
-#define ESF_INTERVALS_CALENDAR_ARITH_H
+#pragma once
 
 #include <bit>
 #include <cstddef>
@@ -537,4 +536,3 @@ double with_custom_record(const INTERVAL& iv, Call call) {
 
 }  // namespace calendar
 
-#endif  // ESF_INTERVALS_CALENDAR_ARITH_H

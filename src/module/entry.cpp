@@ -8,6 +8,11 @@
 #include "module/method_frame.h"
 #include "module/win_model.h"
 
+// The release, given by the build (the project's version in CMakeLists.txt).
+#if !defined(ESF_VERSION) || !defined(ESF_VERSION_SHORT)
+#error "ESF_VERSION and ESF_VERSION_SHORT come from the build"
+#endif
+
 namespace {
 
 // Release texts of this image.
@@ -28,7 +33,7 @@ const QKS_Version_Info kRevision = {
     "",                                        // script_dvd
     "",                                        // script_loc
     "M0",                                      // maintenance
-    "0.1.0",                                   // version
+    ESF_VERSION,                               // version
     "Linux",                                   // os_version
     "",                                        // hotfix
     "",                                        // hotfix_Install
@@ -68,8 +73,8 @@ VIMODCON vi_mcn = {
     "QOR_Image_Information=",  // tag, zero padded to 24
     0xB0BDEBEDul,              // modconmagic
     8,                         // compat_flags
-    "0.1",                     // portver
-    "0.1.0 stand-alone",       // portverl
+    ESF_VERSION_SHORT,         // portver
+    ESF_VERSION " stand-alone",  // portverl
     __DATE__ " " __TIME__,     // builddate
     mcn_pcns,                  // pgmcons
     const_cast<char*>(kCopyright),

@@ -10,8 +10,7 @@
 //
 // The header is plain data with no dependence on the module's code, so that
 // host programs include it without linking the module.
-#ifndef ESF_MODULE_FAMILIES_H
-#define ESF_MODULE_FAMILIES_H
+#pragma once
 
 #include <string_view>
 
@@ -241,4 +240,3 @@ constexpr const Family* family_of_method(std::string_view name) {
 
 }  // namespace esf
 
-#endif  // ESF_MODULE_FAMILIES_H

@@ -13,8 +13,7 @@
 //   * texts are a tchar pointer and an int length, unterminated unless said;
 //   * list indexes start at 1, and an index of -1 means "append";
 //   * names of list items compare without regard to case.
-#ifndef ESF_MODULE_HOST_API_H
-#define ESF_MODULE_HOST_API_H
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -662,4 +661,3 @@ inline void host_free(void* p) {
 }
 #endif
 
-#endif  // ESF_MODULE_HOST_API_H

@@ -5,8 +5,7 @@
 //
 // All routines have C linkage. The readers are shared by the twelve methods;
 // the bridge routines are exported for the host's other callers.
-#ifndef ESF_MODULE_METHOD_ARGS_H
-#define ESF_MODULE_METHOD_ARGS_H
+#pragma once
 
 #include "intervals/interval.h"
 #include "module/families.h"
@@ -101,4 +100,3 @@ int zintqvl(struct INTERVAL* intv, struct INTINFO* info, List intvList);
 }
 #endif
 
-#endif  // ESF_MODULE_METHOD_ARGS_H

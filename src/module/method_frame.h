@@ -12,8 +12,7 @@
 //
 // The function result of a method is always 0; its outcome travels in the
 // return-code argument.
-#ifndef ESF_MODULE_METHOD_FRAME_H
-#define ESF_MODULE_METHOD_FRAME_H
+#pragma once
 
 #include <string_view>
 
@@ -49,4 +48,3 @@ METHODFN method_named(std::string_view name);
 
 }  // namespace esf
 
-#endif  // ESF_MODULE_METHOD_FRAME_H

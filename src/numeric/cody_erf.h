@@ -1,8 +1,7 @@
 // Coefficients of W. J. Cody's rational Chebyshev approximations for the
 // error function (Math. Comp. 23 (1969) 631-637; routine CALERF of SPECFUN),
 // shared by the error function and the inverse Gaussian tail.
-#ifndef ESF_NUMERIC_CODY_ERF_H
-#define ESF_NUMERIC_CODY_ERF_H
+#pragma once
 
 namespace esf::cody {
 
@@ -45,4 +44,3 @@ inline double large_ratio(double ysq) {
 
 }  // namespace esf::cody
 
-#endif  // ESF_NUMERIC_CODY_ERF_H

@@ -18,8 +18,7 @@
 //   row 2: (2,0) (2,1) (2,2)     -> 3 4 5
 //
 // Every routine declared here is exported by name with C linkage.
-#ifndef ESF_NUMERIC_NUMERIC_H
-#define ESF_NUMERIC_NUMERIC_H
+#pragma once
 
 #ifdef __cplusplus
 extern "C" {
@@ -105,4 +104,3 @@ constexpr long packed_index(int i, int j) noexcept {
 }  // namespace esf
 #endif  // __cplusplus
 
-#endif  // ESF_NUMERIC_NUMERIC_H

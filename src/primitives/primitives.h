@@ -13,8 +13,7 @@
 // bits (wzmis, esf::is_missing), never compared as numbers.
 //
 // Every routine declared here is exported by name with C linkage.
-#ifndef ESF_PRIMITIVES_PRIMITIVES_H
-#define ESF_PRIMITIVES_PRIMITIVES_H
+#pragma once
 
 #include <stdint.h>
 
@@ -172,4 +171,3 @@ constexpr int missing_kind(double d) noexcept {
 }  // namespace esf
 #endif  // __cplusplus
 
-#endif  // ESF_PRIMITIVES_PRIMITIVES_H

@@ -61,10 +61,10 @@ double parse_time_option(const std::string& option, const std::string& text, Tim
   if (!parse_time(text, units, &t)) {
     const std::string want = units == TimeUnits::kNumber ? std::string("a number")
                                                          : fmt::format("a date or datetime ({})", host::kTimeTextForms);
-    throw RunError(fmt::format("{}: '{}' is not {}", option, text, want));
+    throw RunError(fmt::format("{}: {} is not {}", option, host::quote_input(text), want));
   }
   if (!in_calendar_range(t, units)) {
-    throw RunError(fmt::format("{}: '{}' lies outside the calendar's dates, {}", option, text, kCalendarRangeText));
+    throw RunError(fmt::format("{}: {} lies outside the calendar's dates, {}", option, host::quote_input(text), kCalendarRangeText));
   }
   return t;
 }
@@ -722,7 +722,7 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   p.family = find_family(options.model);
   const bool automatic = options.model == kAutoModel;
   if (p.family == nullptr && !automatic) {
-    throw RunError(fmt::format("--model: '{}' is not a model; choose one of {} or {}", options.model,
+    throw RunError(fmt::format("--model: {} is not a model; choose one of {} or {}", host::quote_input(options.model),
                                family_names(), kAutoModel));
   }
   validate_options(options, p.family, forecast);
@@ -750,7 +750,7 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
     // A pandas frequency alias stands for the interval of the same periods.
     std::string meant = interval_of_alias(options.interval);
     if (meant.empty() || cal.zintstr(meant.data(), static_cast<int>(meant.size()), &p.interval) != 0) {
-      throw RunError(fmt::format("--interval: '{}' is not an interval name (parser code {})", options.interval, rc));
+      throw RunError(fmt::format("--interval: {} is not an interval name (parser code {})", host::quote_input(options.interval), rc));
     }
     p.interval_alias = options.interval;
     p.options.interval = meant;

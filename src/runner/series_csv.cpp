@@ -333,6 +333,10 @@ std::string checked_output_path(const std::string& path, const std::vector<std::
     if (ec) throw CsvError(fmt::format("{}: cannot read the symbolic link", path));
     target = next.is_absolute() ? next : target.parent_path() / next;
   }
+  const fs::path dir = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  if (!fs::is_directory(dir, ec) || ::access(dir.c_str(), W_OK | X_OK) != 0) {
+    throw CsvError(fmt::format("cannot write in the directory {}: {}", dir.string(), path));
+  }
   const fs::file_status st = fs::status(target, ec);
   if (fs::exists(st)) {
     if (!fs::is_regular_file(st)) {
