@@ -9,6 +9,19 @@ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release "$@" >/dev/null
 cmake --build "$build" -j "$(nproc)"
 ctest --test-dir "$build" --output-on-failure -j "$(nproc)"
 
+# The many-series runner's threads under ThreadSanitizer: the libraries and
+# the runner's thread test only, in a build directory of their own.
+case " $* " in
+  *SANITIZE*) ;;
+  *)
+    tsan=${TSAN_BUILD_DIR:-build-tsan}
+    cmake -S . -B "$tsan" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSANITIZE=thread -DESF_BENCH=OFF \
+      -DESF_PYTHON=OFF >/dev/null
+    cmake --build "$tsan" -j "$(nproc)" --target runner_batch_test
+    TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" "$tsan/runner_batch_test"
+    ;;
+esac
+
 # The Python package's tests, under the interpreter the build chose.
 if [ -f "$build/python/interpreter" ]; then
   python=$(cat "$build/python/interpreter")
