@@ -414,6 +414,98 @@ TEST_F(ModelCliTest, DatetimeAndObservationIntervals) {
   EXPECT_EQ(orows.back()[0], "5");
 }
 
+// ---- Many series in one run ---------------------------------------------------
+
+// Monthly multiplicative-seasonal series of different lengths, as the rows
+// of a long table keyed by "id", the series' rows interleaved.
+std::string stacked_table(int nseries) {
+  std::vector<std::vector<std::string>> rows(static_cast<std::size_t>(nseries));
+  for (int s = 0; s < nseries; ++s) {
+    for (int i = 0; i < 36 + 5 * s; ++i) {
+      const double v = (100.0 + 3 * s + 0.7 * i) * (1.0 + 0.2 * std::sin(0.5236 * i)) * (1.0 + 0.01 * ((i * 7 + s) % 5));
+      rows[static_cast<std::size_t>(s)].push_back(
+          "s" + std::to_string(s) + "," + std::to_string(2000 + i / 12) + "-" + (i % 12 < 9 ? "0" : "") +
+          std::to_string(i % 12 + 1) + "-01," + std::to_string(v) + "\n");
+    }
+  }
+  std::string text = "id,date,value\n";
+  for (std::size_t i = 0; i < 100; ++i) {
+    for (auto& r : rows) {
+      if (i < r.size()) text += r[i];
+    }
+  }
+  return text;
+}
+
+TEST_F(ModelCliTest, StackedTableMatchesOneSeriesRunsForAnyThreadCount) {
+  const int nseries = 5;
+  const fs::path table = write("stacked.csv", stacked_table(nseries));
+  std::string outputs[2];
+  for (int threads : {1, 2}) {
+    const Outcome r = run({"forecast", table.string(), "--by", "id", "--model", "winters", "--interval", "MONTH",
+                           "--lead", "12", "--threads", std::to_string(threads), "-o", "out.csv"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    outputs[threads - 1] = slurp(dir_ / "out.csv");
+  }
+  EXPECT_EQ(outputs[0], outputs[1]);  // the same bytes whatever the thread count
+
+  std::istringstream lines(outputs[0]);
+  std::string line;
+  std::getline(lines, line);
+  EXPECT_EQ(line, "id,date,ACTUAL,FORECAST,U95,L95,RESIDUAL,STD,LEVEL,TREND,SEASON,KIND,LEAD");
+  std::vector<std::string> by_series(nseries);
+  std::vector<int> leads(nseries);
+  std::string order;
+  while (std::getline(lines, line)) {
+    const std::size_t comma = line.find(',');
+    const int s = std::stoi(line.substr(1, comma - 1));
+    if (order.empty() || order.back() != static_cast<char>('0' + s)) order += static_cast<char>('0' + s);
+    const std::size_t kind = line.rfind(',', line.rfind(',') - 1);
+    if (line.compare(kind, 10, ",forecast,") == 0) {
+      EXPECT_EQ(std::stoi(line.substr(kind + 10)), ++leads[s]);
+    }
+    by_series[s] += line.substr(comma + 1, kind - comma - 1) + "\n";
+  }
+  EXPECT_EQ(order, "01234");  // keys in the order they first appear
+  for (int s = 0; s < nseries; ++s) {
+    SCOPED_TRACE(s);
+    EXPECT_EQ(leads[s], 12);
+    std::string one = "date,value\n";
+    std::istringstream all(slurp(table));
+    std::getline(all, line);
+    while (std::getline(all, line)) {
+      if (line.rfind("s" + std::to_string(s) + ",", 0) == 0) one += line.substr(line.find(',') + 1) + "\n";
+    }
+    write("one.csv", one);
+    const Outcome r = run({"forecast", "one.csv", "--model", "winters", "--interval", "MONTH", "--lead", "12"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.substr(r.out.find('\n') + 1), by_series[s]);
+  }
+}
+
+TEST_F(ModelCliTest, PoisonedSeriesAreNamedAndTheOthersForecast) {
+  std::string text = stacked_table(2);
+  text += "short,2000-01-01,5\nshort,2000-02-01,6\n";
+  for (int i = 0; i < 36; ++i) {
+    text += "neg," + std::to_string(2000 + i / 12) + "-" + (i % 12 < 9 ? "0" : "") + std::to_string(i % 12 + 1) +
+            "-01," + (i == 7 ? "-3" : std::to_string(50 + i)) + "\n";
+  }
+  text += "dup,2001-01-01,5\ndup,2001-01-20,6\n";
+  write("poison.csv", text);
+  const Outcome r = run({"forecast", "poison.csv", "--by", "id", "--model", "winters", "--interval", "MONTH",
+                         "-o", "out.csv", "--status", "status.csv", "--quiet"});
+  EXPECT_EQ(r.status, 5);
+  EXPECT_NE(r.err.find("3 of 5 series failed"), std::string::npos) << r.err;
+  const std::string status = slurp(dir_ / "status.csv");
+  EXPECT_EQ(status.rfind("id,STATUS,REASON,RETURN_CODE\ns0,ok,", 0), 0u) << status;
+  EXPECT_NE(status.find("short,failed,"), std::string::npos) << status;
+  EXPECT_NE(status.find("line 88, field 'value' holds -3"), std::string::npos) << status;
+  EXPECT_NE(status.find("lines 117 and 118, column"), std::string::npos) << status;
+  const std::string out = slurp(dir_ / "out.csv");
+  EXPECT_NE(out.find("\ns1,"), std::string::npos);
+  for (const char* poisoned : {"\nshort,", "\nneg,", "\ndup,"}) EXPECT_EQ(out.find(poisoned), std::string::npos);
+}
+
 }  // namespace
 
 // ---- How a fit ended, criteria, refusals, holdout, limits, selection ---------------

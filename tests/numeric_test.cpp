@@ -78,7 +78,6 @@ TEST(Zprobit, NewtonAndRationalBranchesJoinAt1e16) {
   const double below = std::nextafter(1e-16, 0.0);  // Newton branch
   EXPECT_LT(rel_err(zprobit(below), zprobit(1e-16)), 1e-14);
   EXPECT_LT(rel_err(szprobit(1e-16), zprobit(1e-16)), 1e-14);
-  EXPECT_EQ(szprobit(1e-20), zprobit(1e-20));
 }
 
 struct ErfRef {

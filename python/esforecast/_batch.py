@@ -268,7 +268,8 @@ def forecast(df, h, model="auto", interval=None, level=(80, 95), id_col="unique_
     value under a multiplicative model, two rows in one period) is left out
     and listed in ``result.attrs["status"]`` with its reason, and a
     :class:`SeriesFailedWarning` says so; ``errors="raise"`` raises for the
-    first such series instead.
+    first such series instead. Messages name a row by its position in the
+    frame, counted from 1, as "line".
 
     ``threads`` series run at once (default: one a core), with the
     interpreter's lock released; the result does not depend on it.

@@ -24,7 +24,8 @@ gives ``NaT`` out, and a count or season that has no value comes back as
 ``NaN`` in a float array. Timezone-aware pandas values are counted on their
 wall clock and come back in their timezone. Plain numbers are taken as the
 library's own values: days (or seconds) since 1 January 1960, or
-observation numbers for ``OBS``.
+observation numbers for ``OBS``. Custom intervals are mapped to their tables
+by :func:`set_option` (or ``ESF_OPTION_INTERVALDS`` in the environment).
 """
 
 from collections import namedtuple
@@ -34,7 +35,7 @@ import pandas as pd
 
 from . import _core
 
-__all__ = ["count", "advance", "fit", "season", "parse", "format", "Interval", "Format"]
+__all__ = ["count", "advance", "fit", "season", "parse", "format", "set_option", "Interval", "Format"]
 
 Interval = namedtuple("Interval", "name intcode units multiplier shift nweekday weekend cycle nseasons")
 Interval.__doc__ = """A parsed interval name.
@@ -231,6 +232,20 @@ def season(interval, x):
     codes = _core.season(interval, vx, op.unit).astype(np.float64)
     codes[codes < 0] = np.nan
     return _shape_result(_integers(codes), shape, [op])
+
+
+def set_option(name, value):
+    """Sets an option of the host, as ``ESF_OPTION_<NAME>`` does for the
+    command line, or clears it with None. INTERVALDS maps custom interval
+    names to their tables (CSV files with BEGIN, and END and SEASON if
+    wanted, found in the current directory or an assigned library)::
+
+        set_option("INTERVALDS", "(fiscal=fiscal)")    # ./fiscal.csv
+        count("FISCAL", "2020-01-15", "2020-03-10")
+
+    The environment's ``ESF_OPTION_INTERVALDS`` is read when a custom name is
+    first looked up; ``set_option`` takes effect from the next call on."""
+    _core.set_option(str(name), None if value is None else str(value))
 
 
 def parse(interval):

@@ -24,8 +24,10 @@
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
 
 #include "bindings.h"
+#include "host/host.h"
 #include "time_values.h"
 #include "intervals/calendar_arith.h"
 #include "intervals/interval.h"
@@ -48,6 +50,7 @@ const char* units_name(char units) {
 
 // A parsed interval; ValueError with the parser's reason when it doesn't parse.
 INTERVAL parse_interval(const std::string& name) {
+  module_loader();
   INTERVAL iv{};
   std::string text = name;
   const int rc = zintstr(text.data(), static_cast<int>(text.size()), &iv);
@@ -258,7 +261,20 @@ py::dict default_format(const std::string& name) {
 
 }  // namespace
 
+// Sets a host option (INTERVALDS: the custom intervals' tables), or clears
+// it with None, and starts the calling thread's task afresh so that the
+// tables are read again.
+void set_option(const std::string& name, const std::optional<std::string>& value) {
+  if (value) {
+    host::set_option(name, *value);
+  } else {
+    host::clear_option(name);
+  }
+  host::end_task();
+}
+
 void bind_calendar(py::module_& m) {
+  m.def("set_option", &set_option, py::arg("name"), py::arg("value"));
   m.def("count", &count, py::arg("interval"), py::arg("x1"), py::arg("unit1"), py::arg("x2"), py::arg("unit2"));
   m.def("advance", &advance, py::arg("interval"), py::arg("x"), py::arg("unit"), py::arg("n"), py::arg("align"),
         py::arg("out_unit"));

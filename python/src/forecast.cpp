@@ -31,15 +31,6 @@
 namespace py = pybind11;
 
 namespace esf::python {
-namespace {
-
-using runner::CsvError;
-using runner::CsvRow;
-using runner::CsvSeries;
-using runner::ForecastResult;
-using runner::ModelOptions;
-using runner::Plan;
-using runner::RunError;
 
 // The module image the extension is linked with, loaded once as the host
 // loads it; its path is that of the image already mapped into the process.
@@ -54,6 +45,16 @@ runner::Loader& module_loader() {
   }
   return loader;
 }
+
+namespace {
+
+using runner::CsvError;
+using runner::CsvRow;
+using runner::CsvSeries;
+using runner::ForecastResult;
+using runner::ModelOptions;
+using runner::Plan;
+using runner::RunError;
 
 // The Python exception of a failed run: EsforecastError(message, status).
 py::object error_type() { return py::module_::import("esforecast._errors").attr("EsforecastError"); }

@@ -129,6 +129,19 @@ def test_errors_name_the_cause():
         cal.count("DAY", DAYS[:3], DAYS[:4])
 
 
+def test_custom_interval_from_a_table(tmp_path, monkeypatch):
+    (tmp_path / "fiscal.csv").write_text("BEGIN,SEASON\n2020-01-06,1\n2020-02-03,2\n2020-03-02,3\n2020-04-06,4\n")
+    monkeypatch.chdir(tmp_path)
+    cal.set_option("INTERVALDS", "(fiscal=fiscal)")
+    d = np.array(["2020-01-15", "2020-02-10"], dtype="datetime64[D]")
+    np.testing.assert_array_equal(cal.count("FISCAL", "2020-01-15", d), [0, 1])
+    np.testing.assert_array_equal(cal.advance("FISCAL", d, 1), np.array(["2020-02-03", "2020-03-02"], "M8[D]"))
+    np.testing.assert_array_equal(cal.season("FISCAL", d), [0, 1])
+    cal.set_option("INTERVALDS", None)
+    with pytest.raises(ValueError, match='"FISCAL": not a known interval name'):
+        cal.count("FISCAL", d, d)
+
+
 def test_parse_and_format():
     iv = cal.parse("month3.2")
     assert (iv.name, iv.intcode, iv.units, iv.multiplier, iv.shift, iv.cycle, iv.nseasons) == (

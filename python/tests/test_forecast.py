@@ -128,6 +128,16 @@ def test_options_match_the_command_line(air, cli):
     np.testing.assert_array_equal(fc["damped-lo-80"], table["L80"].iloc[-4:])
 
 
+def test_a_fit_reports_how_it_ended(air):
+    m = esforecast.fit(air, model="winters", interval="MONTH", time_col="date", target_col="value")
+    w = m.weights.set_index("name")
+    assert (m.end, m.converged, m.criteria["n"]) == ("converged", True, 144)
+    assert w.loc["TREND", "position"] == "on its lower bound" and np.isnan(w.loc["TREND", "t_value"])
+    assert m.warnings == ["the winters fit left TREND on its lower bound"]
+    auto = esforecast.fit(air, model="auto", interval="MONTH", time_col="date", target_col="value")
+    assert auto.model == auto.candidates.sort_values("score")["model"].iloc[0] == "winters"
+
+
 def test_models_pickle_and_round_trip_through_the_model_file(air, cli, tmp_path):
     df = stacked(air, 2)
     models = esforecast.fit(df, model="winters", interval="MONTH")

@@ -14,6 +14,7 @@
 
 #include "cli/commands.h"
 #include "host/host.h"
+#include "cli/many_series.h"
 #include "runner/runner.h"
 
 namespace {
@@ -28,16 +29,30 @@ struct Options {
   runner::ModelOptions model;
   std::string input;
   std::string id_column;
-  std::string var_column;
+  esf::cli::ManyOptions many;
   // fit
-  bool json = false;
   std::string save_model;
   // forecast
-  std::string output;
   std::string model_file;
+
+  const std::string& var_column() const {
+    static const std::string none;
+    return many.vars.empty() ? none : many.vars.front();
+  }
+  // Whether the file holds many series; the many-series options otherwise
+  // have nothing to act on.
+  bool many_series() {
+    many.id_column = id_column;
+    if (esf::cli::wants_many(many, input)) return true;
+    for (const auto& [given, name] : {std::pair{!many.status.empty(), "--status"},
+                                      {!many.estimates.empty(), "--estimates"}, {many.future_only, "--future-only"}}) {
+      if (given) throw RunError(std::string(name) + " needs a table of many series (--by, or --var repeated)");
+    }
+    return false;
+  }
 };
 
-void add_common_options(CLI::App* cmd, Options& opts, bool model_required) {
+void add_common_options(CLI::App* cmd, Options& opts, bool model_required, bool forecast_command) {
   runner::ModelOptions& o = opts.model;
   auto* model = cmd->add_option("--model", o.model,
                                "Model family: " + runner::family_names() + ", or auto to choose one (see --select)");
@@ -48,7 +63,10 @@ void add_common_options(CLI::App* cmd, Options& opts, bool model_required) {
   cmd->add_option("series", opts.input, "CSV file with a header line, a time ID column and a value column")
       ->required();
   cmd->add_option("--id", opts.id_column, "Column holding the time ID (default: the first)");
-  cmd->add_option("--var", opts.var_column, "Column holding the values (default: the second)");
+  cmd->add_option("--var", opts.many.vars,
+                  "Column holding the values (default: the second); repeat it, or give '*', for a wide table of "
+                  "many series");
+  esf::cli::add_many_options(cmd, opts.many, forecast_command);
   cmd->add_option("--nseasons", o.nseasons, "Length of the seasonal cycle (default: from the interval)");
   for (int k = 0; k < runner::kNumWeightKinds; ++k) {
     const std::string word = runner::kWeightWord[k];
@@ -289,7 +307,7 @@ void write_output(const std::string& path, const std::string& text, const Option
 // stands for or the time IDs suggested.
 runner::Plan plan_and_series(runner::Runner& run, const Options& o, bool forecast, runner::CsvSeries* csv) {
   std::string inferred;
-  runner::Plan plan = run.plan_for_file(o.model, forecast, o.input, o.id_column, o.var_column, csv, &inferred);
+  runner::Plan plan = run.plan_for_file(o.model, forecast, o.input, o.id_column, o.var_column(), csv, &inferred);
   if (!inferred.empty()) {
     std::cerr << fmt::format("esforecast: no --interval given; the time IDs fit {}: using --interval {}\n", inferred,
                              inferred);
@@ -299,7 +317,13 @@ runner::Plan plan_and_series(runner::Runner& run, const Options& o, bool forecas
   return plan;
 }
 
-void fit_command(const Options& o, runner::Loader& loader) {
+void fit_command(Options o, runner::Loader& loader) {
+  if (o.many_series()) {
+    if (!o.save_model.empty()) throw RunError("--save-model keeps the model of one series; it cannot be used with many");
+    const int status = esf::cli::run_many("fit", loader, o.model, false, o.input, o.many, nullptr);
+    if (status != 0) throw CLI::RuntimeError(status);
+    return;
+  }
   check_output(o.save_model, o);
   runner::Runner run(loader);
   runner::CsvSeries csv;
@@ -308,7 +332,7 @@ void fit_command(const Options& o, runner::Loader& loader) {
   const Json j = fit_json(r);
   for (const std::string& w : r.warnings) std::cerr << "warning: " << w << '\n';
   if (!o.save_model.empty()) write_output(o.save_model, runner::model_file_text(r), o);
-  if (o.json) {
+  if (o.many.json) {
     std::cout << j.dump(2) << '\n';
   } else {
     std::cout << fit_table(r);
@@ -316,10 +340,16 @@ void fit_command(const Options& o, runner::Loader& loader) {
 }
 
 void forecast_command(Options o, runner::Loader& loader) {
-  check_output(o.output, o);
+  check_output(o.many.output, o);
   std::optional<runner::SavedModel> saved;
   if (!o.model_file.empty()) saved = runner::load_model_file(o.model_file, o.model);
   if (o.model.model.empty()) o.model.model = "simple";
+  if (o.many_series()) {
+    const int status = esf::cli::run_many("forecast", loader, o.model, true, o.input, o.many, saved ? &*saved : nullptr);
+    if (status != 0) throw CLI::RuntimeError(status);
+    return;
+  }
+  if (o.many.json) throw RunError("--json gives JSON lines for a table of many series (--by, or --var repeated)");
   runner::Runner run(loader);
   runner::CsvSeries csv;
   const runner::Plan plan = plan_and_series(run, o, true, &csv);
@@ -343,11 +373,11 @@ void forecast_command(Options o, runner::Loader& loader) {
                             std::isnan(share) ? std::string(".") : fmt::format("{:.1f}%", 100.0 * share));
     }
   }
-  if (o.output.empty()) {
+  if (o.many.output.empty()) {
     std::cout << text;
     std::cerr << report;
   } else {
-    write_output(o.output, text, o);
+    write_output(o.many.output, text, o);
     std::cout << report;
   }
 }
@@ -372,19 +402,21 @@ void guarded(const char* command, F&& body) {
 void add_model_commands(CLI::App& app, esf::runner::Loader& loader) {
   static Options fit_options;
   CLI::App* fit = app.add_subcommand("fit", "Fit a smoothing model to a series and print the estimates");
-  add_common_options(fit, fit_options, true);
-  fit->add_flag("--json", fit_options.json, "Print the estimates as JSON");
+  add_common_options(fit, fit_options, true, false);
+  fit->add_flag("--json", fit_options.many.json, "Print the estimates as JSON (many series: JSON lines)");
   fit->add_option("--save-model", fit_options.save_model, "Keep the whole fitted model list in this JSON file");
   fit->callback([&loader] { guarded("fit", [&] { fit_command(fit_options, loader); }); });
 
   static Options forecast_options;
   CLI::App* fc = app.add_subcommand("forecast", "Fit a smoothing model and write its forecast table as CSV");
-  add_common_options(fc, forecast_options, false);
+  add_common_options(fc, forecast_options, false, true);
   fc->add_option("--lead", forecast_options.model.lead, "Number of forecasts past the evaluation range")
       ->default_val(12);
   fc->add_option("--cl", forecast_options.model.cl, "Significance level of the limits, e.g. 0.05 for 95% limits")
       ->default_val(0.05);
-  fc->add_option("-o,--output", forecast_options.output, "Write the table to this CSV file (default: standard output)");
+  fc->add_option("-o,--output", forecast_options.many.output,
+                 "Write the table to this CSV file (default: standard output)");
+  fc->add_flag("--json", forecast_options.many.json, "Many series: the results as JSON lines, one per series");
   fc->add_option("--model-file", forecast_options.model_file, "Forecast from a model saved by fit --save-model");
   fc->add_option("--level", forecast_options.model.levels,
                  "Confidence levels in percent, e.g. --level 80 95: one pair of limits (U80/L80, U95/L95) each");

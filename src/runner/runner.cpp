@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -409,7 +410,7 @@ FITEND run_fit(Loader& loader, const Family& family, Lists& p) {
   if (code != 0) {
     throw RunError(
         fmt::format("the {} fit failed: {} (return code {})", family.name, meaning_of_return_code(code), code),
-        kExitMethodFailed);
+        kExitMethodFailed, code);
   }
   return end;
 }
@@ -486,7 +487,7 @@ ForecastTable call_forecast(Loader& loader, const Plan& plan, Lists& p, double c
   if (code != 0) {
     throw RunError(fmt::format("the {} forecast failed: {} (return code {})", plan.family->name,
                                meaning_of_return_code(code), code),
-                   kExitMethodFailed);
+                   kExitMethodFailed, code);
   }
   return read_table(plan.units);
 }
@@ -911,6 +912,7 @@ void empirical_limits(Loader& loader, const Plan& plan, Lists& p, ForecastTable&
 }  // namespace
 
 ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, const SavedModel* saved) const {
+  const auto t0 = std::chrono::steady_clock::now();
   ForecastResult result;
   std::optional<AutoChoice> choice;
   const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice);
@@ -979,6 +981,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
     result.fit.choice = std::move(choice);
   }
   Lists& p = *lists;
+  const auto t1 = std::chrono::steady_clock::now();
+  result.fit_seconds = std::chrono::duration<double>(t1 - t0).count();
 
   // The table at the first level asked (or at --cl), then a pair of limits
   // for every further level, from the method run at that level.
@@ -1028,6 +1032,7 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
                                            coverage(a, tail(upper + 1), tail(upper)));
     }
   }
+  result.forecast_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t1).count();
   return result;
 }
 

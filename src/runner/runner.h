@@ -53,12 +53,15 @@ inline constexpr int kExitMethodFailed = 4;  // a method answered with a failure
 // Why a run stopped; what() is a message for the user, status() an exit status.
 class RunError : public std::runtime_error {
  public:
-  explicit RunError(std::string what, int status = kExitUsage)
-      : std::runtime_error(std::move(what)), status_(status) {}
+  explicit RunError(std::string what, int status = kExitUsage, int return_code = 0)
+      : std::runtime_error(std::move(what)), status_(status), return_code_(return_code) {}
   int status() const { return status_; }
+  // The method's return code when a method failed, else 0.
+  int return_code() const { return return_code_; }
 
  private:
   int status_;
+  int return_code_;
 };
 
 inline constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -216,6 +219,10 @@ struct ForecastResult {
   Accuracy holdout_accuracy;
   std::vector<std::pair<std::string, double>> holdout_coverage;
   std::vector<std::string> warnings;  // limits that fell back on the formulas, ...
+  // Seconds spent placing the series, building its lists and fitting it,
+  // and then in the forecast method and its table.
+  double fit_seconds = 0.0;
+  double forecast_seconds = 0.0;
 };
 
 // A model list saved by a fit, as read back from its file.

@@ -38,7 +38,7 @@ std::string trim(std::string s) {
 // Splits one CSV line. Fields may be quoted with double quotes; a doubled
 // quote inside a quoted field stands for one. Returns false on an
 // unterminated quote.
-bool split_csv_line(const std::string& line, std::vector<std::string>* fields) {
+bool split_fields(const std::string& line, std::vector<std::string>* fields) {
   fields->clear();
   std::string cur;
   bool quoted = false;
@@ -74,6 +74,8 @@ std::string where(const std::string& path, long line, const std::string& column)
 }
 
 }  // namespace
+
+bool split_csv_line(const std::string& line, std::vector<std::string>* fields) { return split_fields(line, fields); }
 
 TimeUnits time_units_of(char units) {
   switch (units) {
@@ -129,6 +131,34 @@ std::string format_time(double t, TimeUnits units) {
   return text;
 }
 
+CsvRow parse_csv_row(const std::string& path, long lineno, const std::string& id_text, const std::string& value_text,
+                     const std::string& id_column, const std::string& var_column, TimeUnits units) {
+  CsvRow row;
+  row.line = lineno;
+  row.id_text = id_text;
+  if (row.id_text.empty()) {
+    throw CsvError(fmt::format("{}: the time ID is empty", where(path, lineno, id_column)));
+  }
+  if (!parse_time(row.id_text, units, &row.time)) {
+    const std::string want = units == TimeUnits::kNumber ? std::string("a number")
+                                                         : fmt::format("a date or datetime ({})", host::kTimeTextForms);
+    throw CsvTimeIdError(
+        fmt::format("{}: {} is not {}", where(path, lineno, id_column), host::quote_input(row.id_text), want));
+  }
+  if (!in_calendar_range(row.time, units)) {
+    throw CsvError(fmt::format("{}: {} lies outside the calendar's dates, {}", where(path, lineno, id_column),
+                               host::quote_input(row.id_text), kCalendarRangeText));
+  }
+  if (host::read_missing_text(value_text)) {
+    row.missing = true;
+  } else if (const auto number = host::read_number_text(value_text)) {
+    row.value = *number;
+  } else {
+    throw CsvError(fmt::format("{}: {} is not a number", where(path, lineno, var_column), host::quote_input(value_text)));
+  }
+  return row;
+}
+
 CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
                           const std::string& var_column, TimeUnits units) {
   std::ifstream in(path, std::ios::binary);
@@ -155,7 +185,7 @@ CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::
   }
   if (!have_header) throw CsvError(fmt::format("{}: line {}: the file has no header line", path, lineno + 1));
   if (lineno == 1 && line.size() >= 3 && line.compare(0, 3, "\xEF\xBB\xBF") == 0) line.erase(0, 3);
-  if (!split_csv_line(line, &fields)) {
+  if (!split_fields(line, &fields)) {
     throw CsvError(fmt::format("{}: line {}: unterminated quote in the header", path, lineno));
   }
   const std::vector<std::string> header = fields;
@@ -192,37 +222,15 @@ CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::
   while (std::getline(in, line)) {
     ++lineno;
     if (trim(line).empty()) continue;
-    if (!split_csv_line(line, &fields)) {
+    if (!split_fields(line, &fields)) {
       throw CsvError(fmt::format("{}: line {}: unterminated quote", path, lineno));
     }
     if (fields.size() != header.size()) {
       throw CsvError(fmt::format("{}: line {}: {} field(s) where the header has {}", path, lineno, fields.size(),
                                  header.size()));
     }
-    CsvRow row;
-    row.line = lineno;
-    row.id_text = fields[id_col];
-    if (row.id_text.empty()) {
-      throw CsvError(fmt::format("{}: the time ID is empty", where(path, lineno, series.id_column)));
-    }
-    if (!parse_time(row.id_text, units, &row.time)) {
-      const std::string want = units == TimeUnits::kNumber ? std::string("a number")
-                                                           : fmt::format("a date or datetime ({})", host::kTimeTextForms);
-      throw CsvTimeIdError(
-          fmt::format("{}: {} is not {}", where(path, lineno, series.id_column), host::quote_input(row.id_text), want));
-    }
-    if (!in_calendar_range(row.time, units)) {
-      throw CsvError(fmt::format("{}: {} lies outside the calendar's dates, {}", where(path, lineno, series.id_column),
-                                 host::quote_input(row.id_text), kCalendarRangeText));
-    }
-    const std::string& v = fields[var_col];
-    if (host::read_missing_text(v)) {
-      row.missing = true;
-    } else if (const auto number = host::read_number_text(v)) {
-      row.value = *number;
-    } else {
-      throw CsvError(fmt::format("{}: {} is not a number", where(path, lineno, series.var_column), host::quote_input(v)));
-    }
+    CsvRow row = parse_csv_row(path, lineno, fields[id_col], fields[var_col], series.id_column, series.var_column,
+                               units);
     series.rows.push_back(std::move(row));
   }
   if (in.bad()) throw CsvError(fmt::format("{}: read error", path));

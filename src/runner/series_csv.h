@@ -54,6 +54,15 @@ struct CsvSeries {
   std::vector<CsvRow> rows;
 };
 
+// Splits one CSV line into trimmed fields; fields may be quoted with double
+// quotes, a doubled quote standing for one.  False on an unterminated quote.
+bool split_csv_line(const std::string& line, std::vector<std::string>* fields);
+
+// Reads one row's time ID and value as `units` say.  Throws CsvError naming
+// the file, the line and the column.
+CsvRow parse_csv_row(const std::string& path, long line, const std::string& id_text, const std::string& value_text,
+                     const std::string& id_column, const std::string& var_column, TimeUnits units);
+
 // Reads `path`. `id_column` and `var_column` name header fields; empty means
 // the first and the second column. Throws CsvError.
 CsvSeries read_series_csv(const std::string& path, const std::string& id_column,

@@ -1,0 +1,190 @@
+#include "runner/batch.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "host/host.h"
+
+namespace esf::runner {
+namespace {
+
+double seconds_since(std::chrono::steady_clock::time_point t0) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+}
+
+// Outcomes wait here until every series before them has been handed on.
+class InOrder {
+ public:
+  explicit InOrder(const std::function<void(SeriesOutcome&)>& take) : take_(take) {}
+
+  void deliver(SeriesOutcome&& o) {
+    std::lock_guard lock(mutex_);
+    if (error_) return;
+    waiting_.emplace(o.ordinal, std::move(o));
+    try {
+      while (!waiting_.empty() && waiting_.begin()->first == next_) {
+        SeriesOutcome& first = waiting_.begin()->second;
+        if (!first.ok) ++failed_;
+        take_(first);
+        waiting_.erase(waiting_.begin());
+        handed_.store(++next_, std::memory_order_relaxed);
+      }
+    } catch (...) {
+      error_ = std::current_exception();
+      waiting_.clear();
+    }
+  }
+  bool failed_to_take() {
+    std::lock_guard lock(mutex_);
+    return error_ != nullptr;
+  }
+  void rethrow() {
+    std::lock_guard lock(mutex_);
+    if (error_) std::rethrow_exception(error_);
+  }
+  std::size_t handed() const { return handed_.load(std::memory_order_relaxed); }
+  std::size_t failed() const { return failed_; }
+
+ private:
+  const std::function<void(SeriesOutcome&)>& take_;
+  std::mutex mutex_;
+  std::map<std::size_t, SeriesOutcome> waiting_;
+  std::size_t next_ = 0;
+  std::atomic<std::size_t> handed_{0};
+  std::size_t failed_ = 0;
+  std::exception_ptr error_;
+};
+
+// Series read and waiting for a worker; the reader waits while it is full, so
+// that memory holds a bounded number of series.
+class Queue {
+ public:
+  explicit Queue(std::size_t capacity) : capacity_(capacity) {}
+  // False when the run is stopping.
+  bool push(RawSeries&& s) {
+    std::unique_lock lock(mutex_);
+    space_.wait(lock, [&] { return stop_ || items_.size() < capacity_; });
+    if (stop_) return false;
+    items_.push_back(std::move(s));
+    ready_.notify_one();
+    return true;
+  }
+  std::optional<RawSeries> pop() {
+    std::unique_lock lock(mutex_);
+    ready_.wait(lock, [&] { return stop_ || closed_ || !items_.empty(); });
+    if (stop_ || items_.empty()) return std::nullopt;
+    RawSeries s = std::move(items_.front());
+    items_.pop_front();
+    space_.notify_one();
+    return s;
+  }
+  void close() {
+    std::lock_guard lock(mutex_);
+    closed_ = true;
+    ready_.notify_all();
+  }
+  void stop() {
+    std::lock_guard lock(mutex_);
+    stop_ = true;
+    ready_.notify_all();
+    space_.notify_all();
+  }
+
+ private:
+  std::size_t capacity_;
+  std::mutex mutex_;
+  std::condition_variable ready_, space_;
+  std::deque<RawSeries> items_;
+  bool closed_ = false;
+  bool stop_ = false;
+};
+
+}  // namespace
+
+SeriesOutcome run_one(const Runner& runner, const Plan& plan, const std::string& path, RawSeries&& raw,
+                      const SavedModel* saved) {
+  SeriesOutcome o;
+  o.ordinal = raw.ordinal;
+  o.key = std::move(raw.key);
+  try {
+    const auto t0 = std::chrono::steady_clock::now();
+    const CsvSeries series = parse_raw_series(raw, path, plan.units);
+    raw = RawSeries{};
+    o.read_seconds = seconds_since(t0);
+    const auto t1 = std::chrono::steady_clock::now();
+    if (plan.forecast) {
+      o.result = runner.forecast(plan, series, saved);
+    } else {
+      o.result.fit = runner.fit(plan, series);
+      o.result.fitted = true;
+    }
+    o.run_seconds = seconds_since(t1);
+    o.ok = true;
+  } catch (const RunError& e) {
+    o.reason = e.what();
+    o.return_code = e.return_code();
+  } catch (const std::exception& e) {
+    o.reason = e.what();
+  }
+  return o;
+}
+
+std::size_t run_batch(const Runner& runner, const Plan& plan, const SeriesTable& table, const BatchOptions& options,
+                      const std::function<void(SeriesOutcome&)>& take) {
+  const std::string& path = table.shape().path;
+  InOrder in_order(take);
+  auto finish = [&](RawSeries&& raw) {
+    SeriesOutcome o = run_one(runner, plan, path, std::move(raw), options.saved);
+    if (options.prepare) options.prepare(o);
+    in_order.deliver(std::move(o));
+  };
+  auto report = [&] {
+    if (options.progress) options.progress(in_order.handed());
+  };
+
+  const int threads = std::max(1, options.threads);
+  if (threads == 1) {
+    table.read([&](RawSeries&& raw) {
+      if (in_order.failed_to_take()) return;
+      finish(std::move(raw));
+      report();
+    });
+    in_order.rethrow();
+    return in_order.failed();
+  }
+
+  Queue queue(static_cast<std::size_t>(threads) * 4);
+  std::vector<std::thread> workers;
+  for (int i = 0; i < threads; ++i) {
+    workers.emplace_back([&] {
+      while (std::optional<RawSeries> raw = queue.pop()) finish(std::move(*raw));
+      // The thread's task ends with it: its slots, its custom-interval manager.
+      host::end_task();
+    });
+  }
+  std::exception_ptr read_error;
+  try {
+    table.read([&](RawSeries&& raw) {
+      if (in_order.failed_to_take() || !queue.push(std::move(raw))) return;
+      report();
+    });
+    queue.close();
+  } catch (...) {
+    read_error = std::current_exception();
+    queue.stop();
+  }
+  for (std::thread& w : workers) w.join();
+  if (read_error) std::rethrow_exception(read_error);
+  in_order.rethrow();
+  report();
+  return in_order.failed();
+}
+
+}  // namespace esf::runner
