@@ -272,6 +272,7 @@ TEST(HostJson, RoundTripKeepsKindsOrderNamesAndMissingValues) {
   esf::host::add_list(l, "EMPTY");
 
   const nlohmann::ordered_json json = esf::host::to_json(l);
+  EXPECT_TRUE(json["DOT"].is_null());  // the ordinary missing value is null
   ListGuard back(esf::host::from_json(nlohmann::ordered_json::parse(json.dump())));
   EXPECT_EQ(esf::host::to_json(back.list), json);
 
