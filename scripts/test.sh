@@ -9,6 +9,22 @@ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release "$@" >/dev/null
 cmake --build "$build" -j "$(nproc)"
 ctest --test-dir "$build" --output-on-failure -j "$(nproc)"
 
+# The suite once more under AddressSanitizer and UndefinedBehaviorSanitizer
+# (which also replays every fuzzing corpus and walks the injected faults),
+# unless the build above was a sanitizer build; ESF_NO_SANITIZE=1 skips it.
+case " $* " in
+  *SANITIZE*) ;;
+  *)
+    if [ "${ESF_NO_SANITIZE:-0}" != 1 ]; then
+      sanitized=${SANITIZE_BUILD_DIR:-build-sanitize}
+      cmake -S . -B "$sanitized" -G Ninja -DCMAKE_BUILD_TYPE=Release -DSANITIZE=ON -DESF_BENCH=OFF -DESF_PYTHON=OFF \
+        "$@" >/dev/null
+      cmake --build "$sanitized" -j "$(nproc)"
+      ctest --test-dir "$sanitized" --output-on-failure -j "$(nproc)"
+    fi
+    ;;
+esac
+
 # The many-series runner's threads under ThreadSanitizer: the libraries and
 # the runner's thread test only, in a build directory of their own.
 case " $* " in

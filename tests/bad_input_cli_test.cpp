@@ -17,16 +17,13 @@
 #include <sstream>
 #include <string>
 
+#include "support/file_text.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
+using support::slurp;
 
 // The first line of standard error that is not a warning.
 std::string first_message(const std::string& err) {

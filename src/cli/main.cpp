@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "cli/commands.h"
+#include "host/host.h"
 #include "runner/loader.h"
 
 namespace {
@@ -62,6 +63,7 @@ int finish_standard_output() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  esf::host::inject_faults_from_environment();
   esf::runner::Loader loader;
   CLI::App app{"Exponential smoothing forecasts of time series", "esforecast"};
   app.require_subcommand(0, 1);

@@ -139,6 +139,13 @@ std::size_t pool_outstanding();
 // one fail, until called again with a negative `n` (no limit).  Setting a
 // limit clears xmemdef's indication; lifting it does not.
 void pool_fail_after(long n);
+// Makes the `n`-th record written to a table from now on (counting from 1)
+// fail as a failed write does; a negative `n` lifts it.
+void table_fail_write(long n);
+// Fault injection for host programs: ESF_FAIL_ALLOCATION=N makes the N-th
+// allocation of the pool and every later one fail, ESF_FAIL_TABLE_WRITE=N
+// the N-th record written to a table.
+void inject_faults_from_environment();
 
 // ---- Options ---------------------------------------------------------------
 

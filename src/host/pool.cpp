@@ -311,4 +311,13 @@ void pool_fail_after(long n) {
 
 void set_virv2g_status(int status) { g_virv2g_status.store(status); }
 
+void inject_faults_from_environment() {
+  auto number = [](const char* name) -> long {
+    const char* text = std::getenv(name);
+    return text != nullptr && *text != '\0' ? std::strtol(text, nullptr, 10) : -1;
+  };
+  if (const long n = number("ESF_FAIL_ALLOCATION"); n >= 1) pool_fail_after(n - 1);
+  if (const long n = number("ESF_FAIL_TABLE_WRITE"); n >= 1) table_fail_write(n);
+}
+
 }  // namespace esf::host

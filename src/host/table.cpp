@@ -292,12 +292,18 @@ int read_table(Table& t, const fs::path& path) {
   return 0;
 }
 
+// Records still to be written before one fails (table_fail_write); -1: none.
+std::atomic<long> g_writes_before_failure{-1};
+
 int table_add(XO_PARMS* xoparm) {
   if (xoparm == nullptr || xoparm->fileid == nullptr) return kTableState;
   Table& t = *table_of(xoparm->fileid);
   int status = 0;
   if (!t.output || t.state != Table::State::Defined) {
     status = fail(kTableState, "a record was added to a table whose variables are not defined");
+  } else if (g_writes_before_failure.load() >= 0 && g_writes_before_failure.fetch_sub(1) == 0) {
+    t.write_failed = true;
+    status = fail(kTableWrite, fmt::format("writing a record of {} failed", t.path.string()));
   } else if (t.in_memory) {
     for (std::size_t j = 0; j < t.record.size(); ++j) t.columns[j].push_back(t.record[j]);
   } else {
@@ -683,6 +689,8 @@ int xyvget(ptr xvp, int /*flags*/) {
 }  // extern "C"
 
 namespace esf::host {
+
+void table_fail_write(long n) { g_writes_before_failure.store(n < 1 ? -1 : n - 1); }
 
 void assign_libref(std::string_view libref, const fs::path& dir, TableFileOptions options) {
   if (!is_name(libref, 8)) throw std::invalid_argument(fmt::format("{} is not a library reference (a name of at most 8 characters)", quote_input(libref)));

@@ -130,8 +130,10 @@ inline double missing_step(int additive, double* level, double trend, double sea
 // The body of zwindpd.  derlev, dertre and dersea hold the derivatives of
 // level, trend and the observation's factor by the three weights before the
 // observation and receive them after it; dervec gets the derivatives of the
-// one-step prediction.
-inline int point_derivative(double x, double wlevel, double wtrend, double wseason,
+// one-step prediction.  Always inlined: left to itself the compiler calls it
+// once per observation of the estimation's passes, which then cannot keep
+// the derivatives in registers nor share the quotients with win::point.
+[[gnu::always_inline]] inline int point_derivative(double x, double wlevel, double wtrend, double wseason,
                             double llevel, double clevel, double ltrend, double lseason,
                             int additive, double* derlev, double* dertre, double* dersea,
                             double* dervec) noexcept {
