@@ -171,6 +171,36 @@ TEST_F(HostTable, ClosedTableIsACsvWithOneHeaderLine) {
   EXPECT_EQ(vars[2].decimals, 5);
 }
 
+// A libref told that its time IDs are dates or datetimes writes the first
+// column as ISO text, a missing one as an empty field; the other columns stay
+// numbers.  With fsync asked the table is complete all the same.
+TEST_F(HostTable, TimeIdsAreWrittenAsTheLibrefSays) {
+  struct Case {
+    esf::host::TimeForm form;
+    double time;
+    const char* line;
+  };
+  const Case cases[] = {
+      {esf::host::TimeForm::kNumber, -3652, "-3652,2"},
+      {esf::host::TimeForm::kDate, -3652, "1950-01-01,2"},
+      {esf::host::TimeForm::kDatetime, 86400.0 * -3652 + 3661.5, "1950-01-01T01:01:01.500,2"},
+      {esf::host::TimeForm::kDate, dot(), ",2"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.line);
+    esf::host::assign_libref("OUT", dir_, {c.form, true});
+    XO_PARMS xoparm;
+    ASSERT_EQ(open_output("T", &xoparm), 0);
+    ptr xvp = nullptr;
+    double slots[2] = {c.time, 2.0};
+    ASSERT_EQ(define(xoparm, &xvp, {"DATE", "X"}, slots), 0);
+    ASSERT_EQ(add(xoparm, xvp), 0);
+    ASSERT_EQ(xvputt(xvp), 0);
+    ASSERT_EQ(xoclose(xoparm.fileid, 0), 0);
+    EXPECT_EQ(read_file(dir_ / "t.csv"), std::string("DATE,X\n") + c.line + "\n");
+  }
+}
+
 // Under a memory libref the same chain leaves no file: the calling thread
 // takes the table once, values to the bit, and no other thread sees it; an
 // aborted table is never there to take.

@@ -26,6 +26,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/time_text.h"
 #include "module/host_api.h"
 
 namespace esf::host {
@@ -175,10 +176,19 @@ std::string take_log();       // xprrlog reports and xebug lines
 
 // ---- Tables ------------------------------------------------------------------
 
+// How the output tables of a directory libref are written: the time ID
+// (the first variable) as a number or, when the host program knows its
+// values to be dates or datetimes, as ISO text; and whether a table's file
+// is flushed to the disk (fsync) before it is renamed into place.
+struct TableFileOptions {
+  TimeForm time_id = TimeForm::kNumber;
+  bool fsync = false;
+};
+
 // Assigns a library reference to a directory.  WORK is the current
 // directory unless assigned.  Throws std::invalid_argument for a libref that
 // is empty, longer than 8 characters or not a name.
-void assign_libref(std::string_view libref, const std::filesystem::path& dir);
+void assign_libref(std::string_view libref, const std::filesystem::path& dir, TableFileOptions options = {});
 // The directory of a libref, if assigned (WORK always is).
 std::optional<std::filesystem::path> libref_path(std::string_view libref);
 // The file of a table "lib.mem" (or "mem", in WORK): dir / lower(mem).csv.

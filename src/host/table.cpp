@@ -22,6 +22,7 @@
 #include <sstream>
 #include <string>
 #include <system_error>
+#include <fcntl.h>
 #include <unistd.h>
 #include <vector>
 
@@ -67,6 +68,7 @@ bool is_name(std::string_view s, std::size_t max) {
 struct Librefs {
   std::mutex mutex;
   std::map<std::string, fs::path> dirs;
+  std::map<std::string, esf::host::TableFileOptions> file_options;
   std::set<std::string> memory;  // librefs whose output tables stay in memory
   std::map<std::string, std::vector<esf::host::VariableInfo>> closed;  // by file path
 };
@@ -92,6 +94,7 @@ struct Table {
   XOFILE file{};
   bool output = false;
   bool in_memory = false;   // an output table of a memory libref
+  esf::host::TableFileOptions file_options;  // of its libref, for a file
   std::string memory_key;   // its catalogue name, "LIB.MEM"
   std::vector<std::vector<double>> columns;  // its values, one vector per variable
   fs::path path;
@@ -307,7 +310,10 @@ int table_add(XO_PARMS* xoparm) {
     std::string line;
     for (std::size_t j = 0; j < t.record.size(); ++j) {
       if (j > 0) line.push_back(',');
-      line += format_value(t.record[j]);
+      const double v = t.record[j];
+      line += j == 0 && t.file_options.time_id != esf::host::TimeForm::kNumber && !is_missing(v)
+                  ? esf::host::write_time_text(v, t.file_options.time_id)
+                  : format_value(v);
     }
     line.push_back('\n');
     t.out << line;
@@ -433,6 +439,11 @@ int xoopen(XO_PARMS* xoparm, XOPNSTR* xopnstr) {
     std::error_code ec;
     if (!fs::is_directory(*dir, ec))
       return fail(kTableCannotCreate, fmt::format("library {} directory {} does not exist", libref, dir->string()));
+    {
+      Librefs& l = librefs();
+      std::lock_guard lock(l.mutex);
+      if (auto it = l.file_options.find(libref); it != l.file_options.end()) t->file_options = it->second;
+    }
     t->temp_path = t->path;
     t->temp_path += fmt::format(".tmp{}-{}", static_cast<long>(::getpid()), g_temp_counter.fetch_add(1));
     t->out.open(t->temp_path, std::ios::out | std::ios::trunc);
@@ -470,6 +481,15 @@ int xoclose(XOFILE* fileid, int how) {
   if (!ok) {
     fs::remove(t->temp_path, ec);
     return fail(kTableWrite, fmt::format("writing {} failed", t->path.string()));
+  }
+  if (t->file_options.fsync) {
+    const int fd = ::open(t->temp_path.c_str(), O_RDONLY);
+    const bool synced = fd >= 0 && ::fsync(fd) == 0;
+    if (fd >= 0) ::close(fd);
+    if (!synced) {
+      fs::remove(t->temp_path, ec);
+      return fail(kTableWrite, fmt::format("writing {} failed: it could not be flushed to the disk", t->path.string()));
+    }
   }
   fs::rename(t->temp_path, t->path, ec);
   if (ec) {
@@ -672,11 +692,12 @@ namespace esf::host {
 
 void table_fail_write(long n) { g_writes_before_failure.store(n < 1 ? -1 : n - 1); }
 
-void assign_libref(std::string_view libref, const fs::path& dir) {
+void assign_libref(std::string_view libref, const fs::path& dir, TableFileOptions options) {
   if (!is_name(libref, 8)) throw std::invalid_argument(fmt::format("{} is not a library reference (a name of at most 8 characters)", quote_input(libref)));
   Librefs& l = librefs();
   std::lock_guard lock(l.mutex);
   l.dirs[upper(libref)] = dir;
+  l.file_options[upper(libref)] = options;
   l.memory.erase(upper(libref));
 }
 

@@ -5,7 +5,10 @@
 #include <cstdlib>
 #include <string>
 
+#include <fmt/format.h>
+
 #include "common/civil_days.h"
+#include "host/host_dates.h"
 #include "primitives/primitives.h"
 
 namespace esf::host {
@@ -126,6 +129,30 @@ std::optional<double> read_number_text(std::string_view text) {
   // ERANGE also reports an underflow, whose result is still the nearest double.
   if (errno == ERANGE && std::fabs(v) >= 1.0) return std::nullopt;
   return v;
+}
+
+std::string write_time_text(double t, TimeForm form) {
+  if (!std::isfinite(t)) return {};
+  if (form == TimeForm::kNumber) return fmt::format("{}", t);
+  double days = t;
+  double seconds = 0.0;
+  if (form == TimeForm::kDatetime) {
+    days = std::floor(t / 86400.0);
+    seconds = t - days * 86400.0;
+  }
+  int m = 0, d = 0, y = 0;
+  if (zidmdyd(&m, &d, &y, days) != 0) return fmt::format("{}", t);
+  std::string date = fmt::format("{:04d}-{:02d}-{:02d}", y, m, d);
+  if (form == TimeForm::kDate) return date;
+  const long whole = static_cast<long>(std::floor(seconds));
+  const double frac = seconds - static_cast<double>(whole);
+  std::string text = fmt::format("{}T{:02d}:{:02d}:{:02d}", date, whole / 3600, whole / 60 % 60, whole % 60);
+  if (frac > 0.0) {
+    // Fractions of a second keep three decimals, without the leading zero.
+    std::string f = fmt::format("{:.3f}", frac);
+    text += f.substr(1);
+  }
+  return text;
 }
 
 }  // namespace esf::host

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace esf::host {
@@ -41,6 +42,18 @@ std::optional<double> read_missing_text(std::string_view text);
 // text; infinities and NaNs are not numbers, a value too small for a normal
 // double is kept as the subnormal or zero it rounds to.
 std::optional<double> read_number_text(std::string_view text);
+
+// What a time value counts, and so how it is written.
+enum class TimeForm {
+  kNumber,    // observation numbers, or values of no interval
+  kDate,      // days since 1 January 1960: YYYY-MM-DD
+  kDatetime,  // seconds since 1 January 1960 00:00:00: YYYY-MM-DDTHH:MM:SS[.fff]
+};
+
+// The text of a time value, which read_time_text reads back (a number as
+// its shortest exact form; fractions of a second to three decimals); empty
+// for a value that is not finite.
+std::string write_time_text(double t, TimeForm form);
 
 // What read_time_text accepts, for messages.
 inline constexpr const char* kTimeTextForms = "YYYY-MM-DD, YYYY-MM-DDTHH:MM[:SS[.fff]] or YYYY-MM";

@@ -108,27 +108,10 @@ bool in_calendar_range(double t, TimeUnits units) {
 }
 
 std::string format_time(double t, TimeUnits units) {
-  if (!std::isfinite(t)) return {};
-  if (units == TimeUnits::kNumber) return fmt::format("{}", t);
-  double days = t;
-  double seconds = 0.0;
-  if (units == TimeUnits::kDatetime) {
-    days = std::floor(t / kSecondsPerDay);
-    seconds = t - days * kSecondsPerDay;
-  }
-  int m = 0, d = 0, y = 0;
-  if (zidmdyd(&m, &d, &y, days) != 0) return fmt::format("{}", t);
-  std::string date = fmt::format("{:04d}-{:02d}-{:02d}", y, m, d);
-  if (units == TimeUnits::kDate) return date;
-  const long whole = static_cast<long>(std::floor(seconds));
-  const double frac = seconds - static_cast<double>(whole);
-  std::string text = fmt::format("{}T{:02d}:{:02d}:{:02d}", date, whole / 3600, whole / 60 % 60, whole % 60);
-  if (frac > 0.0) {
-    // Fractions of a second keep three decimals, without the leading zero.
-    std::string f = fmt::format("{:.3f}", frac);
-    text += f.substr(1);
-  }
-  return text;
+  const host::TimeForm form = units == TimeUnits::kDate       ? host::TimeForm::kDate
+                              : units == TimeUnits::kDatetime ? host::TimeForm::kDatetime
+                                                              : host::TimeForm::kNumber;
+  return host::write_time_text(t, form);
 }
 
 CsvRow parse_csv_row(const std::string& path, long lineno, const std::string& id_text, const std::string& value_text,
