@@ -987,7 +987,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   // The table at the first level asked (or at --cl), then a pair of limits
   // for every further level, from the method run at that level.
   std::vector<double> cls;
-  for (double level : o.levels) cls.push_back(1.0 - level / 100.0);
+  // (100 - level) / 100 gives the same alpha as --cl for round levels: 95 -> 0.05 exactly.
+  for (double level : o.levels) cls.push_back((100.0 - level) / 100.0);
   if (cls.empty()) cls.push_back(o.cl);
   const int lead = std::max(o.lead, o.holdout);
   result.table = call_forecast(loader_, plan, p, cls[0], lead);
