@@ -18,6 +18,17 @@ std::string place(const SeriesForChecks& s, std::size_t i) {
 
 std::optional<std::string> refusal(const SeriesForChecks& s) {
   const long n = static_cast<long>(s.values.size());
+  // The module sets aside a value above 3.35195198248575e+153 * n^3 in
+  // absolute value as extreme; a series holding one would be fitted without
+  // it, or not at all, without a word, so it is refused here by its row.
+  const double nd = static_cast<double>(n);
+  const double extreme = 3.35195198248575e+153 * nd * nd * nd;
+  for (std::size_t i = 0; i < s.values.size(); ++i) {
+    if (std::fabs(s.values[i]) > extreme) {
+      return fmt::format("{} holds {}, too large to smooth (beyond {:.6g} in absolute value)", place(s, i),
+                         s.values[i], extreme);
+    }
+  }
   if (s.nseasons_given && s.nseasons > n / 2) {
     return fmt::format("a cycle of {} seasons is more than half of the {} observations (--nseasons)", s.nseasons,
                        n);

@@ -23,6 +23,7 @@ struct SeriesForChecks {
 };
 
 // The reason the family cannot be fitted to the series, or nothing:
+//   a value too large for the module to smooth (the first such row is named);
 //   a multiplicative model on a value <= 0 (the first such row is named);
 //   a seasonal family with a cycle of 1 or less, or fewer than two full
 //   cycles of observations in the fit range;
