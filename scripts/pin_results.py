@@ -26,7 +26,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 
 def real_series():
-    for d in (os.path.join(ROOT, "examples"), os.path.join(ROOT, "..", "..", "shared", "data")):
+    for d in (os.path.join(ROOT, "examples"), os.path.join(ROOT, "..", "shared", "data")):
         if not os.path.isdir(d):
             continue
         for name in sorted(os.listdir(d)):
