@@ -20,8 +20,6 @@ namespace {
 
 using esf::kMissing;
 
-// A value above this times n^3 in absolute value counts as extreme.
-constexpr double kExtremeFactor = 3.35195198248575e+153;
 // Starting points of the running minimum and maximum of a series.
 constexpr double kStartMin = 1.3407807929943e+154;
 constexpr double kStartMax = -1.3407807929943e+154;
@@ -156,7 +154,7 @@ extern "C" {
 long getseries(List tsList, TIMERANGE* datarange, TSERIES* ts) {
   const long n = ts->nobs;
   const double nd = static_cast<double>(n);
-  const double xextr = kExtremeFactor * nd * nd * nd;
+  const double xextr = esf::extreme_limit(nd);
   ts->xextr = xextr;
 
   if (ts->scodes != nullptr) {

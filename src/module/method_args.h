@@ -19,6 +19,13 @@ typedef long SLIndex;
 // Model families as numbered in the `type` argument of getstartvals.
 using enum esf::FamilyType;
 
+namespace esf {
+// A value above extreme_limit(n) in absolute value, in a series of n
+// observations, counts as extreme: getseries sets it aside as missing.
+constexpr double kExtremeFactor = 3.35195198248575e+153;
+constexpr double extreme_limit(double n) { return kExtremeFactor * n * n * n; }
+}  // namespace esf
+
 #ifdef __cplusplus
 extern "C" {
 #endif

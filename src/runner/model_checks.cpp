@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include "module/method_args.h"
+
 namespace esf::runner {
 
 namespace {
@@ -18,11 +20,10 @@ std::string place(const SeriesForChecks& s, std::size_t i) {
 
 std::optional<std::string> refusal(const SeriesForChecks& s) {
   const long n = static_cast<long>(s.values.size());
-  // The module sets aside a value above 3.35195198248575e+153 * n^3 in
-  // absolute value as extreme; a series holding one would be fitted without
-  // it, or not at all, without a word, so it is refused here by its row.
-  const double nd = static_cast<double>(n);
-  const double extreme = 3.35195198248575e+153 * nd * nd * nd;
+  // The module sets aside an extreme value as missing; a series holding one
+  // would be fitted without it, or not at all, without a word, so it is
+  // refused here by its row.
+  const double extreme = esf::extreme_limit(static_cast<double>(n));
   for (std::size_t i = 0; i < s.values.size(); ++i) {
     if (std::fabs(s.values[i]) > extreme) {
       return fmt::format("{} holds {}, too large to smooth (beyond {:.6g} in absolute value)", place(s, i),
