@@ -197,9 +197,9 @@ TEST_P(BadInputCli, ExitsWithItsStatusAndMessageAndKeepsTheOutput) {
   fs::remove_all(dir);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, BadInputCli, ::testing::ValuesIn(kRows), [](const auto& info) {
+INSTANTIATE_TEST_SUITE_P(Rows, BadInputCli, ::testing::ValuesIn(kRows), [](const auto& test) {
   std::string name;
-  for (const char* p = info.param.what; *p != '\0'; ++p) {
+  for (const char* p = test.param.what; *p != '\0'; ++p) {
     name += std::isalnum(static_cast<unsigned char>(*p)) ? *p : '_';
   }
   return name;

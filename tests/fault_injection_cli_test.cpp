@@ -77,6 +77,6 @@ TEST_P(FaultInjectionCli, EveryFailureEndsCleanly) {
 
 INSTANTIATE_TEST_SUITE_P(Faults, FaultInjectionCli,
                          ::testing::Values(Fault{"ESF_FAIL_ALLOCATION", 1}, Fault{"ESF_FAIL_TABLE_WRITE", 13}),
-                         [](const auto& info) { return std::string(info.param.variable); });
+                         [](const auto& test) { return std::string(test.param.variable); });
 
 }  // namespace

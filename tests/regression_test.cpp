@@ -243,7 +243,7 @@ TEST_P(ModelTest, MatchesIndependentLeastSquares) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AllModels, ModelTest, ::testing::ValuesIn(kModelCases),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& test) { return std::string(test.param.name); });
 
 class RegressionEdge : public ::testing::Test {
  protected:

@@ -502,7 +502,7 @@ TEST(WinForecast, FailedFactorRatioKeepsThePreviousHalfWidth) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, WinKernel, ::testing::Values(0, 1),
-                         [](const auto& info) { return info.param ? "Additive" : "Multiplicative"; });
+                         [](const auto& test) { return test.param ? "Additive" : "Multiplicative"; });
 
 class WinEdges : public ::testing::Test {
  protected:
@@ -632,10 +632,10 @@ TEST_P(WinFit, EstimatesBeatTheGridAndStayInTheStableBox) {
   EXPECT_NEAR(mean, c.additive ? 0.0 : 1.0, 1e-12);
 }
 
-INSTANTIATE_TEST_SUITE_P(Examples, WinFit, ::testing::ValuesIn(kFits), [](const auto& info) {
-  std::string name = info.param.file;
+INSTANTIATE_TEST_SUITE_P(Examples, WinFit, ::testing::ValuesIn(kFits), [](const auto& test) {
+  std::string name = test.param.file;
   name = name.substr(0, name.find('.'));
-  return name + (info.param.additive ? "Additive" : "Multiplicative");
+  return name + (test.param.additive ? "Additive" : "Multiplicative");
 });
 
 TEST_F(WinEdges, FitOutcomes) {
@@ -813,9 +813,9 @@ INSTANTIATE_TEST_SUITE_P(Examples, WinMethods,
                          ::testing::Values(MethodCase{"AirPassengers.csv", "MONTH", 1949, 12, "WINTM", "winters"},
                                            MethodCase{"UKgas.csv", "QTR", 1960, 4, "WINTM", "winters"},
                                            MethodCase{"UKgas.csv", "QTR", 1960, 4, "WINTA", "winters-additive"}),
-                         [](const auto& info) {
-                           std::string name = info.param.file;
-                           return name.substr(0, name.find('.')) + info.param.code;
+                         [](const auto& test) {
+                           std::string name = test.param.file;
+                           return name.substr(0, name.find('.')) + test.param.code;
                          });
 
 }  // namespace

@@ -247,7 +247,7 @@ typedef struct GCB {
 } GCB;
 
 // Status of xytngl when the name has no slot.
-#define XYT_NOTFOUND ((rctype)0x80008026)
+#define XYT_NOTFOUND ESF_STATUS_BITS(rctype, 0x80008026)
 #define XYT_LOOKUP 2  // op of xytngl
 #define XYT_ENTER 1   // op of xytnsl
 

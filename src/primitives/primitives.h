@@ -49,10 +49,17 @@ struct QKPool {
 };
 typedef struct QKPool* QKPoolh;
 
+// A status constant of the given type written by its bits, in C and in C++.
+#ifdef __cplusplus
+#define ESF_STATUS_BITS(type, bits) (static_cast<type>(bits))
+#else
+#define ESF_STATUS_BITS(type, bits) ((type)(bits))
+#endif
+
 // Status of an operation that is not supported (skUnsup).
-#define QK_STATUS_UNSUPPORTED ((QKStatus)0x803FC004)
+#define QK_STATUS_UNSUPPORTED ESF_STATUS_BITS(QKStatus, 0x803FC004)
 // Status of wztxxlt for a translation number it does not know.
-#define WZ_STATUS_BADFUNC ((wrcode)0x8000200A)
+#define WZ_STATUS_BADFUNC ESF_STATUS_BITS(wrcode, 0x8000200A)
 
 // ---------------------------------------------------------------------------
 // Missing values
