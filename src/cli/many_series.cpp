@@ -165,16 +165,13 @@ std::string table_csv(const runner::SeriesOutcome& o, int lead, bool future_only
   for (const std::string& k : o.key) key += csv_field(k) + ',';
   const std::size_t rows = t.rows();
   const std::size_t first_forecast = rows >= static_cast<std::size_t>(lead) ? rows - static_cast<std::size_t>(lead) : 0;
+  const std::vector<const double*> columns = t.column_data();
   std::string out;
   for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
     out += key;
-    for (std::size_t j = 0; j < t.columns.size(); ++j) {
-      const double v = t.columns[j].values[i];
-      if (j > 0) out += ',';
-      out += j == 0 && !esf::is_missing(v) ? runner::format_time(v, t.units) : host::format_table_value(v);
-    }
+    host::append_table_row(out, columns, i, runner::time_form(t.units));
     if (i >= first_forecast) {
-      out += fmt::format(",forecast,{}\n", i - first_forecast + 1);
+      fmt::format_to(std::back_inserter(out), ",forecast,{}\n", i - first_forecast + 1);
     } else {
       out += ",history,\n";
     }
