@@ -3,10 +3,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <map>
+#include <mutex>
 #include <thread>
 #include <variant>
 
@@ -123,7 +126,7 @@ Json cell_json(const Cell& c) {
 // The estimates of one series, one cell for each name of estimate_names().
 const std::vector<std::string>& estimate_names() {
   static const std::vector<std::string> names = {
-      "STATUS", "MODEL", "NOBS",  "LEVEL", "LEVEL_STDERR", "TREND", "TREND_STDERR", "DAMPING", "DAMPING_STDERR",
+      "STATUS", "MODEL", "INTERVAL", "NOBS", "LEVEL", "LEVEL_STDERR", "TREND", "TREND_STDERR", "DAMPING", "DAMPING_STDERR",
       "SEASONAL", "SEASONAL_STDERR", "ERROR_VARIANCE", "FIT_END", "ITERATIONS", "AIC", "AICC", "BIC", "RMSE",
       "MAE", "MAPE", "MASE"};
   return names;
@@ -135,6 +138,7 @@ std::vector<Cell> estimate_cells(const runner::SeriesOutcome& o) {
   std::vector<Cell> cells;
   cells.emplace_back(std::string(o.ok ? "ok" : "failed"));
   cells.emplace_back(std::string(fitted && f.family != nullptr ? f.family->name : ""));
+  cells.emplace_back(o.interval);
   cells.emplace_back(fitted ? static_cast<double>(f.nobs) : runner::kNaN);
   for (const char* item : runner::kWeightItem) {
     double value = runner::kNaN, se = runner::kNaN;
@@ -157,9 +161,59 @@ std::vector<Cell> estimate_cells(const runner::SeriesOutcome& o) {
   return cells;
 }
 
-// The forecast table's rows of one series, each led by the key and followed
-// by KIND (history or forecast) and LEAD.
-std::string table_csv(const runner::SeriesOutcome& o, int lead, bool future_only) {
+// The columns of the output: those of a forecast table, with the state
+// columns (LEVEL, TREND, SEASON) of every family the plan may run, so that
+// series whose chosen families differ share one header.  The same for any
+// series' table, as tables differ only in their states.
+std::vector<std::string> output_columns(const runner::ForecastTable& t, const runner::Plan& plan) {
+  bool trended = false, seasonal = false;
+  for (const runner::Family& f : runner::families()) {
+    if (plan.family != nullptr && &f != plan.family) continue;
+    trended = trended || f.trended;
+    seasonal = seasonal || f.seasonal;
+  }
+  std::vector<std::string> states = {"LEVEL"};
+  if (trended) states.emplace_back("TREND");
+  if (seasonal) states.emplace_back("SEASON");
+  std::vector<std::string> names;
+  for (const runner::TableColumn& c : t.columns) {
+    if (std::find(states.begin(), states.end(), c.name) == states.end()) {
+      names.push_back(c.name);
+    } else if (std::find(names.begin(), names.end(), states.front()) == names.end()) {
+      names.insert(names.end(), states.begin(), states.end());
+    }
+  }
+  return names;
+}
+
+// For each output column, its column in the series' table, or -1 where the
+// series' family has none.  Throws when the table has a column the output
+// lacks.
+std::vector<int> column_map(const runner::SeriesOutcome& o, const std::vector<std::string>& names) {
+  const std::vector<runner::TableColumn>& columns = o.result.table.columns;
+  std::vector<int> map(names.size(), -1);
+  std::size_t found = 0;
+  for (std::size_t j = 0; j < names.size(); ++j) {
+    for (std::size_t k = 0; k < columns.size(); ++k) {
+      if (columns[k].name == names[j]) {
+        map[j] = static_cast<int>(k);
+        ++found;
+        break;
+      }
+    }
+  }
+  if (found != columns.size()) {
+    std::vector<std::string> have;
+    for (const runner::TableColumn& c : columns) have.push_back(c.name);
+    throw runner::RunError(fmt::format("series {}: its forecast table has the columns {}, not among {}",
+                                       fmt::join(o.key, ","), fmt::join(have, ","), fmt::join(names, ",")));
+  }
+  return map;
+}
+
+// The forecast table's rows of one series in the output's columns, each led
+// by the key and followed by KIND (history or forecast) and LEAD.
+std::string table_csv(const runner::SeriesOutcome& o, const std::vector<int>& map, int lead, bool future_only) {
   const runner::ForecastTable& t = o.result.table;
   std::string key;
   for (const std::string& k : o.key) key += csv_field(k) + ',';
@@ -168,10 +222,11 @@ std::string table_csv(const runner::SeriesOutcome& o, int lead, bool future_only
   std::string out;
   for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
     out += key;
-    for (std::size_t j = 0; j < t.columns.size(); ++j) {
-      const double v = t.columns[j].values[i];
+    for (std::size_t j = 0; j < map.size(); ++j) {
       if (j > 0) out += ',';
-      out += j == 0 && !esf::is_missing(v) ? runner::format_time(v, t.units) : host::format_table_value(v);
+      if (map[j] < 0) continue;
+      const double v = t.columns[static_cast<std::size_t>(map[j])].values[i];
+      out += map[j] == 0 && !esf::is_missing(v) ? runner::format_time(v, t.units) : host::format_table_value(v);
     }
     if (i >= first_forecast) {
       out += fmt::format(",forecast,{}\n", i - first_forecast + 1);
@@ -182,22 +237,23 @@ std::string table_csv(const runner::SeriesOutcome& o, int lead, bool future_only
   return out;
 }
 
-Json table_json(const runner::SeriesOutcome& o, int lead, bool future_only) {
+Json table_json(const runner::SeriesOutcome& o, const std::vector<std::string>& names, const std::vector<int>& map,
+                int lead, bool future_only) {
   const runner::ForecastTable& t = o.result.table;
   const std::size_t rows = t.rows();
   const std::size_t first_forecast = rows >= static_cast<std::size_t>(lead) ? rows - static_cast<std::size_t>(lead) : 0;
   Json table = Json::object();
-  for (std::size_t j = 0; j < t.columns.size(); ++j) {
+  for (std::size_t j = 0; j < map.size(); ++j) {
     Json values = Json::array();
     for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
-      const double v = t.columns[j].values[i];
+      const double v = map[j] < 0 ? esf::kMissing : t.columns[static_cast<std::size_t>(map[j])].values[i];
       if (esf::is_missing(v) || !std::isfinite(v)) {
         values.push_back(nullptr);
       } else {
-        values.push_back(j == 0 ? Json(runner::format_time(v, t.units)) : Json(v));
+        values.push_back(map[j] == 0 ? Json(runner::format_time(v, t.units)) : Json(v));
       }
     }
-    table[t.columns[j].name] = std::move(values);
+    table[names[j]] = std::move(values);
   }
   Json lead_column = Json::array();
   for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
@@ -253,11 +309,14 @@ bool wants_many(const ManyOptions& o, const std::string& input) {
 int run_many(const char* command, runner::Loader& loader, const runner::ModelOptions& model, bool forecast,
              const std::string& input, const ManyOptions& o, const runner::SavedModel* saved) {
   if (model.trace) throw runner::RunError("--trace follows one series; it cannot be used with many");
-  if (model.interval.empty()) throw runner::RunError("--interval: a table of many series needs the interval named");
   runner::TableLayout layout{o.by, o.id_column, o.vars};
   if (layout.by.empty() && layout.vars.empty()) layout = {{"unique_id"}, "ds", {"y"}};
   runner::Runner run(loader);
-  const runner::Plan plan = run.plan(model, forecast);
+  // Without --interval each series runs on the interval its time IDs fit
+  // (a saved model's own interval when it names one).
+  runner::ModelOptions options = model;
+  if (options.interval.empty() && saved != nullptr) options.interval = saved->interval;
+  const runner::Plan plan = run.plan(options, forecast);
   const runner::SeriesTable table(input, layout);
   const runner::TableShape& shape = table.shape();
 
@@ -284,8 +343,12 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
   }
 
   const int lead = std::max(model.lead, model.holdout);
-  std::vector<std::string> table_columns;  // of the first table written
+  // The output's columns, from the first table made; every table maps onto them.
+  std::mutex columns_mutex;
+  std::vector<std::string> columns;
+  bool header_written = false;
   std::vector<std::string> reasons;
+  std::map<std::string, std::size_t> intervals;  // found from the time IDs: series of each
   std::size_t done = 0;
 
   runner::BatchOptions b;
@@ -293,10 +356,24 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
   b.saved = saved;
   b.prepare = [&](runner::SeriesOutcome& out) {
     if (!out.ok || !forecast) return;
+    std::vector<std::string> names;
+    {
+      std::lock_guard lock(columns_mutex);
+      if (columns.empty()) columns = output_columns(out.result.table, plan);
+      names = columns;
+    }
+    std::vector<int> map;
+    try {
+      map = column_map(out, names);
+    } catch (const runner::RunError& e) {
+      out.ok = false;
+      out.reason = e.what();
+      return;
+    }
     if (o.json) {
-      out.prepared = ",\"table\":" + table_json(out, lead, o.future_only).dump() + "}";
+      out.prepared = ",\"table\":" + table_json(out, names, map, lead, o.future_only).dump() + "}";
     } else {
-      out.prepared = table_csv(out, lead, o.future_only);
+      out.prepared = table_csv(out, map, lead, o.future_only);
     }
   };
   Progress progress(shape.series, !o.quiet && ::isatty(STDERR_FILENO) != 0);
@@ -304,6 +381,7 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
 
   const std::size_t failed = runner::run_batch(run, plan, table, b, [&](runner::SeriesOutcome& out) {
     ++done;
+    if (plan.interval_token.empty() && !out.interval.empty()) ++intervals[out.interval];
     Json key = Json::object();
     for (std::size_t k = 0; k < out.key.size(); ++k) key[shape.key_columns[k]] = out.key[k];
     if (!out.ok) reasons.push_back(fmt::format("{}: {}", fmt::join(out.key, ","), out.reason));
@@ -334,26 +412,27 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
       estimates.write(csv_line(row));
     }
     if (forecast && out.ok) {
-      std::vector<std::string> names;
-      for (const runner::TableColumn& c : out.result.table.columns) names.push_back(c.name);
-      if (table_columns.empty()) {
-        table_columns = names;
+      if (!header_written) {
+        header_written = true;
         std::vector<std::string> h = shape.key_columns;
-        h.insert(h.end(), names.begin(), names.end());
+        std::lock_guard lock(columns_mutex);
+        h.insert(h.end(), columns.begin(), columns.end());
         h.emplace_back("KIND");
         h.emplace_back("LEAD");
         main_out->write(csv_line(h));
-      }
-      if (names != table_columns) {
-        throw runner::RunError(fmt::format("series {}: its forecast table has the columns {}, not {} as the first; "
-                                           "write models with different columns to separate outputs",
-                                           fmt::join(out.key, ","), fmt::join(names, ","),
-                                           fmt::join(table_columns, ",")));
       }
       main_out->write(out.prepared);
     }
   });
   progress.clear();
+  if (!intervals.empty()) {
+    std::vector<std::string> found;
+    for (const auto& [name, count] : intervals) found.push_back(fmt::format("{} for {} series", name, count));
+    std::cerr << fmt::format("esforecast {}: no --interval given; each series runs on the interval its time IDs fit: "
+                             "{}{}\n",
+                             command, fmt::join(found, ", "),
+                             intervals.size() > 1 ? " (the INTERVAL column of --estimates names each series')" : "");
+  }
   main_out->commit();
   if (estimates_out) estimates_out->commit();
   if (status_out) status_out->commit();

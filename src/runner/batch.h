@@ -38,6 +38,9 @@ struct SeriesOutcome {
   // Text a front end prepared from the outcome on the worker thread
   // (BatchOptions::prepare), written later in key order.
   std::string prepared;
+  // The interval the series ran on: the plan's, or the one its time IDs fit
+  // when the plan names none (empty when none was found).
+  std::string interval;
 };
 
 struct BatchOptions {
@@ -53,7 +56,9 @@ struct BatchOptions {
 
 // Runs every series of `table` through `plan` (a fit, or a forecast when
 // plan.forecast) and hands each outcome to `take` in key order, from one
-// thread at a time.  Returns the number of series that failed.  Throws
+// thread at a time.  A plan without an interval runs each series on the
+// interval its own time IDs fit (a series they fit none of fails with the
+// reason).  Returns the number of series that failed.  Throws
 // CsvError when the table itself cannot be read, and whatever `take` throws
 // (after the workers have stopped).
 std::size_t run_batch(const Runner& runner, const Plan& plan, const SeriesTable& table, const BatchOptions& options,

@@ -275,6 +275,7 @@ ObservationCycles& observation_cycles() {
 // Places the series and builds the lists of a method call.
 void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   using namespace esf::host;
+  if (plan.interval_token.empty()) throw RunError("--interval: no interval named, and none found from the time IDs");
   const ModelOptions& o = plan.options;
   ModuleCalendar cal(loader);
   INTERVAL interval = plan.interval;
@@ -744,6 +745,8 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
     check_options(options, *p.family);
   }
   loader_.load();
+  // No interval: each series of a batch finds its own from its time IDs.
+  if (options.interval.empty()) return p;
   ModuleCalendar cal(loader_);
   std::string text = options.interval;
   const int rc = cal.zintstr(text.data(), static_cast<int>(text.size()), &p.interval);

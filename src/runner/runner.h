@@ -122,7 +122,9 @@ struct Plan {
   ModelOptions options;
   const Family* family = nullptr;  // null for --model auto
   INTERVAL interval{};
-  std::string interval_token;  // the interval's name ("WEEK.2" for the alias "W-SUN")
+  // The interval's name ("WEEK.2" for the alias "W-SUN"); empty when the
+  // options name none, and each series of a batch finds its own.
+  std::string interval_token;
   std::string interval_alias;  // the pandas alias the user wrote, or empty
   TimeUnits units = TimeUnits::kDate;
   bool forecast = false;
@@ -237,8 +239,9 @@ class Runner {
  public:
   explicit Runner(Loader& loader) : loader_(loader) {}
 
-  // Checks the options and parses the interval (loading the module).
-  // Throws RunError.
+  // Checks the options and parses the interval (loading the module).  An
+  // empty interval is left to be found from each series' time IDs by
+  // run_batch.  Throws RunError.
   Plan plan(const ModelOptions& options, bool forecast) const;
 
   // The plan and the series of a CSV file. Without an interval in the
