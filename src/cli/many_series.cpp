@@ -18,35 +18,14 @@
 
 #include "host/host.h"
 #include "runner/batch.h"
+#include "runner/batch_text.h"
 
 namespace esf::cli {
 namespace {
 
 namespace runner = esf::runner;
-using Json = nlohmann::ordered_json;
-
-// A text field of a CSV line, quoted when it holds a comma, a quote, a line
-// break or blanks at its ends.
-std::string csv_field(const std::string& s) {
-  const bool quote = s.find_first_of(",\"\r\n") != std::string::npos ||
-                     (!s.empty() && (s.front() == ' ' || s.back() == ' '));
-  if (!quote) return s;
-  std::string out = "\"";
-  for (char c : s) {
-    if (c == '"') out += '"';
-    out += c;
-  }
-  return out + "\"";
-}
-
-std::string csv_line(const std::vector<std::string>& fields) {
-  std::string line;
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    if (i > 0) line += ',';
-    line += csv_field(fields[i]);
-  }
-  return line + '\n';
-}
+using runner::Cell;
+using runner::Json;
 
 // An output file written under a temporary name in its directory and renamed
 // into place when complete; standard output when the path is empty.
@@ -105,163 +84,6 @@ class Output {
   std::FILE* file_ = nullptr;
   bool failed_ = false;
 };
-
-using Cell = std::variant<double, std::string>;
-
-std::string cell_text(const Cell& c) {
-  if (const double* v = std::get_if<double>(&c)) return std::isnan(*v) ? std::string() : host::format_table_value(*v);
-  return std::get<std::string>(c);
-}
-
-Json cell_json(const Cell& c) {
-  if (const double* v = std::get_if<double>(&c)) {
-    if (!std::isfinite(*v)) return nullptr;
-    // Counts (NOBS, ITERATIONS) stay integers.
-    if (std::trunc(*v) == *v && std::fabs(*v) < 9.0e15) return static_cast<long long>(*v);
-    return *v;
-  }
-  return std::get<std::string>(c);
-}
-
-// The estimates of one series, one cell for each name of estimate_names().
-const std::vector<std::string>& estimate_names() {
-  static const std::vector<std::string> names = {
-      "STATUS", "MODEL", "INTERVAL", "NOBS", "LEVEL", "LEVEL_STDERR", "TREND", "TREND_STDERR", "DAMPING", "DAMPING_STDERR",
-      "SEASONAL", "SEASONAL_STDERR", "ERROR_VARIANCE", "FIT_END", "ITERATIONS", "AIC", "AICC", "BIC", "RMSE",
-      "MAE", "MAPE", "MASE"};
-  return names;
-}
-
-std::vector<Cell> estimate_cells(const runner::SeriesOutcome& o) {
-  const runner::FitResult& f = o.result.fit;
-  const bool fitted = o.ok && o.result.fitted;
-  std::vector<Cell> cells;
-  cells.emplace_back(std::string(o.ok ? "ok" : "failed"));
-  cells.emplace_back(std::string(fitted && f.family != nullptr ? f.family->name : ""));
-  cells.emplace_back(o.interval);
-  cells.emplace_back(fitted ? static_cast<double>(f.nobs) : runner::kNaN);
-  for (const char* item : runner::kWeightItem) {
-    double value = runner::kNaN, se = runner::kNaN;
-    for (const runner::WeightEstimate& w : f.weights) {
-      if (fitted && w.name == item) {
-        value = w.estimate;
-        se = w.std_error;
-      }
-    }
-    cells.emplace_back(value);
-    cells.emplace_back(se);
-  }
-  cells.emplace_back(fitted ? f.error_variance : runner::kNaN);
-  cells.emplace_back(fitted ? runner::describe(f.end) : std::string());
-  cells.emplace_back(fitted ? static_cast<double>(f.iterations) : runner::kNaN);
-  for (double v : {f.criteria.aic, f.criteria.aicc, f.criteria.bic, f.fit_accuracy.rmse, f.fit_accuracy.mae,
-                   f.fit_accuracy.mape, f.fit_accuracy.mase}) {
-    cells.emplace_back(fitted ? v : runner::kNaN);
-  }
-  return cells;
-}
-
-// The columns of the output: those of a forecast table, with the state
-// columns (LEVEL, TREND, SEASON) of every family the plan may run, so that
-// series whose chosen families differ share one header.  The same for any
-// series' table, as tables differ only in their states.
-std::vector<std::string> output_columns(const runner::ForecastTable& t, const runner::Plan& plan) {
-  bool trended = false, seasonal = false;
-  for (const runner::Family& f : runner::families()) {
-    if (plan.family != nullptr && &f != plan.family) continue;
-    trended = trended || f.trended;
-    seasonal = seasonal || f.seasonal;
-  }
-  std::vector<std::string> states = {"LEVEL"};
-  if (trended) states.emplace_back("TREND");
-  if (seasonal) states.emplace_back("SEASON");
-  std::vector<std::string> names;
-  for (const runner::TableColumn& c : t.columns) {
-    if (std::find(states.begin(), states.end(), c.name) == states.end()) {
-      names.push_back(c.name);
-    } else if (std::find(names.begin(), names.end(), states.front()) == names.end()) {
-      names.insert(names.end(), states.begin(), states.end());
-    }
-  }
-  return names;
-}
-
-// For each output column, its column in the series' table, or -1 where the
-// series' family has none.  Throws when the table has a column the output
-// lacks.
-std::vector<int> column_map(const runner::SeriesOutcome& o, const std::vector<std::string>& names) {
-  const std::vector<runner::TableColumn>& columns = o.result.table.columns;
-  std::vector<int> map(names.size(), -1);
-  std::size_t found = 0;
-  for (std::size_t j = 0; j < names.size(); ++j) {
-    for (std::size_t k = 0; k < columns.size(); ++k) {
-      if (columns[k].name == names[j]) {
-        map[j] = static_cast<int>(k);
-        ++found;
-        break;
-      }
-    }
-  }
-  if (found != columns.size()) {
-    std::vector<std::string> have;
-    for (const runner::TableColumn& c : columns) have.push_back(c.name);
-    throw runner::RunError(fmt::format("series {}: its forecast table has the columns {}, not among {}",
-                                       fmt::join(o.key, ","), fmt::join(have, ","), fmt::join(names, ",")));
-  }
-  return map;
-}
-
-// The forecast table's rows of one series in the output's columns, each led
-// by the key and followed by KIND (history or forecast) and LEAD.
-std::string table_csv(const runner::SeriesOutcome& o, const std::vector<int>& map, int lead, bool future_only) {
-  const runner::ForecastTable& t = o.result.table;
-  std::string key;
-  for (const std::string& k : o.key) key += csv_field(k) + ',';
-  const std::size_t rows = t.rows();
-  const std::size_t first_forecast = rows >= static_cast<std::size_t>(lead) ? rows - static_cast<std::size_t>(lead) : 0;
-  std::string out;
-  for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
-    out += key;
-    for (std::size_t j = 0; j < map.size(); ++j) {
-      if (j > 0) out += ',';
-      if (map[j] < 0) continue;
-      const double v = t.columns[static_cast<std::size_t>(map[j])].values[i];
-      out += map[j] == 0 && !esf::is_missing(v) ? runner::format_time(v, t.units) : host::format_table_value(v);
-    }
-    if (i >= first_forecast) {
-      out += fmt::format(",forecast,{}\n", i - first_forecast + 1);
-    } else {
-      out += ",history,\n";
-    }
-  }
-  return out;
-}
-
-Json table_json(const runner::SeriesOutcome& o, const std::vector<std::string>& names, const std::vector<int>& map,
-                int lead, bool future_only) {
-  const runner::ForecastTable& t = o.result.table;
-  const std::size_t rows = t.rows();
-  const std::size_t first_forecast = rows >= static_cast<std::size_t>(lead) ? rows - static_cast<std::size_t>(lead) : 0;
-  Json table = Json::object();
-  for (std::size_t j = 0; j < map.size(); ++j) {
-    Json values = Json::array();
-    for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
-      const double v = map[j] < 0 ? esf::kMissing : t.columns[static_cast<std::size_t>(map[j])].values[i];
-      if (esf::is_missing(v) || !std::isfinite(v)) {
-        values.push_back(nullptr);
-      } else {
-        values.push_back(map[j] == 0 ? Json(runner::format_time(v, t.units)) : Json(v));
-      }
-    }
-    table[names[j]] = std::move(values);
-  }
-  Json lead_column = Json::array();
-  for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
-    lead_column.push_back(i >= first_forecast ? Json(i - first_forecast + 1) : Json(nullptr));
-  }
-  table["LEAD"] = std::move(lead_column);
-  return table;
-}
 
 // A progress line on standard error, a few times a second.
 class Progress {
@@ -334,12 +156,12 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
   const bool write_estimates = !forecast || estimates_out.has_value();
 
   std::vector<std::string> header = shape.key_columns;
-  for (const std::string& n : estimate_names()) header.push_back(n);
-  if (write_estimates && !o.json) estimates.write(csv_line(header));
+  for (const std::string& n : runner::estimate_names()) header.push_back(n);
+  if (write_estimates && !o.json) estimates.write(runner::csv_line(header));
   if (status_out) {
     std::vector<std::string> h = shape.key_columns;
     for (const char* n : {"STATUS", "REASON", "RETURN_CODE"}) h.emplace_back(n);
-    status_out->write(csv_line(h));
+    status_out->write(runner::csv_line(h));
   }
 
   const int lead = std::max(model.lead, model.holdout);
@@ -359,21 +181,21 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
     std::vector<std::string> names;
     {
       std::lock_guard lock(columns_mutex);
-      if (columns.empty()) columns = output_columns(out.result.table, plan);
+      if (columns.empty()) columns = runner::output_columns(out.result.table, plan);
       names = columns;
     }
     std::vector<int> map;
     try {
-      map = column_map(out, names);
+      map = runner::column_map(out, names);
     } catch (const runner::RunError& e) {
       out.ok = false;
       out.reason = e.what();
       return;
     }
     if (o.json) {
-      out.prepared = ",\"table\":" + table_json(out, names, map, lead, o.future_only).dump() + "}";
+      out.prepared = ",\"table\":" + runner::table_json(out, names, map, lead, o.future_only).dump() + "}";
     } else {
-      out.prepared = table_csv(out, map, lead, o.future_only);
+      out.prepared = runner::table_csv(out, map, lead, o.future_only);
     }
   };
   Progress progress(shape.series, !o.quiet && ::isatty(STDERR_FILENO) != 0);
@@ -391,13 +213,13 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
       // A series that ran keeps its warnings here (weights left on a bound, ...).
       row.push_back(out.ok ? fmt::format("{}", fmt::join(out.result.fit.warnings, "; ")) : out.reason);
       row.push_back(out.return_code != 0 ? std::to_string(out.return_code) : std::string());
-      status_out->write(csv_line(row));
+      status_out->write(runner::csv_line(row));
     }
-    const std::vector<Cell> cells = estimate_cells(out);
+    const std::vector<Cell> cells = runner::estimate_cells(out);
     if (o.json) {
       Json line;
       line["key"] = key;
-      for (std::size_t c = 0; c < cells.size(); ++c) line[estimate_names()[c]] = cell_json(cells[c]);
+      for (std::size_t c = 0; c < cells.size(); ++c) line[runner::estimate_names()[c]] = runner::cell_json(cells[c]);
       if (!out.ok) line["REASON"] = out.reason;
       std::string text = line.dump();
       if (estimates_out) estimates_out->write(text + '\n');
@@ -408,8 +230,8 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
     }
     if (write_estimates) {
       std::vector<std::string> row = out.key;
-      for (const Cell& c : cells) row.push_back(cell_text(c));
-      estimates.write(csv_line(row));
+      for (const Cell& c : cells) row.push_back(runner::cell_text(c));
+      estimates.write(runner::csv_line(row));
     }
     if (forecast && out.ok) {
       if (!header_written) {
@@ -419,7 +241,7 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
         h.insert(h.end(), columns.begin(), columns.end());
         h.emplace_back("KIND");
         h.emplace_back("LEAD");
-        main_out->write(csv_line(h));
+        main_out->write(runner::csv_line(h));
       }
       main_out->write(out.prepared);
     }

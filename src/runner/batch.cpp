@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <exception>
@@ -15,10 +14,6 @@
 
 namespace esf::runner {
 namespace {
-
-double seconds_since(std::chrono::steady_clock::time_point t0) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-}
 
 // Outcomes wait here until every series before them has been handed on.
 class InOrder {
@@ -136,7 +131,7 @@ SeriesOutcome run_series(const Runner& runner, const Plan& given, IntervalPlans&
   o.ordinal = raw.ordinal;
   o.key = std::move(raw.key);
   try {
-    const auto t0 = std::chrono::steady_clock::now();
+    const double t0 = thread_cpu_seconds();
     const Plan* plan = &given;
     CsvSeries series;
     if (given.interval_token.empty()) {
@@ -151,15 +146,15 @@ SeriesOutcome run_series(const Runner& runner, const Plan& given, IntervalPlans&
     }
     o.interval = plan->interval_token;
     raw = RawSeries{};
-    o.read_seconds = seconds_since(t0);
-    const auto t1 = std::chrono::steady_clock::now();
+    const double t1 = thread_cpu_seconds();
+    o.read_seconds = t1 - t0;
     if (plan->forecast) {
       o.result = runner.forecast(*plan, series, saved);
     } else {
       o.result.fit = runner.fit(*plan, series);
       o.result.fitted = true;
     }
-    o.run_seconds = seconds_since(t1);
+    o.run_seconds = thread_cpu_seconds() - t1;
     o.ok = true;
   } catch (const RunError& e) {
     o.reason = e.what();

@@ -31,8 +31,8 @@ struct SeriesOutcome {
   std::string reason;    // why it failed, naming file, line and field where known
   int return_code = 0;   // the method's return code, when a method failed
   ForecastResult result; // result.fit for a fit; the table too for a forecast
-  // Seconds spent on this series: reading its rows as times and values, and
-  // running it through the plan.
+  // Thread CPU seconds spent on this series: reading its rows as times and
+  // values (and finding its interval), and running it through the plan.
   double read_seconds = 0.0;
   double run_seconds = 0.0;
   // Text a front end prepared from the outcome on the worker thread

@@ -221,11 +221,17 @@ struct ForecastResult {
   Accuracy holdout_accuracy;
   std::vector<std::pair<std::string, double>> holdout_coverage;
   std::vector<std::string> warnings;  // limits that fell back on the formulas, ...
-  // Seconds spent placing the series, building its lists and fitting it,
-  // and then in the forecast method and its table.
+  // Thread CPU seconds (not wall time, so that a loaded machine does not
+  // inflate them) spent placing the series, building its lists and fitting
+  // it, then in the forecast method and its table; and, of these, inside the
+  // module's fit method and the forecast method that wrote the table.
   double fit_seconds = 0.0;
   double forecast_seconds = 0.0;
+  double module_seconds = 0.0;
 };
+
+// CPU seconds of the calling thread.
+double thread_cpu_seconds();
 
 // A model list saved by a fit, as read back from its file.
 struct SavedModel {
