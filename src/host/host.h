@@ -236,10 +236,8 @@ char* write_table_field(char* out, double v, std::size_t j, TimeForm time_id);
 // Appends row `row` of a table held as columns to `out`: its fields
 // (write_table_field) separated by commas, without a line end.
 void append_table_row(std::string& out, std::span<const double* const> columns, std::size_t row, TimeForm time_id);
-// The text of a value (format_table_value) or of a time value
-// (write_time_text) appended to `out`, without a string of its own.
-void append_table_value(std::string& out, double v);
-void append_time_text(std::string& out, double t, TimeForm form);
+// Field `j` of a row (write_table_field) appended to `out`.
+void append_table_field(std::string& out, double v, std::size_t j, TimeForm time_id);
 
 }  // namespace esf::host
 

@@ -798,14 +798,9 @@ void append_table_row(std::string& out, std::span<const double* const> columns, 
   out.resize(at + static_cast<std::size_t>(p - begin));
 }
 
-void append_table_value(std::string& out, double v) {
-  char text[kMaxTableValueChars];
-  out.append(text, write_table_value(text, v));
-}
-
-void append_time_text(std::string& out, double t, TimeForm form) {
-  char text[kMaxTimeTextChars];
-  out.append(text, write_time_text(text, t, form));
+void append_table_field(std::string& out, double v, std::size_t j, TimeForm time_id) {
+  char text[kMaxTableFieldChars];
+  out.append(text, write_table_field(text, v, j, time_id));
 }
 
 std::string format_table_value(double v) { return format_value(v); }

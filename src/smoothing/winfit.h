@@ -1,51 +1,28 @@
-// The two units of Winters smoothing are its kernel (winsubs.h) and this one: the
-// family's trait on the shared estimation frame (smoothing/frame.h) and
+// The second of the two units of Winters smoothing, beside its kernel (winsubs.h):
+// the family's trait on the shared estimation frame (smoothing/frame.h) and
 // forecast driver (smoothing/frame_out.h), and the exported drivers that
 // instantiate them.
 #pragma once
 
 #include <cstring>
 
-#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/host_api.h"
 #include "module/win_model.h"
 #include "smoothing/family_traits.h"
+#include "smoothing/frame_drivers.h"
 #include "smoothing/frame.h"
 #include "smoothing/frame_out.h"
 #include "smoothing/trend_kernel.h"
 #include "smoothing/winsubs.h"
 
-extern "C" {
-
-// Estimates wlevel, wtrend and wseason over model->fitrange, starting the
-// backward pass from model->svi (level, trend and factors). Fills
-// model->pest (parms, stderr, tvals, mse) and leaves the last evaluated
-// state in model->smooth and its time-0 state, factors normalised, in
-// model->startvals. Returns 0 (converged), 90 (usable weights, convergence
-// test not met), -8 (no usable grid start), -100 (no memory) or -2 (season
-// codes outside the cycle).
-ESF_EXPORT int nwinfit(struct WINMODEL* model);
+// The exported drivers (smoothing/frame_drivers.h).
+ESF_DECLARE_DRIVERS(nwinfit, nwinfor)
+ESF_DECLARE_TABLE_WRITER(winout)
 
 // Returns the three arrays of factor derivatives to the pool; a null is
 // passed over.
-ESF_EXPORT void nwinfitfree(double* dwlevel, double* dwtrend, double* dwseason);
-
-// Runs the prediction pass over the fit range to the end of the evaluation
-// range, continues with model->lead forecasts and writes the output table
-// model->out.dsname. startflg non-zero: model->startvals is the state at
-// time 0; otherwise the backward pass runs from model->svi. Returns 0, -100,
-// -101, -999 or the kernel's negative code; stats.mse holds the pass's error
-// variance.
-ESF_EXPORT int nwinfor(struct WINMODEL* model, int startflg);
-
-// Writes `nobs` rows of nine doubles from out->strptr as the table
-// out->dsname: time ID, ACTUAL, FORECAST, the two limits, RESIDUAL, STD,
-// LEVEL, TREND, SEASON. Returns 0 or -101.
-ESF_EXPORT int winout(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
-           u_sname* timeid, double stdate, char* align, long nobs, double cl);
-
-}  // extern "C"
+extern "C" ESF_EXPORT void nwinfitfree(double* dwlevel, double* dwtrend, double* dwseason);
 
 namespace win {
 
@@ -67,7 +44,7 @@ using namespace smoothing::frame;
 struct Family : FamilyDefaults {
   static constexpr int kNumWeights = 3;
   static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::season};
-  static constexpr step3::Third kThird = step3::Third::season;
+  static double divide(double num, double den) { return bounded_divide(num, den); }
 
   // Candidate k is row k of the three tables.
   static constexpr double kGrid[3][kGridRows] = {
@@ -86,7 +63,7 @@ struct Family : FamilyDefaults {
     return zwinstb(model->ts.nseasons, model->additive, w[0], w[1], w[2]) != 0;
   }
 
-  static constexpr GradDivisor kGradDivisor = GradDivisor::n;  // (two-weight solve only)
+  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
   static constexpr bool kJumpOverZero = false;
   // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
   static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
@@ -151,10 +128,12 @@ struct Family : FamilyDefaults {
     reset_from_svi(model);
   }
 
-  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
-    reset_from_svi(model);
-    const WINT_DER_SEASON& d = fitcon->derwork.season;
-    const size_t bytes = factor_bytes(model);
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
+    pass.smooth.level = model.svi.level;
+    pass.smooth.trend = model.svi.trend;
+    copy_factors(&model, pass.smooth.sfactor, model.svi.sfactor);
+    const WINT_DER_SEASON& d = pass.der.season;
+    const size_t bytes = factor_bytes(&model);
     if (bytes) {
       std::memset(d.wlevel, 0, bytes);
       std::memset(d.wtrend, 0, bytes);
@@ -165,29 +144,27 @@ struct Family : FamilyDefaults {
 
   // A missing observation takes the prediction as its value, so that it has
   // no error.
-  static double missing_value(const WINMODEL* model, const FITCON* fitcon, const double*, long t) {
-    const SMOOTHVALS& s = model->smooth;
-    const double season = s.sfactor[fitcon->scodes[t]];
-    return model->additive ? s.level + s.trend + season : (s.level + s.trend) * season;
+  static double missing_value(const Pass& pass, const double*, long t) {
+    const SMOOTHVALS& s = pass.smooth;
+    const double season = s.sfactor[pass.scodes[t]];
+    return pass.additive ? s.level + s.trend + season : (s.level + s.trend) * season;
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value,
-                    double* wder) {
-    SMOOTHVALS& s = model->smooth;
-    const int code = fitcon->scodes[t];
+  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
+    SMOOTHVALS& s = pass.smooth;
+    const int code = pass.scodes[t];
     const double llevel = s.level;
     const double ltrend = s.trend;
     const double lseason = s.sfactor[code];
     double xhat = 0.0;
     double e = 0.0;
-    int rc = point(value, model->ts.descstats.norm, model->additive, w[0], w[1], w[2], &s.level,
-                   &s.trend, s.sfactor, code, &xhat, &e);
+    int rc = point(value, pass.xscale, pass.additive, w[0], w[1], w[2], &s.level, &s.trend,
+                   s.sfactor, code, &xhat, &e);
     if (rc < 0) return rc;
-    WINT_DER_SEASON& d = fitcon->derwork.season;
+    WINT_DER_SEASON& d = pass.der.season;
     double dersea[3] = {d.wlevel[code], d.wtrend[code], d.wseason[code]};
     rc = point_derivative(value, w[0], w[1], w[2], llevel, s.level, ltrend, lseason,
-                          model->additive, fitcon->derwork.level, fitcon->derwork.trend, dersea,
-                          wder);
+                          pass.additive, pass.der.level, pass.der.trend, dersea, wder);
     d.wlevel[code] = dersea[0];
     d.wtrend[code] = dersea[1];
     d.wseason[code] = dersea[2];
@@ -199,20 +176,20 @@ struct Family : FamilyDefaults {
 
   // At the first observation: normalise (trend still backward), then take
   // one more trend step back and turn the trend forward in time.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    SMOOTHVALS& s = model->smooth;
-    WINT_DER& d = fitcon->derwork;
-    zwinnmd(model->ts.nseasons, model->additive, &s.level, &s.trend, s.sfactor, d.level, d.trend,
+  static void turn(Pass& pass, const double*) {
+    SMOOTHVALS& s = pass.smooth;
+    WINT_DER& d = pass.der;
+    zwinnmd(pass.nseasons, pass.additive, &s.level, &s.trend, s.sfactor, d.level, d.trend,
             d.season.wlevel, d.season.wtrend, d.season.wseason);
     s.level += s.trend;
     for (int i = 0; i < 3; ++i) d.level[i] += d.trend[i];
     s.trend = -s.trend;
     for (int i = 0; i < 3; ++i) d.trend[i] = -d.trend[i];
   }
-  static void save_start(WINMODEL* model) {
-    model->startvals.level = model->smooth.level;
-    model->startvals.trend = model->smooth.trend;
-    copy_factors(model, model->startvals.sfactor, model->smooth.sfactor);
+  static void save_start(const Pass& pass, WINMODEL* model) {
+    model->startvals.level = pass.smooth.level;
+    model->startvals.trend = pass.smooth.trend;
+    copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
   }
 
   static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
