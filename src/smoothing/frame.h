@@ -68,6 +68,13 @@
 //         the kernel's z..pnt and z..dpd on `value`; the state goes to
 //         model->smooth, the p prediction derivatives to wder[0..p-1] and the
 //         error to wder[p]; 0 or a negative kernel code
+//     static int backward_pass(WINMODEL*, FITCON*, const double* w);
+//     static int forward_pass(WINMODEL*, FITCON*, const double* w,
+//                             double* acc, long* nmiss);
+//         optional: the family's own loops over the series, in place of
+//         fitobs one observation at a time, with the same results to the
+//         bit (forward_pass adds to the cross products acc and counts the
+//         missing observations, stopping as the frame's loop stops)
 //     static void turn(WINMODEL*, FITCON*, const double* w);
 //         between the backward and the forward pass (reversal, centring)
 //     static void save_start(WINMODEL*);          startvals from smooth
@@ -395,10 +402,15 @@ int passes_on(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, do
   double wder[p + 1] = {};
 
   // Backward pass: the derivative recursion runs, nothing accumulates.
-  for (long t = n - 1; t >= 0; --t) {
-    const double value = misflg[t] ? F::missing_value(model, fitcon, w, t) : x[t];
-    rc = F::fitobs(model, fitcon, w, t, value, wder);
+  if constexpr (requires { F::backward_pass(model, fitcon, w); }) {
+    rc = F::backward_pass(model, fitcon, w);
     if (rc < 0) return rc;
+  } else {
+    for (long t = n - 1; t >= 0; --t) {
+      const double value = misflg[t] ? F::missing_value(model, fitcon, w, t) : x[t];
+      rc = F::fitobs(model, fitcon, w, t, value, wder);
+      if (rc < 0) return rc;
+    }
   }
   F::turn(model, fitcon, w);
   F::save_start(model);
@@ -410,32 +422,36 @@ int passes_on(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, do
   double acc[nx] = {};
   long nmiss = 0;
   rc = kOk;
-  for (long t = 0; t < n; ++t) {
-    double value;
-    if (misflg[t]) {
-      ++nmiss;
-      if (static_cast<double>(nmiss) > fitcon->min_nmiss) {
-        rc = kTooFew;
+  if constexpr (requires { F::forward_pass(model, fitcon, w, acc, &nmiss); }) {
+    rc = F::forward_pass(model, fitcon, w, acc, &nmiss);
+  } else {
+    for (long t = 0; t < n; ++t) {
+      double value;
+      if (misflg[t]) {
+        ++nmiss;
+        if (static_cast<double>(nmiss) > fitcon->min_nmiss) {
+          rc = kTooFew;
+          break;
+        }
+        value = F::missing_value(model, fitcon, w, t);
+      } else {
+        value = x[t];
+      }
+      rc = F::fitobs(model, fitcon, w, t, value, wder);
+      if (rc < 0) break;
+      if constexpr (p == 1) {
+        acc[0] += wder[0] * wder[0];
+        acc[1] += wder[0] * wder[1];
+        acc[2] += wder[1] * wder[1];
+      } else {
+        add_cross_products<p + 1>(wder, acc);
+      }
+      bool big = false;
+      for (int k = 0; k < nx; ++k) big |= std::fabs(acc[k]) > kBig;
+      if (big) {
+        rc = kOverflow;
         break;
       }
-      value = F::missing_value(model, fitcon, w, t);
-    } else {
-      value = x[t];
-    }
-    rc = F::fitobs(model, fitcon, w, t, value, wder);
-    if (rc < 0) break;
-    if constexpr (p == 1) {
-      acc[0] += wder[0] * wder[0];
-      acc[1] += wder[0] * wder[1];
-      acc[2] += wder[1] * wder[1];
-    } else {
-      add_cross_products<p + 1>(wder, acc);
-    }
-    bool big = false;
-    for (int k = 0; k < nx; ++k) big |= std::fabs(acc[k]) > kBig;
-    if (big) {
-      rc = kOverflow;
-      break;
     }
   }
   for (int k = 0; k < nx; ++k) xpx[k] = acc[k];

@@ -163,6 +163,9 @@ struct Family : FamilyDefaults {
     return kOk;
   }
 
+  // One observation at a time, as the frame's own loops take it: what the
+  // kernel's loops (backward_pass, forward_pass below) do in one call.
+  //
   // A missing observation takes the prediction as its value, so that it has
   // no error.
   static double missing_value(const WINMODEL* model, const FITCON* fitcon, const double*, long t) {
@@ -195,6 +198,44 @@ struct Family : FamilyDefaults {
     s.xhat = xhat;
     wder[3] = e;
     return kOk;
+  }
+
+  // The passes themselves run in the kernel's loops (winsubs.cpp), which
+  // keep the state and the derivatives of level and trend in registers.
+  static PassInput pass_input(const WINMODEL* model, const FITCON* fitcon, const double* w) {
+    return PassInput{fitcon->x, fitcon->misflg, fitcon->scodes, fitcon->n,
+                     model->ts.nseasons, model->ts.descstats.norm, model->additive, {w[0], w[1], w[2]},
+                     fitcon->min_nmiss};
+  }
+  static PassState pass_state(WINMODEL* model, FITCON* fitcon) {
+    const WINT_DER& d = fitcon->derwork;
+    const SMOOTHVALS& s = model->smooth;
+    return PassState{s.level, s.trend, s.xhat, s.sfactor,
+                     {d.level[0], d.level[1], d.level[2]},
+                     {d.trend[0], d.trend[1], d.trend[2]},
+                     {d.season.wlevel, d.season.wtrend, d.season.wseason}};
+  }
+  static void keep_state(const PassState& st, WINMODEL* model, FITCON* fitcon) {
+    model->smooth.level = st.level;
+    model->smooth.trend = st.trend;
+    model->smooth.xhat = st.xhat;
+    for (int i = 0; i < 3; ++i) {
+      fitcon->derwork.level[i] = st.derlev[i];
+      fitcon->derwork.trend[i] = st.dertre[i];
+    }
+  }
+  static int backward_pass(WINMODEL* model, FITCON* fitcon, const double* w) {
+    PassState st = pass_state(model, fitcon);
+    const int rc = backward_derivatives(pass_input(model, fitcon, w), st);
+    keep_state(st, model, fitcon);
+    return rc;
+  }
+  static int forward_pass(WINMODEL* model, FITCON* fitcon, const double* w, double* acc,
+                          long* nmiss) {
+    PassState st = pass_state(model, fitcon);
+    const int rc = forward_derivatives(pass_input(model, fitcon, w), st, acc, nmiss);
+    keep_state(st, model, fitcon);
+    return rc;
   }
 
   // At the first observation: normalise (trend still backward), then take

@@ -207,6 +207,45 @@ inline double missing_step(int additive, double* level, double trend, double sea
   return kOk;
 }
 
+// The estimation's passes with the derivatives of the three weights, one
+// loop each, with the state and the derivatives of level and trend in
+// registers.  The step of an observation is win::point and
+// win::point_derivative, exactly as zwinpnt and zwindpd run it; a missing
+// observation has the prediction (level + trend with its season's factor)
+// in its place.
+struct PassInput {
+  const double* x;
+  const char* misflg;
+  const int* scodes;
+  long n;
+  int nseasons;
+  double xscale;
+  int additive;
+  double w[3];       // wlevel, wtrend, wseason
+  double min_nmiss;  // the forward pass stops with -2 past this many missing
+};
+// The state of a pass, in at its start and out where it stopped (a failed
+// step leaves what win::point and win::point_derivative left).
+struct PassState {
+  double level;
+  double trend;
+  double xhat;        // the last prediction of a step that succeeded
+  double* sfactor;    // the factors, by season code
+  double derlev[3];   // d level / d weight i
+  double dertre[3];   // d trend / d weight i
+  double* dersea[3];  // d factor[s] / d weight i, by season code
+};
+// Backward, from observation n-1 down to 0: the recursions run, nothing
+// accumulates.  0 or the step's negative code.
+int backward_derivatives(const PassInput& in, PassState& st) noexcept;
+// Forward, from observation 0: `acc` (ten doubles, the packed lower triangle
+// of the cross products of the three prediction derivatives and e, added to
+// as the frame's add_cross_products adds) and *nmiss, the missing
+// observations met.  0, the step's negative code, -2 past min_nmiss or -9
+// when a cross product passes 1.3407807929943e+154; `acc` then holds the
+// sums up to the step that stopped the pass.
+int forward_derivatives(const PassInput& in, PassState& st, double* acc, long* nmiss) noexcept;
+
 // zwinsmo for `count` weight triples at once (w holding wlevel, wtrend,
 // wseason for each, count <= kManyLanes), all from the same start state,
 // without the smoothed and row outputs: rc[j] and mse[j] are what zwinsmo
