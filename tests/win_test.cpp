@@ -513,7 +513,10 @@ TEST_P(WinKernel, SideBySidePassesGiveTheBitsOfSinglePasses) {
   std::vector<double> gaps = example_series("AirPassengers.csv");
   gaps[5] = gaps[40] = gaps[143] = std::nan("");
   int ok = 0, failed = 0;
+  // The widest lanes the processor has, one triple at a time, SSE2 lanes.
+  for (const int width : {0, 1, 2})
   for (const auto& [x, nseasons] : {std::pair{gaps, 12}, std::pair{alternating, 4}}) {
+    SCOPED_TRACE(testing::Message() << "width " << width);
     const int ns = nseasons;  // a lambda cannot capture a structured binding
     WinModel m(x, ns, additive());
     ASSERT_EQ(m.start_rc(), 0);
@@ -529,7 +532,8 @@ TEST_P(WinKernel, SideBySidePassesGiveTheBitsOfSinglePasses) {
           for (int from = 0; from < count; from += win::kManyLanes) {
             win::smooth_many(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ns, additive(),
                              w + 3 * from, std::min(win::kManyLanes, count - from), m->svi.level,
-                             m->svi.trend, m->svi.sfactor, m->ts.scodes, work.data(), rc + from, mse + from);
+                             m->svi.trend, m->svi.sfactor, m->ts.scodes, work.data(), rc + from, mse + from,
+                             width);
           }
         });
     ok += o;

@@ -250,12 +250,17 @@ int forward_derivatives(const PassInput& in, PassState& st, double* acc, long* n
 // wseason for each, count <= kManyLanes), all from the same start state,
 // without the smoothed and row outputs: rc[j] and mse[j] are what zwinsmo
 // gives for triple j, to the bit.  Each triple runs on its own copy of the
-// factors in `work` (count * nseasons doubles, triple j at j * nseasons).
+// factors in `work` (kManyLanes * nseasons doubles).
+//
+// The triples run in SIMD lanes, four to a vector on a processor with AVX
+// and two (SSE2) on others; `width` 1, 2 or 4 asks for one triple at a time
+// or for that many lanes (4 only where the processor has AVX), so that each
+// way can be checked against the others.
 inline constexpr int kManyLanes = 20;
 void smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
                  int additive, const double* w, int count, double level, double trend,
                  const double* sfactor, const int* scodes, double* work, int* rc,
-                 double* mse) noexcept;
+                 double* mse, int width = 0) noexcept;
 
 // The body of zwinnmd: the factors centred on 0 (additive) or scaled to mean
 // 1 (multiplicative), level and trend absorbing the difference, with the
