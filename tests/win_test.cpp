@@ -25,6 +25,7 @@
 #include "smoothing/winfit.h"
 #include "smoothing/winsubs.h"
 #include "support/method_session.h"
+#include "support/pass_compare.h"
 #include "support/smooth_model.h"
 #include "support/trend_session.h"
 
@@ -427,21 +428,11 @@ TEST_P(WinKernel, AnalyticGradientMatchesNumericDerivatives) {
   }
 }
 
-// The frame's own loops, one fitobs per observation: the reference for the
-// kernel's derivative loops, which the trait's backward_pass and
-// forward_pass hand the passes to.
-struct FrameStepByStep : win::Family {
-  static void backward_pass() = delete;
-  static void forward_pass() = delete;
-};
-
-// The kernel's derivative loops give the frame's results to the bit: the
-// cross products and everything derived from them, the states and the
-// derivative arrays, where the passes end well and where they stop (a
-// factor below the floor, cross products past their limit, which the
-// unchecked forward loop must find again by the checked one).
+// The kernel's derivative loops give the frame's results to the bit, where
+// the passes end well and where they stop (a factor below the floor, cross
+// products past their limit, which the unchecked forward loop must find
+// again by the checked one).
 TEST_P(WinKernel, DerivativeLoopsGiveTheBitsOfTheFrameStepByStep) {
-  using namespace smoothing::frame;
   std::vector<std::pair<std::vector<double>, int>> series;
   std::vector<double> gaps = example_series("AirPassengers.csv");
   gaps[5] = gaps[40] = gaps[143] = std::nan("");
@@ -458,44 +449,9 @@ TEST_P(WinKernel, DerivativeLoopsGiveTheBitsOfTheFrameStepByStep) {
   for (const auto& [x, ns] : series) {
     WinModel m(x, ns, additive());
     ASSERT_EQ(m.start_rc(), 0);
-    FITCON fc[2];
-    for (FITCON& f : fc) {
-      std::memset(&f, 0, sizeof f);
-      f.x = m->ts.x;
-      f.misflg = m->ts.misflg;
-      f.n = m->ts.nobs;
-      f.scodes = m->ts.scodes;
-      f.min_nmiss = kUnevaluatedNmiss;
-      ASSERT_EQ(win::Family::fit_setup(m.get(), &f), 0);
-    }
-    for (const W& w : {W{0.3, 0.05, 0.2}, W{0.9, 0.9, 0.6}, W{0.05, 0.5, 0.9}}) {
-      SCOPED_TRACE(testing::Message() << x[0] << " " << w.a << " " << w.g << " " << w.c);
-      POINT p[2];
-      int rc[2];
-      std::vector<double> states[2];
-      for (int k = 0; k < 2; ++k) {
-        std::memset(&p[k], 0, sizeof p[k]);
-        p[k].wlevel = w.a;
-        p[k].wtrend = w.g;
-        p[k].wseason = w.c;
-        rc[k] = k == 0 ? nextstep<win::Family>(m.get(), &fc[k], &p[k], nullptr)
-                       : nextstep<FrameStepByStep>(m.get(), &fc[k], &p[k], nullptr);
-        const SMOOTHVALS& sm = m->smooth;
-        const WINT_DER& d = fc[k].derwork;
-        states[k] = {sm.level, sm.trend, sm.xhat, m->startvals.level, m->startvals.trend};
-        for (int i = 0; i < 3; ++i) states[k].insert(states[k].end(), {d.level[i], d.trend[i]});
-        for (double* a : {sm.sfactor, m->startvals.sfactor, d.season.wlevel, d.season.wtrend,
-                          d.season.wseason}) {
-          states[k].insert(states[k].end(), a, a + ns);
-        }
-      }
-      ASSERT_EQ(rc[0], rc[1]);
-      stopped += rc[0] != 0;
-      EXPECT_EQ(std::memcmp(&p[0], &p[1], sizeof p[0]), 0);
-      ASSERT_EQ(states[0].size(), states[1].size());
-      EXPECT_EQ(std::memcmp(states[0].data(), states[1].data(), states[0].size() * sizeof(double)), 0);
-    }
-    for (FITCON& f : fc) win::Family::fit_cleanup(m.get(), &f);
+    stopped += pass_test::expect_same_passes<win::Family>(
+        m.get(), m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.scodes,
+        {0.3, 0.05, 0.2, 0.9, 0.9, 0.6, 0.05, 0.5, 0.9});
   }
   EXPECT_GT(stopped, 0);
 }

@@ -160,6 +160,8 @@ struct Family : FamilyDefaults {
     return model->smooth.level + model->smooth.sfactor[fitcon->scodes[t]];
   }
 
+  // One observation at a time, as the frame's own loops take it: what the
+  // kernel's loops (backward_pass, forward_pass below) do in one call.
   static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value,
                     double* wder) {
     SMOOTHVALS& sm = model->smooth;
@@ -181,6 +183,37 @@ struct Family : FamilyDefaults {
     sm.xhat = xhat;
     wder[2] = e;
     return kOk;
+  }
+
+  // The passes themselves run in the kernel's loops (pass_kernel.h), which
+  // keep the level and its derivatives in registers.
+  static DerivativeStep derivative_step(WINMODEL* model, FITCON* fitcon, const double* w) {
+    const WINT_DER_SEASON& sd = fitcon->derwork.season;
+    return DerivativeStep{fitcon->scodes, model->ts.nseasons, model->ts.descstats.norm, w[0],
+                          w[1], model->smooth.sfactor, {sd.wlevel, sd.wseason}};
+  }
+  template <class Pass>
+  static int derivative_pass(WINMODEL* model, FITCON* fitcon, const double* w, Pass pass) {
+    const pass::DerivativeSeries series{fitcon->x, fitcon->misflg, fitcon->n, fitcon->min_nmiss};
+    double* derlev = fitcon->derwork.level;
+    DerivativeStep::State st{model->smooth.level, model->smooth.xhat, {derlev[0], derlev[1]}};
+    const int rc = pass(derivative_step(model, fitcon, w), series, st);
+    model->smooth.level = st.level;
+    model->smooth.xhat = st.xhat;
+    derlev[0] = st.derlev[0];
+    derlev[1] = st.derlev[1];
+    return rc;
+  }
+  static int backward_pass(WINMODEL* model, FITCON* fitcon, const double* w) {
+    return derivative_pass(model, fitcon, w, [](const auto& step, const auto& series, auto& st) {
+      return pass::derivative_backward(step, series, st);
+    });
+  }
+  static int forward_pass(WINMODEL* model, FITCON* fitcon, const double* w, double* acc,
+                          long* nmiss) {
+    return derivative_pass(model, fitcon, w, [&](const auto& step, const auto& series, auto& st) {
+      return pass::derivative_forward(step, series, st, acc, nmiss);
+    });
   }
 
   // Between the passes the factors are centred, at the start of the series.

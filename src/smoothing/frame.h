@@ -119,6 +119,7 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "smoothing/frame_limits.h"
+#include "smoothing/pass_kernel.h"
 #include "smoothing/step3.h"
 
 // ---------------------------------------------------------------------------
@@ -358,23 +359,7 @@ namespace smoothing::frame {
 // nextstep: evaluate a point
 // ---------------------------------------------------------------------------
 
-// Adds the outer product of d (nv values) to the packed lower triangle sscp,
-// exactly as zscp does with weight 1: nothing when a value is missing, rows of
-// zero values skipped, each element summed as s + (d[i] * 1) * d[j].
-template <int NV>
-inline void add_cross_products(const double* d, double* sscp) noexcept {
-  for (int i = 0; i < NV; ++i) {
-    if (esf::is_missing(d[i])) return;
-  }
-  double* row = sscp;
-  for (int i = 0; i < NV; ++i) {
-    const double a = d[i] * 1.0;
-    if (d[i] != 0.0) {
-      for (int j = 0; j <= i; ++j) row[j] = row[j] + a * d[j];
-    }
-    row += i + 1;
-  }
-}
+using pass::add_cross_products;
 
 // The family's backward and forward passes with derivatives.  Fills the packed
 // (p+1)x(p+1) matrix of cross products of (prediction derivatives, e) and the

@@ -18,7 +18,6 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "regression/regression.h"
-#include "smoothing/frame.h"
 #include "smoothing/pass_kernel.h"
 
 namespace {
@@ -201,172 +200,109 @@ void win::normalise(int nseasons, int additive, double* level, double* trend, do
 
 namespace {
 
-// The loop of one derivative pass, with the form, the direction and the
-// presence of missing observations fixed at compile time.  The state and
-// the derivatives of level and trend live in locals; the factors and their
-// derivatives stay in their arrays, read and written at the season of each
-// step.
-//
-// kChecked (forward pass): the cross products are added as the frame adds
-// them, skipping a row with a missing value and a row of a zero derivative,
-// and tested against kBig after every step.  Unchecked, they are plain sums;
-// the caller then proves afterwards that the checks could not have made a
-// difference (see forward_unchecked_is_exact).
-template <bool kAdditive, bool kForward, bool kAnyMissing, bool kChecked = true>
-int derivative_loop(const win::PassInput& in, win::PassState& st, double* sums,
-                    long* nmiss_out) noexcept {
-  const double* x = in.x;
-  const char* misflg = in.misflg;
-  const int* scodes = in.scodes;
-  const long n = in.n;
-  const double xscale = in.xscale;
-  const double wl = in.w[0];
-  const double wt = in.w[1];
-  const double ws = in.w[2];
-  double* sf = st.sfactor;
-  double* dsl = st.dersea[0];
-  double* dst = st.dersea[1];
-  double* dss = st.dersea[2];
-  double level = st.level;
-  double trend = st.trend;
-  double xhat_last = st.xhat;
-  double derlev[3] = {st.derlev[0], st.derlev[1], st.derlev[2]};
-  double dertre[3] = {st.dertre[0], st.dertre[1], st.dertre[2]};
-  double acc[10];
-  if constexpr (kForward) {
-    for (int k = 0; k < 10; ++k) acc[k] = sums[k];
+// One observation of the derivative passes: win::point and
+// win::point_derivative on the state held by value, the factors and their
+// derivatives in their arrays.
+template <bool kAdditive>
+struct DerivativeStep {
+  static constexpr int kWeights = 3;
+  struct State {
+    double level;
+    double trend;
+    double xhat;
+    double derlev[3];
+    double dertre[3];
+  };
+
+  const int* scodes;
+  int nseasons;
+  double xscale;
+  double wl, wt, ws;
+  double* sf;
+  double* dersea[3];
+
+  double missing_value(const State& s, long t) const noexcept {
+    const double f = sf[scodes[t]];
+    return kAdditive ? s.level + s.trend + f : (s.level + s.trend) * f;
   }
-  long nmiss = 0;
-  int rc = kOk;
-  for (long k = 0; k < n; ++k) {
-    const long t = kForward ? k : n - 1 - k;
-    const int s = scodes[t];
-    double value = x[t];
-    if constexpr (kAnyMissing) {
-      if (misflg[t]) {
-        if constexpr (kForward) {
-          ++nmiss;
-          if (static_cast<double>(nmiss) > in.min_nmiss) {
-            rc = kTooFew;
-            break;
-          }
-        }
-        value = kAdditive ? level + trend + sf[s] : (level + trend) * sf[s];
-      }
-    }
-    const double llevel = level;
-    const double ltrend = trend;
-    const double lseason = sf[s];
+  [[gnu::always_inline]] int step(State& s, long t, double value, double* wder) const noexcept {
+    const int code = scodes[t];
+    const double llevel = s.level;
+    const double ltrend = s.trend;
+    const double lseason = sf[code];
     double xhat = 0.0;
     double e = 0.0;
-    rc = win::point(value, xscale, kAdditive, wl, wt, ws, &level, &trend, sf, s, &xhat, &e);
-    if (rc < 0) break;
-    double dersea[3] = {dsl[s], dst[s], dss[s]};
-    double wder[4];
-    rc = win::point_derivative(value, wl, wt, ws, llevel, level, ltrend, lseason, kAdditive,
-                               derlev, dertre, dersea, wder);
-    dsl[s] = dersea[0];
-    dst[s] = dersea[1];
-    dss[s] = dersea[2];
-    if (rc < 0) break;
-    xhat_last = xhat;
-    if constexpr (kForward && kChecked) {
-      wder[3] = e;
-      smoothing::frame::add_cross_products<4>(wder, acc);
-      bool big = false;
-      for (int j = 0; j < 10; ++j) big |= std::fabs(acc[j]) > kBig;
-      if (big) {
-        rc = kOverflow;
-        break;
-      }
-    } else if constexpr (kForward) {
-      wder[3] = e;
-      double* row = acc;
-      for (int i = 0; i < 4; ++i) {
-        for (int j = 0; j <= i; ++j) row[j] = row[j] + wder[i] * wder[j];
-        row += i + 1;
-      }
+    int rc = win::point(value, xscale, kAdditive, wl, wt, ws, &s.level, &s.trend, sf, code,
+                        &xhat, &e);
+    if (rc < 0) return rc;
+    double* d0 = dersea[0];
+    double* d1 = dersea[1];
+    double* d2 = dersea[2];
+    double ds[3] = {d0[code], d1[code], d2[code]};
+    rc = win::point_derivative(value, wl, wt, ws, llevel, s.level, ltrend, lseason, kAdditive,
+                               s.derlev, s.dertre, ds, wder);
+    d0[code] = ds[0];
+    d1[code] = ds[1];
+    d2[code] = ds[2];
+    if (rc < 0) return rc;
+    s.xhat = xhat;
+    wder[3] = e;
+    return kOk;
+  }
+  long saved() const noexcept { return 4L * nseasons; }
+  void save(double* to) const noexcept {
+    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
+    std::memcpy(to, sf, bytes);
+    for (int i = 0; i < 3; ++i) std::memcpy(to + (i + 1) * nseasons, dersea[i], bytes);
+  }
+  void restore(const double* from) const noexcept {
+    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
+    std::memcpy(sf, from, bytes);
+    for (int i = 0; i < 3; ++i) std::memcpy(dersea[i], from + (i + 1) * nseasons, bytes);
+  }
+};
+
+// Runs `pass` (a generic lambda taking the step record, the series and the
+// state) in the form of `in`, between the state record of the frame and the
+// step's own.
+template <class Pass>
+int derivative_pass(const win::PassInput& in, win::PassState& st, Pass pass) noexcept {
+  const pass::DerivativeSeries series{in.x, in.misflg, in.n, in.min_nmiss};
+  auto run = [&](auto step) {
+    typename decltype(step)::State s{st.level, st.trend, st.xhat,
+                                     {st.derlev[0], st.derlev[1], st.derlev[2]},
+                                     {st.dertre[0], st.dertre[1], st.dertre[2]}};
+    const int rc = pass(step, series, s);
+    st.level = s.level;
+    st.trend = s.trend;
+    st.xhat = s.xhat;
+    for (int i = 0; i < 3; ++i) {
+      st.derlev[i] = s.derlev[i];
+      st.dertre[i] = s.dertre[i];
     }
-  }
-  st.level = level;
-  st.trend = trend;
-  st.xhat = xhat_last;
-  for (int i = 0; i < 3; ++i) {
-    st.derlev[i] = derlev[i];
-    st.dertre[i] = dertre[i];
-  }
-  if constexpr (kForward) {
-    for (int k = 0; k < 10; ++k) sums[k] = acc[k];
-    *nmiss_out = nmiss;
-  }
-  return rc < 0 ? rc : kOk;
-}
-
-// Picks the loop for the form and for a series with or without missing
-// observations.
-template <bool kForward, bool kChecked = true>
-int derivative_pass(const win::PassInput& in, win::PassState& st, double* sums,
-                    long* nmiss) noexcept {
-  bool any_missing = false;
-  for (long t = 0; t < in.n; ++t) any_missing |= in.misflg[t] != 0;
+    return rc;
+  };
   if (in.additive) {
-    return any_missing ? derivative_loop<true, kForward, true, kChecked>(in, st, sums, nmiss)
-                       : derivative_loop<true, kForward, false, kChecked>(in, st, sums, nmiss);
+    return run(DerivativeStep<true>{in.scodes, in.nseasons, in.xscale, in.w[0], in.w[1], in.w[2],
+                                    st.sfactor, {st.dersea[0], st.dersea[1], st.dersea[2]}});
   }
-  return any_missing ? derivative_loop<false, kForward, true, kChecked>(in, st, sums, nmiss)
-                     : derivative_loop<false, kForward, false, kChecked>(in, st, sums, nmiss);
+  return run(DerivativeStep<false>{in.scodes, in.nseasons, in.xscale, in.w[0], in.w[1], in.w[2],
+                                   st.sfactor, {st.dersea[0], st.dersea[1], st.dersea[2]}});
 }
-
-// After an unchecked forward pass (however it stopped): true when the checked
-// pass gives the same results to the bit, because none of its checks could
-// have acted.  It is enough that every sum is at most kBig / 2:
-// - no value was ever NaN: a NaN derivative or error (a missing one among
-//   them) stays NaN in its diagonal sum, which is never skipped;
-// - so a zero derivative only added zeros, which leave a sum unchanged (a
-//   sum starts at +0 and never becomes -0);
-// - a diagonal sum never falls, so none passed its final value; and an
-//   off-diagonal sum, by the Cauchy-Schwarz inequality with the rounding of
-//   fewer than 2^50 additions, never passed 1.3 times the larger of its two
-//   diagonal sums: nothing came near kBig.
-bool forward_unchecked_is_exact(const double* sums) noexcept {
-  bool small = true;
-  for (int k = 0; k < 10; ++k) small &= std::fabs(sums[k]) <= kBig * 0.5;
-  return small;
-}
-
-// Factors of up to this many seasons are saved on the stack so that the
-// forward pass can run unchecked first.
-constexpr int kSavedSeasons = 64;
 
 }  // namespace
 
 int win::backward_derivatives(const PassInput& in, PassState& st) noexcept {
-  return derivative_pass<false>(in, st, nullptr, nullptr);
+  return derivative_pass(in, st, [](const auto& step, const auto& series, auto& s) {
+    return pass::derivative_backward(step, series, s);
+  });
 }
 
-// The unchecked forward pass first, from a saved copy of the state; when it
-// cannot be shown exact (a sum near kBig, a NaN: rare), the state goes back
-// and the checked pass runs.
 int win::forward_derivatives(const PassInput& in, PassState& st, double* acc,
                              long* nmiss) noexcept {
-  const int ns = in.nseasons;
-  if (ns < 1 || ns > kSavedSeasons) return derivative_pass<true>(in, st, acc, nmiss);
-  const PassState start = st;
-  double saved[4 * kSavedSeasons];
-  double sums[10];
-  const size_t bytes = static_cast<size_t>(ns) * sizeof(double);
-  std::memcpy(saved, st.sfactor, bytes);
-  for (int i = 0; i < 3; ++i) std::memcpy(saved + (i + 1) * ns, st.dersea[i], bytes);
-  for (int k = 0; k < 10; ++k) sums[k] = acc[k];
-  const int rc = derivative_pass<true, false>(in, st, sums, nmiss);
-  if (forward_unchecked_is_exact(sums)) {
-    for (int k = 0; k < 10; ++k) acc[k] = sums[k];
-    return rc;
-  }
-  st = start;
-  std::memcpy(st.sfactor, saved, bytes);
-  for (int i = 0; i < 3; ++i) std::memcpy(st.dersea[i], saved + (i + 1) * ns, bytes);
-  return derivative_pass<true>(in, st, acc, nmiss);
+  return derivative_pass(in, st, [&](const auto& step, const auto& series, auto& s) {
+    return pass::derivative_forward(step, series, s, acc, nmiss);
+  });
 }
 
 namespace {
