@@ -25,7 +25,6 @@
 #pragma once
 
 #include <cmath>
-#include <cstring>
 
 #include "module/export.h"
 #include "smoothing/frame_limits.h"
@@ -117,6 +116,8 @@ ESF_EXPORT int zessstd(double* xpxdiag, double mse, long nobs, double* parms, do
 #endif
 
 #ifdef __cplusplus
+#include "smoothing/pass_kernel.h"
+
 namespace ess {
 
 // The bodies of zesspnt and zessdpd, inline so that the estimation frame's
@@ -218,14 +219,10 @@ struct DerivativeStep {
   }
   long saved() const noexcept { return 3L * nseasons; }
   void save(double* to) const noexcept {
-    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
-    std::memcpy(to, sfactor, bytes);
-    for (int i = 0; i < 2; ++i) std::memcpy(to + (i + 1) * nseasons, dersea[i], bytes);
+    pass::save_arrays({sfactor, dersea[0], dersea[1]}, nseasons, to);
   }
   void restore(const double* from) const noexcept {
-    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
-    std::memcpy(sfactor, from, bytes);
-    for (int i = 0; i < 2; ++i) std::memcpy(dersea[i], from + (i + 1) * nseasons, bytes);
+    pass::restore_arrays({sfactor, dersea[0], dersea[1]}, nseasons, from);
   }
 };
 

@@ -80,6 +80,8 @@
 #include <cfloat>
 #include <cmath>
 #include <concepts>
+#include <cstring>
+#include <initializer_list>
 
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
@@ -603,6 +605,23 @@ inline bool unchecked_sums_are_exact(const double* sums) noexcept {
   bool small = true;
   for (int k = 0; k < NX; ++k) small &= std::fabs(sums[k]) <= smoothing::kBig * 0.5;
   return small;
+}
+
+// The save and restore of a step record whose pass writes arrays of
+// `length` doubles each: they stand one after the other in the copy.
+inline void save_arrays(std::initializer_list<const double*> arrays, long length,
+                        double* to) noexcept {
+  for (const double* a : arrays) {
+    std::memcpy(to, a, static_cast<size_t>(length) * sizeof(double));
+    to += length;
+  }
+}
+inline void restore_arrays(std::initializer_list<double*> arrays, long length,
+                           const double* from) noexcept {
+  for (double* a : arrays) {
+    std::memcpy(a, from, static_cast<size_t>(length) * sizeof(double));
+    from += length;
+  }
 }
 
 // Arrays of up to this many doubles are saved on the stack so that the

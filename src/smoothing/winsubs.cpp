@@ -251,14 +251,10 @@ struct DerivativeStep {
   }
   long saved() const noexcept { return 4L * nseasons; }
   void save(double* to) const noexcept {
-    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
-    std::memcpy(to, sf, bytes);
-    for (int i = 0; i < 3; ++i) std::memcpy(to + (i + 1) * nseasons, dersea[i], bytes);
+    pass::save_arrays({sf, dersea[0], dersea[1], dersea[2]}, nseasons, to);
   }
   void restore(const double* from) const noexcept {
-    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
-    std::memcpy(sf, from, bytes);
-    for (int i = 0; i < 3; ++i) std::memcpy(dersea[i], from + (i + 1) * nseasons, bytes);
+    pass::restore_arrays({sf, dersea[0], dersea[1], dersea[2]}, nseasons, from);
   }
 };
 
@@ -407,14 +403,33 @@ void smooth_many_scalar(const double* x, const char* misflg, double xscale, long
 // factors stand season by season, the lanes of one season side by side:
 // lane j of season s at work[s * lanes + j], lanes = count rounded up to a
 // whole vector.  Lanes past count repeat the first triple.
+struct LanesInput {
+  const double* x;
+  const char* misflg;
+  double xscale;
+  long n;
+  int nseasons;
+  const double* w;
+  int count;
+  double level;
+  double trend;
+  const double* sfactor;
+  const int* scodes;
+  double* work;
+};
 
 template <class V, class M, int kWidth, bool kAdditive>
-[[gnu::always_inline]] inline void lanes_pass(const double* x, const char* misflg,
-                                              double xscale, long n, int nseasons,
-                                              const double* w, int count, double level,
-                                              double trend, const double* sfactor,
-                                              const int* scodes, double* work, bool* failed,
+[[gnu::always_inline]] inline void lanes_pass(const LanesInput& in, bool* failed,
                                               double* sse_out) noexcept {
+  const double* x = in.x;
+  const char* misflg = in.misflg;
+  const double xscale = in.xscale;
+  const long n = in.n;
+  const int nseasons = in.nseasons;
+  const double* w = in.w;
+  const int count = in.count;
+  const int* scodes = in.scodes;
+  double* work = in.work;
   constexpr int kGroups = (win::kManyLanes + kWidth - 1) / kWidth;
   const int groups = (count + kWidth - 1) / kWidth;
   const long lanes = static_cast<long>(groups) * kWidth;
@@ -427,13 +442,13 @@ template <class V, class M, int kWidth, bool kAdditive>
       wt[g][i] = w[3 * j + 1];
       ws[g][i] = w[3 * j + 2];
     }
-    l[g] = V{} + level;
-    tr[g] = V{} + trend;
+    l[g] = V{} + in.level;
+    tr[g] = V{} + in.trend;
     sse[g] = V{};
     bad[g] = M{};
   }
   for (int s = 0; s < nseasons; ++s) {
-    for (long j = 0; j < lanes; ++j) work[s * lanes + j] = sfactor[s];
+    for (long j = 0; j < lanes; ++j) work[s * lanes + j] = in.sfactor[s];
   }
 
   const V state_limit = V{} + kStateLimit;
@@ -517,44 +532,27 @@ typedef double V4 __attribute__((vector_size(32)));
 typedef long long M4 __attribute__((vector_size(32)));
 
 template <class V, class M, int kWidth>
-[[gnu::always_inline]] inline void lanes_pass_of_form(int additive, const double* x,
-                                                      const char* misflg, double xscale, long n,
-                                                      int nseasons, const double* w, int count,
-                                                      double level, double trend,
-                                                      const double* sfactor, const int* scodes,
-                                                      double* work, bool* failed,
-                                                      double* sse) noexcept {
+[[gnu::always_inline]] inline void lanes_pass_of_form(int additive, const LanesInput& in,
+                                                      bool* failed, double* sse) noexcept {
   if (additive) {
-    lanes_pass<V, M, kWidth, true>(x, misflg, xscale, n, nseasons, w, count, level, trend,
-                                   sfactor, scodes, work, failed, sse);
+    lanes_pass<V, M, kWidth, true>(in, failed, sse);
   } else {
-    lanes_pass<V, M, kWidth, false>(x, misflg, xscale, n, nseasons, w, count, level, trend,
-                                    sfactor, scodes, work, failed, sse);
+    lanes_pass<V, M, kWidth, false>(in, failed, sse);
   }
 }
 
 // Two lanes to a vector: SSE2, which every x86-64 processor has (elsewhere
 // the compiler maps the vectors on what the processor has).
-void lanes_pass_2(int additive, const double* x, const char* misflg, double xscale, long n,
-                  int nseasons, const double* w, int count, double level, double trend,
-                  const double* sfactor, const int* scodes, double* work, bool* failed,
-                  double* sse) noexcept {
-  lanes_pass_of_form<V2, M2, 2>(additive, x, misflg, xscale, n, nseasons, w, count, level,
-                                trend, sfactor, scodes, work, failed, sse);
+void lanes_pass_2(int additive, const LanesInput& in, bool* failed, double* sse) noexcept {
+  lanes_pass_of_form<V2, M2, 2>(additive, in, failed, sse);
 }
 
 #if defined(__x86_64__)
 // Four lanes to a vector, for processors with AVX, chosen at run time.  No
 // fused multiply-add: AVX has none, and contraction is off.
-__attribute__((target("avx"))) void lanes_pass_4(int additive, const double* x,
-                                                 const char* misflg, double xscale, long n,
-                                                 int nseasons, const double* w, int count,
-                                                 double level, double trend,
-                                                 const double* sfactor, const int* scodes,
-                                                 double* work, bool* failed,
-                                                 double* sse) noexcept {
-  lanes_pass_of_form<V4, M4, 4>(additive, x, misflg, xscale, n, nseasons, w, count, level,
-                                trend, sfactor, scodes, work, failed, sse);
+__attribute__((target("avx"))) void lanes_pass_4(int additive, const LanesInput& in,
+                                                 bool* failed, double* sse) noexcept {
+  lanes_pass_of_form<V4, M4, 4>(additive, in, failed, sse);
 }
 bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
 #endif
@@ -575,15 +573,14 @@ void win::smooth_many(const double* x, const char* misflg, double xscale, long n
   }
   bool failed[kManyLanes];
   double sse[kManyLanes];
+  const LanesInput in{x, misflg, xscale, n, nseasons, w, count, level, trend, sfactor, scodes, work};
 #if defined(__x86_64__)
   if ((width == 0 || width == 4) && has_avx()) {
-    lanes_pass_4(additive, x, misflg, xscale, n, nseasons, w, count, level, trend, sfactor,
-                 scodes, work, failed, sse);
+    lanes_pass_4(additive, in, failed, sse);
   } else
 #endif
   {
-    lanes_pass_2(additive, x, misflg, xscale, n, nseasons, w, count, level, trend, sfactor,
-                 scodes, work, failed, sse);
+    lanes_pass_2(additive, in, failed, sse);
   }
   long nmiss = 0;
   for (long t = 0; t < n; ++t) nmiss += misflg[t] != 0;
