@@ -145,9 +145,10 @@ struct Family : FamilyDefaults {
         });
   }
 
-  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
-    reset_from_svi(model);
-    const WINT_DER_SEASON& sd = fitcon->derwork.season;
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
+    pass.smooth.level = model.svi.level;
+    copy_factors(&model, pass.smooth.sfactor, model.svi.sfactor);
+    const WINT_DER_SEASON& sd = pass.der.season;
     std::memset(sd.wlevel, 0, static_cast<size_t>(sd.size));
     std::memset(sd.wseason, 0, static_cast<size_t>(sd.size));
     return kOk;
@@ -155,28 +156,25 @@ struct Family : FamilyDefaults {
 
   // A missing observation takes the prediction, level plus its season's
   // factor, as its value: no error, and the state stays where it is.
-  static double missing_value(const WINMODEL* model, const FITCON* fitcon, const double*,
-                              long t) {
-    return model->smooth.level + model->smooth.sfactor[fitcon->scodes[t]];
+  static double missing_value(const Pass& pass, const double*, long t) {
+    return pass.smooth.level + pass.smooth.sfactor[pass.scodes[t]];
   }
 
   // One observation at a time, as the frame's own loops take it: what the
   // kernel's loops (backward_pass, forward_pass below) do in one call.
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value,
-                    double* wder) {
-    SMOOTHVALS& sm = model->smooth;
-    const int s = fitcon->scodes[t];
+  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
+    SMOOTHVALS& sm = pass.smooth;
+    const int s = pass.scodes[t];
     const double llevel = sm.level;
     const double lseason = sm.sfactor[s];
     double xhat = 0.0;
     double e = 0.0;
-    int rc = ess::point(value, model->ts.descstats.norm, w[0], w[1], &sm.level, sm.sfactor, s,
-                        &xhat, &e);
+    int rc = ess::point(value, pass.xscale, w[0], w[1], &sm.level, sm.sfactor, s, &xhat, &e);
     if (rc < 0) return rc;
-    WINT_DER_SEASON& sd = fitcon->derwork.season;
+    WINT_DER_SEASON& sd = pass.der.season;
     double dersea[2] = {sd.wlevel[s], sd.wseason[s]};
-    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason,
-                               fitcon->derwork.level, dersea, wder);
+    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason, pass.der.level,
+                               dersea, wder);
     sd.wlevel[s] = dersea[0];
     sd.wseason[s] = dersea[1];
     if (rc < 0) return rc;
@@ -187,44 +185,39 @@ struct Family : FamilyDefaults {
 
   // The passes themselves run in the kernel's loops (pass_kernel.h), which
   // keep the level and its derivatives in registers.
-  static DerivativeStep derivative_step(WINMODEL* model, FITCON* fitcon, const double* w) {
-    const WINT_DER_SEASON& sd = fitcon->derwork.season;
-    return DerivativeStep{fitcon->scodes, model->ts.nseasons, model->ts.descstats.norm, w[0],
-                          w[1], model->smooth.sfactor, {sd.wlevel, sd.wseason}};
-  }
-  template <class Pass>
-  static int derivative_pass(WINMODEL* model, FITCON* fitcon, const double* w, Pass pass) {
-    const pass::DerivativeSeries series{fitcon->x, fitcon->misflg, fitcon->n, fitcon->min_nmiss};
-    double* derlev = fitcon->derwork.level;
-    DerivativeStep::State st{model->smooth.level, model->smooth.xhat, {derlev[0], derlev[1]}};
-    const int rc = pass(derivative_step(model, fitcon, w), series, st);
-    model->smooth.level = st.level;
-    model->smooth.xhat = st.xhat;
-    derlev[0] = st.derlev[0];
-    derlev[1] = st.derlev[1];
+  template <class Run>
+  static int derivative_pass(Pass& p, const double* w, Run run) {
+    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+    const DerivativeStep step{p.scodes,         p.nseasons, p.xscale, w[0], w[1],
+                              p.smooth.sfactor, {p.der.season.wlevel, p.der.season.wseason}};
+    DerivativeStep::State st{p.smooth.level, p.smooth.xhat, {p.der.level[0], p.der.level[1]}};
+    const int rc = run(step, series, st);
+    p.smooth.level = st.level;
+    p.smooth.xhat = st.xhat;
+    p.der.level[0] = st.derlev[0];
+    p.der.level[1] = st.derlev[1];
     return rc;
   }
-  static int backward_pass(WINMODEL* model, FITCON* fitcon, const double* w) {
-    return derivative_pass(model, fitcon, w, [](const auto& step, const auto& series, auto& st) {
+  static int backward_pass(Pass& p, const double* w) {
+    return derivative_pass(p, w, [](const auto& step, const auto& series, auto& st) {
       return pass::derivative_backward(step, series, st);
     });
   }
-  static int forward_pass(WINMODEL* model, FITCON* fitcon, const double* w, double* acc,
-                          long* nmiss) {
-    return derivative_pass(model, fitcon, w, [&](const auto& step, const auto& series, auto& st) {
+  static int forward_pass(Pass& p, const double* w, double* acc, long* nmiss) {
+    return derivative_pass(p, w, [&](const auto& step, const auto& series, auto& st) {
       return pass::derivative_forward(step, series, st, acc, nmiss);
     });
   }
 
   // Between the passes the factors are centred, at the start of the series.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    WINT_DER& d = fitcon->derwork;
-    ess::centre(model->ts.nseasons, &model->smooth.level, model->smooth.sfactor, d.level,
-                d.season.wlevel, d.season.wseason);
+  static void turn(Pass& pass, const double*) {
+    WINT_DER& d = pass.der;
+    ess::centre(pass.nseasons, &pass.smooth.level, pass.smooth.sfactor, d.level, d.season.wlevel,
+                d.season.wseason);
   }
-  static void save_start(WINMODEL* model) {
-    model->startvals.level = model->smooth.level;
-    copy_factors(model, model->startvals.sfactor, model->smooth.sfactor);
+  static void save_start(const Pass& pass, WINMODEL* model) {
+    model->startvals.level = pass.smooth.level;
+    copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
   }
 
   static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstring>
+#include <type_traits>
 
 #include "module/export.h"
 #include "intervals/interval.h"
@@ -151,10 +152,12 @@ struct Family : FamilyDefaults {
     reset_from_svi(model);
   }
 
-  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
-    reset_from_svi(model);
-    const WINT_DER_SEASON& d = fitcon->derwork.season;
-    const size_t bytes = factor_bytes(model);
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
+    pass.smooth.level = model.svi.level;
+    pass.smooth.trend = model.svi.trend;
+    copy_factors(&model, pass.smooth.sfactor, model.svi.sfactor);
+    const WINT_DER_SEASON& d = pass.der.season;
+    const size_t bytes = factor_bytes(&model);
     if (bytes) {
       std::memset(d.wlevel, 0, bytes);
       std::memset(d.wtrend, 0, bytes);
@@ -168,29 +171,27 @@ struct Family : FamilyDefaults {
   //
   // A missing observation takes the prediction as its value, so that it has
   // no error.
-  static double missing_value(const WINMODEL* model, const FITCON* fitcon, const double*, long t) {
-    const SMOOTHVALS& s = model->smooth;
-    const double season = s.sfactor[fitcon->scodes[t]];
-    return model->additive ? s.level + s.trend + season : (s.level + s.trend) * season;
+  static double missing_value(const Pass& pass, const double*, long t) {
+    const SMOOTHVALS& s = pass.smooth;
+    const double season = s.sfactor[pass.scodes[t]];
+    return pass.additive ? s.level + s.trend + season : (s.level + s.trend) * season;
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value,
-                    double* wder) {
-    SMOOTHVALS& s = model->smooth;
-    const int code = fitcon->scodes[t];
+  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
+    SMOOTHVALS& s = pass.smooth;
+    const int code = pass.scodes[t];
     const double llevel = s.level;
     const double ltrend = s.trend;
     const double lseason = s.sfactor[code];
     double xhat = 0.0;
     double e = 0.0;
-    int rc = point(value, model->ts.descstats.norm, model->additive, w[0], w[1], w[2], &s.level,
-                   &s.trend, s.sfactor, code, &xhat, &e);
+    int rc = point(value, pass.xscale, pass.additive, w[0], w[1], w[2], &s.level, &s.trend,
+                   s.sfactor, code, &xhat, &e);
     if (rc < 0) return rc;
-    WINT_DER_SEASON& d = fitcon->derwork.season;
+    WINT_DER_SEASON& d = pass.der.season;
     double dersea[3] = {d.wlevel[code], d.wtrend[code], d.wseason[code]};
     rc = point_derivative(value, w[0], w[1], w[2], llevel, s.level, ltrend, lseason,
-                          model->additive, fitcon->derwork.level, fitcon->derwork.trend, dersea,
-                          wder);
+                          pass.additive, pass.der.level, pass.der.trend, dersea, wder);
     d.wlevel[code] = dersea[0];
     d.wtrend[code] = dersea[1];
     d.wseason[code] = dersea[2];
@@ -200,60 +201,62 @@ struct Family : FamilyDefaults {
     return kOk;
   }
 
-  // The passes themselves run in the kernel's loops (winsubs.cpp), which
-  // keep the state and the derivatives of level and trend in registers.
-  static PassInput pass_input(const WINMODEL* model, const FITCON* fitcon, const double* w) {
-    return PassInput{fitcon->x, fitcon->misflg, fitcon->scodes, fitcon->n,
-                     model->ts.nseasons, model->ts.descstats.norm, model->additive, {w[0], w[1], w[2]},
-                     fitcon->min_nmiss};
-  }
-  static PassState pass_state(WINMODEL* model, FITCON* fitcon) {
-    const WINT_DER& d = fitcon->derwork;
-    const SMOOTHVALS& s = model->smooth;
-    return PassState{s.level, s.trend, s.xhat, s.sfactor,
-                     {d.level[0], d.level[1], d.level[2]},
-                     {d.trend[0], d.trend[1], d.trend[2]},
-                     {d.season.wlevel, d.season.wtrend, d.season.wseason}};
-  }
-  static void keep_state(const PassState& st, WINMODEL* model, FITCON* fitcon) {
-    model->smooth.level = st.level;
-    model->smooth.trend = st.trend;
-    model->smooth.xhat = st.xhat;
-    for (int i = 0; i < 3; ++i) {
-      fitcon->derwork.level[i] = st.derlev[i];
-      fitcon->derwork.trend[i] = st.dertre[i];
+  // The passes themselves run in the kernel's loops (pass_kernel.h), one
+  // for each form, which keep the state and the derivatives of level and
+  // trend in registers.
+  template <class Run>
+  static int derivative_pass(Pass& p, const double* w, Run run) {
+    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+    auto in_form = [&](const auto& step) {
+      typename std::decay_t<decltype(step)>::State st{
+          p.smooth.level, p.smooth.trend, p.smooth.xhat,
+          {p.der.level[0], p.der.level[1], p.der.level[2]},
+          {p.der.trend[0], p.der.trend[1], p.der.trend[2]}};
+      const int rc = run(step, series, st);
+      p.smooth.level = st.level;
+      p.smooth.trend = st.trend;
+      p.smooth.xhat = st.xhat;
+      for (int i = 0; i < 3; ++i) {
+        p.der.level[i] = st.derlev[i];
+        p.der.trend[i] = st.dertre[i];
+      }
+      return rc;
+    };
+    const WINT_DER_SEASON& d = p.der.season;
+    if (p.additive) {
+      return in_form(DerivativeStep<true>{p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2],
+                                          p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
     }
+    return in_form(DerivativeStep<false>{p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2],
+                                         p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
   }
-  static int backward_pass(WINMODEL* model, FITCON* fitcon, const double* w) {
-    PassState st = pass_state(model, fitcon);
-    const int rc = backward_derivatives(pass_input(model, fitcon, w), st);
-    keep_state(st, model, fitcon);
-    return rc;
+  static int backward_pass(Pass& p, const double* w) {
+    return derivative_pass(p, w, [](const auto& step, const auto& series, auto& st) {
+      return pass::derivative_backward(step, series, st);
+    });
   }
-  static int forward_pass(WINMODEL* model, FITCON* fitcon, const double* w, double* acc,
-                          long* nmiss) {
-    PassState st = pass_state(model, fitcon);
-    const int rc = forward_derivatives(pass_input(model, fitcon, w), st, acc, nmiss);
-    keep_state(st, model, fitcon);
-    return rc;
+  static int forward_pass(Pass& p, const double* w, double* acc, long* nmiss) {
+    return derivative_pass(p, w, [&](const auto& step, const auto& series, auto& st) {
+      return pass::derivative_forward(step, series, st, acc, nmiss);
+    });
   }
 
   // At the first observation: normalise (trend still backward), then take
   // one more trend step back and turn the trend forward in time.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    SMOOTHVALS& s = model->smooth;
-    WINT_DER& d = fitcon->derwork;
-    zwinnmd(model->ts.nseasons, model->additive, &s.level, &s.trend, s.sfactor, d.level, d.trend,
+  static void turn(Pass& pass, const double*) {
+    SMOOTHVALS& s = pass.smooth;
+    WINT_DER& d = pass.der;
+    zwinnmd(pass.nseasons, pass.additive, &s.level, &s.trend, s.sfactor, d.level, d.trend,
             d.season.wlevel, d.season.wtrend, d.season.wseason);
     s.level += s.trend;
     for (int i = 0; i < 3; ++i) d.level[i] += d.trend[i];
     s.trend = -s.trend;
     for (int i = 0; i < 3; ++i) d.trend[i] = -d.trend[i];
   }
-  static void save_start(WINMODEL* model) {
-    model->startvals.level = model->smooth.level;
-    model->startvals.trend = model->smooth.trend;
-    copy_factors(model, model->startvals.sfactor, model->smooth.sfactor);
+  static void save_start(const Pass& pass, WINMODEL* model) {
+    model->startvals.level = pass.smooth.level;
+    model->startvals.trend = pass.smooth.trend;
+    copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
   }
 
   static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,

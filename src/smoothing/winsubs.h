@@ -55,6 +55,8 @@ ESF_EXPORT int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, do
 #ifdef __cplusplus
 }
 
+#include "smoothing/pass_kernel.h"
+
 // Variance of the prediction `lead` steps ahead and, when `limit` is given,
 // the half-width of its limits: the additive form, and the multiplicative
 // form for a lead whose season is `scode`.  Private to the Winters family in
@@ -207,44 +209,65 @@ inline double missing_step(int additive, double* level, double trend, double sea
   return kOk;
 }
 
-// The estimation's passes with the derivatives of the three weights, one
-// loop each, with the state and the derivatives of level and trend in
-// registers.  The step of an observation is win::point and
-// win::point_derivative, exactly as zwinpnt and zwindpd run it; a missing
-// observation has the prediction (level + trend with its season's factor)
-// in its place.
-struct PassInput {
-  const double* x;
-  const char* misflg;
+// One observation of the estimation's derivative passes (the step record of
+// pass::derivative_backward and pass::derivative_forward) in the form
+// kAdditive: point and point_derivative on the state held by value, the
+// factors and their derivatives in their arrays; a missing observation has
+// the prediction (level + trend with its season's factor) in its place.
+template <bool kAdditive>
+struct DerivativeStep {
+  static constexpr int kWeights = 3;
+  struct State {
+    double level;
+    double trend;
+    double xhat;       // the last prediction of a step that succeeded
+    double derlev[3];  // d level / d weight i
+    double dertre[3];  // d trend / d weight i
+  };
+
   const int* scodes;
-  long n;
   int nseasons;
   double xscale;
-  int additive;
-  double w[3];       // wlevel, wtrend, wseason
-  double min_nmiss;  // the forward pass stops with -2 past this many missing
+  double wl, wt, ws;
+  double* sf;
+  double* dersea[3];  // d factor[s] / d weight i
+
+  double missing_value(const State& s, long t) const noexcept {
+    const double f = sf[scodes[t]];
+    return kAdditive ? s.level + s.trend + f : (s.level + s.trend) * f;
+  }
+  [[gnu::always_inline]] int step(State& s, long t, double value, double* wder) const noexcept {
+    const int code = scodes[t];
+    const double llevel = s.level;
+    const double ltrend = s.trend;
+    const double lseason = sf[code];
+    double xhat = 0.0;
+    double e = 0.0;
+    int rc = point(value, xscale, kAdditive, wl, wt, ws, &s.level, &s.trend, sf, code,
+                        &xhat, &e);
+    if (rc < 0) return rc;
+    double* d0 = dersea[0];
+    double* d1 = dersea[1];
+    double* d2 = dersea[2];
+    double ds[3] = {d0[code], d1[code], d2[code]};
+    rc = point_derivative(value, wl, wt, ws, llevel, s.level, ltrend, lseason, kAdditive,
+                               s.derlev, s.dertre, ds, wder);
+    d0[code] = ds[0];
+    d1[code] = ds[1];
+    d2[code] = ds[2];
+    if (rc < 0) return rc;
+    s.xhat = xhat;
+    wder[3] = e;
+    return smoothing::kOk;
+  }
+  long saved() const noexcept { return 4L * nseasons; }
+  void save(double* to) const noexcept {
+    pass::save_arrays({sf, dersea[0], dersea[1], dersea[2]}, nseasons, to);
+  }
+  void restore(const double* from) const noexcept {
+    pass::restore_arrays({sf, dersea[0], dersea[1], dersea[2]}, nseasons, from);
+  }
 };
-// The state of a pass, in at its start and out where it stopped (a failed
-// step leaves what win::point and win::point_derivative left).
-struct PassState {
-  double level;
-  double trend;
-  double xhat;        // the last prediction of a step that succeeded
-  double* sfactor;    // the factors, by season code
-  double derlev[3];   // d level / d weight i
-  double dertre[3];   // d trend / d weight i
-  double* dersea[3];  // d factor[s] / d weight i, by season code
-};
-// Backward, from observation n-1 down to 0: the recursions run, nothing
-// accumulates.  0 or the step's negative code.
-int backward_derivatives(const PassInput& in, PassState& st) noexcept;
-// Forward, from observation 0: `acc` (ten doubles, the packed lower triangle
-// of the cross products of the three prediction derivatives and e, added to
-// as the frame's add_cross_products adds) and *nmiss, the missing
-// observations met.  0, the step's negative code, -2 past min_nmiss or -9
-// when a cross product passes 1.3407807929943e+154; `acc` then holds the
-// sums up to the step that stopped the pass.
-int forward_derivatives(const PassInput& in, PassState& st, double* acc, long* nmiss) noexcept;
 
 // zwinsmo for `count` weight triples at once (w holding wlevel, wtrend,
 // wseason for each, count <= kManyLanes), all from the same start state,
