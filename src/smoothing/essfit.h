@@ -41,7 +41,7 @@ inline void mfree(double* sfactor, int* scodes) {
 }
 
 // Two weights, level and seasonal; the states are the level and the factors.
-struct Family : FamilyDefaults {
+struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::season};
 
@@ -143,7 +143,8 @@ struct Family : FamilyDefaults {
   }
 
   // One observation at a time, as the frame's own loops take it: what the
-  // kernel's loops (backward_pass, forward_pass below) do in one call.
+  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
+  // derivative_pass below) do in one call.
   static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
     SMOOTHVALS& sm = pass.smooth;
     const int s = pass.scodes[t];
@@ -165,8 +166,9 @@ struct Family : FamilyDefaults {
     return kOk;
   }
 
-  // The passes themselves run in the kernel's loops (pass_kernel.h), which
-  // keep the level and its derivatives in registers.
+  // The passes themselves run in the kernel's loops (pass_kernel.h, through
+  // OwnDerivativeLoops), which keep the level and its derivatives in
+  // registers.
   template <class Run>
   static int derivative_pass(Pass& p, const double* w, Run run) {
     const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
@@ -179,16 +181,6 @@ struct Family : FamilyDefaults {
     p.der.level[0] = st.derlev[0];
     p.der.level[1] = st.derlev[1];
     return rc;
-  }
-  static int backward_pass(Pass& p, const double* w) {
-    return derivative_pass(p, w, [](const auto& step, const auto& series, auto& st) {
-      return pass::derivative_backward(step, series, st);
-    });
-  }
-  static int forward_pass(Pass& p, const double* w, double* acc, long* nmiss) {
-    return derivative_pass(p, w, [&](const auto& step, const auto& series, auto& st) {
-      return pass::derivative_forward(step, series, st, acc, nmiss);
-    });
   }
 
   // Between the passes the factors are centred, at the start of the series.

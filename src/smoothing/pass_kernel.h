@@ -659,4 +659,25 @@ int derivative_forward(const S& step, const DerivativeSeries& in, typename S::St
   return derivative_run<S, true>(step, in, st, acc, nmiss);
 }
 
+// The backward_pass and forward_pass of an estimation frame's family trait
+// (a base of the trait F) from its
+//   template <class Run> static int derivative_pass(P& pass, const double* w, Run run);
+// which builds the step record, the series and the state from the frame's
+// pass record, calls run(step, series, state) and stores the state back.
+template <class F>
+struct OwnDerivativeLoops {
+  template <class P>
+  static int backward_pass(P& p, const double* w) {
+    return F::derivative_pass(p, w, [](const auto& step, const auto& series, auto& st) {
+      return derivative_backward(step, series, st);
+    });
+  }
+  template <class P>
+  static int forward_pass(P& p, const double* w, double* acc, long* nmiss) {
+    return F::derivative_pass(p, w, [&](const auto& step, const auto& series, auto& st) {
+      return derivative_forward(step, series, st, acc, nmiss);
+    });
+  }
+};
+
 }  // namespace pass

@@ -42,7 +42,7 @@ using namespace smoothing::frame;
 // or 1, level and trend absorbing the difference, with their derivatives),
 // turns round and runs forward.
 
-struct Family : FamilyDefaults {
+struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   static constexpr int kNumWeights = 3;
   static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::season};
   static double divide(double num, double den) { return bounded_divide(num, den); }
@@ -144,7 +144,8 @@ struct Family : FamilyDefaults {
   }
 
   // One observation at a time, as the frame's own loops take it: what the
-  // kernel's loops (backward_pass, forward_pass below) do in one call.
+  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
+  // derivative_pass below) do in one call.
   //
   // A missing observation takes the prediction as its value, so that it has
   // no error.
@@ -178,9 +179,9 @@ struct Family : FamilyDefaults {
     return kOk;
   }
 
-  // The passes themselves run in the kernel's loops (pass_kernel.h), one
-  // for each form, which keep the state and the derivatives of level and
-  // trend in registers.
+  // The passes themselves run in the kernel's loops (pass_kernel.h, through
+  // OwnDerivativeLoops), one for each form, which keep the state and the
+  // derivatives of level and trend in registers.
   template <class Run>
   static int derivative_pass(Pass& p, const double* w, Run run) {
     const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
@@ -206,16 +207,6 @@ struct Family : FamilyDefaults {
     }
     return in_form(DerivativeStep<false>{p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2],
                                          p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
-  }
-  static int backward_pass(Pass& p, const double* w) {
-    return derivative_pass(p, w, [](const auto& step, const auto& series, auto& st) {
-      return pass::derivative_backward(step, series, st);
-    });
-  }
-  static int forward_pass(Pass& p, const double* w, double* acc, long* nmiss) {
-    return derivative_pass(p, w, [&](const auto& step, const auto& series, auto& st) {
-      return pass::derivative_forward(step, series, st, acc, nmiss);
-    });
   }
 
   // At the first observation: normalise (trend still backward), then take
