@@ -642,11 +642,12 @@ Fitted search_boxes(Loader& loader, const Plan& plan, const CsvSeries& csv, Fitt
   return best;
 }
 
-// The criteria and the accuracy of the one-step errors over the fit range.
-void measure_fit(Loader& loader, const Plan& plan, Fitted& f) {
+// The criteria and the accuracy of the one-step errors over the fit range,
+// from a forecast table of the fitted model (its rows from the start of the
+// fit range are the same whatever its lead and limits).
+void measure_fit(const Plan& plan, Fitted& f, const ForecastTable& t) {
   Lists& p = *f.lists;
   FitResult& r = f.result;
-  const ForecastTable t = call_forecast(loader, plan, p, plan.options.cl, 0);
   const std::size_t rows = std::min<std::size_t>(t.rows(), static_cast<std::size_t>(p.fit_last - p.fit_first + 1));
   auto head = [&](Column c) {
     return std::vector<double>(t.columns[c].values.begin(), t.columns[c].values.begin() + static_cast<long>(rows));
@@ -672,7 +673,9 @@ void measure_fit(Loader& loader, const Plan& plan, Fitted& f) {
 
 // A fit with its report: the thorough search when asked, the check that
 // its results are usable, the model list, the criteria and the warnings.
-Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool keep_model_list) {
+// Without `measure` the criteria are left to the caller, who makes a
+// forecast table anyway (measure_fit).
+Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool keep_model_list, bool measure = true) {
   Fitted f = fit_once(loader, plan, csv);
   if (plan.options.thorough) f = search_boxes(loader, plan, csv, std::move(f));
   FitResult& r = f.result;
@@ -687,7 +690,7 @@ Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool k
   }
   read_positions(plan, &r);
   if (keep_model_list) r.model_list = host::to_json(f.lists->model);
-  measure_fit(loader, plan, f);
+  if (measure) measure_fit(plan, f, call_forecast(loader, plan, *f.lists, plan.options.cl, 0));
   return f;
 }
 
@@ -936,7 +939,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   const ModelOptions& o = plan.options;
   const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
   if (!remark.empty()) result.warnings.push_back(remark);
-  std::unique_ptr<Lists> lists;
+  std::unique_ptr<Lists> lists;   // a saved or given model's
+  std::optional<Fitted> fitted;  // or the fit's
   if (saved != nullptr && !saved->interval.empty()) {
     // The model's weights and factors belong to the interval it was fitted
     // on: a forecast on another interval would be meaningless.
@@ -991,13 +995,9 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
     refuse_what_cannot_be_modelled(plan, series, *lists);
     host::add_list(lists->model, "ESTIMATES");
   } else {
-    Fitted f = fit_series(loader_, plan, series, false);
-    lists = std::move(f.lists);
-    result.fitted = true;
-    result.fit = std::move(f.result);
-    result.fit.choice = std::move(choice);
+    fitted.emplace(fit_series(loader_, plan, series, false, false));
   }
-  Lists& p = *lists;
+  Lists& p = fitted ? *fitted->lists : *lists;
   const double t1 = thread_cpu_seconds();
   result.fit_seconds = t1 - t0;
 
@@ -1011,6 +1011,13 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   double forecast_method_seconds = 0.0;
   result.table = call_forecast(loader_, plan, p, cls[0], lead, &forecast_method_seconds);
   result.module_seconds = p.fit_method_seconds + forecast_method_seconds;
+  if (fitted) {
+    // The criteria from this table, before limits or held-out values change it.
+    measure_fit(plan, *fitted, result.table);
+    result.fitted = true;
+    result.fit = std::move(fitted->result);
+    result.fit.choice = std::move(choice);
+  }
   std::vector<std::pair<std::size_t, double>> limit_columns = {{kUpper, 1.0 - cls[0]}};
   for (std::size_t i = 1; i < cls.size(); ++i) {
     ForecastTable t = call_forecast(loader_, plan, p, cls[i], lead);
