@@ -123,3 +123,30 @@ TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
     }
   }
 }
+
+// Fields of CSV lines, read into one vector after another so that a shorter
+// line follows a longer one; a line without quotes must split as the same
+// line with its fields quoted.
+TEST(RunnerCsv, SplitsLinesWithAndWithoutQuotes) {
+  const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+      {"id,date,value,extra", {"id", "date", "value", "extra"}},
+      {" a , b\t,,", {"a", "b", "", ""}},
+      {"x", {"x"}},
+      {"", {""}},
+      {"a long field of more than fifteen bytes,2", {"a long field of more than fifteen bytes", "2"}},
+      {"\"a,b\",\"say \"\"hi\"\"\"", {"a,b", "say \"hi\""}},
+  };
+  std::vector<std::string> fields;
+  for (const auto& [line, want] : cases) {
+    SCOPED_TRACE(line);
+    ASSERT_TRUE(runner::split_csv_line(line, &fields));
+    EXPECT_EQ(fields, want);
+    if (line.find('"') != std::string::npos) continue;
+    std::string quoted;
+    for (std::size_t i = 0; i < want.size(); ++i) quoted += (i > 0 ? ",\"" : "\"") + want[i] + "\"";
+    std::vector<std::string> again;
+    ASSERT_TRUE(runner::split_csv_line(quoted, &again));
+    EXPECT_EQ(again, fields);
+  }
+  EXPECT_FALSE(runner::split_csv_line("\"open,1", &fields));
+}

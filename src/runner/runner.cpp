@@ -28,6 +28,10 @@
 namespace esf::runner {
 namespace {
 
+// The thread's CPU seconds when stage times are wanted, else 0 (the clock
+// is a system call).
+double clock_if(bool timed) { return timed ? thread_cpu_seconds() : 0.0; }
+
 using Json = nlohmann::ordered_json;
 
 // The memory libref the forecast table goes to, and the table's name.
@@ -153,6 +157,7 @@ struct Lists {
   long eval_first = 0;  // the evaluation range, the same way
   long eval_last = -1;
   std::function<double(long)> period;  // start of the i-th period of the series
+  bool timed = false;                  // the plan's: stage times wanted
   double fit_method_seconds = 0.0;     // thread CPU time in the fit method
 
   Lists() = default;
@@ -278,6 +283,7 @@ ObservationCycles& observation_cycles() {
 void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   using namespace esf::host;
   if (plan.interval_token.empty()) throw RunError("--interval: no interval named, and none found from the time IDs");
+  p->timed = plan.timed;
   const ModelOptions& o = plan.options;
   ModuleCalendar cal(loader);
   INTERVAL interval = plan.interval;
@@ -408,9 +414,9 @@ FITEND run_fit(Loader& loader, const Family& family, Lists& p) {
   call.list(p.series).list(p.spec).list(p.fit_range).list(p.eval_range).list(p.model).number(0);
   FITEND end{};
   auto* fit_ended = loader.symbol<int(int, PSCPLIST*, List, FITEND*)>("esf_fit_ended");
-  const double t0 = thread_cpu_seconds();
+  const double t0 = clock_if(p.timed);
   fit_ended(family.fit_slot, call.plist(), nullptr, &end);
-  p.fit_method_seconds += thread_cpu_seconds() - t0;
+  p.fit_method_seconds += clock_if(p.timed) - t0;
   const int code = call.return_code().value_or(999);
   if (code != 0) {
     throw RunError(
@@ -489,9 +495,9 @@ ForecastTable call_forecast(Loader& loader, const Plan& plan, Lists& p, double c
   host::assign_memory_libref(kTableLibref);
   host::MethodCall call;
   call.list(p.series).list(p.model).list(p.eval_range).text(kTableName).number(cl).number(lead).number(0);
-  const double t0 = method_seconds != nullptr ? thread_cpu_seconds() : 0.0;
+  const double t0 = clock_if(method_seconds != nullptr && p.timed);
   loader.call(plan.family->forecast_slot, call);
-  if (method_seconds != nullptr) *method_seconds = thread_cpu_seconds() - t0;
+  if (method_seconds != nullptr) *method_seconds = clock_if(p.timed) - t0;
   const int code = call.return_code().value_or(999);
   if (code != 0) {
     throw RunError(fmt::format("the {} forecast failed: {} (return code {})", plan.family->name,
@@ -843,7 +849,9 @@ Plan chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series
   *choice = runner.choose(plan, series);
   ModelOptions o = plan.options;
   o.model = (*choice)->chosen;
-  return runner.plan(o, plan.forecast);
+  Plan chosen = runner.plan(o, plan.forecast);
+  chosen.timed = plan.timed;
+  return chosen;
 }
 
 }  // namespace
@@ -932,7 +940,7 @@ void empirical_limits(Loader& loader, const Plan& plan, Lists& p, ForecastTable&
 }  // namespace
 
 ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, const SavedModel* saved) const {
-  const double t0 = thread_cpu_seconds();
+  const double t0 = clock_if(plan_in.timed);
   ForecastResult result;
   std::optional<AutoChoice> choice;
   const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice);
@@ -998,7 +1006,7 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
     fitted.emplace(fit_series(loader_, plan, series, false, false));
   }
   Lists& p = fitted ? *fitted->lists : *lists;
-  const double t1 = thread_cpu_seconds();
+  const double t1 = clock_if(plan.timed);
   result.fit_seconds = t1 - t0;
 
   // The table at the first level asked (or at --cl), then a pair of limits
@@ -1059,7 +1067,7 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
                                            coverage(a, tail(upper + 1), tail(upper)));
     }
   }
-  result.forecast_seconds = thread_cpu_seconds() - t1;
+  result.forecast_seconds = clock_if(plan.timed) - t1;
   return result;
 }
 
