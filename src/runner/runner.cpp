@@ -775,7 +775,7 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   } else {
     check_options(options, *p.family);
   }
-  loader_.load();
+  if (!loader_.loaded()) loader_.load();  // (finding the default image reads the file system)
   // No interval: each series of a batch finds its own from its time IDs.
   if (options.interval.empty()) return p;
   ModuleCalendar cal(loader_);
