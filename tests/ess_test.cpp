@@ -22,6 +22,7 @@
 #include "smoothing/essfit.h"
 #include "smoothing/esssubs.h"
 #include "support/method_session.h"
+#include "support/pass_compare.h"
 #include "support/smooth_model.h"
 #include "support/trend_session.h"
 
@@ -436,6 +437,28 @@ TEST_F(Ess, EstimateIsALocalMinimumWithinTheBounds) {
     // The state at time 0 is centred.
     EXPECT_LT(std::fabs(std::accumulate(m->startvals.sfactor, m->startvals.sfactor + ns, 0.0)), 1e-12 * ns);
   }
+}
+
+// The kernel's derivative loops give the frame's results to the bit, where
+// the passes end well and where they stop (cross products past their limit,
+// which the unchecked forward loop must find again by the checked one).
+TEST_F(Ess, DerivativeLoopsGiveTheBitsOfTheFrameStepByStep) {
+  std::vector<double> gapped = example_series("AirPassengers.csv");
+  gapped[0] = gapped[70] = kNaN;
+  std::vector<std::pair<std::vector<double>, int>> cases = {{gapped, 12}, {example_series("UKgas.csv"), 4}};
+  for (double scale : {1e74, 1e75, 1e76, 1e77, 1e150}) {
+    std::vector<double> big = example_series("USAccDeaths.csv");
+    for (double& v : big) v *= scale;
+    cases.emplace_back(big, 12);
+  }
+  int stopped = 0;
+  for (const auto& [values, ns] : cases) {
+    SeasonalModel sm(values, ns);
+    WINMODEL* m = sm.get();
+    stopped += pass_test::expect_same_passes<ess::Family>(m, m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.scodes,
+                                                          {0.3, 0.2, 0.9, 0.9, 0.05, 0.6});
+  }
+  EXPECT_GT(stopped, 0);
 }
 
 TEST_F(Ess, FixedWeightsShortSeriesAndMemory) {

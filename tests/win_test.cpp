@@ -25,6 +25,7 @@
 #include "smoothing/winfit.h"
 #include "smoothing/winsubs.h"
 #include "support/method_session.h"
+#include "support/pass_compare.h"
 #include "support/smooth_model.h"
 #include "support/trend_session.h"
 
@@ -427,6 +428,34 @@ TEST_P(WinKernel, AnalyticGradientMatchesNumericDerivatives) {
   }
 }
 
+// The kernel's derivative loops give the frame's results to the bit, where
+// the passes end well and where they stop (a factor below the floor, cross
+// products past their limit, which the unchecked forward loop must find
+// again by the checked one).
+TEST_P(WinKernel, DerivativeLoopsGiveTheBitsOfTheFrameStepByStep) {
+  std::vector<std::pair<std::vector<double>, int>> series;
+  std::vector<double> gaps = example_series("AirPassengers.csv");
+  gaps[5] = gaps[40] = gaps[143] = std::nan("");
+  series.emplace_back(gaps, 12);
+  std::vector<double> alternating = example_series("UKgas.csv");
+  for (std::size_t t = 0; t < alternating.size(); t += 2) alternating[t] = -alternating[t];
+  series.emplace_back(alternating, 4);
+  for (double scale : {1e74, 1e75, 1e76, 1e77, 1e80}) {
+    std::vector<double> big = example_series("USAccDeaths.csv");
+    for (double& v : big) v *= scale;
+    series.emplace_back(big, 12);
+  }
+  int stopped = 0;
+  for (const auto& [x, ns] : series) {
+    WinModel m(x, ns, additive());
+    ASSERT_EQ(m.start_rc(), 0);
+    stopped += pass_test::expect_same_passes<win::Family>(
+        m.get(), m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.scodes,
+        {0.3, 0.05, 0.2, 0.9, 0.9, 0.6, 0.05, 0.5, 0.9});
+  }
+  EXPECT_GT(stopped, 0);
+}
+
 TEST_P(WinKernel, SideBySidePassesGiveTheBitsOfSinglePasses) {
   std::vector<double> weights;
   for (double a : {0.05, 0.3, 0.9, 1.6}) {
@@ -440,7 +469,10 @@ TEST_P(WinKernel, SideBySidePassesGiveTheBitsOfSinglePasses) {
   std::vector<double> gaps = example_series("AirPassengers.csv");
   gaps[5] = gaps[40] = gaps[143] = std::nan("");
   int ok = 0, failed = 0;
+  // The widest lanes the processor has, one triple at a time, SSE2 lanes.
+  for (const int width : {0, 1, 2})
   for (const auto& [x, nseasons] : {std::pair{gaps, 12}, std::pair{alternating, 4}}) {
+    SCOPED_TRACE(testing::Message() << "width " << width);
     const int ns = nseasons;  // a lambda cannot capture a structured binding
     WinModel m(x, ns, additive());
     ASSERT_EQ(m.start_rc(), 0);
@@ -456,7 +488,8 @@ TEST_P(WinKernel, SideBySidePassesGiveTheBitsOfSinglePasses) {
           for (int from = 0; from < count; from += win::kManyLanes) {
             win::smooth_many(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ns, additive(),
                              w + 3 * from, std::min(win::kManyLanes, count - from), m->svi.level,
-                             m->svi.trend, m->svi.sfactor, m->ts.scodes, work.data(), rc + from, mse + from);
+                             m->svi.trend, m->svi.sfactor, m->ts.scodes, work.data(), rc + from, mse + from,
+                             width);
           }
         });
     ok += o;
