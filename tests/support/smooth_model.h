@@ -142,6 +142,8 @@ class Model {
     host_free(m_.ts.misflg);
     host_free(block_);
     host_free(m_.pest.df);
+    host_free(m_.ts.scodes);
+    host_free(factors_);
   }
 
   WINMODEL* get() { return &m_; }
@@ -153,6 +155,17 @@ class Model {
     m_.wbnds.wlevel[1] = hi;
     m_.wbnds.wlevel[2] = tol;
     m_.wbnds.wlevflg = lo == hi;
+  }
+  // A cycle of `ns` seasons: observation t is of season (t + first) mod ns;
+  // the three factor arrays of startvals, svi and smooth.
+  void seasons(int ns, int first = 0) {
+    m_.ts.nseasons = ns;
+    m_.ts.scodes = static_cast<int*>(host_alloc(m_.ts.nobs * 4, VM_NUMBERS));
+    for (long t = 0; t < m_.ts.nobs; ++t) m_.ts.scodes[t] = static_cast<int>((t + first) % ns);
+    factors_ = static_cast<double*>(host_alloc(3 * ns * 8, VM_NUMBERS));
+    m_.startvals.sfactor = factors_;
+    m_.svi.sfactor = factors_ + ns;
+    m_.smooth.sfactor = factors_ + 2 * ns;
   }
   // Fit range: `nobs` observations from index `start` of the data.
   void fit_range(long start, long nobs) {
@@ -183,6 +196,7 @@ class Model {
  private:
   WINMODEL m_;
   double* block_ = nullptr;
+  double* factors_ = nullptr;
 };
 
 // Mean squared one-step error of simple exponential smoothing with a
