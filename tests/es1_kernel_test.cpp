@@ -12,12 +12,11 @@
 
 namespace {
 
+using smooth_test::is_miss;
 using smooth_test::kMiss;
 
 constexpr double kStateLimit = 1.3407807929942597e+152;
 constexpr double kErrorLimit = 1.3407807929943e+154;
-
-bool missing(double d) { return wzmis(d) != 0; }
 
 // Flags for a series where NaN marks a missing value; the value itself
 // becomes the ordinary missing value.
@@ -77,7 +76,7 @@ TEST(Es1Point, GuardsTheLevel) {
     SCOPED_TRACE(testing::Message() << "level " << c.level << " xscale " << c.xscale);
     double level = c.level, xhat = 0.0, e = 0.0;
     EXPECT_EQ(zes1pnt(1.0, c.xscale, 0.5, &level, &xhat, &e), c.rc);
-    EXPECT_EQ(missing(level), c.rc != 0);
+    EXPECT_EQ(is_miss(level), c.rc != 0);
   }
 }
 
@@ -96,7 +95,7 @@ TEST(Es1Derivative, RunsOneStepAheadOfThePrediction) {
 
   double huge = 2 * kErrorLimit;
   EXPECT_EQ(zes1dpd(1.0, 0.5, 0.0, 0.0, &huge, dervec), -9);
-  EXPECT_TRUE(missing(huge));
+  EXPECT_TRUE(is_miss(huge));
 }
 
 // ---- Whole series ------------------------------------------------------------
@@ -155,9 +154,9 @@ TEST(Es1Smooth, MissingObservationKeepsLevelAndPrediction) {
   // xhat 5, level 6.5.
   EXPECT_EQ(rows[1], 6.0);
   EXPECT_EQ(rows[3], 5.0);
-  EXPECT_TRUE(missing(rows[4]));   // x of the missing row
+  EXPECT_TRUE(is_miss(rows[4]));   // x of the missing row
   EXPECT_EQ(rows[5], 6.0);         // its xhat repeats the previous prediction
-  EXPECT_TRUE(missing(rows[6]));   // no error
+  EXPECT_TRUE(is_miss(rows[6]));   // no error
   EXPECT_EQ(rows[7], 5.0);         // the level stays
   EXPECT_EQ(rows[9], 5.0);
   EXPECT_EQ(level, 6.5);
@@ -229,8 +228,8 @@ TEST(Es1Predict, RowsLimitsAndForecasts) {
     EXPECT_EQ(r[3], l - z * 2.0);
     EXPECT_EQ(r[5], 2.0);
     if (std::isnan(v[t])) {
-      EXPECT_TRUE(missing(r[0]));
-      EXPECT_TRUE(missing(r[4]));
+      EXPECT_TRUE(is_miss(r[0]));
+      EXPECT_TRUE(is_miss(r[4]));
     } else {
       EXPECT_EQ(r[0], v[t]);
       EXPECT_EQ(r[4], l - v[t]);
@@ -246,12 +245,12 @@ TEST(Es1Predict, RowsLimitsAndForecasts) {
     SCOPED_TRACE(k);
     const double* r = &rows[7 * (5 + k)];
     const double sd = std::sqrt(1.0 + (k - 1) * w * w) * 2.0;
-    EXPECT_TRUE(missing(r[0]));
+    EXPECT_TRUE(is_miss(r[0]));
     EXPECT_EQ(r[1], l);  // flat at the last level
     EXPECT_NEAR(r[5], sd, 1e-15 * sd);
     EXPECT_NEAR(r[2] - r[1], z * sd, 1e-13);
     EXPECT_NEAR(r[1] - r[3], z * sd, 1e-13);
-    EXPECT_TRUE(missing(r[4]));
+    EXPECT_TRUE(is_miss(r[4]));
     EXPECT_EQ(r[6], l);
   }
 }
@@ -328,8 +327,8 @@ TEST(Es1StdErr, FromTheSweptDiagonal) {
   EXPECT_EQ(se, std::sqrt(0.02 * 8.0));
   EXPECT_EQ(t, 0.3 / se);
   ASSERT_EQ(zes1std(xpxdiag, 8.0, 1, parms, &se, &t), 0);
-  EXPECT_TRUE(missing(se));
-  EXPECT_TRUE(missing(t));
+  EXPECT_TRUE(is_miss(se));
+  EXPECT_TRUE(is_miss(t));
 
   // A zero standard error: the guarded division gives the host's overflow.
   smooth_test::connect_module();
@@ -346,9 +345,9 @@ TEST(Es1Derivative, NumericStepTooSmallOrFailedPass) {
   Series s({1, 2, 3, 4});
   double pder = 0.0;
   EXPECT_EQ(zes1npd(s.data(), s.mis(), 4.0, 4, 0.5, 4.0, 1e-160, 0, &pder), -92);
-  EXPECT_TRUE(missing(pder));
+  EXPECT_TRUE(is_miss(pder));
   EXPECT_EQ(zes1npd(s.data(), s.mis(), 4.0, 4, 0.5, 1e9, 1e-6, 0, &pder), -92);
-  EXPECT_TRUE(missing(pder));
+  EXPECT_TRUE(is_miss(pder));
 }
 
 }  // namespace

@@ -14,11 +14,12 @@
 
 namespace {
 
+using smooth_test::kMiss;
+using smooth_test::is_miss;
+using smooth_test::expect_rel;
 using smooth_test::example_series;
 using smooth_test::Model;
 
-const double kMiss = esf::kMissing;
-bool is_miss(double d) { return wzmis(d) != 0; }
 
 // Holt's linear method written in its textbook form, independently of the
 // kernel: from level l and trend b before observation 0,
@@ -44,10 +45,6 @@ Holt holt(const std::vector<double>& x, double a, double g, double l, double b) 
 double holt_variance_factor(double a, double g, long h) {
   const double m = static_cast<double>(h - 1);
   return 1.0 + m * a * a + a * a * g * m * (m + 1.0) + a * a * g * g * m * (m + 1.0) * (2.0 * m + 1.0) / 6.0;
-}
-
-void expect_rel(double got, double want, double rel, const char* what) {
-  EXPECT_NEAR(got, want, rel * std::fabs(want) + 1e-300) << what;
 }
 
 class Es2Kernel : public ::testing::Test {

@@ -16,17 +16,14 @@
 
 namespace {
 
+using smooth_test::kMiss;
+using smooth_test::is_miss;
+using smooth_test::expect_rel;
 using smooth_test::example_series;
 using smooth_test::Model;
 
-const double kMiss = esf::kMissing;
-bool is_miss(double d) { return wzmis(d) != 0; }
 
 const char* const kExamples[] = {"AirPassengers.csv", "UKgas.csv", "USAccDeaths.csv"};
-
-void expect_rel(double got, double want, double rel, const char* what) {
-  EXPECT_NEAR(got, want, rel * std::fabs(want) + 1e-300) << what;
-}
 
 struct Weights {
   double a, g, phi;

@@ -24,12 +24,12 @@
 
 namespace {
 
+using smooth_test::kMiss;
+using smooth_test::is_miss;
+using smooth_test::expect_rel;
 namespace fs = std::filesystem;
 using smooth_test::example_series;
-const double kMiss = esf::kMissing;
 const double kNaN = std::nan("");
-bool is_miss(double d) { return wzmis(d) != 0; }
-#define EXPECT_REL(got, want, rel) EXPECT_NEAR((got), (want), (rel) * std::fabs(want) + 1e-300)
 
 // A series with flags and season codes; observation t is of season
 // (t + first) mod ns.  NaN marks a missing value.
@@ -107,17 +107,17 @@ TEST_F(Ess, PassesAgreeWithTheTextbookRecursion) {
         const int s = ser.codes[t];
         const double* row = &rows[5 * t];
         if (ser.mis[t]) {  // no state changes; the prediction is level plus factor
-          EXPECT_REL(row[1], ref.level + ref.f[s], 1e-12);
+          expect_rel(row[1], ref.level + ref.f[s], 1e-12);
           EXPECT_TRUE(is_miss(row[2]));
         } else {
           const double pred = ref.step(ser.x[t], w.a, w.g, s);
-          EXPECT_REL(row[1], pred, 1e-12) << t;
+          expect_rel(row[1], pred, 1e-12, std::to_string(t));
           sse += (pred - ser.x[t]) * (pred - ser.x[t]);
         }
-        EXPECT_REL(row[3], ref.level, 1e-12) << t;
+        expect_rel(row[3], ref.level, 1e-12, std::to_string(t));
         EXPECT_NEAR(row[4], ref.f[s], 1e-9 * ser.norm) << t;
       }
-      EXPECT_REL(mse, sse / (n - 2), 1e-10);
+      expect_rel(mse, sse / (n - 2), 1e-10);
       for (int s = 0; s < ex.ns; ++s) EXPECT_NEAR(f[s], ref.f[s], 1e-9 * ser.norm);
 
       // The prediction pass from the state before observation 0, rows from
@@ -127,8 +127,8 @@ TEST_F(Ess, PassesAgreeWithTheTextbookRecursion) {
       ASSERT_EQ(zessprd(ser.x.data(), ser.mis.data(), ser.norm, n, ex.ns, w.a, w.g, &plevel, start.f.data(),
                         ser.codes.data(), 10, n - 1, 0, kMiss, 0.05, 1, &pmse, prow.data()),
                 0);
-      EXPECT_REL(pmse, sse / (n - 4), 1e-10);
-      EXPECT_REL(prow[8 * (n - 11) + 1], rows[5 * (n - 1) + 1], 1e-12);
+      expect_rel(pmse, sse / (n - 4), 1e-10);
+      expect_rel(prow[8 * (n - 11) + 1], rows[5 * (n - 1) + 1], 1e-12);
       EXPECT_EQ(prow[5], 0.0);  // a missing se2 gives std 0
     }
   }
@@ -259,17 +259,17 @@ TEST_F(Ess, ForecastRowsAndTheirVariance) {
       const double vm = row[5] * row[5] / 4.0;
       if (k > 1) psi_sum += psi[k - 1] * psi[k - 1];
       if (k <= ns || (k - 1) % ns == 0) {
-        EXPECT_REL(vm, psi_sum, 1e-12) << k;
+        expect_rel(vm, psi_sum, 1e-12, std::to_string(k));
       } else if (d > 0.0) {
         EXPECT_GT(vm, psi_sum * (1.0 + 1e-12)) << k;
       }
       if (k == ns + 1) {
-        EXPECT_REL(vm, 1.0 + w.a * w.a * ns + d * (2.0 * w.a + d), 1e-12);
+        expect_rel(vm, 1.0 + w.a * w.a * ns + d * (2.0 * w.a + d), 1e-12);
       }
       const int s = static_cast<int>((n - 1 + k) % ns);
       EXPECT_TRUE(row[1] == level + f[s] && row[7] == f[s] && row[6] == level) << k;
       EXPECT_TRUE(is_miss(row[0]) && is_miss(row[4]));
-      EXPECT_REL(row[2] - row[1], zprobit(0.975) * row[5], 1e-12);
+      expect_rel(row[2] - row[1], zprobit(0.975) * row[5], 1e-12);
     }
   }
 }

@@ -30,12 +30,11 @@
 
 namespace {
 
+using smooth_test::is_miss;
 namespace fs = std::filesystem;
 namespace fr = smoothing::frame;
 using smooth_test::example_series;
 using smooth_test::Model;
-
-bool missing(double d) { return wzmis(d) != 0; }
 
 // The test's view of one family (Winters in each of its two forms): the
 // trait, the row of the family table, the drivers, and the start values as
@@ -254,7 +253,7 @@ TYPED_TEST(FamilyTest, EstimatesAreAMinimumWithinTheBounds) {
     for (int i = 0; i < p; ++i) {
       const double* b = fr::bounds_of(c.m->wbnds, F::kSlots[i]);
       EXPECT_TRUE(w[i] >= b[0] && w[i] <= b[1]) << i << " " << w[i];
-      EXPECT_FALSE(missing(c.m->pest.stderr[i]));
+      EXPECT_FALSE(is_miss(c.m->pest.stderr[i]));
       EXPECT_NEAR(c.m->pest.tvals[i], w[i] / c.m->pest.stderr[i], 1e-12 * std::fabs(c.m->pest.tvals[i]));
       for (double d : {-2e-3, 2e-3}) {
         std::vector<double> v = w;

@@ -20,11 +20,10 @@
 
 namespace {
 
+using smooth_test::is_miss;
 using smooth_test::kMiss;
 using smooth_test::Model;
 namespace fr = smoothing::frame;
-
-bool missing(double d) { return wzmis(d) != 0; }
 
 // A local-level series: a random walk observed with noise.
 std::vector<double> local_level(std::uint64_t seed, int n, double drift_sd, double noise_sd) {
@@ -162,7 +161,7 @@ TEST(SimpleFit, MissingValuesCanStallWithUsableWeights) {
   const double mse = smooth_test::ses_backcast_mse(x, w, smooth_test::last_usable(x));
   const double nobs = 30.0 - 5.0;  // five observations removed
   EXPECT_NEAR(m->pest.mse, mse * nobs / (nobs - 1.0), 1e-12 * mse);
-  EXPECT_FALSE(missing(m->pest.tvals[0]));
+  EXPECT_FALSE(is_miss(m->pest.tvals[0]));
 }
 
 TEST(SimpleFit, DegenerateSeries) {
@@ -186,8 +185,8 @@ TEST(SimpleFit, DegenerateSeries) {
     set_svi(m);
     const int rc = nes1fit(m.get());
     ASSERT_TRUE(c.rc < 0 ? rc == 0 || rc == 90 : rc == c.rc) << rc;
-    EXPECT_EQ(!missing(m->pest.stderr[0]), c.has_stderr);
-    EXPECT_EQ(!missing(m->pest.tvals[0]), c.has_stderr);
+    EXPECT_EQ(!is_miss(m->pest.stderr[0]), c.has_stderr);
+    EXPECT_EQ(!is_miss(m->pest.tvals[0]), c.has_stderr);
     if (!std::isnan(c.weight)) {
       EXPECT_EQ(m->pest.parms[0], c.weight);
     }
@@ -333,7 +332,7 @@ TEST(FrameSteps, IterationLimitGivesNinetyWithUsableWeights) {
   EXPECT_GT(m->fitend.r, 0.0001);
   EXPECT_GT(m->pest.parms[0], 0.001);
   EXPECT_LT(m->pest.parms[0], 0.999);
-  EXPECT_FALSE(missing(m->pest.stderr[0]));
+  EXPECT_FALSE(is_miss(m->pest.stderr[0]));
 }
 
 TEST(FrameDiagnostics, TraceAndDerivativeCheckPrintThroughTheHost) {
@@ -674,7 +673,7 @@ TEST_F(SimpleForecast, WeightFallsBackOnTheEstimateAndFailuresLeaveNoTable) {
     EXPECT_EQ(esf::host::pool_outstanding(), blocks);
     EXPECT_EQ(std::filesystem::exists(file("FALL")), c.rc == 0);
     if (c.rc == 0) {
-      const double w = missing(c.given) || c.no_array ? c.estimated : c.given;
+      const double w = is_miss(c.given) || c.no_array ? c.estimated : c.given;
       const smooth_test::Table t = smooth_test::read_table(file("FALL"));
       const double level1 = x[0] * w + x[0] * (1.0 - w);
       EXPECT_NEAR(t.rows[1][2], level1, 1e-12 * std::fabs(x[0]));

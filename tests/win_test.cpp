@@ -33,16 +33,13 @@ extern "C" int mwinfor(PSCPLIST*, List, unsigned char*, int);
 
 namespace {
 
+using smooth_test::kMiss;
+using smooth_test::is_miss;
+using smooth_test::expect_rel;
 namespace fs = std::filesystem;
 using smooth_test::example_series;
 using smooth_test::Model;
 
-const double kMiss = esf::kMissing;
-bool is_miss(double d) { return wzmis(d) != 0; }
-
-void expect_rel(double got, double want, double rel, const std::string& what = "") {
-  EXPECT_NEAR(got, want, rel * std::fabs(want) + 1e-300) << what;
-}
 
 // ---- Seasonal-dummy start model ----------------------------------------------------
 

@@ -14,6 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "host/host.h"
 #include "host/host_dates.h"
 #include "intervals/interval.h"
@@ -35,6 +37,12 @@ inline void connect_module() {
 }
 
 inline constexpr double kMiss = esf::kMissing;
+inline bool is_miss(double d) { return wzmis(d) != 0; }
+
+// got within rel * |want| of want.
+inline void expect_rel(double got, double want, double rel, const std::string& what = "") {
+  EXPECT_NEAR(got, want, rel * std::fabs(want) + 1e-300) << what;
+}
 
 // The date value of a calendar day: days since 1 January 1960.
 inline double date(int y, int m, int d) { return ziddmdy(m, d, y); }
