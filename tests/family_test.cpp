@@ -44,27 +44,16 @@ struct Simple {
   static constexpr int kType = esf::kFamilySimple, kAdditive = 0;
   static int start(WINMODEL* m) { return zes1svi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level); }
 };
-struct Double {
-  using F = esd::Family;
-  static constexpr int kType = esf::kFamilyDouble, kAdditive = 0;
-  static int start(WINMODEL* m) {
-    return zesdsvi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend);
-  }
+// The families with level and trend differ only in their start routine.
+template <class Trait, int Type, auto Start>
+struct Trended {
+  using F = Trait;
+  static constexpr int kType = Type, kAdditive = 0;
+  static int start(WINMODEL* m) { return Start(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend); }
 };
-struct Linear {
-  using F = es2::Family;
-  static constexpr int kType = esf::kFamilyLinear, kAdditive = 0;
-  static int start(WINMODEL* m) {
-    return zes2svi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend);
-  }
-};
-struct Damped {
-  using F = es3::Family;
-  static constexpr int kType = esf::kFamilyDamped, kAdditive = 0;
-  static int start(WINMODEL* m) {
-    return zes3svi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend);
-  }
-};
+using Double = Trended<esd::Family, esf::kFamilyDouble, zesdsvi>;
+using Linear = Trended<es2::Family, esf::kFamilyLinear, zes2svi>;
+using Damped = Trended<es3::Family, esf::kFamilyDamped, zes3svi>;
 struct Seasonal {
   using F = ess::Family;
   static constexpr int kType = esf::kFamilySeasonal, kAdditive = 0;
