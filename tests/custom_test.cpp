@@ -236,6 +236,7 @@ TEST_F(CustomTest, BadTablesFailWithTheirStatus) {
   write_table("empty", "BEGIN\n");
   write_table("nobegin", "START,END\n1,2\n");
   write_table("letters", "BEGIN\n100\nabc\n");
+  write_table("season", "BEGIN,SEASON\n100,1\n200,1e9\n");
   const struct {
     const char* name;
     int status;
@@ -245,8 +246,9 @@ TEST_F(CustomTest, BadTablesFailWithTheirStatus) {
       {"NOBEGIN", static_cast<int>(0x80010008u), "no variable BEGIN"},
       {"LETTERS", static_cast<int>(0x80010005u), "line 3, field 1"},
       {"MISSING", static_cast<int>(0x80010004u), "missing.csv"},
+      {"SEASON", kCintcBadSeason, "line 3, field 2 (SEASON)"},
   };
-  use("(EMPTY=CUSTT.EMPTY NOBEGIN=CUSTT.NOBEGIN LETTERS=CUSTT.LETTERS MISSING=CUSTT.MISSING)");
+  use("(EMPTY=CUSTT.EMPTY NOBEGIN=CUSTT.NOBEGIN LETTERS=CUSTT.LETTERS MISSING=CUSTT.MISSING SEASON=CUSTT.SEASON)");
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     esf::host::take_log();
@@ -259,11 +261,14 @@ TEST_F(CustomTest, BadTablesFailWithTheirStatus) {
     EXPECT_EQ(info, nullptr);
     // Nothing is left in the cache: the next load fails the same way.
     EXPECT_EQ(zcustLoad(&iv, &info), c.status);
-    // The parser answers -1 and the host reports the status.
+    // The parser answers -1 and the host reports the status, once.
+    esf::host::take_log();
     int rc = 0;
     parse(c.name, &rc);
     EXPECT_EQ(rc, -1);
-    EXPECT_NE(esf::host::take_log().find(c.logged), std::string::npos);
+    const std::string log = esf::host::take_log();
+    EXPECT_NE(log.find(c.logged), std::string::npos) << log;
+    EXPECT_EQ(log.find('\n'), log.size() - 1) << log;
   }
   EXPECT_EQ(esf::host::cached_interval_references(), 0);
 }

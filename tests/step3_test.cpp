@@ -7,8 +7,8 @@
 #include <cstring>
 #include <vector>
 
-#include "smoothing/frame.h"
-#include "smoothing/step3.h"
+#include "smoothing/es3fit.h"
+#include "smoothing/winfit.h"
 #include "support/trend_session.h"
 
 namespace {
@@ -34,7 +34,7 @@ TEST(Step3Divide, GuardsOverflowByTheSignOfTheQuotient) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << c.num << " / " << c.den);
-    EXPECT_EQ(step3::divide(c.num, c.den), c.want);
+    EXPECT_EQ(smoothing::frame::bounded_divide(c.num, c.den), c.want);
   }
 }
 
@@ -134,7 +134,8 @@ class Step3Solve : public ::testing::Test {
   int solve(Problem& p) {
     double xpx[10];
     std::memcpy(xpx, p.xpx, sizeof xpx);
-    return step3::nextstep(&model_, &fitcon_, &point_, xpx, p.m, 0, step3::Third::damp);
+    fitcon_.n = p.m;
+    return smoothing::frame::solven<es3::Family>(&model_, &fitcon_, &point_, xpx, 0);
   }
   WINMODEL model_;
   FITCON fitcon_;
@@ -269,7 +270,8 @@ TEST_F(Step3Solve, NoObservationIsTooFew) {
   Problem p = make_problem(5, 0.1);
   double xpx[10];
   std::memcpy(xpx, p.xpx, sizeof xpx);
-  EXPECT_EQ(step3::nextstep(&model_, &fitcon_, &point_, xpx, 5, 5, step3::Third::damp), -2);
+  fitcon_.n = 5;
+  EXPECT_EQ(smoothing::frame::solven<es3::Family>(&model_, &fitcon_, &point_, xpx, 5), -2);
 }
 
 // ---------------------------------------------------------------------------
@@ -286,7 +288,7 @@ struct FakeEvaluation {
 };
 FakeEvaluation g_eval;
 
-int fake_nextstep(WINMODEL*, FITCON*, POINT* point, double*) {
+int fake_nextstep(POINT* point) {
   ++g_eval.calls;
   g_eval.seen = *point;
   point->rr[0] = 0.11;
@@ -319,8 +321,10 @@ class Step3Box : public ::testing::Test {
     current_.wdamp = 0.95;
     current_.wbnds.dim = current_.wbnds.nextdim = 3;
   }
-  int step(double stepsize, step3::Third third = step3::Third::damp) {
-    return step3::trystep(&model_, &fitcon_, &current_, stepsize, &new_, third, &fake_nextstep);
+  int step(double stepsize, bool season = false) {
+    using smoothing::frame::trystepn;
+    return season ? trystepn<win::Family>(&model_, &fitcon_, &current_, stepsize, &new_, fake_nextstep)
+                  : trystepn<es3::Family>(&model_, &fitcon_, &current_, stepsize, &new_, fake_nextstep);
   }
   void fix(double* bounds, double value) {
     bounds[0] = bounds[1] = value;
@@ -340,7 +344,7 @@ TEST_F(Step3Box, TrialsAreCutToTheBoxAndPinnedWeightsStay) {
     double lo[3], hi[3];           // bounds; equal bounds fix a weight
     double d[3], d2[3], d1[3];     // full, pair and single steps
     double stepsize;
-    step3::Third third;
+    bool season;
     double want[3];
     int dim, nextdim;              // -1: not checked
     double r;                      // rr[0], rr[1] or rr[2] of the evaluation
@@ -348,32 +352,32 @@ TEST_F(Step3Box, TrialsAreCutToTheBoxAndPinnedWeightsStay) {
   const double cut = (0.999 - 0.95) / 0.2;  // the damping weight reaches its bound first
   const Case cases[] = {
       {"inside the box", {0.5, 0.2, 0.95}, {0, 0, 0}, {kFree, kFree, kFree}, {kFree, kFree, kFree},
-       {0.1, -0.05, 0.01}, {}, {}, 0.5, step3::Third::damp, {0.55, 0.175, 0.955}, 3, 3, 0.33},
+       {0.1, -0.05, 0.01}, {}, {}, 0.5, false, {0.55, 0.175, 0.955}, 3, 3, 0.33},
       {"crossing a bound stops on it", {0.5, 0.2, 0.95}, {0, 0, 0}, {kFree, kFree, kFree},
-       {kFree, kFree, kFree}, {0.1, 0.1, 0.2}, {}, {}, 1.0, step3::Third::damp,
+       {kFree, kFree, kFree}, {0.1, 0.1, 0.2}, {}, {}, 1.0, false,
        {0.5 + 0.1 * cut, 0.2 + 0.1 * cut, 0.999}, 3, 2, 0.33},
       {"pressing the same bound takes the pair step", {0.5, 0.2, 0.999}, {0, 0, 1},
        {kFree, kFree, kFree}, {kFree, kFree, kFree}, {0.1, 0.1, 0.2}, {0.05, -0.02, 0.0}, {}, 1.0,
-       step3::Third::damp, {0.55, 0.18, 0.999}, 2, -1, 0.22},
+       false, {0.55, 0.18, 0.999}, 2, -1, 0.22},
       // A fixed weight sits on both its bounds, so it is not strictly inside.
       {"a fixed weight is held from the first step", {0.5, 0.2, 0.95}, {0, 0, 0},
        {kFree, 0.2, kFree}, {kFree, 0.2, kFree}, {0.1, 0.3, 0.01}, {0.04, 0.0, 0.02}, {}, 1.0,
-       step3::Third::damp, {0.54, 0.2, 0.97}, -1, 2, 0.22},
+       false, {0.54, 0.2, 0.97}, -1, 2, 0.22},
       {"two fixed weights leave the single step", {0.5, 0.2, 0.95}, {0, 0, 0}, {0.5, 0.2, kFree},
        {0.5, 0.2, kFree}, {0.1, 0.3, 0.01}, {0.1, 0.3, 0.01}, {0.0, 0.0, 0.03}, 0.5,
-       step3::Third::damp, {0.5, 0.2, 0.965}, 1, -1, 0.11},
+       false, {0.5, 0.2, 0.965}, 1, -1, 0.11},
       // A cut fraction of 0 is not passed over: the trial is the point.
       {"trend on its lower bound stepping out", {0.5, 0.0011, 0.95}, {0, 0, 0},
        {kFree, 0.0011, kFree}, {kFree, kFree, kFree}, {0.1, -0.2, 0.01}, {}, {}, 1.0,
-       step3::Third::damp, {0.5, 0.0011, 0.95}, -1, -1, 0.33},
+       false, {0.5, 0.0011, 0.95}, -1, -1, 0.33},
       {"the Winters family moves its seasonal weight", {0.5, 0.2, 0.3}, {0, 0, 0},
        {kFree, kFree, kFree}, {kFree, kFree, 0.35}, {0.0, 0.01, 0.1}, {}, {}, 1.0,
-       step3::Third::season, {0.5, 0.205, 0.35}, 3, 2, 0.33},
+       true, {0.5, 0.205, 0.35}, 3, 2, 0.33},
   };
   for (const Case& c : cases) {
     SetUp();
     SCOPED_TRACE(c.what);
-    const bool season = c.third == step3::Third::season;
+    const bool season = c.season;
     double* bounds[3] = {model_.wbnds.wlevel, model_.wbnds.wtrend,
                          season ? model_.wbnds.wseason : model_.wbnds.wdamp};
     char* fixed[3] = {&model_.wbnds.wlevflg, &model_.wbnds.wtreflg,
@@ -393,7 +397,7 @@ TEST_F(Step3Box, TrialsAreCutToTheBoxAndPinnedWeightsStay) {
     current_.wbnds.wlevflg = c.flags[0];
     current_.wbnds.wtreflg = c.flags[1];
     current_.wbnds.wdamflg = c.flags[2];
-    ASSERT_EQ(step(c.stepsize, c.third), 0);
+    ASSERT_EQ(step(c.stepsize, c.season), 0);
     const double got[3] = {new_.wlevel, new_.wtrend, season ? new_.wseason : new_.wdamp};
     double change = 0.0;
     for (int k = 0; k < 3; ++k) {

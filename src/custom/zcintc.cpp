@@ -471,9 +471,8 @@ int zcustLoad(INTERVAL* interval, CINTCInfo** oinfo) {
     *oinfo = info;
   } while (false);
 
-  // A refused row is reported by the caller, with the file, line and field
-  // noted against its status.
-  if (status < 0 && status != larg.xrc) xprrlog(0, status);
+  // Every failure is reported by the caller, once; a refused row with the
+  // file, line and field noted against its status.
   if (begun) xvgett(larg.xvp);
   xoclose(pfo, 0);
   return status < 0 ? status : 0;

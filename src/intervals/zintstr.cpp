@@ -388,6 +388,16 @@ extern "C" int zintstr(tchar* specin, int len, INTERVAL* istr) {
   }
 
   if (code == kIntCustom) {
+    // The table is loaded before anything else reads it, so that a table
+    // that cannot be loaded is reported once, here, and not also by each
+    // routine that would read it for the format.
+    CINTCInfo* info = nullptr;
+    const int status = zcustLoad(istr, &info);
+    if (status < 0) {
+      xprrlog(0, status);  // the host reports the status
+      return kCustomLoadFailed;
+    }
+    if (info != nullptr) zcintcReleaseRef(info);
     // The units of a custom interval follow from its default format.
     tchar format[32];
     std::memset(format, ' ', sizeof(format));
@@ -409,14 +419,5 @@ extern "C" int zintstr(tchar* specin, int len, INTERVAL* istr) {
     }
   }
 
-  if (code == kIntCustom) {
-    CINTCInfo* info = nullptr;
-    const int status = zcustLoad(istr, &info);
-    if (status < 0) {
-      xprrlog(0, status);  // the host reports the status
-      return kCustomLoadFailed;
-    }
-    if (info != nullptr) zcintcReleaseRef(info);
-  }
   return kParsed;
 }

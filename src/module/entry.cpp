@@ -6,6 +6,7 @@
 #include "module/families.h"
 #include "module/host_api.h"
 #include "module/method_frame.h"
+#include "module/qorfmsm.h"  // its C declarations are checked against the module's
 #include "module/win_model.h"
 
 // The release, given by the build (the project's version in CMakeLists.txt).

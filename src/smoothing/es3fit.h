@@ -9,7 +9,6 @@
 #include "module/win_model.h"
 #include "smoothing/es3subs.h"
 #include "smoothing/family_traits.h"
-#include "smoothing/step3.h"
 
 extern "C" {
 
@@ -45,7 +44,7 @@ using namespace smoothing::frame;
 struct Family : TrendedFamily {
   static constexpr int kNumWeights = 3;
   static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::damp};
-  static constexpr step3::Third kThird = step3::Third::damp;
+  static double divide(double num, double den) { return bounded_divide(num, den); }
 
   // Candidate k is row k of the three tables.
   static constexpr double kGrid[3][kGridRows] = {
@@ -64,6 +63,7 @@ struct Family : TrendedFamily {
   static constexpr bool kHasStability = true;
   static bool stable(const double* w) { return zes3stb(w[0], w[1], w[2]) != 0; }
 
+  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
   // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
   static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
   static long stderr_min_nobs(const WINMODEL&) { return 4; }

@@ -10,14 +10,19 @@
 //   fit<F>(model)                 the driver (nes1fit, nes2fit, ...):
 //     grid<F>                       best of 20 candidates, then evaluated
 //     iterate<F> x at most 99       one outer iteration:
-//       trystep<F>                    build a trial point within the bounds,
+//       trystep<F>                    build a trial point within the bounds
+//                                     (classify<F>: one bound rule for every
+//                                     form),
 //         nextstep<F>                 evaluate it: passes, cross products,
-//                                     the steps and the convergence measure
+//                                     the steps (solve1<F>, solven<F>) and
+//                                     the convergence measure
 //       improve                       accept it or not; adapt lambda
 //     end of fit                    weights, error variance, standard errors
 //
-// nextstep<F> has the signature of step3::NextStepFn, so the three-weight
-// constrained step (smoothing/step3.h) calls back into it.
+// The one-weight form and the two- and three-weight form share the bound
+// classifier and the snap; where the forms differ (the one-weight jump over
+// zero and its undamped solve, the three-weight pair step, the test at a
+// corner) the template says so by the number of weights.
 //
 // ---------------------------------------------------------------------------
 // A family trait F (a struct of static members; see es1fit.h for the
@@ -44,9 +49,9 @@
 //                                                when the test needs the
 //                                                model (the number of seasons)
 //   Differences between the copies
-//     static constexpr GradDivisor kGradDivisor; two-weight solve: the
-//                                                gradient divides by nobs
-//                                                (linear) or by n (seasonal)
+//     static constexpr GradDivisor kGradDivisor; two- and three-weight solve:
+//                                                the gradient divides by nobs
+//                                                (linear) or by n (the others)
 //     static constexpr bool kJumpOverZero;       one-weight trystep: a trial
 //                                                weight near 0 fails without
 //                                                bounds and jumps over 0 with
@@ -54,7 +59,6 @@
 //     static constexpr MseScaling kMseScaling;   form of nobs / (nobs - p)
 //     static long stderr_min_nobs(const WINMODEL&);  nobs from which standard
 //                                                errors are computed
-//     static constexpr step3::Third kThird;      three-weight families only
 //   Passes (the kernel, one observation at a time)
 //     static int pass_begin(WINMODEL*, FITCON*, const double* w);
 //         smooth from svi, clear the family's derivative arrays (the frame
@@ -82,8 +86,11 @@
 //     static int std_errors(double* xpxdiag, double mse, long nobs,
 //                           double* parms, double* stderr, double* tvals);
 //   (divide, fit_setup and fit_cleanup have defaults in FamilyDefaults)
-//     static double divide(double num, double den);  the unit's guarded
-//                                                quotient (one and two weights)
+//     static double divide(double num, double den);  the guarded quotient of
+//                                                the offsets and the step cut:
+//                                                guarded_divide (one and two
+//                                                weights) or bounded_divide
+//                                                (three weights)
 //   Setup (families with derivative arrays of their own)
 //     static int fit_setup(WINMODEL*, FITCON*);   0 or -100
 //     static void fit_cleanup(WINMODEL*, FITCON*);
@@ -112,7 +119,6 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "smoothing/frame_limits.h"
-#include "smoothing/step3.h"
 
 // ---------------------------------------------------------------------------
 // Records of the frame
@@ -218,6 +224,16 @@ inline constexpr double kStartLambda = 0.01;
 inline constexpr double kMaxLambda = 1000.0;
 inline constexpr double kMinLambda = 0.0001;   // a lambda below this becomes 0
 inline constexpr double kGridScaleLimit = 100.0;  // grid scaling clamps bounds to +-this
+
+// The quotient of the three-weight families: num / den when that cannot
+// overflow, otherwise 0 for a zero numerator and +-kBig by the sign of the
+// quotient.
+inline double bounded_divide(double num, double den) noexcept {
+  if (std::fabs(den) >= 1.0 || std::fabs(num) < std::fabs(den) * kBig) return num / den;
+  if (num == 0.0) return 0.0;
+  if (den == 0.0) return num > 0.0 ? kBig : -kBig;
+  return num * den > 0.0 ? kBig : -kBig;
+}
 
 // Defaults a family trait inherits unless it has something of its own: the
 // guarded quotient of the kernels, and no derivative arrays to set up.
@@ -461,6 +477,19 @@ int passes(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, doubl
   return rc;
 }
 
+// Caps the step v[idx[0..count-1]] at length 1; returns its length after the
+// cap.
+inline double cap_length(double* v, const int* idx, int count) noexcept {
+  double sum = 0.0;
+  for (int i = 0; i < count; ++i) sum += v[idx[i]] * v[idx[i]];
+  double nrm = std::sqrt(sum);
+  if (nrm > 1.0) {
+    for (int i = 0; i < count; ++i) v[idx[i]] = v[idx[i]] / nrm;
+    nrm = 1.0;
+  }
+  return nrm;
+}
+
 // One weight: solve the 2x2 system of (derivative, error).
 template <class F>
 int solve1(WINMODEL* /*model*/, FITCON* fitcon, POINT* point, double* xpx, long nmiss) {
@@ -493,78 +522,151 @@ int solve1(WINMODEL* /*model*/, FITCON* fitcon, POINT* point, double* xpx, long 
   return kOk;
 }
 
-// Two weights: the subset step with one weight free, the full step, and the
-// Levenberg-Marquardt damped full step.
+// Three weights, the step with one pair free and the third held: the pair
+// the pins leave free when the point came from a pair step (dim 2), else the
+// pair its positions leave inside.  A failed pivot under lambda > 0 sweeps
+// the ridged pair again, without resetting the flags of the first try.
 template <class F>
-int solve2(WINMODEL* model, FITCON* fitcon, POINT* point, double* xpx, long nmiss) {
+void solve_pair(const double* xpx, const double* diag, double lambda, double ridge, double sse,
+                POINT* point) {
+  constexpr int e = 3;  // row of the error
+  const bool by_pins = point->wbnds.dim == 2;
+  const int first = by_pins ? pinned_of(*point, F::kSlots[0]) : position_of(*point, F::kSlots[0]);
+  const int second = by_pins ? pinned_of(*point, F::kSlots[1]) : position_of(*point, F::kSlots[1]);
+  const int a = first == 0 ? 0 : 1;
+  const int b = first == 0 && second == 0 ? 1 : 2;
+  point->delta2[3 - a - b] = 0.0;
+
+  double sub[6];
+  auto build = [&](double scale) {
+    sub[pk(0, 0)] = scale * xpx[pk(a, a)];
+    sub[pk(1, 1)] = scale * xpx[pk(b, b)];
+    sub[pk(0, 1)] = xpx[pk(a, b)];
+    sub[pk(0, 2)] = xpx[pk(a, e)];
+    sub[pk(1, 2)] = xpx[pk(b, e)];
+    sub[pk(2, 2)] = xpx[pk(e, e)];
+  };
+  const double tol_a = (diag[a] + kEps2) * kPivotTol2;
+  const double tol_b = (diag[b] + kEps2) * kPivotTol2;
+  char cc[3] = {'0', '0', '0'};
+  double work[3];
+  build(1.0);
+  zsweep(sub, 0, 3, cc, work, tol_a);
+  zsweep(sub, 1, 3, cc, work, tol_b);
+  if (lambda > 0.0 && (cc[0] == '0' || cc[1] == '0')) {
+    build(ridge);
+    zsweep(sub, 0, 3, cc, work, tol_a);
+    zsweep(sub, 1, 3, cc, work, tol_b);
+  }
+  point->rr[1] = relative_offset<F>(sub[pk(2, 2)], sse);
+  point->delta2[a] = cc[0] == '1' ? -sub[pk(0, 2)] : 0.0;
+  point->delta2[b] = cc[1] == '1' ? -sub[pk(1, 2)] : 0.0;
+  const int idx[2] = {a, b};
+  point->delta_norm2 = cap_length(point->delta2, idx, 2);
+}
+
+// Two or three weights, the step with one weight free: the first weight
+// strictly inside its bounds (the last when none is).
+template <class F>
+void solve_single(const double* xpx, const double* diag, double sse, POINT* point) {
+  constexpr int p = F::kNumWeights;
+  int k = 0;
+  while (k < p - 1 && position_of(*point, F::kSlots[k]) != 0) ++k;
+  for (int i = 0; i < p; ++i) {
+    if (i != k) point->delta1[i] = 0.0;
+  }
+  double sub[3] = {xpx[pk(k, k)], xpx[pk(k, p)], xpx[pk(p, p)]};
+  char cc[2] = {'0', '0'};
+  double work[2];
+  zsweep(sub, 0, 2, cc, work, (diag[k] + kEps2) * kPivotTol1);
+  point->rr[0] = relative_offset<F>(sub[pk(1, 1)], sse);
+  double d = cc[0] == '1' ? -sub[pk(0, 1)] : 0.0;
+  // The three-weight step measures its length as the root of the sum of
+  // squares, as it does for its longer steps; the two-weight step by the
+  // absolute value.  They differ only where d * d leaves the range.
+  const double len = p == 3 ? std::sqrt(d * d) : std::fabs(d);
+  if (len > 1.0) d = d / len;
+  point->delta1[k] = d;
+  point->delta_norm1 = len > 1.0 ? 1.0 : len;
+}
+
+// Two or three weights: the steps with one weight free and (three weights)
+// with a pair free while the bounds hold the others, then the full step and
+// its Levenberg-Marquardt damped form, each capped at length 1, with the
+// relative offsets rr[0..p-1] of 1 to p free weights.
+template <class F>
+int solven(WINMODEL* model, FITCON* fitcon, POINT* point, double* xpx, long nmiss) {
+  constexpr int p = F::kNumWeights;
+  constexpr int e = p;  // row of the error
+  constexpr double pivot_tol = p == 2 ? kPivotTol2 : kPivotTol3;
+  static_assert(p == 2 || p == 3, "two or three weights");
   const long n = fitcon->n;
   const long nobs = n - nmiss;
   if (nobs < 1) return kTooFew;
-  const double sse = xpx[pk(2, 2)];
+  const double sse = xpx[pk(e, e)];
   point->mse = sse / static_cast<double>(nobs);
   point->nobs = nobs;
   point->nmiss = nmiss;
   const double gdiv =
       F::kGradDivisor == GradDivisor::n ? static_cast<double>(n) : static_cast<double>(nobs);
-  for (int i = 0; i < 2; ++i) {
-    point->grad[i] = 2.0 * xpx[pk(i, 2)] / gdiv;
-    point->xpxdiag[i] = xpx[pk(i, i)];
+  double diag[p];
+  for (int i = 0; i < p; ++i) {
+    point->grad[i] = 2.0 * xpx[pk(i, e)] / gdiv;
+    diag[i] = xpx[pk(i, i)];
+    point->xpxdiag[i] = diag[i];
   }
   const double lambda = fitcon->lambda;
-  const double scale = lambda > 0.0 ? 1.0 + lambda : 1.0;
-  double work[3];
+  const double ridge = lambda > 0.0 ? 1.0 + lambda : 1.0;
 
-  // Subset step: only the weight that is still strictly inside may move.
-  if (model->wbnds.bounds && point->wbnds.nextdim < 2) {
-    const int f = position_of(*point, F::kSlots[0]) == 0 ? 0 : 1;
-    point->delta1[1 - f] = 0.0;
-    double sub[3] = {xpx[pk(f, f)], xpx[pk(f, 2)], xpx[pk(2, 2)]};
-    char cc1[2] = {'0', '0'};
-    zsweep(sub, 0, 2, cc1, work, (point->xpxdiag[f] + kEps2) * kPivotTol1);
-    point->rr[0] = relative_offset<F>(sub[pk(1, 1)], sse);
-    double d = cc1[0] == '1' ? -sub[pk(0, 1)] : 0.0;
-    if (std::fabs(d) > 1.0) d = d / std::fabs(d);
-    point->delta1[f] = d;
-    point->delta_norm1 = std::fabs(d);
+  // The subset steps: only weights still strictly inside may move.
+  if (model->wbnds.bounds) {
+    if constexpr (p == 3) {
+      if (point->wbnds.nextdim == 2 || point->wbnds.dim == 2) {
+        solve_pair<F>(xpx, diag, lambda, ridge, sse, point);
+      }
+    }
+    if (point->wbnds.nextdim < 2) solve_single<F>(xpx, diag, sse, point);
   }
 
-  double xpx2[6];
+  // The full step.
+  double xpx2[(p + 1) * (p + 2) / 2];
   if (lambda > 0.0) std::memcpy(xpx2, xpx, sizeof xpx2);
-
-  // Full step.
-  char cc[3] = {'0', '0', '0'};
-  const double tol[2] = {(point->xpxdiag[0] + kEps2) * kPivotTol2,
-                         (point->xpxdiag[1] + kEps2) * kPivotTol2};
-  zsweep(xpx, 0, 3, cc, work, tol[0]);
-  zsweep(xpx, 1, 3, cc, work, tol[1]);
-  const int rank = (cc[0] == '1') + (cc[1] == '1');
+  char cc[p + 1];
+  std::memset(cc, '0', sizeof cc);
+  double work[p + 1];
+  double tol[p];
+  for (int k = 0; k < p; ++k) {
+    tol[k] = (diag[k] + kEps2) * pivot_tol;
+    zsweep(xpx, k, p + 1, cc, work, tol[k]);
+  }
+  int rank = 0;
+  for (int k = 0; k < p; ++k) rank += cc[k] == '1';
   point->rankxpx = rank;
-  point->rr[1] = relative_offset<F>(xpx[pk(2, 2)], sse);
+  point->rr[p - 1] = relative_offset<F>(xpx[pk(e, e)], sse);
 
-  // Damped step: the same pivots, with the diagonal raised by 1 + lambda.
+  // Damped step: the diagonal raised by 1 + lambda, swept on the pivots that
+  // the undamped system accepted.
   const double* step = xpx;
   if (lambda > 0.0) {
-    xpx2[pk(0, 0)] *= scale;
-    xpx2[pk(1, 1)] *= scale;
-    char cc2[3] = {'0', '0', '0'};
-    for (int k = 0; k < 2; ++k) {
-      if (cc[k] == '1') zsweep(xpx2, k, 3, cc2, work, tol[k]);
+    for (int k = 0; k < p; ++k) xpx2[pk(k, k)] *= ridge;
+    char cc2[p + 1];
+    std::memset(cc2, '0', sizeof cc2);
+    for (int k = 0; k < p; ++k) {
+      if (cc[k] == '1') zsweep(xpx2, k, p + 1, cc2, work, tol[k]);
     }
     step = xpx2;
   }
-  for (int k = 0; k < 2; ++k) {
-    point->delta[k] = cc[k] == '1' ? -step[pk(k, 2)] : 0.0;
-    point->xpxdiag[k] = 0.5 * (rank == 2 ? xpx[pk(k, k)] : step[pk(k, k)]);
+  double grad2 = 0.0;
+  int all[p];
+  for (int k = 0; k < p; ++k) {
+    // e = xhat - x, so the step is minus the regression coefficient.
+    point->delta[k] = cc[k] == '1' ? -step[pk(k, e)] : 0.0;
+    point->xpxdiag[k] = 0.5 * (rank == p ? xpx[pk(k, k)] : step[pk(k, k)]);
+    grad2 += point->grad[k] * point->grad[k];
+    all[k] = k;
   }
-  double nrm = std::sqrt(point->delta[0] * point->delta[0] + point->delta[1] * point->delta[1]);
-  if (nrm > 1.0) {
-    point->delta[0] = point->delta[0] / nrm;
-    point->delta[1] = point->delta[1] / nrm;
-    nrm = 1.0;
-  }
-  point->delta_norm = nrm;
-  point->grad_norm =
-      std::sqrt(point->grad[0] * point->grad[0] + point->grad[1] * point->grad[1]);
+  point->delta_norm = cap_length(point->delta, all, p);
+  point->grad_norm = std::sqrt(grad2);
   return kOk;
 }
 
@@ -584,10 +686,8 @@ int nextstep(WINMODEL* model, FITCON* fitcon, POINT* point, double* /*old_delta*
   if (rc < 0) return rc;
   if constexpr (p == 1) {
     rc = solve1<F>(model, fitcon, point, xpx, nmiss);
-  } else if constexpr (p == 2) {
-    rc = solve2<F>(model, fitcon, point, xpx, nmiss);
   } else {
-    rc = step3::nextstep(model, fitcon, point, xpx, fitcon->n, nmiss, F::kThird);
+    rc = solven<F>(model, fitcon, point, xpx, nmiss);
   }
   if (rc < 0) return rc;
   if (model->opt.numeric) derivative_check<F>(model, fitcon, point);
@@ -598,11 +698,56 @@ int nextstep(WINMODEL* model, FITCON* fitcon, POINT* point, double* /*old_delta*
 // trystep: build a trial point from the current one and evaluate it
 // ---------------------------------------------------------------------------
 
+// The bound classifier of every form: the trial current + d of each weight
+// against its bounds.  A weight at or past a bound gets the flag -1 (lower)
+// or +1 (upper), room the distance from its current value to that bound, and
+// a pin when it is fixed or stood on that same bound at `current`; a weight
+// strictly inside gets the flag 0, no pin and room d.  nextdim counts the
+// weights inside.  Returns dim, the number of weights that may move.
+template <class F>
+int classify(const WGTBNDS& wb, const POINT& current, POINT* newp, const double* d,
+             double* room) {
+  int dim = F::kNumWeights;
+  newp->wbnds.nextdim = 0;
+  for (int i = 0; i < F::kNumWeights; ++i) {
+    const Slot s = F::kSlots[i];
+    const double* b = bounds_of(wb, s);
+    const double wcur = weight_of(current, s);
+    const double t = wcur + d[i];
+    int& flg = position_of(*newp, s);
+    char& chn = pinned_of(*newp, s);
+    if (t <= b[0]) {
+      flg = -1;
+      room[i] = wcur - b[0];
+      chn = fixed_of(wb, s) || position_of(current, s) == -1;
+    } else if (t >= b[1]) {
+      flg = 1;
+      room[i] = b[1] - wcur;
+      chn = fixed_of(wb, s) || position_of(current, s) == 1;
+    } else {
+      flg = 0;
+      chn = 0;
+      room[i] = d[i];
+      ++newp->wbnds.nextdim;
+    }
+    if (chn) --dim;
+  }
+  return dim;
+}
+
+// A weight within its tolerance of a bound lands on the bound.
+inline double snap(const double* b, double w) noexcept {
+  if (w - b[0] < b[2]) w = b[0];
+  if (b[1] - w < b[2]) w = b[1];
+  return w;
+}
+
 // One weight.  A trial that overshoots a bound lands on it; a point on a bound
 // whose next step still points outward gets rflag, and a second such trial
 // ends the search with r = 0.
-template <class F>
-int trystep1(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, POINT* newp) {
+template <class F, class Evaluate>
+int trystep1(WINMODEL* model, FITCON* fitcon, const POINT* current, double stepsize,
+             POINT* newp, Evaluate evaluate) {
   const Slot s = F::kSlots[0];
   const WGTBNDS& wb = model->wbnds;
   const double wcur = weight_of(*current, s);
@@ -615,34 +760,17 @@ int trystep1(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, P
     weight_of(*newp, s) = wnew;
     newp->change = change;
     newp->wbnds.dim = 1;
-    const int rc = nextstep<F>(model, fitcon, newp, nullptr);
+    const int rc = evaluate(newp);
     ++fitcon->subiter;
     return rc;
   }
 
   const double* b = bounds_of(wb, s);
-  const double lo = b[0];
-  const double hi = b[1];
-  const double tol = b[2];
-  const bool fixed = fixed_of(wb, s);
-  int& flg = position_of(*newp, s);
-  char& chn = pinned_of(*newp, s);
-  newp->wbnds.nextdim = 0;
   const double trial = wcur + d;
-  if (trial <= lo) {
-    flg = -1;
-    d = lo - wcur;
-    chn = fixed || position_of(*current, s) == -1;
-  } else if (trial >= hi) {
-    flg = 1;
-    d = hi - wcur;
-    chn = fixed || position_of(*current, s) == 1;
-  } else {
-    newp->wbnds.nextdim = 1;
-    flg = 0;
-    chn = 0;
-  }
-  const int dim = 1 - chn;
+  double room = 0.0;
+  const int dim = classify<F>(wb, *current, newp, &d, &room);
+  const int flg = position_of(*newp, s);
+  if (flg != 0) d = (flg < 0 ? b[0] : b[1]) - wcur;
   if (dim == 1) change = std::fabs(d);
   if (dim == 0 && current->rflag == 1) {
     // The weight stands on its bound and stays there: the search ends.
@@ -655,19 +783,16 @@ int trystep1(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, P
     d = 2.0 * d;
     change = std::fabs(d);
   }
-  double wnew = wcur + d;
-  if (wnew - lo < tol) wnew = lo;
-  if (hi - wnew < tol) wnew = hi;
-  weight_of(*newp, s) = wnew;
+  weight_of(*newp, s) = snap(b, wcur + d);
   newp->change = change;
   newp->wbnds.dim = static_cast<char>(dim);
-  const int rc = nextstep<F>(model, fitcon, newp, nullptr);
+  const int rc = evaluate(newp);
   if (rc < 0) return rc;
 
   if (newp->wbnds.nextdim == 0) {
     const double next = newp->delta[0];
     const bool back_inside =
-        newp->wbnds.wlevchn == 0 && ((flg == -1 && next > kEps) || (flg == 1 && next < -kEps));
+        pinned_of(*newp, s) == 0 && ((flg == -1 && next > kEps) || (flg == 1 && next < -kEps));
     if (!back_inside) {
       newp->rflag = 1;
       if (current->rflag == 1) newp->r = 0.0;
@@ -677,116 +802,113 @@ int trystep1(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, P
   return kOk;
 }
 
-// Classification of a two-weight step against the bounds; flags and pins go
-// into `newp`.  Returns dim, the number of weights that may move.
-template <class F>
-int classify2(const WGTBNDS& wb, const POINT* current, POINT* newp, const double* d,
-              double* room) {
-  int dim = 2;
-  newp->wbnds.nextdim = 0;
-  for (int i = 0; i < 2; ++i) {
-    const Slot s = F::kSlots[i];
-    const double* b = bounds_of(wb, s);
-    const double wcur = weight_of(*current, s);
-    const double t = wcur + d[i];
-    int& flg = position_of(*newp, s);
-    char& chn = pinned_of(*newp, s);
-    if (t <= b[0]) {
-      flg = -1;
-      room[i] = wcur - b[0];
-      chn = fixed_of(wb, s) || position_of(*current, s) == -1;
-    } else if (t >= b[1]) {
-      flg = 1;
-      room[i] = b[1] - wcur;
-      chn = fixed_of(wb, s) || position_of(*current, s) == 1;
-    } else {
-      flg = 0;
-      chn = 0;
-      room[i] = d[i];
-      ++newp->wbnds.nextdim;
-    }
-    if (chn) --dim;
-  }
-  return dim;
-}
-
-// Two weights.  The whole step shrinks along its direction until the first
-// bound; when a weight is pinned the subset step moves the other one.
-template <class F>
-int trystep2(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, POINT* newp) {
+// Two or three weights.  The full step is tried first; while the bounds pin
+// weights it falls back on the step of the weights left free (three
+// weights: the pair step, then the single step).  The chosen step shrinks
+// along its direction until the first weight meets its bound, and weights
+// within their tolerance of a bound snap onto it.
+template <class F, class Evaluate>
+int trystepn(WINMODEL* model, FITCON* fitcon, const POINT* current, double stepsize, POINT* newp,
+             Evaluate evaluate) {
+  constexpr int p = F::kNumWeights;
+  static_assert(p == 2 || p == 3, "two or three weights");
   const WGTBNDS& wb = model->wbnds;
-  double d[2] = {stepsize * current->delta[0], stepsize * current->delta[1]};
+  double d[p];
+  for (int i = 0; i < p; ++i) d[i] = stepsize * current->delta[i];
 
   if (!wb.bounds) {
-    for (int i = 0; i < 2; ++i) weight_of(*newp, F::kSlots[i]) = weight_of(*current, F::kSlots[i]) + d[i];
-    newp->change = std::sqrt(d[0] * d[0] + d[1] * d[1]);
-    newp->wbnds.dim = 2;
-    const int rc = nextstep<F>(model, fitcon, newp, nullptr);
-    newp->r = newp->rr[1];
+    double sum = 0.0;
+    for (int i = 0; i < p; ++i) {
+      weight_of(*newp, F::kSlots[i]) = weight_of(*current, F::kSlots[i]) + d[i];
+      sum += d[i] * d[i];
+    }
+    newp->change = std::sqrt(sum);
+    newp->wbnds.dim = p;
+    const int rc = evaluate(newp);
+    newp->r = newp->rr[p - 1];
     ++fitcon->subiter;
     return rc;
   }
 
-  double room[2];
-  double step[2];
-  int dim = classify2<F>(wb, current, newp, d, room);
-  if (dim == 2) {
-    const double q0 = std::fabs(F::divide(room[0], d[0]));
-    const double q1 = std::fabs(F::divide(room[1], d[1]));
-    const double cut = (q0 != 0.0 && q0 <= q1) ? q0 : q1;
-    if (cut >= kBig) return kOverflow;
-    step[0] = cut * d[0];
-    step[1] = cut * d[1];
-  } else {
-    d[0] = stepsize * current->delta1[0];
-    d[1] = stepsize * current->delta1[1];
-    dim = classify2<F>(wb, current, newp, d, room);
-    const bool pin0 = pinned_of(*newp, F::kSlots[0]) != 0;
-    const bool pin1 = pinned_of(*newp, F::kSlots[1]) != 0;
-    const double q0 = pin0 ? kBig : std::fabs(F::divide(room[0], d[0]));
-    const double q1 = pin1 ? kBig : std::fabs(F::divide(room[1], d[1]));
-    const double cut = (q0 != 0.0 && q0 <= q1) ? q0 : q1;
-    if (cut >= kBig) return kOverflow;
-    step[0] = pin0 ? 0.0 : cut * d[0];
-    step[1] = pin1 ? 0.0 : cut * d[1];
+  double room[p];
+  int dim = classify<F>(wb, *current, newp, d, room);
+  if (p == 3 && dim < 3) {
+    for (int i = 0; i < p; ++i) d[i] = stepsize * current->delta2[i];
+    dim = classify<F>(wb, *current, newp, d, room);
   }
-
-  for (int i = 0; i < 2; ++i) {
-    const Slot s = F::kSlots[i];
-    const double* b = bounds_of(wb, s);
-    double wnew = weight_of(*current, s) + step[i];
-    if (wnew - b[0] < b[2]) wnew = b[0];
-    if (b[1] - wnew < b[2]) wnew = b[1];
-    weight_of(*newp, s) = wnew;
-  }
-  newp->change = std::sqrt(step[0] * step[0] + step[1] * step[1]);
-  newp->wbnds.dim = static_cast<char>(dim);
-
-  // Recount after snapping.
-  newp->wbnds.nextdim = 0;
-  for (int i = 0; i < 2; ++i) {
-    const Slot s = F::kSlots[i];
-    const double* b = bounds_of(wb, s);
-    const double wnew = weight_of(*newp, s);
-    if (wnew > b[0] && wnew < b[1]) {
-      position_of(*newp, s) = 0;
-      ++newp->wbnds.nextdim;
+  if (dim < 2) {
+    for (int i = 0; i < p; ++i) d[i] = stepsize * current->delta1[i];
+    dim = classify<F>(wb, *current, newp, d, room);
+    if (dim == 0 && current->rflag == 1) {
+      // A corner the search has accepted already: stay there.
+      *newp = *current;
+      newp->r = 0.0;
+      return kOk;
     }
   }
 
-  const int rc = nextstep<F>(model, fitcon, newp, nullptr);
+  // Cut the step at the first bound along its direction.  A weight with no
+  // room (fraction 0) is passed over, except the second weight, whose zero
+  // fraction stands and gives a zero step.
+  double frac[p];
+  for (int i = 0; i < p; ++i) {
+    frac[i] = pinned_of(*newp, F::kSlots[i]) ? kBig : std::fabs(F::divide(room[i], d[i]));
+  }
+  double cut = frac[1];
+  if (frac[0] != 0.0 && frac[0] <= frac[1]) cut = frac[0];
+  if (p == 3 && frac[p - 1] != 0.0 && frac[p - 1] < cut) cut = frac[p - 1];
+  if (cut >= kBig) return kOverflow;
+
+  double sum = 0.0;
+  int inside = 0;
+  for (int i = 0; i < p; ++i) {
+    const Slot s = F::kSlots[i];
+    const double step = pinned_of(*newp, s) ? 0.0 : d[i] * cut;
+    sum += step * step;
+    weight_of(*newp, s) = snap(bounds_of(wb, s), weight_of(*current, s) + step);
+  }
+  newp->change = std::sqrt(sum);
+  newp->wbnds.dim = static_cast<char>(dim);
+  for (int i = 0; i < p; ++i) {
+    const Slot s = F::kSlots[i];
+    const double* b = bounds_of(wb, s);
+    const double w = weight_of(*newp, s);
+    if (w > b[0] && w < b[1]) {
+      position_of(*newp, s) = 0;
+      ++inside;
+    }
+  }
+  newp->wbnds.nextdim = static_cast<char>(inside);
+
+  const int rc = evaluate(newp);
   if (rc < 0) return rc;
   newp->r = dim == 0 ? 0.0 : newp->rr[dim - 1];
 
-  if (newp->wbnds.nextdim == 0) {
+  // Every weight on a bound: does the single step lead back inside?  Two
+  // weights: any flagged weight whose step points inside keeps the search
+  // going, else it ends.  Three weights: only unpinned weights count, each
+  // with a margin of kEps; when none leads back the point gets rflag and r
+  // from the single step, and a second such corner ends the search.
+  if (inside == 0) {
     bool back_inside = false;
-    for (int i = 0; i < 2; ++i) {
-      const int flg = position_of(*newp, F::kSlots[i]);
-      if ((flg == -1 && newp->delta1[i] > 0.0) || (flg == 1 && newp->delta1[i] < 0.0)) {
-        back_inside = true;
+    for (int i = 0; i < p; ++i) {
+      const Slot s = F::kSlots[i];
+      const int flg = position_of(*newp, s);
+      const double step1 = newp->delta1[i];
+      if constexpr (p == 2) {
+        back_inside |= (flg == -1 && step1 > 0.0) || (flg == 1 && step1 < 0.0);
+      } else if (!pinned_of(*newp, s)) {
+        back_inside |= flg < 0 ? step1 > kEps : step1 < -kEps;
       }
     }
-    if (!back_inside) newp->r = 0.0;
+    if (!back_inside) {
+      if constexpr (p == 2) {
+        newp->r = 0.0;
+      } else {
+        newp->rflag = 1;
+        newp->r = current->rflag == 1 ? 0.0 : newp->rr[0];
+      }
+    }
   }
   ++fitcon->subiter;
   return kOk;
@@ -794,15 +916,17 @@ int trystep2(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, P
 
 // Builds the trial point `newp` from `current` with step fraction `stepsize`
 // and evaluates it.  Returns 0 or a negative code; the driver counts any
-// non-zero result as a failed trial.
+// non-zero result as a failed trial.  The caller zeroes `newp` once at the
+// start of each outer iteration, not between trials.
 template <class F>
 int trystep(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, POINT* newp) {
+  auto evaluate = [model, fitcon](POINT* point) {
+    return nextstep<F>(model, fitcon, point, nullptr);
+  };
   if constexpr (F::kNumWeights == 1) {
-    return trystep1<F>(model, fitcon, current, stepsize, newp);
-  } else if constexpr (F::kNumWeights == 2) {
-    return trystep2<F>(model, fitcon, current, stepsize, newp);
+    return trystep1<F>(model, fitcon, current, stepsize, newp, evaluate);
   } else {
-    return step3::trystep(model, fitcon, current, stepsize, newp, F::kThird, &nextstep<F>);
+    return trystepn<F>(model, fitcon, current, stepsize, newp, evaluate);
   }
 }
 

@@ -67,7 +67,7 @@ using namespace smoothing::frame;
 struct Family : FamilyDefaults {
   static constexpr int kNumWeights = 3;
   static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::season};
-  static constexpr step3::Third kThird = step3::Third::season;
+  static double divide(double num, double den) { return bounded_divide(num, den); }
 
   // Candidate k is row k of the three tables.
   static constexpr double kGrid[3][kGridRows] = {
@@ -86,7 +86,7 @@ struct Family : FamilyDefaults {
     return zwinstb(model->ts.nseasons, model->additive, w[0], w[1], w[2]) != 0;
   }
 
-  static constexpr GradDivisor kGradDivisor = GradDivisor::n;  // (two-weight solve only)
+  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
   static constexpr bool kJumpOverZero = false;
   // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
   static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
