@@ -316,8 +316,8 @@ TEST(FrameSteps, NoImprovementHalvesTheStepAndCapsLambda) {
 // step is a fiftieth of the Gauss-Newton step, improves, and leaves most of
 // the way still to go, so the search runs out of iterations.
 struct SluggishFamily : es1::Family {
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value, double* wder) {
-    const int rc = es1::Family::fitobs(model, fitcon, w, t, value, wder);
+  static int fitobs(fr::Pass& pass, const double* w, long t, double value, double* wder) {
+    const int rc = es1::Family::fitobs(pass, w, t, value, wder);
     wder[0] *= 50.0;
     return rc;
   }
@@ -406,24 +406,24 @@ struct OffsetFamily : fr::FamilyDefaults {
     *out = mse(f, m->svi.level, w[0], w[1]);
     return 0;
   }
-  static int pass_begin(WINMODEL* m, FITCON*, const double*) {
-    m->smooth.level = m->svi.level;
+  static int pass_begin(const WINMODEL& m, fr::Pass& pass, const double*) {
+    pass.smooth.level = m.svi.level;
     return 0;
   }
-  static double missing_value(const WINMODEL* m, const FITCON*, const double* w, long) {
-    return m->smooth.level + w[1];
+  static double missing_value(const fr::Pass& pass, const double* w, long) {
+    return pass.smooth.level + w[1];
   }
-  static int fitobs(WINMODEL* m, FITCON* f, const double* w, long, double value, double* wder) {
-    const double l = m->smooth.level;
-    wder[0] = f->derwork.level[0];
+  static int fitobs(fr::Pass& pass, const double* w, long, double value, double* wder) {
+    const double l = pass.smooth.level;
+    wder[0] = pass.der.level[0];
     wder[1] = 1.0;
     wder[2] = l + w[1] - value;
-    f->derwork.level[0] = value - l + (1.0 - w[0]) * f->derwork.level[0];
-    m->smooth.level = value * w[0] + l * (1.0 - w[0]);
+    pass.der.level[0] = value - l + (1.0 - w[0]) * pass.der.level[0];
+    pass.smooth.level = value * w[0] + l * (1.0 - w[0]);
     return 0;
   }
-  static void turn(WINMODEL*, FITCON*, const double*) {}
-  static void save_start(WINMODEL* m) { m->startvals.level = m->smooth.level; }
+  static void turn(fr::Pass&, const double*) {}
+  static void save_start(const fr::Pass& pass, WINMODEL* m) { m->startvals.level = pass.smooth.level; }
   static int std_errors(double* xpxdiag, double mse, long, double* parms, double* se, double* t) {
     for (int i = 0; i < 2; ++i) {
       se[i] = std::sqrt(std::fabs(xpxdiag[i]) * mse);

@@ -65,33 +65,32 @@ struct Family : FamilyDefaults, LevelWeightShape {
                 model->svi.level, rc, mse);
   }
 
-  static int pass_begin(WINMODEL* model, FITCON*, const double*) {
-    model->smooth.level = model->svi.level;
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
+    pass.smooth.level = model.svi.level;
     return kOk;
   }
 
   // A missing observation takes the current level as its value, so that the
   // level stays where it is.
-  static double missing_value(const WINMODEL* model, const FITCON*, const double*, long) {
-    return model->smooth.level;
-  }
+  static double missing_value(const Pass& pass, const double*, long) { return pass.smooth.level; }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
-                    double* wder) {
-    const double before = model->smooth.level;
+  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
+    const double before = pass.smooth.level;
     double xhat = 0.0;
     double e = 0.0;
-    int rc = es1::point(value, model->ts.descstats.norm, w[0], &model->smooth.level, &xhat, &e);
+    int rc = es1::point(value, pass.xscale, w[0], &pass.smooth.level, &xhat, &e);
     if (rc < 0) return rc;
-    rc = es1::point_derivative(value, w[0], before, &fitcon->derwork.level[0], wder);
+    rc = es1::point_derivative(value, w[0], before, &pass.der.level[0], wder);
     if (rc < 0) return rc;
-    model->smooth.xhat = xhat;
+    pass.smooth.xhat = xhat;
     wder[1] = e;
     return kOk;
   }
 
-  static void turn(WINMODEL*, FITCON*, const double*) {}
-  static void save_start(WINMODEL* model) { model->startvals.level = model->smooth.level; }
+  static void turn(Pass&, const double*) {}
+  static void save_start(const Pass& pass, WINMODEL* model) {
+    model->startvals.level = pass.smooth.level;
+  }
 
   static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
                         double* tvals) {

@@ -79,14 +79,13 @@ struct Family : TrendedFamily {
 
   // A missing observation takes the prediction L + T as its value: its error
   // is 0 and its state change the step over a missing observation.
-  static double missing_value(const WINMODEL* model, const FITCON*, const double*, long) {
-    return model->smooth.level + model->smooth.trend;
+  static double missing_value(const Pass& pass, const double*, long) {
+    return pass.smooth.level + pass.smooth.trend;
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
-                    double* wder) {
+  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
     return fit_observation<2>(
-        model, fitcon, value, wder,
+        pass, value, wder,
         [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
           return es2::point(x, xscale, w[0], w[1], l, t, xhat, e);
         },
@@ -96,9 +95,7 @@ struct Family : TrendedFamily {
   }
 
   // Between the passes the state turns round, and its derivatives with it.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    turn_level_trend<2>(model, fitcon);
-  }
+  static void turn(Pass& pass, const double*) { turn_level_trend<2>(pass); }
 
   static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
                         double* tvals) {

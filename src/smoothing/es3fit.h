@@ -82,14 +82,13 @@ struct Family : TrendedFamily {
 
   // A missing observation takes the prediction L + wdamp * T as its value,
   // so that it has no error.
-  static double missing_value(const WINMODEL* model, const FITCON*, const double* w, long) {
-    return model->smooth.level + model->smooth.trend * w[2];
+  static double missing_value(const Pass& pass, const double* w, long) {
+    return pass.smooth.level + pass.smooth.trend * w[2];
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
-                    double* wder) {
+  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
     return fit_observation<3>(
-        model, fitcon, value, wder,
+        pass, value, wder,
         [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
           return es3::point(x, xscale, w[0], w[1], w[2], l, t, xhat, e);
         },
@@ -100,9 +99,9 @@ struct Family : TrendedFamily {
 
   // The reversal between the passes: one more damped step back, and the
   // trend turned forward in time, for the state and its derivatives.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double* w) {
-    SMOOTHVALS& s = model->smooth;
-    WINT_DER& d = fitcon->derwork;
+  static void turn(Pass& pass, const double* w) {
+    SMOOTHVALS& s = pass.smooth;
+    WINT_DER& d = pass.der;
     const double wdamp = w[2];
     const double t = s.trend;
     d.level[0] += wdamp * d.trend[0];

@@ -65,21 +65,20 @@ struct Family : TrendedFamily, LevelWeightShape {
   }
 
   // A weight of 0 cannot start a pass.
-  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double* w) {
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double* w) {
     if (std::fabs(w[0]) < kTiny) return kOverflow;
-    return TrendedFamily::pass_begin(model, fitcon, w);
+    return TrendedFamily::pass_begin(model, pass, w);
   }
 
   // A missing observation takes the prediction L + T / w as its value,
   // without a step of the state first.
-  static double missing_value(const WINMODEL* model, const FITCON*, const double* w, long) {
-    return model->smooth.level + model->smooth.trend / w[0];
+  static double missing_value(const Pass& pass, const double* w, long) {
+    return pass.smooth.level + pass.smooth.trend / w[0];
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
-                    double* wder) {
+  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
     return fit_observation<1>(
-        model, fitcon, value, wder,
+        pass, value, wder,
         [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
           return esd::point(x, xscale, w[0], l, t, xhat, e);
         },
@@ -89,9 +88,7 @@ struct Family : TrendedFamily, LevelWeightShape {
   }
 
   // Between the passes the state and its derivatives turn round.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    turn_level_trend<1>(model, fitcon);
-  }
+  static void turn(Pass& pass, const double*) { turn_level_trend<1>(pass); }
 
   static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
                         double* tvals) {

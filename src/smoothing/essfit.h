@@ -145,9 +145,10 @@ struct Family : FamilyDefaults {
         });
   }
 
-  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
-    reset_from_svi(model);
-    const WINT_DER_SEASON& sd = fitcon->derwork.season;
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
+    pass.smooth.level = model.svi.level;
+    copy_factors(&model, pass.smooth.sfactor, model.svi.sfactor);
+    const WINT_DER_SEASON& sd = pass.der.season;
     std::memset(sd.wlevel, 0, static_cast<size_t>(sd.size));
     std::memset(sd.wseason, 0, static_cast<size_t>(sd.size));
     return kOk;
@@ -155,26 +156,23 @@ struct Family : FamilyDefaults {
 
   // A missing observation takes the prediction, level plus its season's
   // factor, as its value: no error, and the state stays where it is.
-  static double missing_value(const WINMODEL* model, const FITCON* fitcon, const double*,
-                              long t) {
-    return model->smooth.level + model->smooth.sfactor[fitcon->scodes[t]];
+  static double missing_value(const Pass& pass, const double*, long t) {
+    return pass.smooth.level + pass.smooth.sfactor[pass.scodes[t]];
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value,
-                    double* wder) {
-    SMOOTHVALS& sm = model->smooth;
-    const int s = fitcon->scodes[t];
+  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
+    SMOOTHVALS& sm = pass.smooth;
+    const int s = pass.scodes[t];
     const double llevel = sm.level;
     const double lseason = sm.sfactor[s];
     double xhat = 0.0;
     double e = 0.0;
-    int rc = ess::point(value, model->ts.descstats.norm, w[0], w[1], &sm.level, sm.sfactor, s,
-                        &xhat, &e);
+    int rc = ess::point(value, pass.xscale, w[0], w[1], &sm.level, sm.sfactor, s, &xhat, &e);
     if (rc < 0) return rc;
-    WINT_DER_SEASON& sd = fitcon->derwork.season;
+    WINT_DER_SEASON& sd = pass.der.season;
     double dersea[2] = {sd.wlevel[s], sd.wseason[s]};
-    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason,
-                               fitcon->derwork.level, dersea, wder);
+    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason, pass.der.level,
+                               dersea, wder);
     sd.wlevel[s] = dersea[0];
     sd.wseason[s] = dersea[1];
     if (rc < 0) return rc;
@@ -184,14 +182,14 @@ struct Family : FamilyDefaults {
   }
 
   // Between the passes the factors are centred, at the start of the series.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    WINT_DER& d = fitcon->derwork;
-    ess::centre(model->ts.nseasons, &model->smooth.level, model->smooth.sfactor, d.level,
-                d.season.wlevel, d.season.wseason);
+  static void turn(Pass& pass, const double*) {
+    WINT_DER& d = pass.der;
+    ess::centre(pass.nseasons, &pass.smooth.level, pass.smooth.sfactor, d.level, d.season.wlevel,
+                d.season.wseason);
   }
-  static void save_start(WINMODEL* model) {
-    model->startvals.level = model->smooth.level;
-    copy_factors(model, model->startvals.sfactor, model->smooth.sfactor);
+  static void save_start(const Pass& pass, WINMODEL* model) {
+    model->startvals.level = pass.smooth.level;
+    copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
   }
 
   static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,

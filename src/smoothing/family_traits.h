@@ -68,14 +68,14 @@ struct LevelWeightShape {
 // a forecast starts from svi (startflg 0) or startvals, and a row of the
 // table has eight doubles, the last two LEVEL and TREND.
 struct TrendedFamily : FamilyDefaults {
-  static int pass_begin(WINMODEL* model, FITCON*, const double*) {
-    model->smooth.level = model->svi.level;
-    model->smooth.trend = model->svi.trend;
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
+    pass.smooth.level = model.svi.level;
+    pass.smooth.trend = model.svi.trend;
     return kOk;
   }
-  static void save_start(WINMODEL* model) {
-    model->startvals.level = model->smooth.level;
-    model->startvals.trend = model->smooth.trend;
+  static void save_start(const Pass& pass, WINMODEL* model) {
+    model->startvals.level = pass.smooth.level;
+    model->startvals.trend = pass.smooth.trend;
   }
 
   static constexpr const char* kTraceExtraHeading = nullptr;
@@ -95,18 +95,17 @@ struct TrendedFamily : FamilyDefaults {
 // &trend, &xhat, &e) is its z..pnt and derive(value, llevel, clevel, ltrend,
 // derlev, dertre, wder) its z..dpd, with llevel and ltrend the states before
 // the observation and clevel the level after it. The state goes to
-// model->smooth, the error to wder[P].
+// pass.smooth, the error to wder[P].
 template <int P, class Point, class Derive>
-inline int fit_observation(WINMODEL* model, FITCON* fitcon, double value, double* wder,
-                           Point point, Derive derive) {
-  SMOOTHVALS& s = model->smooth;
+inline int fit_observation(Pass& pass, double value, double* wder, Point point, Derive derive) {
+  SMOOTHVALS& s = pass.smooth;
   const double llevel = s.level;
   const double ltrend = s.trend;
   double xhat = 0.0;
   double e = 0.0;
-  int rc = point(value, model->ts.descstats.norm, &s.level, &s.trend, &xhat, &e);
+  int rc = point(value, pass.xscale, &s.level, &s.trend, &xhat, &e);
   if (rc < 0) return rc;
-  rc = derive(value, llevel, s.level, ltrend, fitcon->derwork.level, fitcon->derwork.trend, wder);
+  rc = derive(value, llevel, s.level, ltrend, pass.der.level, pass.der.trend, wder);
   if (rc < 0) return rc;
   s.xhat = xhat;
   wder[P] = e;
@@ -117,9 +116,9 @@ inline int fit_observation(WINMODEL* model, FITCON* fitcon, double value, double
 // applied to the state and its derivatives: the level steps forward by the
 // trend and the trend points forward in time.
 template <int P>
-inline void turn_level_trend(WINMODEL* model, FITCON* fitcon) {
-  SMOOTHVALS& s = model->smooth;
-  WINT_DER& d = fitcon->derwork;
+inline void turn_level_trend(Pass& pass) {
+  SMOOTHVALS& s = pass.smooth;
+  WINT_DER& d = pass.der;
   s.level += s.trend;
   for (int i = 0; i < P; ++i) d.level[i] += d.trend[i];
   s.trend = -s.trend;

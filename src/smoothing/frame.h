@@ -59,22 +59,24 @@
 //     static constexpr MseScaling kMseScaling;   form of nobs / (nobs - p)
 //     static long stderr_min_nobs(const WINMODEL&);  nobs from which standard
 //                                                errors are computed
-//   Passes (the kernel, one observation at a time)
-//     static int pass_begin(WINMODEL*, FITCON*, const double* w);
-//         smooth from svi, clear the family's derivative arrays (the frame
-//         clears derwork.level/.trend); may refuse the weights with -9
-//     static double missing_value(const WINMODEL*, const FITCON*,
-//                                 const double* w, long t);
+//   Passes (the kernel, one observation at a time, on the evaluation's
+//   Pass record: the series, its scale and seasons, the working state and
+//   its running derivatives, loaded once per evaluation)
+//     static int pass_begin(const WINMODEL&, Pass&, const double* w);
+//         the state from svi, clear the family's derivative arrays (the frame
+//         clears der.level/.trend); may refuse the weights with -9
+//     static double missing_value(const Pass&, const double* w, long t);
 //         the value that stands in for a missing observation t: the current
 //         prediction, so that the observation has no error
-//     static int fitobs(WINMODEL*, FITCON*, const double* w, long t,
-//                       double value, double* wder);
+//     static int fitobs(Pass&, const double* w, long t, double value,
+//                       double* wder);
 //         the kernel's z..pnt and z..dpd on `value`; the state goes to
-//         model->smooth, the p prediction derivatives to wder[0..p-1] and the
+//         pass.smooth, the p prediction derivatives to wder[0..p-1] and the
 //         error to wder[p]; 0 or a negative kernel code
-//     static void turn(WINMODEL*, FITCON*, const double* w);
+//     static void turn(Pass&, const double* w);
 //         between the backward and the forward pass (reversal, centring)
-//     static void save_start(WINMODEL*);          startvals from smooth
+//     static void save_start(const Pass&, WINMODEL*);  startvals from the
+//                                                state
 //   Grid evaluation and results
 //     static int grid_mse(WINMODEL*, const FITCON*, const double* w,
 //                         double* mse);           reset from svi, z..smo
@@ -385,11 +387,38 @@ inline void add_cross_products(const double* d, double* sscp) noexcept {
   }
 }
 
-// The family's backward and forward passes with derivatives.  Fills the packed
-// (p+1)x(p+1) matrix of cross products of (prediction derivatives, e) and the
-// count of missing observations of the forward pass.
+// What the passes of one evaluation read and carry.  The frame loads it from
+// the model and the fit control once per evaluation and stores the state and
+// its derivatives back once: the passes work on a local record that no store
+// to the series, the factors or the derivative arrays can reach, so that the
+// state and its derivatives may stay in registers from one observation to
+// the next.
+struct Pass {
+  const double* x;     // the fit range
+  const char* misflg;  // its missing flags
+  const int* scodes;   // its season codes (seasonal families), else null
+  long n;              // observations in the fit range
+  double min_nmiss;    // largest tolerated count of missing observations
+  double xscale;       // ts.descstats.norm
+  int nseasons;        // ts.nseasons
+  int additive;        // Winters: 1 additive, 0 multiplicative
+  SMOOTHVALS smooth;   // the working state (model->smooth)
+  WINT_DER der;        // running derivatives of the state (fitcon->derwork)
+};
+
+inline Pass load_pass(const WINMODEL& model, const FITCON& fitcon) noexcept {
+  return Pass{fitcon.x,        fitcon.misflg,          fitcon.scodes,    fitcon.n,
+              fitcon.min_nmiss, model.ts.descstats.norm, model.ts.nseasons, model.additive,
+              model.smooth,    fitcon.derwork};
+}
+
+// The family's backward and forward passes with derivatives on `pass`.  Fills
+// the packed (p+1)x(p+1) matrix of cross products of (prediction
+// derivatives, e) and the count of missing observations of the forward pass.
+// Writes model->startvals between the passes.  Inlined into passes, where
+// `pass` is a local.
 template <class F>
-int passes_on(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, double* xpx,
+[[gnu::always_inline]] inline int passes_on(WINMODEL* model, Pass& pass, POINT* point, const double* w, double* xpx,
               long* nmiss_out) {
   constexpr int p = F::kNumWeights;
   constexpr int nx = (p + 1) * (p + 2) / 2;
@@ -399,30 +428,29 @@ int passes_on(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, do
   point->nmiss = kUnevaluatedNmissLong;
   for (int k = 0; k < nx; ++k) xpx[k] = 0.0;
   for (int k = 0; k < 3; ++k) {
-    fitcon->derwork.level[k] = 0.0;
-    fitcon->derwork.trend[k] = 0.0;
+    pass.der.level[k] = 0.0;
+    pass.der.trend[k] = 0.0;
   }
-  int rc = F::pass_begin(model, fitcon, w);
+  int rc = F::pass_begin(*model, pass, w);
   if (rc < 0) return rc;
 
-  const double* x = fitcon->x;
-  const char* misflg = fitcon->misflg;
-  const long n = fitcon->n;
+  const double* x = pass.x;
+  const char* misflg = pass.misflg;
+  const long n = pass.n;
   double wder[p + 1] = {};
 
   // Backward pass: the derivative recursion runs, nothing accumulates.
   for (long t = n - 1; t >= 0; --t) {
-    const double value = misflg[t] ? F::missing_value(model, fitcon, w, t) : x[t];
-    rc = F::fitobs(model, fitcon, w, t, value, wder);
+    const double value = misflg[t] ? F::missing_value(pass, w, t) : x[t];
+    rc = F::fitobs(pass, w, t, value, wder);
     if (rc < 0) return rc;
   }
-  F::turn(model, fitcon, w);
-  F::save_start(model);
+  F::turn(pass, w);
+  F::save_start(pass, model);
 
   // Forward pass.  A missing observation has the prediction in its place: its
   // error is 0, yet its derivative row enters the cross products.  The sums
-  // build in a local array, which no store to the model or series can touch,
-  // and go to xpx on every way out.
+  // build in a local array and go to xpx on every way out.
   double acc[nx] = {};
   long nmiss = 0;
   rc = kOk;
@@ -430,15 +458,15 @@ int passes_on(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, do
     double value;
     if (misflg[t]) {
       ++nmiss;
-      if (static_cast<double>(nmiss) > fitcon->min_nmiss) {
+      if (static_cast<double>(nmiss) > pass.min_nmiss) {
         rc = kTooFew;
         break;
       }
-      value = F::missing_value(model, fitcon, w, t);
+      value = F::missing_value(pass, w, t);
     } else {
       value = x[t];
     }
-    rc = F::fitobs(model, fitcon, w, t, value, wder);
+    rc = F::fitobs(pass, w, t, value, wder);
     if (rc < 0) break;
     if constexpr (p == 1) {
       acc[0] += wder[0] * wder[0];
@@ -460,20 +488,15 @@ int passes_on(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, do
   return kOk;
 }
 
-// The passes run on local copies of the model and the fit control: no store
-// to the series or the cross products can reach a local, so the state and its
-// derivatives may stay in registers from one observation to the next.  The
-// copies go back whole however the passes end.
+// The passes of one evaluation: the pass state loaded once, and the state
+// and its derivatives stored back however the passes end.
 template <class F>
 int passes(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, double* xpx,
            long* nmiss_out) {
-  WINMODEL local_model;
-  FITCON local_fitcon;
-  std::memcpy(static_cast<void*>(&local_model), model, sizeof(WINMODEL));
-  std::memcpy(static_cast<void*>(&local_fitcon), fitcon, sizeof(FITCON));
-  const int rc = passes_on<F>(&local_model, &local_fitcon, point, w, xpx, nmiss_out);
-  std::memcpy(static_cast<void*>(model), &local_model, sizeof(WINMODEL));
-  std::memcpy(static_cast<void*>(fitcon), &local_fitcon, sizeof(FITCON));
+  Pass pass = load_pass(*model, *fitcon);
+  const int rc = passes_on<F>(model, pass, point, w, xpx, nmiss_out);
+  model->smooth = pass.smooth;
+  fitcon->derwork = pass.der;
   return rc;
 }
 

@@ -151,10 +151,12 @@ struct Family : FamilyDefaults {
     reset_from_svi(model);
   }
 
-  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
-    reset_from_svi(model);
-    const WINT_DER_SEASON& d = fitcon->derwork.season;
-    const size_t bytes = factor_bytes(model);
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
+    pass.smooth.level = model.svi.level;
+    pass.smooth.trend = model.svi.trend;
+    copy_factors(&model, pass.smooth.sfactor, model.svi.sfactor);
+    const WINT_DER_SEASON& d = pass.der.season;
+    const size_t bytes = factor_bytes(&model);
     if (bytes) {
       std::memset(d.wlevel, 0, bytes);
       std::memset(d.wtrend, 0, bytes);
@@ -165,29 +167,27 @@ struct Family : FamilyDefaults {
 
   // A missing observation takes the prediction as its value, so that it has
   // no error.
-  static double missing_value(const WINMODEL* model, const FITCON* fitcon, const double*, long t) {
-    const SMOOTHVALS& s = model->smooth;
-    const double season = s.sfactor[fitcon->scodes[t]];
-    return model->additive ? s.level + s.trend + season : (s.level + s.trend) * season;
+  static double missing_value(const Pass& pass, const double*, long t) {
+    const SMOOTHVALS& s = pass.smooth;
+    const double season = s.sfactor[pass.scodes[t]];
+    return pass.additive ? s.level + s.trend + season : (s.level + s.trend) * season;
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value,
-                    double* wder) {
-    SMOOTHVALS& s = model->smooth;
-    const int code = fitcon->scodes[t];
+  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
+    SMOOTHVALS& s = pass.smooth;
+    const int code = pass.scodes[t];
     const double llevel = s.level;
     const double ltrend = s.trend;
     const double lseason = s.sfactor[code];
     double xhat = 0.0;
     double e = 0.0;
-    int rc = point(value, model->ts.descstats.norm, model->additive, w[0], w[1], w[2], &s.level,
-                   &s.trend, s.sfactor, code, &xhat, &e);
+    int rc = point(value, pass.xscale, pass.additive, w[0], w[1], w[2], &s.level, &s.trend,
+                   s.sfactor, code, &xhat, &e);
     if (rc < 0) return rc;
-    WINT_DER_SEASON& d = fitcon->derwork.season;
+    WINT_DER_SEASON& d = pass.der.season;
     double dersea[3] = {d.wlevel[code], d.wtrend[code], d.wseason[code]};
     rc = point_derivative(value, w[0], w[1], w[2], llevel, s.level, ltrend, lseason,
-                          model->additive, fitcon->derwork.level, fitcon->derwork.trend, dersea,
-                          wder);
+                          pass.additive, pass.der.level, pass.der.trend, dersea, wder);
     d.wlevel[code] = dersea[0];
     d.wtrend[code] = dersea[1];
     d.wseason[code] = dersea[2];
@@ -199,20 +199,20 @@ struct Family : FamilyDefaults {
 
   // At the first observation: normalise (trend still backward), then take
   // one more trend step back and turn the trend forward in time.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    SMOOTHVALS& s = model->smooth;
-    WINT_DER& d = fitcon->derwork;
-    zwinnmd(model->ts.nseasons, model->additive, &s.level, &s.trend, s.sfactor, d.level, d.trend,
+  static void turn(Pass& pass, const double*) {
+    SMOOTHVALS& s = pass.smooth;
+    WINT_DER& d = pass.der;
+    zwinnmd(pass.nseasons, pass.additive, &s.level, &s.trend, s.sfactor, d.level, d.trend,
             d.season.wlevel, d.season.wtrend, d.season.wseason);
     s.level += s.trend;
     for (int i = 0; i < 3; ++i) d.level[i] += d.trend[i];
     s.trend = -s.trend;
     for (int i = 0; i < 3; ++i) d.trend[i] = -d.trend[i];
   }
-  static void save_start(WINMODEL* model) {
-    model->startvals.level = model->smooth.level;
-    model->startvals.trend = model->smooth.trend;
-    copy_factors(model, model->startvals.sfactor, model->smooth.sfactor);
+  static void save_start(const Pass& pass, WINMODEL* model) {
+    model->startvals.level = pass.smooth.level;
+    model->startvals.trend = pass.smooth.trend;
+    copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
   }
 
   static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
