@@ -3,9 +3,10 @@
 // forecast methods called, and their answers read back into plain results.
 #include "runner/runner.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <cctype>
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -152,6 +153,7 @@ struct Lists {
   long eval_first = 0;  // the evaluation range, the same way
   long eval_last = -1;
   std::function<double(long)> period;  // start of the i-th period of the series
+  double fit_method_seconds = 0.0;     // thread CPU time in the fit method
 
   Lists() = default;
   Lists(const Lists&) = delete;
@@ -275,6 +277,7 @@ ObservationCycles& observation_cycles() {
 // Places the series and builds the lists of a method call.
 void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   using namespace esf::host;
+  if (plan.interval_token.empty()) throw RunError("--interval: no interval named, and none found from the time IDs");
   const ModelOptions& o = plan.options;
   ModuleCalendar cal(loader);
   INTERVAL interval = plan.interval;
@@ -405,7 +408,9 @@ FITEND run_fit(Loader& loader, const Family& family, Lists& p) {
   call.list(p.series).list(p.spec).list(p.fit_range).list(p.eval_range).list(p.model).number(0);
   FITEND end{};
   auto* fit_ended = loader.symbol<int(int, PSCPLIST*, List, FITEND*)>("esf_fit_ended");
+  const double t0 = thread_cpu_seconds();
   fit_ended(family.fit_slot, call.plist(), nullptr, &end);
+  p.fit_method_seconds += thread_cpu_seconds() - t0;
   const int code = call.return_code().value_or(999);
   if (code != 0) {
     throw RunError(
@@ -478,11 +483,15 @@ ForecastTable read_table(TimeUnits units) {
 }
 
 // Runs the forecast method on the lists of a fitted or given model.
-ForecastTable call_forecast(Loader& loader, const Plan& plan, Lists& p, double cl, int lead) {
+// *method_seconds, when given, gets the thread CPU time in the method.
+ForecastTable call_forecast(Loader& loader, const Plan& plan, Lists& p, double cl, int lead,
+                            double* method_seconds = nullptr) {
   host::assign_memory_libref(kTableLibref);
   host::MethodCall call;
   call.list(p.series).list(p.model).list(p.eval_range).text(kTableName).number(cl).number(lead).number(0);
+  const double t0 = method_seconds != nullptr ? thread_cpu_seconds() : 0.0;
   loader.call(plan.family->forecast_slot, call);
+  if (method_seconds != nullptr) *method_seconds = thread_cpu_seconds() - t0;
   const int code = call.return_code().value_or(999);
   if (code != 0) {
     throw RunError(fmt::format("the {} forecast failed: {} (return code {})", plan.family->name,
@@ -684,6 +693,12 @@ Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool k
 
 }  // namespace
 
+double thread_cpu_seconds() {
+  timespec ts{};
+  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+  return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+}
+
 std::string describe(FitEnd end) {
   switch (end) {
     case FitEnd::kNotEstimated:
@@ -744,6 +759,8 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
     check_options(options, *p.family);
   }
   loader_.load();
+  // No interval: each series of a batch finds its own from its time IDs.
+  if (options.interval.empty()) return p;
   ModuleCalendar cal(loader_);
   std::string text = options.interval;
   const int rc = cal.zintstr(text.data(), static_cast<int>(text.size()), &p.interval);
@@ -912,7 +929,7 @@ void empirical_limits(Loader& loader, const Plan& plan, Lists& p, ForecastTable&
 }  // namespace
 
 ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, const SavedModel* saved) const {
-  const auto t0 = std::chrono::steady_clock::now();
+  const double t0 = thread_cpu_seconds();
   ForecastResult result;
   std::optional<AutoChoice> choice;
   const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice);
@@ -981,8 +998,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
     result.fit.choice = std::move(choice);
   }
   Lists& p = *lists;
-  const auto t1 = std::chrono::steady_clock::now();
-  result.fit_seconds = std::chrono::duration<double>(t1 - t0).count();
+  const double t1 = thread_cpu_seconds();
+  result.fit_seconds = t1 - t0;
 
   // The table at the first level asked (or at --cl), then a pair of limits
   // for every further level, from the method run at that level.
@@ -991,7 +1008,9 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   for (double level : o.levels) cls.push_back((100.0 - level) / 100.0);
   if (cls.empty()) cls.push_back(o.cl);
   const int lead = std::max(o.lead, o.holdout);
-  result.table = call_forecast(loader_, plan, p, cls[0], lead);
+  double forecast_method_seconds = 0.0;
+  result.table = call_forecast(loader_, plan, p, cls[0], lead, &forecast_method_seconds);
+  result.module_seconds = p.fit_method_seconds + forecast_method_seconds;
   std::vector<std::pair<std::size_t, double>> limit_columns = {{kUpper, 1.0 - cls[0]}};
   for (std::size_t i = 1; i < cls.size(); ++i) {
     ForecastTable t = call_forecast(loader_, plan, p, cls[i], lead);
@@ -1033,7 +1052,7 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
                                            coverage(a, tail(upper + 1), tail(upper)));
     }
   }
-  result.forecast_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t1).count();
+  result.forecast_seconds = thread_cpu_seconds() - t1;
   return result;
 }
 

@@ -1,45 +1,27 @@
-// The two units of seasonal exponential smoothing are its kernel (esssubs.h) and this one: the
-// family's trait on the shared estimation frame (smoothing/frame.h) and
+// The second of the two units of seasonal exponential smoothing, beside its kernel (esssubs.h):
+// the family's trait on the shared estimation frame (smoothing/frame.h) and
 // forecast driver (smoothing/frame_out.h), and the exported drivers that
 // instantiate them.
 #pragma once
 
 #include <cstring>
 
-#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/host_api.h"
 #include "module/win_model.h"
 #include "smoothing/esssubs.h"
 #include "smoothing/family_traits.h"
+#include "smoothing/frame_drivers.h"
 #include "smoothing/frame.h"
 #include "smoothing/frame_out.h"
 #include "smoothing/trend_kernel.h"
 
-extern "C" {
-
-// Estimates wlevel and wseason over model->fitrange, starting the backward
-// pass from model->svi (level and the ts.nseasons factors).  Fills
-// model->pest (parms, stderr, tvals, mse) and leaves the last evaluated
-// state in model->smooth and its centred time-0 state in model->startvals.
-// Returns 0 (converged), 90 (usable weights, convergence test not met), -8
-// (no usable grid start) or -100 (no memory for the derivative arrays).
-ESF_EXPORT int nessfit(struct WINMODEL* model);
+// The exported drivers (smoothing/frame_drivers.h).
+ESF_DECLARE_DRIVERS(nessfit, nessfor)
 
 // Returns the two arrays of factor derivatives to the current pool; a null
 // is passed over.
-ESF_EXPORT void nessfitfree(double* dwlevel, double* dwseason);
-
-// Runs the prediction pass over the fit range to the end of the evaluation
-// range, continues with model->lead forecasts and writes the output table
-// model->out.dsname: time ID, ACTUAL, FORECAST, the two limits, RESIDUAL,
-// STD, LEVEL, SEASON.  startflg non-zero: model->startvals is the state at
-// time 0; otherwise the backward pass runs from model->svi.  Returns 0,
-// -100, -101, -999 or the kernel's negative code; stats.mse holds the
-// pass's error variance.
-ESF_EXPORT int nessfor(struct WINMODEL* model, int startflg);
-
-}  // extern "C"
+extern "C" ESF_EXPORT void nessfitfree(double* dwlevel, double* dwseason);
 
 namespace ess {
 
