@@ -431,12 +431,10 @@ struct OffsetFamily : fr::FamilyDefaults {
     }
     return 0;
   }
-  static constexpr const char* kTraceWeightHeading = "   Level    Offset   ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  ";
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
-  static constexpr const char* kCheckTitle = " Offset Smoothing Partial Derivative Information    ";
-  static constexpr const char* kCheckHeading = "                  LEVEL    OFFSET                   ";
+  static constexpr fr::Diagnostics kDiagnostics = {
+      "   Level    Offset   ", "%8.93f  %8.93f  ", nullptr, nullptr,
+      " Offset Smoothing Partial Derivative Information    ",
+      "                  LEVEL    OFFSET                   "};
   static int numeric_gradient(WINMODEL* m, const FITCON* f, const double* w, const double* d,
                               int, double* pder) {
     for (int i = 0; i < 2; ++i) {

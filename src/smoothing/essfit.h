@@ -45,12 +45,11 @@ struct Family : FamilyDefaults {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::season};
 
-  // level_grid and season_grid: candidate k is row k of both.
-  static constexpr double kGrid[2][kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.5, 0.4, 0.5, 0.3, 0.4, 0.5, 0.2, 0.3, 0.4, 0.5,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.9, 0.9, 0.9, 0.9, 0.1}};
+  // Candidate k tries entry k of both tables.
+  static constexpr double kSeasonGrid[kGridRows] = {0.5, 0.4, 0.5, 0.3, 0.4, 0.5, 0.2,
+                                                    0.3, 0.4, 0.5, 0.1, 0.2, 0.3, 0.4,
+                                                    0.5, 0.9, 0.9, 0.9, 0.9, 0.1};
+  static constexpr const double* kGrid[2] = {kLevelGrid, kSeasonGrid};
   // Default bounds 0.001 .. 0.999 for both: the tables stand as they are.
   static constexpr double kGridLo[2] = {0.001, 0.001};
   static constexpr double kGridScale[2] = {0.998, 0.998};
@@ -174,19 +173,14 @@ struct Family : FamilyDefaults {
     copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
   }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zessstd(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zessstd;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level     Seasonal  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  ";
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
-  static constexpr const char* kCheckTitle = " Seasonal Smoothing Partial Derivative Information  ";
-  static constexpr const char* kCheckHeading =
-      "                  LEVEL    SEASON                   ";
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level     Seasonal  ", "%8.93f  %8.93f  ",
+      nullptr, nullptr,
+      " Seasonal Smoothing Partial Derivative Information  ",
+      "                  LEVEL    SEASON                   "};
   // essders: the numeric derivatives run on copies of the start factors and
   // of the season codes.
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,

@@ -46,6 +46,16 @@ inline bool codes_fit(const int* scodes, long last, int nseasons) {
   return true;
 }
 
+// The level and trend tables of the grid that the families with more than
+// one weight share: candidate k tries level kLevelGrid[k] (and trend
+// kTrendGrid[k]).
+inline constexpr double kLevelGrid[kGridRows] = {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1,
+                                                 0.2, 0.3, 0.4, 0.1, 0.2, 0.3, 0.4,
+                                                 0.5, 0.1, 0.4, 0.6, 0.9, 0.9};
+inline constexpr double kTrendGrid[kGridRows] = {0.01, 0.05, 0.01, 0.1,  0.05, 0.01, 0.15,
+                                                 0.1,  0.05, 0.01, 0.25, 0.15, 0.1,  0.05,
+                                                 0.01, 0.9,  0.6,  0.4,  0.1,  0.9};
+
 // One weight, the level's, tried on level_grid.
 struct LevelWeightShape {
   static constexpr int kNumWeights = 1;
@@ -77,9 +87,6 @@ struct TrendedFamily : FamilyDefaults {
     model->startvals.level = pass.smooth.level;
     model->startvals.trend = pass.smooth.trend;
   }
-
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
 
   static constexpr int kRowDoubles = 8;
   static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}};

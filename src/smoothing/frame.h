@@ -35,8 +35,9 @@
 //                                                order (level, trend, then
 //                                                damping or seasonal)
 //   Grid
-//     static constexpr double kGrid[p][20];      candidate k is row k of every
-//                                                table (not a cross product)
+//     static constexpr const double* kGrid[p];   candidate k is entry k of
+//                                                every table of kGridRows
+//                                                (not a cross product)
 //     static constexpr double kGridLo[p];        the bounds under which the
 //     static constexpr double kGridScale[p];     tables are used unscaled:
 //                                                max(lo,-100) == kGridLo[i] and
@@ -97,12 +98,8 @@
 //     static int fit_setup(WINMODEL*, FITCON*);   0 or -100
 //     static void fit_cleanup(WINMODEL*, FITCON*);
 //   Diagnostics (reached only through prtflag and opt.numeric)
-//     static constexpr const char* kTraceWeightHeading;  e.g. "   Level  "
-//     static constexpr const char* kTraceWeightFormat;   one format, p values
-//     static constexpr const char* kTraceExtraHeading;   null, or the heading
-//     static constexpr const char* kTraceExtraFormat;    of dder0, dder1, phi
-//     static constexpr const char* kCheckTitle;
-//     static constexpr const char* kCheckHeading;        null for one weight
+//     static constexpr Diagnostics kDiagnostics;  the texts of the trace and
+//                                                the check (frame_trace.h)
 //     static int numeric_gradient(WINMODEL*, const FITCON*, const double* w,
 //                                 const double* deltas, int wkflag,
 //                                 double* pder);          the family's z..npd
@@ -418,8 +415,8 @@ inline Pass load_pass(const WINMODEL& model, const FITCON& fitcon) noexcept {
 // Writes model->startvals between the passes.  Inlined into passes, where
 // `pass` is a local.
 template <class F>
-[[gnu::always_inline]] inline int passes_on(WINMODEL* model, Pass& pass, POINT* point, const double* w, double* xpx,
-              long* nmiss_out) {
+[[gnu::always_inline]] inline int passes_on(WINMODEL* model, Pass& pass, POINT* point,
+                                            const double* w, double* xpx, long* nmiss_out) {
   constexpr int p = F::kNumWeights;
   constexpr int nx = (p + 1) * (p + 2) / 2;
 

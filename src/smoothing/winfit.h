@@ -46,14 +46,11 @@ struct Family : FamilyDefaults {
   static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::season};
   static double divide(double num, double den) { return bounded_divide(num, den); }
 
-  // Candidate k is row k of the three tables.
-  static constexpr double kGrid[3][kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.01, 0.05, 0.01, 0.1, 0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
-       0.25, 0.15, 0.1, 0.05, 0.01, 0.9, 0.6, 0.4, 0.1, 0.9},
-      {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4, 0.4, 0.4, 0.4,
-       0.6, 0.2, 0.2, 0.2, 0.2, 0.8, 0.6, 0.4, 0.4, 0.6}};
+  // Candidate k tries entry k of the three tables.
+  static constexpr double kSeasonGrid[kGridRows] = {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4,
+                                                    0.4, 0.4, 0.4, 0.6, 0.2, 0.2, 0.2,
+                                                    0.2, 0.8, 0.6, 0.4, 0.4, 0.6};
+  static constexpr const double* kGrid[3] = {kLevelGrid, kTrendGrid, kSeasonGrid};
   // The tables stand as they are under the default bounds 0.001 .. 0.999.
   static constexpr double kGridLo[3] = {0.001, 0.001, 0.001};
   static constexpr double kGridScale[3] = {0.998, 0.998, 0.998};
@@ -192,18 +189,14 @@ struct Family : FamilyDefaults {
     copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
   }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zwinstd(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zwinstd;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level     Trend  Seasonal  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  %8.93f  ";
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
-  static constexpr const char* kCheckTitle = " Winter's Method Partial Derivative Information     ";
-  static constexpr const char* kCheckHeading = "                  LEVEL    TREND    SEASON          ";
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level     Trend  Seasonal  ", "%8.93f  %8.93f  %8.93f  ",
+      nullptr, nullptr,
+      " Winter's Method Partial Derivative Information     ",
+      "                  LEVEL    TREND    SEASON          "};
   static const char* check_subtitle(const WINMODEL* model) {
     return model->additive ? "     Additive Model                                 "
                            : "     Multiplicative Model                           ";
