@@ -130,7 +130,8 @@ void run(benchmark::State& state, const char* model, const char* interval, const
   o.model = model;
   o.interval = interval;
   o.lead = 12;
-  const runner::Plan plan = r.plan(o, forecast);
+  runner::Plan plan = r.plan(o, forecast);
+  plan.timed = true;
   const runner::SeriesTable table(file.string(), {{"id"}, "", {}});
   runner::BatchOptions b;
   b.threads = threads;

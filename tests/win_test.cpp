@@ -9,6 +9,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +26,7 @@
 #include "regression/regression.h"
 #include "smoothing/winfit.h"
 #include "smoothing/winsubs.h"
+#include "support/pass_compare.h"
 #include "support/method_session.h"
 #include "support/smooth_model.h"
 #include "support/trend_session.h"
@@ -193,9 +196,10 @@ struct WinModel : Model {
   WinModel(const std::vector<double>& x, int ns, int additive) : Model(x, 3) {
     seasons(ns);
     get()->additive = additive;
-    zwinsvi(get()->ts.x, get()->ts.misflg, get()->ts.nobs, ns, 0, additive, 1, &get()->svi.level,
-            &get()->svi.trend, get()->svi.sfactor);
+    start_rc = zwinsvi(get()->ts.x, get()->ts.misflg, get()->ts.nobs, ns, 0, additive, 1,
+                       &get()->svi.level, &get()->svi.trend, get()->svi.sfactor);
   }
+  int start_rc;
 };
 
 struct W {
@@ -359,6 +363,81 @@ TEST_P(WinKernel, ForecastsFollowTheTrendedLineAndTheEndFactors) {
   std::vector<double> ones(ns, 1.0);
   EXPECT_EQ(zwinclm(w.a, w.g, w.c, ns, 2.0, ns + 1, 0.05, ones.data(), 1, nullptr),
             zwincla(w.a, w.g, w.c, ns, 2.0, ns + 1, 0.05, nullptr));
+}
+
+// The kernel's derivative loops give the frame's results to the bit, where
+// the passes end well and where they stop (a factor below the floor, cross
+// products past their limit, which the unchecked forward loop must find
+// again by the checked one).
+TEST_P(WinKernel, DerivativeLoopsGiveTheBitsOfTheFrameStepByStep) {
+  std::vector<std::pair<std::vector<double>, int>> series;
+  std::vector<double> gaps = example_series("AirPassengers.csv");
+  gaps[5] = gaps[40] = gaps[143] = std::nan("");
+  series.emplace_back(gaps, 12);
+  std::vector<double> alternating = example_series("UKgas.csv");
+  for (std::size_t t = 0; t < alternating.size(); t += 2) alternating[t] = -alternating[t];
+  series.emplace_back(alternating, 4);
+  for (double scale : {1e74, 1e75, 1e76, 1e77, 1e80}) {
+    std::vector<double> big = example_series("USAccDeaths.csv");
+    for (double& v : big) v *= scale;
+    series.emplace_back(big, 12);
+  }
+  int stopped = 0;
+  for (const auto& [x, ns] : series) {
+    WinModel m(x, ns, additive());
+    ASSERT_EQ(m.start_rc, 0);
+    stopped += pass_test::expect_same_passes<win::Family>(
+        m.get(), m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.scodes,
+        {0.3, 0.05, 0.2, 0.9, 0.9, 0.6, 0.05, 0.5, 0.9});
+  }
+  EXPECT_GT(stopped, 0);
+}
+
+// The side-by-side passes in every lane width (the widest the processor has,
+// one triple at a time, SSE2 lanes) give every triple the return code and
+// the bits of its own pass, also where guards trip; the family suite runs
+// the grid only in the widest.
+TEST_P(WinKernel, SideBySidePassesInEveryLaneWidth) {
+  std::vector<double> w;
+  for (double a : {0.05, 0.3, 0.9, 1.6}) {
+    for (double g : {0.01, 0.5, 0.99}) {
+      for (double c : {0.1, 0.6, 2.5}) w.insert(w.end(), {a, g, c});
+    }
+  }
+  w.insert(w.end(), {1e200, 0.1, 0.1});  // beyond the state limit
+  const int count = static_cast<int>(w.size()) / 3;
+  std::vector<double> alternating = example_series("UKgas.csv");
+  for (std::size_t t = 0; t < alternating.size(); t += 2) alternating[t] = -alternating[t];
+  std::vector<double> gaps = example_series("AirPassengers.csv");
+  gaps[5] = gaps[40] = gaps[143] = std::nan("");
+  int ok = 0, failed = 0;
+  for (const auto& [x, ns] : {std::pair{gaps, 12}, std::pair{alternating, 4}}) {
+    WinModel m(x, ns, additive());
+    std::vector<double> work(win::kManyLanes * ns), mse(count);
+    std::vector<int> rc(count);
+    for (const int width : {0, 1, 2}) {
+      for (int from = 0; from < count; from += win::kManyLanes) {
+        win::smooth_many(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ns, additive(), &w[3 * from],
+                         std::min(win::kManyLanes, count - from), m->svi.level, m->svi.trend, m->svi.sfactor,
+                         m->ts.scodes, work.data(), &rc[from], &mse[from], width);
+      }
+      for (int j = 0; j < count; ++j) {
+        std::vector<double> sf(m->svi.sfactor, m->svi.sfactor + ns);
+        double l = m->svi.level, b = m->svi.trend, one = 0;
+        const int want = zwinsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ns, additive(), w[3 * j],
+                                 w[3 * j + 1], w[3 * j + 2], &l, &b, sf.data(), m->ts.scodes, &one, nullptr, nullptr);
+        EXPECT_EQ(rc[j], want) << "width " << width << " triple " << j;
+        if (want != 0) {
+          ++failed;
+        } else {
+          ++ok;
+          EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[j]), std::bit_cast<std::uint64_t>(one)) << width << " " << j;
+        }
+      }
+    }
+  }
+  EXPECT_GT(ok, 0);
+  EXPECT_GT(failed, 0);
 }
 
 // A multiplicative forecast whose factor ratio fails the guarded division

@@ -28,6 +28,10 @@
 namespace esf::runner {
 namespace {
 
+// The thread's CPU seconds when stage times are wanted, else 0 (the clock
+// is a system call).
+double clock_if(bool timed) { return timed ? thread_cpu_seconds() : 0.0; }
+
 using Json = nlohmann::ordered_json;
 
 // The memory libref the forecast table goes to, and the table's name.
@@ -153,6 +157,7 @@ struct Lists {
   long eval_first = 0;  // the evaluation range, the same way
   long eval_last = -1;
   std::function<double(long)> period;  // start of the i-th period of the series
+  bool timed = false;                  // the plan's: stage times wanted
   double fit_method_seconds = 0.0;     // thread CPU time in the fit method
 
   Lists() = default;
@@ -278,6 +283,7 @@ ObservationCycles& observation_cycles() {
 void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   using namespace esf::host;
   if (plan.interval_token.empty()) throw RunError("--interval: no interval named, and none found from the time IDs");
+  p->timed = plan.timed;
   const ModelOptions& o = plan.options;
   ModuleCalendar cal(loader);
   INTERVAL interval = plan.interval;
@@ -408,9 +414,9 @@ FITEND run_fit(Loader& loader, const Family& family, Lists& p) {
   call.list(p.series).list(p.spec).list(p.fit_range).list(p.eval_range).list(p.model).number(0);
   FITEND end{};
   auto* fit_ended = loader.symbol<int(int, PSCPLIST*, List, FITEND*)>("esf_fit_ended");
-  const double t0 = thread_cpu_seconds();
+  const double t0 = clock_if(p.timed);
   fit_ended(family.fit_slot, call.plist(), nullptr, &end);
-  p.fit_method_seconds += thread_cpu_seconds() - t0;
+  p.fit_method_seconds += clock_if(p.timed) - t0;
   const int code = call.return_code().value_or(999);
   if (code != 0) {
     throw RunError(
@@ -489,9 +495,9 @@ ForecastTable call_forecast(Loader& loader, const Plan& plan, Lists& p, double c
   host::assign_memory_libref(kTableLibref);
   host::MethodCall call;
   call.list(p.series).list(p.model).list(p.eval_range).text(kTableName).number(cl).number(lead).number(0);
-  const double t0 = method_seconds != nullptr ? thread_cpu_seconds() : 0.0;
+  const double t0 = clock_if(method_seconds != nullptr && p.timed);
   loader.call(plan.family->forecast_slot, call);
-  if (method_seconds != nullptr) *method_seconds = thread_cpu_seconds() - t0;
+  if (method_seconds != nullptr) *method_seconds = clock_if(p.timed) - t0;
   const int code = call.return_code().value_or(999);
   if (code != 0) {
     throw RunError(fmt::format("the {} forecast failed: {} (return code {})", plan.family->name,
@@ -642,11 +648,12 @@ Fitted search_boxes(Loader& loader, const Plan& plan, const CsvSeries& csv, Fitt
   return best;
 }
 
-// The criteria and the accuracy of the one-step errors over the fit range.
-void measure_fit(Loader& loader, const Plan& plan, Fitted& f) {
+// The criteria and the accuracy of the one-step errors over the fit range,
+// from a forecast table of the fitted model (its rows from the start of the
+// fit range are the same whatever its lead and limits).
+void measure_fit(const Plan& plan, Fitted& f, const ForecastTable& t) {
   Lists& p = *f.lists;
   FitResult& r = f.result;
-  const ForecastTable t = call_forecast(loader, plan, p, plan.options.cl, 0);
   const std::size_t rows = std::min<std::size_t>(t.rows(), static_cast<std::size_t>(p.fit_last - p.fit_first + 1));
   auto head = [&](Column c) {
     return std::vector<double>(t.columns[c].values.begin(), t.columns[c].values.begin() + static_cast<long>(rows));
@@ -672,7 +679,9 @@ void measure_fit(Loader& loader, const Plan& plan, Fitted& f) {
 
 // A fit with its report: the thorough search when asked, the check that
 // its results are usable, the model list, the criteria and the warnings.
-Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool keep_model_list) {
+// Without `measure` the criteria are left to the caller, who makes a
+// forecast table anyway (measure_fit).
+Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool keep_model_list, bool measure = true) {
   Fitted f = fit_once(loader, plan, csv);
   if (plan.options.thorough) f = search_boxes(loader, plan, csv, std::move(f));
   FitResult& r = f.result;
@@ -687,7 +696,7 @@ Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool k
   }
   read_positions(plan, &r);
   if (keep_model_list) r.model_list = host::to_json(f.lists->model);
-  measure_fit(loader, plan, f);
+  if (measure) measure_fit(plan, f, call_forecast(loader, plan, *f.lists, plan.options.cl, 0));
   return f;
 }
 
@@ -840,7 +849,9 @@ Plan chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series
   *choice = runner.choose(plan, series);
   ModelOptions o = plan.options;
   o.model = (*choice)->chosen;
-  return runner.plan(o, plan.forecast);
+  Plan chosen = runner.plan(o, plan.forecast);
+  chosen.timed = plan.timed;
+  return chosen;
 }
 
 }  // namespace
@@ -929,14 +940,15 @@ void empirical_limits(Loader& loader, const Plan& plan, Lists& p, ForecastTable&
 }  // namespace
 
 ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, const SavedModel* saved) const {
-  const double t0 = thread_cpu_seconds();
+  const double t0 = clock_if(plan_in.timed);
   ForecastResult result;
   std::optional<AutoChoice> choice;
   const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice);
   const ModelOptions& o = plan.options;
   const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
   if (!remark.empty()) result.warnings.push_back(remark);
-  std::unique_ptr<Lists> lists;
+  std::unique_ptr<Lists> lists;   // a saved or given model's
+  std::optional<Fitted> fitted;  // or the fit's
   if (saved != nullptr && !saved->interval.empty()) {
     // The model's weights and factors belong to the interval it was fitted
     // on: a forecast on another interval would be meaningless.
@@ -991,14 +1003,10 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
     refuse_what_cannot_be_modelled(plan, series, *lists);
     host::add_list(lists->model, "ESTIMATES");
   } else {
-    Fitted f = fit_series(loader_, plan, series, false);
-    lists = std::move(f.lists);
-    result.fitted = true;
-    result.fit = std::move(f.result);
-    result.fit.choice = std::move(choice);
+    fitted.emplace(fit_series(loader_, plan, series, false, false));
   }
-  Lists& p = *lists;
-  const double t1 = thread_cpu_seconds();
+  Lists& p = fitted ? *fitted->lists : *lists;
+  const double t1 = clock_if(plan.timed);
   result.fit_seconds = t1 - t0;
 
   // The table at the first level asked (or at --cl), then a pair of limits
@@ -1011,6 +1019,13 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   double forecast_method_seconds = 0.0;
   result.table = call_forecast(loader_, plan, p, cls[0], lead, &forecast_method_seconds);
   result.module_seconds = p.fit_method_seconds + forecast_method_seconds;
+  if (fitted) {
+    // The criteria from this table, before limits or held-out values change it.
+    measure_fit(plan, *fitted, result.table);
+    result.fitted = true;
+    result.fit = std::move(fitted->result);
+    result.fit.choice = std::move(choice);
+  }
   std::vector<std::pair<std::size_t, double>> limit_columns = {{kUpper, 1.0 - cls[0]}};
   for (std::size_t i = 1; i < cls.size(); ++i) {
     ForecastTable t = call_forecast(loader_, plan, p, cls[i], lead);
@@ -1052,7 +1067,7 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
                                            coverage(a, tail(upper + 1), tail(upper)));
     }
   }
-  result.forecast_seconds = thread_cpu_seconds() - t1;
+  result.forecast_seconds = clock_if(plan.timed) - t1;
   return result;
 }
 

@@ -41,7 +41,7 @@ inline void mfree(double* sfactor, int* scodes) {
 }
 
 // Two weights, level and seasonal; the states are the level and the factors.
-struct Family : FamilyDefaults {
+struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::season};
 
@@ -141,6 +141,9 @@ struct Family : FamilyDefaults {
     return pass.smooth.level + pass.smooth.sfactor[pass.scodes[t]];
   }
 
+  // One observation at a time, as the frame's own loops take it: what the
+  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
+  // derivative_pass below) do in one call.
   static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
     SMOOTHVALS& sm = pass.smooth;
     const int s = pass.scodes[t];
@@ -160,6 +163,23 @@ struct Family : FamilyDefaults {
     sm.xhat = xhat;
     wder[2] = e;
     return kOk;
+  }
+
+  // The passes themselves run in the kernel's loops (pass_kernel.h, through
+  // OwnDerivativeLoops), which keep the level and its derivatives in
+  // registers.
+  template <class Run>
+  static int derivative_pass(Pass& p, const double* w, Run run) {
+    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+    const DerivativeStep step{p.scodes,         p.nseasons, p.xscale, w[0], w[1],
+                              p.smooth.sfactor, {p.der.season.wlevel, p.der.season.wseason}};
+    DerivativeStep::State st{p.smooth.level, p.smooth.xhat, {p.der.level[0], p.der.level[1]}};
+    const int rc = run(step, series, st);
+    p.smooth.level = st.level;
+    p.smooth.xhat = st.xhat;
+    p.der.level[0] = st.derlev[0];
+    p.der.level[1] = st.derlev[1];
+    return rc;
   }
 
   // Between the passes the factors are centred, at the start of the series.

@@ -74,6 +74,13 @@
 //         the kernel's z..pnt and z..dpd on `value`; the state goes to
 //         pass.smooth, the p prediction derivatives to wder[0..p-1] and the
 //         error to wder[p]; 0 or a negative kernel code
+//     static int backward_pass(Pass&, const double* w);
+//     static int forward_pass(Pass&, const double* w, double* acc,
+//                             long* nmiss);
+//         optional: the family's own loops over the series, in place of
+//         fitobs one observation at a time, with the same results to the
+//         bit (forward_pass adds to the cross products acc and counts the
+//         missing observations, stopping as the frame's loop stops)
 //     static void turn(Pass&, const double* w);
 //         between the backward and the forward pass (reversal, centring)
 //     static void save_start(const Pass&, WINMODEL*);  startvals from the
@@ -118,6 +125,7 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "smoothing/frame_limits.h"
+#include "smoothing/pass_kernel.h"
 
 // ---------------------------------------------------------------------------
 // Records of the frame
@@ -366,23 +374,7 @@ namespace smoothing::frame {
 // nextstep: evaluate a point
 // ---------------------------------------------------------------------------
 
-// Adds the outer product of d (nv values) to the packed lower triangle sscp,
-// exactly as zscp does with weight 1: nothing when a value is missing, rows of
-// zero values skipped, each element summed as s + (d[i] * 1) * d[j].
-template <int NV>
-inline void add_cross_products(const double* d, double* sscp) noexcept {
-  for (int i = 0; i < NV; ++i) {
-    if (esf::is_missing(d[i])) return;
-  }
-  double* row = sscp;
-  for (int i = 0; i < NV; ++i) {
-    const double a = d[i] * 1.0;
-    if (d[i] != 0.0) {
-      for (int j = 0; j <= i; ++j) row[j] = row[j] + a * d[j];
-    }
-    row += i + 1;
-  }
-}
+using pass::add_cross_products;
 
 // What the passes of one evaluation read and carry.  The frame loads it from
 // the model and the fit control once per evaluation and stores the state and
@@ -437,10 +429,15 @@ template <class F>
   double wder[p + 1] = {};
 
   // Backward pass: the derivative recursion runs, nothing accumulates.
-  for (long t = n - 1; t >= 0; --t) {
-    const double value = misflg[t] ? F::missing_value(pass, w, t) : x[t];
-    rc = F::fitobs(pass, w, t, value, wder);
+  if constexpr (requires { F::backward_pass(pass, w); }) {
+    rc = F::backward_pass(pass, w);
     if (rc < 0) return rc;
+  } else {
+    for (long t = n - 1; t >= 0; --t) {
+      const double value = misflg[t] ? F::missing_value(pass, w, t) : x[t];
+      rc = F::fitobs(pass, w, t, value, wder);
+      if (rc < 0) return rc;
+    }
   }
   F::turn(pass, w);
   F::save_start(pass, model);
@@ -451,32 +448,36 @@ template <class F>
   double acc[nx] = {};
   long nmiss = 0;
   rc = kOk;
-  for (long t = 0; t < n; ++t) {
-    double value;
-    if (misflg[t]) {
-      ++nmiss;
-      if (static_cast<double>(nmiss) > pass.min_nmiss) {
-        rc = kTooFew;
+  if constexpr (requires { F::forward_pass(pass, w, acc, &nmiss); }) {
+    rc = F::forward_pass(pass, w, acc, &nmiss);
+  } else {
+    for (long t = 0; t < n; ++t) {
+      double value;
+      if (misflg[t]) {
+        ++nmiss;
+        if (static_cast<double>(nmiss) > pass.min_nmiss) {
+          rc = kTooFew;
+          break;
+        }
+        value = F::missing_value(pass, w, t);
+      } else {
+        value = x[t];
+      }
+      rc = F::fitobs(pass, w, t, value, wder);
+      if (rc < 0) break;
+      if constexpr (p == 1) {
+        acc[0] += wder[0] * wder[0];
+        acc[1] += wder[0] * wder[1];
+        acc[2] += wder[1] * wder[1];
+      } else {
+        add_cross_products<p + 1>(wder, acc);
+      }
+      bool big = false;
+      for (int k = 0; k < nx; ++k) big |= std::fabs(acc[k]) > kBig;
+      if (big) {
+        rc = kOverflow;
         break;
       }
-      value = F::missing_value(pass, w, t);
-    } else {
-      value = x[t];
-    }
-    rc = F::fitobs(pass, w, t, value, wder);
-    if (rc < 0) break;
-    if constexpr (p == 1) {
-      acc[0] += wder[0] * wder[0];
-      acc[1] += wder[0] * wder[1];
-      acc[2] += wder[1] * wder[1];
-    } else {
-      add_cross_products<p + 1>(wder, acc);
-    }
-    bool big = false;
-    for (int k = 0; k < nx; ++k) big |= std::fabs(acc[k]) > kBig;
-    if (big) {
-      rc = kOverflow;
-      break;
     }
   }
   for (int k = 0; k < nx; ++k) xpx[k] = acc[k];

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstring>
+#include <type_traits>
 
 #include "intervals/interval.h"
 #include "module/host_api.h"
@@ -41,7 +42,7 @@ using namespace smoothing::frame;
 // or 1, level and trend absorbing the difference, with their derivatives),
 // turns round and runs forward.
 
-struct Family : FamilyDefaults {
+struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   static constexpr int kNumWeights = 3;
   static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::season};
   static double divide(double num, double den) { return bounded_divide(num, den); }
@@ -139,6 +140,10 @@ struct Family : FamilyDefaults {
     return kOk;
   }
 
+  // One observation at a time, as the frame's own loops take it: what the
+  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
+  // derivative_pass below) do in one call.
+  //
   // A missing observation takes the prediction as its value, so that it has
   // no error.
   static double missing_value(const Pass& pass, const double*, long t) {
@@ -169,6 +174,36 @@ struct Family : FamilyDefaults {
     s.xhat = xhat;
     wder[3] = e;
     return kOk;
+  }
+
+  // The passes themselves run in the kernel's loops (pass_kernel.h, through
+  // OwnDerivativeLoops), one for each form, which keep the state and the
+  // derivatives of level and trend in registers.
+  template <class Run>
+  static int derivative_pass(Pass& p, const double* w, Run run) {
+    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+    auto in_form = [&](const auto& step) {
+      typename std::decay_t<decltype(step)>::State st{
+          p.smooth.level, p.smooth.trend, p.smooth.xhat,
+          {p.der.level[0], p.der.level[1], p.der.level[2]},
+          {p.der.trend[0], p.der.trend[1], p.der.trend[2]}};
+      const int rc = run(step, series, st);
+      p.smooth.level = st.level;
+      p.smooth.trend = st.trend;
+      p.smooth.xhat = st.xhat;
+      for (int i = 0; i < 3; ++i) {
+        p.der.level[i] = st.derlev[i];
+        p.der.trend[i] = st.dertre[i];
+      }
+      return rc;
+    };
+    const WINT_DER_SEASON& d = p.der.season;
+    if (p.additive) {
+      return in_form(DerivativeStep<true>{p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2],
+                                          p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
+    }
+    return in_form(DerivativeStep<false>{p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2],
+                                         p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
   }
 
   // At the first observation: normalise (trend still backward), then take
