@@ -72,7 +72,7 @@ const Row kRows[] = {
      "forecast m.csv --interval MONTH -o out.csv", 4, "esforecast forecast: the simple fit failed: too few usable"},
     {"1e308 values", "awk -F, 'NR==1{print;next}{print $1\",1e308\"}' s.csv > b.csv",
      "forecast b.csv --interval MONTH -o out.csv", 1,
-     "esforecast forecast: the simple model cannot be fitted: b.csv, line 2, field 'value' holds 1e+308, too large"},
+     "esforecast forecast: the simple model cannot be fitted: b.csv, line 2, field \"value\" holds 1e+308, too large"},
     {"constant series", "awk -F, 'NR==1{print;next}{print $1\",5\"}' s.csv > c.csv",
      "forecast c.csv --interval MONTH", 0, ""},
     {"31 years of seconds", "printf 't,v\\n1960-01-01T00:00:00,1\\n1991-05-15T00:00:00,2\\n' > t.csv",

@@ -19,6 +19,7 @@
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 #include "support/calendar_oracle.h"
+#include "support/file_text.h"
 
 namespace {
 
@@ -30,12 +31,7 @@ struct CliRun {
   std::string err;
 };
 
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
+using support::slurp;
 
 // Runs `esforecast calendar ARGS` with `input` on standard input.
 CliRun calendar(const std::string& args, const std::string& input = "") {
@@ -75,26 +71,19 @@ TEST(CalendarCli, SingleQueries) {
       // below; these are the other kinds of values and the spelled-out words.
       {"count DTHOUR 2001-01-01T10:59:59 2001-01-01T11:00:00", "1"},
       {"count DAY 14976 14977", "1"},  // raw date values
-      {"count OBS3 2 3", "1"},
       {"count MONTH . 2001-02-01", "."},
       {"count DAY 1582-01-01 20000-12-26", "6727396"},
       {"advance MONTH 2001-01-31 1 same", "2001-02-28"},
-      {"advance MONTH 2001-02-15 0 middle", "2001-02-14"},
-      {"advance DTMONTH 2001-01-31T10:15:00 1 S", "2001-02-28T10:15:00"},
       {"advance DTHOUR 2001-01-01T10:30:00.25 1 S", "2001-01-01T11:30:00.25"},
       {"advance DTDAY 2001-01-01 0 E", "2001-01-01T23:59:59"},
       {"advance NONE 7.5 2", "9"},
-      {"advance DAY 20000-12-26 1", "."},
       {"--raw advance MONTH 2001-03-15 1", "15066"},
       {"advance MONTH 2001-03-15 1 --raw", "15066"},
       {"parse Weekday17w2.2",
        "text=WEEKDAY2.2 intcode=27 units=d intper=2 shiftper=1 nweekday=5 weekend=17 token=Weekday17w2.2"},
-      {"parse DTMONTH3.2", "text=DTMONTH3.2 intcode=45 units=s intper=3 shiftper=1 nweekday=0 weekend=- token=DTMONTH3.2"},
       {"fit 2001-01-01 2001-04-01", "interval=QTR cycle=YEAR nseasons=4 format=YYQC width=6"},
-      {"fit 2001-05-07 2001-05-14", "interval=WEEK.2 cycle=YEAR nseasons=52 format=WEEKDATX width=17"},
       {"fit 2001-01-01 2001-01-01T06:00", "interval=DTHOUR6 cycle=DTDAY nseasons=4 format=DATETIME width=10"},
       {"fit 5 8", "interval=OBS3.3 cycle=- nseasons=0 format=F width=6"},
-      {"cycle MONTH", "cycle=YEAR nseasons=12"},
       {"cycle MONTH 3", "cycle=QTR nseasons=3"},
       {"cycle MONTH year", "cycle=YEAR nseasons=12"},
       {"season MONTH 2001-03-15", "season=2 cycle=YEAR nseasons=12 period_start=2001-03-01 cycle_start=2001-01-01"},
@@ -102,15 +91,13 @@ TEST(CalendarCli, SingleQueries) {
       {"compare QTR MONTH", "result=3 meaning=every QTR holds 3 MONTH"},
       {"compare DAY MONTH", "result=-1 meaning=every MONTH holds a whole but varying number of DAY"},
       {"compare QTR.2 MONTH2", "result=.M meaning=the lengths are not multiples of each other"},
-      // pandas aliases: the periods of pandas' Period of that frequency.
+      // pandas aliases: the periods of pandas' Period of that frequency (the
+      // Python tests check the mapping against pandas itself).
       {"advance W-SUN 2001-05-09 0", "2001-05-07"},  // weeks end on Sunday
-      {"advance W-WED 2001-05-09 0", "2001-05-03"},
       {"advance W 2001-05-13 0", "2001-05-07"},
       {"advance Q-JAN 2001-03-15 0", "2001-02-01"},  // quarters end in January
       {"advance QS-FEB 2001-01-15 0", "2000-11-01"},
       {"advance A-JUN 2001-03-15 0", "2000-07-01"},  // years end in June
-      {"advance AS-JUL 2001-08-15 0", "2001-07-01"},
-      {"advance MS 2001-03-15 0", "2001-03-01"},
       {"advance B 2001-05-12 1", "2001-05-14"},
       {"count min 2001-01-01T00:00 2001-01-01T01:00", "60"},
   };

@@ -1,7 +1,7 @@
 // Interval advancing (zintnx2), alignment (zintnx3) and sub-intervals
 // (zintshft): the properties that tie advancing to counting over thousands
-// of random dates, cross-checks against std::chrono and a working-day walk,
-// the corner cases and refusals those don't reach, and the custom seam.
+// of random dates, and the corner cases and refusals those don't reach.
+// Custom intervals advance by their tables: custom_test.cpp.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -15,48 +15,10 @@
 #include "support/calendar_oracle.h"
 #include "support/interval_cases.h"
 
-// ---- A stand-in for the custom-interval routines -----------------------------
-//
-// Periods of a pretend table: ten days each from day 0, "begin" and "end"
-// computed here, so that the custom branches of zintnx2 and zintnx3 can be
-// told apart from the built-in ones.
-namespace fake_custom {
-int calls = 0;
-int references = 0;
-double last_x = 0;
-CINTC_INFO* const kInfo = reinterpret_cast<CINTC_INFO*>(&references);
-
-double take(INTERVALX* ix, double x) {
-  ++calls;
-  last_x = x;
-  ix->cinfo = kInfo;
-  ++references;
-  return 0.0;
-}
-}  // namespace fake_custom
-
-extern "C" double customINTNX(INTERVALX* ix, double x, double n) {
-  fake_custom::take(ix, x);
-  if (esf::is_missing(x)) return n < 0 ? esf::missing_letter('M') : esf::missing_letter('I');
-  return (std::floor(x / 10.0) + n) * 10.0;
-}
-
-extern "C" double customINTNXE(INTERVALX* ix, double x, double n) {
-  fake_custom::take(ix, x);
-  if (esf::is_missing(x)) return esf::missing_letter('I');
-  return (std::floor(x / 10.0) + n) * 10.0 + 9.0;
-}
-
-extern "C" void zcintcReleaseRef(CINTC_INFO* cinfo) {
-  if (cinfo == fake_custom::kInfo) --fake_custom::references;
-}
-
 namespace {
 
-using cases::custom_record;
 using cases::d;
 using cases::same;
-using oracle::fdiv;
 
 constexpr double kDot = esf::kMissing;
 
@@ -88,10 +50,9 @@ void run(const std::vector<AdvanceCase>& cases) {
 // ---- zintnx2: corner cases ------------------------------------------------------
 //
 // Every calendar with its multiples and shifts is tied to counting by the
-// properties below (and counting to std::chrono in the counting tests);
-// plain calendars and working days are checked against std::chrono and a
-// walk here. What is left: the rounding of the count, values inside a day
-// or second, negative values, and plain numbers.
+// properties below, and counting to std::chrono and walks in the counting
+// tests. What is left: the rounding of the count, values inside a day or
+// second, negative values, and plain numbers.
 TEST(AdvanceEdges, RoundingFractionsAndPlainNumbers) {
   run({
       // A count within 1e-12 of a whole number is that number.
@@ -191,44 +152,6 @@ TEST(AlignBuiltIn, SubIntervalRecordIsBuiltOnceAndThenUsed) {
   EXPECT_EQ(weeks.intcode, kIntWeek);
 }
 
-// ---- Custom intervals through the seam --------------------------------------------------
-
-TEST(AdvanceCustom, TableEndsPassUnrounded) {
-  INTERVAL iv = custom_record();
-  fake_custom::calls = 0;
-  EXPECT_EQ(zintnx2(&iv, 25.7, 1), 30.0);
-  EXPECT_EQ(fake_custom::last_x, 25.0);
-  const double plus_infinity = esf::missing_letter('I');
-  EXPECT_EQ(esf::missing_kind(zintnx2(&iv, plus_infinity, 1)), esf::missing_kind(plus_infinity));
-  EXPECT_EQ(esf::missing_kind(fake_custom::last_x), esf::missing_kind(plus_infinity));
-  EXPECT_EQ(fake_custom::calls, 2);
-  EXPECT_TRUE(esf::is_missing(zintnx2(&iv, esf::missing_letter('A'), 1)));
-  EXPECT_TRUE(esf::is_missing(zintnx2(&iv, plus_infinity, kDot)));
-  EXPECT_TRUE(esf::is_missing(zintnx2(&iv, plus_infinity, 1e300)));
-  EXPECT_EQ(fake_custom::calls, 2);
-  EXPECT_EQ(fake_custom::references, 0);
-}
-
-TEST(AdvanceCustom, AlignmentUsesTheTableEnd) {
-  INTERVAL iv = custom_record();
-  tchar b[] = "B";
-  tchar e[] = "E";
-  tchar m[] = "M";
-  tchar s[] = "S";
-  EXPECT_EQ(zintnx3(&iv, 25, 1, b, nullptr), 30.0);
-  EXPECT_EQ(zintnx3(&iv, 25, 1, e, nullptr), 39.0);
-  EXPECT_EQ(zintnx3(&iv, 25, 1, m, nullptr), 34.0);
-  EXPECT_EQ(zintnx3(&iv, 25, 1, s, nullptr), 30.0);  // no same alignment: the begin
-  // The period before the table begins at minus infinity: it has an end
-  // but no middle.
-  const double minus_infinity = esf::missing_letter('M');
-  const double plus_infinity = esf::missing_letter('I');
-  EXPECT_EQ(esf::missing_kind(zintnx3(&iv, minus_infinity, -1, b, nullptr)), esf::missing_kind(minus_infinity));
-  EXPECT_EQ(esf::missing_kind(zintnx3(&iv, minus_infinity, -1, e, nullptr)), esf::missing_kind(plus_infinity));
-  EXPECT_EQ(esf::missing_kind(zintnx3(&iv, minus_infinity, -1, m, nullptr)), esf::missing_kind(kDot));
-  EXPECT_EQ(fake_custom::references, 0);
-}
-
 // ---- zintshft -------------------------------------------------------------------------------
 
 TEST(SubInterval, NextFinerIntervals) {
@@ -272,13 +195,15 @@ const char* const kPropertyIntervals[] = {
     "TENDAY",   "TENDAY3.2", "SEMIMONTH", "MONTH",    "MONTH5.3", "QTR",       "QTR.3",         "SEMIYEAR",
     "YEAR",     "YEAR2.14",  "YEARV",     "YEARV3.60", "R445MON", "R454QTR",    "R544YR.5",      "DTDAY",
     "DTMONTH",  "DTWEEKDAY", "DTYEARV",   "SECOND",   "MINUTE",  "HOUR4.2",    "MINUTE15.7",    "SECOND10.3",
-    "R445QTR", "R454MON2",  "YEARV2.53", "WEEKDAY2", "WEEK.2",  "SEMIMONTH2.2",
+    "R445QTR", "R454MON2",  "YEARV2.53", "WEEKDAY2", "WEEK.2",  "SEMIMONTH2.2", "QTR.2",  "WEEKDAY1W",
+    "WEEKDAY67W", "R544MON",
 };
 
 // Advancing by n and counting back gives n; the result is the begin of its
 // interval, which counts 0 from every value inside and 1 from the value
 // before it (a day, or a second for datetimes); the end and middle lie
-// inside; "S" lands in the same interval.
+// inside; "S" lands in the same interval. With counting checked against
+// std::chrono and walks (interval_count_test.cpp) this fixes every begin.
 TEST(AdvanceProperties, AdvanceAndCountAreInverse) {
   oracle::Dates dates(1234);
   tchar e[] = "E";
@@ -306,90 +231,6 @@ TEST(AdvanceProperties, AdvanceAndCountAreInverse) {
       ASSERT_LE(begin, middle) << at;
       ASSERT_LE(middle, end) << at;
       ASSERT_EQ(zintck2(&iv, x, zintnx3(&iv, x, n, s, nullptr)), n) << at << " S";
-    }
-  }
-}
-
-// ---- Cross-check against std::chrono --------------------------------------------------------
-
-TEST(AdvanceCrossCheck, CalendarIntervalsAgreeWithChrono) {
-  namespace chr = std::chrono;
-  oracle::Dates dates(555);
-  INTERVAL month = oracle::interval("MONTH");
-  INTERVAL qtr = oracle::interval("QTR.2");
-  INTERVAL semiyear = oracle::interval("SEMIYEAR");
-  INTERVAL year = oracle::interval("YEAR");
-  INTERVAL week = oracle::interval("WEEK");
-  INTERVAL weekv = oracle::interval("WEEKV");
-  INTERVAL yearv = oracle::interval("YEARV");
-  INTERVAL tenday = oracle::interval("TENDAY");
-  INTERVAL r445 = oracle::interval("R445MON");
-  INTERVAL dtmonth = oracle::interval("DTMONTH");
-  for (int i = 0; i < 20000; ++i) {
-    const long x = dates.inner(8000);  // room for 20 years either way
-    const long n = dates.between(-20, 20);
-    const chr::sys_days day = oracle::sys_of(x);
-    const chr::year_month_day ymd{day};
-    const std::string at = oracle::date_text(x) + " by " + std::to_string(n);
-
-    const chr::year_month ym = ymd.year() / ymd.month();
-    const auto first_of = [](chr::year_month target) {
-      return static_cast<double>((chr::sys_days{target / 1} - oracle::kEpoch).count());
-    };
-    ASSERT_EQ(zintnx2(&month, x, n), first_of(ym + chr::months{n})) << at;
-    // Quarters from February: back to the last of February, May, August, November.
-    const unsigned into_qtr = (static_cast<unsigned>(ymd.month()) + 10) % 3;
-    ASSERT_EQ(zintnx2(&qtr, x, n), first_of(ym - chr::months{into_qtr} + chr::months{3 * n})) << at;
-    const unsigned into_half = (static_cast<unsigned>(ymd.month()) - 1) % 6;
-    ASSERT_EQ(zintnx2(&semiyear, x, n), first_of(ym - chr::months{into_half} + chr::months{6 * n})) << at;
-    ASSERT_EQ(zintnx2(&year, x, n), first_of(chr::year_month{ymd.year() + chr::years{n}, chr::January})) << at;
-    const chr::sys_days sunday = day - (chr::weekday{day} - chr::Sunday);
-    ASSERT_EQ(zintnx2(&week, x, n), static_cast<double>((sunday + chr::weeks{n} - oracle::kEpoch).count())) << at;
-    const chr::sys_days monday = day - (chr::weekday{day} - chr::Monday);
-    ASSERT_EQ(zintnx2(&weekv, x, n), static_cast<double>((monday + chr::weeks{n} - oracle::kEpoch).count())) << at;
-    const oracle::IsoWeek iso = oracle::iso_of(x);
-    ASSERT_EQ(zintnx2(&yearv, x, n),
-              static_cast<double>((oracle::iso_week1_monday(iso.year + static_cast<int>(n)) - oracle::kEpoch).count()))
-        << at;
-    // Thirds of months: number them, move, and turn back into a date.
-    const unsigned dd = static_cast<unsigned>(ymd.day());
-    const long third = 3 * oracle::month_index(x) + (dd > 10) + (dd > 20) + n;
-    ASSERT_EQ(zintnx2(&tenday, x, n), oracle::month_start(fdiv(third, 3)) + 10.0 * (third - 3 * fdiv(third, 3))) << at;
-    // Retail months: the ISO week's month in the week table, moved, back to its first Monday.
-    long retail = 0;
-    while (retail < 12 && r445mon_index[retail] < static_cast<int>(iso.week)) ++retail;
-    const long target = (iso.year - 1960) * 12L + retail - 1 + n;
-    const int target_year = static_cast<int>(fdiv(target, 12)) + 1960;
-    const long target_month = target - 12 * fdiv(target, 12);
-    ASSERT_EQ(zintnx2(&r445, x, n),
-              static_cast<double>(oracle::iso_day_of(target_year, r445mon_index[target_month] + 1, 1)))
-        << at;
-    ASSERT_EQ(zintnx2(&dtmonth, x * 86400.0 + 4000, n), first_of(ym + chr::months{n}) * 86400.0) << at;
-  }
-}
-
-// Working days: a walk one day at a time with std::chrono's weekdays.
-TEST(AdvanceCrossCheck, WorkingDaysAgreeWithAWalk) {
-  namespace chr = std::chrono;
-  const struct {
-    const char* name;
-    unsigned weekend_mask;  // bit w: weekday w (0 Sunday) is off
-  } cases[] = {{"WEEKDAY", 0x41}, {"WEEKDAY67W", 0x60}, {"WEEKDAY1W", 0x01}, {"WEEKDAY23456W", 0x3E}};
-  oracle::Dates dates(8);
-  for (const auto& c : cases) {
-    INTERVAL iv = oracle::interval(c.name);
-    const auto off = [&](long x) { return ((c.weekend_mask >> oracle::weekday_of(x)) & 1U) != 0; };
-    for (int i = 0; i < 3000; ++i) {
-      long x = dates.inner(200);
-      const long n = dates.between(-25, 25);
-      const long start = x;
-      while (off(x)) --x;
-      for (long k = 0; k < (n < 0 ? -n : n); ++k) {
-        do {
-          x += n < 0 ? -1 : 1;
-        } while (off(x));
-      }
-      ASSERT_EQ(zintnx2(&iv, start, n), static_cast<double>(x)) << c.name << " " << oracle::date_text(start) << " by " << n;
     }
   }
 }

@@ -1,7 +1,8 @@
 // Interval counting (zintck2): a cross-check of thousands of random pairs of
 // dates over the whole range against counts computed with std::chrono
 // (support/calendar_oracle.h) and walks, the anchors and units it doesn't
-// reach, the refusals, and the custom-interval seam.
+// reach, and the refusals. Custom intervals count by their tables:
+// custom_test.cpp.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -15,36 +16,8 @@
 #include "support/calendar_oracle.h"
 #include "support/interval_cases.h"
 
-// ---- A stand-in for the custom-interval routines -----------------------------
-//
-// This executable supplies customINTCK itself, so that the custom branch
-// of zintck2 can be watched: what reaches it, and that the table reference
-// it leaves in the record is given back.
-namespace fake_custom {
-int calls = 0;
-int references = 0;
-double last_x1 = 0;
-double last_x2 = 0;
-CINTCInfo* const kInfo = reinterpret_cast<CINTCInfo*>(&references);
-}  // namespace fake_custom
-
-extern "C" double customINTCK(INTERVALX* ix, double x1, double x2) {
-  ++fake_custom::calls;
-  fake_custom::last_x1 = x1;
-  fake_custom::last_x2 = x2;
-  if (ix->intcode != kIntCustom || ix->cinfo != nullptr) return esf::missing_letter('Z');
-  ix->cinfo = fake_custom::kInfo;  // as a loader would
-  ++fake_custom::references;
-  return 42.0;
-}
-
-extern "C" void zcintcReleaseRef(CINTCInfo* cinfo) {
-  if (cinfo == fake_custom::kInfo) --fake_custom::references;
-}
-
 namespace {
 
-using cases::custom_record;
 using cases::d;
 using cases::same;
 using oracle::fdiv;
@@ -125,27 +98,6 @@ TEST(CountRefusals, CodesOutsideTheTablesGoToTheDebugOutput) {
   INTERVAL no_working_day = oracle::interval("WEEKDAY");
   std::memset(no_working_day.weekend, 1, sizeof no_working_day.weekend);
   EXPECT_TRUE(esf::is_missing(zintck2(&no_working_day, 0.0, 10.0)));
-}
-
-// ---- The custom-interval seam -----------------------------------------------------
-
-TEST(CountCustom, TableEndsPassAndValuesAreFloored) {
-  INTERVAL iv = custom_record();
-  fake_custom::calls = 0;
-  const double minus_infinity = esf::missing_letter('M');
-  EXPECT_EQ(zintck2(&iv, minus_infinity, 5.7), 42.0);
-  EXPECT_EQ(fake_custom::calls, 1);
-  EXPECT_EQ(esf::missing_kind(fake_custom::last_x1), esf::missing_kind(minus_infinity));
-  EXPECT_EQ(fake_custom::last_x2, 5.0);
-  EXPECT_EQ(zintck2(&iv, -2.5, esf::missing_letter('I')), 42.0);
-  EXPECT_EQ(fake_custom::last_x1, -3.0);
-  EXPECT_EQ(fake_custom::references, 0) << "every reference the call took is given back";
-
-  // Other missing kinds and oversized values never reach the table.
-  EXPECT_TRUE(esf::is_missing(zintck2(&iv, esf::missing_letter('A'), 1.0)));
-  EXPECT_TRUE(esf::is_missing(zintck2(&iv, kDot, 1.0)));
-  EXPECT_TRUE(esf::is_missing(zintck2(&iv, 1e153, 1.0)));
-  EXPECT_EQ(fake_custom::calls, 2);
 }
 
 // ---- Cross-check against std::chrono ------------------------------------------------

@@ -22,13 +22,8 @@ char kTime[] = "s";
 char kObs[] = "o";
 char kSame[] = "S";
 
-INTERVALX intervalx(const char* name) {
-  INTERVALX x{};
-  static_cast<INTERVAL&>(x) = oracle::interval(name);
-  return x;
-}
-
-std::string token_of(const INTERVAL& iv) { return std::string(iv.token, static_cast<size_t>(iv.tokenlen)); }
+using cases::intervalx;
+using cases::token_of;
 
 // What zintfit answers: its result and the interval's name.
 std::string fitted(double d1, double d2, char* units) {

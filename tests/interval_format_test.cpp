@@ -1,4 +1,5 @@
 // Default output formats of intervals: zintfmt, zintfmm, zintfmp, zintfmd.
+// Custom intervals take the format of their tables: custom_test.cpp.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,38 +9,6 @@
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 #include "support/calendar_oracle.h"
-
-// ---- A custom-interval format source for the custom branch ------------------
-//
-// The image leaves customINTFMT unresolved until the custom-interval
-// subsystem is linked in; this executable supplies one that knows a single
-// table, "HOLIDAYS", with a BEGIN variable in the format "DATE".
-namespace fake_custom {
-int calls = 0;
-int references = 0;
-std::string last_token;
-CINTCInfo* const kInfo = reinterpret_cast<CINTCInfo*>(&references);
-}  // namespace fake_custom
-
-extern "C" int customINTFMT(INTERVALX* intervalx, char* fmtname, short* namelen, short* width1, short* width2) {
-  ++fake_custom::calls;
-  fake_custom::last_token.assign(intervalx->token, static_cast<size_t>(intervalx->tokenlen));
-  *namelen = *width1 = *width2 = 0;
-  if (intervalx->cinfo == nullptr) {
-    intervalx->cinfo = fake_custom::kInfo;  // the table stays referenced by the record
-    ++fake_custom::references;
-  }
-  if (fake_custom::last_token != "HOLIDAYS") return -1;
-  std::memcpy(fmtname, "DATE", 4);
-  *namelen = 4;
-  *width1 = 11;
-  *width2 = 9;
-  return 0;
-}
-
-extern "C" void zcintcReleaseRef(CINTCInfo* cinfo) {
-  if (cinfo == fake_custom::kInfo) --fake_custom::references;
-}
 
 namespace {
 
@@ -152,44 +121,6 @@ TEST(Zintfmt, RecordsWithoutAName) {
     iv.intper = 1;
     EXPECT_EQ(fmt(&iv), c.expected);
   }
-}
-
-INTERVAL custom_interval(const char* token, char units) {
-  INTERVAL iv{};
-  iv.intcode = kIntCustom;
-  iv.units = units;
-  iv.intper = 1;
-  iv.tokenlen = static_cast<short>(std::strlen(token));
-  std::memcpy(iv.token, token, static_cast<size_t>(iv.tokenlen));
-  return iv;
-}
-
-TEST(Zintfmt, CustomIntervalsTakeTheFormatOfTheirTable) {
-  fake_custom::calls = 0;
-  fake_custom::references = 0;
-  INTERVAL plain = custom_interval("HOLIDAYS", 'd');
-  EXPECT_EQ(fmt(&plain), (Format{"DATE", 11, 9}));
-  EXPECT_EQ(fake_custom::calls, 1);
-
-  // With a multiplier the table is asked again without it, and the
-  // caller's record is untouched.
-  INTERVAL shifted = custom_interval("HOLIDAYS2.2", 's');
-  EXPECT_EQ(fmt(&shifted), (Format{"DATE", 11, 9}));
-  EXPECT_EQ(fake_custom::calls, 3);
-  EXPECT_EQ(fake_custom::last_token, "HOLIDAYS");
-  EXPECT_EQ(shifted.tokenlen, 11);
-
-  // An unknown name is asked for once more after its trailing digits and
-  // "." are dropped, even when there were none; what the table routine
-  // wrote stands.
-  INTERVAL unknown = custom_interval("NOSUCH", 'd');
-  EXPECT_EQ(fmt(&unknown), (Format{"", 0, 0}));
-  EXPECT_EQ(fake_custom::calls, 5);
-  // Nothing is left of a name of digits and ".": no second try.
-  INTERVAL digits_only = custom_interval("2.2", 'd');
-  EXPECT_EQ(fmt(&digits_only), (Format{"", 0, 0}));
-  EXPECT_EQ(fake_custom::calls, 6);
-  EXPECT_EQ(fake_custom::references, 0) << "every copy's table reference was given back";
 }
 
 // ---- zintfmm ------------------------------------------------------------------

@@ -1,9 +1,10 @@
 // Seasonal cycles (zintsea, zintsea2), season codes (zintscd, zintscd2) and
 // seasonal dummy rows (zintscy): the table of cycles, the counts derived
-// from the dates, the caller's counts, the custom seam, and two properties
+// from the dates, the caller's counts, and two properties
 // over random starts: the season code of an observation is its place in its
 // cycle, computed here from std::chrono's civil calendar, and a week's code
-// is its place in its week-year, with the leap-week rules.
+// is its place in its week-year, with the leap-week rules. Custom
+// intervals take their seasons from their tables: custom_test.cpp.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -12,51 +13,10 @@
 #include <string>
 #include <vector>
 
-#include <strings.h>
-
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 #include "support/calendar_oracle.h"
 #include "support/interval_cases.h"
-
-// ---- A stand-in for the custom-interval routines -----------------------------
-//
-// "SHIFTS" is a pretend table of ten-day periods from day 0 whose seasons
-// run 1, 2, 3, 4, 1, ...; its largest season is `max_season`, which a test
-// may set to a missing value.
-namespace fake_custom {
-int references = 0;
-double max_season = 4.0;
-bool index_missing = false;
-CINTC_INFO* const kInfo = reinterpret_cast<CINTC_INFO*>(&references);
-
-void take(INTERVALX* ix) {
-  if (ix->cinfo == nullptr) {
-    ix->cinfo = kInfo;
-    ++references;
-  }
-}
-}  // namespace fake_custom
-
-extern "C" int getcustomname(tchar* name, int len) {
-  return len == 6 && strncasecmp(name, "SHIFTS", 6) == 0 ? kIntCustom : 0;
-}
-
-extern "C" void zcintcReleaseRef(CINTC_INFO* cinfo) {
-  if (cinfo == fake_custom::kInfo) --fake_custom::references;
-}
-
-extern "C" double customINTSEAS(INTERVALX* ix, double) {
-  fake_custom::take(ix);
-  return fake_custom::max_season;
-}
-
-extern "C" double customINTINDEX(INTERVALX* ix, double x, double n) {
-  fake_custom::take(ix);
-  if (fake_custom::index_missing || esf::is_missing(x)) return esf::kMissing;
-  const long period = static_cast<long>(std::floor(x / 10.0)) + static_cast<long>(n);
-  return static_cast<double>(((period % 4) + 4) % 4 + 1);
-}
 
 namespace {
 
@@ -150,36 +110,6 @@ TEST(SeasonalCycle, Refusals) {
       EXPECT_TRUE(is_cleared(cycle));
     }
   }
-}
-
-// A custom interval's cycle is the interval as many times as long as its
-// table has seasons, or the interval itself when it has none.
-TEST(SeasonalCycle, CustomIntervals) {
-  const struct {
-    SeaFn fn;
-    const char* name;
-    double max_season;
-    const char* cycle;
-    int nseasons;
-  } cases[] = {
-      {zintsea, "Shifts", 7.9, "Shifts7", 7},  {zintsea, "SHIFTS3", 0.5, "SHIFTS3", 1},
-      {zintsea2, "SHIFTS2", 4.0, "SHIFTS8", 4}, {zintsea2, "SHIFTS2", kDot, "SHIFTS2", 1},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.name) + (c.fn == zintsea ? " zintsea" : " zintsea2"));
-    fake_custom::max_season = c.max_season;
-    INTERVAL iv = interval(c.name);
-    ASSERT_EQ(iv.intcode, kIntCustom);
-    INTERVAL cycle{};
-    int ns = 0;
-    EXPECT_EQ(c.fn(&iv, d(2020, 1, 1), &cycle, &ns), 0);
-    EXPECT_EQ(ns, c.nseasons);
-    EXPECT_EQ(cycle.intcode, kIntCustom);
-    EXPECT_EQ(cycle.intper, interval(c.cycle).intper);
-    EXPECT_EQ(text_of(cycle), c.cycle);  // a custom name prints as written
-    EXPECT_EQ(fake_custom::references, 0) << "table reference kept";
-  }
-  fake_custom::max_season = 4.0;
 }
 
 // ---- zintscd: literal cases ------------------------------------------------------
@@ -287,46 +217,9 @@ TEST(SeasonCodes, PlainWeeksGroupedByTheMultiplier) {
   }
 }
 
-// ---- zintscd: custom intervals ----------------------------------------------------
-
-// "SHIFTS" from day 25, in its period 2 of season 3: without a count the
-// table gives each code; with one, the first is looked up and the rest
-// counted, from 0 when the lookup fails.
-TEST(SeasonCodes, CustomIntervals) {
-  const struct {
-    bool index_missing;
-    double max_season;
-    int nsin, rc, nsout;
-    std::vector<int> codes;
-  } cases[] = {
-      {false, 4.0, -1, 0, 4, {2, 3, 0, 1, 2, 3}},
-      {false, 4.0, 4, 0, 4, {2, 3, 0, 1, 2, 3}},
-      {true, 4.0, 4, 0, 4, {0, 1, 2, 3, 0, 1}},
-      {true, 4.0, -1, 1, 4, {0, 0, 0, 0, 0, 0}},
-      {false, kDot, -1, 1, -1, {0, 0, 0, 0, 0, 0}},  // a table without seasons has no cycle
-  };
-  INTERVAL shifts = interval("SHIFTS");
-  for (const auto& c : cases) {
-    fake_custom::index_missing = c.index_missing;
-    fake_custom::max_season = c.max_season;
-    std::vector<int> codes(6, -77);
-    int ns = c.nsin;
-    EXPECT_EQ(zintscd(&shifts, 25.0, 0, 6, codes.data(), &ns), c.rc);
-    EXPECT_EQ(ns, c.nsout);
-    EXPECT_EQ(codes, c.codes);
-  }
-  fake_custom::index_missing = false;
-  fake_custom::max_season = 4.0;
-  EXPECT_EQ(fake_custom::references, 0) << "table reference kept";
-}
-
 // ---- zintscd2 -----------------------------------------------------------------------
 
-INTERVALX intervalx(const char* name) {
-  INTERVALX ix{};
-  static_cast<INTERVAL&>(ix) = interval(name);
-  return ix;
-}
+using cases::intervalx;
 
 // zintscd2 numbers within a cycle in place; without one it finds the count
 // and keeps it in the record (a count already there stands), and numbers

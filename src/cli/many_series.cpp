@@ -3,10 +3,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <map>
+#include <mutex>
 #include <thread>
 #include <variant>
 
@@ -15,35 +18,14 @@
 
 #include "host/host.h"
 #include "runner/batch.h"
+#include "runner/batch_text.h"
 
 namespace esf::cli {
 namespace {
 
 namespace runner = esf::runner;
-using Json = nlohmann::ordered_json;
-
-// A text field of a CSV line, quoted when it holds a comma, a quote, a line
-// break or blanks at its ends.
-std::string csv_field(const std::string& s) {
-  const bool quote = s.find_first_of(",\"\r\n") != std::string::npos ||
-                     (!s.empty() && (s.front() == ' ' || s.back() == ' '));
-  if (!quote) return s;
-  std::string out = "\"";
-  for (char c : s) {
-    if (c == '"') out += '"';
-    out += c;
-  }
-  return out + "\"";
-}
-
-std::string csv_line(const std::vector<std::string>& fields) {
-  std::string line;
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    if (i > 0) line += ',';
-    line += csv_field(fields[i]);
-  }
-  return line + '\n';
-}
+using runner::Cell;
+using runner::Json;
 
 // An output file written under a temporary name in its directory and renamed
 // into place when complete; standard output when the path is empty.
@@ -103,110 +85,6 @@ class Output {
   bool failed_ = false;
 };
 
-using Cell = std::variant<double, std::string>;
-
-std::string cell_text(const Cell& c) {
-  if (const double* v = std::get_if<double>(&c)) return std::isnan(*v) ? std::string() : host::format_table_value(*v);
-  return std::get<std::string>(c);
-}
-
-Json cell_json(const Cell& c) {
-  if (const double* v = std::get_if<double>(&c)) {
-    if (!std::isfinite(*v)) return nullptr;
-    // Counts (NOBS, ITERATIONS) stay integers.
-    if (std::trunc(*v) == *v && std::fabs(*v) < 9.0e15) return static_cast<long long>(*v);
-    return *v;
-  }
-  return std::get<std::string>(c);
-}
-
-// The estimates of one series, one cell for each name of estimate_names().
-const std::vector<std::string>& estimate_names() {
-  static const std::vector<std::string> names = {
-      "STATUS", "MODEL", "NOBS",  "LEVEL", "LEVEL_STDERR", "TREND", "TREND_STDERR", "DAMPING", "DAMPING_STDERR",
-      "SEASONAL", "SEASONAL_STDERR", "ERROR_VARIANCE", "FIT_END", "ITERATIONS", "AIC", "AICC", "BIC", "RMSE",
-      "MAE", "MAPE", "MASE"};
-  return names;
-}
-
-std::vector<Cell> estimate_cells(const runner::SeriesOutcome& o) {
-  const runner::FitResult& f = o.result.fit;
-  const bool fitted = o.ok && o.result.fitted;
-  std::vector<Cell> cells;
-  cells.emplace_back(std::string(o.ok ? "ok" : "failed"));
-  cells.emplace_back(std::string(fitted && f.family != nullptr ? f.family->name : ""));
-  cells.emplace_back(fitted ? static_cast<double>(f.nobs) : runner::kNaN);
-  for (const char* item : runner::kWeightItem) {
-    double value = runner::kNaN, se = runner::kNaN;
-    for (const runner::WeightEstimate& w : f.weights) {
-      if (fitted && w.name == item) {
-        value = w.estimate;
-        se = w.std_error;
-      }
-    }
-    cells.emplace_back(value);
-    cells.emplace_back(se);
-  }
-  cells.emplace_back(fitted ? f.error_variance : runner::kNaN);
-  cells.emplace_back(fitted ? runner::describe(f.end) : std::string());
-  cells.emplace_back(fitted ? static_cast<double>(f.iterations) : runner::kNaN);
-  for (double v : {f.criteria.aic, f.criteria.aicc, f.criteria.bic, f.fit_accuracy.rmse, f.fit_accuracy.mae,
-                   f.fit_accuracy.mape, f.fit_accuracy.mase}) {
-    cells.emplace_back(fitted ? v : runner::kNaN);
-  }
-  return cells;
-}
-
-// The forecast table's rows of one series, each led by the key and followed
-// by KIND (history or forecast) and LEAD.
-std::string table_csv(const runner::SeriesOutcome& o, int lead, bool future_only) {
-  const runner::ForecastTable& t = o.result.table;
-  std::string key;
-  for (const std::string& k : o.key) key += csv_field(k) + ',';
-  const std::size_t rows = t.rows();
-  const std::size_t first_forecast = rows >= static_cast<std::size_t>(lead) ? rows - static_cast<std::size_t>(lead) : 0;
-  std::string out;
-  for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
-    out += key;
-    for (std::size_t j = 0; j < t.columns.size(); ++j) {
-      const double v = t.columns[j].values[i];
-      if (j > 0) out += ',';
-      out += j == 0 && !esf::is_missing(v) ? runner::format_time(v, t.units) : host::format_table_value(v);
-    }
-    if (i >= first_forecast) {
-      out += fmt::format(",forecast,{}\n", i - first_forecast + 1);
-    } else {
-      out += ",history,\n";
-    }
-  }
-  return out;
-}
-
-Json table_json(const runner::SeriesOutcome& o, int lead, bool future_only) {
-  const runner::ForecastTable& t = o.result.table;
-  const std::size_t rows = t.rows();
-  const std::size_t first_forecast = rows >= static_cast<std::size_t>(lead) ? rows - static_cast<std::size_t>(lead) : 0;
-  Json table = Json::object();
-  for (std::size_t j = 0; j < t.columns.size(); ++j) {
-    Json values = Json::array();
-    for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
-      const double v = t.columns[j].values[i];
-      if (esf::is_missing(v) || !std::isfinite(v)) {
-        values.push_back(nullptr);
-      } else {
-        values.push_back(j == 0 ? Json(runner::format_time(v, t.units)) : Json(v));
-      }
-    }
-    table[t.columns[j].name] = std::move(values);
-  }
-  Json lead_column = Json::array();
-  for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
-    lead_column.push_back(i >= first_forecast ? Json(i - first_forecast + 1) : Json(nullptr));
-  }
-  table["LEAD"] = std::move(lead_column);
-  return table;
-}
-
 // A progress line on standard error, a few times a second.
 class Progress {
  public:
@@ -253,11 +131,14 @@ bool wants_many(const ManyOptions& o, const std::string& input) {
 int run_many(const char* command, runner::Loader& loader, const runner::ModelOptions& model, bool forecast,
              const std::string& input, const ManyOptions& o, const runner::SavedModel* saved) {
   if (model.trace) throw runner::RunError("--trace follows one series; it cannot be used with many");
-  if (model.interval.empty()) throw runner::RunError("--interval: a table of many series needs the interval named");
   runner::TableLayout layout{o.by, o.id_column, o.vars};
   if (layout.by.empty() && layout.vars.empty()) layout = {{"unique_id"}, "ds", {"y"}};
   runner::Runner run(loader);
-  const runner::Plan plan = run.plan(model, forecast);
+  // Without --interval each series runs on the interval its time IDs fit
+  // (a saved model's own interval when it names one).
+  runner::ModelOptions options = model;
+  if (options.interval.empty() && saved != nullptr) options.interval = saved->interval;
+  const runner::Plan plan = run.plan(options, forecast);
   const runner::SeriesTable table(input, layout);
   const runner::TableShape& shape = table.shape();
 
@@ -275,17 +156,21 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
   const bool write_estimates = !forecast || estimates_out.has_value();
 
   std::vector<std::string> header = shape.key_columns;
-  for (const std::string& n : estimate_names()) header.push_back(n);
-  if (write_estimates && !o.json) estimates.write(csv_line(header));
+  for (const std::string& n : runner::estimate_names()) header.push_back(n);
+  if (write_estimates && !o.json) estimates.write(runner::csv_line(header));
   if (status_out) {
     std::vector<std::string> h = shape.key_columns;
     for (const char* n : {"STATUS", "REASON", "RETURN_CODE"}) h.emplace_back(n);
-    status_out->write(csv_line(h));
+    status_out->write(runner::csv_line(h));
   }
 
   const int lead = std::max(model.lead, model.holdout);
-  std::vector<std::string> table_columns;  // of the first table written
+  // The output's columns, from the first table made; every table maps onto them.
+  std::mutex columns_mutex;
+  std::vector<std::string> columns;
+  bool header_written = false;
   std::vector<std::string> reasons;
+  std::map<std::string, std::size_t> intervals;  // found from the time IDs: series of each
   std::size_t done = 0;
 
   runner::BatchOptions b;
@@ -293,10 +178,24 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
   b.saved = saved;
   b.prepare = [&](runner::SeriesOutcome& out) {
     if (!out.ok || !forecast) return;
+    std::vector<std::string> names;
+    {
+      std::lock_guard lock(columns_mutex);
+      if (columns.empty()) columns = runner::output_columns(out.result.table, plan);
+      names = columns;
+    }
+    std::vector<int> map;
+    try {
+      map = runner::column_map(out, names);
+    } catch (const runner::RunError& e) {
+      out.ok = false;
+      out.reason = e.what();
+      return;
+    }
     if (o.json) {
-      out.prepared = ",\"table\":" + table_json(out, lead, o.future_only).dump() + "}";
+      out.prepared = ",\"table\":" + runner::table_json(out, names, map, lead, o.future_only).dump() + "}";
     } else {
-      out.prepared = table_csv(out, lead, o.future_only);
+      out.prepared = runner::table_csv(out, map, lead, o.future_only);
     }
   };
   Progress progress(shape.series, !o.quiet && ::isatty(STDERR_FILENO) != 0);
@@ -304,6 +203,7 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
 
   const std::size_t failed = runner::run_batch(run, plan, table, b, [&](runner::SeriesOutcome& out) {
     ++done;
+    if (plan.interval_token.empty() && !out.interval.empty()) ++intervals[out.interval];
     Json key = Json::object();
     for (std::size_t k = 0; k < out.key.size(); ++k) key[shape.key_columns[k]] = out.key[k];
     if (!out.ok) reasons.push_back(fmt::format("{}: {}", fmt::join(out.key, ","), out.reason));
@@ -313,13 +213,13 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
       // A series that ran keeps its warnings here (weights left on a bound, ...).
       row.push_back(out.ok ? fmt::format("{}", fmt::join(out.result.fit.warnings, "; ")) : out.reason);
       row.push_back(out.return_code != 0 ? std::to_string(out.return_code) : std::string());
-      status_out->write(csv_line(row));
+      status_out->write(runner::csv_line(row));
     }
-    const std::vector<Cell> cells = estimate_cells(out);
+    const std::vector<Cell> cells = runner::estimate_cells(out);
     if (o.json) {
       Json line;
       line["key"] = key;
-      for (std::size_t c = 0; c < cells.size(); ++c) line[estimate_names()[c]] = cell_json(cells[c]);
+      for (std::size_t c = 0; c < cells.size(); ++c) line[runner::estimate_names()[c]] = runner::cell_json(cells[c]);
       if (!out.ok) line["REASON"] = out.reason;
       std::string text = line.dump();
       if (estimates_out) estimates_out->write(text + '\n');
@@ -330,30 +230,31 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
     }
     if (write_estimates) {
       std::vector<std::string> row = out.key;
-      for (const Cell& c : cells) row.push_back(cell_text(c));
-      estimates.write(csv_line(row));
+      for (const Cell& c : cells) row.push_back(runner::cell_text(c));
+      estimates.write(runner::csv_line(row));
     }
     if (forecast && out.ok) {
-      std::vector<std::string> names;
-      for (const runner::TableColumn& c : out.result.table.columns) names.push_back(c.name);
-      if (table_columns.empty()) {
-        table_columns = names;
+      if (!header_written) {
+        header_written = true;
         std::vector<std::string> h = shape.key_columns;
-        h.insert(h.end(), names.begin(), names.end());
+        std::lock_guard lock(columns_mutex);
+        h.insert(h.end(), columns.begin(), columns.end());
         h.emplace_back("KIND");
         h.emplace_back("LEAD");
-        main_out->write(csv_line(h));
-      }
-      if (names != table_columns) {
-        throw runner::RunError(fmt::format("series {}: its forecast table has the columns {}, not {} as the first; "
-                                           "write models with different columns to separate outputs",
-                                           fmt::join(out.key, ","), fmt::join(names, ","),
-                                           fmt::join(table_columns, ",")));
+        main_out->write(runner::csv_line(h));
       }
       main_out->write(out.prepared);
     }
   });
   progress.clear();
+  if (!intervals.empty()) {
+    std::vector<std::string> found;
+    for (const auto& [name, count] : intervals) found.push_back(fmt::format("{} for {} series", name, count));
+    std::cerr << fmt::format("esforecast {}: no --interval given; each series runs on the interval its time IDs fit: "
+                             "{}{}\n",
+                             command, fmt::join(found, ", "),
+                             intervals.size() > 1 ? " (the INTERVAL column of --estimates names each series')" : "");
+  }
   main_out->commit();
   if (estimates_out) estimates_out->commit();
   if (status_out) status_out->commit();

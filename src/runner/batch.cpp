@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <exception>
@@ -11,13 +10,10 @@
 #include <thread>
 
 #include "host/host.h"
+#include "runner/interval_inference.h"
 
 namespace esf::runner {
 namespace {
-
-double seconds_since(std::chrono::steady_clock::time_point t0) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-}
 
 // Outcomes wait here until every series before them has been handed on.
 class InOrder {
@@ -106,26 +102,60 @@ class Queue {
   bool stop_ = false;
 };
 
-}  // namespace
+// Plans for the intervals series' time IDs fit, each made once and shared
+// by the threads.
+class IntervalPlans {
+ public:
+  IntervalPlans(const Runner& runner, const Plan& plan) : runner_(runner), plan_(plan) {}
+  const Plan& of(const std::string& interval) {
+    std::lock_guard lock(mutex_);
+    auto it = plans_.find(interval);
+    if (it == plans_.end()) {
+      ModelOptions o = plan_.options;
+      o.interval = interval;
+      it = plans_.emplace(interval, runner_.plan(o, plan_.forecast)).first;
+      it->second.timed = plan_.timed;
+    }
+    return it->second;
+  }
 
-SeriesOutcome run_one(const Runner& runner, const Plan& plan, const std::string& path, RawSeries&& raw,
-                      const SavedModel* saved) {
+ private:
+  const Runner& runner_;
+  const Plan& plan_;
+  std::mutex mutex_;
+  std::map<std::string, Plan> plans_;  // nodes stay put: references to them hold
+};
+
+SeriesOutcome run_series(const Runner& runner, const Plan& given, IntervalPlans& plans, const std::string& path,
+                         RawSeries&& raw, const SavedModel* saved) {
   SeriesOutcome o;
   o.ordinal = raw.ordinal;
   o.key = std::move(raw.key);
   try {
-    const auto t0 = std::chrono::steady_clock::now();
-    const CsvSeries series = parse_raw_series(raw, path, plan.units);
-    raw = RawSeries{};
-    o.read_seconds = seconds_since(t0);
-    const auto t1 = std::chrono::steady_clock::now();
-    if (plan.forecast) {
-      o.result = runner.forecast(plan, series, saved);
+    const double t0 = given.timed ? thread_cpu_seconds() : 0.0;
+    const Plan* plan = &given;
+    CsvSeries series;
+    if (given.interval_token.empty()) {
+      TimeUnits units = TimeUnits::kDate;
+      series = read_in_any_units([&](TimeUnits u) { return parse_raw_series(raw, path, u); }, &units);
+      const Inferred found = infer_interval(runner.loader(), series, units);
+      if (found.interval.empty()) throw RunError(found.message);
+      plan = &plans.of(found.interval);
+      if (plan->units != units) series = parse_raw_series(raw, path, plan->units);
     } else {
-      o.result.fit = runner.fit(plan, series);
+      series = parse_raw_series(raw, path, plan->units);
+    }
+    o.interval = plan->interval_token;
+    raw = RawSeries{};
+    const double t1 = given.timed ? thread_cpu_seconds() : 0.0;
+    o.read_seconds = t1 - t0;
+    if (plan->forecast) {
+      o.result = runner.forecast(*plan, series, saved);
+    } else {
+      o.result.fit = runner.fit(*plan, series);
       o.result.fitted = true;
     }
-    o.run_seconds = seconds_since(t1);
+    o.run_seconds = given.timed ? thread_cpu_seconds() - t1 : 0.0;
     o.ok = true;
   } catch (const RunError& e) {
     o.reason = e.what();
@@ -136,12 +166,21 @@ SeriesOutcome run_one(const Runner& runner, const Plan& plan, const std::string&
   return o;
 }
 
+}  // namespace
+
+SeriesOutcome run_one(const Runner& runner, const Plan& plan, const std::string& path, RawSeries&& raw,
+                      const SavedModel* saved) {
+  IntervalPlans plans(runner, plan);
+  return run_series(runner, plan, plans, path, std::move(raw), saved);
+}
+
 std::size_t run_batch(const Runner& runner, const Plan& plan, const SeriesTable& table, const BatchOptions& options,
                       const std::function<void(SeriesOutcome&)>& take) {
   const std::string& path = table.shape().path;
   InOrder in_order(take);
+  IntervalPlans plans(runner, plan);
   auto finish = [&](RawSeries&& raw) {
-    SeriesOutcome o = run_one(runner, plan, path, std::move(raw), options.saved);
+    SeriesOutcome o = run_series(runner, plan, plans, path, std::move(raw), options.saved);
     if (options.prepare) options.prepare(o);
     in_order.deliver(std::move(o));
   };

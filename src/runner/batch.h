@@ -31,13 +31,16 @@ struct SeriesOutcome {
   std::string reason;    // why it failed, naming file, line and field where known
   int return_code = 0;   // the method's return code, when a method failed
   ForecastResult result; // result.fit for a fit; the table too for a forecast
-  // Seconds spent on this series: reading its rows as times and values, and
-  // running it through the plan.
+  // With plan.timed, thread CPU seconds spent on this series: reading its rows as times and
+  // values (and finding its interval), and running it through the plan.
   double read_seconds = 0.0;
   double run_seconds = 0.0;
   // Text a front end prepared from the outcome on the worker thread
   // (BatchOptions::prepare), written later in key order.
   std::string prepared;
+  // The interval the series ran on: the plan's, or the one its time IDs fit
+  // when the plan names none (empty when none was found).
+  std::string interval;
 };
 
 struct BatchOptions {
@@ -53,7 +56,9 @@ struct BatchOptions {
 
 // Runs every series of `table` through `plan` (a fit, or a forecast when
 // plan.forecast) and hands each outcome to `take` in key order, from one
-// thread at a time.  Returns the number of series that failed.  Throws
+// thread at a time.  A plan without an interval runs each series on the
+// interval its own time IDs fit (a series they fit none of fails with the
+// reason).  Returns the number of series that failed.  Throws
 // CsvError when the table itself cannot be read, and whatever `take` throws
 // (after the workers have stopped).
 std::size_t run_batch(const Runner& runner, const Plan& plan, const SeriesTable& table, const BatchOptions& options,

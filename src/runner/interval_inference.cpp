@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "host/host.h"
 #include "host/time_text.h"
 #include "primitives/primitives.h"
 
@@ -71,9 +72,9 @@ Inferred infer(Routines& fn, const std::vector<const CsvRow*>& rows, TimeUnits u
   std::vector<INTERVAL> proposals;
   for (std::size_t i = 0; i + 1 < rows.size(); ++i) {
     if (rows[i]->time == rows[i + 1]->time) {
-      out.message = fmt::format("{}: lines {} and {}, column '{}': '{}' and '{}' are the same time; no interval fits",
-                                series.path, rows[i]->line, rows[i + 1]->line, series.id_column, rows[i]->id_text,
-                                rows[i + 1]->id_text);
+      out.message = fmt::format("{}: lines {} and {}, column {}: {} and {} are the same time; no interval fits",
+                                series.path, rows[i]->line, rows[i + 1]->line, host::quote_input(series.id_column),
+                                host::quote_input(rows[i]->id_text), host::quote_input(rows[i + 1]->id_text));
       return out;
     }
     INTERVAL iv{};
@@ -101,29 +102,29 @@ Inferred infer(Routines& fn, const std::vector<const CsvRow*>& rows, TimeUnits u
   const CsvRow* a = rows[first_bad];
   const CsvRow* b = rows[first_bad + 1];
   if (proposals.empty()) {
-    out.message = fmt::format("{}: no interval carries line {} ('{}') onto line {} ('{}'); give --interval",
-                              series.path, a->line, a->id_text, b->line, b->id_text);
+    out.message = fmt::format("{}: no interval carries line {} ({}) onto line {} ({}); give --interval",
+                              series.path, a->line, host::quote_input(a->id_text), b->line,
+                              host::quote_input(b->id_text));
   } else {
     const std::string first = name_of(proposals.front());
     out.message = fmt::format(
-        "{}: no single interval fits the time IDs: lines {} and {} ('{}' and '{}') are not a whole number of {} "
+        "{}: no single interval fits the time IDs: lines {} and {} ({} and {}) are not a whole number of {} "
         "apart, as other rows are; give --interval",
-        series.path, a->line, b->line, a->id_text, b->id_text, first);
+        series.path, a->line, b->line, host::quote_input(a->id_text), host::quote_input(b->id_text), first);
   }
   return out;
 }
 
 }  // namespace
 
-CsvSeries read_series_any_units(const std::string& path, const std::string& id_column, const std::string& var_column,
-                                TimeUnits* units) {
+CsvSeries read_in_any_units(const std::function<CsvSeries(TimeUnits)>& read, TimeUnits* units) {
   CsvSeries s;
   try {
-    s = read_series_csv(path, id_column, var_column, TimeUnits::kDatetime);
+    s = read(TimeUnits::kDatetime);
   } catch (const CsvTimeIdError&) {
     // Not dates: observation numbers, or a message about them.
     *units = TimeUnits::kNumber;
-    return read_series_csv(path, id_column, var_column, TimeUnits::kNumber);
+    return read(TimeUnits::kNumber);
   }
   const bool timed = std::any_of(s.rows.begin(), s.rows.end(), [](const CsvRow& r) {
     const auto t = host::read_time_text(r.id_text);
@@ -136,8 +137,13 @@ CsvSeries read_series_any_units(const std::string& path, const std::string& id_c
   return s;
 }
 
+CsvSeries read_series_any_units(const std::string& path, const std::string& id_column, const std::string& var_column,
+                                TimeUnits* units) {
+  return read_in_any_units([&](TimeUnits u) { return read_series_csv(path, id_column, var_column, u); }, units);
+}
+
 Inferred infer_interval(Loader& loader, const CsvSeries& series, TimeUnits units) {
-  loader.load();
+  if (!loader.loaded()) loader.load();
   Routines fn(loader);
   return infer(fn, in_order(series), units, series);
 }
@@ -154,8 +160,8 @@ std::string placement_remark(Loader& loader, const CsvSeries& series, TimeUnits 
   if (off == nullptr) return {};
   const Inferred fit = infer(fn, in_order(series), units, series);
   std::string text = fmt::format(
-      "{}: line {}, column '{}': '{}' does not begin a period of {}; each row is placed in the period that holds it",
-      series.path, off->line, series.id_column, off->id_text, name_of(interval));
+      "{}: line {}, column {}: {} does not begin a period of {}; each row is placed in the period that holds it",
+      series.path, off->line, host::quote_input(series.id_column), host::quote_input(off->id_text), name_of(interval));
   if (!fit.interval.empty() && fit.interval != name_of(interval)) {
     text += fmt::format(" ({} would fit the time IDs)", fit.interval);
   }

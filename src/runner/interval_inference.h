@@ -6,6 +6,7 @@
 //   Inferred i = infer_interval(loader, s, units);   // i.interval == "MONTH"
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "intervals/interval.h"
@@ -19,6 +20,9 @@ namespace esf::runner {
 // time of day. Throws CsvError.
 CsvSeries read_series_any_units(const std::string& path, const std::string& id_column, const std::string& var_column,
                                 TimeUnits* units);
+// The same for rows read by `read`, which parses them in the units it is
+// given (a series of a table of many).
+CsvSeries read_in_any_units(const std::function<CsvSeries(TimeUnits)>& read, TimeUnits* units);
 
 struct Inferred {
   std::string interval;  // the interval's name, e.g. "MONTH" or "WEEK.2"

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "host/host.h"
 #include "module/method_args.h"
 
 namespace esf::runner {
@@ -12,7 +13,7 @@ namespace {
 
 std::string place(const SeriesForChecks& s, std::size_t i) {
   const long line = i < s.lines.size() ? s.lines[i] : 0;
-  if (line > 0) return fmt::format("{}, line {}, field '{}'", s.path, line, s.column);
+  if (line > 0) return fmt::format("{}, line {}, field {}", s.path, line, host::quote_input(s.column));
   return fmt::format("{}, observation {}", s.path, i + 1);
 }
 

@@ -122,10 +122,15 @@ struct Plan {
   ModelOptions options;
   const Family* family = nullptr;  // null for --model auto
   INTERVAL interval{};
-  std::string interval_token;  // the interval's name ("WEEK.2" for the alias "W-SUN")
+  // The interval's name ("WEEK.2" for the alias "W-SUN"); empty when the
+  // options name none, and each series of a batch finds its own.
+  std::string interval_token;
   std::string interval_alias;  // the pandas alias the user wrote, or empty
   TimeUnits units = TimeUnits::kDate;
   bool forecast = false;
+  // Record the CPU seconds of each stage (ForecastResult, SeriesOutcome):
+  // a benchmark's figures, at the price of a clock reading per stage.
+  bool timed = false;
 };
 
 struct WeightEstimate {
@@ -207,6 +212,12 @@ struct ForecastTable {
   TimeUnits units = TimeUnits::kDate;  // what the time ID column counts
   std::vector<TableColumn> columns;
   std::size_t rows() const { return columns.empty() ? 0 : columns.front().values.size(); }
+  // The values of each column, in order, as host::append_table_row reads them.
+  std::vector<const double*> column_data() const {
+    std::vector<const double*> data;
+    for (const TableColumn& c : columns) data.push_back(c.values.data());
+    return data;
+  }
 };
 
 struct ForecastResult {
@@ -219,11 +230,17 @@ struct ForecastResult {
   Accuracy holdout_accuracy;
   std::vector<std::pair<std::string, double>> holdout_coverage;
   std::vector<std::string> warnings;  // limits that fell back on the formulas, ...
-  // Seconds spent placing the series, building its lists and fitting it,
-  // and then in the forecast method and its table.
+  // With plan.timed, thread CPU seconds (not wall time, so that a loaded
+  // machine does not inflate them) spent placing the series, building its lists and fitting
+  // it, then in the forecast method and its table; and, of these, inside the
+  // module's fit method and the forecast method that wrote the table.
   double fit_seconds = 0.0;
   double forecast_seconds = 0.0;
+  double module_seconds = 0.0;
 };
+
+// CPU seconds of the calling thread.
+double thread_cpu_seconds();
 
 // A model list saved by a fit, as read back from its file.
 struct SavedModel {
@@ -237,8 +254,9 @@ class Runner {
  public:
   explicit Runner(Loader& loader) : loader_(loader) {}
 
-  // Checks the options and parses the interval (loading the module).
-  // Throws RunError.
+  // Checks the options and parses the interval (loading the module).  An
+  // empty interval is left to be found from each series' time IDs by
+  // run_batch.  Throws RunError.
   Plan plan(const ModelOptions& options, bool forecast) const;
 
   // The plan and the series of a CSV file. Without an interval in the

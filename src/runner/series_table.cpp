@@ -1,44 +1,105 @@
 #include "runner/series_table.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <fstream>
+#include <limits>
+#include <string_view>
+#include <unordered_map>
 
 #include <fmt/format.h>
+
+#include "host/host.h"
 
 namespace esf::runner {
 namespace {
 
-// Reads lines, counting them and dropping a byte-order mark and the carriage
-// return of a CRLF file.
-class LineReader {
+// Reads lines in large blocks, counting them and knowing the byte offset
+// where each begins, and dropping a byte-order mark and the carriage return
+// of a CRLF file; can start over at a known line.
+class BlockReader {
  public:
-  explicit LineReader(const std::string& path) : path_(path), in_(path, std::ios::binary) {
-    if (!in_) throw CsvError(fmt::format("{}: cannot open the file for reading", path));
+  explicit BlockReader(const std::string& path) : path_(path), file_(std::fopen(path.c_str(), "rb")) {
+    if (file_ == nullptr) throw CsvError(fmt::format("{}: cannot open the file for reading", path));
+    buffer_.resize(std::size_t{1} << 20);
   }
-  bool next(std::string* line) {
-    if (!std::getline(in_, *line)) {
-      if (in_.bad()) throw CsvError(fmt::format("{}: read error", path_));
-      return false;
+  BlockReader(const BlockReader&) = delete;
+  BlockReader& operator=(const BlockReader&) = delete;
+  ~BlockReader() { std::fclose(file_); }
+
+  // Goes to `offset`, the start of the line after line `number`.
+  void seek(std::uint64_t offset, long number) {
+    if (std::fseek(file_, static_cast<long>(offset), SEEK_SET) != 0) {
+      throw CsvError(fmt::format("{}: read error", path_));
     }
+    begin_ = end_ = 0;
+    next_offset_ = offset;
+    number_ = number;
+    eof_ = false;
+  }
+  // The next line, valid until the next call.
+  bool next(std::string_view* line) {
+    const char* nl = nullptr;
+    while ((nl = static_cast<const char*>(std::memchr(buffer_.data() + begin_, '\n', end_ - begin_))) == nullptr) {
+      if (eof_) break;
+      fill();
+    }
+    if (nl == nullptr && begin_ == end_) return false;
+    const std::size_t stop = nl != nullptr ? static_cast<std::size_t>(nl - buffer_.data()) : end_;
+    *line = std::string_view(buffer_.data() + begin_, stop - begin_);
+    offset_ = next_offset_;
+    const std::size_t used = (nl != nullptr ? stop + 1 : stop) - begin_;
+    next_offset_ += used;
+    begin_ += used;
     ++number_;
-    if (number_ == 1 && line->compare(0, 3, "\xEF\xBB\xBF") == 0) line->erase(0, 3);
-    if (!line->empty() && line->back() == '\r') line->pop_back();
+    if (offset_ == 0 && line->substr(0, 3) == "\xEF\xBB\xBF") line->remove_prefix(3);
+    if (!line->empty() && line->back() == '\r') line->remove_suffix(1);
     return true;
   }
-  long number() const { return number_; }
-  // The next line that is not blank.
+  // The next line that is not blank, copied.
   bool next_nonblank(std::string* line) {
-    while (next(line)) {
-      if (line->find_first_not_of(" \t") != std::string::npos) return true;
+    std::string_view view;
+    while (next(&view)) {
+      if (view.find_first_not_of(" \t") != std::string_view::npos) {
+        line->assign(view);
+        return true;
+      }
     }
     return false;
   }
+  long number() const { return number_; }
+  // Byte offset of the line last returned.
+  std::uint64_t offset() const { return offset_; }
 
  private:
+  // Moves what is left to the front and reads more, growing the buffer for a
+  // line longer than it.
+  void fill() {
+    if (begin_ > 0) {
+      std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+      end_ -= begin_;
+      begin_ = 0;
+    }
+    if (end_ == buffer_.size()) buffer_.resize(buffer_.size() * 2);
+    const std::size_t got = std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, file_);
+    if (got == 0) {
+      if (std::ferror(file_)) throw CsvError(fmt::format("{}: read error", path_));
+      eof_ = true;
+    }
+    end_ += got;
+  }
+
   std::string path_;
-  std::ifstream in_;
+  std::FILE* file_;
+  std::vector<char> buffer_;
+  std::size_t begin_ = 0, end_ = 0;
+  std::uint64_t next_offset_ = 0, offset_ = 0;
   long number_ = 0;
+  bool eof_ = false;
 };
+
+bool is_blank(std::string_view line) { return line.find_first_not_of(" \t") == std::string_view::npos; }
 
 // The key of a row as one text; the unit separator cannot occur in a field
 // that came out of the CSV reader in a way that makes two keys collide
@@ -65,7 +126,7 @@ void split_row(const std::string& path, long lineno, const std::string& line, st
 bool is_unique_id_header(const std::string& path) {
   std::ifstream probe(path, std::ios::binary);
   if (!probe) return false;
-  LineReader in(path);
+  BlockReader in(path);
   std::string line;
   if (!in.next_nonblank(&line)) return false;
   std::vector<std::string> fields;
@@ -76,7 +137,7 @@ bool is_unique_id_header(const std::string& path) {
 SeriesTable::SeriesTable(std::string path, TableLayout layout) : layout_(std::move(layout)) {
   shape_.path = std::move(path);
   const std::string& p = shape_.path;
-  LineReader in(p);
+  BlockReader in(p);
   std::string line;
   if (!in.next_nonblank(&line)) throw CsvError(fmt::format("{}: line {}: the file has no header line", p, in.number() + 1));
   header_line_ = in.number();
@@ -87,7 +148,8 @@ SeriesTable::SeriesTable(std::string path, TableLayout layout) : layout_(std::mo
     for (std::size_t k = 0; k < header_.size(); ++k) {
       if (header_[k] == name) return k;
     }
-    throw CsvError(fmt::format("{}: line {}: no column named '{}' in the header (the {})", p, header_line_, name, role));
+    throw CsvError(fmt::format("{}: line {}: no column named {} in the header (the {})", p, header_line_,
+                               host::quote_input(name), role));
   };
   auto used = [&](std::size_t k) {
     return std::find(key_cols_.begin(), key_cols_.end(), k) != key_cols_.end() ||
@@ -126,13 +188,13 @@ SeriesTable::SeriesTable(std::string path, TableLayout layout) : layout_(std::mo
   }
   for (std::size_t v : var_cols_) {
     if (v == id_col_ || std::find(key_cols_.begin(), key_cols_.end(), v) != key_cols_.end()) {
-      throw CsvError(fmt::format("{}: line {}: column '{}' cannot be both the values and a key or the time ID", p,
-                                 header_line_, header_[v]));
+      throw CsvError(fmt::format("{}: line {}: column {} cannot be both the values and a key or the time ID", p,
+                                 header_line_, host::quote_input(header_[v])));
     }
   }
   if (std::find(key_cols_.begin(), key_cols_.end(), id_col_) != key_cols_.end()) {
-    throw CsvError(fmt::format("{}: line {}: column '{}' cannot be both a key and the time ID", p, header_line_,
-                               header_[id_col_]));
+    throw CsvError(fmt::format("{}: line {}: column {} cannot be both a key and the time ID", p, header_line_,
+                               host::quote_input(header_[id_col_])));
   }
   shape_.id_column = header_[id_col_];
   if (wide) {
@@ -145,20 +207,38 @@ SeriesTable::SeriesTable(std::string path, TableLayout layout) : layout_(std::mo
 }
 
 void SeriesTable::scan_long() {
-  LineReader in(shape_.path);
+  BlockReader in(shape_.path);
+  std::string_view view;
   std::string line;
   std::vector<std::string> fields;
-  while (in.next(&line) && in.number() < header_line_) {
+  std::unordered_map<std::string, std::size_t> ordinal_of;
+  while (in.number() < header_line_ && in.next(&view)) {
   }
-  while (in.next(&line)) {
-    if (line.find_first_not_of(" \t") == std::string::npos) continue;
+  while (in.next(&view)) {
+    if (is_blank(view)) continue;
+    line.assign(view);
     split_row(shape_.path, in.number(), line, header_.size(), &fields);
-    auto [it, fresh] = ordinal_of_.emplace(key_text(fields, key_cols_), last_line_.size());
-    if (fresh) last_line_.push_back(0);
-    last_line_[it->second] = in.number();
+    auto [it, fresh] = ordinal_of.emplace(key_text(fields, key_cols_), keys_.size());
+    if (fresh) {
+      if (keys_.size() > std::numeric_limits<std::uint32_t>::max()) {
+        throw CsvError(fmt::format("{}: line {}: more than {} series in one table", shape_.path, in.number(),
+                                   std::numeric_limits<std::uint32_t>::max()));
+      }
+      KeyRows k;
+      for (std::size_t c : key_cols_) k.key.push_back(fields[c]);
+      k.first_offset = in.offset();
+      k.first_line = in.number();
+      k.first_row = row_key_.size();
+      keys_.push_back(std::move(k));
+    }
+    KeyRows& k = keys_[it->second];
+    k.last_line = in.number();
+    ++k.rows;
+    row_key_.push_back(static_cast<std::uint32_t>(it->second));
   }
-  if (last_line_.empty()) throw CsvError(fmt::format("{}: line {}: the file has no data rows", shape_.path, in.number()));
-  shape_.series = last_line_.size();
+  if (keys_.empty()) throw CsvError(fmt::format("{}: line {}: the file has no data rows", shape_.path, in.number()));
+  row_key_.shrink_to_fit();
+  shape_.series = keys_.size();
 }
 
 void SeriesTable::read(const std::function<void(RawSeries&&)>& take) const {
@@ -170,43 +250,70 @@ void SeriesTable::read(const std::function<void(RawSeries&&)>& take) const {
 }
 
 void SeriesTable::read_long(const std::function<void(RawSeries&&)>& take) const {
-  LineReader in(shape_.path);
+  std::size_t first = 0;
+  while (first < keys_.size()) {
+    std::size_t end = first + 1;
+    std::size_t rows = keys_[first].rows;
+    while (end < keys_.size() && rows + keys_[end].rows <= rows_in_memory_) rows += keys_[end++].rows;
+    read_group(first, end, take);
+    first = end;
+  }
+}
+
+// The series of keys first..end-1: the pass starts at the first row of key
+// `first` (keys are numbered in the order their first rows come) and ends
+// once every series of the group is complete; each is handed on as soon as
+// it and those before it are.
+void SeriesTable::read_group(std::size_t first, std::size_t end,
+                             const std::function<void(RawSeries&&)>& take) const {
+  auto changed = [&] { return CsvError(fmt::format("{}: the file changed while it was read", shape_.path)); };
+  std::vector<RawSeries> group(end - first);
+  for (std::size_t o = first; o < end; ++o) {
+    RawSeries& r = group[o - first];
+    r.ordinal = o;
+    r.key = keys_[o].key;
+    r.id_column = header_[id_col_];
+    r.var_column = header_[var_cols_[0]];
+    r.lines.reserve(keys_[o].rows);
+    r.id_texts.reserve(keys_[o].rows);
+    r.value_texts.reserve(keys_[o].rows);
+  }
+  BlockReader in(shape_.path);
+  in.seek(keys_[first].first_offset, keys_[first].first_line - 1);
+  std::size_t row = keys_[first].first_row;
+  std::size_t next = first;  // the next series to hand on
+  std::string_view view;
   std::string line;
   std::vector<std::string> fields;
-  while (in.next(&line) && in.number() < header_line_) {
-  }
-  // Series whose last row is still to come, by ordinal.
-  std::unordered_map<std::size_t, RawSeries> open;
-  while (in.next(&line)) {
-    if (line.find_first_not_of(" \t") == std::string::npos) continue;
+  while (next < end && in.next(&view)) {
+    if (is_blank(view)) continue;
+    if (row >= row_key_.size()) throw changed();
+    const std::size_t o = row_key_[row++];
+    if (o < first || o >= end) continue;
+    line.assign(view);
     split_row(shape_.path, in.number(), line, header_.size(), &fields);
-    const auto it = ordinal_of_.find(key_text(fields, key_cols_));
-    if (it == ordinal_of_.end()) throw CsvError(fmt::format("{}: the file changed while it was read", shape_.path));
-    auto [s, fresh] = open.try_emplace(it->second);
-    RawSeries& r = s->second;
-    if (fresh) {
-      r.ordinal = it->second;
-      for (std::size_t k : key_cols_) r.key.push_back(fields[k]);
-      r.id_column = header_[id_col_];
-      r.var_column = header_[var_cols_[0]];
+    for (std::size_t c = 0; c < key_cols_.size(); ++c) {
+      if (fields[key_cols_[c]] != keys_[o].key[c]) throw changed();
     }
+    RawSeries& r = group[o - first];
     r.lines.push_back(in.number());
     r.id_texts.push_back(std::move(fields[id_col_]));
     r.value_texts.push_back(std::move(fields[var_cols_[0]]));
-    if (in.number() == last_line_[it->second]) {
-      RawSeries done = std::move(r);
-      open.erase(s);
-      take(std::move(done));
+    while (next < end && group[next - first].lines.size() == keys_[next].rows) {
+      take(std::move(group[next - first]));
+      group[next - first] = RawSeries{};
+      ++next;
     }
   }
-  if (!open.empty()) throw CsvError(fmt::format("{}: the file changed while it was read", shape_.path));
+  if (next < end) throw changed();
 }
 
 void SeriesTable::read_wide(const std::function<void(RawSeries&&)>& take) const {
-  LineReader in(shape_.path);
+  BlockReader in(shape_.path);
+  std::string_view view;
   std::string line;
   std::vector<std::string> fields;
-  while (in.next(&line) && in.number() < header_line_) {
+  while (in.number() < header_line_ && in.next(&view)) {
   }
   std::vector<RawSeries> all(var_cols_.size());
   for (std::size_t j = 0; j < var_cols_.size(); ++j) {
@@ -215,8 +322,9 @@ void SeriesTable::read_wide(const std::function<void(RawSeries&&)>& take) const 
     all[j].id_column = header_[id_col_];
     all[j].var_column = header_[var_cols_[j]];
   }
-  while (in.next(&line)) {
-    if (line.find_first_not_of(" \t") == std::string::npos) continue;
+  while (in.next(&view)) {
+    if (is_blank(view)) continue;
+    line.assign(view);
     split_row(shape_.path, in.number(), line, header_.size(), &fields);
     for (std::size_t j = 0; j < var_cols_.size(); ++j) {
       all[j].lines.push_back(in.number());

@@ -2,16 +2,21 @@
 // value, the series named by one or more key columns, its rows in any order)
 // or a wide one (one time ID column, one value column per series).
 //
-// A long table is read twice: a first pass checks the shape of every row and
-// learns the keys, their order of first appearance and the last line of each
-// key; the second pass hands each series over as soon as its last row has
-// been read.  A file sorted by key so holds one series in memory at a time.
+// A long table is read in two steps.  A first pass checks the shape of every
+// row and learns the keys (in their order of first appearance), where each
+// key's rows begin and end and how many there are, and the key of every row.
+// Then the series are read in groups of consecutive keys whose rows together
+// stay within a budget: each group's pass starts at the first row of its
+// first key, keeps only the rows of its keys and stops once they are all
+// read.  A file sorted by key is so read once more in all; an interleaved
+// one once per group.  Either way memory holds the index (a few bytes a row)
+// and one group's rows, not the table.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "runner/series_csv.h"
@@ -54,13 +59,27 @@ class SeriesTable {
   // file, line and field of a malformed row.
   SeriesTable(std::string path, TableLayout layout);
   const TableShape& shape() const { return shape_; }
-  // Hands every series to `take`, each once its rows are all read.  Throws
-  // CsvError (the file changed between the passes, or cannot be read).
+  // Hands every series to `take` in key order, each once its rows are all
+  // read.  Throws CsvError (the file changed between the passes, or cannot
+  // be read).
   void read(const std::function<void(RawSeries&&)>& take) const;
+  // The rows of a long table held in memory at once while reading (at least
+  // one series' worth).
+  void set_rows_in_memory(std::size_t rows) { rows_in_memory_ = rows; }
 
  private:
+  // Where a key's rows lie in the file.
+  struct KeyRows {
+    std::vector<std::string> key;
+    std::uint64_t first_offset = 0;  // byte offset of its first row
+    long first_line = 0;
+    std::size_t first_row = 0;  // index of its first row among the data rows
+    long last_line = 0;
+    std::size_t rows = 0;
+  };
   void scan_long();
   void read_long(const std::function<void(RawSeries&&)>& take) const;
+  void read_group(std::size_t first, std::size_t end, const std::function<void(RawSeries&&)>& take) const;
   void read_wide(const std::function<void(RawSeries&&)>& take) const;
 
   TableLayout layout_;
@@ -70,9 +89,11 @@ class SeriesTable {
   std::size_t id_col_ = 0;
   std::vector<std::size_t> var_cols_;
   long header_line_ = 0;
-  // Long tables: the key's text -> its ordinal, and the last line of each.
-  std::unordered_map<std::string, std::size_t> ordinal_of_;
-  std::vector<long> last_line_;
+  // Long tables: each key's rows, by ordinal, and the ordinal of every data
+  // row in file order.
+  std::vector<KeyRows> keys_;
+  std::vector<std::uint32_t> row_key_;
+  std::size_t rows_in_memory_ = std::size_t{1} << 20;
 };
 
 // The rows of a series read as times and values; throws CsvError naming the

@@ -1,41 +1,20 @@
-// The two units of simple exponential smoothing are its kernel (es1subs.h) and this one: the
-// family's trait on the shared estimation frame (smoothing/frame.h) and
+// The second of the two units of simple exponential smoothing, beside its kernel (es1subs.h):
+// the family's trait on the shared estimation frame (smoothing/frame.h) and
 // forecast driver (smoothing/frame_out.h), and the exported drivers that
 // instantiate them.
 #pragma once
 
-#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/win_model.h"
 #include "smoothing/es1subs.h"
 #include "smoothing/family_traits.h"
+#include "smoothing/frame_drivers.h"
 #include "smoothing/frame.h"
 #include "smoothing/frame_out.h"
 
-extern "C" {
-
-// Estimates the weight of simple smoothing over model->fitrange, starting the
-// backward pass from model->svi.  Fills model->pest (parms, stderr, tvals,
-// mse) and leaves the last evaluated state in model->smooth and its time-0
-// state in model->startvals.  Returns 0 (converged), 90 (the weight is usable
-// but the convergence test was not met) or -8 (no usable grid start).
-ESF_EXPORT int nes1fit(struct WINMODEL* model);
-
-// Runs the prediction pass over the fit range to the end of the evaluation
-// range, continues with model->lead forecasts and writes the output table
-// model->out.dsname.  startflg non-zero: model->startvals is the state at
-// time 0; else the backward pass runs from model->svi.  Returns 0, -100,
-// -101, -999 or the kernel's negative code; stats.mse holds the pass's error
-// variance.
-ESF_EXPORT int nes1for(struct WINMODEL* model, int startflg);
-
-// Writes `nobs` rows of seven doubles from out->strptr as the table
-// out->dsname: time ID, ACTUAL, FORECAST, the two limits, RESIDUAL, STD,
-// LEVEL.  Returns 0 or -101.
-ESF_EXPORT int es1out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
-           u_sname* timeid, double stdate, char* align, long nobs, double cl);
-
-}  // extern "C"
+// The exported drivers (smoothing/frame_drivers.h).
+ESF_DECLARE_DRIVERS(nes1fit, nes1for)
+ESF_DECLARE_TABLE_WRITER(es1out)
 
 namespace es1 {
 
@@ -65,46 +44,40 @@ struct Family : FamilyDefaults, LevelWeightShape {
                 model->svi.level, rc, mse);
   }
 
-  static int pass_begin(WINMODEL* model, FITCON*, const double*) {
-    model->smooth.level = model->svi.level;
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
+    pass.smooth.level = model.svi.level;
     return kOk;
   }
 
   // A missing observation takes the current level as its value, so that the
   // level stays where it is.
-  static double missing_value(const WINMODEL* model, const FITCON*, const double*, long) {
-    return model->smooth.level;
-  }
+  static double missing_value(const Pass& pass, const double*, long) { return pass.smooth.level; }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
-                    double* wder) {
-    const double before = model->smooth.level;
+  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
+    const double before = pass.smooth.level;
     double xhat = 0.0;
     double e = 0.0;
-    int rc = es1::point(value, model->ts.descstats.norm, w[0], &model->smooth.level, &xhat, &e);
+    int rc = es1::point(value, pass.xscale, w[0], &pass.smooth.level, &xhat, &e);
     if (rc < 0) return rc;
-    rc = es1::point_derivative(value, w[0], before, &fitcon->derwork.level[0], wder);
+    rc = es1::point_derivative(value, w[0], before, &pass.der.level[0], wder);
     if (rc < 0) return rc;
-    model->smooth.xhat = xhat;
+    pass.smooth.xhat = xhat;
     wder[1] = e;
     return kOk;
   }
 
-  static void turn(WINMODEL*, FITCON*, const double*) {}
-  static void save_start(WINMODEL* model) { model->startvals.level = model->smooth.level; }
-
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zes1std(xpxdiag, mse, nobs, parms, stderr, tvals);
+  static void turn(Pass&, const double*) {}
+  static void save_start(const Pass& pass, WINMODEL* model) {
+    model->startvals.level = pass.smooth.level;
   }
 
+  static constexpr auto std_errors = &zes1std;
+
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f   ";
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
-  static constexpr const char* kCheckTitle = " Simple Smoothing Partial Derivative Information    ";
-  static constexpr const char* kCheckHeading = nullptr;
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level  ", "%8.93f   ",
+      nullptr, nullptr,
+      " Simple Smoothing Partial Derivative Information    "};
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
                               const double* deltas, int wkflag, double* pder) {
     return zes1npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],

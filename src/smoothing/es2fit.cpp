@@ -1,22 +1,6 @@
-// The exported drivers of the family: the shared estimation frame, forecast
-// driver and table writer instantiated for its trait (es2::Family).
+// The exported drivers of linear exponential smoothing: the shared frame instantiated for its
+// trait (es2::Family).
 #include "smoothing/es2fit.h"
 
-using es2::Family;
-using smoothing::frame::fit;
-using smoothing::frame::forecast;
-using smoothing::frame::write_family_table;
-
-extern "C" {
-
-int nes2fit(WINMODEL* model) { return fit<Family>(model); }
-
-int nes2for(WINMODEL* model, int startflg) { return forecast<Family>(model, startflg); }
-
-int es2out(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid,
-           double stdate, char* align, long nobs, double cl) {
-  return write_family_table<Family>(out, intv, varname, label, timeid, stdate, align, nobs,
-                                          cl);
-}
-
-}  // extern "C"
+ESF_DEFINE_DRIVERS(es2::Family, nes2fit, nes2for)
+ESF_DEFINE_TABLE_WRITER(es2::Family, es2out)

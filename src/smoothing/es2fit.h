@@ -1,39 +1,18 @@
-// The two units of linear exponential smoothing are its kernel (es2subs.h) and this one: the
-// family's trait on the shared estimation frame (smoothing/frame.h) and
+// The second of the two units of linear exponential smoothing, beside its kernel (es2subs.h):
+// the family's trait on the shared estimation frame (smoothing/frame.h) and
 // forecast driver (smoothing/frame_out.h), and the exported drivers that
 // instantiate them.
 #pragma once
 
-#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/win_model.h"
 #include "smoothing/es2subs.h"
 #include "smoothing/family_traits.h"
+#include "smoothing/frame_drivers.h"
 
-extern "C" {
-
-// Estimates the weights over model->fitrange, starting the backward pass
-// from model->svi. Fills model->pest (parms, stderr, tvals, mse) and leaves
-// the last evaluated state in model->smooth and its time-0 state in
-// model->startvals. Returns 0 (converged), 90 (usable weights, convergence
-// test not met) or -8 (no usable grid start).
-ESF_EXPORT int nes2fit(struct WINMODEL* model);
-
-// Runs the prediction pass over the fit range to the end of the evaluation
-// range, continues with model->lead forecasts and writes the output table
-// model->out.dsname. startflg non-zero: model->startvals is the state at
-// time 0; otherwise the backward pass runs from model->svi. Returns 0, -100,
-// -101, -999 or the kernel's negative code; stats.mse holds the pass's
-// error variance.
-ESF_EXPORT int nes2for(struct WINMODEL* model, int startflg);
-
-// Writes `nobs` rows of eight doubles from out->strptr as the table
-// out->dsname: time ID, ACTUAL, FORECAST, the two limits, RESIDUAL, STD,
-// LEVEL, TREND. Returns 0 or -101.
-ESF_EXPORT int es2out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
-           u_sname* timeid, double stdate, char* align, long nobs, double cl);
-
-}  // extern "C"
+// The exported drivers (smoothing/frame_drivers.h).
+ESF_DECLARE_DRIVERS(nes2fit, nes2for)
+ESF_DECLARE_TABLE_WRITER(es2out)
 
 namespace es2 {
 
@@ -45,12 +24,8 @@ struct Family : TrendedFamily {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::trend};
 
-  // Candidate k is row k of both tables.
-  static constexpr double kGrid[2][kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.01, 0.05, 0.01, 0.1, 0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
-       0.25, 0.15, 0.1, 0.05, 0.01, 0.9, 0.6, 0.4, 0.1, 0.9}};
+  // Candidate k tries entry k of both tables.
+  static constexpr const double* kGrid[2] = {kLevelGrid, kTrendGrid};
   // Default bounds 0.001 .. 0.999 for both: the tables are used as they stand.
   static constexpr double kGridLo[2] = {0.001, 0.001};
   static constexpr double kGridScale[2] = {0.998, 0.998};
@@ -79,14 +54,13 @@ struct Family : TrendedFamily {
 
   // A missing observation takes the prediction L + T as its value: its error
   // is 0 and its state change the step over a missing observation.
-  static double missing_value(const WINMODEL* model, const FITCON*, const double*, long) {
-    return model->smooth.level + model->smooth.trend;
+  static double missing_value(const Pass& pass, const double*, long) {
+    return pass.smooth.level + pass.smooth.trend;
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
-                    double* wder) {
+  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
     return fit_observation<2>(
-        model, fitcon, value, wder,
+        pass, value, wder,
         [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
           return es2::point(x, xscale, w[0], w[1], l, t, xhat, e);
         },
@@ -96,20 +70,16 @@ struct Family : TrendedFamily {
   }
 
   // Between the passes the state turns round, and its derivatives with it.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    turn_level_trend<2>(model, fitcon);
-  }
+  static void turn(Pass& pass, const double*) { turn_level_trend<2>(pass); }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zes2std(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zes2std;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level     Trend   ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f   ";
-  static constexpr const char* kCheckTitle = " Linear ES Partial Derivative Information           ";
-  static constexpr const char* kCheckHeading = "                  LEVEL    TREND                   ";
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level     Trend   ", "%8.93f  %8.93f   ",
+      nullptr, nullptr,
+      " Linear ES Partial Derivative Information           ",
+      "                  LEVEL    TREND                   "};
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
                               const double* deltas, int wkflag, double* pder) {
     double d[2] = {deltas[0], deltas[1]};

@@ -1,22 +1,6 @@
-// The exported drivers of the family: the shared estimation frame, forecast
-// driver and table writer instantiated for its trait (es3::Family).
+// The exported drivers of damped-trend exponential smoothing: the shared frame instantiated for its
+// trait (es3::Family).
 #include "smoothing/es3fit.h"
 
-using es3::Family;
-using smoothing::frame::fit;
-using smoothing::frame::forecast;
-using smoothing::frame::write_family_table;
-
-extern "C" {
-
-int nes3fit(WINMODEL* model) { return fit<Family>(model); }
-
-int nes3for(WINMODEL* model, int startflg) { return forecast<Family>(model, startflg); }
-
-int es3out(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid,
-           double stdate, char* align, long nobs, double cl) {
-  return write_family_table<Family>(out, intv, varname, label, timeid, stdate, align, nobs,
-                                          cl);
-}
-
-}  // extern "C"
+ESF_DEFINE_DRIVERS(es3::Family, nes3fit, nes3for)
+ESF_DEFINE_TABLE_WRITER(es3::Family, es3out)

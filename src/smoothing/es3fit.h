@@ -1,39 +1,18 @@
-// The two units of damped-trend exponential smoothing are its kernel (es3subs.h) and this one: the
-// family's trait on the shared estimation frame (smoothing/frame.h) and
+// The second of the two units of damped-trend exponential smoothing, beside its kernel (es3subs.h):
+// the family's trait on the shared estimation frame (smoothing/frame.h) and
 // forecast driver (smoothing/frame_out.h), and the exported drivers that
 // instantiate them.
 #pragma once
 
-#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/win_model.h"
 #include "smoothing/es3subs.h"
 #include "smoothing/family_traits.h"
+#include "smoothing/frame_drivers.h"
 
-extern "C" {
-
-// Estimates the weights over model->fitrange, starting the backward pass
-// from model->svi. Fills model->pest (parms, stderr, tvals, mse) and leaves
-// the last evaluated state in model->smooth and its time-0 state in
-// model->startvals. Returns 0 (converged), 90 (usable weights, convergence
-// test not met) or -8 (no usable grid start).
-ESF_EXPORT int nes3fit(struct WINMODEL* model);
-
-// Runs the prediction pass over the fit range to the end of the evaluation
-// range, continues with model->lead forecasts and writes the output table
-// model->out.dsname. startflg non-zero: model->startvals is the state at
-// time 0; otherwise the backward pass runs from model->svi. Returns 0, -100,
-// -101, -999 or the kernel's negative code; stats.mse holds the pass's
-// error variance.
-ESF_EXPORT int nes3for(struct WINMODEL* model, int startflg);
-
-// Writes `nobs` rows of eight doubles from out->strptr as the table
-// out->dsname: time ID, ACTUAL, FORECAST, the two limits, RESIDUAL, STD,
-// LEVEL, TREND. Returns 0 or -101.
-ESF_EXPORT int es3out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
-           u_sname* timeid, double stdate, char* align, long nobs, double cl);
-
-}  // extern "C"
+// The exported drivers (smoothing/frame_drivers.h).
+ESF_DECLARE_DRIVERS(nes3fit, nes3for)
+ESF_DECLARE_TABLE_WRITER(es3out)
 
 namespace es3 {
 
@@ -41,31 +20,22 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Three weights, level, trend and damping; two states, level and trend.
-struct Family : TrendedFamily {
-  static constexpr int kNumWeights = 3;
-  static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::damp};
+struct Family : TrendedFamily, ThreeWeightShape<Slot::damp> {
   static double divide(double num, double den) { return bounded_divide(num, den); }
 
-  // Candidate k is row k of the three tables.
-  static constexpr double kGrid[3][kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.01, 0.05, 0.01, 0.1, 0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
-       0.25, 0.15, 0.1, 0.05, 0.01, 0.9, 0.6, 0.4, 0.1, 0.9},
-      {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98,
-       0.97, 0.97, 0.97, 0.97, 0.97, 0.9, 0.9, 0.9, 0.9, 0.8}};
+  // Candidate k tries entry k of the three tables.
+  static constexpr double kDampGrid[kGridRows] = {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98,
+                                                  0.98, 0.98, 0.98, 0.97, 0.97, 0.97, 0.97,
+                                                  0.97, 0.9,  0.9,  0.9,  0.9,  0.8};
+  static constexpr const double* kGrid[3] = {kLevelGrid, kTrendGrid, kDampGrid};
   // The tables stand as they are under the default bounds: 0.001 .. 0.999
   // for level and trend, 0.9 .. 0.999 for damping (0.999 - 0.9 in doubles).
   // So row 20 tries a damping of 0.8, below its lower bound.
   static constexpr double kGridLo[3] = {0.001, 0.001, 0.9};
   static constexpr double kGridScale[3] = {0.998, 0.998, 0.09899999999999998};
 
-  static constexpr bool kHasStability = true;
   static bool stable(const double* w) { return zes3stb(w[0], w[1], w[2]) != 0; }
-
-  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
-  // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
-  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
+  // Standard errors from four observations on.
   static long stderr_min_nobs(const WINMODEL&) { return 4; }
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
@@ -82,14 +52,13 @@ struct Family : TrendedFamily {
 
   // A missing observation takes the prediction L + wdamp * T as its value,
   // so that it has no error.
-  static double missing_value(const WINMODEL* model, const FITCON*, const double* w, long) {
-    return model->smooth.level + model->smooth.trend * w[2];
+  static double missing_value(const Pass& pass, const double* w, long) {
+    return pass.smooth.level + pass.smooth.trend * w[2];
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
-                    double* wder) {
+  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
     return fit_observation<3>(
-        model, fitcon, value, wder,
+        pass, value, wder,
         [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
           return es3::point(x, xscale, w[0], w[1], w[2], l, t, xhat, e);
         },
@@ -100,9 +69,9 @@ struct Family : TrendedFamily {
 
   // The reversal between the passes: one more damped step back, and the
   // trend turned forward in time, for the state and its derivatives.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double* w) {
-    SMOOTHVALS& s = model->smooth;
-    WINT_DER& d = fitcon->derwork;
+  static void turn(Pass& pass, const double* w) {
+    SMOOTHVALS& s = pass.smooth;
+    WINT_DER& d = pass.der;
     const double wdamp = w[2];
     const double t = s.trend;
     d.level[0] += wdamp * d.trend[0];
@@ -115,18 +84,14 @@ struct Family : TrendedFamily {
     s.trend = -(wdamp * t);
   }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zes3std(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zes3std;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level     Trend  Damping   ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  %8.93f  ";
-  static constexpr const char* kTraceExtraHeading = "  DDer0    DDer1    Phi  ";
-  static constexpr const char* kTraceExtraFormat = "%7.98f  %7.98f  %5.1f  ";
-  static constexpr const char* kCheckTitle = " Damp-Trend ES  Partial Derivative Information      ";
-  static constexpr const char* kCheckHeading = "                  LEVEL    TREND    DAMPING         ";
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level     Trend  Damping   ", "%8.93f  %8.93f  %8.93f  ",
+      "  DDer0    DDer1    Phi  ", "%7.98f  %7.98f  %5.1f  ",
+      " Damp-Trend ES  Partial Derivative Information      ",
+      "                  LEVEL    TREND    DAMPING         "};
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
                               const double* deltas, int wkflag, double* pder) {
     double d[3] = {deltas[0], deltas[1], deltas[2]};

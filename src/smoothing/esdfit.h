@@ -1,41 +1,20 @@
-// The two units of double exponential smoothing are its kernel (esdsubs.h) and this one: the
-// family's trait on the shared estimation frame (smoothing/frame.h) and
+// The second of the two units of double exponential smoothing, beside its kernel (esdsubs.h):
+// the family's trait on the shared estimation frame (smoothing/frame.h) and
 // forecast driver (smoothing/frame_out.h), and the exported drivers that
 // instantiate them.
 #pragma once
 
 #include <cmath>
 
-#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/win_model.h"
 #include "smoothing/esdsubs.h"
 #include "smoothing/family_traits.h"
+#include "smoothing/frame_drivers.h"
 
-extern "C" {
-
-// Estimates the weights over model->fitrange, starting the backward pass
-// from model->svi. Fills model->pest (parms, stderr, tvals, mse) and leaves
-// the last evaluated state in model->smooth and its time-0 state in
-// model->startvals. Returns 0 (converged), 90 (usable weights, convergence
-// test not met) or -8 (no usable grid start).
-ESF_EXPORT int nesdfit(struct WINMODEL* model);
-
-// Runs the prediction pass over the fit range to the end of the evaluation
-// range, continues with model->lead forecasts and writes the output table
-// model->out.dsname. startflg non-zero: model->startvals is the state at
-// time 0; otherwise the backward pass runs from model->svi. Returns 0, -100,
-// -101, -999 or the kernel's negative code; stats.mse holds the pass's
-// error variance.
-ESF_EXPORT int nesdfor(struct WINMODEL* model, int startflg);
-
-// Writes `nobs` rows of eight doubles from out->strptr as the table
-// out->dsname: time ID, ACTUAL, FORECAST, the two limits, RESIDUAL, STD,
-// LEVEL, TREND. Returns 0 or -101.
-ESF_EXPORT int esdout(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
-           u_sname* timeid, double stdate, char* align, long nobs, double cl);
-
-}  // extern "C"
+// The exported drivers (smoothing/frame_drivers.h).
+ESF_DECLARE_DRIVERS(nesdfit, nesdfor)
+ESF_DECLARE_TABLE_WRITER(esdout)
 
 namespace esd {
 
@@ -65,21 +44,20 @@ struct Family : TrendedFamily, LevelWeightShape {
   }
 
   // A weight of 0 cannot start a pass.
-  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double* w) {
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double* w) {
     if (std::fabs(w[0]) < kTiny) return kOverflow;
-    return TrendedFamily::pass_begin(model, fitcon, w);
+    return TrendedFamily::pass_begin(model, pass, w);
   }
 
   // A missing observation takes the prediction L + T / w as its value,
   // without a step of the state first.
-  static double missing_value(const WINMODEL* model, const FITCON*, const double* w, long) {
-    return model->smooth.level + model->smooth.trend / w[0];
+  static double missing_value(const Pass& pass, const double* w, long) {
+    return pass.smooth.level + pass.smooth.trend / w[0];
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long, double value,
-                    double* wder) {
+  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
     return fit_observation<1>(
-        model, fitcon, value, wder,
+        pass, value, wder,
         [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
           return esd::point(x, xscale, w[0], l, t, xhat, e);
         },
@@ -89,20 +67,15 @@ struct Family : TrendedFamily, LevelWeightShape {
   }
 
   // Between the passes the state and its derivatives turn round.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    turn_level_trend<1>(model, fitcon);
-  }
+  static void turn(Pass& pass, const double*) { turn_level_trend<1>(pass); }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zesdstd(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zesdstd;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f   ";
-  static constexpr const char* kCheckTitle = " Double Smoothing Partial Derivative Information    ";
-  static constexpr const char* kCheckHeading = nullptr;
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level  ", "%8.93f   ",
+      nullptr, nullptr,
+      " Double Smoothing Partial Derivative Information    "};
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
                               const double* deltas, int wkflag, double* pder) {
     return zesdnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],

@@ -1,45 +1,27 @@
-// The two units of seasonal exponential smoothing are its kernel (esssubs.h) and this one: the
-// family's trait on the shared estimation frame (smoothing/frame.h) and
+// The second of the two units of seasonal exponential smoothing, beside its kernel (esssubs.h):
+// the family's trait on the shared estimation frame (smoothing/frame.h) and
 // forecast driver (smoothing/frame_out.h), and the exported drivers that
 // instantiate them.
 #pragma once
 
 #include <cstring>
 
-#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/host_api.h"
 #include "module/win_model.h"
 #include "smoothing/esssubs.h"
 #include "smoothing/family_traits.h"
+#include "smoothing/frame_drivers.h"
 #include "smoothing/frame.h"
 #include "smoothing/frame_out.h"
 #include "smoothing/trend_kernel.h"
 
-extern "C" {
-
-// Estimates wlevel and wseason over model->fitrange, starting the backward
-// pass from model->svi (level and the ts.nseasons factors).  Fills
-// model->pest (parms, stderr, tvals, mse) and leaves the last evaluated
-// state in model->smooth and its centred time-0 state in model->startvals.
-// Returns 0 (converged), 90 (usable weights, convergence test not met), -8
-// (no usable grid start) or -100 (no memory for the derivative arrays).
-ESF_EXPORT int nessfit(struct WINMODEL* model);
+// The exported drivers (smoothing/frame_drivers.h).
+ESF_DECLARE_DRIVERS(nessfit, nessfor)
 
 // Returns the two arrays of factor derivatives to the current pool; a null
 // is passed over.
-ESF_EXPORT void nessfitfree(double* dwlevel, double* dwseason);
-
-// Runs the prediction pass over the fit range to the end of the evaluation
-// range, continues with model->lead forecasts and writes the output table
-// model->out.dsname: time ID, ACTUAL, FORECAST, the two limits, RESIDUAL,
-// STD, LEVEL, SEASON.  startflg non-zero: model->startvals is the state at
-// time 0; otherwise the backward pass runs from model->svi.  Returns 0,
-// -100, -101, -999 or the kernel's negative code; stats.mse holds the
-// pass's error variance.
-ESF_EXPORT int nessfor(struct WINMODEL* model, int startflg);
-
-}  // extern "C"
+extern "C" ESF_EXPORT void nessfitfree(double* dwlevel, double* dwseason);
 
 namespace ess {
 
@@ -59,16 +41,15 @@ inline void mfree(double* sfactor, int* scodes) {
 }
 
 // Two weights, level and seasonal; the states are the level and the factors.
-struct Family : FamilyDefaults {
+struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::season};
 
-  // level_grid and season_grid: candidate k is row k of both.
-  static constexpr double kGrid[2][kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.5, 0.4, 0.5, 0.3, 0.4, 0.5, 0.2, 0.3, 0.4, 0.5,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.9, 0.9, 0.9, 0.9, 0.1}};
+  // Candidate k tries entry k of both tables.
+  static constexpr double kSeasonGrid[kGridRows] = {0.5, 0.4, 0.5, 0.3, 0.4, 0.5, 0.2,
+                                                    0.3, 0.4, 0.5, 0.1, 0.2, 0.3, 0.4,
+                                                    0.5, 0.9, 0.9, 0.9, 0.9, 0.1};
+  static constexpr const double* kGrid[2] = {kLevelGrid, kSeasonGrid};
   // Default bounds 0.001 .. 0.999 for both: the tables stand as they are.
   static constexpr double kGridLo[2] = {0.001, 0.001};
   static constexpr double kGridScale[2] = {0.998, 0.998};
@@ -145,9 +126,10 @@ struct Family : FamilyDefaults {
         });
   }
 
-  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
-    reset_from_svi(model);
-    const WINT_DER_SEASON& sd = fitcon->derwork.season;
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
+    pass.smooth.level = model.svi.level;
+    copy_factors(&model, pass.smooth.sfactor, model.svi.sfactor);
+    const WINT_DER_SEASON& sd = pass.der.season;
     std::memset(sd.wlevel, 0, static_cast<size_t>(sd.size));
     std::memset(sd.wseason, 0, static_cast<size_t>(sd.size));
     return kOk;
@@ -155,26 +137,26 @@ struct Family : FamilyDefaults {
 
   // A missing observation takes the prediction, level plus its season's
   // factor, as its value: no error, and the state stays where it is.
-  static double missing_value(const WINMODEL* model, const FITCON* fitcon, const double*,
-                              long t) {
-    return model->smooth.level + model->smooth.sfactor[fitcon->scodes[t]];
+  static double missing_value(const Pass& pass, const double*, long t) {
+    return pass.smooth.level + pass.smooth.sfactor[pass.scodes[t]];
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value,
-                    double* wder) {
-    SMOOTHVALS& sm = model->smooth;
-    const int s = fitcon->scodes[t];
+  // One observation at a time, as the frame's own loops take it: what the
+  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
+  // derivative_pass below) do in one call.
+  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
+    SMOOTHVALS& sm = pass.smooth;
+    const int s = pass.scodes[t];
     const double llevel = sm.level;
     const double lseason = sm.sfactor[s];
     double xhat = 0.0;
     double e = 0.0;
-    int rc = ess::point(value, model->ts.descstats.norm, w[0], w[1], &sm.level, sm.sfactor, s,
-                        &xhat, &e);
+    int rc = ess::point(value, pass.xscale, w[0], w[1], &sm.level, sm.sfactor, s, &xhat, &e);
     if (rc < 0) return rc;
-    WINT_DER_SEASON& sd = fitcon->derwork.season;
+    WINT_DER_SEASON& sd = pass.der.season;
     double dersea[2] = {sd.wlevel[s], sd.wseason[s]};
-    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason,
-                               fitcon->derwork.level, dersea, wder);
+    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason, pass.der.level,
+                               dersea, wder);
     sd.wlevel[s] = dersea[0];
     sd.wseason[s] = dersea[1];
     if (rc < 0) return rc;
@@ -183,30 +165,42 @@ struct Family : FamilyDefaults {
     return kOk;
   }
 
-  // Between the passes the factors are centred, at the start of the series.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    WINT_DER& d = fitcon->derwork;
-    ess::centre(model->ts.nseasons, &model->smooth.level, model->smooth.sfactor, d.level,
-                d.season.wlevel, d.season.wseason);
-  }
-  static void save_start(WINMODEL* model) {
-    model->startvals.level = model->smooth.level;
-    copy_factors(model, model->startvals.sfactor, model->smooth.sfactor);
+  // The passes themselves run in the kernel's loops (pass_kernel.h, through
+  // OwnDerivativeLoops), which keep the level and its derivatives in
+  // registers.
+  template <class Run>
+  static int derivative_pass(Pass& p, const double* w, Run run) {
+    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+    const DerivativeStep step{p.scodes,         p.nseasons, p.xscale, w[0], w[1],
+                              p.smooth.sfactor, {p.der.season.wlevel, p.der.season.wseason}};
+    DerivativeStep::State st{p.smooth.level, p.smooth.xhat, {p.der.level[0], p.der.level[1]}};
+    const int rc = run(step, series, st);
+    p.smooth.level = st.level;
+    p.smooth.xhat = st.xhat;
+    p.der.level[0] = st.derlev[0];
+    p.der.level[1] = st.derlev[1];
+    return rc;
   }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zessstd(xpxdiag, mse, nobs, parms, stderr, tvals);
+  // Between the passes the factors are centred, at the start of the series.
+  static void turn(Pass& pass, const double*) {
+    WINT_DER& d = pass.der;
+    ess::centre(pass.nseasons, &pass.smooth.level, pass.smooth.sfactor, d.level, d.season.wlevel,
+                d.season.wseason);
   }
+  static void save_start(const Pass& pass, WINMODEL* model) {
+    model->startvals.level = pass.smooth.level;
+    copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
+  }
+
+  static constexpr auto std_errors = &zessstd;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level     Seasonal  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  ";
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
-  static constexpr const char* kCheckTitle = " Seasonal Smoothing Partial Derivative Information  ";
-  static constexpr const char* kCheckHeading =
-      "                  LEVEL    SEASON                   ";
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level     Seasonal  ", "%8.93f  %8.93f  ",
+      nullptr, nullptr,
+      " Seasonal Smoothing Partial Derivative Information  ",
+      "                  LEVEL    SEASON                   "};
   // essders: the numeric derivatives run on copies of the start factors and
   // of the season codes.
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,

@@ -35,8 +35,9 @@
 //                                                order (level, trend, then
 //                                                damping or seasonal)
 //   Grid
-//     static constexpr double kGrid[p][20];      candidate k is row k of every
-//                                                table (not a cross product)
+//     static constexpr const double* kGrid[p];   candidate k is entry k of
+//                                                every table of kGridRows
+//                                                (not a cross product)
 //     static constexpr double kGridLo[p];        the bounds under which the
 //     static constexpr double kGridScale[p];     tables are used unscaled:
 //                                                max(lo,-100) == kGridLo[i] and
@@ -59,22 +60,31 @@
 //     static constexpr MseScaling kMseScaling;   form of nobs / (nobs - p)
 //     static long stderr_min_nobs(const WINMODEL&);  nobs from which standard
 //                                                errors are computed
-//   Passes (the kernel, one observation at a time)
-//     static int pass_begin(WINMODEL*, FITCON*, const double* w);
-//         smooth from svi, clear the family's derivative arrays (the frame
-//         clears derwork.level/.trend); may refuse the weights with -9
-//     static double missing_value(const WINMODEL*, const FITCON*,
-//                                 const double* w, long t);
+//   Passes (the kernel, one observation at a time, on the evaluation's
+//   Pass record: the series, its scale and seasons, the working state and
+//   its running derivatives, loaded once per evaluation)
+//     static int pass_begin(const WINMODEL&, Pass&, const double* w);
+//         the state from svi, clear the family's derivative arrays (the frame
+//         clears der.level/.trend); may refuse the weights with -9
+//     static double missing_value(const Pass&, const double* w, long t);
 //         the value that stands in for a missing observation t: the current
 //         prediction, so that the observation has no error
-//     static int fitobs(WINMODEL*, FITCON*, const double* w, long t,
-//                       double value, double* wder);
+//     static int fitobs(Pass&, const double* w, long t, double value,
+//                       double* wder);
 //         the kernel's z..pnt and z..dpd on `value`; the state goes to
-//         model->smooth, the p prediction derivatives to wder[0..p-1] and the
+//         pass.smooth, the p prediction derivatives to wder[0..p-1] and the
 //         error to wder[p]; 0 or a negative kernel code
-//     static void turn(WINMODEL*, FITCON*, const double* w);
+//     static int backward_pass(Pass&, const double* w);
+//     static int forward_pass(Pass&, const double* w, double* acc,
+//                             long* nmiss);
+//         optional: the family's own loops over the series, in place of
+//         fitobs one observation at a time, with the same results to the
+//         bit (forward_pass adds to the cross products acc and counts the
+//         missing observations, stopping as the frame's loop stops)
+//     static void turn(Pass&, const double* w);
 //         between the backward and the forward pass (reversal, centring)
-//     static void save_start(WINMODEL*);          startvals from smooth
+//     static void save_start(const Pass&, WINMODEL*);  startvals from the
+//                                                state
 //   Grid evaluation and results
 //     static int grid_mse(WINMODEL*, const FITCON*, const double* w,
 //                         double* mse);           reset from svi, z..smo
@@ -95,12 +105,8 @@
 //     static int fit_setup(WINMODEL*, FITCON*);   0 or -100
 //     static void fit_cleanup(WINMODEL*, FITCON*);
 //   Diagnostics (reached only through prtflag and opt.numeric)
-//     static constexpr const char* kTraceWeightHeading;  e.g. "   Level  "
-//     static constexpr const char* kTraceWeightFormat;   one format, p values
-//     static constexpr const char* kTraceExtraHeading;   null, or the heading
-//     static constexpr const char* kTraceExtraFormat;    of dder0, dder1, phi
-//     static constexpr const char* kCheckTitle;
-//     static constexpr const char* kCheckHeading;        null for one weight
+//     static constexpr Diagnostics kDiagnostics;  the texts of the trace and
+//                                                the check (frame_trace.h)
 //     static int numeric_gradient(WINMODEL*, const FITCON*, const double* w,
 //                                 const double* deltas, int wkflag,
 //                                 double* pder);          the family's z..npd
@@ -119,6 +125,7 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "smoothing/frame_limits.h"
+#include "smoothing/pass_kernel.h"
 
 // ---------------------------------------------------------------------------
 // Records of the frame
@@ -269,59 +276,40 @@ enum class GradDivisor { nobs, n };
 //   ratio_first:        (nobs / (nobs - p)) * mse
 enum class MseScaling { scale_then_divide, ratio_first };
 
-inline double& weight_of(POINT& p, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return p.wlevel;
-    case Slot::trend: return p.wtrend;
-    case Slot::season: return p.wseason;
-    case Slot::damp: break;
-  }
-  return p.wdamp;
-}
-inline double weight_of(const POINT& p, Slot s) noexcept {
-  return weight_of(const_cast<POINT&>(p), s);
-}
-inline int& position_of(POINT& p, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return p.wbnds.wlevflg;
-    case Slot::trend: return p.wbnds.wtreflg;
-    case Slot::season: return p.wbnds.wseaflg;
-    case Slot::damp: break;
-  }
-  return p.wbnds.wdamflg;
-}
-inline int position_of(const POINT& p, Slot s) noexcept {
-  return position_of(const_cast<POINT&>(p), s);
-}
-inline char& pinned_of(POINT& p, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return p.wbnds.wlevchn;
-    case Slot::trend: return p.wbnds.wtrechn;
-    case Slot::season: return p.wbnds.wseachn;
-    case Slot::damp: break;
-  }
-  return p.wbnds.wdamchn;
-}
+// Where each weight lives: its value in POINT, its position flag and pin in
+// POINT_WBNDS, its bounds and fixed flag in WGTBNDS, by Slot.
+struct SlotFields {
+  double POINT::*weight;
+  int POINT_WBNDS::*position;
+  char POINT_WBNDS::*pinned;
+  double (WGTBNDS::*bounds)[3];
+  char WGTBNDS::*fixed;
+};
+inline constexpr SlotFields kSlotFields[4] = {
+    {&POINT::wlevel, &POINT_WBNDS::wlevflg, &POINT_WBNDS::wlevchn, &WGTBNDS::wlevel,
+     &WGTBNDS::wlevflg},
+    {&POINT::wtrend, &POINT_WBNDS::wtreflg, &POINT_WBNDS::wtrechn, &WGTBNDS::wtrend,
+     &WGTBNDS::wtreflg},
+    {&POINT::wseason, &POINT_WBNDS::wseaflg, &POINT_WBNDS::wseachn, &WGTBNDS::wseason,
+     &WGTBNDS::wseaflg},
+    {&POINT::wdamp, &POINT_WBNDS::wdamflg, &POINT_WBNDS::wdamchn, &WGTBNDS::wdamp,
+     &WGTBNDS::wdamflg},
+};
+inline const SlotFields& fields_of(Slot s) noexcept { return kSlotFields[static_cast<int>(s)]; }
+
+inline double& weight_of(POINT& p, Slot s) noexcept { return p.*fields_of(s).weight; }
+inline double weight_of(const POINT& p, Slot s) noexcept { return p.*fields_of(s).weight; }
+// The position flag: -1 on (or ran into) the lower bound, +1 the upper, 0 inside.
+inline int& position_of(POINT& p, Slot s) noexcept { return p.wbnds.*fields_of(s).position; }
+inline int position_of(const POINT& p, Slot s) noexcept { return p.wbnds.*fields_of(s).position; }
+// The pin: the weight may not move in this trial.
+inline char& pinned_of(POINT& p, Slot s) noexcept { return p.wbnds.*fields_of(s).pinned; }
 // Lower bound, upper bound and snap tolerance of a weight.
 inline const double* bounds_of(const WGTBNDS& b, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return b.wlevel;
-    case Slot::trend: return b.wtrend;
-    case Slot::season: return b.wseason;
-    case Slot::damp: break;
-  }
-  return b.wdamp;
+  return b.*fields_of(s).bounds;
 }
 // The weight is fixed: its two bounds are equal.
-inline bool fixed_of(const WGTBNDS& b, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return b.wlevflg != 0;
-    case Slot::trend: return b.wtreflg != 0;
-    case Slot::season: return b.wseaflg != 0;
-    case Slot::damp: break;
-  }
-  return b.wdamflg != 0;
-}
+inline bool fixed_of(const WGTBNDS& b, Slot s) noexcept { return b.*fields_of(s).fixed != 0; }
 
 template <class F>
 inline void weights_of(const POINT& p, double* w) noexcept {
@@ -367,30 +355,41 @@ namespace smoothing::frame {
 // nextstep: evaluate a point
 // ---------------------------------------------------------------------------
 
-// Adds the outer product of d (nv values) to the packed lower triangle sscp,
-// exactly as zscp does with weight 1: nothing when a value is missing, rows of
-// zero values skipped, each element summed as s + (d[i] * 1) * d[j].
-template <int NV>
-inline void add_cross_products(const double* d, double* sscp) noexcept {
-  for (int i = 0; i < NV; ++i) {
-    if (esf::is_missing(d[i])) return;
-  }
-  double* row = sscp;
-  for (int i = 0; i < NV; ++i) {
-    const double a = d[i] * 1.0;
-    if (d[i] != 0.0) {
-      for (int j = 0; j <= i; ++j) row[j] = row[j] + a * d[j];
-    }
-    row += i + 1;
-  }
+using pass::add_cross_products;
+
+// What the passes of one evaluation read and carry.  The frame loads it from
+// the model and the fit control once per evaluation and stores the state and
+// its derivatives back once: the passes work on a local record that no store
+// to the series, the factors or the derivative arrays can reach, so that the
+// state and its derivatives may stay in registers from one observation to
+// the next.
+struct Pass {
+  const double* x;     // the fit range
+  const char* misflg;  // its missing flags
+  const int* scodes;   // its season codes (seasonal families), else null
+  long n;              // observations in the fit range
+  double min_nmiss;    // largest tolerated count of missing observations
+  double xscale;       // ts.descstats.norm
+  int nseasons;        // ts.nseasons
+  int additive;        // Winters: 1 additive, 0 multiplicative
+  SMOOTHVALS smooth;   // the working state (model->smooth)
+  WINT_DER der;        // running derivatives of the state (fitcon->derwork)
+};
+
+inline Pass load_pass(const WINMODEL& model, const FITCON& fitcon) noexcept {
+  return Pass{fitcon.x,        fitcon.misflg,          fitcon.scodes,    fitcon.n,
+              fitcon.min_nmiss, model.ts.descstats.norm, model.ts.nseasons, model.additive,
+              model.smooth,    fitcon.derwork};
 }
 
-// The family's backward and forward passes with derivatives.  Fills the packed
-// (p+1)x(p+1) matrix of cross products of (prediction derivatives, e) and the
-// count of missing observations of the forward pass.
+// The family's backward and forward passes with derivatives on `pass`.  Fills
+// the packed (p+1)x(p+1) matrix of cross products of (prediction
+// derivatives, e) and the count of missing observations of the forward pass.
+// Writes model->startvals between the passes.  Inlined into passes, where
+// `pass` is a local.
 template <class F>
-int passes_on(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, double* xpx,
-              long* nmiss_out) {
+[[gnu::always_inline]] inline int passes_on(WINMODEL* model, Pass& pass, POINT* point,
+                                            const double* w, double* xpx, long* nmiss_out) {
   constexpr int p = F::kNumWeights;
   constexpr int nx = (p + 1) * (p + 2) / 2;
 
@@ -399,59 +398,67 @@ int passes_on(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, do
   point->nmiss = kUnevaluatedNmissLong;
   for (int k = 0; k < nx; ++k) xpx[k] = 0.0;
   for (int k = 0; k < 3; ++k) {
-    fitcon->derwork.level[k] = 0.0;
-    fitcon->derwork.trend[k] = 0.0;
+    pass.der.level[k] = 0.0;
+    pass.der.trend[k] = 0.0;
   }
-  int rc = F::pass_begin(model, fitcon, w);
+  int rc = F::pass_begin(*model, pass, w);
   if (rc < 0) return rc;
 
-  const double* x = fitcon->x;
-  const char* misflg = fitcon->misflg;
-  const long n = fitcon->n;
+  const double* x = pass.x;
+  const char* misflg = pass.misflg;
+  const long n = pass.n;
   double wder[p + 1] = {};
 
   // Backward pass: the derivative recursion runs, nothing accumulates.
-  for (long t = n - 1; t >= 0; --t) {
-    const double value = misflg[t] ? F::missing_value(model, fitcon, w, t) : x[t];
-    rc = F::fitobs(model, fitcon, w, t, value, wder);
+  if constexpr (requires { F::backward_pass(pass, w); }) {
+    rc = F::backward_pass(pass, w);
     if (rc < 0) return rc;
+  } else {
+    for (long t = n - 1; t >= 0; --t) {
+      const double value = misflg[t] ? F::missing_value(pass, w, t) : x[t];
+      rc = F::fitobs(pass, w, t, value, wder);
+      if (rc < 0) return rc;
+    }
   }
-  F::turn(model, fitcon, w);
-  F::save_start(model);
+  F::turn(pass, w);
+  F::save_start(pass, model);
 
   // Forward pass.  A missing observation has the prediction in its place: its
   // error is 0, yet its derivative row enters the cross products.  The sums
-  // build in a local array, which no store to the model or series can touch,
-  // and go to xpx on every way out.
+  // build in a local array and go to xpx on every way out.
   double acc[nx] = {};
   long nmiss = 0;
   rc = kOk;
-  for (long t = 0; t < n; ++t) {
-    double value;
-    if (misflg[t]) {
-      ++nmiss;
-      if (static_cast<double>(nmiss) > fitcon->min_nmiss) {
-        rc = kTooFew;
+  if constexpr (requires { F::forward_pass(pass, w, acc, &nmiss); }) {
+    rc = F::forward_pass(pass, w, acc, &nmiss);
+  } else {
+    for (long t = 0; t < n; ++t) {
+      double value;
+      if (misflg[t]) {
+        ++nmiss;
+        if (static_cast<double>(nmiss) > pass.min_nmiss) {
+          rc = kTooFew;
+          break;
+        }
+        value = F::missing_value(pass, w, t);
+      } else {
+        value = x[t];
+      }
+      rc = F::fitobs(pass, w, t, value, wder);
+      if (rc < 0) break;
+      if constexpr (p == 1) {
+        acc[0] += wder[0] * wder[0];
+        acc[1] += wder[0] * wder[1];
+        acc[2] += wder[1] * wder[1];
+      } else {
+        add_cross_products<p + 1>(wder, acc);
+      }
+      bool big = false;
+      for (int k = 0; k < nx; ++k) big |= std::fabs(acc[k]) > kBig;
+      if (big) {
+        rc = kOverflow;
         break;
       }
-      value = F::missing_value(model, fitcon, w, t);
-    } else {
-      value = x[t];
-    }
-    rc = F::fitobs(model, fitcon, w, t, value, wder);
-    if (rc < 0) break;
-    if constexpr (p == 1) {
-      acc[0] += wder[0] * wder[0];
-      acc[1] += wder[0] * wder[1];
-      acc[2] += wder[1] * wder[1];
-    } else {
-      add_cross_products<p + 1>(wder, acc);
-    }
-    bool big = false;
-    for (int k = 0; k < nx; ++k) big |= std::fabs(acc[k]) > kBig;
-    if (big) {
-      rc = kOverflow;
-      break;
     }
   }
   for (int k = 0; k < nx; ++k) xpx[k] = acc[k];
@@ -460,20 +467,15 @@ int passes_on(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, do
   return kOk;
 }
 
-// The passes run on local copies of the model and the fit control: no store
-// to the series or the cross products can reach a local, so the state and its
-// derivatives may stay in registers from one observation to the next.  The
-// copies go back whole however the passes end.
+// The passes of one evaluation: the pass state loaded once, and the state
+// and its derivatives stored back however the passes end.
 template <class F>
 int passes(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, double* xpx,
            long* nmiss_out) {
-  WINMODEL local_model;
-  FITCON local_fitcon;
-  std::memcpy(static_cast<void*>(&local_model), model, sizeof(WINMODEL));
-  std::memcpy(static_cast<void*>(&local_fitcon), fitcon, sizeof(FITCON));
-  const int rc = passes_on<F>(&local_model, &local_fitcon, point, w, xpx, nmiss_out);
-  std::memcpy(static_cast<void*>(model), &local_model, sizeof(WINMODEL));
-  std::memcpy(static_cast<void*>(fitcon), &local_fitcon, sizeof(FITCON));
+  Pass pass = load_pass(*model, *fitcon);
+  const int rc = passes_on<F>(model, pass, point, w, xpx, nmiss_out);
+  model->smooth = pass.smooth;
+  fitcon->derwork = pass.der;
   return rc;
 }
 

@@ -1,51 +1,29 @@
-// The two units of Winters smoothing are its kernel (winsubs.h) and this one: the
-// family's trait on the shared estimation frame (smoothing/frame.h) and
+// The second of the two units of Winters smoothing, beside its kernel (winsubs.h):
+// the family's trait on the shared estimation frame (smoothing/frame.h) and
 // forecast driver (smoothing/frame_out.h), and the exported drivers that
 // instantiate them.
 #pragma once
 
 #include <cstring>
+#include <type_traits>
 
-#include "module/export.h"
 #include "intervals/interval.h"
 #include "module/host_api.h"
 #include "module/win_model.h"
 #include "smoothing/family_traits.h"
+#include "smoothing/frame_drivers.h"
 #include "smoothing/frame.h"
 #include "smoothing/frame_out.h"
 #include "smoothing/trend_kernel.h"
 #include "smoothing/winsubs.h"
 
-extern "C" {
-
-// Estimates wlevel, wtrend and wseason over model->fitrange, starting the
-// backward pass from model->svi (level, trend and factors). Fills
-// model->pest (parms, stderr, tvals, mse) and leaves the last evaluated
-// state in model->smooth and its time-0 state, factors normalised, in
-// model->startvals. Returns 0 (converged), 90 (usable weights, convergence
-// test not met), -8 (no usable grid start), -100 (no memory) or -2 (season
-// codes outside the cycle).
-ESF_EXPORT int nwinfit(struct WINMODEL* model);
+// The exported drivers (smoothing/frame_drivers.h).
+ESF_DECLARE_DRIVERS(nwinfit, nwinfor)
+ESF_DECLARE_TABLE_WRITER(winout)
 
 // Returns the three arrays of factor derivatives to the pool; a null is
 // passed over.
-ESF_EXPORT void nwinfitfree(double* dwlevel, double* dwtrend, double* dwseason);
-
-// Runs the prediction pass over the fit range to the end of the evaluation
-// range, continues with model->lead forecasts and writes the output table
-// model->out.dsname. startflg non-zero: model->startvals is the state at
-// time 0; otherwise the backward pass runs from model->svi. Returns 0, -100,
-// -101, -999 or the kernel's negative code; stats.mse holds the pass's error
-// variance.
-ESF_EXPORT int nwinfor(struct WINMODEL* model, int startflg);
-
-// Writes `nobs` rows of nine doubles from out->strptr as the table
-// out->dsname: time ID, ACTUAL, FORECAST, the two limits, RESIDUAL, STD,
-// LEVEL, TREND, SEASON. Returns 0 or -101.
-ESF_EXPORT int winout(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label,
-           u_sname* timeid, double stdate, char* align, long nobs, double cl);
-
-}  // extern "C"
+extern "C" ESF_EXPORT void nwinfitfree(double* dwlevel, double* dwtrend, double* dwseason);
 
 namespace win {
 
@@ -64,32 +42,21 @@ using namespace smoothing::frame;
 // or 1, level and trend absorbing the difference, with their derivatives),
 // turns round and runs forward.
 
-struct Family : FamilyDefaults {
-  static constexpr int kNumWeights = 3;
-  static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::season};
+struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivativeLoops<Family> {
   static double divide(double num, double den) { return bounded_divide(num, den); }
 
-  // Candidate k is row k of the three tables.
-  static constexpr double kGrid[3][kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.01, 0.05, 0.01, 0.1, 0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
-       0.25, 0.15, 0.1, 0.05, 0.01, 0.9, 0.6, 0.4, 0.1, 0.9},
-      {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4, 0.4, 0.4, 0.4,
-       0.6, 0.2, 0.2, 0.2, 0.2, 0.8, 0.6, 0.4, 0.4, 0.6}};
+  // Candidate k tries entry k of the three tables.
+  static constexpr double kSeasonGrid[kGridRows] = {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4,
+                                                    0.4, 0.4, 0.4, 0.6, 0.2, 0.2, 0.2,
+                                                    0.2, 0.8, 0.6, 0.4, 0.4, 0.6};
+  static constexpr const double* kGrid[3] = {kLevelGrid, kTrendGrid, kSeasonGrid};
   // The tables stand as they are under the default bounds 0.001 .. 0.999.
   static constexpr double kGridLo[3] = {0.001, 0.001, 0.001};
   static constexpr double kGridScale[3] = {0.998, 0.998, 0.998};
 
-  static constexpr bool kHasStability = true;
   static bool stable(const WINMODEL* model, const double* w) {
     return zwinstb(model->ts.nseasons, model->additive, w[0], w[1], w[2]) != 0;
   }
-
-  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
-  static constexpr bool kJumpOverZero = false;
-  // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
-  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
   // Standard errors only with two observations more than there are seasons.
   static long stderr_min_nobs(const WINMODEL& model) { return model.ts.nseasons + 2L; }
 
@@ -151,10 +118,12 @@ struct Family : FamilyDefaults {
     reset_from_svi(model);
   }
 
-  static int pass_begin(WINMODEL* model, FITCON* fitcon, const double*) {
-    reset_from_svi(model);
-    const WINT_DER_SEASON& d = fitcon->derwork.season;
-    const size_t bytes = factor_bytes(model);
+  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
+    pass.smooth.level = model.svi.level;
+    pass.smooth.trend = model.svi.trend;
+    copy_factors(&model, pass.smooth.sfactor, model.svi.sfactor);
+    const WINT_DER_SEASON& d = pass.der.season;
+    const size_t bytes = factor_bytes(&model);
     if (bytes) {
       std::memset(d.wlevel, 0, bytes);
       std::memset(d.wtrend, 0, bytes);
@@ -163,31 +132,33 @@ struct Family : FamilyDefaults {
     return kOk;
   }
 
+  // One observation at a time, as the frame's own loops take it: what the
+  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
+  // derivative_pass below) do in one call.
+  //
   // A missing observation takes the prediction as its value, so that it has
   // no error.
-  static double missing_value(const WINMODEL* model, const FITCON* fitcon, const double*, long t) {
-    const SMOOTHVALS& s = model->smooth;
-    const double season = s.sfactor[fitcon->scodes[t]];
-    return model->additive ? s.level + s.trend + season : (s.level + s.trend) * season;
+  static double missing_value(const Pass& pass, const double*, long t) {
+    const SMOOTHVALS& s = pass.smooth;
+    const double season = s.sfactor[pass.scodes[t]];
+    return pass.additive ? s.level + s.trend + season : (s.level + s.trend) * season;
   }
 
-  static int fitobs(WINMODEL* model, FITCON* fitcon, const double* w, long t, double value,
-                    double* wder) {
-    SMOOTHVALS& s = model->smooth;
-    const int code = fitcon->scodes[t];
+  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
+    SMOOTHVALS& s = pass.smooth;
+    const int code = pass.scodes[t];
     const double llevel = s.level;
     const double ltrend = s.trend;
     const double lseason = s.sfactor[code];
     double xhat = 0.0;
     double e = 0.0;
-    int rc = point(value, model->ts.descstats.norm, model->additive, w[0], w[1], w[2], &s.level,
-                   &s.trend, s.sfactor, code, &xhat, &e);
+    int rc = point(value, pass.xscale, pass.additive, w[0], w[1], w[2], &s.level, &s.trend,
+                   s.sfactor, code, &xhat, &e);
     if (rc < 0) return rc;
-    WINT_DER_SEASON& d = fitcon->derwork.season;
+    WINT_DER_SEASON& d = pass.der.season;
     double dersea[3] = {d.wlevel[code], d.wtrend[code], d.wseason[code]};
     rc = point_derivative(value, w[0], w[1], w[2], llevel, s.level, ltrend, lseason,
-                          model->additive, fitcon->derwork.level, fitcon->derwork.trend, dersea,
-                          wder);
+                          pass.additive, pass.der.level, pass.der.trend, dersea, wder);
     d.wlevel[code] = dersea[0];
     d.wtrend[code] = dersea[1];
     d.wseason[code] = dersea[2];
@@ -197,36 +168,62 @@ struct Family : FamilyDefaults {
     return kOk;
   }
 
+  // The passes themselves run in the kernel's loops (pass_kernel.h, through
+  // OwnDerivativeLoops), one for each form, which keep the state and the
+  // derivatives of level and trend in registers.
+  template <class Run>
+  static int derivative_pass(Pass& p, const double* w, Run run) {
+    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+    auto in_form = [&](const auto& step) {
+      typename std::decay_t<decltype(step)>::State st{
+          p.smooth.level, p.smooth.trend, p.smooth.xhat,
+          {p.der.level[0], p.der.level[1], p.der.level[2]},
+          {p.der.trend[0], p.der.trend[1], p.der.trend[2]}};
+      const int rc = run(step, series, st);
+      p.smooth.level = st.level;
+      p.smooth.trend = st.trend;
+      p.smooth.xhat = st.xhat;
+      for (int i = 0; i < 3; ++i) {
+        p.der.level[i] = st.derlev[i];
+        p.der.trend[i] = st.dertre[i];
+      }
+      return rc;
+    };
+    const WINT_DER_SEASON& d = p.der.season;
+    if (p.additive) {
+      return in_form(DerivativeStep<true>{p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2],
+                                          p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
+    }
+    return in_form(DerivativeStep<false>{p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2],
+                                         p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
+  }
+
   // At the first observation: normalise (trend still backward), then take
   // one more trend step back and turn the trend forward in time.
-  static void turn(WINMODEL* model, FITCON* fitcon, const double*) {
-    SMOOTHVALS& s = model->smooth;
-    WINT_DER& d = fitcon->derwork;
-    zwinnmd(model->ts.nseasons, model->additive, &s.level, &s.trend, s.sfactor, d.level, d.trend,
+  static void turn(Pass& pass, const double*) {
+    SMOOTHVALS& s = pass.smooth;
+    WINT_DER& d = pass.der;
+    zwinnmd(pass.nseasons, pass.additive, &s.level, &s.trend, s.sfactor, d.level, d.trend,
             d.season.wlevel, d.season.wtrend, d.season.wseason);
     s.level += s.trend;
     for (int i = 0; i < 3; ++i) d.level[i] += d.trend[i];
     s.trend = -s.trend;
     for (int i = 0; i < 3; ++i) d.trend[i] = -d.trend[i];
   }
-  static void save_start(WINMODEL* model) {
-    model->startvals.level = model->smooth.level;
-    model->startvals.trend = model->smooth.trend;
-    copy_factors(model, model->startvals.sfactor, model->smooth.sfactor);
+  static void save_start(const Pass& pass, WINMODEL* model) {
+    model->startvals.level = pass.smooth.level;
+    model->startvals.trend = pass.smooth.trend;
+    copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
   }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zwinstd(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zwinstd;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level     Trend  Seasonal  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  %8.93f  ";
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
-  static constexpr const char* kCheckTitle = " Winter's Method Partial Derivative Information     ";
-  static constexpr const char* kCheckHeading = "                  LEVEL    TREND    SEASON          ";
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level     Trend  Seasonal  ", "%8.93f  %8.93f  %8.93f  ",
+      nullptr, nullptr,
+      " Winter's Method Partial Derivative Information     ",
+      "                  LEVEL    TREND    SEASON          "};
   static const char* check_subtitle(const WINMODEL* model) {
     return model->additive ? "     Additive Model                                 "
                            : "     Multiplicative Model                           ";

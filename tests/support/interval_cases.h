@@ -1,4 +1,5 @@
-// Shared pieces of the interval tests: parsing and printing names, dates by
+// Shared pieces of the interval tests: parsing and printing names, tokens
+// and extended records, dates by
 // year, month and day, equality that treats all missing values alike, a
 // custom-interval record, and the check that a routine refuses codes
 // outside its tables with a line on the debug output.
@@ -43,6 +44,15 @@ inline std::string text_of(INTERVAL iv) {
   int len = sizeof text;
   const int rc = zinti2s(text, &len, &iv);
   return rc == 0 ? std::string(text, static_cast<size_t>(len)) : "<" + std::to_string(rc) + ">";
+}
+
+inline std::string token_of(const INTERVAL& iv) { return std::string(iv.token, static_cast<size_t>(iv.tokenlen)); }
+
+// The extended record of a name, with no cycle or table attached.
+inline INTERVALX intervalx(const char* name) {
+  INTERVALX ix{};
+  static_cast<INTERVAL&>(ix) = oracle::interval(name);
+  return ix;
 }
 
 // Two records describe the same interval: every field but the token.
