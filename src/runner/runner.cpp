@@ -979,12 +979,12 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   if (saved != nullptr && !saved->interval.empty()) {
     // The model's weights and factors belong to the interval it was fitted
     // on: a forecast on another interval would be meaningless.
-    INTERVAL fitted{};
+    INTERVAL saved_interval{};
     std::string text = saved->interval;
     ModuleCalendar cal(loader_);
-    if (cal.zintstr(text.data(), static_cast<int>(text.size()), &fitted) != 0 || fitted.units != plan.interval.units ||
-        fitted.intcode != plan.interval.intcode || fitted.intper != plan.interval.intper ||
-        fitted.shiftper != plan.interval.shiftper) {
+    if (cal.zintstr(text.data(), static_cast<int>(text.size()), &saved_interval) != 0 || saved_interval.units != plan.interval.units ||
+        saved_interval.intcode != plan.interval.intcode || saved_interval.intper != plan.interval.intper ||
+        saved_interval.shiftper != plan.interval.shiftper) {
       throw RunError(fmt::format("the model was fitted on interval {}, not {}: {}", host::quote_input(saved->interval),
                                  host::quote_input(plan.options.interval), saved->path));
     }
@@ -1085,8 +1085,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
       a.push_back(x);
       f.push_back(result.table.columns[kForecast].values[row]);
     }
-    const std::vector<double> fitted(p.placed.values.begin() + p.fit_first, p.placed.values.begin() + p.fit_last + 1);
-    result.holdout_accuracy = accuracy(a, f, seasonal_naive_mae(fitted, p.nseasons > 1 ? p.nseasons : 1));
+    const std::vector<double> fit_values(p.placed.values.begin() + p.fit_first, p.placed.values.begin() + p.fit_last + 1);
+    result.holdout_accuracy = accuracy(a, f, seasonal_naive_mae(fit_values, p.nseasons > 1 ? p.nseasons : 1));
     for (const auto& [upper, level] : limit_columns) {
       const auto tail = [&](std::size_t c) {
         const std::vector<double>& v = result.table.columns[c].values;

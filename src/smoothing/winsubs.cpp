@@ -356,7 +356,7 @@ template <class V, class M, int kWidth, bool kAdditive>
   const V error_limit = V{} + kErrorLimit;
   const V sse_limit = V{} + kSseLimit;
   const M abs_mask = M{} + 0x7fffffffffffffffLL;
-#define ESF_ABS(v) ((V)((M)(v) & abs_mask))
+#define ESF_ABS(v) (reinterpret_cast<V>(reinterpret_cast<M>(v) & abs_mask))
 
   // Backward, the turn, forward.  One observation for every lane: the update
   // of win::point, with its guards as masks; the forward pass adds the error
