@@ -20,9 +20,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Three weights, level, trend and damping; two states, level and trend.
-struct Family : TrendedFamily {
-  static constexpr int kNumWeights = 3;
-  static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::damp};
+struct Family : TrendedFamily, ThreeWeightShape<Slot::damp> {
   static double divide(double num, double den) { return bounded_divide(num, den); }
 
   // Candidate k tries entry k of the three tables.
@@ -36,12 +34,8 @@ struct Family : TrendedFamily {
   static constexpr double kGridLo[3] = {0.001, 0.001, 0.9};
   static constexpr double kGridScale[3] = {0.998, 0.998, 0.09899999999999998};
 
-  static constexpr bool kHasStability = true;
   static bool stable(const double* w) { return zes3stb(w[0], w[1], w[2]) != 0; }
-
-  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
-  // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
-  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
+  // Standard errors from four observations on.
   static long stderr_min_nobs(const WINMODEL&) { return 4; }
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {

@@ -1,10 +1,14 @@
-// Pieces that the traits of the families without seasons share on the
+// Pieces that several family traits share on the
 // estimation frame (smoothing/frame.h) and the forecast driver
 // (smoothing/frame_out.h):
 //
+//   kLevelGrid,        the grid tables of level and trend that the families
+//   kTrendGrid         with more than one weight share
 //   LevelWeightShape   the shape and grid of the one-weight families (simple
 //                      and double smoothing): the weight is the level's, the
 //                      grid is level_grid, there is no stability test
+//   ThreeWeightShape   the shape of the three-weight families (damped trend,
+//                      Winters)
 //   TrendedFamily      the trait members of the families with the states
 //                      level and trend (linear, double, damped)
 //   fit_observation    fitobs of a trended family from its z..pnt and z..dpd
@@ -72,6 +76,19 @@ struct LevelWeightShape {
   static bool stable(const double*) { return true; }
 
   static constexpr GradDivisor kGradDivisor = GradDivisor::n;  // (two-weight solve only)
+};
+
+// Level, trend and a third weight (damping or seasonal) through the
+// three-weight step: the gradient divides by n, the error variance is
+// (nobs / (nobs - 3)) * mse, and a stability test guards every trial.  The
+// trait adds divide (bounded_divide), its own tests and the passes.
+template <Slot Third>
+struct ThreeWeightShape {
+  static constexpr int kNumWeights = 3;
+  static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Third};
+  static constexpr bool kHasStability = true;
+  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
+  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
 };
 
 // The states level and trend: a pass starts from svi, startvals keeps both,

@@ -276,59 +276,40 @@ enum class GradDivisor { nobs, n };
 //   ratio_first:        (nobs / (nobs - p)) * mse
 enum class MseScaling { scale_then_divide, ratio_first };
 
-inline double& weight_of(POINT& p, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return p.wlevel;
-    case Slot::trend: return p.wtrend;
-    case Slot::season: return p.wseason;
-    case Slot::damp: break;
-  }
-  return p.wdamp;
-}
-inline double weight_of(const POINT& p, Slot s) noexcept {
-  return weight_of(const_cast<POINT&>(p), s);
-}
-inline int& position_of(POINT& p, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return p.wbnds.wlevflg;
-    case Slot::trend: return p.wbnds.wtreflg;
-    case Slot::season: return p.wbnds.wseaflg;
-    case Slot::damp: break;
-  }
-  return p.wbnds.wdamflg;
-}
-inline int position_of(const POINT& p, Slot s) noexcept {
-  return position_of(const_cast<POINT&>(p), s);
-}
-inline char& pinned_of(POINT& p, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return p.wbnds.wlevchn;
-    case Slot::trend: return p.wbnds.wtrechn;
-    case Slot::season: return p.wbnds.wseachn;
-    case Slot::damp: break;
-  }
-  return p.wbnds.wdamchn;
-}
+// Where each weight lives: its value in POINT, its position flag and pin in
+// POINT_WBNDS, its bounds and fixed flag in WGTBNDS, by Slot.
+struct SlotFields {
+  double POINT::*weight;
+  int POINT_WBNDS::*position;
+  char POINT_WBNDS::*pinned;
+  double (WGTBNDS::*bounds)[3];
+  char WGTBNDS::*fixed;
+};
+inline constexpr SlotFields kSlotFields[4] = {
+    {&POINT::wlevel, &POINT_WBNDS::wlevflg, &POINT_WBNDS::wlevchn, &WGTBNDS::wlevel,
+     &WGTBNDS::wlevflg},
+    {&POINT::wtrend, &POINT_WBNDS::wtreflg, &POINT_WBNDS::wtrechn, &WGTBNDS::wtrend,
+     &WGTBNDS::wtreflg},
+    {&POINT::wseason, &POINT_WBNDS::wseaflg, &POINT_WBNDS::wseachn, &WGTBNDS::wseason,
+     &WGTBNDS::wseaflg},
+    {&POINT::wdamp, &POINT_WBNDS::wdamflg, &POINT_WBNDS::wdamchn, &WGTBNDS::wdamp,
+     &WGTBNDS::wdamflg},
+};
+inline const SlotFields& fields_of(Slot s) noexcept { return kSlotFields[static_cast<int>(s)]; }
+
+inline double& weight_of(POINT& p, Slot s) noexcept { return p.*fields_of(s).weight; }
+inline double weight_of(const POINT& p, Slot s) noexcept { return p.*fields_of(s).weight; }
+// The position flag: -1 on (or ran into) the lower bound, +1 the upper, 0 inside.
+inline int& position_of(POINT& p, Slot s) noexcept { return p.wbnds.*fields_of(s).position; }
+inline int position_of(const POINT& p, Slot s) noexcept { return p.wbnds.*fields_of(s).position; }
+// The pin: the weight may not move in this trial.
+inline char& pinned_of(POINT& p, Slot s) noexcept { return p.wbnds.*fields_of(s).pinned; }
 // Lower bound, upper bound and snap tolerance of a weight.
 inline const double* bounds_of(const WGTBNDS& b, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return b.wlevel;
-    case Slot::trend: return b.wtrend;
-    case Slot::season: return b.wseason;
-    case Slot::damp: break;
-  }
-  return b.wdamp;
+  return b.*fields_of(s).bounds;
 }
 // The weight is fixed: its two bounds are equal.
-inline bool fixed_of(const WGTBNDS& b, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return b.wlevflg != 0;
-    case Slot::trend: return b.wtreflg != 0;
-    case Slot::season: return b.wseaflg != 0;
-    case Slot::damp: break;
-  }
-  return b.wdamflg != 0;
-}
+inline bool fixed_of(const WGTBNDS& b, Slot s) noexcept { return b.*fields_of(s).fixed != 0; }
 
 template <class F>
 inline void weights_of(const POINT& p, double* w) noexcept {

@@ -139,18 +139,31 @@ void derivative_check(WINMODEL* model, FITCON* fitcon, POINT* point) {
                              : "     Absolute Partial Derivatives Calculated        ");
   xpsout("     MSE = %12.4f                             ", point->mse);
   if (F::kDiagnostics.check_heading) xpsout(F::kDiagnostics.check_heading);
-  check_row<p>("     WEIGHTS   :  %8.6f                          ", "     WEIGHTS   :  ",
-               "%8.6f     ", w, all);
-  check_row<p>("     DERIVED   :  %8.6f                          ", "     DERIVED   :  ",
-               "%8.6f     ", derived, all);
-  check_row<p>("     NUMERICAL :  %8.6f                          ", "     NUMERICAL :  ",
-               "%8.6f     ", numeric, all);
-  check_row<p>("     DER - NUM :  %8.6E                          ", "     DER - NUM :  ",
-               "%8.6E ", der_minus_num, all);
-  check_row<p>("     PER DIFF  :  %8.6E                          ", "     PER DIFF  :  ",
-               "%8.6E ", per_diff, per_shown);
-  check_row<p>("     DER DELTAS:  %8.2E                          ", "     DER DELTAS:  ",
-               "%8.2E     ", deltas, all);
+  // Each row: its one-weight line, the label and value format of the longer
+  // rows, the values and which of them are shown.
+  const struct {
+    const char* single;
+    const char* label;
+    const char* format;
+    const double* values;
+    const bool* shown;
+  } rows[] = {
+      {"     WEIGHTS   :  %8.6f                          ", "     WEIGHTS   :  ", "%8.6f     ",
+       w, all},
+      {"     DERIVED   :  %8.6f                          ", "     DERIVED   :  ", "%8.6f     ",
+       derived, all},
+      {"     NUMERICAL :  %8.6f                          ", "     NUMERICAL :  ", "%8.6f     ",
+       numeric, all},
+      {"     DER - NUM :  %8.6E                          ", "     DER - NUM :  ", "%8.6E ",
+       der_minus_num, all},
+      {"     PER DIFF  :  %8.6E                          ", "     PER DIFF  :  ", "%8.6E ",
+       per_diff, per_shown},
+      {"     DER DELTAS:  %8.2E                          ", "     DER DELTAS:  ", "%8.2E     ",
+       deltas, all},
+  };
+  for (const auto& row : rows) {
+    check_row<p>(row.single, row.label, row.format, row.values, row.shown);
+  }
   xpsout(kCheckRule);
 }
 

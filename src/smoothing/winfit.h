@@ -42,9 +42,7 @@ using namespace smoothing::frame;
 // or 1, level and trend absorbing the difference, with their derivatives),
 // turns round and runs forward.
 
-struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
-  static constexpr int kNumWeights = 3;
-  static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::season};
+struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivativeLoops<Family> {
   static double divide(double num, double den) { return bounded_divide(num, den); }
 
   // Candidate k tries entry k of the three tables.
@@ -56,15 +54,9 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   static constexpr double kGridLo[3] = {0.001, 0.001, 0.001};
   static constexpr double kGridScale[3] = {0.998, 0.998, 0.998};
 
-  static constexpr bool kHasStability = true;
   static bool stable(const WINMODEL* model, const double* w) {
     return zwinstb(model->ts.nseasons, model->additive, w[0], w[1], w[2]) != 0;
   }
-
-  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
-  static constexpr bool kJumpOverZero = false;
-  // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
-  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
   // Standard errors only with two observations more than there are seasons.
   static long stderr_min_nobs(const WINMODEL& model) { return model.ts.nseasons + 2L; }
 
