@@ -11,6 +11,9 @@ every row). The outputs go into one dump whose SHA-256 is the digest.
   scripts/pin_results.py BUILD_DIR                 print the digest
   scripts/pin_results.py BUILD_DIR --check FILE    compare with a stored digest
   scripts/pin_results.py BUILD_DIR --dump FILE     also keep the whole dump
+  scripts/pin_results.py BUILD_DIR --count 3000 --check FILE
+                                                   the same over 3000 random series
+A line of the digest file is "DIGEST" (the default count) or "DIGEST COUNT".
 Two dumps from two builds show where results differ (diff them).
 """
 import argparse
@@ -22,6 +25,7 @@ import sys
 import tempfile
 
 FAMILIES = ["simple", "double", "linear", "damped", "seasonal", "winters", "winters-additive"]
+DEFAULT_COUNT = 300
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 
@@ -83,7 +87,7 @@ def main():
     ap.add_argument("build")
     ap.add_argument("--check")
     ap.add_argument("--dump")
-    ap.add_argument("--count", type=int, default=300)
+    ap.add_argument("--count", type=int, default=DEFAULT_COUNT)
     a = ap.parse_args()
     build = os.path.abspath(a.build)
     cli = os.path.join(build, "esforecast")
@@ -104,7 +108,12 @@ def main():
             f.write(dump)
     if a.check:
         with open(a.check) as f:
-            want = f.read().split()[0]
+            pinned = {int(w[1]) if len(w) > 1 else DEFAULT_COUNT: w[0]
+                      for w in (line.split() for line in f) if w}
+        want = pinned.get(a.count)
+        if want is None:
+            print(f"no digest pinned for {a.count} random series in {a.check}", file=sys.stderr)
+            return 1
         if want != digest:
             print(f"results differ: {digest} != {want}", file=sys.stderr)
             return 1

@@ -84,3 +84,93 @@ TEST(RunnerBatch, OutcomesInKeyOrderAndTheSameOnAnyNumberOfThreads) {
 }
 
 }  // namespace
+
+// A forecast reports the fit's criteria and accuracy from its own table; they
+// must be those of the fit alone, to the bit, for every family and with the
+// ranges moved.
+TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
+  static runner::Loader loader;
+  loader.load(ESF_MODULE);
+  const runner::Runner run(loader);
+  const runner::CsvSeries s =
+      runner::read_series_csv(std::string(ESF_SOURCE_DIR) + "/examples/AirPassengers.csv", "", "", runner::TimeUnits::kDate);
+  auto bits = [](const runner::FitResult& f) {
+    std::vector<std::uint64_t> b;
+    for (double v : {f.criteria.aic, f.criteria.aicc, f.criteria.bic, f.fit_accuracy.rmse, f.fit_accuracy.mase,
+                     f.fit_accuracy.mape, f.eval_accuracy.rmse, f.eval_accuracy.mae, f.eval_accuracy.smape}) {
+      b.push_back(std::bit_cast<std::uint64_t>(v));
+    }
+    b.push_back(static_cast<std::uint64_t>(f.eval_accuracy.n));
+    return b;
+  };
+  for (const runner::Family& family : runner::families()) {
+    for (int variant = 0; variant < 3; ++variant) {
+      SCOPED_TRACE(std::string(family.name) + " variant " + std::to_string(variant));
+      runner::ModelOptions o;
+      o.model = family.name;
+      o.interval = "MONTH";
+      o.cl = 0.2;
+      o.levels = {80.0, 95.0};
+      if (variant == 1) o.holdout = 9;
+      if (variant == 2) {
+        o.fit_end = "1957-12-01";
+        o.eval_start = "1955-01-01";
+      }
+      const runner::FitResult fit = run.fit(run.plan(o, false), s);
+      const runner::ForecastResult fc = run.forecast(run.plan(o, true), s);
+      EXPECT_EQ(bits(fc.fit), bits(fit));
+      EXPECT_GT(fit.eval_accuracy.n, 0);
+    }
+  }
+  // --model auto forecasts with the fit it chose by: the same as naming the
+  // chosen family, to the bit.
+  for (int variant = 0; variant < 2; ++variant) {
+    SCOPED_TRACE("auto variant " + std::to_string(variant));
+    runner::ModelOptions o;
+    o.model = runner::kAutoModel;
+    o.interval = "MONTH";
+    o.levels = {80.0, 95.0};
+    if (variant == 1) o.holdout = 9;
+    const runner::ForecastResult a = run.forecast(run.plan(o, true), s);
+    ASSERT_TRUE(a.fit.choice.has_value());
+    o.model = a.fit.choice->chosen;
+    const runner::ForecastResult named = run.forecast(run.plan(o, true), s);
+    EXPECT_EQ(bits(a.fit), bits(named.fit));
+    std::vector<std::uint64_t> ta, tn;
+    for (const runner::TableColumn& c : a.table.columns) {
+      for (double v : c.values) ta.push_back(std::bit_cast<std::uint64_t>(v));
+    }
+    for (const runner::TableColumn& c : named.table.columns) {
+      for (double v : c.values) tn.push_back(std::bit_cast<std::uint64_t>(v));
+    }
+    EXPECT_EQ(ta, tn);
+    EXPECT_FALSE(ta.empty());
+  }
+}
+
+// Fields of CSV lines, read into one vector after another so that a shorter
+// line follows a longer one; a line without quotes must split as the same
+// line with its fields quoted.
+TEST(RunnerCsv, SplitsLinesWithAndWithoutQuotes) {
+  const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+      {"id,date,value,extra", {"id", "date", "value", "extra"}},
+      {" a , b\t,,", {"a", "b", "", ""}},
+      {"x", {"x"}},
+      {"", {""}},
+      {"a long field of more than fifteen bytes,2", {"a long field of more than fifteen bytes", "2"}},
+      {"\"a,b\",\"say \"\"hi\"\"\"", {"a,b", "say \"hi\""}},
+  };
+  std::vector<std::string> fields;
+  for (const auto& [line, want] : cases) {
+    SCOPED_TRACE(line);
+    ASSERT_TRUE(runner::split_csv_line(line, &fields));
+    EXPECT_EQ(fields, want);
+    if (line.find('"') != std::string::npos) continue;
+    std::string quoted;
+    for (std::size_t i = 0; i < want.size(); ++i) quoted += (i > 0 ? ",\"" : "\"") + want[i] + "\"";
+    std::vector<std::string> again;
+    ASSERT_TRUE(runner::split_csv_line(quoted, &again));
+    EXPECT_EQ(again, fields);
+  }
+  EXPECT_FALSE(runner::split_csv_line("\"open,1", &fields));
+}

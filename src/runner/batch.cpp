@@ -114,6 +114,7 @@ class IntervalPlans {
       ModelOptions o = plan_.options;
       o.interval = interval;
       it = plans_.emplace(interval, runner_.plan(o, plan_.forecast)).first;
+      it->second.timed = plan_.timed;
     }
     return it->second;
   }
@@ -131,7 +132,7 @@ SeriesOutcome run_series(const Runner& runner, const Plan& given, IntervalPlans&
   o.ordinal = raw.ordinal;
   o.key = std::move(raw.key);
   try {
-    const double t0 = thread_cpu_seconds();
+    const double t0 = given.timed ? thread_cpu_seconds() : 0.0;
     const Plan* plan = &given;
     CsvSeries series;
     if (given.interval_token.empty()) {
@@ -146,7 +147,7 @@ SeriesOutcome run_series(const Runner& runner, const Plan& given, IntervalPlans&
     }
     o.interval = plan->interval_token;
     raw = RawSeries{};
-    const double t1 = thread_cpu_seconds();
+    const double t1 = given.timed ? thread_cpu_seconds() : 0.0;
     o.read_seconds = t1 - t0;
     if (plan->forecast) {
       o.result = runner.forecast(*plan, series, saved);
@@ -154,7 +155,7 @@ SeriesOutcome run_series(const Runner& runner, const Plan& given, IntervalPlans&
       o.result.fit = runner.fit(*plan, series);
       o.result.fitted = true;
     }
-    o.run_seconds = thread_cpu_seconds() - t1;
+    o.run_seconds = given.timed ? thread_cpu_seconds() - t1 : 0.0;
     o.ok = true;
   } catch (const RunError& e) {
     o.reason = e.what();

@@ -31,7 +31,7 @@ struct SeriesOutcome {
   std::string reason;    // why it failed, naming file, line and field where known
   int return_code = 0;   // the method's return code, when a method failed
   ForecastResult result; // result.fit for a fit; the table too for a forecast
-  // Thread CPU seconds spent on this series: reading its rows as times and
+  // With plan.timed, thread CPU seconds spent on this series: reading its rows as times and
   // values (and finding its interval), and running it through the plan.
   double read_seconds = 0.0;
   double run_seconds = 0.0;

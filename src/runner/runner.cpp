@@ -28,6 +28,10 @@
 namespace esf::runner {
 namespace {
 
+// The thread's CPU seconds when stage times are wanted, else 0 (the clock
+// is a system call).
+double clock_if(bool timed) { return timed ? thread_cpu_seconds() : 0.0; }
+
 using Json = nlohmann::ordered_json;
 
 // The memory libref the forecast table goes to, and the table's name.
@@ -153,6 +157,7 @@ struct Lists {
   long eval_first = 0;  // the evaluation range, the same way
   long eval_last = -1;
   std::function<double(long)> period;  // start of the i-th period of the series
+  bool timed = false;                  // the plan's: stage times wanted
   double fit_method_seconds = 0.0;     // thread CPU time in the fit method
 
   Lists() = default;
@@ -274,10 +279,23 @@ ObservationCycles& observation_cycles() {
   return cycles;
 }
 
+// The last forecast must have a date of the calendar.
+void check_lead(const Plan& plan, const Lists& p) {
+  const int lead = plan.options.lead;
+  if (lead <= 0) return;
+  const double last = p.period(p.eval_last + lead);
+  if (esf::is_missing(last) || std::isnan(last) || !in_calendar_range(last, plan.units)) {
+    throw RunError(fmt::format("--lead: {} periods of {} from the end of the series run past the calendar's "
+                               "dates, {}",
+                               lead, plan.interval_token, kCalendarRangeText));
+  }
+}
+
 // Places the series and builds the lists of a method call.
 void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   using namespace esf::host;
   if (plan.interval_token.empty()) throw RunError("--interval: no interval named, and none found from the time IDs");
+  p->timed = plan.timed;
   const ModelOptions& o = plan.options;
   ModuleCalendar cal(loader);
   INTERVAL interval = plan.interval;
@@ -355,15 +373,7 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
     set_number(p->fit_range, "ENDDATE", end);
     set_number(p->eval_range, "ENDDATE", end);
   }
-  if (plan.forecast && o.lead > 0) {
-    // The last forecast must have a date of the calendar.
-    const double last = p->period(p->eval_last + o.lead);
-    if (esf::is_missing(last) || std::isnan(last) || !in_calendar_range(last, plan.units)) {
-      throw RunError(fmt::format("--lead: {} periods of {} from the end of the series run past the calendar's "
-                                 "dates, {}",
-                                 o.lead, plan.interval_token, kCalendarRangeText));
-    }
-  }
+  if (plan.forecast) check_lead(plan, *p);
 }
 
 // The checks of the series against the family, on the fit range.
@@ -408,9 +418,9 @@ FITEND run_fit(Loader& loader, const Family& family, Lists& p) {
   call.list(p.series).list(p.spec).list(p.fit_range).list(p.eval_range).list(p.model).number(0);
   FITEND end{};
   auto* fit_ended = loader.symbol<int(int, PSCPLIST*, List, FITEND*)>("esf_fit_ended");
-  const double t0 = thread_cpu_seconds();
+  const double t0 = clock_if(p.timed);
   fit_ended(family.fit_slot, call.plist(), nullptr, &end);
-  p.fit_method_seconds += thread_cpu_seconds() - t0;
+  p.fit_method_seconds += clock_if(p.timed) - t0;
   const int code = call.return_code().value_or(999);
   if (code != 0) {
     throw RunError(
@@ -489,9 +499,9 @@ ForecastTable call_forecast(Loader& loader, const Plan& plan, Lists& p, double c
   host::assign_memory_libref(kTableLibref);
   host::MethodCall call;
   call.list(p.series).list(p.model).list(p.eval_range).text(kTableName).number(cl).number(lead).number(0);
-  const double t0 = method_seconds != nullptr ? thread_cpu_seconds() : 0.0;
+  const double t0 = clock_if(method_seconds != nullptr && p.timed);
   loader.call(plan.family->forecast_slot, call);
-  if (method_seconds != nullptr) *method_seconds = thread_cpu_seconds() - t0;
+  if (method_seconds != nullptr) *method_seconds = clock_if(p.timed) - t0;
   const int code = call.return_code().value_or(999);
   if (code != 0) {
     throw RunError(fmt::format("the {} forecast failed: {} (return code {})", plan.family->name,
@@ -571,6 +581,7 @@ void read_positions(const Plan& plan, FitResult* r) {
 struct Fitted {
   std::unique_ptr<Lists> lists;
   FitResult result;
+  bool measured = false;  // the criteria are in
 };
 
 Fitted fit_once(Loader& loader, const Plan& plan, const CsvSeries& csv) {
@@ -642,11 +653,12 @@ Fitted search_boxes(Loader& loader, const Plan& plan, const CsvSeries& csv, Fitt
   return best;
 }
 
-// The criteria and the accuracy of the one-step errors over the fit range.
-void measure_fit(Loader& loader, const Plan& plan, Fitted& f) {
+// The criteria and the accuracy of the one-step errors over the fit range,
+// from a forecast table of the fitted model (its rows from the start of the
+// fit range are the same whatever its lead and limits).
+void measure_fit(const Plan& plan, Fitted& f, const ForecastTable& t) {
   Lists& p = *f.lists;
   FitResult& r = f.result;
-  const ForecastTable t = call_forecast(loader, plan, p, plan.options.cl, 0);
   const std::size_t rows = std::min<std::size_t>(t.rows(), static_cast<std::size_t>(p.fit_last - p.fit_first + 1));
   auto head = [&](Column c) {
     return std::vector<double>(t.columns[c].values.begin(), t.columns[c].values.begin() + static_cast<long>(rows));
@@ -672,7 +684,9 @@ void measure_fit(Loader& loader, const Plan& plan, Fitted& f) {
 
 // A fit with its report: the thorough search when asked, the check that
 // its results are usable, the model list, the criteria and the warnings.
-Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool keep_model_list) {
+// Without `measure` the criteria are left to the caller, who makes a
+// forecast table anyway (measure_fit).
+Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool keep_model_list, bool measure = true) {
   Fitted f = fit_once(loader, plan, csv);
   if (plan.options.thorough) f = search_boxes(loader, plan, csv, std::move(f));
   FitResult& r = f.result;
@@ -687,7 +701,10 @@ Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool k
   }
   read_positions(plan, &r);
   if (keep_model_list) r.model_list = host::to_json(f.lists->model);
-  measure_fit(loader, plan, f);
+  if (measure) {
+    measure_fit(plan, f, call_forecast(loader, plan, *f.lists, plan.options.cl, 0));
+    f.measured = true;
+  }
   return f;
 }
 
@@ -758,7 +775,7 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   } else {
     check_options(options, *p.family);
   }
-  loader_.load();
+  if (!loader_.loaded()) loader_.load();  // (finding the default image reads the file system)
   // No interval: each series of a batch finds its own from its time IDs.
   if (options.interval.empty()) return p;
   ModuleCalendar cal(loader_);
@@ -781,11 +798,17 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   return p;
 }
 
+namespace {
+
 // Selection by a criterion of the fit, or by the accuracy on the last
-// observations of the fit range (a season's worth, at least 4).
-AutoChoice Runner::choose(const Plan& plan, const CsvSeries& series) const {
+// observations of the fit range (a season's worth, at least 4).  Selecting
+// by a criterion, *kept (when given) gets the chosen family's fit, its lists
+// ready for a forecast.
+AutoChoice choose_family(const Runner& runner, const Plan& plan, const CsvSeries& series, std::optional<Fitted>* kept) {
+  Loader& loader = runner.loader();
   AutoChoice c;
   c.by = plan.options.select;
+  double kept_score = kNaN;
   for (const Family& family : families()) {
     Candidate cand;
     cand.model = family.name;
@@ -798,20 +821,27 @@ AutoChoice Runner::choose(const Plan& plan, const CsvSeries& series) const {
         if (c.selection_holdout == 0) {
           INTERVAL iv = plan.interval;
           const double first = series.rows.empty() ? 0.0 : series.rows.front().time;
-          const int m = plan.options.nseasons ? *plan.options.nseasons : seasons_of(loader_, &iv, first);
+          const int m = plan.options.nseasons ? *plan.options.nseasons : seasons_of(loader, &iv, first);
           c.selection_holdout = std::max(4, m);
         }
         o.holdout += static_cast<int>(c.selection_holdout);
         o.lead = static_cast<int>(c.selection_holdout);
-        const ForecastResult r = forecast(this->plan(o, true), series);
+        const ForecastResult r = runner.forecast(runner.plan(o, true), series);
         cand.criteria = r.fit.criteria;
         cand.holdout = r.holdout_accuracy;
         cand.score = r.holdout_accuracy.mase;
       } else {
-        const FitResult r = fit(this->plan(o, false), series);
-        cand.criteria = r.criteria;
-        cand.score = c.by == Selection::kAic ? r.criteria.aic : c.by == Selection::kBic ? r.criteria.bic
-                                                                                          : r.criteria.aicc;
+        Plan fit_plan = runner.plan(o, false);
+        fit_plan.timed = plan.timed;
+        Fitted f = fit_series(loader, fit_plan, series, false);
+        const Criteria& k = f.result.criteria;
+        cand.criteria = k;
+        cand.score = c.by == Selection::kAic ? k.aic : c.by == Selection::kBic ? k.bic : k.aicc;
+        // The lowest score so far, as the choice below finds it.
+        if (kept != nullptr && std::isfinite(cand.score) && (!kept->has_value() || cand.score < kept_score)) {
+          *kept = std::move(f);
+          kept_score = cand.score;
+        }
       }
       if (!std::isfinite(cand.score)) cand.refused = "its criterion is undefined on this series";
     } catch (const RunError& e) {
@@ -832,18 +862,24 @@ AutoChoice Runner::choose(const Plan& plan, const CsvSeries& series) const {
   return c;
 }
 
-namespace {
-
-// The plan of the family --model auto chose, with the choice.
-Plan chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series, std::optional<AutoChoice>* choice) {
+// The plan of the family --model auto chose, with the choice, and in *kept
+// (when given) that family's fit when the choice kept it.
+Plan chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series, std::optional<AutoChoice>* choice,
+                 std::optional<Fitted>* kept = nullptr) {
   if (plan.family != nullptr) return plan;
-  *choice = runner.choose(plan, series);
+  *choice = choose_family(runner, plan, series, kept);
   ModelOptions o = plan.options;
   o.model = (*choice)->chosen;
-  return runner.plan(o, plan.forecast);
+  Plan chosen = runner.plan(o, plan.forecast);
+  chosen.timed = plan.timed;
+  return chosen;
 }
 
 }  // namespace
+
+AutoChoice Runner::choose(const Plan& plan, const CsvSeries& series) const {
+  return choose_family(*this, plan, series, nullptr);
+}
 
 Plan Runner::plan_for_file(const ModelOptions& options, bool forecast, const std::string& path,
                            const std::string& id_column, const std::string& var_column, CsvSeries* series,
@@ -866,8 +902,10 @@ Plan Runner::plan_for_file(const ModelOptions& options, bool forecast, const std
 
 FitResult Runner::fit(const Plan& plan_in, const CsvSeries& series, bool keep_model_list) const {
   std::optional<AutoChoice> choice;
-  const Plan plan = chosen_plan(*this, plan_in, series, &choice);
-  Fitted f = fit_series(loader_, plan, series, keep_model_list);
+  std::optional<Fitted> kept;
+  const Plan plan = chosen_plan(*this, plan_in, series, &choice, &kept);
+  Fitted f = kept ? std::move(*kept) : fit_series(loader_, plan, series, keep_model_list);
+  if (kept && keep_model_list) f.result.model_list = host::to_json(f.lists->model);
   f.result.choice = std::move(choice);
   const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
   if (!remark.empty()) f.result.warnings.insert(f.result.warnings.begin(), remark);
@@ -929,14 +967,15 @@ void empirical_limits(Loader& loader, const Plan& plan, Lists& p, ForecastTable&
 }  // namespace
 
 ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, const SavedModel* saved) const {
-  const double t0 = thread_cpu_seconds();
+  const double t0 = clock_if(plan_in.timed);
   ForecastResult result;
   std::optional<AutoChoice> choice;
-  const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice);
+  std::optional<Fitted> fitted;  // the fit, when the model is fitted here
+  const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice, &fitted);
   const ModelOptions& o = plan.options;
   const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
   if (!remark.empty()) result.warnings.push_back(remark);
-  std::unique_ptr<Lists> lists;
+  std::unique_ptr<Lists> lists;  // a saved or given model's
   if (saved != nullptr && !saved->interval.empty()) {
     // The model's weights and factors belong to the interval it was fitted
     // on: a forecast on another interval would be meaningless.
@@ -990,15 +1029,14 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
     prepare(plan, loader_, series, lists.get());
     refuse_what_cannot_be_modelled(plan, series, *lists);
     host::add_list(lists->model, "ESTIMATES");
+  } else if (fitted) {
+    // --model auto kept the chosen family's fit; its lists were made for a fit.
+    check_lead(plan, *fitted->lists);
   } else {
-    Fitted f = fit_series(loader_, plan, series, false);
-    lists = std::move(f.lists);
-    result.fitted = true;
-    result.fit = std::move(f.result);
-    result.fit.choice = std::move(choice);
+    fitted.emplace(fit_series(loader_, plan, series, false, false));
   }
-  Lists& p = *lists;
-  const double t1 = thread_cpu_seconds();
+  Lists& p = fitted ? *fitted->lists : *lists;
+  const double t1 = clock_if(plan.timed);
   result.fit_seconds = t1 - t0;
 
   // The table at the first level asked (or at --cl), then a pair of limits
@@ -1011,6 +1049,13 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   double forecast_method_seconds = 0.0;
   result.table = call_forecast(loader_, plan, p, cls[0], lead, &forecast_method_seconds);
   result.module_seconds = p.fit_method_seconds + forecast_method_seconds;
+  if (fitted) {
+    // The criteria from this table, before limits or held-out values change it.
+    if (!fitted->measured) measure_fit(plan, *fitted, result.table);
+    result.fitted = true;
+    result.fit = std::move(fitted->result);
+    result.fit.choice = std::move(choice);
+  }
   std::vector<std::pair<std::size_t, double>> limit_columns = {{kUpper, 1.0 - cls[0]}};
   for (std::size_t i = 1; i < cls.size(); ++i) {
     ForecastTable t = call_forecast(loader_, plan, p, cls[i], lead);
@@ -1052,7 +1097,7 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
                                            coverage(a, tail(upper + 1), tail(upper)));
     }
   }
-  result.forecast_seconds = thread_cpu_seconds() - t1;
+  result.forecast_seconds = clock_if(plan.timed) - t1;
   return result;
 }
 

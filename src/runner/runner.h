@@ -128,6 +128,9 @@ struct Plan {
   std::string interval_alias;  // the pandas alias the user wrote, or empty
   TimeUnits units = TimeUnits::kDate;
   bool forecast = false;
+  // Record the CPU seconds of each stage (ForecastResult, SeriesOutcome):
+  // a benchmark's figures, at the price of a clock reading per stage.
+  bool timed = false;
 };
 
 struct WeightEstimate {
@@ -221,8 +224,8 @@ struct ForecastResult {
   Accuracy holdout_accuracy;
   std::vector<std::pair<std::string, double>> holdout_coverage;
   std::vector<std::string> warnings;  // limits that fell back on the formulas, ...
-  // Thread CPU seconds (not wall time, so that a loaded machine does not
-  // inflate them) spent placing the series, building its lists and fitting
+  // With plan.timed, thread CPU seconds (not wall time, so that a loaded
+  // machine does not inflate them) spent placing the series, building its lists and fitting
   // it, then in the forecast method and its table; and, of these, inside the
   // module's fit method and the forecast method that wrote the table.
   double fit_seconds = 0.0;

@@ -71,18 +71,13 @@ struct Family : FamilyDefaults, LevelWeightShape {
     model->startvals.level = pass.smooth.level;
   }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zes1std(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zes1std;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f   ";
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
-  static constexpr const char* kCheckTitle = " Simple Smoothing Partial Derivative Information    ";
-  static constexpr const char* kCheckHeading = nullptr;
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level  ", "%8.93f   ",
+      nullptr, nullptr,
+      " Simple Smoothing Partial Derivative Information    "};
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
                               const double* deltas, int wkflag, double* pder) {
     return zes1npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],

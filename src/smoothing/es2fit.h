@@ -24,12 +24,8 @@ struct Family : TrendedFamily {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::trend};
 
-  // Candidate k is row k of both tables.
-  static constexpr double kGrid[2][kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.01, 0.05, 0.01, 0.1, 0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
-       0.25, 0.15, 0.1, 0.05, 0.01, 0.9, 0.6, 0.4, 0.1, 0.9}};
+  // Candidate k tries entry k of both tables.
+  static constexpr const double* kGrid[2] = {kLevelGrid, kTrendGrid};
   // Default bounds 0.001 .. 0.999 for both: the tables are used as they stand.
   static constexpr double kGridLo[2] = {0.001, 0.001};
   static constexpr double kGridScale[2] = {0.998, 0.998};
@@ -76,16 +72,14 @@ struct Family : TrendedFamily {
   // Between the passes the state turns round, and its derivatives with it.
   static void turn(Pass& pass, const double*) { turn_level_trend<2>(pass); }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zes2std(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zes2std;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level     Trend   ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f   ";
-  static constexpr const char* kCheckTitle = " Linear ES Partial Derivative Information           ";
-  static constexpr const char* kCheckHeading = "                  LEVEL    TREND                   ";
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level     Trend   ", "%8.93f  %8.93f   ",
+      nullptr, nullptr,
+      " Linear ES Partial Derivative Information           ",
+      "                  LEVEL    TREND                   "};
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
                               const double* deltas, int wkflag, double* pder) {
     double d[2] = {deltas[0], deltas[1]};

@@ -20,31 +20,22 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Three weights, level, trend and damping; two states, level and trend.
-struct Family : TrendedFamily {
-  static constexpr int kNumWeights = 3;
-  static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::damp};
+struct Family : TrendedFamily, ThreeWeightShape<Slot::damp> {
   static double divide(double num, double den) { return bounded_divide(num, den); }
 
-  // Candidate k is row k of the three tables.
-  static constexpr double kGrid[3][kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.01, 0.05, 0.01, 0.1, 0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
-       0.25, 0.15, 0.1, 0.05, 0.01, 0.9, 0.6, 0.4, 0.1, 0.9},
-      {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98,
-       0.97, 0.97, 0.97, 0.97, 0.97, 0.9, 0.9, 0.9, 0.9, 0.8}};
+  // Candidate k tries entry k of the three tables.
+  static constexpr double kDampGrid[kGridRows] = {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98,
+                                                  0.98, 0.98, 0.98, 0.97, 0.97, 0.97, 0.97,
+                                                  0.97, 0.9,  0.9,  0.9,  0.9,  0.8};
+  static constexpr const double* kGrid[3] = {kLevelGrid, kTrendGrid, kDampGrid};
   // The tables stand as they are under the default bounds: 0.001 .. 0.999
   // for level and trend, 0.9 .. 0.999 for damping (0.999 - 0.9 in doubles).
   // So row 20 tries a damping of 0.8, below its lower bound.
   static constexpr double kGridLo[3] = {0.001, 0.001, 0.9};
   static constexpr double kGridScale[3] = {0.998, 0.998, 0.09899999999999998};
 
-  static constexpr bool kHasStability = true;
   static bool stable(const double* w) { return zes3stb(w[0], w[1], w[2]) != 0; }
-
-  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
-  // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
-  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
+  // Standard errors from four observations on.
   static long stderr_min_nobs(const WINMODEL&) { return 4; }
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
@@ -93,18 +84,14 @@ struct Family : TrendedFamily {
     s.trend = -(wdamp * t);
   }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zes3std(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zes3std;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level     Trend  Damping   ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  %8.93f  ";
-  static constexpr const char* kTraceExtraHeading = "  DDer0    DDer1    Phi  ";
-  static constexpr const char* kTraceExtraFormat = "%7.98f  %7.98f  %5.1f  ";
-  static constexpr const char* kCheckTitle = " Damp-Trend ES  Partial Derivative Information      ";
-  static constexpr const char* kCheckHeading = "                  LEVEL    TREND    DAMPING         ";
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level     Trend  Damping   ", "%8.93f  %8.93f  %8.93f  ",
+      "  DDer0    DDer1    Phi  ", "%7.98f  %7.98f  %5.1f  ",
+      " Damp-Trend ES  Partial Derivative Information      ",
+      "                  LEVEL    TREND    DAMPING         "};
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
                               const double* deltas, int wkflag, double* pder) {
     double d[3] = {deltas[0], deltas[1], deltas[2]};

@@ -69,16 +69,13 @@ struct Family : TrendedFamily, LevelWeightShape {
   // Between the passes the state and its derivatives turn round.
   static void turn(Pass& pass, const double*) { turn_level_trend<1>(pass); }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zesdstd(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zesdstd;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f   ";
-  static constexpr const char* kCheckTitle = " Double Smoothing Partial Derivative Information    ";
-  static constexpr const char* kCheckHeading = nullptr;
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level  ", "%8.93f   ",
+      nullptr, nullptr,
+      " Double Smoothing Partial Derivative Information    "};
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
                               const double* deltas, int wkflag, double* pder) {
     return zesdnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],

@@ -41,16 +41,15 @@ inline void mfree(double* sfactor, int* scodes) {
 }
 
 // Two weights, level and seasonal; the states are the level and the factors.
-struct Family : FamilyDefaults {
+struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::season};
 
-  // level_grid and season_grid: candidate k is row k of both.
-  static constexpr double kGrid[2][kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.5, 0.4, 0.5, 0.3, 0.4, 0.5, 0.2, 0.3, 0.4, 0.5,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.9, 0.9, 0.9, 0.9, 0.1}};
+  // Candidate k tries entry k of both tables.
+  static constexpr double kSeasonGrid[kGridRows] = {0.5, 0.4, 0.5, 0.3, 0.4, 0.5, 0.2,
+                                                    0.3, 0.4, 0.5, 0.1, 0.2, 0.3, 0.4,
+                                                    0.5, 0.9, 0.9, 0.9, 0.9, 0.1};
+  static constexpr const double* kGrid[2] = {kLevelGrid, kSeasonGrid};
   // Default bounds 0.001 .. 0.999 for both: the tables stand as they are.
   static constexpr double kGridLo[2] = {0.001, 0.001};
   static constexpr double kGridScale[2] = {0.998, 0.998};
@@ -142,6 +141,9 @@ struct Family : FamilyDefaults {
     return pass.smooth.level + pass.smooth.sfactor[pass.scodes[t]];
   }
 
+  // One observation at a time, as the frame's own loops take it: what the
+  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
+  // derivative_pass below) do in one call.
   static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
     SMOOTHVALS& sm = pass.smooth;
     const int s = pass.scodes[t];
@@ -163,6 +165,23 @@ struct Family : FamilyDefaults {
     return kOk;
   }
 
+  // The passes themselves run in the kernel's loops (pass_kernel.h, through
+  // OwnDerivativeLoops), which keep the level and its derivatives in
+  // registers.
+  template <class Run>
+  static int derivative_pass(Pass& p, const double* w, Run run) {
+    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+    const DerivativeStep step{p.scodes,         p.nseasons, p.xscale, w[0], w[1],
+                              p.smooth.sfactor, {p.der.season.wlevel, p.der.season.wseason}};
+    DerivativeStep::State st{p.smooth.level, p.smooth.xhat, {p.der.level[0], p.der.level[1]}};
+    const int rc = run(step, series, st);
+    p.smooth.level = st.level;
+    p.smooth.xhat = st.xhat;
+    p.der.level[0] = st.derlev[0];
+    p.der.level[1] = st.derlev[1];
+    return rc;
+  }
+
   // Between the passes the factors are centred, at the start of the series.
   static void turn(Pass& pass, const double*) {
     WINT_DER& d = pass.der;
@@ -174,19 +193,14 @@ struct Family : FamilyDefaults {
     copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
   }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zessstd(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zessstd;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level     Seasonal  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  ";
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
-  static constexpr const char* kCheckTitle = " Seasonal Smoothing Partial Derivative Information  ";
-  static constexpr const char* kCheckHeading =
-      "                  LEVEL    SEASON                   ";
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level     Seasonal  ", "%8.93f  %8.93f  ",
+      nullptr, nullptr,
+      " Seasonal Smoothing Partial Derivative Information  ",
+      "                  LEVEL    SEASON                   "};
   // essders: the numeric derivatives run on copies of the start factors and
   // of the season codes.
   static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,

@@ -1,10 +1,14 @@
-// Pieces that the traits of the families without seasons share on the
+// Pieces that several family traits share on the
 // estimation frame (smoothing/frame.h) and the forecast driver
 // (smoothing/frame_out.h):
 //
+//   kLevelGrid,        the grid tables of level and trend that the families
+//   kTrendGrid         with more than one weight share
 //   LevelWeightShape   the shape and grid of the one-weight families (simple
 //                      and double smoothing): the weight is the level's, the
 //                      grid is level_grid, there is no stability test
+//   ThreeWeightShape   the shape of the three-weight families (damped trend,
+//                      Winters)
 //   TrendedFamily      the trait members of the families with the states
 //                      level and trend (linear, double, damped)
 //   fit_observation    fitobs of a trended family from its z..pnt and z..dpd
@@ -46,6 +50,16 @@ inline bool codes_fit(const int* scodes, long last, int nseasons) {
   return true;
 }
 
+// The level and trend tables of the grid that the families with more than
+// one weight share: candidate k tries level kLevelGrid[k] (and trend
+// kTrendGrid[k]).
+inline constexpr double kLevelGrid[kGridRows] = {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1,
+                                                 0.2, 0.3, 0.4, 0.1, 0.2, 0.3, 0.4,
+                                                 0.5, 0.1, 0.4, 0.6, 0.9, 0.9};
+inline constexpr double kTrendGrid[kGridRows] = {0.01, 0.05, 0.01, 0.1,  0.05, 0.01, 0.15,
+                                                 0.1,  0.05, 0.01, 0.25, 0.15, 0.1,  0.05,
+                                                 0.01, 0.9,  0.6,  0.4,  0.1,  0.9};
+
 // One weight, the level's, tried on level_grid.
 struct LevelWeightShape {
   static constexpr int kNumWeights = 1;
@@ -64,6 +78,19 @@ struct LevelWeightShape {
   static constexpr GradDivisor kGradDivisor = GradDivisor::n;  // (two-weight solve only)
 };
 
+// Level, trend and a third weight (damping or seasonal) through the
+// three-weight step: the gradient divides by n, the error variance is
+// (nobs / (nobs - 3)) * mse, and a stability test guards every trial.  The
+// trait adds divide (bounded_divide), its own tests and the passes.
+template <Slot Third>
+struct ThreeWeightShape {
+  static constexpr int kNumWeights = 3;
+  static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Third};
+  static constexpr bool kHasStability = true;
+  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
+  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
+};
+
 // The states level and trend: a pass starts from svi, startvals keeps both,
 // a forecast starts from svi (startflg 0) or startvals, and a row of the
 // table has eight doubles, the last two LEVEL and TREND.
@@ -77,9 +104,6 @@ struct TrendedFamily : FamilyDefaults {
     model->startvals.level = pass.smooth.level;
     model->startvals.trend = pass.smooth.trend;
   }
-
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
 
   static constexpr int kRowDoubles = 8;
   static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}};

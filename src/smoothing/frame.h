@@ -35,8 +35,9 @@
 //                                                order (level, trend, then
 //                                                damping or seasonal)
 //   Grid
-//     static constexpr double kGrid[p][20];      candidate k is row k of every
-//                                                table (not a cross product)
+//     static constexpr const double* kGrid[p];   candidate k is entry k of
+//                                                every table of kGridRows
+//                                                (not a cross product)
 //     static constexpr double kGridLo[p];        the bounds under which the
 //     static constexpr double kGridScale[p];     tables are used unscaled:
 //                                                max(lo,-100) == kGridLo[i] and
@@ -73,6 +74,13 @@
 //         the kernel's z..pnt and z..dpd on `value`; the state goes to
 //         pass.smooth, the p prediction derivatives to wder[0..p-1] and the
 //         error to wder[p]; 0 or a negative kernel code
+//     static int backward_pass(Pass&, const double* w);
+//     static int forward_pass(Pass&, const double* w, double* acc,
+//                             long* nmiss);
+//         optional: the family's own loops over the series, in place of
+//         fitobs one observation at a time, with the same results to the
+//         bit (forward_pass adds to the cross products acc and counts the
+//         missing observations, stopping as the frame's loop stops)
 //     static void turn(Pass&, const double* w);
 //         between the backward and the forward pass (reversal, centring)
 //     static void save_start(const Pass&, WINMODEL*);  startvals from the
@@ -97,12 +105,8 @@
 //     static int fit_setup(WINMODEL*, FITCON*);   0 or -100
 //     static void fit_cleanup(WINMODEL*, FITCON*);
 //   Diagnostics (reached only through prtflag and opt.numeric)
-//     static constexpr const char* kTraceWeightHeading;  e.g. "   Level  "
-//     static constexpr const char* kTraceWeightFormat;   one format, p values
-//     static constexpr const char* kTraceExtraHeading;   null, or the heading
-//     static constexpr const char* kTraceExtraFormat;    of dder0, dder1, phi
-//     static constexpr const char* kCheckTitle;
-//     static constexpr const char* kCheckHeading;        null for one weight
+//     static constexpr Diagnostics kDiagnostics;  the texts of the trace and
+//                                                the check (frame_trace.h)
 //     static int numeric_gradient(WINMODEL*, const FITCON*, const double* w,
 //                                 const double* deltas, int wkflag,
 //                                 double* pder);          the family's z..npd
@@ -121,6 +125,7 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "smoothing/frame_limits.h"
+#include "smoothing/pass_kernel.h"
 
 // ---------------------------------------------------------------------------
 // Records of the frame
@@ -271,59 +276,40 @@ enum class GradDivisor { nobs, n };
 //   ratio_first:        (nobs / (nobs - p)) * mse
 enum class MseScaling { scale_then_divide, ratio_first };
 
-inline double& weight_of(POINT& p, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return p.wlevel;
-    case Slot::trend: return p.wtrend;
-    case Slot::season: return p.wseason;
-    case Slot::damp: break;
-  }
-  return p.wdamp;
-}
-inline double weight_of(const POINT& p, Slot s) noexcept {
-  return weight_of(const_cast<POINT&>(p), s);
-}
-inline int& position_of(POINT& p, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return p.wbnds.wlevflg;
-    case Slot::trend: return p.wbnds.wtreflg;
-    case Slot::season: return p.wbnds.wseaflg;
-    case Slot::damp: break;
-  }
-  return p.wbnds.wdamflg;
-}
-inline int position_of(const POINT& p, Slot s) noexcept {
-  return position_of(const_cast<POINT&>(p), s);
-}
-inline char& pinned_of(POINT& p, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return p.wbnds.wlevchn;
-    case Slot::trend: return p.wbnds.wtrechn;
-    case Slot::season: return p.wbnds.wseachn;
-    case Slot::damp: break;
-  }
-  return p.wbnds.wdamchn;
-}
+// Where each weight lives: its value in POINT, its position flag and pin in
+// POINT_WBNDS, its bounds and fixed flag in WGTBNDS, by Slot.
+struct SlotFields {
+  double POINT::*weight;
+  int POINT_WBNDS::*position;
+  char POINT_WBNDS::*pinned;
+  double (WGTBNDS::*bounds)[3];
+  char WGTBNDS::*fixed;
+};
+inline constexpr SlotFields kSlotFields[4] = {
+    {&POINT::wlevel, &POINT_WBNDS::wlevflg, &POINT_WBNDS::wlevchn, &WGTBNDS::wlevel,
+     &WGTBNDS::wlevflg},
+    {&POINT::wtrend, &POINT_WBNDS::wtreflg, &POINT_WBNDS::wtrechn, &WGTBNDS::wtrend,
+     &WGTBNDS::wtreflg},
+    {&POINT::wseason, &POINT_WBNDS::wseaflg, &POINT_WBNDS::wseachn, &WGTBNDS::wseason,
+     &WGTBNDS::wseaflg},
+    {&POINT::wdamp, &POINT_WBNDS::wdamflg, &POINT_WBNDS::wdamchn, &WGTBNDS::wdamp,
+     &WGTBNDS::wdamflg},
+};
+inline const SlotFields& fields_of(Slot s) noexcept { return kSlotFields[static_cast<int>(s)]; }
+
+inline double& weight_of(POINT& p, Slot s) noexcept { return p.*fields_of(s).weight; }
+inline double weight_of(const POINT& p, Slot s) noexcept { return p.*fields_of(s).weight; }
+// The position flag: -1 on (or ran into) the lower bound, +1 the upper, 0 inside.
+inline int& position_of(POINT& p, Slot s) noexcept { return p.wbnds.*fields_of(s).position; }
+inline int position_of(const POINT& p, Slot s) noexcept { return p.wbnds.*fields_of(s).position; }
+// The pin: the weight may not move in this trial.
+inline char& pinned_of(POINT& p, Slot s) noexcept { return p.wbnds.*fields_of(s).pinned; }
 // Lower bound, upper bound and snap tolerance of a weight.
 inline const double* bounds_of(const WGTBNDS& b, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return b.wlevel;
-    case Slot::trend: return b.wtrend;
-    case Slot::season: return b.wseason;
-    case Slot::damp: break;
-  }
-  return b.wdamp;
+  return b.*fields_of(s).bounds;
 }
 // The weight is fixed: its two bounds are equal.
-inline bool fixed_of(const WGTBNDS& b, Slot s) noexcept {
-  switch (s) {
-    case Slot::level: return b.wlevflg != 0;
-    case Slot::trend: return b.wtreflg != 0;
-    case Slot::season: return b.wseaflg != 0;
-    case Slot::damp: break;
-  }
-  return b.wdamflg != 0;
-}
+inline bool fixed_of(const WGTBNDS& b, Slot s) noexcept { return b.*fields_of(s).fixed != 0; }
 
 template <class F>
 inline void weights_of(const POINT& p, double* w) noexcept {
@@ -369,23 +355,7 @@ namespace smoothing::frame {
 // nextstep: evaluate a point
 // ---------------------------------------------------------------------------
 
-// Adds the outer product of d (nv values) to the packed lower triangle sscp,
-// exactly as zscp does with weight 1: nothing when a value is missing, rows of
-// zero values skipped, each element summed as s + (d[i] * 1) * d[j].
-template <int NV>
-inline void add_cross_products(const double* d, double* sscp) noexcept {
-  for (int i = 0; i < NV; ++i) {
-    if (esf::is_missing(d[i])) return;
-  }
-  double* row = sscp;
-  for (int i = 0; i < NV; ++i) {
-    const double a = d[i] * 1.0;
-    if (d[i] != 0.0) {
-      for (int j = 0; j <= i; ++j) row[j] = row[j] + a * d[j];
-    }
-    row += i + 1;
-  }
-}
+using pass::add_cross_products;
 
 // What the passes of one evaluation read and carry.  The frame loads it from
 // the model and the fit control once per evaluation and stores the state and
@@ -418,8 +388,8 @@ inline Pass load_pass(const WINMODEL& model, const FITCON& fitcon) noexcept {
 // Writes model->startvals between the passes.  Inlined into passes, where
 // `pass` is a local.
 template <class F>
-[[gnu::always_inline]] inline int passes_on(WINMODEL* model, Pass& pass, POINT* point, const double* w, double* xpx,
-              long* nmiss_out) {
+[[gnu::always_inline]] inline int passes_on(WINMODEL* model, Pass& pass, POINT* point,
+                                            const double* w, double* xpx, long* nmiss_out) {
   constexpr int p = F::kNumWeights;
   constexpr int nx = (p + 1) * (p + 2) / 2;
 
@@ -440,10 +410,15 @@ template <class F>
   double wder[p + 1] = {};
 
   // Backward pass: the derivative recursion runs, nothing accumulates.
-  for (long t = n - 1; t >= 0; --t) {
-    const double value = misflg[t] ? F::missing_value(pass, w, t) : x[t];
-    rc = F::fitobs(pass, w, t, value, wder);
+  if constexpr (requires { F::backward_pass(pass, w); }) {
+    rc = F::backward_pass(pass, w);
     if (rc < 0) return rc;
+  } else {
+    for (long t = n - 1; t >= 0; --t) {
+      const double value = misflg[t] ? F::missing_value(pass, w, t) : x[t];
+      rc = F::fitobs(pass, w, t, value, wder);
+      if (rc < 0) return rc;
+    }
   }
   F::turn(pass, w);
   F::save_start(pass, model);
@@ -454,32 +429,36 @@ template <class F>
   double acc[nx] = {};
   long nmiss = 0;
   rc = kOk;
-  for (long t = 0; t < n; ++t) {
-    double value;
-    if (misflg[t]) {
-      ++nmiss;
-      if (static_cast<double>(nmiss) > pass.min_nmiss) {
-        rc = kTooFew;
+  if constexpr (requires { F::forward_pass(pass, w, acc, &nmiss); }) {
+    rc = F::forward_pass(pass, w, acc, &nmiss);
+  } else {
+    for (long t = 0; t < n; ++t) {
+      double value;
+      if (misflg[t]) {
+        ++nmiss;
+        if (static_cast<double>(nmiss) > pass.min_nmiss) {
+          rc = kTooFew;
+          break;
+        }
+        value = F::missing_value(pass, w, t);
+      } else {
+        value = x[t];
+      }
+      rc = F::fitobs(pass, w, t, value, wder);
+      if (rc < 0) break;
+      if constexpr (p == 1) {
+        acc[0] += wder[0] * wder[0];
+        acc[1] += wder[0] * wder[1];
+        acc[2] += wder[1] * wder[1];
+      } else {
+        add_cross_products<p + 1>(wder, acc);
+      }
+      bool big = false;
+      for (int k = 0; k < nx; ++k) big |= std::fabs(acc[k]) > kBig;
+      if (big) {
+        rc = kOverflow;
         break;
       }
-      value = F::missing_value(pass, w, t);
-    } else {
-      value = x[t];
-    }
-    rc = F::fitobs(pass, w, t, value, wder);
-    if (rc < 0) break;
-    if constexpr (p == 1) {
-      acc[0] += wder[0] * wder[0];
-      acc[1] += wder[0] * wder[1];
-      acc[2] += wder[1] * wder[1];
-    } else {
-      add_cross_products<p + 1>(wder, acc);
-    }
-    bool big = false;
-    for (int k = 0; k < nx; ++k) big |= std::fabs(acc[k]) > kBig;
-    if (big) {
-      rc = kOverflow;
-      break;
     }
   }
   for (int k = 0; k < nx; ++k) xpx[k] = acc[k];

@@ -26,12 +26,22 @@ namespace smoothing::frame {
 
 inline constexpr const char* kCheckRule = "----------------------------------------------------";
 
+// The texts of a family's iteration trace and derivative check.
+struct Diagnostics {
+  const char* weight_heading = nullptr;  // heading of the weight columns, e.g. "   Level  "
+  const char* weight_format = nullptr;   // one format for the p weights
+  const char* extra_heading = nullptr;   // null, or the heading of dder0, dder1 and phi
+  const char* extra_format = nullptr;
+  const char* check_title = nullptr;
+  const char* check_heading = nullptr;   // null for one weight
+};
+
 // The header of the iteration trace.
 template <class F>
 void trace_head() {
   xps("%n Iter Subit  Criterion  NMiss       MSE  ");
-  xps(F::kTraceWeightHeading);
-  if (F::kTraceExtraHeading) xps(F::kTraceExtraHeading);
+  xps(F::kDiagnostics.weight_heading);
+  if (F::kDiagnostics.extra_heading) xps(F::kDiagnostics.extra_heading);
   xps("  Change  Rank  Lambda  StepSize  ");
   xps("%n");
 }
@@ -59,13 +69,15 @@ void trace_row(WINMODEL* /*model*/, FITCON* fitcon, POINT* point, double stepsiz
   double w[F::kNumWeights];
   weights_of<F>(*point, w);
   if constexpr (F::kNumWeights == 1) {
-    xps(F::kTraceWeightFormat, w[0]);
+    xps(F::kDiagnostics.weight_format, w[0]);
   } else if constexpr (F::kNumWeights == 2) {
-    xps(F::kTraceWeightFormat, w[0], w[1]);
+    xps(F::kDiagnostics.weight_format, w[0], w[1]);
   } else {
-    xps(F::kTraceWeightFormat, w[0], w[1], w[2]);
+    xps(F::kDiagnostics.weight_format, w[0], w[1], w[2]);
   }
-  if (F::kTraceExtraFormat) xps(F::kTraceExtraFormat, point->dder0, point->dder1, point->phi);
+  if (F::kDiagnostics.extra_format) {
+    xps(F::kDiagnostics.extra_format, point->dder0, point->dder1, point->phi);
+  }
   xpsout("%8.98f  %4i  %6.98f  %8.98f  ", point->change, point->rankxpx, fitcon->lambda,
          stepsize);
 }
@@ -120,25 +132,38 @@ void derivative_check(WINMODEL* model, FITCON* fitcon, POINT* point) {
   }
 
   xpsout(kCheckRule);
-  xpsout(F::kCheckTitle);
+  xpsout(F::kDiagnostics.check_title);
   // A family with more than one form may name the form under the title.
   if constexpr (requires { F::check_subtitle(model); }) xpsout(F::check_subtitle(model));
   xpsout(model->opt.relative ? "     Relative Partial Derivatives Calculated        "
                              : "     Absolute Partial Derivatives Calculated        ");
   xpsout("     MSE = %12.4f                             ", point->mse);
-  if (F::kCheckHeading) xpsout(F::kCheckHeading);
-  check_row<p>("     WEIGHTS   :  %8.6f                          ", "     WEIGHTS   :  ",
-               "%8.6f     ", w, all);
-  check_row<p>("     DERIVED   :  %8.6f                          ", "     DERIVED   :  ",
-               "%8.6f     ", derived, all);
-  check_row<p>("     NUMERICAL :  %8.6f                          ", "     NUMERICAL :  ",
-               "%8.6f     ", numeric, all);
-  check_row<p>("     DER - NUM :  %8.6E                          ", "     DER - NUM :  ",
-               "%8.6E ", der_minus_num, all);
-  check_row<p>("     PER DIFF  :  %8.6E                          ", "     PER DIFF  :  ",
-               "%8.6E ", per_diff, per_shown);
-  check_row<p>("     DER DELTAS:  %8.2E                          ", "     DER DELTAS:  ",
-               "%8.2E     ", deltas, all);
+  if (F::kDiagnostics.check_heading) xpsout(F::kDiagnostics.check_heading);
+  // Each row: its one-weight line, the label and value format of the longer
+  // rows, the values and which of them are shown.
+  const struct {
+    const char* single;
+    const char* label;
+    const char* format;
+    const double* values;
+    const bool* shown;
+  } rows[] = {
+      {"     WEIGHTS   :  %8.6f                          ", "     WEIGHTS   :  ", "%8.6f     ",
+       w, all},
+      {"     DERIVED   :  %8.6f                          ", "     DERIVED   :  ", "%8.6f     ",
+       derived, all},
+      {"     NUMERICAL :  %8.6f                          ", "     NUMERICAL :  ", "%8.6f     ",
+       numeric, all},
+      {"     DER - NUM :  %8.6E                          ", "     DER - NUM :  ", "%8.6E ",
+       der_minus_num, all},
+      {"     PER DIFF  :  %8.6E                          ", "     PER DIFF  :  ", "%8.6E ",
+       per_diff, per_shown},
+      {"     DER DELTAS:  %8.2E                          ", "     DER DELTAS:  ", "%8.2E     ",
+       deltas, all},
+  };
+  for (const auto& row : rows) {
+    check_row<p>(row.single, row.label, row.format, row.values, row.shown);
+  }
   xpsout(kCheckRule);
 }
 

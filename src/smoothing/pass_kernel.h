@@ -80,6 +80,8 @@
 #include <cfloat>
 #include <cmath>
 #include <concepts>
+#include <cstring>
+#include <initializer_list>
 
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
@@ -443,5 +445,239 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
     }
   }
 }
+
+
+// ---------------------------------------------------------------------------
+// The derivative passes of the estimation frame
+// ---------------------------------------------------------------------------
+//
+// The backward and forward passes that evaluate a point of the estimation:
+// the family's one-observation update and derivative update on every
+// observation, a missing one having the prediction in its place; the forward
+// pass also sums the cross products of (prediction derivatives, e).  A
+// family comes in as a step record S, whose state is held by value in the
+// loop (so that it stays in registers):
+//
+//   static constexpr int kWeights;     p
+//   struct State;                      the states, their derivatives and the
+//                                      last prediction
+//   double missing_value(const State&, long t) const;
+//                                      the prediction that stands in for a
+//                                      missing observation t
+//   int step(State&, long t, double value, double* wder) const;
+//                                      the update and the derivative update
+//                                      on `value` (the family's z..pnt and
+//                                      z..dpd); wder gets the p prediction
+//                                      derivatives and e; 0 or a negative
+//                                      code, the state then as they left it
+//   long saved() const;                doubles of the arrays a pass writes
+//   void save(double*) const;          (the factors and their derivatives)
+//   void restore(const double*) const;
+
+// Adds the outer product of d (nv values) to the packed lower triangle sscp,
+// exactly as zscp does with weight 1: nothing when a value is missing, rows of
+// zero values skipped, each element summed as s + (d[i] * 1) * d[j].
+template <int NV>
+inline void add_cross_products(const double* d, double* sscp) noexcept {
+  for (int i = 0; i < NV; ++i) {
+    if (esf::is_missing(d[i])) return;
+  }
+  double* row = sscp;
+  for (int i = 0; i < NV; ++i) {
+    const double a = d[i] * 1.0;
+    if (d[i] != 0.0) {
+      for (int j = 0; j <= i; ++j) row[j] = row[j] + a * d[j];
+    }
+    row += i + 1;
+  }
+}
+
+// The series of the passes.
+struct DerivativeSeries {
+  const double* x;
+  const char* misflg;
+  long n;
+  double min_nmiss;  // the forward pass stops with -2 past this many missing
+};
+
+// One pass, with its direction and the presence of missing observations
+// fixed at compile time.
+//
+// kChecked (forward pass): the cross products are added as add_cross_products
+// adds them and tested against kBig after every step, as the frame does.
+// Unchecked, they are plain sums; derivative_forward then proves afterwards
+// that the checks could not have made a difference.
+//
+// Never inlined: each loop gets the registers to itself (inlined together,
+// the loops spill their state to the stack).
+template <class S, bool kForward, bool kAnyMissing, bool kChecked>
+[[gnu::noinline]] int derivative_loop(const S& step_record, const DerivativeSeries& in,
+                                      typename S::State& st, double* sums,
+                                      long* nmiss_out) noexcept {
+  constexpr int nv = S::kWeights + 1;
+  constexpr int nx = nv * (nv + 1) / 2;
+  const double* x = in.x;
+  const char* misflg = in.misflg;
+  const long n = in.n;
+  // Local copies: no store to the series' arrays can reach them, so the
+  // weights and the state may stay in registers across the loop.
+  const S step = step_record;
+  typename S::State s = st;
+  double acc[nx];
+  if constexpr (kForward) {
+    for (int k = 0; k < nx; ++k) acc[k] = sums[k];
+  }
+  long nmiss = 0;
+  int rc = kOk;
+  for (long k = 0; k < n; ++k) {
+    const long t = kForward ? k : n - 1 - k;
+    double value = x[t];
+    if constexpr (kAnyMissing) {
+      if (misflg[t]) {
+        if constexpr (kForward) {
+          ++nmiss;
+          if (static_cast<double>(nmiss) > in.min_nmiss) {
+            rc = kTooFew;
+            break;
+          }
+        }
+        value = step.missing_value(s, t);
+      }
+    }
+    double wder[nv];
+    rc = step.step(s, t, value, wder);
+    if (rc < 0) break;
+    if constexpr (kForward && kChecked) {
+      add_cross_products<nv>(wder, acc);
+      bool big = false;
+      for (int j = 0; j < nx; ++j) big |= std::fabs(acc[j]) > smoothing::kBig;
+      if (big) {
+        rc = kOverflow;
+        break;
+      }
+    } else if constexpr (kForward) {
+      double* row = acc;
+      for (int i = 0; i < nv; ++i) {
+        for (int j = 0; j <= i; ++j) row[j] = row[j] + wder[i] * wder[j];
+        row += i + 1;
+      }
+    }
+  }
+  st = s;
+  if constexpr (kForward) {
+    for (int k = 0; k < nx; ++k) sums[k] = acc[k];
+    *nmiss_out = nmiss;
+  }
+  return rc < 0 ? rc : kOk;
+}
+
+// derivative_loop for a series with or without missing observations.
+template <class S, bool kForward, bool kChecked = true>
+int derivative_run(const S& step, const DerivativeSeries& in, typename S::State& st,
+                   double* sums, long* nmiss) noexcept {
+  bool any_missing = false;
+  for (long t = 0; t < in.n; ++t) any_missing |= in.misflg[t] != 0;
+  return any_missing ? derivative_loop<S, kForward, true, kChecked>(step, in, st, sums, nmiss)
+                     : derivative_loop<S, kForward, false, kChecked>(step, in, st, sums, nmiss);
+}
+
+// The backward pass, from observation n-1 down to 0: the recursions run,
+// nothing accumulates. 0 or the step's negative code.
+template <class S>
+int derivative_backward(const S& step, const DerivativeSeries& in,
+                        typename S::State& st) noexcept {
+  return derivative_run<S, false>(step, in, st, nullptr, nullptr);
+}
+
+// After an unchecked forward pass (however it stopped): true when the
+// checked pass gives the same results to the bit, because none of its checks
+// could have acted.  It is enough that every sum is at most kBig / 2:
+// - no value was ever NaN: a NaN derivative or error (a missing one among
+//   them) stays NaN in its diagonal sum, which is never skipped;
+// - so a zero value only added zeros, which leave a sum unchanged (a sum
+//   starts at +0 and never becomes -0);
+// - a diagonal sum never falls, so none passed its final value; and an
+//   off-diagonal sum, by the Cauchy-Schwarz inequality with the rounding of
+//   fewer than 2^50 additions, never passed 1.3 times the larger of its two
+//   diagonal sums: nothing came near kBig.
+template <int NX>
+inline bool unchecked_sums_are_exact(const double* sums) noexcept {
+  bool small = true;
+  for (int k = 0; k < NX; ++k) small &= std::fabs(sums[k]) <= smoothing::kBig * 0.5;
+  return small;
+}
+
+// The save and restore of a step record whose pass writes arrays of
+// `length` doubles each: they stand one after the other in the copy.
+inline void save_arrays(std::initializer_list<const double*> arrays, long length,
+                        double* to) noexcept {
+  for (const double* a : arrays) {
+    std::memcpy(to, a, static_cast<size_t>(length) * sizeof(double));
+    to += length;
+  }
+}
+inline void restore_arrays(std::initializer_list<double*> arrays, long length,
+                           const double* from) noexcept {
+  for (double* a : arrays) {
+    std::memcpy(a, from, static_cast<size_t>(length) * sizeof(double));
+    from += length;
+  }
+}
+
+// Arrays of up to this many doubles are saved on the stack so that the
+// forward pass can run unchecked first.
+inline constexpr long kSavedDoubles = 256;
+
+// The forward pass from observation 0: adds to `acc` (the packed lower
+// triangle of the cross products, (p+1)(p+2)/2 doubles) and counts the
+// missing observations in *nmiss.  0, the step's negative code, -2 past
+// min_nmiss, or -9 when a cross product passes kBig; `acc` then holds the
+// sums up to the step that stopped the pass.
+//
+// The unchecked pass runs first, from a saved copy of the state; when it
+// cannot be shown exact (a sum near kBig, a NaN: rare), the state goes back
+// and the checked pass runs.
+template <class S>
+int derivative_forward(const S& step, const DerivativeSeries& in, typename S::State& st,
+                       double* acc, long* nmiss) noexcept {
+  constexpr int nv = S::kWeights + 1;
+  constexpr int nx = nv * (nv + 1) / 2;
+  const long count = step.saved();
+  if (count > kSavedDoubles) return derivative_run<S, true>(step, in, st, acc, nmiss);
+  const typename S::State start = st;
+  double saved[kSavedDoubles];
+  step.save(saved);
+  double sums[nx];
+  for (int k = 0; k < nx; ++k) sums[k] = acc[k];
+  const int rc = derivative_run<S, true, false>(step, in, st, sums, nmiss);
+  if (unchecked_sums_are_exact<nx>(sums)) {
+    for (int k = 0; k < nx; ++k) acc[k] = sums[k];
+    return rc;
+  }
+  st = start;
+  step.restore(saved);
+  return derivative_run<S, true>(step, in, st, acc, nmiss);
+}
+
+// The backward_pass and forward_pass of an estimation frame's family trait
+// (a base of the trait F) from its
+//   template <class Run> static int derivative_pass(P& pass, const double* w, Run run);
+// which builds the step record, the series and the state from the frame's
+// pass record, calls run(step, series, state) and stores the state back.
+template <class F>
+struct OwnDerivativeLoops {
+  template <class P>
+  static int backward_pass(P& p, const double* w) {
+    return F::derivative_pass(p, w, [](const auto& step, const auto& series, auto& st) {
+      return derivative_backward(step, series, st);
+    });
+  }
+  template <class P>
+  static int forward_pass(P& p, const double* w, double* acc, long* nmiss) {
+    return F::derivative_pass(p, w, [&](const auto& step, const auto& series, auto& st) {
+      return derivative_forward(step, series, st, acc, nmiss);
+    });
+  }
+};
 
 }  // namespace pass

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstring>
+#include <type_traits>
 
 #include "intervals/interval.h"
 #include "module/host_api.h"
@@ -41,32 +42,21 @@ using namespace smoothing::frame;
 // or 1, level and trend absorbing the difference, with their derivatives),
 // turns round and runs forward.
 
-struct Family : FamilyDefaults {
-  static constexpr int kNumWeights = 3;
-  static constexpr Slot kSlots[3] = {Slot::level, Slot::trend, Slot::season};
+struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivativeLoops<Family> {
   static double divide(double num, double den) { return bounded_divide(num, den); }
 
-  // Candidate k is row k of the three tables.
-  static constexpr double kGrid[3][kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.01, 0.05, 0.01, 0.1, 0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
-       0.25, 0.15, 0.1, 0.05, 0.01, 0.9, 0.6, 0.4, 0.1, 0.9},
-      {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4, 0.4, 0.4, 0.4,
-       0.6, 0.2, 0.2, 0.2, 0.2, 0.8, 0.6, 0.4, 0.4, 0.6}};
+  // Candidate k tries entry k of the three tables.
+  static constexpr double kSeasonGrid[kGridRows] = {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4,
+                                                    0.4, 0.4, 0.4, 0.6, 0.2, 0.2, 0.2,
+                                                    0.2, 0.8, 0.6, 0.4, 0.4, 0.6};
+  static constexpr const double* kGrid[3] = {kLevelGrid, kTrendGrid, kSeasonGrid};
   // The tables stand as they are under the default bounds 0.001 .. 0.999.
   static constexpr double kGridLo[3] = {0.001, 0.001, 0.001};
   static constexpr double kGridScale[3] = {0.998, 0.998, 0.998};
 
-  static constexpr bool kHasStability = true;
   static bool stable(const WINMODEL* model, const double* w) {
     return zwinstb(model->ts.nseasons, model->additive, w[0], w[1], w[2]) != 0;
   }
-
-  static constexpr GradDivisor kGradDivisor = GradDivisor::n;
-  static constexpr bool kJumpOverZero = false;
-  // pest.mse = (nobs / (nobs - 3)) * mse, from four observations on.
-  static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
   // Standard errors only with two observations more than there are seasons.
   static long stderr_min_nobs(const WINMODEL& model) { return model.ts.nseasons + 2L; }
 
@@ -142,6 +132,10 @@ struct Family : FamilyDefaults {
     return kOk;
   }
 
+  // One observation at a time, as the frame's own loops take it: what the
+  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
+  // derivative_pass below) do in one call.
+  //
   // A missing observation takes the prediction as its value, so that it has
   // no error.
   static double missing_value(const Pass& pass, const double*, long t) {
@@ -174,6 +168,36 @@ struct Family : FamilyDefaults {
     return kOk;
   }
 
+  // The passes themselves run in the kernel's loops (pass_kernel.h, through
+  // OwnDerivativeLoops), one for each form, which keep the state and the
+  // derivatives of level and trend in registers.
+  template <class Run>
+  static int derivative_pass(Pass& p, const double* w, Run run) {
+    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+    auto in_form = [&](const auto& step) {
+      typename std::decay_t<decltype(step)>::State st{
+          p.smooth.level, p.smooth.trend, p.smooth.xhat,
+          {p.der.level[0], p.der.level[1], p.der.level[2]},
+          {p.der.trend[0], p.der.trend[1], p.der.trend[2]}};
+      const int rc = run(step, series, st);
+      p.smooth.level = st.level;
+      p.smooth.trend = st.trend;
+      p.smooth.xhat = st.xhat;
+      for (int i = 0; i < 3; ++i) {
+        p.der.level[i] = st.derlev[i];
+        p.der.trend[i] = st.dertre[i];
+      }
+      return rc;
+    };
+    const WINT_DER_SEASON& d = p.der.season;
+    if (p.additive) {
+      return in_form(DerivativeStep<true>{p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2],
+                                          p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
+    }
+    return in_form(DerivativeStep<false>{p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2],
+                                         p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
+  }
+
   // At the first observation: normalise (trend still backward), then take
   // one more trend step back and turn the trend forward in time.
   static void turn(Pass& pass, const double*) {
@@ -192,18 +216,14 @@ struct Family : FamilyDefaults {
     copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
   }
 
-  static int std_errors(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-                        double* tvals) {
-    return zwinstd(xpxdiag, mse, nobs, parms, stderr, tvals);
-  }
+  static constexpr auto std_errors = &zwinstd;
 
   // Diagnostics.
-  static constexpr const char* kTraceWeightHeading = "   Level     Trend  Seasonal  ";
-  static constexpr const char* kTraceWeightFormat = "%8.93f  %8.93f  %8.93f  ";
-  static constexpr const char* kTraceExtraHeading = nullptr;
-  static constexpr const char* kTraceExtraFormat = nullptr;
-  static constexpr const char* kCheckTitle = " Winter's Method Partial Derivative Information     ";
-  static constexpr const char* kCheckHeading = "                  LEVEL    TREND    SEASON          ";
+  static constexpr Diagnostics kDiagnostics = {
+      "   Level     Trend  Seasonal  ", "%8.93f  %8.93f  %8.93f  ",
+      nullptr, nullptr,
+      " Winter's Method Partial Derivative Information     ",
+      "                  LEVEL    TREND    SEASON          "};
   static const char* check_subtitle(const WINMODEL* model) {
     return model->additive ? "     Additive Model                                 "
                            : "     Multiplicative Model                           ";

@@ -23,6 +23,7 @@
 namespace {
 
 using namespace smoothing;
+using win::kManyLanes;
 
 constexpr double kStableEps = 1.110223024625157e-16;       // 2^-53
 constexpr double kNormThreshold = 1.1368683772161608e-13;  // 2^-43
@@ -197,13 +198,17 @@ void win::normalise(int nseasons, int additive, double* level, double* trend, do
   *trend = ibar * *trend;
 }
 
-// The triples side by side: one observation at a time for every triple, so
-// that the independent recursions overlap.  Each triple runs exactly the
-// arithmetic of zwinsmo, in the same order, through the same inline update.
-void win::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
-                      int additive, const double* w, int count, double level, double trend,
-                      const double* sfactor, const int* scodes, double* work, int* rc,
-                      double* mse) noexcept {
+namespace {
+
+// The triples side by side, one at a time: one observation at a time for
+// every triple, so that the independent recursions overlap.  Each triple
+// runs exactly the arithmetic of zwinsmo, in the same order, through the
+// same inline update, and stops where zwinsmo stops.  Triple j's factors
+// are work[j * nseasons ...].
+void smooth_many_scalar(const double* x, const char* misflg, double xscale, long n,
+                        int nseasons, int additive, const double* w, int count, double level,
+                        double trend, const double* sfactor, const int* scodes, double* work,
+                        int* rc, double* mse) noexcept {
   double l[kManyLanes];
   double tr[kManyLanes];
   double sse[kManyLanes];
@@ -282,6 +287,214 @@ void win::smooth_many(const double* x, const char* misflg, double xscale, long n
       rc[j] = kTooFew;
       continue;
     }
+    mse[j] = missing(sse[j]) ? kMissing : sse[j] / static_cast<double>(nobs);
+  }
+}
+
+// The triples in SIMD lanes, kWidth to a vector of type V (M: the vector of
+// 64-bit integers that its comparisons give).  Every lane runs the
+// operations of zwinsmo in zwinsmo's order, so its values are those of its
+// own pass to the bit.  The guards do not stop a lane: each adds its test to
+// the lane's `failed` mask, which ends holding whether zwinsmo failed (at
+// the first failed test the lane's later values no longer matter).  The
+// factors stand season by season, the lanes of one season side by side:
+// lane j of season s at work[s * lanes + j], lanes = count rounded up to a
+// whole vector.  Lanes past count repeat the first triple.
+struct LanesInput {
+  const double* x;
+  const char* misflg;
+  double xscale;
+  long n;
+  int nseasons;
+  const double* w;
+  int count;
+  double level;
+  double trend;
+  const double* sfactor;
+  const int* scodes;
+  double* work;
+};
+
+template <class V, class M, int kWidth, bool kAdditive>
+[[gnu::always_inline]] inline void lanes_pass(const LanesInput& in, bool* failed,
+                                              double* sse_out) noexcept {
+  const double* x = in.x;
+  const char* misflg = in.misflg;
+  const double xscale = in.xscale;
+  const long n = in.n;
+  const int nseasons = in.nseasons;
+  const double* w = in.w;
+  const int count = in.count;
+  const int* scodes = in.scodes;
+  double* work = in.work;
+  constexpr int kGroups = (win::kManyLanes + kWidth - 1) / kWidth;
+  const int groups = (count + kWidth - 1) / kWidth;
+  const long lanes = static_cast<long>(groups) * kWidth;
+  V wl[kGroups], wt[kGroups], ws[kGroups], l[kGroups], tr[kGroups], sse[kGroups];
+  M bad[kGroups];
+  for (int g = 0; g < groups; ++g) {
+    for (int i = 0; i < kWidth; ++i) {
+      const int j = g * kWidth + i < count ? g * kWidth + i : 0;
+      wl[g][i] = w[3 * j];
+      wt[g][i] = w[3 * j + 1];
+      ws[g][i] = w[3 * j + 2];
+    }
+    l[g] = V{} + in.level;
+    tr[g] = V{} + in.trend;
+    sse[g] = V{};
+    bad[g] = M{};
+  }
+  for (int s = 0; s < nseasons; ++s) {
+    for (long j = 0; j < lanes; ++j) work[s * lanes + j] = in.sfactor[s];
+  }
+
+  const V state_limit = V{} + kStateLimit;
+  const V upper = V{} + xscale * kRelativeLimit;
+  const V minval = V{} + xscale * win::kMinValFactor;
+  const V big = V{} + kBig;
+  const V one = V{} + 1.0;
+  const V error_limit = V{} + kErrorLimit;
+  const V sse_limit = V{} + kSseLimit;
+  const M abs_mask = M{} + 0x7fffffffffffffffLL;
+#define ESF_ABS(v) ((V)((M)(v) & abs_mask))
+
+  // Backward, the turn, forward.  One observation for every lane: the update
+  // of win::point, with its guards as masks; the forward pass adds the error
+  // guards and the square.
+  for (int pass = 0; pass < 2; ++pass) {
+    const bool forward = pass == 1;
+    if (forward) {
+      for (int g = 0; g < groups; ++g) {
+        l[g] = l[g] + tr[g];
+        tr[g] = -tr[g];
+      }
+    }
+    for (long k = 0; k < n; ++k) {
+      const long t = forward ? k : n - 1 - k;
+      if (misflg[t]) {
+        for (int g = 0; g < groups; ++g) l[g] = l[g] + tr[g];
+        continue;
+      }
+      const V xv = V{} + x[t];
+      double* sf = work + scodes[t] * lanes;
+      for (int g = 0; g < groups; ++g) {
+        const V ll = l[g];
+        const V lt = tr[g];
+        V ls;
+        std::memcpy(&ls, sf + g * kWidth, sizeof ls);
+        M b = bad[g] | (ESF_ABS(ll) > state_limit) | (ESF_ABS(lt) > state_limit) |
+              (ESF_ABS(ls) > state_limit);
+        V xhat, cl, ct, cs;
+        if constexpr (kAdditive) {
+          xhat = ls + ll + lt;
+          b |= xhat > upper;
+          cl = (ll + lt) * (one - wl[g]) + (xv - ls) * wl[g];
+          ct = lt * (one - wt[g]) + wt[g] * (cl - ll);
+          cs = (xv - cl) * ws[g] + ls * (one - ws[g]);
+        } else {
+          xhat = (lt + ll) * ls;
+          b |= (xhat < minval) | (xhat > upper);
+          b |= ~((ESF_ABS(ls) >= one) | (ESF_ABS(xv) < ESF_ABS(ls) * big));
+          const V xa = xv / ls;
+          cl = xa * wl[g] + (one - wl[g]) * (lt + ll);
+          b |= ~((ESF_ABS(cl) >= one) | (ESF_ABS(xv) < ESF_ABS(cl) * big));
+          const V xc = xv / cl;
+          ct = (cl - ll) * wt[g] + (one - wt[g]) * lt;
+          cs = xc * ws[g] + (one - ws[g]) * ls;
+          b |= (cl < minval) | (cs < minval);
+        }
+        l[g] = cl;
+        tr[g] = ct;
+        std::memcpy(sf + g * kWidth, &cs, sizeof cs);
+        if (forward) {
+          const V e = xhat - xv;
+          b |= (ESF_ABS(e) > error_limit) | (sse[g] > sse_limit);
+          sse[g] = sse[g] + e * e;
+        }
+        bad[g] = b;
+      }
+    }
+  }
+#undef ESF_ABS
+
+  for (int j = 0; j < count; ++j) {
+    failed[j] = bad[j / kWidth][j % kWidth] != 0;
+    sse_out[j] = sse[j / kWidth][j % kWidth];
+  }
+}
+
+typedef double V2 __attribute__((vector_size(16)));
+typedef long long M2 __attribute__((vector_size(16)));
+typedef double V4 __attribute__((vector_size(32)));
+typedef long long M4 __attribute__((vector_size(32)));
+
+template <class V, class M, int kWidth>
+[[gnu::always_inline]] inline void lanes_pass_of_form(int additive, const LanesInput& in,
+                                                      bool* failed, double* sse) noexcept {
+  if (additive) {
+    lanes_pass<V, M, kWidth, true>(in, failed, sse);
+  } else {
+    lanes_pass<V, M, kWidth, false>(in, failed, sse);
+  }
+}
+
+// Two lanes to a vector: SSE2, which every x86-64 processor has (elsewhere
+// the compiler maps the vectors on what the processor has).
+void lanes_pass_2(int additive, const LanesInput& in, bool* failed, double* sse) noexcept {
+  lanes_pass_of_form<V2, M2, 2>(additive, in, failed, sse);
+}
+
+#if defined(__x86_64__)
+// Four lanes to a vector, for processors with AVX, chosen at run time.  No
+// fused multiply-add: AVX has none, and contraction is off.
+__attribute__((target("avx"))) void lanes_pass_4(int additive, const LanesInput& in,
+                                                 bool* failed, double* sse) noexcept {
+  lanes_pass_of_form<V4, M4, 4>(additive, in, failed, sse);
+}
+bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
+#endif
+
+}  // namespace
+
+// The triples in SIMD lanes; a triple whose lane failed runs again alone,
+// for the code zwinsmo gives it.
+void win::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
+                      int additive, const double* w, int count, double level, double trend,
+                      const double* sfactor, const int* scodes, double* work, int* rc,
+                      double* mse, int width) noexcept {
+  if (count < 1) return;
+  if (n < 1 || nseasons < 1 || width == 1) {
+    smooth_many_scalar(x, misflg, xscale, n, nseasons, additive, w, count, level, trend,
+                       sfactor, scodes, work, rc, mse);
+    return;
+  }
+  bool failed[kManyLanes];
+  double sse[kManyLanes];
+  const LanesInput in{x, misflg, xscale, n, nseasons, w, count, level, trend, sfactor, scodes, work};
+#if defined(__x86_64__)
+  if ((width == 0 || width == 4) && has_avx()) {
+    lanes_pass_4(additive, in, failed, sse);
+  } else
+#endif
+  {
+    lanes_pass_2(additive, in, failed, sse);
+  }
+  long nmiss = 0;
+  for (long t = 0; t < n; ++t) nmiss += misflg[t] != 0;
+  const long nobs = n - nmiss;
+  for (int j = 0; j < count; ++j) {
+    const double* wj = w + 3 * j;
+    if (failed[j] || weights_overflow(wj[0], wj[1], wj[2])) {
+      smooth_many_scalar(x, misflg, xscale, n, nseasons, additive, wj, 1, level, trend,
+                         sfactor, scodes, work, rc + j, mse + j);
+      continue;
+    }
+    mse[j] = kMissing;
+    if (nobs < 1) {
+      rc[j] = kTooFew;
+      continue;
+    }
+    rc[j] = kOk;
     mse[j] = missing(sse[j]) ? kMissing : sse[j] / static_cast<double>(nobs);
   }
 }

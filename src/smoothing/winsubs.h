@@ -55,6 +55,8 @@ ESF_EXPORT int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, do
 #ifdef __cplusplus
 }
 
+#include "smoothing/pass_kernel.h"
+
 // Variance of the prediction `lead` steps ahead and, when `limit` is given,
 // the half-width of its limits: the additive form, and the multiplicative
 // form for a lead whose season is `scode`.  Private to the Winters family in
@@ -207,16 +209,81 @@ inline double missing_step(int additive, double* level, double trend, double sea
   return kOk;
 }
 
+// One observation of the estimation's derivative passes (the step record of
+// pass::derivative_backward and pass::derivative_forward) in the form
+// kAdditive: point and point_derivative on the state held by value, the
+// factors and their derivatives in their arrays; a missing observation has
+// the prediction (level + trend with its season's factor) in its place.
+template <bool kAdditive>
+struct DerivativeStep {
+  static constexpr int kWeights = 3;
+  struct State {
+    double level;
+    double trend;
+    double xhat;       // the last prediction of a step that succeeded
+    double derlev[3];  // d level / d weight i
+    double dertre[3];  // d trend / d weight i
+  };
+
+  const int* scodes;
+  int nseasons;
+  double xscale;
+  double wl, wt, ws;
+  double* sf;
+  double* dersea[3];  // d factor[s] / d weight i
+
+  double missing_value(const State& s, long t) const noexcept {
+    const double f = sf[scodes[t]];
+    return kAdditive ? s.level + s.trend + f : (s.level + s.trend) * f;
+  }
+  [[gnu::always_inline]] int step(State& s, long t, double value, double* wder) const noexcept {
+    const int code = scodes[t];
+    const double llevel = s.level;
+    const double ltrend = s.trend;
+    const double lseason = sf[code];
+    double xhat = 0.0;
+    double e = 0.0;
+    int rc = point(value, xscale, kAdditive, wl, wt, ws, &s.level, &s.trend, sf, code,
+                        &xhat, &e);
+    if (rc < 0) return rc;
+    double* d0 = dersea[0];
+    double* d1 = dersea[1];
+    double* d2 = dersea[2];
+    double ds[3] = {d0[code], d1[code], d2[code]};
+    rc = point_derivative(value, wl, wt, ws, llevel, s.level, ltrend, lseason, kAdditive,
+                               s.derlev, s.dertre, ds, wder);
+    d0[code] = ds[0];
+    d1[code] = ds[1];
+    d2[code] = ds[2];
+    if (rc < 0) return rc;
+    s.xhat = xhat;
+    wder[3] = e;
+    return smoothing::kOk;
+  }
+  long saved() const noexcept { return 4L * nseasons; }
+  void save(double* to) const noexcept {
+    pass::save_arrays({sf, dersea[0], dersea[1], dersea[2]}, nseasons, to);
+  }
+  void restore(const double* from) const noexcept {
+    pass::restore_arrays({sf, dersea[0], dersea[1], dersea[2]}, nseasons, from);
+  }
+};
+
 // zwinsmo for `count` weight triples at once (w holding wlevel, wtrend,
 // wseason for each, count <= kManyLanes), all from the same start state,
 // without the smoothed and row outputs: rc[j] and mse[j] are what zwinsmo
 // gives for triple j, to the bit.  Each triple runs on its own copy of the
-// factors in `work` (count * nseasons doubles, triple j at j * nseasons).
+// factors in `work` (kManyLanes * nseasons doubles).
+//
+// The triples run in SIMD lanes, four to a vector on a processor with AVX
+// and two (SSE2) on others; `width` 1, 2 or 4 asks for one triple at a time
+// or for that many lanes (4 only where the processor has AVX), so that each
+// way can be checked against the others.
 inline constexpr int kManyLanes = 20;
 void smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
                  int additive, const double* w, int count, double level, double trend,
                  const double* sfactor, const int* scodes, double* work, int* rc,
-                 double* mse) noexcept;
+                 double* mse, int width = 0) noexcept;
 
 // The body of zwinnmd: the factors centred on 0 (additive) or scaled to mean
 // 1 (multiplicative), level and trend absorbing the difference, with the
