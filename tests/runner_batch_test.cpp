@@ -122,6 +122,30 @@ TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
       EXPECT_GT(fit.eval_accuracy.n, 0);
     }
   }
+  // --model auto forecasts with the fit it chose by: the same as naming the
+  // chosen family, to the bit.
+  for (int variant = 0; variant < 2; ++variant) {
+    SCOPED_TRACE("auto variant " + std::to_string(variant));
+    runner::ModelOptions o;
+    o.model = runner::kAutoModel;
+    o.interval = "MONTH";
+    o.levels = {80.0, 95.0};
+    if (variant == 1) o.holdout = 9;
+    const runner::ForecastResult a = run.forecast(run.plan(o, true), s);
+    ASSERT_TRUE(a.fit.choice.has_value());
+    o.model = a.fit.choice->chosen;
+    const runner::ForecastResult named = run.forecast(run.plan(o, true), s);
+    EXPECT_EQ(bits(a.fit), bits(named.fit));
+    std::vector<std::uint64_t> ta, tn;
+    for (const runner::TableColumn& c : a.table.columns) {
+      for (double v : c.values) ta.push_back(std::bit_cast<std::uint64_t>(v));
+    }
+    for (const runner::TableColumn& c : named.table.columns) {
+      for (double v : c.values) tn.push_back(std::bit_cast<std::uint64_t>(v));
+    }
+    EXPECT_EQ(ta, tn);
+    EXPECT_FALSE(ta.empty());
+  }
 }
 
 // Fields of CSV lines, read into one vector after another so that a shorter

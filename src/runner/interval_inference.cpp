@@ -143,7 +143,7 @@ CsvSeries read_series_any_units(const std::string& path, const std::string& id_c
 }
 
 Inferred infer_interval(Loader& loader, const CsvSeries& series, TimeUnits units) {
-  loader.load();
+  if (!loader.loaded()) loader.load();
   Routines fn(loader);
   return infer(fn, in_order(series), units, series);
 }

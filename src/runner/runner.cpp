@@ -279,6 +279,18 @@ ObservationCycles& observation_cycles() {
   return cycles;
 }
 
+// The last forecast must have a date of the calendar.
+void check_lead(const Plan& plan, const Lists& p) {
+  const int lead = plan.options.lead;
+  if (lead <= 0) return;
+  const double last = p.period(p.eval_last + lead);
+  if (esf::is_missing(last) || std::isnan(last) || !in_calendar_range(last, plan.units)) {
+    throw RunError(fmt::format("--lead: {} periods of {} from the end of the series run past the calendar's "
+                               "dates, {}",
+                               lead, plan.interval_token, kCalendarRangeText));
+  }
+}
+
 // Places the series and builds the lists of a method call.
 void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   using namespace esf::host;
@@ -361,15 +373,7 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
     set_number(p->fit_range, "ENDDATE", end);
     set_number(p->eval_range, "ENDDATE", end);
   }
-  if (plan.forecast && o.lead > 0) {
-    // The last forecast must have a date of the calendar.
-    const double last = p->period(p->eval_last + o.lead);
-    if (esf::is_missing(last) || std::isnan(last) || !in_calendar_range(last, plan.units)) {
-      throw RunError(fmt::format("--lead: {} periods of {} from the end of the series run past the calendar's "
-                                 "dates, {}",
-                                 o.lead, plan.interval_token, kCalendarRangeText));
-    }
-  }
+  if (plan.forecast) check_lead(plan, *p);
 }
 
 // The checks of the series against the family, on the fit range.
@@ -577,6 +581,7 @@ void read_positions(const Plan& plan, FitResult* r) {
 struct Fitted {
   std::unique_ptr<Lists> lists;
   FitResult result;
+  bool measured = false;  // the criteria are in
 };
 
 Fitted fit_once(Loader& loader, const Plan& plan, const CsvSeries& csv) {
@@ -696,7 +701,10 @@ Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool k
   }
   read_positions(plan, &r);
   if (keep_model_list) r.model_list = host::to_json(f.lists->model);
-  if (measure) measure_fit(plan, f, call_forecast(loader, plan, *f.lists, plan.options.cl, 0));
+  if (measure) {
+    measure_fit(plan, f, call_forecast(loader, plan, *f.lists, plan.options.cl, 0));
+    f.measured = true;
+  }
   return f;
 }
 
@@ -767,7 +775,7 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   } else {
     check_options(options, *p.family);
   }
-  loader_.load();
+  if (!loader_.loaded()) loader_.load();  // (finding the default image reads the file system)
   // No interval: each series of a batch finds its own from its time IDs.
   if (options.interval.empty()) return p;
   ModuleCalendar cal(loader_);
@@ -790,11 +798,17 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   return p;
 }
 
+namespace {
+
 // Selection by a criterion of the fit, or by the accuracy on the last
-// observations of the fit range (a season's worth, at least 4).
-AutoChoice Runner::choose(const Plan& plan, const CsvSeries& series) const {
+// observations of the fit range (a season's worth, at least 4).  Selecting
+// by a criterion, *kept (when given) gets the chosen family's fit, its lists
+// ready for a forecast.
+AutoChoice choose_family(const Runner& runner, const Plan& plan, const CsvSeries& series, std::optional<Fitted>* kept) {
+  Loader& loader = runner.loader();
   AutoChoice c;
   c.by = plan.options.select;
+  double kept_score = kNaN;
   for (const Family& family : families()) {
     Candidate cand;
     cand.model = family.name;
@@ -807,20 +821,27 @@ AutoChoice Runner::choose(const Plan& plan, const CsvSeries& series) const {
         if (c.selection_holdout == 0) {
           INTERVAL iv = plan.interval;
           const double first = series.rows.empty() ? 0.0 : series.rows.front().time;
-          const int m = plan.options.nseasons ? *plan.options.nseasons : seasons_of(loader_, &iv, first);
+          const int m = plan.options.nseasons ? *plan.options.nseasons : seasons_of(loader, &iv, first);
           c.selection_holdout = std::max(4, m);
         }
         o.holdout += static_cast<int>(c.selection_holdout);
         o.lead = static_cast<int>(c.selection_holdout);
-        const ForecastResult r = forecast(this->plan(o, true), series);
+        const ForecastResult r = runner.forecast(runner.plan(o, true), series);
         cand.criteria = r.fit.criteria;
         cand.holdout = r.holdout_accuracy;
         cand.score = r.holdout_accuracy.mase;
       } else {
-        const FitResult r = fit(this->plan(o, false), series);
-        cand.criteria = r.criteria;
-        cand.score = c.by == Selection::kAic ? r.criteria.aic : c.by == Selection::kBic ? r.criteria.bic
-                                                                                          : r.criteria.aicc;
+        Plan fit_plan = runner.plan(o, false);
+        fit_plan.timed = plan.timed;
+        Fitted f = fit_series(loader, fit_plan, series, false);
+        const Criteria& k = f.result.criteria;
+        cand.criteria = k;
+        cand.score = c.by == Selection::kAic ? k.aic : c.by == Selection::kBic ? k.bic : k.aicc;
+        // The lowest score so far, as the choice below finds it.
+        if (kept != nullptr && std::isfinite(cand.score) && (!kept->has_value() || cand.score < kept_score)) {
+          *kept = std::move(f);
+          kept_score = cand.score;
+        }
       }
       if (!std::isfinite(cand.score)) cand.refused = "its criterion is undefined on this series";
     } catch (const RunError& e) {
@@ -841,12 +862,12 @@ AutoChoice Runner::choose(const Plan& plan, const CsvSeries& series) const {
   return c;
 }
 
-namespace {
-
-// The plan of the family --model auto chose, with the choice.
-Plan chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series, std::optional<AutoChoice>* choice) {
+// The plan of the family --model auto chose, with the choice, and in *kept
+// (when given) that family's fit when the choice kept it.
+Plan chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series, std::optional<AutoChoice>* choice,
+                 std::optional<Fitted>* kept = nullptr) {
   if (plan.family != nullptr) return plan;
-  *choice = runner.choose(plan, series);
+  *choice = choose_family(runner, plan, series, kept);
   ModelOptions o = plan.options;
   o.model = (*choice)->chosen;
   Plan chosen = runner.plan(o, plan.forecast);
@@ -855,6 +876,10 @@ Plan chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series
 }
 
 }  // namespace
+
+AutoChoice Runner::choose(const Plan& plan, const CsvSeries& series) const {
+  return choose_family(*this, plan, series, nullptr);
+}
 
 Plan Runner::plan_for_file(const ModelOptions& options, bool forecast, const std::string& path,
                            const std::string& id_column, const std::string& var_column, CsvSeries* series,
@@ -877,8 +902,10 @@ Plan Runner::plan_for_file(const ModelOptions& options, bool forecast, const std
 
 FitResult Runner::fit(const Plan& plan_in, const CsvSeries& series, bool keep_model_list) const {
   std::optional<AutoChoice> choice;
-  const Plan plan = chosen_plan(*this, plan_in, series, &choice);
-  Fitted f = fit_series(loader_, plan, series, keep_model_list);
+  std::optional<Fitted> kept;
+  const Plan plan = chosen_plan(*this, plan_in, series, &choice, &kept);
+  Fitted f = kept ? std::move(*kept) : fit_series(loader_, plan, series, keep_model_list);
+  if (kept && keep_model_list) f.result.model_list = host::to_json(f.lists->model);
   f.result.choice = std::move(choice);
   const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
   if (!remark.empty()) f.result.warnings.insert(f.result.warnings.begin(), remark);
@@ -943,12 +970,12 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   const double t0 = clock_if(plan_in.timed);
   ForecastResult result;
   std::optional<AutoChoice> choice;
-  const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice);
+  std::optional<Fitted> fitted;  // the fit, when the model is fitted here
+  const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice, &fitted);
   const ModelOptions& o = plan.options;
   const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
   if (!remark.empty()) result.warnings.push_back(remark);
-  std::unique_ptr<Lists> lists;   // a saved or given model's
-  std::optional<Fitted> fitted;  // or the fit's
+  std::unique_ptr<Lists> lists;  // a saved or given model's
   if (saved != nullptr && !saved->interval.empty()) {
     // The model's weights and factors belong to the interval it was fitted
     // on: a forecast on another interval would be meaningless.
@@ -1002,6 +1029,9 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
     prepare(plan, loader_, series, lists.get());
     refuse_what_cannot_be_modelled(plan, series, *lists);
     host::add_list(lists->model, "ESTIMATES");
+  } else if (fitted) {
+    // --model auto kept the chosen family's fit; its lists were made for a fit.
+    check_lead(plan, *fitted->lists);
   } else {
     fitted.emplace(fit_series(loader_, plan, series, false, false));
   }
@@ -1021,7 +1051,7 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   result.module_seconds = p.fit_method_seconds + forecast_method_seconds;
   if (fitted) {
     // The criteria from this table, before limits or held-out values change it.
-    measure_fit(plan, *fitted, result.table);
+    if (!fitted->measured) measure_fit(plan, *fitted, result.table);
     result.fitted = true;
     result.fit = std::move(fitted->result);
     result.fit.choice = std::move(choice);
