@@ -11,11 +11,11 @@
 #include <string>
 
 #include "host/host.h"
+#include "module/families.h"
 
 namespace {
 
-constexpr const char* kSlotNames[12] = {"mwinfit", "mwinfor", "mes1fit", "mes1for", "mes2fit", "mes2for",
-                                        "mesdfit", "mesdfor", "mes3fit", "mes3for", "messfit", "messfor"};
+using esf::method_name;
 
 // The loaded image and its start routine run once, as a host does.
 class Image : public ::testing::Test {
@@ -86,10 +86,10 @@ TEST_F(Image, EntryHandsOutTwelveMethodsInTableOrder) {
   int status = -1;
   ASSERT_EQ(enter(2, &cmeths, &status), 0);
   EXPECT_EQ(status, 0);
-  ASSERT_EQ(cmeths.nmethods, 12);
-  for (int i = 0; i < 12; ++i) {
-    SCOPED_TRACE(kSlotNames[i]);
-    EXPECT_EQ(reinterpret_cast<void*>(cmeths.entpnts[i]), sym<void>(kSlotNames[i]));
+  ASSERT_EQ(cmeths.nmethods, esf::kNumMethods);
+  for (int i = 0; i < esf::kNumMethods; ++i) {
+    SCOPED_TRACE(method_name(i));
+    EXPECT_EQ(reinterpret_cast<void*>(cmeths.entpnts[i]), sym<void>(method_name(i)));
   }
 }
 
@@ -124,12 +124,12 @@ TEST_F(Image, WrongArgumentCountLeaves999AndResultZero) {
   ASSERT_EQ(enter(2, &cmeths, &status), 0);
   List lists[8];
   for (List& l : lists) l = esf::host::new_list();
-  for (int slot = 0; slot < 12; ++slot) {
+  for (int slot = 0; slot < esf::kNumMethods; ++slot) {
     const bool fit = slot % 2 == 0;
     const int expected = fit ? 6 : 7;
     const int rc_slot = expected + 1;  // the return code's slot: argument count plus 1
     for (int passed : {expected - 1, expected + 1, 0}) {
-      SCOPED_TRACE(std::string(kSlotNames[slot]) + " with " + std::to_string(passed) + " arguments");
+      SCOPED_TRACE(std::string(method_name(slot)) + " with " + std::to_string(passed) + " arguments");
       esf::host::MethodCall call;
       for (int i = 0; i < passed; ++i) {
         if (i < 3) {
@@ -178,7 +178,8 @@ TEST(HostProgram, VersionShowsTheImageAndTheMethodTableInOrder) {
   EXPECT_NE(out.find("release"), std::string::npos) << out;
   EXPECT_NE(out.find("built"), std::string::npos) << out;
   std::size_t at = 0;
-  for (const char* name : kSlotNames) {
+  for (int slot = 0; slot < esf::kNumMethods; ++slot) {
+    const char* name = method_name(slot);
     const std::size_t found = out.find(std::string(" ") + name, at);
     ASSERT_NE(found, std::string::npos) << name << " missing or out of order in\n" << out;
     at = found + 1;

@@ -1,41 +1,29 @@
 // Damped-trend exponential smoothing: the kernel against an independent
-// damped-trend loop, the flattening forecasts and their variance, analytic
-// against numeric derivatives, the stability test, the estimation with the
-// three-weight step, the forecast table and the methods.
+// damped-trend loop and against linear smoothing without damping, the
+// flattening forecasts and their variance, the stability test and the
+// estimation at its edges (the properties every family shares are in
+// family_test.cpp).
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <bit>
 #include <cmath>
-#include <cstdint>
-#include <filesystem>
-#include <string>
 #include <vector>
 
-#include "module/host_api.h"
 #include "numeric/numeric.h"
 #include "smoothing/es2subs.h"
 #include "smoothing/es3fit.h"
 #include "smoothing/es3subs.h"
-#include "support/method_session.h"
 #include "support/smooth_model.h"
-#include "support/trend_session.h"
 
 namespace {
 
-namespace fs = std::filesystem;
+using smooth_test::kMiss;
+using smooth_test::is_miss;
+using smooth_test::expect_rel;
 using smooth_test::example_series;
 using smooth_test::Model;
 
-const double kMiss = esf::kMissing;
-bool is_miss(double d) { return wzmis(d) != 0; }
 
 const char* const kExamples[] = {"AirPassengers.csv", "UKgas.csv", "USAccDeaths.csv"};
-
-void expect_rel(double got, double want, double rel, const char* what) {
-  EXPECT_NEAR(got, want, rel * std::fabs(want) + 1e-300) << what;
-}
 
 struct Weights {
   double a, g, phi;
@@ -178,82 +166,6 @@ TEST_F(Es3Kernel, PsiWeightsAreTheImpulseResponseOfTheForecasts) {
   }
 }
 
-TEST_F(Es3Kernel, SideBySidePassesMatchOneAtATime) {
-  // The grid's side-by-side passes give every triple the bits of zes3smo,
-  // including the triples whose guards trip.
-  std::vector<double> x = example_series("USAccDeaths.csv");
-  std::vector<char> mis(x.size(), 0);
-  for (std::size_t t = 2; t < x.size(); t += 13) {
-    x[t] = kMiss;
-    mis[t] = 1;
-  }
-  const long n = static_cast<long>(x.size());
-  std::vector<double> w;
-  for (double a : {0.05, 0.5, 0.99, 1.9, 25.0}) {
-    for (double g : {0.01, 0.4, 2.5}) {
-      for (double phi : {0.0, 0.8, 0.98, 1.0, 1.6}) w.insert(w.end(), {a, g, phi});
-    }
-  }
-  for (double xscale : {1e9, 1100.0, 900.0}) {
-    const auto [ok, failed] = trend_test::compare_side_by_side(
-        w, 3,
-        [&](const double* v, double* mse) {
-          double l = 9000.0, b = 8.0;
-          return zes3smo(x.data(), mis.data(), xscale, n, v[0], v[1], v[2], &l, &b, mse, nullptr,
-                         nullptr);
-        },
-        [&](const double* v, int count, int* rc, double* mse) {
-          es3::smooth_many(x.data(), mis.data(), xscale, n, v, count, 9000.0, 8.0, rc, mse);
-        });
-    EXPECT_GT(ok, 0);
-    EXPECT_GT(failed, 0);
-  }
-}
-
-void analytic_gradient(const std::vector<double>& x, const Weights& w, double l, double b,
-                       double grad[3]) {
-  double dl[3] = {}, dt[3] = {}, dv[3], xhat, e, s[3] = {};
-  const long n = static_cast<long>(x.size());
-  for (long t = n - 1; t >= 0; --t) {
-    const double ll = l, lt = b;
-    ASSERT_EQ(zes3pnt(x[t], 1e9, w.a, w.g, w.phi, &l, &b, &xhat, &e), 0);
-    ASSERT_EQ(zes3dpd(x[t], w.a, w.g, w.phi, ll, l, lt, b, dl, dt, dv), 0);
-  }
-  // The reversal: one more damped step back, trend turned forward; the
-  // derivatives follow it (d(phi b)/d phi = b + phi db/d phi).
-  for (int i = 0; i < 3; ++i) dl[i] += w.phi * dt[i] + (i == 2 ? b : 0.0);
-  for (int i = 0; i < 3; ++i) dt[i] = -(w.phi * dt[i] + (i == 2 ? b : 0.0));
-  l += w.phi * b;
-  b = -(w.phi * b);
-  for (long t = 0; t < n; ++t) {
-    const double ll = l, lt = b;
-    ASSERT_EQ(zes3pnt(x[t], 1e9, w.a, w.g, w.phi, &l, &b, &xhat, &e), 0);
-    ASSERT_EQ(zes3dpd(x[t], w.a, w.g, w.phi, ll, l, lt, b, dl, dt, dv), 0);
-    for (int i = 0; i < 3; ++i) s[i] += dv[i] * e;
-  }
-  for (int i = 0; i < 3; ++i) grad[i] = 2.0 * s[i] / n;
-}
-
-TEST_F(Es3Kernel, AnalyticDerivativesAgreeWithNumericOnes) {
-  for (const char* name : kExamples) {
-    std::vector<double> x = example_series(name);
-    const long n = static_cast<long>(x.size());
-    std::vector<char> mis(n, 0);
-    double l = 0, b = 0;
-    ASSERT_EQ(zes3svi(x.data(), mis.data(), n, 1, &l, &b), 0);
-    for (const Weights& w : {Weights{0.3, 0.1, 0.95}, Weights{0.6, 0.3, 0.9}, Weights{0.1, 0.5, 0.98}}) {
-      SCOPED_TRACE(testing::Message() << name << " " << w.a << " " << w.g << " " << w.phi);
-      double grad[3];
-      analytic_gradient(x, w, l, b, grad);
-      double deltas[3] = {1e-6, 1e-6, 1e-6}, num[3];
-      ASSERT_EQ(zes3npd(x.data(), mis.data(), 1e9, n, w.a, w.g, w.phi, l, b, deltas, 1, num), 0);
-      for (int i = 0; i < 3; ++i) EXPECT_NEAR(num[i], grad[i], 1e-6 * std::fabs(grad[i])) << i;
-      ASSERT_EQ(zes3npd(x.data(), mis.data(), 1e9, n, w.a, w.g, w.phi, l, b, deltas, 0, num), 0);
-      for (int i = 0; i < 3; ++i) EXPECT_NEAR(num[i], grad[i], 1e-6 * std::fabs(grad[i])) << i;
-    }
-  }
-}
-
 TEST_F(Es3Kernel, NumericDerivativeResultIsThatOfTheThirdWeight) {
   std::vector<double> x = {3, 4, 6, 7, 9, 10};
   std::vector<char> mis(6, 0);
@@ -329,17 +241,6 @@ TEST_F(Es3Kernel, ZeroDampingIgnoresTheTrend) {
   EXPECT_EQ(e, -1.0);
 }
 
-TEST_F(Es3Kernel, StartValues) {
-  std::vector<double> x = {2, 4, 6, kMiss};
-  std::vector<char> mis = {0, 0, 0, 1};
-  double l, b;
-  ASSERT_EQ(zes3svi(x.data(), mis.data(), 4, 1, &l, &b), 0);
-  EXPECT_EQ(l, 6.0);
-  EXPECT_NEAR(b, -2.0, 1e-12);
-  std::vector<char> only_first = {0, 1, 1, 1};
-  EXPECT_EQ(zes3svi(x.data(), only_first.data(), 4, 1, &l, &b), -2);
-}
-
 // ---- Estimation -------------------------------------------------------------
 
 class Es3Fit : public ::testing::Test {
@@ -356,66 +257,6 @@ class Es3Fit : public ::testing::Test {
   }
 };
 
-TEST_F(Es3Fit, EstimatesImproveOnTheGridAndStayInTheBox) {
-  const double grid[20][3] = {
-      {0.1, 0.01, 0.99}, {0.1, 0.05, 0.99}, {0.2, 0.01, 0.99}, {0.1, 0.1, 0.98},  {0.2, 0.05, 0.98},
-      {0.3, 0.01, 0.98}, {0.1, 0.15, 0.98}, {0.2, 0.1, 0.98},  {0.3, 0.05, 0.98}, {0.4, 0.01, 0.98},
-      {0.1, 0.25, 0.97}, {0.2, 0.15, 0.97}, {0.3, 0.1, 0.97},  {0.4, 0.05, 0.97}, {0.5, 0.01, 0.97},
-      {0.1, 0.9, 0.9},   {0.4, 0.6, 0.9},   {0.6, 0.4, 0.9},   {0.9, 0.1, 0.9},   {0.9, 0.9, 0.8}};
-  for (const char* name : kExamples) {
-    SCOPED_TRACE(name);
-    Model m(example_series(name), 3);
-    start(m.get());
-    const int rc = nes3fit(m.get());
-    ASSERT_TRUE(rc == 0 || rc == 90) << rc;
-    const double a = m->pest.parms[0], g = m->pest.parms[1], phi = m->pest.parms[2];
-    EXPECT_GE(a, 0.001);
-    EXPECT_LE(a, 0.999);
-    EXPECT_GE(g, 0.001);
-    EXPECT_LE(g, 0.999);
-    EXPECT_GE(phi, 0.9);
-    EXPECT_LE(phi, 0.999);
-    EXPECT_EQ(zes3stb(a, g, phi), 1);
-    const double best = mse_at(m.get(), a, g, phi);
-    const long n = m->ts.nobs;
-    expect_rel(m->pest.mse, (static_cast<double>(n) / (n - 3)) * best, 1e-9, "error variance");
-    for (const auto& row : grid) {
-      if (!zes3stb(row[0], row[1], row[2])) continue;
-      EXPECT_GE(mse_at(m.get(), row[0], row[1], row[2]), best * (1.0 - 1e-9));
-    }
-  }
-}
-
-TEST_F(Es3Fit, ConvergedEstimatesAreALocalMinimumInTheBox) {
-  Model m(example_series("UKgas.csv"), 3);
-  start(m.get());
-  ASSERT_EQ(nes3fit(m.get()), 0);
-  const double w[3] = {m->pest.parms[0], m->pest.parms[1], m->pest.parms[2]};
-  const double lo[3] = {0.001, 0.001, 0.9}, hi[3] = {0.999, 0.999, 0.999};
-  const double best = mse_at(m.get(), w[0], w[1], w[2]);
-  for (int i = 0; i < 3; ++i) {
-    for (double d : {-1e-3, 1e-3}) {
-      double v[3] = {w[0], w[1], w[2]};
-      v[i] = std::fmin(hi[i], std::fmax(lo[i], v[i] + d));
-      EXPECT_GE(mse_at(m.get(), v[0], v[1], v[2]), best * (1.0 - 1e-8)) << i << " " << d;
-    }
-  }
-  for (int i = 0; i < 3; ++i) EXPECT_FALSE(is_miss(m->pest.stderr[i]));
-}
-
-TEST_F(Es3Fit, ThreeFixedWeightsEndAtTheGridPoint) {
-  Model m(example_series("AirPassengers.csv"), 3);
-  start(m.get());
-  m.level_bounds(0.3, 0.3);
-  m->wbnds.wtrend[0] = m->wbnds.wtrend[1] = 0.1;
-  m->wbnds.wdamp[0] = m->wbnds.wdamp[1] = 0.95;
-  m->wbnds.wtreflg = m->wbnds.wdamflg = 1;
-  EXPECT_EQ(nes3fit(m.get()), 0);
-  EXPECT_EQ(m->pest.parms[0], 0.3);
-  EXPECT_EQ(m->pest.parms[1], 0.1);
-  EXPECT_EQ(m->pest.parms[2], 0.95);
-}
-
 TEST_F(Es3Fit, ThreeObservationsLeaveTheMeanSquareAndNoStandardErrors) {
   Model m({5.0, 6.0, std::nan(""), 8.5}, 3);
   start(m.get());
@@ -430,29 +271,6 @@ TEST_F(Es3Fit, NoUsableGridRowIsNoStart) {
   start(m.get());
   m->ts.descstats.norm = 1e-6;  // every prediction passes 10000 * xscale
   EXPECT_EQ(nes3fit(m.get()), -8);
-}
-
-// ---- Forecast table and methods -------------------------------------------------
-
-TEST(Es3Methods, AFitFeedsAForecastThroughTheLists) {
-  const std::vector<double> x = example_series("UKgas.csv");
-  const trend_test::MethodRun run =
-      trend_test::run_methods(mes3fit, mes3for, x, "QTR", method_test::date(1960, 1, 1), 0.1, 8);
-  EXPECT_EQ(run.fit_rc, 0.0);
-  EXPECT_EQ(run.forecast_rc, 0.0);
-  EXPECT_EQ(run.weight_names, (std::vector<std::string>{"LEVEL", "TREND", "DAMPING"}));
-  EXPECT_EQ(run.labels.back(), "DAMPING Smoothing Weight");
-  EXPECT_EQ(run.nparms, 3.0);
-  EXPECT_TRUE(run.pool_balanced);
-  const smooth_test::Table& t = run.table;
-  ASSERT_EQ(t.rows.size(), x.size() + 8);
-  EXPECT_EQ(t.names, (std::vector<std::string>{"DATE", "ACTUAL", "FORECAST", "U90", "L90", "RESIDUAL",
-                                                "STD", "LEVEL", "TREND"}));
-  // Each forecast row damps the trend once more.
-  const double phi = run.weights[2];
-  for (std::size_t k = x.size() + 1; k < t.rows.size(); ++k) {
-    EXPECT_NEAR(t.rows[k][8], phi * t.rows[k - 1][8], 1e-4 + 1e-6 * std::fabs(t.rows[k][8]));
-  }
 }
 
 }  // namespace

@@ -1,40 +1,28 @@
 // Double exponential smoothing: the kernel against Brown's two smoothed
 // series, the forecast variance against the moving-average weights and the
-// impulse response of the recursion, analytic against numeric derivatives,
-// the estimation, the forecast table and the methods.
+// impulse response of the recursion, the guards and the estimation at its
+// edges (the properties every family shares are in family_test.cpp).
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <bit>
 #include <cmath>
-#include <cstdint>
-#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "module/host_api.h"
 #include "numeric/numeric.h"
 #include "smoothing/esdfit.h"
 #include "smoothing/esdsubs.h"
-#include "support/method_session.h"
 #include "support/smooth_model.h"
-#include "support/trend_session.h"
 
 namespace {
 
-namespace fs = std::filesystem;
+using smooth_test::kMiss;
+using smooth_test::is_miss;
+using smooth_test::expect_rel;
 using smooth_test::example_series;
 using smooth_test::Model;
 
-const double kMiss = esf::kMissing;
-bool is_miss(double d) { return wzmis(d) != 0; }
 
 const char* const kExamples[] = {"AirPassengers.csv", "UKgas.csv", "USAccDeaths.csv"};
-
-void expect_rel(double got, double want, double rel, const char* what) {
-  EXPECT_NEAR(got, want, rel * std::fabs(want) + 1e-300) << what;
-}
 
 class EsdKernel : public ::testing::Test {
  protected:
@@ -127,73 +115,6 @@ TEST_F(EsdKernel, PsiWeightsAreTheImpulseResponseOfTheForecasts) {
   }
 }
 
-TEST_F(EsdKernel, SideBySidePassesMatchOneAtATime) {
-  // The grid's side-by-side passes give every weight the bits of zesdsmo,
-  // including the weights whose guards trip.
-  std::vector<double> x = example_series("UKgas.csv");
-  std::vector<char> mis(x.size(), 0);
-  for (std::size_t t = 3; t < x.size(); t += 11) {
-    x[t] = kMiss;
-    mis[t] = 1;
-  }
-  const long n = static_cast<long>(x.size());
-  const std::vector<double> w = {0.001, 0.01, 0.05, 0.1, 0.2, 0.3, 0.5, 0.7, 0.9, 0.99,
-                                 1.5,   1.99, 2.5,  5.0, 40.0, -0.3, 1e-170, 0.0};
-  for (double xscale : {1e9, 1400.0, 900.0}) {
-    const auto [ok, failed] = trend_test::compare_side_by_side(
-        w, 1,
-        [&](const double* v, double* mse) {
-          double l = 780.0, b = -6.0;
-          return zesdsmo(x.data(), mis.data(), xscale, n, v[0], &l, &b, mse, nullptr, nullptr);
-        },
-        [&](const double* v, int count, int* rc, double* mse) {
-          esd::smooth_many(x.data(), mis.data(), xscale, n, v, count, 780.0, -6.0, rc, mse);
-        });
-    EXPECT_GT(ok, 0);
-    EXPECT_GT(failed, 0);
-  }
-}
-
-void analytic_gradient(const std::vector<double>& x, double w, double l, double b, double* grad) {
-  double dl = 0, dt = 0, dv[2], xhat, e, s = 0;
-  const long n = static_cast<long>(x.size());
-  for (long t = n - 1; t >= 0; --t) {
-    const double ll = l, lt = b;
-    ASSERT_EQ(zesdpnt(x[t], 1e9, w, &l, &b, &xhat, &e), 0);
-    ASSERT_EQ(zesddpd(x[t], w, ll, l, lt, b, &dl, &dt, dv), 0);
-  }
-  l += b;
-  b = -b;
-  dl += dt;
-  dt = -dt;
-  for (long t = 0; t < n; ++t) {
-    const double ll = l, lt = b;
-    ASSERT_EQ(zesdpnt(x[t], 1e9, w, &l, &b, &xhat, &e), 0);
-    ASSERT_EQ(zesddpd(x[t], w, ll, l, lt, b, &dl, &dt, dv), 0);
-    s += dv[0] * e;
-  }
-  *grad = 2.0 * s / n;
-}
-
-TEST_F(EsdKernel, AnalyticDerivativeAgreesWithTheNumericOne) {
-  for (const char* name : kExamples) {
-    std::vector<double> x = example_series(name);
-    const long n = static_cast<long>(x.size());
-    std::vector<char> mis(n, 0);
-    double l = 0, b = 0;
-    ASSERT_EQ(zesdsvi(x.data(), mis.data(), n, 1, &l, &b), 0);
-    for (double w : {0.15, 0.5, 0.85}) {
-      SCOPED_TRACE(testing::Message() << name << " " << w);
-      double grad = 0, num = 0;
-      analytic_gradient(x, w, l, b, &grad);
-      ASSERT_EQ(zesdnpd(x.data(), mis.data(), 1e9, n, w, l, b, 1e-6, 1, &num), 0);
-      EXPECT_NEAR(num, grad, 1e-6 * std::fabs(grad));
-      ASSERT_EQ(zesdnpd(x.data(), mis.data(), 1e9, n, w, l, b, 1e-6, 0, &num), 0);
-      EXPECT_NEAR(num, grad, 1e-6 * std::fabs(grad));
-    }
-  }
-}
-
 TEST_F(EsdKernel, AMissingObservationAddsTheTrendNotTheTrendOverTheWeight) {
   std::vector<double> x = {10, 11, kMiss, 14, 15};
   std::vector<char> mis = {0, 0, 1, 0, 0};
@@ -246,27 +167,6 @@ class EsdFit : public ::testing::Test {
   }
 };
 
-TEST_F(EsdFit, EstimateMinimisesTheMeanSquaredError) {
-  for (const char* name : kExamples) {
-    SCOPED_TRACE(name);
-    Model m(example_series(name), 1);
-    start(m.get());
-    const int rc = nesdfit(m.get());
-    ASSERT_TRUE(rc == 0 || rc == 90) << rc;
-    const double w = m->pest.parms[0];
-    const double best = mse_at(m.get(), w);
-    const long n = m->ts.nobs;
-    expect_rel(m->pest.mse, best * n / (n - 1), 1e-9, "error variance");
-    for (double dw : {-0.003, 0.003}) {
-      const double nw = std::fmin(0.999, std::fmax(0.001, w + dw));
-      EXPECT_GE(mse_at(m.get(), nw), best * (1.0 - 1e-9)) << nw;
-    }
-    // Not worse than any grid candidate.
-    for (double g : {0.01, 0.1, 0.2, 0.3, 0.5, 0.7, 0.9, 0.99}) EXPECT_GE(mse_at(m.get(), g), best * (1.0 - 1e-9));
-    EXPECT_FALSE(is_miss(m->pest.stderr[0]));
-  }
-}
-
 TEST_F(EsdFit, TwoObservationsCarryTheCorrectionButNoStandardError) {
   Model m({4.0, std::nan(""), 7.0, std::nan("")}, 1);
   start(m.get());
@@ -282,29 +182,6 @@ TEST_F(EsdFit, AZeroWeightFixedByTheBoundsHasNoGridStart) {
   start(m.get());
   m.level_bounds(0.0, 0.0);
   EXPECT_EQ(nesdfit(m.get()), -8);
-}
-
-// ---- Forecast table and methods -------------------------------------------------
-
-TEST(EsdMethods, AFitFeedsAForecastThroughTheLists) {
-  const std::vector<double> x = example_series("AirPassengers.csv");
-  const trend_test::MethodRun run =
-      trend_test::run_methods(mesdfit, mesdfor, x, "MONTH", method_test::date(1949, 1, 1), 0.05, 4);
-  EXPECT_EQ(run.fit_rc, 0.0);
-  EXPECT_EQ(run.forecast_rc, 0.0);
-  // One weight, written twice, named for both states.
-  EXPECT_EQ(run.weight_names, (std::vector<std::string>{"LEVEL", "WEIGHT"}));
-  EXPECT_EQ(run.weights[0], run.weights[1]);
-  EXPECT_EQ(run.labels, std::vector<std::string>{"LEVEL/TREND Smoothing Weight"});
-  EXPECT_TRUE(run.trend_in_state);
-  EXPECT_TRUE(run.pool_balanced);
-  const smooth_test::Table& t = run.table;
-  ASSERT_EQ(t.rows.size(), x.size() + 4);
-  // The first forecast is L + T / w; each further one adds T.
-  const double w = run.weights[0];
-  const auto& last = t.rows[x.size() - 1];
-  EXPECT_NEAR(t.rows[x.size()][2], last[7] + last[8] / w, 1e-3);
-  EXPECT_NEAR(t.rows[x.size() + 3][2] - t.rows[x.size()][2], 3 * last[8], 1e-3);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Seasonal exponential smoothing: the kernel against an independent loop,
-// analytic against numeric derivatives, the stability region, the centring,
-// the forecast variance against the moving-average weights, start values,
-// the estimation, the methods and the command line.
+// the stability region, the centring, the forecast variance against the
+// moving-average weights, start values against the regression, and the
+// command line (the properties every family shares are in family_test.cpp).
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -16,24 +16,21 @@
 #include <vector>
 
 #include "host/host.h"
-#include "module/host_api.h"
 #include "numeric/numeric.h"
 #include "regression/regression.h"
 #include "smoothing/essfit.h"
 #include "smoothing/esssubs.h"
-#include "support/method_session.h"
 #include "support/pass_compare.h"
 #include "support/smooth_model.h"
-#include "support/trend_session.h"
 
 namespace {
 
+using smooth_test::kMiss;
+using smooth_test::is_miss;
+using smooth_test::expect_rel;
 namespace fs = std::filesystem;
 using smooth_test::example_series;
-const double kMiss = esf::kMissing;
 const double kNaN = std::nan("");
-bool is_miss(double d) { return wzmis(d) != 0; }
-#define EXPECT_REL(got, want, rel) EXPECT_NEAR((got), (want), (rel) * std::fabs(want) + 1e-300)
 
 // A series with flags and season codes; observation t is of season
 // (t + first) mod ns.  NaN marks a missing value.
@@ -111,17 +108,17 @@ TEST_F(Ess, PassesAgreeWithTheTextbookRecursion) {
         const int s = ser.codes[t];
         const double* row = &rows[5 * t];
         if (ser.mis[t]) {  // no state changes; the prediction is level plus factor
-          EXPECT_REL(row[1], ref.level + ref.f[s], 1e-12);
+          expect_rel(row[1], ref.level + ref.f[s], 1e-12);
           EXPECT_TRUE(is_miss(row[2]));
         } else {
           const double pred = ref.step(ser.x[t], w.a, w.g, s);
-          EXPECT_REL(row[1], pred, 1e-12) << t;
+          expect_rel(row[1], pred, 1e-12, std::to_string(t));
           sse += (pred - ser.x[t]) * (pred - ser.x[t]);
         }
-        EXPECT_REL(row[3], ref.level, 1e-12) << t;
+        expect_rel(row[3], ref.level, 1e-12, std::to_string(t));
         EXPECT_NEAR(row[4], ref.f[s], 1e-9 * ser.norm) << t;
       }
-      EXPECT_REL(mse, sse / (n - 2), 1e-10);
+      expect_rel(mse, sse / (n - 2), 1e-10);
       for (int s = 0; s < ex.ns; ++s) EXPECT_NEAR(f[s], ref.f[s], 1e-9 * ser.norm);
 
       // The prediction pass from the state before observation 0, rows from
@@ -131,43 +128,11 @@ TEST_F(Ess, PassesAgreeWithTheTextbookRecursion) {
       ASSERT_EQ(zessprd(ser.x.data(), ser.mis.data(), ser.norm, n, ex.ns, w.a, w.g, &plevel, start.f.data(),
                         ser.codes.data(), 10, n - 1, 0, kMiss, 0.05, 1, &pmse, prow.data()),
                 0);
-      EXPECT_REL(pmse, sse / (n - 4), 1e-10);
-      EXPECT_REL(prow[8 * (n - 11) + 1], rows[5 * (n - 1) + 1], 1e-12);
+      expect_rel(pmse, sse / (n - 4), 1e-10);
+      expect_rel(prow[8 * (n - 11) + 1], rows[5 * (n - 1) + 1], 1e-12);
       EXPECT_EQ(prow[5], 0.0);  // a missing se2 gives std 0
     }
   }
-}
-
-// The grid's side-by-side pass gives every pair the return code and the
-// bits of the mean squared error of its own whole-series pass, failures
-// included.
-TEST_F(Ess, SideBySidePassMatchesSinglePasses) {
-  std::vector<double> v = example_series("AirPassengers.csv");
-  v[7] = kNaN;
-  Seasonal ser(v, 12);
-  const std::vector<double> f0 = some_factors(12);
-  std::vector<double> weights;
-  for (double a : {0.001, 0.3, 0.999, 1.9, -40.0}) {
-    for (double g : {0.001, 0.5, 0.999, 3.0, 50.0}) {
-      weights.push_back(a);
-      weights.push_back(g);
-    }
-  }
-  std::vector<double> work(ess::kManyPairs * 12);
-  const auto [ok, failed] = trend_test::compare_side_by_side(
-      weights, 2,
-      [&](const double* w, double* mse) {
-        double level = 300.0;
-        std::vector<double> f = f0;
-        return zesssmo(ser.x.data(), ser.mis.data(), ser.norm, ser.n(), 12, w[0], w[1], &level, f.data(),
-                       ser.codes.data(), mse, nullptr, nullptr);
-      },
-      [&](const double* w, int count, int* rc, double* mse) {
-        ess::smooth_many(ser.x.data(), ser.mis.data(), ser.norm, ser.n(), 12, w, count, 300.0, f0.data(),
-                         ser.codes.data(), work.data(), rc, mse);
-      });
-  EXPECT_GT(ok, 0);
-  EXPECT_GT(failed, 0);
 }
 
 TEST_F(Ess, GuardsOfTheKernel) {
@@ -222,44 +187,9 @@ TEST_F(Ess, ForecastsWithoutObservationRowsStartAtSeasonZero) {
   }
 }
 
-// The gradient from the derivative recursions run through both passes with
-// the centring between them, as the estimation runs them, against central
-// differences of the whole-series mean squared error.
-TEST_F(Ess, AnalyticDerivativesAgreeWithNumericOnes) {
-  for (const Example& ex : kExamples) {
-    Seasonal ser(example_series(ex.file), ex.ns);
-    const long n = ser.n();
-    double svi_level = 0.0;
-    std::vector<double> svi_f(ex.ns);
-    ASSERT_EQ(zesssvi(ser.x.data(), ser.mis.data(), n, ex.ns, 0, 1, &svi_level, svi_f.data()), 0);
-    for (const Pair& w : kWeights) {
-      SCOPED_TRACE(testing::Message() << ex.file << " " << w.a << " " << w.g);
-      double level = svi_level, derlev[2] = {0.0, 0.0}, grad[2] = {0.0, 0.0}, sse = 0.0;
-      std::vector<double> f = svi_f, dl(ex.ns, 0.0), ds(ex.ns, 0.0);
-      auto observe = [&](long t, bool forward) {
-        const int s = ser.codes[t];
-        const double ll = level, ls = f[s];
-        double xhat, e, dervec[2], dersea[2] = {dl[s], ds[s]};
-        ASSERT_EQ(zesspnt(ser.x[t], ser.norm, w.a, w.g, &level, f.data(), s, &xhat, &e), 0);
-        ASSERT_EQ(zessdpd(ser.x[t], w.a, w.g, ll, level, ls, f[s], derlev, dersea, dervec), 0);
-        dl[s] = dersea[0];
-        ds[s] = dersea[1];
-        if (!forward) return;
-        grad[0] += dervec[0] * e;
-        grad[1] += dervec[1] * e;
-        sse += e * e;
-      };
-      for (long t = n - 1; t >= 0; --t) observe(t, false);
-      zessnmd(ex.ns, &level, f.data(), derlev, dl.data(), ds.data());
-      for (long t = 0; t < n; ++t) observe(t, true);
-      double deltas[2] = {1e-6, 1e-6}, pder[2];
-      ASSERT_EQ(zessnpd(ser.x.data(), ser.mis.data(), ser.norm, n, ex.ns, w.a, w.g, svi_level, svi_f.data(),
-                        ser.codes.data(), deltas, 0, pder),
-                0);
-      for (int i = 0; i < 2; ++i) EXPECT_NEAR(2.0 * grad[i] / n, pder[i], 1e-6 * sse / n) << i;
-    }
-  }
-  // A zero step on the second weight: -92, that entry missing; no memory: -100.
+// The numeric derivative: a zero step on the second weight gives -92 and
+// leaves that entry missing; without memory -100.
+TEST_F(Ess, NumericDerivativeFailures) {
   Seasonal gas(example_series("UKgas.csv"), 4);
   std::vector<double> f(4, 0.0);
   double deltas[2] = {1e-6, 0.0}, pder[2];
@@ -330,17 +260,17 @@ TEST_F(Ess, ForecastRowsAndTheirVariance) {
       const double vm = row[5] * row[5] / 4.0;
       if (k > 1) psi_sum += psi[k - 1] * psi[k - 1];
       if (k <= ns || (k - 1) % ns == 0) {
-        EXPECT_REL(vm, psi_sum, 1e-12) << k;
+        expect_rel(vm, psi_sum, 1e-12, std::to_string(k));
       } else if (d > 0.0) {
         EXPECT_GT(vm, psi_sum * (1.0 + 1e-12)) << k;
       }
       if (k == ns + 1) {
-        EXPECT_REL(vm, 1.0 + w.a * w.a * ns + d * (2.0 * w.a + d), 1e-12);
+        expect_rel(vm, 1.0 + w.a * w.a * ns + d * (2.0 * w.a + d), 1e-12);
       }
       const int s = static_cast<int>((n - 1 + k) % ns);
       EXPECT_TRUE(row[1] == level + f[s] && row[7] == f[s] && row[6] == level) << k;
       EXPECT_TRUE(is_miss(row[0]) && is_miss(row[4]));
-      EXPECT_REL(row[2] - row[1], zprobit(0.975) * row[5], 1e-12);
+      expect_rel(row[2] - row[1], zprobit(0.975) * row[5], 1e-12);
     }
   }
 }
@@ -356,88 +286,28 @@ TEST_F(Ess, StartValues) {
     EXPECT_EQ(level, air.back());
     for (int i = 0; i < 12; ++i) EXPECT_EQ(f[(nstart + i) % 12], csfact[i]) << nstart << " " << i;
   }
-  ASSERT_EQ(zesssvi(ser.x.data(), ser.mis.data(), ser.n(), 12, 0, 0, &level, f.data()), 0);
-  EXPECT_EQ(f, std::vector<double>(12, 0.0));
   // A reduced regression (no season with two points): its constant is the level.
   Seasonal few({10.0, 20.0, 30.0, 40.0, 50.0}, 12);
   ASSERT_EQ(ztsrdmy(few.x.data(), few.mis.data(), 5, 12, &ccoef, nullptr, nullptr, csfact.data(), nullptr), 1);
   ASSERT_EQ(zesssvi(few.x.data(), few.mis.data(), 5, 12, 0, 1, &level, f.data()), 0);
   EXPECT_EQ(level, ccoef);
   for (int i = 0; i < 12; ++i) EXPECT_EQ(f[i], is_miss(csfact[i]) ? 0.0 : csfact[i]);
-  // One observation, or only the first present: no start; no memory: -100.
-  Seasonal one({5.0}, 4), first({5.0, kNaN, kNaN}, 4);
-  EXPECT_EQ(zesssvi(one.x.data(), one.mis.data(), 1, 4, 0, 1, &level, f.data()), -2);
-  EXPECT_EQ(zesssvi(first.x.data(), first.mis.data(), 3, 4, 0, 1, &level, f.data()), -2);
+  // No memory: -100.
   esf::host::pool_fail_after(0);
   EXPECT_EQ(zesssvi(ser.x.data(), ser.mis.data(), ser.n(), 12, 0, 1, &level, f.data()), -100);
   esf::host::pool_fail_after(-1);
   xmemdef();
 }
 
-// A model of one seasonal call: season codes, factor arrays, start values.
-class SeasonalModel {
- public:
-  SeasonalModel(const std::vector<double>& values, int ns) : m_(values, 2), ns_(ns) {
-    const long n = m_->ts.nobs;
-    m_->ts.nseasons = ns;
-    m_->ts.scodes = static_cast<int*>(host_alloc(n * 4, VM_NUMBERS));
-    for (long t = 0; t < n; ++t) m_->ts.scodes[t] = static_cast<int>(t % ns);
-    block_ = static_cast<double*>(host_alloc(3 * ns * 8, VM_NUMBERS));
-    m_->startvals.sfactor = block_;
-    m_->svi.sfactor = block_ + ns;
-    m_->smooth.sfactor = block_ + 2 * ns;
-    EXPECT_EQ(zesssvi(m_->ts.x, m_->ts.misflg, n, ns, 0, 1, &m_->svi.level, m_->svi.sfactor), 0);
+// A seasonal model of a series with its season codes and start values.
+struct SeasonalModel : smooth_test::Model {
+  SeasonalModel(const std::vector<double>& values, int ns) : Model(values, 2) {
+    seasons(ns);
+    EXPECT_EQ(zesssvi(get()->ts.x, get()->ts.misflg, get()->ts.nobs, ns, 0, 1, &get()->svi.level,
+                      get()->svi.sfactor),
+              0);
   }
-  ~SeasonalModel() {
-    host_free(m_->ts.scodes);
-    host_free(block_);
-  }
-  WINMODEL* get() { return m_.get(); }
-  double mse_at(double a, double g) {  // the whole-series pass from svi
-    std::vector<double> f(m_->svi.sfactor, m_->svi.sfactor + ns_);
-    double level = m_->svi.level, mse = 0.0;
-    return zesssmo(m_->ts.x, m_->ts.misflg, m_->ts.descstats.norm, m_->ts.nobs, ns_, a, g, &level, f.data(),
-                   m_->ts.scodes, &mse, nullptr, nullptr) == 0
-               ? mse
-               : HUGE_VAL;
-  }
-
- private:
-  smooth_test::Model m_;
-  int ns_;
-  double* block_ = nullptr;
 };
-
-TEST_F(Ess, EstimateIsALocalMinimumWithinTheBounds) {
-  std::vector<double> gapped = example_series("AirPassengers.csv");
-  gapped[0] = kNaN;  // the prediction stands in for it: no error
-  const std::pair<std::vector<double>, int> cases[] = {{example_series("UKgas.csv"), 4},
-                                                       {example_series("AirPassengers.csv"), 12},
-                                                       {example_series("USAccDeaths.csv"), 12},
-                                                       {gapped, 12}};
-  for (const auto& [values, ns] : cases) {
-    SeasonalModel sm(values, ns);
-    WINMODEL* m = sm.get();
-    const std::size_t outstanding = esf::host::pool_outstanding();
-    const int rc = nessfit(m);
-    EXPECT_TRUE(rc == 0 || rc == 90) << rc;
-    EXPECT_EQ(esf::host::pool_outstanding(), outstanding);
-    const double a = m->pest.parms[0], g = m->pest.parms[1], best = sm.mse_at(a, g);
-    EXPECT_TRUE(a >= 0.001 && a <= 0.999 && g >= 0.001 && g <= 0.999 && zessstb(ns, a, g) == 1);
-    for (double da : {-0.01, 0.01}) {
-      for (double dg : {-0.01, 0.0, 0.01}) {
-        if (a + da >= 0.001 && a + da <= 0.999 && g + dg >= 0.001 && g + dg <= 0.999) {
-          EXPECT_LE(best, sm.mse_at(a + da, g + dg) * (1.0 + 1e-7)) << da << " " << dg;
-        }
-      }
-    }
-    const long nobs = m->ts.nobs - m->ts.nmiss;
-    EXPECT_REL(m->pest.mse, (static_cast<double>(nobs) / (nobs - 2)) * best, 1e-9);
-    EXPECT_REL(m->pest.tvals[1], g / m->pest.stderr[1], 1e-12);
-    // The state at time 0 is centred.
-    EXPECT_LT(std::fabs(std::accumulate(m->startvals.sfactor, m->startvals.sfactor + ns, 0.0)), 1e-12 * ns);
-  }
-}
 
 // The kernel's derivative loops give the frame's results to the bit, where
 // the passes end well and where they stop (cross products past their limit,
@@ -461,87 +331,17 @@ TEST_F(Ess, DerivativeLoopsGiveTheBitsOfTheFrameStepByStep) {
   EXPECT_GT(stopped, 0);
 }
 
-TEST_F(Ess, FixedWeightsShortSeriesAndMemory) {
+TEST_F(Ess, ShortSeriesAndMemory) {
   const std::vector<double> air = example_series("AirPassengers.csv");
-  {  // both weights fixed: the grid point is the estimate
-    SeasonalModel sm(air, 12);
-    WINMODEL* m = sm.get();
-    m->wbnds.wlevel[0] = m->wbnds.wlevel[1] = 0.4;
-    m->wbnds.wseason[0] = m->wbnds.wseason[1] = 0.3;
-    m->wbnds.wlevflg = m->wbnds.wseaflg = 1;
-    m->opt.numeric = 1;  // with the derivative check, whose copies go back to the pool
-    const std::size_t outstanding = esf::host::pool_outstanding();
-    EXPECT_EQ(nessfit(m), 0);
-    EXPECT_EQ(esf::host::pool_outstanding(), outstanding);
-    EXPECT_TRUE(m->pest.parms[0] == 0.4 && m->pest.parms[1] == 0.3);
-  }
-  {  // the seasonal weight fixed: the level weight alone moves to its minimum
-    SeasonalModel sm(air, 12);
-    WINMODEL* m = sm.get();
-    m->wbnds.wseason[0] = m->wbnds.wseason[1] = 0.3;
-    m->wbnds.wseaflg = 1;
-    EXPECT_GE(nessfit(m), 0);
-    const double a = m->pest.parms[0];
-    EXPECT_EQ(m->pest.parms[1], 0.3);
-    EXPECT_LE(sm.mse_at(a, 0.3), std::fmin(sm.mse_at(a + 0.01, 0.3), sm.mse_at(a - 0.01, 0.3)) * (1.0 + 1e-7));
-  }
-  {  // nobs = nseasons + 1: weights and mse, no standard errors
-    SeasonalModel sm(std::vector<double>(air.begin(), air.begin() + 13), 12);
-    EXPECT_GE(nessfit(sm.get()), 0);
-    EXPECT_FALSE(is_miss(sm.get()->pest.parms[0]) || is_miss(sm.get()->pest.mse));
-    EXPECT_TRUE(is_miss(sm.get()->pest.stderr[0]) && is_miss(sm.get()->pest.tvals[1]));
-  }
-  SeasonalModel sm(air, 12);
+  SeasonalModel m(std::vector<double>(air.begin(), air.begin() + 13), 12);
+  // nobs = nseasons + 1: weights and mse, no standard errors.
+  EXPECT_GE(nessfit(m.get()), 0);
+  EXPECT_FALSE(is_miss(m->pest.parms[0]) || is_miss(m->pest.mse));
+  EXPECT_TRUE(is_miss(m->pest.stderr[0]) && is_miss(m->pest.tvals[1]));
   esf::host::pool_fail_after(1);
-  EXPECT_EQ(nessfit(sm.get()), -100);
+  EXPECT_EQ(nessfit(m.get()), -100);
   esf::host::pool_fail_after(-1);
   xmemdef();
-}
-
-// messfit then messfor on the lists the object language passes; the table
-// goes to a scratch directory.
-TEST_F(Ess, MethodsFitAndForecastQuarterlyGas) {
-  using namespace esf::host;
-  const std::vector<double> gas = example_series("UKgas.csv");
-  const fs::path dir = fs::temp_directory_path() / ("ess_methods_" + std::to_string(::getpid()));
-  fs::create_directories(dir);
-  assign_libref("ESSM", dir);
-  for (long ns : {4L, 0L, 2L}) {  // no NSEASONS, or a cycle shorter than the interval's: nothing runs
-    SCOPED_TRACE(ns);
-    method_test::CallLists l(gas, "QTR", method_test::date(1960, 1, 1));
-    if (ns > 0) set_integer(l.interval_info(), "NSEASONS", ns);
-    const std::size_t outstanding = pool_outstanding();
-    MethodCall fit;
-    fit.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
-    EXPECT_EQ(messfit(fit.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(fit.written(7), ns == 4 ? 0.0 : 999.0);
-    EXPECT_EQ(pool_outstanding(), outstanding);
-    if (ns != 4) continue;
-    std::vector<std::string> names;
-    for (const SLIST_ITEM* it : items(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"))) {
-      names.push_back(item_name(it));
-    }
-    EXPECT_EQ(names, (std::vector<std::string>{"LEVEL", "SEASONAL"}));
-    double start_sum = 0.0;
-    for (const SLIST_ITEM* it : items(find_list(find_list(l.spec, "STARTVALS"), "SFACTORS"))) {
-      start_sum += slgetnv(it, 0);
-    }
-    EXPECT_NEAR(start_sum, 0.0, 1e-9);
-    MethodCall fc;
-    fc.list(l.series).list(l.model).list(l.eval_range).text("ESSM.FC").number(0.05).number(8).number(0);
-    EXPECT_EQ(messfor(fc.plist(), nullptr, nullptr, 0), 0);
-    EXPECT_EQ(fc.written(8), 0.0);
-    EXPECT_EQ(pool_outstanding(), outstanding);
-    const smooth_test::Table t = smooth_test::read_table(dir / "fc.csv");
-    ASSERT_EQ(t.names.size(), 9u);
-    EXPECT_TRUE(t.names[7] == "LEVEL" && t.names[8] == "SEASON");
-    ASSERT_EQ(t.rows.size(), gas.size() + 8);
-    for (std::size_t r = gas.size(); r < t.rows.size(); ++r) {
-      EXPECT_NEAR(t.rows[r][2], t.rows[r][7] + t.rows[r][8], 1e-9 * t.rows[r][2]);
-      EXPECT_GE(t.rows[r][6], t.rows[r - 1][6]);  // STD does not fall with the lead
-    }
-  }
-  fs::remove_all(dir);
 }
 
 std::string quote(const std::string& s) {

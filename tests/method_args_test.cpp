@@ -433,17 +433,6 @@ TEST_F(ArgsTest, ReturnCodes) {
   }
 }
 
-TEST_F(ArgsTest, FreeGivesEveryArrayBack) {
-  const auto before = esf::host::pool_outstanding();
-  auto* x = static_cast<double*>(host_alloc(80, VM_NUMBERS));
-  auto* misflg = static_cast<char*>(host_alloc(10, VM_FLAGS));
-  auto* parms = static_cast<double*>(host_alloc(24, VM_NUMBERS));
-  auto* df = static_cast<long*>(host_alloc(8, VM_NUMBERS));
-  ASSERT_EQ(esf::host::pool_outstanding(), before + 4);
-  mfree(x, misflg, nullptr, nullptr, parms, df);
-  EXPECT_EQ(esf::host::pool_outstanding(), before);
-}
-
 // ---- List bridge ----------------------------------------------------------------
 
 TEST_F(ArgsTest, GetNumSkipsNonNumericItems) {

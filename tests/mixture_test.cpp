@@ -223,35 +223,6 @@ TEST(Mixture, DescendingMeansGiveSameQuantileAndComeBackSorted) {
   }
 }
 
-// The cubic model reproduces a cubic: its point is the root of x^3 + x = 1 on
-// [-1, 2]. False position alone solves a bracket of the standard normal.
-TEST(Mixture, SolverPieces) {
-  Mixture m = kSingle;
-  NORMAL_MIX_ARG q = make_arg(m, 2);
-  q.Shooting = 2;
-  q.QTarget = 1.0;
-  double x[5] = {-1.0, 2.0, 0.0, -1.0, 2.0};
-  double r[5] = {-2.0, 10.0, 0.0, -2.0, 10.0};
-  double d[5] = {4.0, 13.0, 0.0, 4.0, 13.0};
-  double g = 0.0;
-  ASSERT_EQ(SolveApproxF(&q, x, r, d, &g), 0);
-  EXPECT_NEAR(g, 0.6823278038280193, 1e-9);
-
-  q.Shooting = 1;
-  q.QTarget = std::log(0.3);
-  double l[5], rt[5];
-  x[0] = -3.0;
-  x[1] = 3.0;
-  ASSERT_EQ(ComputeF(&q, 0, x, r, d, l, rt), 0);
-  ASSERT_EQ(ComputeF(&q, 1, x, r, d, l, rt), 0);
-  r[2] = DBL_MAX;
-  ASSERT_EQ(SolveWithOutShooting(&q, x, r, d, l, rt), 0);
-  EXPECT_NEAR(std::log(0.5 * std::erfc(-q.Quantile / std::sqrt(2.0))), std::log(0.3), 1e-5);
-  q.Shooting = 9;
-  EXPECT_EQ(ComputeF(&q, 0, x, r, d, l, rt), 1000);
-  EXPECT_EQ(SolveApproxF(&q, x, r, d, &g), 1);
-}
-
 TEST(Mixture, LogSumOfExpProbAndDiffNormal) {
   const struct {
     double a, b;

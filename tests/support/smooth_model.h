@@ -14,6 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "host/host.h"
 #include "host/host_dates.h"
 #include "intervals/interval.h"
@@ -35,6 +37,12 @@ inline void connect_module() {
 }
 
 inline constexpr double kMiss = esf::kMissing;
+inline bool is_miss(double d) { return wzmis(d) != 0; }
+
+// got within rel * |want| of want.
+inline void expect_rel(double got, double want, double rel, const std::string& what = "") {
+  EXPECT_NEAR(got, want, rel * std::fabs(want) + 1e-300) << what;
+}
 
 // The date value of a calendar day: days since 1 January 1960.
 inline double date(int y, int m, int d) { return ziddmdy(m, d, y); }
@@ -142,6 +150,8 @@ class Model {
     host_free(m_.ts.misflg);
     host_free(block_);
     host_free(m_.pest.df);
+    host_free(m_.ts.scodes);
+    host_free(factors_);
   }
 
   WINMODEL* get() { return &m_; }
@@ -153,6 +163,17 @@ class Model {
     m_.wbnds.wlevel[1] = hi;
     m_.wbnds.wlevel[2] = tol;
     m_.wbnds.wlevflg = lo == hi;
+  }
+  // A cycle of `ns` seasons: observation t is of season (t + first) mod ns;
+  // the three factor arrays of startvals, svi and smooth.
+  void seasons(int ns, int first = 0) {
+    m_.ts.nseasons = ns;
+    m_.ts.scodes = static_cast<int*>(host_alloc(m_.ts.nobs * 4, VM_NUMBERS));
+    for (long t = 0; t < m_.ts.nobs; ++t) m_.ts.scodes[t] = static_cast<int>((t + first) % ns);
+    factors_ = static_cast<double*>(host_alloc(3 * ns * 8, VM_NUMBERS));
+    m_.startvals.sfactor = factors_;
+    m_.svi.sfactor = factors_ + ns;
+    m_.smooth.sfactor = factors_ + 2 * ns;
   }
   // Fit range: `nobs` observations from index `start` of the data.
   void fit_range(long start, long nobs) {
@@ -183,6 +204,7 @@ class Model {
  private:
   WINMODEL m_;
   double* block_ = nullptr;
+  double* factors_ = nullptr;
 };
 
 // Mean squared one-step error of simple exponential smoothing with a

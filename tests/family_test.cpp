@@ -1,0 +1,355 @@
+// What every smoothing family must do, written once and run over all of them
+// through their traits: side-by-side grid passes give the bits of single
+// passes, analytic gradients agree with numeric ones, start values begin at
+// the last observation, the estimates are a minimum within the bounds and
+// the stable region, fixed weights stay, and a fit feeds a forecast through
+// the host's lists with the weights a direct fit finds.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "host/host.h"
+#include "module/families.h"
+#include "module/method_frame.h"
+#include "smoothing/es1fit.h"
+#include "smoothing/es2fit.h"
+#include "smoothing/es3fit.h"
+#include "smoothing/esdfit.h"
+#include "smoothing/essfit.h"
+#include "smoothing/winfit.h"
+#include "support/method_session.h"
+#include "support/smooth_model.h"
+
+namespace {
+
+using smooth_test::is_miss;
+namespace fs = std::filesystem;
+namespace fr = smoothing::frame;
+using smooth_test::example_series;
+using smooth_test::Model;
+
+// The test's view of one family (Winters in each of its two forms): the
+// trait, the row of the family table, the drivers, and the start values as
+// the fit method computes them.
+struct Simple {
+  using F = es1::Family;
+  static constexpr int kType = esf::kFamilySimple, kAdditive = 0;
+  static int start(WINMODEL* m) { return zes1svi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level); }
+};
+// The families with level and trend differ only in their start routine.
+template <class Trait, int Type, auto Start>
+struct Trended {
+  using F = Trait;
+  static constexpr int kType = Type, kAdditive = 0;
+  static int start(WINMODEL* m) { return Start(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend); }
+};
+using Double = Trended<esd::Family, esf::kFamilyDouble, zesdsvi>;
+using Linear = Trended<es2::Family, esf::kFamilyLinear, zes2svi>;
+using Damped = Trended<es3::Family, esf::kFamilyDamped, zes3svi>;
+struct Seasonal {
+  using F = ess::Family;
+  static constexpr int kType = esf::kFamilySeasonal, kAdditive = 0;
+  static int start(WINMODEL* m) {
+    return zesssvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, 1, &m->svi.level,
+                   m->svi.sfactor);
+  }
+};
+template <int Additive>
+struct Winters {
+  using F = win::Family;
+  static constexpr int kType = esf::kFamilyWinters, kAdditive = Additive;
+  static int start(WINMODEL* m) {
+    return zwinsvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, Additive, 1,
+                   &m->svi.level, &m->svi.trend, m->svi.sfactor);
+  }
+};
+
+template <class S>
+const esf::Family& row_of() {
+  for (const esf::Family& f : esf::kFamilies) {
+    if (f.type == S::kType) return f;
+  }
+  return esf::kFamilies[0];
+}
+
+template <class S>
+int fit(WINMODEL* m) {
+  return fr::fit<typename S::F>(m);
+}
+
+// An example series with its cycle and its interval.
+struct Example {
+  const char* file;
+  int ns;
+  const char* interval;
+  int year;
+};
+const Example kAir{"AirPassengers.csv", 12, "MONTH", 1949};
+const Example kGas{"UKgas.csv", 4, "QTR", 1960};
+
+// A model of the family on an example, start values computed; `gaps` makes
+// every 17th observation missing.
+template <class S>
+struct Case {
+  Model m;
+  FITCON fc{};
+  Case(const Example& ex, bool gaps = false) : m(values(ex, gaps), S::F::kNumWeights) {
+    if (row_of<S>().seasonal) m.seasons(ex.ns);
+    m->additive = S::kAdditive;
+    EXPECT_EQ(S::start(m.get()), 0);
+    fc.x = m->ts.x;
+    fc.misflg = m->ts.misflg;
+    fc.n = m->ts.nobs;
+    fc.scodes = m->ts.scodes;
+    fc.min_nmiss = fr::kUnevaluatedNmiss;
+    fc.min_mse = DBL_MAX;
+    EXPECT_EQ(S::F::fit_setup(m.get(), &fc), 0);
+  }
+  ~Case() { S::F::fit_cleanup(m.get(), &fc); }
+  static std::vector<double> values(const Example& ex, bool gaps) {
+    std::vector<double> x = example_series(ex.file);
+    for (std::size_t t = 5; gaps && t < x.size(); t += 17) x[t] = std::nan("");
+    return x;
+  }
+  // The whole-series mean squared error at weights w; +inf when the pass fails.
+  double mse_at(const double* w) {
+    double mse = 0.0;
+    return S::F::grid_mse(m.get(), &fc, w, &mse) == 0 ? mse : HUGE_VAL;
+  }
+  bool stable(const double* w) { return !fr::rejected_by_stability<typename S::F>(m.get(), w); }
+};
+
+// Weights of grid candidate k.
+template <class F>
+std::vector<double> grid_row(int k) {
+  std::vector<double> w(F::kNumWeights);
+  for (int i = 0; i < F::kNumWeights; ++i) w[i] = F::kGrid[i][k];
+  return w;
+}
+
+template <class S>
+class FamilyTest : public ::testing::Test {
+ protected:
+  void SetUp() override { smooth_test::connect_module(); }
+};
+using Families = ::testing::Types<Simple, Double, Linear, Damped, Seasonal, Winters<0>, Winters<1>>;
+TYPED_TEST_SUITE(FamilyTest, Families);
+
+// The grid's side-by-side passes give every candidate the return code of its
+// own pass and the bits of its mean squared error, also where guards trip:
+// the grid, the grid stretched past the stable region, and a prediction
+// limit the series exceeds.
+TYPED_TEST(FamilyTest, SideBySidePassesEqualSinglePasses) {
+  using F = typename TypeParam::F;
+  constexpr int p = F::kNumWeights;
+  int ok = 0, failed = 0;
+  for (const Example& ex : {kAir, kGas}) {
+    Case<TypeParam> c(ex, true);
+    const double norm = c.m->ts.descstats.norm;
+    for (double stretch : {1.0, 2.7, 60.0}) {
+      for (double xscale : {norm, norm / 12000.0}) {
+        SCOPED_TRACE(testing::Message() << ex.file << " stretch " << stretch << " xscale " << xscale);
+        c.m->ts.descstats.norm = xscale;
+        double w[p * fr::kGridRows], mse[fr::kGridRows];
+        int rc[fr::kGridRows];
+        bool eligible[fr::kGridRows];
+        for (int k = 0; k < fr::kGridRows; ++k) {
+          for (int i = 0; i < p; ++i) w[p * k + i] = F::kGrid[i][k] * (k % 2 ? stretch : 1.0);
+          eligible[k] = true;
+        }
+        F::grid_mse_all(c.m.get(), &c.fc, w, eligible, rc, mse);
+        for (int k = 0; k < fr::kGridRows; ++k) {
+          double one = 0.0;
+          const int want = F::grid_mse(c.m.get(), &c.fc, w + p * k, &one);
+          EXPECT_EQ(rc[k], want) << k;
+          if (want != 0) {
+            ++failed;
+          } else {
+            ++ok;
+            EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[k]), std::bit_cast<std::uint64_t>(one)) << k;
+          }
+        }
+      }
+    }
+  }
+  EXPECT_GT(ok, 0);
+  EXPECT_GT(failed, 0);
+}
+
+// The gradient the frame builds from the derivative recursions (backward
+// pass, turn, forward pass) against central differences of the passes.
+TYPED_TEST(FamilyTest, AnalyticGradientEqualsNumericOne) {
+  using F = typename TypeParam::F;
+  constexpr int p = F::kNumWeights;
+  for (const Example& ex : {kAir, kGas}) {
+    Case<TypeParam> c(ex);
+    for (int k : {3, 9, 12}) {
+      const std::vector<double> w = grid_row<F>(k);
+      SCOPED_TRACE(testing::Message() << ex.file << " grid row " << k);
+      POINT pt{};
+      for (int i = 0; i < p; ++i) fr::weight_of(pt, F::kSlots[i]) = w[i];
+      ASSERT_EQ(fr::nextstep<F>(c.m.get(), &c.fc, &pt, nullptr), 0);
+      EXPECT_NEAR(pt.mse, c.mse_at(w.data()), 1e-10 * pt.mse);
+      const double deltas[3] = {1e-6, 1e-6, 1e-6};
+      for (int relative : {0, 1}) {
+        double num[3];
+        ASSERT_EQ(F::numeric_gradient(c.m.get(), &c.fc, w.data(), deltas, relative, num), 0);
+        for (int i = 0; i < p; ++i) EXPECT_NEAR(pt.grad[i], num[i], 2e-5 * std::fabs(num[i]) + 1e-9) << i;
+      }
+    }
+  }
+}
+
+// The backward pass starts at the last usable observation; with only the
+// first observation usable there is nothing to start from.
+TYPED_TEST(FamilyTest, StartValuesBeginAtTheLastObservation) {
+  std::vector<double> x = example_series(kGas.file);
+  x.back() = std::nan("");
+  Model m(x, TypeParam::F::kNumWeights);
+  if (row_of<TypeParam>().seasonal) m.seasons(4);
+  ASSERT_EQ(TypeParam::start(m.get()), 0);
+  EXPECT_EQ(m->svi.level, x[x.size() - 2]);
+  Model first({5.0, std::nan(""), std::nan(""), std::nan(""), std::nan("")}, TypeParam::F::kNumWeights);
+  if (row_of<TypeParam>().seasonal) first.seasons(4);
+  EXPECT_EQ(TypeParam::start(first.get()), -2);
+}
+
+// No stable weights within the bounds nearby and no stable grid candidate
+// do better than the estimates; the error variance carries nobs / (nobs - p).
+TYPED_TEST(FamilyTest, EstimatesAreAMinimumWithinTheBounds) {
+  using F = typename TypeParam::F;
+  constexpr int p = F::kNumWeights;
+  for (const Example& ex : {kAir, kGas}) {
+    SCOPED_TRACE(ex.file);
+    Case<TypeParam> c(ex);
+    const std::size_t outstanding = esf::host::pool_outstanding();
+    const int rc = fit<TypeParam>(c.m.get());
+    ASSERT_TRUE(rc == 0 || rc == 90) << rc;
+    EXPECT_EQ(esf::host::pool_outstanding(), outstanding);
+    std::vector<double> w(c.m->pest.parms, c.m->pest.parms + p);
+    EXPECT_TRUE(c.stable(w.data()));
+    const double best = c.mse_at(w.data());
+    const double nobs = static_cast<double>(c.m->ts.nobs - c.m->ts.nmiss);
+    EXPECT_NEAR(c.m->pest.mse, best * nobs / (nobs - p), 1e-9 * best);
+    for (int i = 0; i < p; ++i) {
+      const double* b = fr::bounds_of(c.m->wbnds, F::kSlots[i]);
+      EXPECT_TRUE(w[i] >= b[0] && w[i] <= b[1]) << i << " " << w[i];
+      EXPECT_FALSE(is_miss(c.m->pest.stderr[i]));
+      EXPECT_NEAR(c.m->pest.tvals[i], w[i] / c.m->pest.stderr[i], 1e-12 * std::fabs(c.m->pest.tvals[i]));
+      for (double d : {-2e-3, 2e-3}) {
+        std::vector<double> v = w;
+        v[i] = std::fmin(b[1], std::fmax(b[0], v[i] + d));
+        if (c.stable(v.data())) {
+          EXPECT_GE(c.mse_at(v.data()), best * (1.0 - 1e-8)) << i << " " << d;
+        }
+      }
+    }
+    for (int k = 0; k < fr::kGridRows; ++k) {
+      const std::vector<double> g = grid_row<F>(k);
+      if (c.stable(g.data())) {
+        EXPECT_GE(c.mse_at(g.data()), best * (1.0 - 1e-9)) << k;
+      }
+    }
+  }
+}
+
+// Weights fixed by equal bounds are the estimates, with the error variance
+// of their pass.
+TYPED_TEST(FamilyTest, FixedWeightsAreKept) {
+  using F = typename TypeParam::F;
+  Case<TypeParam> c(kAir);
+  const std::vector<double> w = grid_row<F>(7);
+  for (int i = 0; i < F::kNumWeights; ++i) {
+    double* b = const_cast<double*>(fr::bounds_of(c.m->wbnds, F::kSlots[i]));
+    b[0] = b[1] = w[i];
+  }
+  c.m->wbnds.wlevflg = c.m->wbnds.wtreflg = c.m->wbnds.wseaflg = c.m->wbnds.wdamflg = 1;
+  ASSERT_EQ(fit<TypeParam>(c.m.get()), 0);
+  for (int i = 0; i < F::kNumWeights; ++i) EXPECT_EQ(c.m->pest.parms[i], w[i]) << i;
+  const double n = static_cast<double>(c.m->ts.nobs);
+  EXPECT_NEAR(c.m->pest.mse, c.mse_at(w.data()) * n / (n - F::kNumWeights), 1e-9 * c.m->pest.mse);
+}
+
+// The fit method writes the weights a direct fit finds, under the family's
+// names and labels, and its forecast method writes the table with the
+// family's state columns. A cycle shorter than the interval's runs nothing.
+TYPED_TEST(FamilyTest, FitFeedsForecastThroughTheLists) {
+  using namespace esf::host;
+  using F = typename TypeParam::F;
+  const esf::Family& row = row_of<TypeParam>();
+  const fs::path dir = fs::temp_directory_path() / ("family_test_" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  assign_libref("FAM", dir);
+  const std::vector<double> x = example_series(kGas.file);
+  for (int ns : {4, 3}) {
+    SCOPED_TRACE(ns);
+    if (ns != 4 && !row.seasonal) continue;
+    method_test::CallLists l(x, kGas.interval, method_test::date(kGas.year, 1, 1));
+    if (row.seasonal) set_integer(l.interval_info(), "NSEASONS", ns);
+    if (row.winters) set_text(l.spec, "CODE", TypeParam::kAdditive ? "WINTA" : "WINTM");
+    const std::size_t outstanding = pool_outstanding();
+    MethodCall fit_call;
+    fit_call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
+    ASSERT_EQ(esf::method_named(row.fit_method)(fit_call.plist(), nullptr, nullptr, 0), 0);
+    MethodCall fc;
+    fc.list(l.series).list(l.model).list(l.eval_range).text("FAM.FC").number(0.05).number(6).number(0);
+    ASSERT_EQ(esf::method_named(row.forecast_method)(fc.plist(), nullptr, nullptr, 0), 0);
+    EXPECT_EQ(pool_outstanding(), outstanding);
+    if (ns != 4) {  // codes 0..3 do not fit a cycle of 3
+      EXPECT_EQ(fit_call.written(7), 999.0);
+      EXPECT_EQ(fc.written(8), 999.0);
+      continue;
+    }
+    EXPECT_EQ(fit_call.written(7), 0.0);
+    EXPECT_EQ(fc.written(8), 0.0);
+
+    Case<TypeParam> direct(kGas);
+    ASSERT_GE(fit<TypeParam>(direct.m.get()), 0);
+    const List estimates = find_list(l.model, "ESTIMATES");
+    int k = 0;
+    for (const SLIST_ITEM* it : items(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"))) {
+      ASSERT_LT(k, row.n_weight_items);
+      EXPECT_EQ(item_name(it), row.weight_items[k].name);
+      EXPECT_EQ(slgetnv(it, 0), direct.m->pest.parms[row.weight_items[k++].parm]);
+    }
+    EXPECT_EQ(k, row.n_weight_items);
+    k = 0;
+    for (const SLIST_ITEM* it : items(find_list(estimates, "LABELS"))) {
+      const std::string label(it->data.c.p, it->data.c.len);
+      EXPECT_EQ(label, row.labels_by_putstvlab ? std::string(row.names[k]) + " Smoothing Weight"
+                                                : std::string(row.labels[k]));
+      ++k;
+    }
+    EXPECT_EQ(find_number(estimates, "NPARMS"), row.nparms);
+    EXPECT_EQ(find_number(find_list(estimates, "SMOOTHED_STATE"), "TREND").has_value(), row.trended);
+    EXPECT_EQ(find_number(find_list(l.spec, "STARTVALS"), "TREND").has_value(), row.trended);
+    EXPECT_TRUE(find_number(estimates, "EVAL_VARIANCE").has_value());
+
+    const smooth_test::Table t = smooth_test::read_table(dir / "fc.csv");
+    std::vector<std::string> names = {"DATE", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD"};
+    for (const auto& column : F::kStateColumns) names.push_back(column.name);
+    EXPECT_EQ(t.names, names);
+    ASSERT_EQ(t.rows.size(), x.size() + 6);
+    for (std::size_t r = 0; r < t.rows.size(); ++r) {
+      const auto& v = t.rows[r];
+      if (r < x.size()) {
+        EXPECT_EQ(v[1], x[r]);
+        EXPECT_NEAR(v[5], v[2] - v[1], 1e-9 * std::fabs(v[1]));
+      } else {
+        EXPECT_TRUE(std::isnan(v[1]) && std::isnan(v[5]));
+        EXPECT_NEAR(v[3] - v[2], v[2] - v[4], 1e-9 * std::fabs(v[2]));
+      }
+    }
+  }
+  fs::remove_all(dir);
+}
+
+}  // namespace
