@@ -6,8 +6,13 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <limits>
+#include <random>
 #include <string>
 
+#include <fmt/format.h>
+
+#include "host/number_text.h"
 #include "host/time_text.h"
 #include "primitives/primitives.h"
 #include "runner/series_csv.h"
@@ -74,6 +79,27 @@ TEST(TimeText, FormsAcceptedAndRefused) {
   EXPECT_EQ(esf::host::read_number_text("1e-320"), 1e-320);
   EXPECT_EQ(esf::host::read_number_text("-2.5"), -2.5);
   for (const char* bad : {"1e400", "inf", "nan", "1.5x", "", "-"}) EXPECT_FALSE(esf::host::read_number_text(bad)) << bad;
+}
+
+// Numbers are written as fmt writes "{}" (an independent layout of the same
+// shortest digits) and read back to the bit: the edges of the plain and the
+// exponent forms, zeros, subnormals, the extremes, and random bit patterns
+// over every exponent.
+TEST(NumberText, ShortestTextInTheLayoutOfFmt) {
+  std::vector<double> values = {0.0, -0.0, 1.0, -1.5, 0.1 + 0.2, 1e15, 9999999999999998.0, 1e16, 1.5e16,
+                                1e-4, 1.25e-4, 9.999e-5, 1e-5, 123456.789, 5e-324, -2.2250738585072014e-308,
+                                std::numeric_limits<double>::max(), 1e100, 1e-100, 112.0, 1e22, 1e23};
+  std::mt19937_64 bits(5);
+  for (int i = 0; i < 200000; ++i) values.push_back(std::bit_cast<double>(bits()));
+  char text[esf::host::kMaxNumberChars];
+  for (double v : values) {
+    if (!std::isfinite(v)) continue;
+    const std::string written(text, esf::host::write_number(text, v));
+    ASSERT_EQ(written, fmt::format("{}", v));
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(std::strtod(written.c_str(), nullptr)), std::bit_cast<std::uint64_t>(v))
+        << written;
+  }
+  EXPECT_EQ(std::string(text, esf::host::write_number(text, -std::numeric_limits<double>::infinity())), "-inf");
 }
 
 // The series reader reads the forms above, and says where a date lies

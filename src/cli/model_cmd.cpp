@@ -269,12 +269,9 @@ std::string forecast_csv(const runner::ForecastTable& t) {
     out += t.columns[j].name;
   }
   out += '\n';
+  const std::vector<const double*> columns = t.column_data();
   for (std::size_t i = 0; i < t.rows(); ++i) {
-    for (std::size_t j = 0; j < t.columns.size(); ++j) {
-      const double v = t.columns[j].values[i];
-      if (j > 0) out += ',';
-      out += j == 0 && !esf::is_missing(v) ? runner::format_time(v, t.units) : esf::host::format_table_value(v);
-    }
+    esf::host::append_table_row(out, columns, i, runner::time_form(t.units));
     out += '\n';
   }
   return out;

@@ -19,6 +19,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -26,6 +27,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/number_text.h"
 #include "host/time_text.h"
 #include "module/host_api.h"
 
@@ -221,6 +223,21 @@ std::optional<MemoryTable> take_memory_table(std::string_view two_level_name);
 // A value as a table file writes it: the shortest text that reads back to
 // the same double, "" for the ordinary missing value, ".A" for a special one.
 std::string format_table_value(double v);
+// The same text written at `out`, which has room for kMaxTableValueChars
+// characters (any of which it may overwrite); returns the end of the text.
+// Allocates nothing.
+inline constexpr int kMaxTableValueChars = kMaxNumberChars;
+char* write_table_value(char* out, double v);
+// Field `j` of a table's row as a table file writes it: the time ID (j == 0)
+// as ISO text when `time_id` says so and it is not missing, every other value
+// by write_table_value.  Room as for write_table_value, kMaxTableFieldChars.
+inline constexpr int kMaxTableFieldChars = kMaxTimeTextChars;
+char* write_table_field(char* out, double v, std::size_t j, TimeForm time_id);
+// Appends row `row` of a table held as columns to `out`: its fields
+// (write_table_field) separated by commas, without a line end.
+void append_table_row(std::string& out, std::span<const double* const> columns, std::size_t row, TimeForm time_id);
+// Field `j` of a row (write_table_field) appended to `out`.
+void append_table_field(std::string& out, double v, std::size_t j, TimeForm time_id);
 
 }  // namespace esf::host
 

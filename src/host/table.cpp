@@ -17,6 +17,7 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <set>
 #include <mutex>
 #include <sstream>
@@ -30,6 +31,7 @@
 
 #include "host/host.h"
 #include "host/host_dates.h"
+#include "host/number_text.h"
 #include "host/time_text.h"
 #include "host/host_internal.h"
 
@@ -63,6 +65,13 @@ bool is_name(std::string_view s, std::size_t max) {
   if (s.empty() || s.size() > max) return false;
   if (!(std::isalpha(static_cast<unsigned char>(s[0])) || s[0] == '_')) return false;
   return std::all_of(s.begin(), s.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; });
+}
+
+// Two names equal but for the case of their letters.
+bool same_name(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::toupper(static_cast<unsigned char>(x)) == std::toupper(static_cast<unsigned char>(y));
+         });
 }
 
 struct Librefs {
@@ -99,18 +108,15 @@ struct Table {
   std::vector<std::vector<double>> columns;  // its values, one vector per variable
   fs::path path;
   fs::path temp_path;
-  std::ofstream out;
+  // A file's text not yet written to `fd`: whole records, written out in
+  // pieces of about kFileChunk bytes and at the close.
+  int fd = -1;
+  std::string pending;
   enum class State { Opened, Defining, Defined, Ended } state = State::Opened;
 
-  // Output: variables and the bound slots.
-  struct OutVar {
-    std::string name;
-    std::string label;
-    int width = 0;
-    int decimals = 0;
-    double* slot = nullptr;
-  };
-  std::vector<OutVar> vars;
+  // Output: the variables, their bound slots and the record xyvput fills.
+  std::vector<esf::host::VariableInfo> vars;
+  std::vector<double*> slots;
   int nvars = 0;
   std::vector<double> record;
   bool write_failed = false;
@@ -123,6 +129,10 @@ struct Table {
   std::size_t next_row = 0;
   const std::vector<double>* current = nullptr;
   std::vector<std::pair<int, double*>> binds;
+
+  ~Table() {
+    if (fd >= 0) ::close(fd);
+  }
 };
 
 Table* table_of(XOFILE* fileid) { return reinterpret_cast<Table*>(fileid); }
@@ -144,12 +154,43 @@ int fail(int rc, std::string detail) {
   return rc;
 }
 
+// Rows an in-memory table has room for before its columns grow, and the
+// bytes of a file's text gathered before they are written.
+constexpr std::size_t kFirstRows = 256;
+constexpr std::size_t kFileChunk = 1 << 16;
+
 std::string format_value(double v) {
-  if (is_missing(v)) {
-    const std::string kind = missing_kind_name(v);
-    return kind == "." ? std::string() : kind;
+  char text[esf::host::kMaxTableValueChars];
+  return std::string(text, esf::host::write_table_value(text, v));
+}
+
+// Writes all of `text` to `fd`; false when the system refuses.
+bool write_all(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t n = ::write(fd, text.data(), text.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    text.remove_prefix(static_cast<std::size_t>(n));
   }
-  return fmt::format("{}", v);
+  return true;
+}
+
+// Writes the pending text of a file table; false (and the table marked
+// failed) when it cannot.
+bool flush_pending(Table& t) {
+  if (t.pending.empty()) return !t.write_failed;
+  const bool ok = write_all(t.fd, t.pending);
+  t.pending.clear();
+  if (!ok) t.write_failed = true;
+  return !t.write_failed;
+}
+
+// Closes and removes the temporary file of an output table.
+void discard_file(Table& t) {
+  if (t.fd >= 0) ::close(t.fd);
+  t.fd = -1;
+  std::error_code ec;
+  fs::remove(t.temp_path, ec);
 }
 
 // Splits one CSV line; fields may be quoted with '"' (doubled inside).
@@ -307,18 +348,19 @@ int table_add(XO_PARMS* xoparm) {
   } else if (t.in_memory) {
     for (std::size_t j = 0; j < t.record.size(); ++j) t.columns[j].push_back(t.record[j]);
   } else {
-    std::string line;
+    // Each field's text goes straight to the end of the pending text, which
+    // has room for the longest record.
+    const std::size_t at = t.pending.size();
+    t.pending.resize(at + t.record.size() * (esf::host::kMaxTableFieldChars + 1));
+    char* const begin = t.pending.data() + at;
+    char* p = begin;
     for (std::size_t j = 0; j < t.record.size(); ++j) {
-      if (j > 0) line.push_back(',');
-      const double v = t.record[j];
-      line += j == 0 && t.file_options.time_id != esf::host::TimeForm::kNumber && !is_missing(v)
-                  ? esf::host::write_time_text(v, t.file_options.time_id)
-                  : format_value(v);
+      if (j > 0) *p++ = ',';
+      p = esf::host::write_table_field(p, t.record[j], j, t.file_options.time_id);
     }
-    line.push_back('\n');
-    t.out << line;
-    if (!t.out) {
-      t.write_failed = true;
+    *p++ = '\n';
+    t.pending.resize(at + static_cast<std::size_t>(p - begin));
+    if (t.pending.size() >= kFileChunk && !flush_pending(t)) {
       status = fail(kTableWrite, fmt::format("writing {} failed", t.temp_path.string()));
     }
   }
@@ -406,7 +448,7 @@ int close_memory_table(Table& t, int how) {
   }
   esf::host::MemoryTable table;
   table.name = t.memory_key;
-  for (const Table::OutVar& v : t.vars) table.variables.push_back({v.name, v.label, v.width, v.decimals});
+  table.variables = std::move(t.vars);
   table.columns = std::move(t.columns);
   memory_catalogue()[t.memory_key] = std::move(table);
   return 0;
@@ -446,8 +488,8 @@ int xoopen(XO_PARMS* xoparm, XOPNSTR* xopnstr) {
     }
     t->temp_path = t->path;
     t->temp_path += fmt::format(".tmp{}-{}", static_cast<long>(::getpid()), g_temp_counter.fetch_add(1));
-    t->out.open(t->temp_path, std::ios::out | std::ios::trunc);
-    if (!t->out)
+    t->fd = ::open(t->temp_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (t->fd < 0)
       return fail(kTableCannotCreate, fmt::format("cannot create {}: {}", t->path.string(), std::strerror(errno)));
   } else if (xopnstr->opnmode == XO_INPUT) {
     if (int rc = read_table(*t, t->path); rc != 0) return rc;
@@ -466,41 +508,36 @@ int xoclose(XOFILE* fileid, int how) {
   if (t->in_memory) return close_memory_table(*t, how);
   std::error_code ec;
   if (how == XO_ABORT) {
-    t->out.close();
-    fs::remove(t->temp_path, ec);
+    discard_file(*t);
     return 0;
   }
   if (t->state == Table::State::Defining) {
-    t->out.close();
-    fs::remove(t->temp_path, ec);
+    discard_file(*t);
     return fail(kTableState, fmt::format("table {} was closed before its variables were defined", t->path.string()));
   }
-  t->out.flush();
-  const bool ok = static_cast<bool>(t->out) && !t->write_failed;
-  t->out.close();
-  if (!ok) {
-    fs::remove(t->temp_path, ec);
+  if (!flush_pending(*t)) {
+    discard_file(*t);
     return fail(kTableWrite, fmt::format("writing {} failed", t->path.string()));
   }
-  if (t->file_options.fsync) {
-    const int fd = ::open(t->temp_path.c_str(), O_RDONLY);
-    const bool synced = fd >= 0 && ::fsync(fd) == 0;
-    if (fd >= 0) ::close(fd);
-    if (!synced) {
-      fs::remove(t->temp_path, ec);
-      return fail(kTableWrite, fmt::format("writing {} failed: it could not be flushed to the disk", t->path.string()));
-    }
+  if (t->file_options.fsync && ::fsync(t->fd) != 0) {
+    discard_file(*t);
+    return fail(kTableWrite, fmt::format("writing {} failed: it could not be flushed to the disk", t->path.string()));
+  }
+  const bool closed = ::close(t->fd) == 0;
+  t->fd = -1;
+  if (!closed) {
+    discard_file(*t);
+    return fail(kTableWrite, fmt::format("writing {} failed", t->path.string()));
   }
   fs::rename(t->temp_path, t->path, ec);
   if (ec) {
     fs::remove(t->temp_path, ec);
     return fail(kTableWrite, fmt::format("cannot rename the finished table to {}", t->path.string()));
   }
-  std::vector<esf::host::VariableInfo> info;
-  for (const Table::OutVar& v : t->vars) info.push_back({v.name, v.label, v.width, v.decimals});
+  const std::string key = fs::absolute(t->path).lexically_normal().string();
   Librefs& l = librefs();
   std::lock_guard lock(l.mutex);
-  l.closed[fs::absolute(t->path).lexically_normal().string()] = std::move(info);
+  l.closed[key] = std::move(t->vars);
   return 0;
 }
 
@@ -564,6 +601,8 @@ int xvputi(XOFILE* fileid, int nvars, int /*flags*/, ptr* xvp) {
   if (!t.output || t.state != Table::State::Opened) return fail(kTableState, "variables defined twice");
   if (nvars < 1) return fail(kTableBadVariable, "a table needs at least one variable");
   t.nvars = nvars;
+  t.vars.reserve(static_cast<std::size_t>(nvars));
+  t.slots.reserve(static_cast<std::size_t>(nvars));
   t.state = Table::State::Defining;
   *xvp = &t;
   return 0;
@@ -573,16 +612,17 @@ int xvputd(ptr xvp, NAMESTR* namestr, int /*flags*/, double* slot, int len, int 
   if (xvp == nullptr || namestr == nullptr || slot == nullptr) return kTableState;
   Table& t = *table_of(xvp);
   if (t.state != Table::State::Defining) return fail(kTableState, "a variable was defined outside the definition");
-  const std::string name = text(namestr->name_p, namestr->namelen);
+  std::string name = text(namestr->name_p, namestr->namelen);
   if (static_cast<int>(t.vars.size()) >= t.nvars)
     return fail(kTableBadVariable, fmt::format("variable {} is one more than the {} announced", name, t.nvars));
   if (namestr->ntype != 1 || len != 8)
     return fail(kTableBadVariable, fmt::format("variable {}: only numeric variables of 8 bytes are supported", name));
   if (!is_name(name, 32)) return fail(kTableBadVariable, fmt::format("{} is not a valid variable name", quote_input(name)));
-  for (const Table::OutVar& v : t.vars) {
-    if (upper(v.name) == upper(name)) return fail(kTableBadVariable, fmt::format("variable {} is defined twice", name));
+  for (const esf::host::VariableInfo& v : t.vars) {
+    if (same_name(v.name, name)) return fail(kTableBadVariable, fmt::format("variable {} is defined twice", name));
   }
-  t.vars.push_back({name, text(namestr->label_p, namestr->nlablen), namestr->nfl, namestr->nfd, slot});
+  t.vars.push_back({std::move(name), text(namestr->label_p, namestr->nlablen), namestr->nfl, namestr->nfd});
+  t.slots.push_back(slot);
   return 0;
 }
 
@@ -595,20 +635,16 @@ int xvpute(ptr xvp) {
   t.record.assign(t.vars.size(), ordinary_missing());
   t.state = Table::State::Defined;
   if (t.in_memory) {
-    t.columns.assign(t.vars.size(), {});
+    t.columns.resize(t.vars.size());
+    for (std::vector<double>& c : t.columns) c.reserve(kFirstRows);
     return 0;
   }
-  std::string header;
+  t.pending.reserve(kFileChunk + t.vars.size() * (esf::host::kMaxTableFieldChars + 1));
   for (std::size_t j = 0; j < t.vars.size(); ++j) {
-    if (j > 0) header.push_back(',');
-    header += t.vars[j].name;
+    if (j > 0) t.pending.push_back(',');
+    t.pending += t.vars[j].name;
   }
-  header.push_back('\n');
-  t.out << header;
-  if (!t.out) {
-    t.write_failed = true;
-    return fail(kTableWrite, fmt::format("writing {} failed", t.temp_path.string()));
-  }
+  t.pending.push_back('\n');
   return 0;
 }
 
@@ -616,7 +652,7 @@ int xyvput(ptr xvp, int /*flags*/) {
   if (xvp == nullptr) return kTableState;
   Table& t = *table_of(xvp);
   if (!t.output || t.state != Table::State::Defined) return kTableState;
-  for (std::size_t j = 0; j < t.vars.size(); ++j) t.record[j] = *t.vars[j].slot;
+  for (std::size_t j = 0; j < t.slots.size(); ++j) t.record[j] = *t.slots[j];
   return 0;
 }
 
@@ -727,6 +763,44 @@ std::optional<MemoryTable> take_memory_table(std::string_view two_level_name) {
   MemoryTable table = std::move(it->second);
   catalogue.erase(it);
   return table;
+}
+
+char* write_table_value(char* out, double v) {
+  if (is_missing(v)) {
+    // "." is written as an empty field; "._" and ".A" to ".Z" by name.
+    const auto third = static_cast<unsigned>((std::bit_cast<std::uint64_t>(v) >> 40) & 0xFFu);
+    if (third == 0xFF) {
+      *out++ = '.';
+      *out++ = '_';
+    } else if (third >= 0xE4 && third <= 0xFD) {
+      *out++ = '.';
+      *out++ = static_cast<char>('A' + (0xFD - third));
+    }
+    return out;
+  }
+  return write_number(out, v);
+}
+
+char* write_table_field(char* out, double v, std::size_t j, TimeForm time_id) {
+  if (j == 0 && time_id != TimeForm::kNumber && !is_missing(v)) return write_time_text(out, v, time_id);
+  return write_table_value(out, v);
+}
+
+void append_table_row(std::string& out, std::span<const double* const> columns, std::size_t row, TimeForm time_id) {
+  const std::size_t at = out.size();
+  out.resize(at + columns.size() * (kMaxTableFieldChars + 1));
+  char* const begin = out.data() + at;
+  char* p = begin;
+  for (std::size_t j = 0; j < columns.size(); ++j) {
+    if (j > 0) *p++ = ',';
+    p = write_table_field(p, columns[j][row], j, time_id);
+  }
+  out.resize(at + static_cast<std::size_t>(p - begin));
+}
+
+void append_table_field(std::string& out, double v, std::size_t j, TimeForm time_id) {
+  char text[kMaxTableFieldChars];
+  out.append(text, write_table_field(text, v, j, time_id));
 }
 
 std::string format_table_value(double v) { return format_value(v); }

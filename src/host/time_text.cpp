@@ -5,10 +5,12 @@
 #include <cstdlib>
 #include <string>
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include "common/civil_days.h"
 #include "host/host_dates.h"
+#include "host/number_text.h"
 #include "primitives/primitives.h"
 
 namespace esf::host {
@@ -131,9 +133,11 @@ std::optional<double> read_number_text(std::string_view text) {
   return v;
 }
 
-std::string write_time_text(double t, TimeForm form) {
-  if (!std::isfinite(t)) return {};
-  if (form == TimeForm::kNumber) return fmt::format("{}", t);
+static_assert(kMaxTimeTextChars >= kMaxNumberChars, "a time that is a number is written by write_number");
+
+char* write_time_text(char* out, double t, TimeForm form) {
+  if (!std::isfinite(t)) return out;
+  if (form == TimeForm::kNumber) return write_number(out, t);
   double days = t;
   double seconds = 0.0;
   if (form == TimeForm::kDatetime) {
@@ -141,18 +145,24 @@ std::string write_time_text(double t, TimeForm form) {
     seconds = t - days * 86400.0;
   }
   int m = 0, d = 0, y = 0;
-  if (zidmdyd(&m, &d, &y, days) != 0) return fmt::format("{}", t);
-  std::string date = fmt::format("{:04d}-{:02d}-{:02d}", y, m, d);
-  if (form == TimeForm::kDate) return date;
+  if (zidmdyd(&m, &d, &y, days) != 0) return write_number(out, t);
+  out = fmt::format_to(out, FMT_COMPILE("{:04d}-{:02d}-{:02d}"), y, m, d);
+  if (form == TimeForm::kDate) return out;
   const long whole = static_cast<long>(std::floor(seconds));
   const double frac = seconds - static_cast<double>(whole);
-  std::string text = fmt::format("{}T{:02d}:{:02d}:{:02d}", date, whole / 3600, whole / 60 % 60, whole % 60);
+  out = fmt::format_to(out, FMT_COMPILE("T{:02d}:{:02d}:{:02d}"), whole / 3600, whole / 60 % 60, whole % 60);
   if (frac > 0.0) {
-    // Fractions of a second keep three decimals, without the leading zero.
-    std::string f = fmt::format("{:.3f}", frac);
-    text += f.substr(1);
+    // Fractions of a second keep three decimals, without the leading digit.
+    char f[kMaxTimeTextChars];
+    const char* end = fmt::format_to(f, FMT_COMPILE("{:.3f}"), frac);
+    for (const char* p = f + 1; p < end; ++p) *out++ = *p;
   }
-  return text;
+  return out;
+}
+
+std::string write_time_text(double t, TimeForm form) {
+  char text[kMaxTimeTextChars];
+  return std::string(text, write_time_text(text, t, form));
 }
 
 }  // namespace esf::host

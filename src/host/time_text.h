@@ -54,6 +54,10 @@ enum class TimeForm {
 // its shortest exact form; fractions of a second to three decimals); empty
 // for a value that is not finite.
 std::string write_time_text(double t, TimeForm form);
+// The same text written at `out`, which has room for kMaxTimeTextChars
+// characters; returns the end of the text. Allocates nothing.
+inline constexpr int kMaxTimeTextChars = 48;
+char* write_time_text(char* out, double t, TimeForm form);
 
 // What read_time_text accepts, for messages.
 inline constexpr const char* kTimeTextForms = "YYYY-MM-DD, YYYY-MM-DDTHH:MM[:SS[.fff]] or YYYY-MM";

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 #include <fmt/format.h>
 
@@ -131,17 +132,18 @@ std::string table_csv(const SeriesOutcome& o, const std::vector<int>& map, int l
   for (const std::string& k : o.key) key += csv_field(k) + ',';
   const std::size_t rows = t.rows();
   const std::size_t first_forecast = rows >= static_cast<std::size_t>(lead) ? rows - static_cast<std::size_t>(lead) : 0;
+  const host::TimeForm form = time_form(t.units);
   std::string out;
   for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
     out += key;
     for (std::size_t j = 0; j < map.size(); ++j) {
       if (j > 0) out += ',';
       if (map[j] < 0) continue;
-      const double v = t.columns[static_cast<std::size_t>(map[j])].values[i];
-      out += map[j] == 0 && !esf::is_missing(v) ? format_time(v, t.units) : host::format_table_value(v);
+      const auto column = static_cast<std::size_t>(map[j]);
+      host::append_table_field(out, t.columns[column].values[i], column, form);
     }
     if (i >= first_forecast) {
-      out += fmt::format(",forecast,{}\n", i - first_forecast + 1);
+      fmt::format_to(std::back_inserter(out), ",forecast,{}\n", i - first_forecast + 1);
     } else {
       out += ",history,\n";
     }

@@ -212,6 +212,12 @@ struct ForecastTable {
   TimeUnits units = TimeUnits::kDate;  // what the time ID column counts
   std::vector<TableColumn> columns;
   std::size_t rows() const { return columns.empty() ? 0 : columns.front().values.size(); }
+  // The values of each column, in order, as host::append_table_row reads them.
+  std::vector<const double*> column_data() const {
+    std::vector<const double*> data;
+    for (const TableColumn& c : columns) data.push_back(c.values.data());
+    return data;
+  }
 };
 
 struct ForecastResult {

@@ -129,12 +129,13 @@ bool in_calendar_range(double t, TimeUnits units) {
   return day >= static_cast<double>(kMinDate) && day <= static_cast<double>(kMaxDate);
 }
 
-std::string format_time(double t, TimeUnits units) {
-  const host::TimeForm form = units == TimeUnits::kDate       ? host::TimeForm::kDate
-                              : units == TimeUnits::kDatetime ? host::TimeForm::kDatetime
-                                                              : host::TimeForm::kNumber;
-  return host::write_time_text(t, form);
+host::TimeForm time_form(TimeUnits units) {
+  return units == TimeUnits::kDate       ? host::TimeForm::kDate
+         : units == TimeUnits::kDatetime ? host::TimeForm::kDatetime
+                                         : host::TimeForm::kNumber;
 }
+
+std::string format_time(double t, TimeUnits units) { return host::write_time_text(t, time_form(units)); }
 
 CsvRow parse_csv_row(const std::string& path, long lineno, const std::string& id_text, const std::string& value_text,
                      const std::string& id_column, const std::string& var_column, TimeUnits units) {

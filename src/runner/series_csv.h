@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "host/time_text.h"
+
 namespace esf::runner {
 
 // What the time values of an interval count.
@@ -101,6 +103,8 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar);
 
 // Text of a time value: an ISO date, an ISO datetime, or a number.
 std::string format_time(double t, TimeUnits units);
+// How the host writes a time value of `units`.
+host::TimeForm time_form(TimeUnits units);
 
 // Parses a date or datetime (host/time_text.h), or a number, as a time value
 // of `units`. Returns false when the text is not one.
