@@ -20,15 +20,16 @@
 // the process's CPU time beyond the module's, in percent of the module's.
 //
 // Run on the project's 2-core machine shared with six other builds and test
-// runs (load average about 16), Release, 2026-11-24; wall figures say more
+// runs (load average about 14), Release, 2026-11-24; wall figures say more
 // about the load than about the runner, CPU figures less so:
-//   BM_Forecast winters, 1 thread: 874 series/s wall; cpu_us 304 (3,290 series
-//     per second of one core's CPU), of which module_us 137, write_us 109
-//     (the value and date texts), read_us 12, fit_us 138 and forecast_us 25
-//     (the module's methods included); overhead_pct 122 (42 without the text)
-//   BM_Forecast winters, 2 threads: 1,011 series/s wall (1.16 times one
-//     thread, on cores the other jobs kept busy); cpu_us 317
-//   BM_M3Sizes: 4.64 s wall on 1 thread, 1.37 s of CPU; 4.86 s on 2 threads
+//   BM_Forecast winters, 1 thread: 1,400 series/s wall; cpu_us 220 (4,550
+//     series per second of one core's CPU), of which module_us 121, write_us
+//     52 (the value and date texts), read_us 11, fit_us 126 and forecast_us
+//     15 (the module's methods included); overhead_pct 82 (39 without the
+//     text)
+//   BM_Forecast winters, 2 threads: 1,828 series/s wall (1.31 times one
+//     thread, on cores the other jobs kept busy); cpu_us 236
+//   BM_M3Sizes: 3.64 s wall on 1 thread, 1.15 s of CPU; 3.38 s on 2 threads
 // Rerun on an idle machine before comparing them with a target.
 #include <benchmark/benchmark.h>
 

@@ -11,20 +11,20 @@
 //
 // Run from a Release build.
 //
-// Run on (2 X 2096 MHz CPUs, shared); 2026-11-23, medians of 3, CPU time:
-//   BM_FitAndPredict/0 (multiplicative)   88.1 us    BM_Fit/0   86.6 us
-//   BM_FitAndPredict/1 (additive)        112 us      BM_Fit/1  104 us
-//   BM_Pass/0  1.69 us                   BM_Pass/1  1.48 us
-// The grid runs its twenty candidates side by side (about 95.7 and 120 us
-// for the fit and forecast when it ran them one by one).
+// Run on (2 X 2596 MHz CPUs, shared, load 16); 2026-11-24, medians of 5, CPU
+// time:
+//   BM_FitAndPredict/0 (multiplicative)   41.2 us    BM_Fit/0   38.6 us
+//   BM_FitAndPredict/1 (additive)         45.7 us    BM_Fit/1   43.0 us
+//   BM_Pass/0  1.31 us                    BM_Pass/1  1.20 us
+// (88.1 and 112 us for the fit and forecast before the derivative passes ran
+// in loops of their own and the grid in SIMD lanes.)
 #include <benchmark/benchmark.h>
-
-#include <time.h>
 
 #include <cstring>
 #include <vector>
 
 #include "../tests/support/smooth_model.h"
+#include "floor.h"
 #include "smoothing/winfit.h"
 #include "smoothing/winsubs.h"
 
@@ -126,43 +126,16 @@ BENCHMARK(BM_Pass)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 //   BM_PlainPassStep/<additive>  zwinsmo
 //   BM_GridStep/<additive> the twenty grid candidates side by side
 //
-// Run on (2 X 2596 MHz CPUs, shared, load 10-13); 2026-11-24, medians of 5,
+// Run on (2 X 2596 MHz CPUs, shared, load 16, AVX); 2026-11-24, medians of 5,
 // ns per step, module / plain loop = ratio:
-//   BM_PlainPassStep/0  5.77 / 5.27 = 1.10    BM_PlainPassStep/1  5.39 / 5.19 = 1.04
-//   BM_DerivativePassStep  21.9 / 11.4 = 1.92 (2.16 while the compiler called
-//                          the derivative step once per observation)
-//   BM_GridStep/0       3.38 / 2.03 = 1.67    BM_GridStep/1       2.88 / 1.73 = 1.66
+//   BM_PlainPassStep/0  5.76 / 5.30 = 1.08    BM_PlainPassStep/1  5.51 / 5.32 = 1.04
+//   BM_DerivativePassStep  14.3 / 11.5 = 1.25 (1.92 through the frame's
+//                          loop one observation at a time)
+//   BM_GridStep/0       1.25 / 1.98 = 0.63    BM_GridStep/1       0.73 / 1.77 = 0.41
+//                       (four lanes to a vector; the plain loop is scalar)
 namespace {
 
-// The thread's processor time in nanoseconds: on a shared machine the time
-// the thread waits for a processor does not count.
-double thread_ns() {
-  timespec ts{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-  return static_cast<double>(ts.tv_sec) * 1e9 + static_cast<double>(ts.tv_nsec);
-}
-
-// Times `module` and `plain` alternately, both once per iteration, and
-// reports the per-step times and their ratio.
-template <class Module, class Plain>
-void time_against_floor(benchmark::State& state, double steps, Module module, Plain plain) {
-  double module_ns = 0.0;
-  double plain_ns = 0.0;
-  for (auto _ : state) {
-    const double t0 = thread_ns();
-    module();
-    const double t1 = thread_ns();
-    plain();
-    const double t2 = thread_ns();
-    module_ns += t1 - t0;
-    plain_ns += t2 - t1;
-    state.SetIterationTime((t1 - t0) * 1e-9);
-  }
-  const double per = steps * static_cast<double>(state.iterations());
-  state.counters["ns_step"] = module_ns / per;
-  state.counters["floor_ns_step"] = plain_ns / per;
-  state.counters["ratio"] = module_ns / plain_ns;
-}
+using bench_floor::time_against_floor;
 
 // The plain multiplicative or additive update of one observation.
 struct PlainState {

@@ -58,6 +58,7 @@ for f in files:
     if not os.path.exists(d) or not filecmp.cmp(s, d, shallow=False):
         os.makedirs(os.path.dirname(d), exist_ok=True)
         shutil.copyfile(s, d)
+    shutil.copymode(s, d)  # scripts the tests run keep their execute bit
 manifest = os.path.join(tree, ".mutate-files")
 if os.path.exists(manifest):
     for f in open(manifest).read().split("\0"):

@@ -27,13 +27,15 @@ struct BatchRun {
 };
 
 // `rows_in_memory`: the table's rows read at once (0: the default).
-BatchRun run_with(int threads, const std::string& model, const fs::path& table, std::size_t rows_in_memory = 0) {
+// `interval`: empty to have each series find its own.
+BatchRun run_with(int threads, const std::string& model, const fs::path& table, std::size_t rows_in_memory = 0,
+                  const std::string& interval = "MONTH") {
   static runner::Loader loader;
   loader.load(ESF_MODULE);
   const runner::Runner run(loader);
   runner::ModelOptions o;
   o.model = model;
-  o.interval = "MONTH";
+  o.interval = interval;
   o.lead = 6;
   const runner::Plan plan = run.plan(o, true);
   runner::BatchOptions b;
@@ -77,6 +79,10 @@ TEST(RunnerBatch, OutcomesInKeyOrderAndTheSameOnAnyNumberOfThreads) {
     EXPECT_EQ(three.order, one.order);
     EXPECT_EQ(three.ok, one.ok);
     EXPECT_EQ(three.bits, one.bits);
+    // Found from the time IDs, on two threads sharing the interval's plan.
+    const BatchRun found = run_with(2, model, table, 0, "");
+    EXPECT_EQ(found.ok, one.ok);
+    EXPECT_EQ(found.bits, one.bits);
     EXPECT_EQ(one.ok[5], std::string(model) != "winters");  // multiplicative Winters refuses the series
     EXPECT_FALSE(one.bits[0].empty());
   }

@@ -216,6 +216,10 @@ struct MemoryTable {
 // Output tables of `libref` stay in memory from now on (until the libref is
 // assigned a directory).  Throws std::invalid_argument as assign_libref.
 void assign_memory_libref(std::string_view libref);
+// Places `table` under its name ("LIB.MEM" of a memory libref) for method
+// calls on any thread to read as an input table, replacing one of the same
+// name.
+void put_memory_table(MemoryTable table);
 // Takes the table "lib.mem" that the calling thread last closed normally
 // under a memory libref; nullopt when there is none.  Each thread sees only
 // the tables its own method calls wrote.

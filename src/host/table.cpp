@@ -79,6 +79,7 @@ struct Librefs {
   std::map<std::string, fs::path> dirs;
   std::map<std::string, esf::host::TableFileOptions> file_options;
   std::set<std::string> memory;  // librefs whose output tables stay in memory
+  std::map<std::string, esf::host::MemoryTable> inputs;  // tables placed for reading, by "LIB.MEM"
   std::map<std::string, std::vector<esf::host::VariableInfo>> closed;  // by file path
 };
 
@@ -284,6 +285,34 @@ bool parse_format(const std::string& f, NAMESTR& ns) {
   return true;
 }
 
+// An input table that the host program placed in memory, read as a file's
+// rows would be (row i counts as line i + 2, after a header).
+int read_memory_table(Table& t, const std::string& key) {
+  Librefs& l = librefs();
+  std::lock_guard lock(l.mutex);
+  const auto it = l.inputs.find(key);
+  if (it == l.inputs.end()) return fail(kTableNotFound, fmt::format("there is no table {} in memory", key));
+  const esf::host::MemoryTable& m = it->second;
+  for (std::size_t j = 0; j < m.variables.size(); ++j) {
+    t.names.push_back(upper(m.variables[j].name));
+    NAMESTR ns{};
+    xvnamei(&ns);
+    ns.nvar0 = static_cast<long>(j) + 1;
+    t.namestrs.push_back(ns);
+  }
+  for (std::size_t j = 0; j < t.namestrs.size(); ++j) {
+    t.namestrs[j].name_p = t.names[j].data();
+    t.namestrs[j].namelen = static_cast<short>(t.names[j].size());
+  }
+  for (std::size_t i = 0; i < m.rows(); ++i) {
+    std::vector<double> row;
+    for (const std::vector<double>& c : m.columns) row.push_back(c[i]);
+    t.rows.push_back(std::move(row));
+    t.lines.push_back(static_cast<long>(i) + 2);
+  }
+  return 0;
+}
+
 int read_table(Table& t, const fs::path& path) {
   std::ifstream in(path);
   if (!in) return fail(kTableNotFound, fmt::format("cannot open table file {}", path.string()));
@@ -470,6 +499,13 @@ int xoopen(XO_PARMS* xoparm, XOPNSTR* xopnstr) {
     t->in_memory = true;
     t->memory_key = libref + "." + upper(mem);
     t->path = t->memory_key;
+    xoparm->fileid = &t.release()->file;
+    return 0;
+  }
+  if (xopnstr->opnmode == XO_INPUT && is_memory_libref(libref)) {
+    t->path = libref + "." + upper(mem);
+    if (int rc = read_memory_table(*t, t->path.string()); rc != 0) return rc;
+    t->state = Table::State::Defined;
     xoparm->fileid = &t.release()->file;
     return 0;
   }
@@ -752,6 +788,13 @@ void assign_memory_libref(std::string_view libref) {
   Librefs& l = librefs();
   std::lock_guard lock(l.mutex);
   l.memory.insert(upper(libref));
+}
+
+void put_memory_table(MemoryTable table) {
+  const std::string key = upper(trim(table.name));
+  Librefs& l = librefs();
+  std::lock_guard lock(l.mutex);
+  l.inputs[key] = std::move(table);
 }
 
 std::optional<MemoryTable> take_memory_table(std::string_view two_level_name) {

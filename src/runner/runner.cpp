@@ -226,16 +226,11 @@ void fill_range(List list, const std::string& start_option, const std::string& s
 // of an OBS series the season 0.  For a cycle of m seasons the series goes to
 // the module under a custom interval of the runner's own instead: one period
 // per observation number, the seasons numbered 1 to m from the first
-// observation on, cyclically.  The table lies in a directory of the process,
-// under the libref ESFOBS, and INTERVALDS maps its name (letters only, as
+// observation on, cyclically.  The table lies in the host's memory, under
+// the libref ESFOBS, and INTERVALDS maps its name (letters only, as
 // interval names are) to it, beside the mappings the user set.
 class ObservationCycles {
  public:
-  ~ObservationCycles() {
-    std::error_code ec;
-    if (!dir_.empty()) std::filesystem::remove_all(dir_, ec);
-  }
-
   std::string interval(double first, long count, int m) {
     const std::lock_guard<std::mutex> lock(mutex_);
     auto letters = [](long v) {
@@ -246,15 +241,16 @@ class ObservationCycles {
     const std::string member = "OBS" + letters(m) + "Z" + letters(static_cast<long>(first)) + "Z" + letters(count);
     const std::string name = "ESF" + member;
     if (mappings_.find(" " + name + "=") != std::string::npos) return name;
-    if (dir_.empty()) {
-      std::string tmpl = (std::filesystem::temp_directory_path() / "esforecast-obs-XXXXXX").string();
-      if (::mkdtemp(tmpl.data()) == nullptr) throw RunError("cannot create a directory for the cycle table");
-      dir_ = tmpl;
-      host::assign_libref("ESFOBS", dir_);
+    host::assign_memory_libref("ESFOBS");
+    host::MemoryTable table;
+    table.name = "ESFOBS." + member;
+    table.variables = {{"BEGIN", "", 0, 0}, {"SEASON", "", 0, 0}};
+    table.columns.resize(2);
+    for (long i = 0; i < count; ++i) {
+      table.columns[0].push_back(static_cast<double>(static_cast<long>(first) + i));
+      table.columns[1].push_back(static_cast<double>(i % m + 1));
     }
-    std::string text = "BEGIN,SEASON\n";
-    for (long i = 0; i < count; ++i) text += fmt::format("{},{}\n", static_cast<long>(first) + i, i % m + 1);
-    write_file_atomically((dir_ / (lower(member) + ".csv")).string(), text);
+    host::put_memory_table(std::move(table));
     mappings_ += " " + name + "=ESFOBS." + member;
     const char* user = std::getenv("ESF_OPTION_INTERVALDS");
     std::string theirs = user != nullptr ? user : "";
@@ -265,12 +261,7 @@ class ObservationCycles {
   }
 
  private:
-  static std::string lower(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-  }
   std::mutex mutex_;
-  std::filesystem::path dir_;
   std::string mappings_;
 };
 

@@ -21,7 +21,6 @@ using namespace smoothing::frame;
 
 // Three weights, level, trend and damping; two states, level and trend.
 struct Family : TrendedFamily, ThreeWeightShape<Slot::damp> {
-  static double divide(double num, double den) { return bounded_divide(num, den); }
 
   // Candidate k tries entry k of the three tables.
   static constexpr double kDampGrid[kGridRows] = {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98,

@@ -80,8 +80,7 @@ struct LevelWeightShape {
 
 // Level, trend and a third weight (damping or seasonal) through the
 // three-weight step: the gradient divides by n, the error variance is
-// (nobs / (nobs - 3)) * mse, and a stability test guards every trial.  The
-// trait adds divide (bounded_divide), its own tests and the passes.
+// (nobs / (nobs - 3)) * mse, and a stability test guards every trial.
 template <Slot Third>
 struct ThreeWeightShape {
   static constexpr int kNumWeights = 3;

@@ -95,12 +95,7 @@
 //         grid_mse when present (see GridInOnePass)
 //     static int std_errors(double* xpxdiag, double mse, long nobs,
 //                           double* parms, double* stderr, double* tvals);
-//   (divide, fit_setup and fit_cleanup have defaults in FamilyDefaults)
-//     static double divide(double num, double den);  the guarded quotient of
-//                                                the offsets and the step cut:
-//                                                guarded_divide (one and two
-//                                                weights) or bounded_divide
-//                                                (three weights)
+//   (fit_setup and fit_cleanup have defaults in FamilyDefaults)
 //   Setup (families with derivative arrays of their own)
 //     static int fit_setup(WINMODEL*, FITCON*);   0 or -100
 //     static void fit_cleanup(WINMODEL*, FITCON*);
@@ -232,7 +227,7 @@ inline constexpr double kMaxLambda = 1000.0;
 inline constexpr double kMinLambda = 0.0001;   // a lambda below this becomes 0
 inline constexpr double kGridScaleLimit = 100.0;  // grid scaling clamps bounds to +-this
 
-// The quotient of the three-weight families: num / den when that cannot
+// The quotient of the three-weight step: num / den when that cannot
 // overflow, otherwise 0 for a zero numerator and +-kBig by the sign of the
 // quotient.
 inline double bounded_divide(double num, double den) noexcept {
@@ -242,14 +237,22 @@ inline double bounded_divide(double num, double den) noexcept {
   return num * den > 0.0 ? kBig : -kBig;
 }
 
-// Defaults a family trait inherits unless it has something of its own: the
-// guarded quotient of the kernels, and no derivative arrays to set up.
-struct FamilyDefaults {
-  static double divide(double num, double den) {
+// The quotient of the offsets and the step cut with p weights: the kernels'
+// guarded division with one and two, bounded_divide with three.
+template <int P>
+inline double divide(double num, double den) noexcept {
+  if constexpr (P == 3) {
+    return bounded_divide(num, den);
+  } else {
     double quo = 0.0;
     guarded_divide(num, den, &quo);
     return quo;
   }
+}
+
+// Defaults a family trait inherits unless it has something of its own: no
+// derivative arrays to set up.
+struct FamilyDefaults {
   static int fit_setup(WINMODEL*, FITCON*) { return kOk; }
   static void fit_cleanup(WINMODEL*, FITCON*) {}
 };
@@ -331,7 +334,7 @@ constexpr int pk(int i, int j) noexcept { return static_cast<int>(esf::packed_in
 template <class F>
 inline double relative_offset(double s, double sse) noexcept {
   if (!(sse > 0.0)) return 0.0;
-  const double q = 1.0 - F::divide(s, sse);
+  const double q = 1.0 - divide<F::kNumWeights>(s, sse);
   if (q > 1.0) return 1.0;
   if (q > 0.0) return std::sqrt(q);
   return 0.0;
@@ -854,7 +857,7 @@ int trystepn(WINMODEL* model, FITCON* fitcon, const POINT* current, double steps
   // fraction stands and gives a zero step.
   double frac[p];
   for (int i = 0; i < p; ++i) {
-    frac[i] = pinned_of(*newp, F::kSlots[i]) ? kBig : std::fabs(F::divide(room[i], d[i]));
+    frac[i] = pinned_of(*newp, F::kSlots[i]) ? kBig : std::fabs(divide<p>(room[i], d[i]));
   }
   double cut = frac[1];
   if (frac[0] != 0.0 && frac[0] <= frac[1]) cut = frac[0];

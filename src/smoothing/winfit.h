@@ -43,7 +43,6 @@ using namespace smoothing::frame;
 // turns round and runs forward.
 
 struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivativeLoops<Family> {
-  static double divide(double num, double den) { return bounded_divide(num, den); }
 
   // Candidate k tries entry k of the three tables.
   static constexpr double kSeasonGrid[kGridRows] = {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4,

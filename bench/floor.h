@@ -1,0 +1,47 @@
+// Timing the module's kernels beside the floor: a plain loop of the same
+// arithmetic (no guards, no calls, all in locals) compiled in the same
+// benchmark.  Each iteration times the module's code and the plain loop
+// alternately, so that their ratio comes from one run under one load; the
+// times are the thread's processor time, so that on a shared machine the
+// time the thread waits for a processor does not count.
+//
+// Counters: ns_step (the module), floor_ns_step (the plain loop) and ratio.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <time.h>
+
+namespace bench_floor {
+
+// The thread's processor time in nanoseconds.
+inline double thread_ns() {
+  timespec ts{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+  return static_cast<double>(ts.tv_sec) * 1e9 + static_cast<double>(ts.tv_nsec);
+}
+
+// Times `module` and `plain` alternately, both once per iteration, and
+// reports the times per step (`steps` per call) and their ratio.  Register
+// the benchmark with UseManualTime().
+template <class Module, class Plain>
+void time_against_floor(benchmark::State& state, double steps, Module module, Plain plain) {
+  double module_ns = 0.0;
+  double plain_ns = 0.0;
+  for (auto _ : state) {
+    const double t0 = thread_ns();
+    module();
+    const double t1 = thread_ns();
+    plain();
+    const double t2 = thread_ns();
+    module_ns += t1 - t0;
+    plain_ns += t2 - t1;
+    state.SetIterationTime((t1 - t0) * 1e-9);
+  }
+  const double per = steps * static_cast<double>(state.iterations());
+  state.counters["ns_step"] = module_ns / per;
+  state.counters["floor_ns_step"] = plain_ns / per;
+  state.counters["ratio"] = module_ns / plain_ns;
+}
+
+}  // namespace bench_floor
