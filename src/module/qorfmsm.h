@@ -685,11 +685,6 @@ int nwinfor(struct WINMODEL* model, int startflg);
 int winout(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid,
     double stdate, char* align, long nobs, double cl);
 
-/* ---- Iteration trace of the fit drivers ---------------------------------------------------- */
-
-void esf_set_fit_trace(int on);
-int esf_fit_trace(void);
-
 /* ---- Method arguments: reading and writing the host's lists -------------------------------- */
 
 long getseries(List tsList, struct TIMERANGE* datarange, struct TSERIES* ts);

@@ -390,16 +390,9 @@ void refuse_what_cannot_be_modelled(const Plan& plan, const CsvSeries& csv, cons
   }
 }
 
-void switch_trace(Loader& loader, bool on) {
-  if (!on) return;
-  // The estimation frame exposes its trace switch only where the module
-  // image exports one.
-  try {
-    auto* set_trace = loader.symbol<void(int)>("esf_set_fit_trace");
-    set_trace(1);
-  } catch (const LoadError&) {
-    std::cerr << "esforecast: --trace: this module image has no estimation trace to switch on\n";
-  }
+// The fit drivers print their search when the host's option FITTRACE is 1.
+void switch_trace(bool on) {
+  if (on) host::set_option("FITTRACE", "1");
 }
 
 // Runs the fit method on the prepared lists, through the module's routine
@@ -581,7 +574,7 @@ Fitted fit_once(Loader& loader, const Plan& plan, const CsvSeries& csv) {
   Lists& p = *f.lists;
   prepare(plan, loader, csv, &p);
   refuse_what_cannot_be_modelled(plan, csv, p);
-  switch_trace(loader, plan.options.trace);
+  switch_trace(plan.options.trace);
   const FITEND end = run_fit(loader, *plan.family, p);
   f.result = read_fit(plan, csv, p);
   f.result.end = fit_end_of(end.how);

@@ -1152,7 +1152,7 @@ int fit(WINMODEL* model) {
   fitcon.lambda = kStartLambda;
   fitcon.min_nmiss = kUnevaluatedNmiss;
   fitcon.min_mse = DBL_MAX;
-  fitcon.prtflag = esf_fit_trace();
+  fitcon.prtflag = trace_requested() ? 1 : 0;
   double xnorm2 = DBL_MAX;
 
   int rc = F::fit_setup(model, &fitcon);

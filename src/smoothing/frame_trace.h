@@ -3,7 +3,8 @@
 //
 // Both print through the host's print service. The drivers leave the trace
 // off; a host program that wants to watch the search (the command line's
-// --trace) turns it on for the whole image with esf_set_fit_trace. The
+// --trace) sets the host option FITTRACE to 1, which each driver reads as it
+// starts, so the image itself keeps no switch. The
 // derivative check stays off (WINMODEL.opt.numeric is 0 in every method); it
 // exists for whoever debugs a family's derivative recursions. Included by
 // frame.h.
@@ -14,15 +15,14 @@
 #include "module/export.h"
 #include "module/host_api.h"
 
-extern "C" {
-// Turns the iteration trace of every fit driver on (non-zero) or off (0).
-// Off unless a host program asks for it.
-ESF_EXPORT void esf_set_fit_trace(int on);
-// The current setting, read by each driver as it starts.
-ESF_EXPORT int esf_fit_trace(void);
-}
-
 namespace smoothing::frame {
+
+// Whether the host asks for the iteration trace: its option FITTRACE holds 1.
+inline bool trace_requested() {
+  int len = 0;
+  const tchar* value = xoptcgt("FITTRACE", &len);
+  return len == 1 && value[0] == '1';
+}
 
 inline constexpr const char* kCheckRule = "----------------------------------------------------";
 
