@@ -251,13 +251,7 @@ void BM_SeasonalDerivativePassStep(benchmark::State& state) {
   sm.start();
   WINMODEL* m = sm.get();
   const long n = m->fitrange.nobs;
-  FITCON fitcon;
-  std::memset(&fitcon, 0, sizeof fitcon);
-  fitcon.x = m->ts.x;
-  fitcon.misflg = m->ts.misflg;
-  fitcon.n = n;
-  fitcon.scodes = m->ts.scodes;
-  fitcon.min_nmiss = smoothing::frame::kUnevaluatedNmiss;
+  FITCON fitcon = smoothing::frame::fit_control(m);
   if (ess::Family::fit_setup(m, &fitcon) != 0) state.SkipWithError("no derivative arrays");
   const double w[2] = {0.3, 0.4};
   POINT point;

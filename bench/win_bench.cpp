@@ -267,13 +267,8 @@ void BM_DerivativePassStep(benchmark::State& state) {
   if (air.start() != 0) state.SkipWithError("no start values");
   WINMODEL* m = air.model.get();
   const long n = m->fitrange.nobs;
-  FITCON fitcon;
-  std::memset(&fitcon, 0, sizeof fitcon);
-  fitcon.x = m->ts.x;
-  fitcon.misflg = m->ts.misflg;
-  fitcon.n = n;
+  FITCON fitcon = smoothing::frame::fit_control(m);
   fitcon.scodes = air.codes.data();
-  fitcon.min_nmiss = smoothing::frame::kUnevaluatedNmiss;
   if (win::Family::fit_setup(m, &fitcon) != 0) state.SkipWithError("no derivative arrays");
   const double w[3] = {0.2, 0.05, 0.4};
   POINT point;

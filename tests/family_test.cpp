@@ -105,12 +105,7 @@ struct Case {
     if (row_of<S>().seasonal) m.seasons(ex.ns);
     m->additive = S::kAdditive;
     EXPECT_EQ(S::start(m.get()), 0);
-    fc.x = m->ts.x;
-    fc.misflg = m->ts.misflg;
-    fc.n = m->ts.nobs;
-    fc.scodes = m->ts.scodes;
-    fc.min_nmiss = fr::kUnevaluatedNmiss;
-    fc.min_mse = DBL_MAX;
+    fc = fr::fit_control(m.get());
     EXPECT_EQ(S::F::fit_setup(m.get(), &fc), 0);
   }
   ~Case() { S::F::fit_cleanup(m.get(), &fc); }

@@ -1135,13 +1135,10 @@ void store_estimates(WINMODEL* model, const POINT& point) {
   }
 }
 
-// The estimation driver.  Returns 0 (converged), 90 (weights usable, the
-// convergence test not met), -8 (no usable grid start) or a negative setup
-// code.  The estimate is left in model->pest, the end state of the last
-// evaluated point in model->smooth and its time-0 state in model->startvals.
-template <class F>
-int fit(WINMODEL* model) {
-  constexpr int p = F::kNumWeights;
+// The fit control of an estimation over the model's fit range, before the
+// family's own setup: the data, the first step's size and lambda, and no
+// point evaluated yet.
+inline FITCON fit_control(const WINMODEL* model) {
   FITCON fitcon;
   std::memset(&fitcon, 0, sizeof fitcon);
   fitcon.x = model->ts.x + model->fitrange.start;
@@ -1152,6 +1149,17 @@ int fit(WINMODEL* model) {
   fitcon.lambda = kStartLambda;
   fitcon.min_nmiss = kUnevaluatedNmiss;
   fitcon.min_mse = DBL_MAX;
+  return fitcon;
+}
+
+// The estimation driver.  Returns 0 (converged), 90 (weights usable, the
+// convergence test not met), -8 (no usable grid start) or a negative setup
+// code.  The estimate is left in model->pest, the end state of the last
+// evaluated point in model->smooth and its time-0 state in model->startvals.
+template <class F>
+int fit(WINMODEL* model) {
+  constexpr int p = F::kNumWeights;
+  FITCON fitcon = fit_control(model);
   fitcon.prtflag = trace_requested() ? 1 : 0;
   double xnorm2 = DBL_MAX;
 
