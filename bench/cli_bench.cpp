@@ -11,14 +11,14 @@
 // fit and the forecast of 144 months add a few milliseconds.
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <benchmark/benchmark.h>
 
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
+#include <sys/wait.h>
 
 extern char** environ;
 

@@ -16,13 +16,13 @@
 //   BM_PredictionPass/144     0.63 us    BM_PredictionPass/10000    41 us
 //   BM_FitAndPredict/144      7.2 us     BM_FitAndPredict/10000    485 us
 //   BM_Forecast/144           231 us     BM_Forecast/10000        8347 us
-#include <benchmark/benchmark.h>
-
 #include <unistd.h>
 
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "../tests/support/smooth_model.h"
 #include "smoothing/es1fit.h"
@@ -42,9 +42,7 @@ std::vector<double> series(long n) {
   return x;
 }
 
-void prepare(smooth_test::Model& m) {
-  zes1svi(m->ts.x, m->ts.misflg, m->fitrange.nobs, 1, &m->svi.level);
-}
+void prepare(smooth_test::Model& m) { zes1svi(m->ts.x, m->ts.misflg, m->fitrange.nobs, 1, &m->svi.level); }
 
 void BM_Fit(benchmark::State& state) {
   const std::vector<double> x = series(state.range(0));
@@ -66,9 +64,8 @@ void BM_PredictionPass(benchmark::State& state) {
   for (auto _ : state) {
     double level = m->svi.level;
     double mse = 0.0;
-    benchmark::DoNotOptimize(zes1prd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs,
-                                     m->pest.parms[0], &level, 0, m->fitrange.nobs - 1, lead,
-                                     m->pest.mse, 0.05, 0, &mse, rows.data()));
+    benchmark::DoNotOptimize(zes1prd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, m->pest.parms[0],
+                                     &level, 0, m->fitrange.nobs - 1, lead, m->pest.mse, 0.05, 0, &mse, rows.data()));
     benchmark::ClobberMemory();
   }
 }
@@ -83,9 +80,8 @@ void BM_FitAndPredict(benchmark::State& state) {
     nes1fit(m.get());
     double level = m->svi.level;
     double mse = 0.0;
-    benchmark::DoNotOptimize(zes1prd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs,
-                                     m->pest.parms[0], &level, 0, m->fitrange.nobs - 1, lead,
-                                     m->pest.mse, 0.05, 0, &mse, rows.data()));
+    benchmark::DoNotOptimize(zes1prd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, m->pest.parms[0],
+                                     &level, 0, m->fitrange.nobs - 1, lead, m->pest.mse, 0.05, 0, &mse, rows.data()));
     benchmark::ClobberMemory();
   }
 }

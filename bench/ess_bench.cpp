@@ -22,8 +22,6 @@
 // one-weight subset step.  Each observation of a derivative pass carries a
 // chain of five dependent operations in the level derivative, in the order
 // the recursion fixes.
-#include <benchmark/benchmark.h>
-
 #include <unistd.h>
 
 #include <cmath>
@@ -31,6 +29,8 @@
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "../tests/support/smooth_model.h"
 #include "floor.h"
@@ -49,8 +49,7 @@ std::vector<double> series(long n) {
   double level = 500.0;
   for (long t = 0; t < n; ++t) {
     level += 2.0 * noise.next();
-    x.push_back(level + 40.0 * std::sin(0.5235987755982988 * static_cast<double>(t % 12)) +
-                5.0 * noise.next());
+    x.push_back(level + 40.0 * std::sin(0.5235987755982988 * static_cast<double>(t % 12)) + 5.0 * noise.next());
   }
   return x;
 }
@@ -79,8 +78,7 @@ class SeasonalModel {
 
   int start() {
     WINMODEL* m = m_.get();
-    return zesssvi(m->ts.x, m->ts.misflg, m->fitrange.nobs, kSeasons, 0, 1, &m->svi.level,
-                   m->svi.sfactor);
+    return zesssvi(m->ts.x, m->ts.misflg, m->fitrange.nobs, kSeasons, 0, 1, &m->svi.level, m->svi.sfactor);
   }
   int predict(double* rows) {
     WINMODEL* m = m_.get();
@@ -88,9 +86,9 @@ class SeasonalModel {
     double f[kSeasons];
     for (int s = 0; s < kSeasons; ++s) f[s] = m->svi.sfactor[s];
     double mse = 0.0;
-    return zessprd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, kSeasons,
-                   m->pest.parms[0], m->pest.parms[1], &level, f, m->ts.scodes, 0,
-                   m->fitrange.nobs - 1, kLead, m->pest.mse, 0.05, 0, &mse, rows);
+    return zessprd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, kSeasons, m->pest.parms[0],
+                   m->pest.parms[1], &level, f, m->ts.scodes, 0, m->fitrange.nobs - 1, kLead, m->pest.mse, 0.05, 0,
+                   &mse, rows);
   }
 
  private:
@@ -173,8 +171,7 @@ inline double plain_update(double x, double a, double c, double& level, double& 
   return xhat - x;
 }
 
-double plain_pass(const double* x, const int* codes, long n, double a, double c, double level,
-                  double* factors) {
+double plain_pass(const double* x, const int* codes, long n, double a, double c, double level, double* factors) {
   for (long t = n - 1; t >= 0; --t) plain_update(x[t], a, c, level, factors[codes[t]]);
   double sse = 0.0;
   for (long t = 0; t < n; ++t) {
@@ -187,8 +184,8 @@ double plain_pass(const double* x, const int* codes, long n, double a, double c,
 // The plain derivative passes: level and its two derivatives in locals, the
 // factors' derivatives in one array (two per season); the forward pass sums
 // the cross products of (the two prediction derivatives, e).
-void plain_derivative_passes(const double* x, const int* codes, long n, double a, double c,
-                             double level, double* factors, double* dfactors, double* xpx) {
+void plain_derivative_passes(const double* x, const int* codes, long n, double a, double c, double level,
+                             double* factors, double* dfactors, double* xpx) {
   const double u = 1.0 - a, v = 1.0 - c;
   double dl0 = 0, dl1 = 0;
   double acc[6] = {};
@@ -234,8 +231,8 @@ void BM_SeasonalPlainPassStep(benchmark::State& state) {
       [&] {
         factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
         double level = m->svi.level, mse = 0.0;
-        zesssmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, 0.3, 0.4, &level,
-                factors.data(), m->ts.scodes, &mse, nullptr, nullptr);
+        zesssmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, 0.3, 0.4, &level, factors.data(),
+                m->ts.scodes, &mse, nullptr, nullptr);
         benchmark::DoNotOptimize(mse);
       },
       [&] {
@@ -270,8 +267,8 @@ void BM_SeasonalDerivativePassStep(benchmark::State& state) {
       [&] {
         factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
         dfactors.assign(dfactors.size(), 0.0);
-        plain_derivative_passes(m->ts.x, m->ts.scodes, n, w[0], w[1], m->svi.level,
-                                factors.data(), dfactors.data(), xpx);
+        plain_derivative_passes(m->ts.x, m->ts.scodes, n, w[0], w[1], m->svi.level, factors.data(), dfactors.data(),
+                                xpx);
         benchmark::DoNotOptimize(xpx);
       });
   ess::Family::fit_cleanup(m, &fitcon);
@@ -295,8 +292,8 @@ void BM_SeasonalGridStep(benchmark::State& state) {
   time_against_floor(
       state, 2.0 * static_cast<double>(n) * kCount,
       [&] {
-        ess::smooth_many(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, w, kCount,
-                         m->svi.level, m->svi.sfactor, m->ts.scodes, work.data(), rc, mse);
+        ess::smooth_many(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, w, kCount, m->svi.level,
+                         m->svi.sfactor, m->ts.scodes, work.data(), rc, mse);
         benchmark::DoNotOptimize(mse);
       },
       [&] {
@@ -313,8 +310,7 @@ void BM_SeasonalGridStep(benchmark::State& state) {
             const double xt = m->ts.x[t];
             const int s = m->ts.scodes[t];
             for (int j = 0; j < kCount; ++j) {
-              const double e = plain_update(xt, w[2 * j], w[2 * j + 1], level[j],
-                                            work[j * kSeasons + s]);
+              const double e = plain_update(xt, w[2 * j], w[2 * j + 1], level[j], work[j * kSeasons + s]);
               if (pass == 1) sse[j] += e * e;
             }
           }

@@ -8,9 +8,9 @@
 // Counters: ns_step (the module), floor_ns_step (the plain loop) and ratio.
 #pragma once
 
-#include <benchmark/benchmark.h>
-
 #include <time.h>
+
+#include <benchmark/benchmark.h>
 
 namespace bench_floor {
 

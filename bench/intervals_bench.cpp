@@ -18,11 +18,11 @@
 //   YEARV           15.4      14.2
 //   R445MON         15.4      18.2
 //   DTHOUR           7.5       6.9
-#include <benchmark/benchmark.h>
-
 #include <cstdint>
 #include <random>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "intervals/interval.h"
 
@@ -31,9 +31,9 @@ namespace {
 constexpr int kDates = 4096;  // a power of two: the index wraps with a mask
 
 struct Inputs {
-  std::vector<double> days;       // date values
-  std::vector<double> seconds;    // datetime values on the same days
-  std::vector<double> counts;     // advance counts in [-60, 60]
+  std::vector<double> days;     // date values
+  std::vector<double> seconds;  // datetime values on the same days
+  std::vector<double> counts;   // advance counts in [-60, 60]
 };
 
 const Inputs& inputs() {

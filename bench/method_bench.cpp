@@ -35,14 +35,14 @@
 // The Winters table (156 rows): to memory 5.8 (8.4 when each value went
 // through a string), as CSV text 37 (95), to a CSV file 156 of CPU, most of
 // the rest the file system's (235).
-#include <benchmark/benchmark.h>
-
 #include <time.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "../tests/support/smooth_model.h"
 #include "host/host.h"
@@ -71,7 +71,7 @@ namespace host = esf::host;
 constexpr long kLead = 12;
 constexpr int kSeasons = 12;
 constexpr int kModels = 7;
-const char* const kModelNames[kModels] = {"simple",   "double",  "linear", "damped",
+const char* const kModelNames[kModels] = {"simple",   "double",  "linear",          "damped",
                                           "seasonal", "winters", "winters-additive"};
 
 const std::vector<double>& air() {
@@ -197,12 +197,14 @@ int run_kernels(int model, Airline& a) {
   switch (model) {
     case 0:
       rc = fit(zes1svi(x, miss, n, 1, &m->svi.level), nes1fit);
-      if (rc == 0) rc = zes1prd(x, miss, norm, n, w[0], &level, 0, n - 1, kLead, m->pest.mse, 0.05, 0, &mse, a.rows.data());
+      if (rc == 0)
+        rc = zes1prd(x, miss, norm, n, w[0], &level, 0, n - 1, kLead, m->pest.mse, 0.05, 0, &mse, a.rows.data());
       break;
     case 1:
       rc = fit(zesdsvi(x, miss, n, 1, &m->svi.level, &m->svi.trend), nesdfit);
       if (rc == 0)
-        rc = zesdprd(x, miss, norm, n, w[0], &level, &trend, 0, n - 1, kLead, m->pest.mse, 0.05, 0, &mse, a.rows.data());
+        rc =
+            zesdprd(x, miss, norm, n, w[0], &level, &trend, 0, n - 1, kLead, m->pest.mse, 0.05, 0, &mse, a.rows.data());
       break;
     case 2:
       rc = fit(zes2svi(x, miss, n, 1, &m->svi.level, &m->svi.trend), nes2fit);
@@ -213,8 +215,8 @@ int run_kernels(int model, Airline& a) {
     case 3:
       rc = fit(zes3svi(x, miss, n, 1, &m->svi.level, &m->svi.trend), nes3fit);
       if (rc == 0)
-        rc = zes3prd(x, miss, norm, n, w[0], w[1], w[2], &level, &trend, 0, n - 1, kLead, m->pest.mse, 0.05, 0,
-                     &mse, a.rows.data());
+        rc = zes3prd(x, miss, norm, n, w[0], w[1], w[2], &level, &trend, 0, n - 1, kLead, m->pest.mse, 0.05, 0, &mse,
+                     a.rows.data());
       break;
     case 4:
       rc = fit(zesssvi(x, miss, n, kSeasons, 0, 1, &m->svi.level, m->svi.sfactor), nessfit);
@@ -224,8 +226,7 @@ int run_kernels(int model, Airline& a) {
       break;
     default:
       m->additive = model == 6;
-      rc = fit(zwinsvi(x, miss, n, kSeasons, 0, m->additive, 1, &m->svi.level, &m->svi.trend, m->svi.sfactor),
-               nwinfit);
+      rc = fit(zwinsvi(x, miss, n, kSeasons, 0, m->additive, 1, &m->svi.level, &m->svi.trend, m->svi.sfactor), nwinfit);
       if (rc == 0)
         rc = zwinprd(x, miss, norm, n, kSeasons, m->additive, w[0], w[1], w[2], &level, &trend, a.factors.data(),
                      m->ts.scodes, 0, n - 1, kLead, m->pest.mse, 0.05, 0, &mse, a.rows.data());
@@ -330,7 +331,10 @@ void models(benchmark::internal::Benchmark* b) {
 
 BENCHMARK(BM_Methods)->Apply(models)->UseManualTime();
 BENCHMARK(BM_Kernels)->Apply(models);
-BENCHMARK(BM_TableWrite)->ArgsProduct({{0, 1, 2, 3, 4, 5, 6}, {0, 1}})->ArgNames({"model", "file"})->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_TableWrite)
+    ->ArgsProduct({{0, 1, 2, 3, 4, 5, 6}, {0, 1}})
+    ->ArgNames({"model", "file"})
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_CsvText)->Apply(models);
 
 }  // namespace

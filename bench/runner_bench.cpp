@@ -31,8 +31,6 @@
 //     thread, on cores the other jobs kept busy); cpu_us 236
 //   BM_M3Sizes: 3.64 s wall on 1 thread, 1.15 s of CPU; 3.38 s on 2 threads
 // Rerun on an idle machine before comparing them with a target.
-#include <benchmark/benchmark.h>
-
 #include <time.h>
 #include <unistd.h>
 
@@ -41,9 +39,11 @@
 #include <fstream>
 #include <functional>
 #include <mutex>
-#include <vector>
 #include <random>
 #include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "host/host.h"
 #include "runner/batch.h"
@@ -67,11 +67,15 @@ std::string month_text(int year, int month) {
 // A long table "id,date,value" in the temporary directory, removed at exit.
 fs::path write_table(const char* name, const std::function<void(std::ostream&)>& rows) {
   static std::vector<fs::path> written;
-  fs::path p = fs::temp_directory_path() / ("esf_runner_bench_" + std::string(name) + std::to_string(::getpid()) + ".csv");
+  fs::path p =
+      fs::temp_directory_path() / ("esf_runner_bench_" + std::string(name) + std::to_string(::getpid()) + ".csv");
   std::ofstream out(p);
   out << "id,date,value\n";
   rows(out);
-  if (written.empty()) std::atexit([] { for (const fs::path& f : written) fs::remove(f); });
+  if (written.empty())
+    std::atexit([] {
+      for (const fs::path& f : written) fs::remove(f);
+    });
   written.push_back(p);
   return p;
 }
@@ -85,8 +89,8 @@ const fs::path& monthly_table() {
     for (int s = 0; s < 1000; ++s) {
       const double level = 100.0 + 100.0 * u(rng), trend = 0.5 * u(rng), amplitude = 0.1 + 0.2 * u(rng);
       for (int i = 0; i < 144; ++i) {
-        const double v = (level + trend * i) * (1.0 + amplitude * std::sin(2.0 * M_PI * (i % 12) / 12.0)) *
-                         (1.0 + noise(rng));
+        const double v =
+            (level + trend * i) * (1.0 + amplitude * std::sin(2.0 * M_PI * (i % 12) / 12.0)) * (1.0 + noise(rng));
         out << 's' << s << ',' << month_text(2000 + i / 12, i % 12 + 1) << ',' << v << '\n';
       }
     }

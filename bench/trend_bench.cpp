@@ -19,13 +19,13 @@
 // The double family evaluates its derivative passes about ten times on the
 // airline series; each observation carries a chain of four dependent
 // operations in the trend derivative, in the order the recursion fixes.
-#include <benchmark/benchmark.h>
-
 #include <unistd.h>
 
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "../tests/support/smooth_model.h"
 #include "smoothing/es2fit.h"
@@ -62,9 +62,8 @@ struct Linear {
   static int forecast(WINMODEL* m) { return nes2for(m, 0); }
   static int predict(WINMODEL* m, double* rows) {
     double level = m->svi.level, trend = m->svi.trend, mse = 0.0;
-    return zes2prd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, m->pest.parms[0],
-                   m->pest.parms[1], &level, &trend, 0, m->fitrange.nobs - 1, kLead, m->pest.mse,
-                   0.05, 0, &mse, rows);
+    return zes2prd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, m->pest.parms[0], m->pest.parms[1],
+                   &level, &trend, 0, m->fitrange.nobs - 1, kLead, m->pest.mse, 0.05, 0, &mse, rows);
   }
 };
 
@@ -77,9 +76,8 @@ struct Double {
   static int forecast(WINMODEL* m) { return nesdfor(m, 0); }
   static int predict(WINMODEL* m, double* rows) {
     double level = m->svi.level, trend = m->svi.trend, mse = 0.0;
-    return zesdprd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, m->pest.parms[0],
-                   &level, &trend, 0, m->fitrange.nobs - 1, kLead, m->pest.mse, 0.05, 0, &mse,
-                   rows);
+    return zesdprd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, m->pest.parms[0], &level, &trend, 0,
+                   m->fitrange.nobs - 1, kLead, m->pest.mse, 0.05, 0, &mse, rows);
   }
 };
 
@@ -92,9 +90,8 @@ struct Damped {
   static int forecast(WINMODEL* m) { return nes3for(m, 0); }
   static int predict(WINMODEL* m, double* rows) {
     double level = m->svi.level, trend = m->svi.trend, mse = 0.0;
-    return zes3prd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, m->pest.parms[0],
-                   m->pest.parms[1], m->pest.parms[2], &level, &trend, 0, m->fitrange.nobs - 1,
-                   kLead, m->pest.mse, 0.05, 0, &mse, rows);
+    return zes3prd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, m->pest.parms[0], m->pest.parms[1],
+                   m->pest.parms[2], &level, &trend, 0, m->fitrange.nobs - 1, kLead, m->pest.mse, 0.05, 0, &mse, rows);
   }
 };
 

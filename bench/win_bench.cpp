@@ -18,10 +18,10 @@
 //   BM_Pass/0  1.31 us                    BM_Pass/1  1.20 us
 // (88.1 and 112 us for the fit and forecast before the derivative passes ran
 // in loops of their own and the grid in SIMD lanes.)
-#include <benchmark/benchmark.h>
-
 #include <cstring>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "../tests/support/smooth_model.h"
 #include "floor.h"
@@ -52,8 +52,8 @@ struct Airline {
   }
   int start() {
     WINMODEL* m = model.get();
-    return zwinsvi(m->ts.x, m->ts.misflg, m->fitrange.nobs, kSeasons, 0, m->additive, 1,
-                   &m->svi.level, &m->svi.trend, m->svi.sfactor);
+    return zwinsvi(m->ts.x, m->ts.misflg, m->fitrange.nobs, kSeasons, 0, m->additive, 1, &m->svi.level, &m->svi.trend,
+                   m->svi.sfactor);
   }
 };
 
@@ -67,10 +67,9 @@ void BM_FitAndPredict(benchmark::State& state) {
     if (air.start() != 0 || nwinfit(m) < 0) state.SkipWithError("fit failed");
     double level = m->svi.level, trend = m->svi.trend, mse = 0.0;
     factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
-    const int rc = zwinprd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, m->additive,
-                           m->pest.parms[0], m->pest.parms[1], m->pest.parms[2], &level, &trend,
-                           factors.data(), air.codes.data(), 0, n - 1, kLead, m->pest.mse, 0.05, 0,
-                           &mse, rows.data());
+    const int rc = zwinprd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, m->additive, m->pest.parms[0],
+                           m->pest.parms[1], m->pest.parms[2], &level, &trend, factors.data(), air.codes.data(), 0,
+                           n - 1, kLead, m->pest.mse, 0.05, 0, &mse, rows.data());
     if (rc != 0) state.SkipWithError("prediction failed");
     benchmark::DoNotOptimize(rows.data());
   }
@@ -102,9 +101,8 @@ void BM_Pass(benchmark::State& state) {
   for (auto _ : state) {
     factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
     double level = m->svi.level, trend = m->svi.trend, mse = 0.0;
-    const int rc = zwinsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, kSeasons,
-                           m->additive, 0.2, 0.05, 0.4, &level, &trend, factors.data(),
-                           air.codes.data(), &mse, nullptr, nullptr);
+    const int rc = zwinsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, kSeasons, m->additive, 0.2,
+                           0.05, 0.4, &level, &trend, factors.data(), air.codes.data(), &mse, nullptr, nullptr);
     if (rc != 0) state.SkipWithError("pass failed");
     benchmark::DoNotOptimize(mse);
   }
@@ -142,8 +140,7 @@ struct PlainState {
   double level;
   double trend;
 };
-inline double plain_update(double x, int additive, double a, double b, double c,
-                           PlainState& s, double& factor) {
+inline double plain_update(double x, int additive, double a, double b, double c, PlainState& s, double& factor) {
   if (additive) {
     const double xhat = factor + s.level + s.trend;
     const double cl = (s.level + s.trend) * (1.0 - a) + (x - factor) * a;
@@ -164,8 +161,8 @@ inline double plain_update(double x, int additive, double a, double b, double c,
 
 // The plain loop of a whole-series pass: backward, turn, forward with the
 // sum of squared errors.
-double plain_pass(const double* x, const int* codes, long n, int additive, const double* w,
-                  double level, double trend, double* factors) {
+double plain_pass(const double* x, const int* codes, long n, int additive, const double* w, double level, double trend,
+                  double* factors) {
   PlainState s{level, trend};
   for (long t = n - 1; t >= 0; --t) plain_update(x[t], additive, w[0], w[1], w[2], s, factors[codes[t]]);
   s.level = s.level + s.trend;
@@ -190,15 +187,14 @@ void BM_PlainPassStep(benchmark::State& state) {
       [&] {
         factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
         double level = m->svi.level, trend = m->svi.trend, mse = 0.0;
-        zwinsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, m->additive, w[0],
-                w[1], w[2], &level, &trend, factors.data(), air.codes.data(), &mse, nullptr,
-                nullptr);
+        zwinsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, m->additive, w[0], w[1], w[2], &level, &trend,
+                factors.data(), air.codes.data(), &mse, nullptr, nullptr);
         benchmark::DoNotOptimize(mse);
       },
       [&] {
         factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
-        double mse = plain_pass(m->ts.x, air.codes.data(), n, m->additive, w, m->svi.level,
-                                m->svi.trend, factors.data());
+        double mse =
+            plain_pass(m->ts.x, air.codes.data(), n, m->additive, w, m->svi.level, m->svi.trend, factors.data());
         benchmark::DoNotOptimize(mse);
       });
 }
@@ -208,9 +204,8 @@ BENCHMARK(BM_PlainPassStep)->Arg(0)->Arg(1)->UseManualTime()->Unit(benchmark::kM
 // the derivatives of level and trend by the three weights in locals, those
 // of the factors in one array per weight; the forward pass sums the cross
 // products of (the three prediction derivatives, e).
-void plain_derivative_passes(const double* x, const int* codes, long n, const double* w,
-                             double level, double trend, double* factors, double* dfactors,
-                             double* xpx) {
+void plain_derivative_passes(const double* x, const int* codes, long n, const double* w, double level, double trend,
+                             double* factors, double* dfactors, double* xpx) {
   const double a = w[0], b = w[1], c = w[2];
   const double u = 1.0 - a, v = 1.0 - b, wc = 1.0 - c;
   double dl0 = 0, dl1 = 0, dl2 = 0, dt0 = 0, dt1 = 0, dt2 = 0;
@@ -287,8 +282,8 @@ void BM_DerivativePassStep(benchmark::State& state) {
       [&] {
         factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
         dfactors.assign(dfactors.size(), 0.0);
-        plain_derivative_passes(m->ts.x, air.codes.data(), n, w, m->svi.level, m->svi.trend,
-                                factors.data(), dfactors.data(), xpx);
+        plain_derivative_passes(m->ts.x, air.codes.data(), n, w, m->svi.level, m->svi.trend, factors.data(),
+                                dfactors.data(), xpx);
         benchmark::DoNotOptimize(xpx);
       });
   win::Family::fit_cleanup(m, &fitcon);
@@ -297,9 +292,8 @@ BENCHMARK(BM_DerivativePassStep)->UseManualTime()->Unit(benchmark::kMicrosecond)
 
 // The plain loop of the grid: every candidate's state side by side, one
 // observation at a time.
-void plain_grid(const double* x, const int* codes, long n, int additive, const double* w,
-                int count, double level, double trend, const double* start, double* factors,
-                double* mse) {
+void plain_grid(const double* x, const int* codes, long n, int additive, const double* w, int count, double level,
+                double trend, const double* start, double* factors, double* mse) {
   PlainState s[win::kManyLanes];
   double sse[win::kManyLanes];
   for (int j = 0; j < count; ++j) {
@@ -309,15 +303,14 @@ void plain_grid(const double* x, const int* codes, long n, int additive, const d
   }
   for (long t = n - 1; t >= 0; --t) {
     for (int j = 0; j < count; ++j) {
-      plain_update(x[t], additive, w[3 * j], w[3 * j + 1], w[3 * j + 2], s[j],
-                   factors[j * kSeasons + codes[t]]);
+      plain_update(x[t], additive, w[3 * j], w[3 * j + 1], w[3 * j + 2], s[j], factors[j * kSeasons + codes[t]]);
     }
   }
   for (int j = 0; j < count; ++j) s[j] = {s[j].level + s[j].trend, -s[j].trend};
   for (long t = 0; t < n; ++t) {
     for (int j = 0; j < count; ++j) {
-      const double e = plain_update(x[t], additive, w[3 * j], w[3 * j + 1], w[3 * j + 2], s[j],
-                                    factors[j * kSeasons + codes[t]]);
+      const double e =
+          plain_update(x[t], additive, w[3 * j], w[3 * j + 1], w[3 * j + 2], s[j], factors[j * kSeasons + codes[t]]);
       sse[j] += e * e;
     }
   }
@@ -340,14 +333,13 @@ void BM_GridStep(benchmark::State& state) {
   time_against_floor(
       state, 2.0 * static_cast<double>(n) * kCount,
       [&] {
-        win::smooth_many(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, m->additive,
-                         w, kCount, m->svi.level, m->svi.trend, m->svi.sfactor,
-                         air.codes.data(), work.data(), rc, mse);
+        win::smooth_many(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, m->additive, w, kCount, m->svi.level,
+                         m->svi.trend, m->svi.sfactor, air.codes.data(), work.data(), rc, mse);
         benchmark::DoNotOptimize(mse);
       },
       [&] {
-        plain_grid(m->ts.x, air.codes.data(), n, m->additive, w, kCount, m->svi.level,
-                   m->svi.trend, m->svi.sfactor, work.data(), mse);
+        plain_grid(m->ts.x, air.codes.data(), n, m->additive, w, kCount, m->svi.level, m->svi.trend, m->svi.sfactor,
+                   work.data(), mse);
         benchmark::DoNotOptimize(mse);
       });
 }

@@ -49,7 +49,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::string name = kNames[option.empty() ? 0 : static_cast<unsigned char>(option[0]) % 4];
   INTERVAL iv{};
   if (zintstr(name.data(), static_cast<int>(name.size()), &iv) == 0) {
-    for (const double x : {0.0, -1e6, 1e6, 21915.0, 3.0e6, static_cast<double>(kMinDate), static_cast<double>(kMaxDate)}) {
+    for (const double x :
+         {0.0, -1e6, 1e6, 21915.0, 3.0e6, static_cast<double>(kMinDate), static_cast<double>(kMaxDate)}) {
       for (const double n : {-2.0, 0.0, 1.0, 7.0}) (void)zintnx2(&iv, x, n);
       (void)zintck2(&iv, 0.0, x);
     }

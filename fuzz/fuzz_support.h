@@ -53,10 +53,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 // A property the target checks: when it fails, say which and abort, so that
 // both the fuzzing engine and the replay program report the input.
-#define ESF_FUZZ_CHECK(cond, ...)                                               \
-  do {                                                                          \
-    if (!(cond)) {                                                              \
+#define ESF_FUZZ_CHECK(cond, ...)                                                   \
+  do {                                                                              \
+    if (!(cond)) {                                                                  \
       std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-      std::abort();                                                             \
-    }                                                                           \
+      std::abort();                                                                 \
+    }                                                                               \
   } while (0)

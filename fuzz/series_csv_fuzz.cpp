@@ -5,10 +5,10 @@
 #include <sstream>
 #include <string>
 
-#include "runner/series_csv.h"
 #include "fuzz_support.h"
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
+#include "runner/series_csv.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   esf::fuzz::connect_module();

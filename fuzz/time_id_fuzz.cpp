@@ -4,8 +4,8 @@
 #include <cmath>
 #include <string>
 
-#include "runner/series_csv.h"
 #include "fuzz_support.h"
+#include "runner/series_csv.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using esf::runner::TimeUnits;

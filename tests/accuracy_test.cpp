@@ -1,13 +1,13 @@
 // Accuracy measures, information criteria and conformal half-widths against
 // values worked out by hand (and, for the logarithms, by a separate
 // calculator).
-#include <gtest/gtest.h>
+#include "runner/accuracy.h"
 
 #include <cmath>
 #include <limits>
 #include <vector>
 
-#include "runner/accuracy.h"
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -21,7 +21,7 @@ TEST(Accuracy, MeasuresOfAHandWorkedExample) {
   EXPECT_DOUBLE_EQ(a.me, -1.0 / 3.0);
   EXPECT_DOUBLE_EQ(a.rmse, std::sqrt(5.0 / 3.0));
   EXPECT_DOUBLE_EQ(a.mae, 1.0);
-  EXPECT_DOUBLE_EQ(a.mape, 50.0);                  // (1/1 + 0 + 2/4) / 3
+  EXPECT_DOUBLE_EQ(a.mape, 50.0);                        // (1/1 + 0 + 2/4) / 3
   EXPECT_DOUBLE_EQ(a.smape, 200.0 * (2.0 / 3.0) / 3.0);  // (1/3 + 0 + 2/6) / 3
   EXPECT_DOUBLE_EQ(a.mase, 2.0);
 
@@ -50,7 +50,12 @@ TEST(Accuracy, InformationCriteria) {
     double loglik, aic, aicc, bic;  // from a separate calculator
   };
   const Case cases[] = {
-      {{1.0, -1.0, 2.0, -2.0, 0.5, -0.5}, 3, 6, -10.192478563034303, 26.384957126068606, 38.384957126068606,
+      {{1.0, -1.0, 2.0, -2.0, 0.5, -0.5},
+       3,
+       6,
+       -10.192478563034303,
+       26.384957126068606,
+       38.384957126068606,
        25.76023553375277},
       // n - k - 1 = 0: no AICc.
       {{1.0, -1.0, kNaN, 2.0, -2.0}, 3, 4, -7.508335596567001, 21.016671193134002, kNaN, 19.175554276493674},

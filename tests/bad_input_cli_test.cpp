@@ -4,10 +4,7 @@
 // holding s.csv (the monthly airline series), q.csv (a quarterly series) and
 // out.csv; $E is the program, which the command line follows. A message of
 // the form "head*tail" must start with head and hold tail further on.
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cctype>
@@ -16,6 +13,9 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include "support/file_text.h"
 
@@ -62,7 +62,8 @@ const Row kRows[] = {
      "esforecast forecast: v.csv: line 3, column \"value\": \"many\" is not a number"},
     {"NUL byte in a field", "printf 'date,value\\n1949-01-01,a\\000b\\n' > v.csv",
      "forecast v.csv --interval MONTH -o out.csv", 1, "esforecast forecast: v.csv: line 2*\"a\\x00b\" is not a number"},
-    {"100 kB field", "awk 'BEGIN{printf \"date,value\\n1949-01-01,\"; for(i=0;i<100000;i++) printf \"x\"; print \"\"}' > v.csv",
+    {"100 kB field",
+     "awk 'BEGIN{printf \"date,value\\n1949-01-01,\"; for(i=0;i<100000;i++) printf \"x\"; print \"\"}' > v.csv",
      "forecast v.csv --interval MONTH -o out.csv", 1, "esforecast forecast: v.csv: line 2*(cut; 100000 bytes in all)"},
     {"duplicate period", "sed '3s/^1949-02-01/1949-01-15/' s.csv > d.csv", "forecast d.csv --interval MONTH -o out.csv",
      1, "esforecast forecast: d.csv: lines 2 and 3*fall in the same period"},
@@ -73,10 +74,11 @@ const Row kRows[] = {
     {"1e308 values", "awk -F, 'NR==1{print;next}{print $1\",1e308\"}' s.csv > b.csv",
      "forecast b.csv --interval MONTH -o out.csv", 1,
      "esforecast forecast: the simple model cannot be fitted: b.csv, line 2, field \"value\" holds 1e+308, too large"},
-    {"constant series", "awk -F, 'NR==1{print;next}{print $1\",5\"}' s.csv > c.csv",
-     "forecast c.csv --interval MONTH", 0, ""},
+    {"constant series", "awk -F, 'NR==1{print;next}{print $1\",5\"}' s.csv > c.csv", "forecast c.csv --interval MONTH",
+     0, ""},
     {"31 years of seconds", "printf 't,v\\n1960-01-01T00:00:00,1\\n1991-05-15T00:00:00,2\\n' > t.csv",
-     "forecast t.csv --interval DTSECOND -o out.csv", 1, "esforecast forecast: the series spans more than 10000000 periods"},
+     "forecast t.csv --interval DTSECOND -o out.csv", 1,
+     "esforecast forecast: the series spans more than 10000000 periods"},
     {"time ID named like a table column", "sed '1s/date/actual/' s.csv > a.csv", "forecast a.csv --interval MONTH", 0,
      ""},
     {"a subnormal value", "sed '3s/,.*/,1e-320/' s.csv > v.csv", "forecast v.csv --interval MONTH", 0, ""},
@@ -97,8 +99,9 @@ const Row kRows[] = {
      "esforecast forecast: --level-bounds: nan is not a smoothing weight"},
     {"bound above 1", "", "forecast s.csv --interval MONTH --level-bounds 0.5,2 -o out.csv", 1,
      "esforecast forecast: --level-bounds: 2 is not a smoothing weight"},
-    {"factors of the wrong count", "", "forecast s.csv --interval MONTH --model winters --start-factors 1,1,1 -o out.csv",
-     1, "esforecast forecast: --start-factors: 3 factors given for a cycle of 12 seasons"},
+    {"factors of the wrong count", "",
+     "forecast s.csv --interval MONTH --model winters --start-factors 1,1,1 -o out.csv", 1,
+     "esforecast forecast: --start-factors: 3 factors given for a cycle of 12 seasons"},
     {"a zero multiplicative factor", "",
      "forecast s.csv --interval MONTH --model winters --start-factors 0,1,1,1,1,1,1,1,1,1,1,1 -o out.csv", 1,
      "esforecast forecast: --start-factors: factor 1 is 0"},
@@ -137,7 +140,8 @@ const Row kRows[] = {
      "esforecast forecast: f.json: not a model file"},
     {"model file 20000 levels deep",
      "awk 'BEGIN{for(i=0;i<20000;i++) printf \"[\"; for(i=0;i<20000;i++) printf \"]\"}' > d.json",
-     "forecast s.csv --interval MONTH --model-file d.json -o out.csv", 1, "esforecast forecast: d.json: not a model file"},
+     "forecast s.csv --interval MONTH --model-file d.json -o out.csv", 1,
+     "esforecast forecast: d.json: not a model file"},
     {"model file is a directory", "mkdir m.json", "forecast s.csv --interval MONTH --model-file m.json -o out.csv", 1,
      "esforecast forecast: the model file is a directory"},
     {"model weight of the wrong type", MODEL "sed -E 's/\"LEVEL\": [0-9.e-]+/\"LEVEL\": \"x\"/' m.json > w.json",
@@ -146,18 +150,20 @@ const Row kRows[] = {
      "esforecast forecast: the model was fitted on interval \"MONTH\", not \"QTR\""},
     // Custom interval tables and calendar queries.
     {"table format width overflow",
-     FISCAL "awk 'BEGIN{printf \"BEGIN:DATE\"; for(i=0;i<100;i++) printf \"9\"; print \".\"; print \"2020-01-06\"}' > fiscal.csv",
+     FISCAL "awk 'BEGIN{printf \"BEGIN:DATE\"; for(i=0;i<100;i++) printf \"9\"; print \".\"; print \"2020-01-06\"}' > "
+            "fiscal.csv",
      CUSTOM_QUERY, 1, "ERROR: status 0x80010005:*has a width or decimals above 32767"},
     {"table BEGIN nan", FISCAL "printf 'BEGIN\\n2020-01-06\\nnan\\n' > fiscal.csv", CUSTOM_QUERY, 1,
      "ERROR: status 0x80010005:*\"nan\" is not a number"},
     {"table BEGIN 1e308", FISCAL "printf 'BEGIN\\n2020-01-06\\n1e308\\n' > fiscal.csv", CUSTOM_QUERY, 1,
      "ERROR: status 0x8000080C: a BEGIN or END value is not a date within the calendar*line 3, field 1 (BEGIN)"},
-    {"table BEGIN before the calendar", FISCAL "printf 'BEGIN\\n1500-01-06\\n2020-01-06\\n' > fiscal.csv",
-     CUSTOM_QUERY, 1, "ERROR: status 0x8000080C: a BEGIN or END value"},
-    {"table SEASON 1e9", FISCAL "printf 'BEGIN,SEASON\\n2020-01-06,1\\n2020-02-03,1e9\\n' > fiscal.csv",
-     CUSTOM_QUERY, 1, "ERROR: status 0x8000080D: a SEASON value*line 3, field 2 (SEASON)"},
-    {"table with a byte-order mark", FISCAL "printf '\\357\\273\\277BEGIN\\n2020-01-06\\n2020-02-03\\n2020-03-02\\n' > fiscal.csv",
-     CUSTOM_QUERY, 0, ""},
+    {"table BEGIN before the calendar", FISCAL "printf 'BEGIN\\n1500-01-06\\n2020-01-06\\n' > fiscal.csv", CUSTOM_QUERY,
+     1, "ERROR: status 0x8000080C: a BEGIN or END value"},
+    {"table SEASON 1e9", FISCAL "printf 'BEGIN,SEASON\\n2020-01-06,1\\n2020-02-03,1e9\\n' > fiscal.csv", CUSTOM_QUERY,
+     1, "ERROR: status 0x8000080D: a SEASON value*line 3, field 2 (SEASON)"},
+    {"table with a byte-order mark",
+     FISCAL "printf '\\357\\273\\277BEGIN\\n2020-01-06\\n2020-02-03\\n2020-03-02\\n' > fiscal.csv", CUSTOM_QUERY, 0,
+     ""},
     {"five-digit years", "", "calendar count DAY 10000-01-01 10000-01-03", 0, ""},
     {"bad calendar query", "", "calendar count MONTH 2001-13-01 2001-02-01", 1,
      "esforecast calendar: command line, field 3 (X1): \"2001-13-01\" is not a date"},
@@ -175,8 +181,8 @@ TEST_P(BadInputCli, ExitsWithItsStatusAndMessageAndKeepsTheOutput) {
   std::ofstream(dir / "out.csv") << "previous\n";
   const std::string series = slurp(dir / "s.csv");
   // The harness's redirections come first, so that a row's own win.
-  const std::string script = "cd '" + dir.string() + "' && E='" + ESF_CLI + "' && " + row.setup + (*row.setup ? "; " : "") +
-                             "\"$E\" >stdout.txt 2>stderr.txt " + row.command;
+  const std::string script = "cd '" + dir.string() + "' && E='" + ESF_CLI + "' && " + row.setup +
+                             (*row.setup ? "; " : "") + "\"$E\" >stdout.txt 2>stderr.txt " + row.command;
   const int raw = std::system(script.c_str());
   const int status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   const std::string err = slurp(dir / "stderr.txt");

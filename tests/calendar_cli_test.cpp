@@ -2,7 +2,7 @@
 // queries on the command line, a stream of queries on standard input, the
 // messages and exit statuses of bad input, and a cross-check of streamed
 // answers against the module's routines called in this process.
-#include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
@@ -155,14 +155,14 @@ TEST(CalendarCli, BadInputNamesTheFieldAndFails) {
 
 TEST(CalendarCli, StreamAnswersLineByLineAndGoesOnAfterErrors) {
   const CliRun r = calendar("",
-                         "count DAY 2001-01-01 2001-12-31\n"
-                         "advance WEEKDAY 2001-03-03 1\n"
-                         "bogus MONTH 1 2\n"
-                         "\n"
-                         "# a comment line\n"
-                         "advance YEAR 2000-02-29 1 S\r\n"
-                         "count MONTH 2001-01-01 2001-99-01\n"
-                         "advance MONTH . 1 E\n");
+                            "count DAY 2001-01-01 2001-12-31\n"
+                            "advance WEEKDAY 2001-03-03 1\n"
+                            "bogus MONTH 1 2\n"
+                            "\n"
+                            "# a comment line\n"
+                            "advance YEAR 2000-02-29 1 S\r\n"
+                            "count MONTH 2001-01-01 2001-99-01\n"
+                            "advance MONTH . 1 E\n");
   EXPECT_NE(r.status, 0) << "a stream with bad lines ends with a failure status";
   const std::vector<std::string> answers = lines(r.out);
   ASSERT_EQ(answers.size(), 8u) << r.out;
@@ -198,8 +198,8 @@ TEST(CalendarCli, StreamAgreesWithTheModule) {
     } else {
       const int n = static_cast<int>(pick() % 81) - 40;
       tchar align[2] = {aligns[pick() % 4][0], '\0'};
-      input += std::string("advance ") + name + " " + oracle::date_text(x1) + " " + std::to_string(n) + " " +
-               align + "\n";
+      input +=
+          std::string("advance ") + name + " " + oracle::date_text(x1) + " " + std::to_string(n) + " " + align + "\n";
       const double r = zintnx3(&iv, x1, n, align, nullptr);
       expected.push_back(esf::is_missing(r) ? "." : oracle::date_text(static_cast<long>(r)));
     }

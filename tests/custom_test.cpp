@@ -3,7 +3,7 @@
 // reference counts, the loader and its refusals, and the arithmetic through
 // the public calendar routines checked against a walk over the table.
 // Also the catalogue of format names, and the time-ID check.
-#include <gtest/gtest.h>
+#include "custom/custom.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,7 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "custom/custom.h"
+#include <gtest/gtest.h>
+
 #include "host/host.h"
 
 namespace fs = std::filesystem;
@@ -45,9 +46,8 @@ class CustomTest : public ::testing::Test {
       return true;
     }();
     (void)connected;
-    dir_ = fs::temp_directory_path() /
-           ("esf_custom_" + std::to_string(::getpid()) + "_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    dir_ = fs::temp_directory_path() / ("esf_custom_" + std::to_string(::getpid()) + "_" +
+                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::create_directories(dir_);
     esf::host::assign_libref("CUSTT", dir_);
     esf::host::capture_output(true);
@@ -95,9 +95,9 @@ TEST(FormatCatalogue, TypesAndUnitsOfNames) {
     int type;
     char units;
   } cases[] = {
-      {"DATE ", 5, 8, 'd'},     {"date", 4, -1, 0},      {"DATETIME", 8, 10, 's'}, {"TIME", 4, 9, 's'},
-      {"BEST", 4, 4, 'o'},      {"$CHAR", 5, 0, 0},      {"NOSUCH", 6, -1, 0},     {"$ANYDTIF", 8, 8, 'd'},
-      {"ZDB", 3, 0, 0},         {"DATE9", 5, -1, 0},     {"DAT", 3, -1, 0},        {"", 0, -1, 0},
+      {"DATE ", 5, 8, 'd'}, {"date", 4, -1, 0},  {"DATETIME", 8, 10, 's'}, {"TIME", 4, 9, 's'},
+      {"BEST", 4, 4, 'o'},  {"$CHAR", 5, 0, 0},  {"NOSUCH", 6, -1, 0},     {"$ANYDTIF", 8, 8, 'd'},
+      {"ZDB", 3, 0, 0},     {"DATE9", 5, -1, 0}, {"DAT", 3, -1, 0},        {"", 0, -1, 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -162,8 +162,13 @@ TEST_F(CustomTest, RegisteredNamesAreKnownWithoutRegardToCase) {
   const struct {
     const char* name;
     int answer;
-  } cases[] = {{"MYCAL", kIntCustom}, {"mycal", kIntCustom}, {"MYWK", kIntCustom}, {"MYCALX", 0},
-               {"MYCA", 0},           {"MONTH", 0},          {"CAL", 0}};
+  } cases[] = {{"MYCAL", kIntCustom},
+               {"mycal", kIntCustom},
+               {"MYWK", kIntCustom},
+               {"MYCALX", 0},
+               {"MYCA", 0},
+               {"MONTH", 0},
+               {"CAL", 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     char buf[16] = {};
@@ -286,7 +291,7 @@ TEST_F(CustomTest, CustomNamesParseAndPrint) {
     int intper, shiftper;
     const char* format;
   } cases[] = {
-      {"dcal", 'd', 1, 0, "DATE"},     {"DCAL3.2", 'd', 3, 1, "DATE"},  {"Dcal2", 'd', 2, 0, "DATE"},
+      {"dcal", 'd', 1, 0, "DATE"},     {"DCAL3.2", 'd', 3, 1, "DATE"}, {"Dcal2", 'd', 2, 0, "DATE"},
       {"TCAL", 's', 1, 0, "DATETIME"}, {"NCAL", 'o', 1, 0, "BEST"},
   };
   for (const auto& c : cases) {
@@ -388,7 +393,8 @@ TEST_F(CustomTest, CountsAndAdvancesAsTheTableWalks) {
   for (size_t r = 0; r < w.begin.size(); ++r) {
     plain += std::to_string(static_cast<long>(w.begin[r])) + "\n";
     if (r + 1 < w.begin.size()) {
-      ended += std::to_string(static_cast<long>(w.begin[r])) + "," + std::to_string(static_cast<long>(w.begin[r + 1] - 1)) + "\n";
+      ended += std::to_string(static_cast<long>(w.begin[r])) + "," +
+               std::to_string(static_cast<long>(w.begin[r + 1] - 1)) + "\n";
     }
   }
   write_table("fisc", plain);
@@ -410,7 +416,8 @@ TEST_F(CustomTest, CountsAndAdvancesAsTheTableWalks) {
       const long gx = Walk::group(w.row(x), m, s);
       // A value inside a day lies in the day's period.
       for (double y = lo; y <= hi; y += 53) {
-        ASSERT_EQ(zintck2(&iv, x + 0.25, y + 0.5), static_cast<double>(Walk::group(w.row(y), m, s) - gx)) << x << " " << y;
+        ASSERT_EQ(zintck2(&iv, x + 0.25, y + 0.5), static_cast<double>(Walk::group(w.row(y), m, s) - gx))
+            << x << " " << y;
       }
       for (double n = -3; n <= 3; ++n) {
         const long k = gx + static_cast<long>(n);
@@ -471,7 +478,8 @@ TEST_F(CustomTest, SeasonsComeFromTheTable) {
     int want_ns = -1;
     ASSERT_EQ(zintscd(&iv, start, 0, 20, codes.data(), &want_ns), 0);
     const long r0 = w.row(start);
-    for (long t = 0; t < 20; ++t) EXPECT_EQ(codes[static_cast<size_t>(t)], w.season[static_cast<size_t>(r0 - 1 + t)] - 1);
+    for (long t = 0; t < 20; ++t)
+      EXPECT_EQ(codes[static_cast<size_t>(t)], w.season[static_cast<size_t>(r0 - 1 + t)] - 1);
   }
   // Season of a period through the advancing routine.
   INTERVALX ix{};
@@ -521,9 +529,15 @@ TEST_F(CustomTest, RowsOfTablesWithEndsHolesAndDisorder) {
     std::vector<RowQuery> queries;
   } cases[] = {
       {"PLAIN",
-       {{150, 0, 1, 100, 199}, {250, 0, 2, 200, 299}, {300, 0, 3, 300, mv('I')}, {1000, 0, 3, 300, mv('I')},
-        {50, 0, 0, mv('M'), 99}, {mv('F'), 0, 1, 100, 199}, {mv('M'), 0, 0, mv('M'), 99},
-        {mv('L'), 0, 3, 300, mv('I')}, {mv('A'), -1, kDot, kDot, kDot}}},
+       {{150, 0, 1, 100, 199},
+        {250, 0, 2, 200, 299},
+        {300, 0, 3, 300, mv('I')},
+        {1000, 0, 3, 300, mv('I')},
+        {50, 0, 0, mv('M'), 99},
+        {mv('F'), 0, 1, 100, 199},
+        {mv('M'), 0, 0, mv('M'), 99},
+        {mv('L'), 0, 3, 300, mv('I')},
+        {mv('A'), -1, kDot, kDot, kDot}}},
       {"HOLES",
        {{105, 0, 1, 100, 109}, {150, -1, kDot, kDot, kDot}, {500, 0, 3, 210, mv('I')}, {50, 0, 0, mv('M'), 99}}},
       // Unsorted rows: the first row that holds the date wins, and a row that
@@ -563,9 +577,15 @@ TEST_F(CustomTest, RowsOfTablesWithEndsHolesAndDisorder) {
     double date;
     double result, index, b, e;
   } raw[] = {
-      {150, mv('H'), 1, 110, 199}, {500, mv('A'), 3, 210, mv('I')}, {50, mv('B'), 0, mv('M'), 99},
-      {205, 2, 2, 200, 209},       {100, 1, 1, 100, 109},           {209, 2, 2, 200, 209},
-      {mv('M'), mv('B'), 0, mv('M'), 99}, {mv('I'), mv('A'), 3, 210, mv('I')}, {kDot, kDot, kDot, kDot, kDot},
+      {150, mv('H'), 1, 110, 199},
+      {500, mv('A'), 3, 210, mv('I')},
+      {50, mv('B'), 0, mv('M'), 99},
+      {205, 2, 2, 200, 209},
+      {100, 1, 1, 100, 109},
+      {209, 2, 2, 200, 209},
+      {mv('M'), mv('B'), 0, mv('M'), 99},
+      {mv('I'), mv('A'), 3, 210, mv('I')},
+      {kDot, kDot, kDot, kDot, kDot},
   };
   for (const auto& r : raw) {
     SCOPED_TRACE(show(r.date));
@@ -595,9 +615,7 @@ TEST_F(CustomTest, DirectReadingFindsTheRows) {
   EXPECT_EQ(s, 2.0);
   // Rows by number: a row ends the day before the next begins, the last at
   // infinity; .L is the last row.
-  const struct {
-    double n, b, e, s;
-  } rows[] = {{1, 100, 199, 1}, {2, 200, 299, 2}, {mv('L'), 300, mv('I'), 1}};
+  const struct { double n, b, e, s; } rows[] = {{1, 100, 199, 1}, {2, 200, 299, 2}, {mv('L'), 300, mv('I'), 1}};
   for (const auto& r : rows) {
     EXPECT_EQ(customGetObs(&iv, r.n, &b, &e, &s, nullptr), 0);
     EXPECT_EQ(b, r.b);
@@ -652,8 +670,7 @@ TEST_F(TimeIdTest, LiteralCases) {
   int order = -9, inf = -9;
   double first = 0, last = 0;
   tchar begin[] = "B";
-  ASSERT_EQ(zintctid(&s, begin, 0, index.data(), nullptr, &order, &inf, codes.data(), nullptr, nullptr, &first,
-                     &last),
+  ASSERT_EQ(zintctid(&s, begin, 0, index.data(), nullptr, &order, &inf, codes.data(), nullptr, nullptr, &first, &last),
             0);
   EXPECT_EQ(order, 1);
   EXPECT_EQ(ids, (std::vector<double>{100, 100, 200}));
@@ -664,8 +681,7 @@ TEST_F(TimeIdTest, LiteralCases) {
   ids = {1000, 300, 50};
   s = series(table, ids);
   tchar middle[] = "M";
-  ASSERT_EQ(zintctid(&s, middle, 0, index.data(), nullptr, &order, &inf, codes.data(), nullptr, nullptr, &first,
-                     &last),
+  ASSERT_EQ(zintctid(&s, middle, 0, index.data(), nullptr, &order, &inf, codes.data(), nullptr, nullptr, &first, &last),
             0);
   EXPECT_EQ(index, (std::vector<QORNOBS>{3, 3, 0}));
   EXPECT_EQ(codes, (std::vector<int>{4, 4, 1}));
@@ -678,23 +694,23 @@ TEST_F(TimeIdTest, LiteralCases) {
   // searched like a date and fails.
   ids = {kDot, mv('M'), 150};
   s = series(table, ids);
-  ASSERT_EQ(zintctid(&s, nullptr, 0, index.data(), nullptr, &order, &inf, codes.data(), nullptr, nullptr, nullptr,
-                     nullptr),
-            0x80);
+  ASSERT_EQ(
+      zintctid(&s, nullptr, 0, index.data(), nullptr, &order, &inf, codes.data(), nullptr, nullptr, nullptr, nullptr),
+      0x80);
   EXPECT_EQ(codes, (std::vector<int>{10, 1, 0}));
   EXPECT_EQ(index[1], 0);
   ids = {mv('I')};
   s = series(table, ids);
-  EXPECT_EQ(zintctid(&s, nullptr, 0, index.data(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                     nullptr),
-            -1);
+  EXPECT_EQ(
+      zintctid(&s, nullptr, 0, index.data(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+      -1);
   // MaxFail 1 stops at a missing first ID.
   ids = {kDot, 150};
   s = series(table, ids);
   codes.assign(2, -9);
-  EXPECT_EQ(zintctid(&s, nullptr, 1, nullptr, nullptr, nullptr, nullptr, codes.data(), nullptr, nullptr, nullptr,
-                     nullptr),
-            0x80);
+  EXPECT_EQ(
+      zintctid(&s, nullptr, 1, nullptr, nullptr, nullptr, nullptr, codes.data(), nullptr, nullptr, nullptr, nullptr),
+      0x80);
   EXPECT_EQ(codes[1], -9);
 
   // No IDs; a built-in interval.
@@ -732,9 +748,9 @@ TEST_F(TimeIdTest, PlacesRandomTables) {
     std::vector<int> codes(ids.size());
     int order = 0, inf = 0;
     long lead = 0, back = 0;
-    ASSERT_EQ(zintctidL(&s, nullptr, 0, index.data(), rel.data(), &order, &inf, codes.data(), &lead, &back, nullptr,
-                        nullptr),
-              0);
+    ASSERT_EQ(
+        zintctidL(&s, nullptr, 0, index.data(), rel.data(), &order, &inf, codes.data(), &lead, &back, nullptr, nullptr),
+        0);
     long lo = rows, hi = 0;
     int want_inf = 0;
     for (size_t i = 0; i < ids.size(); ++i) {

@@ -2,11 +2,11 @@
 // arithmetic, year/week/day conversions, retail calendars and day counts.
 // Expectations come from std::chrono (support/calendar_oracle.h), from
 // literal tables, and from round trips over the whole date range.
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <cmath>
 #include <cstdint>
+
+#include <gtest/gtest.h>
 
 #include "host/host_dates.h"
 #include "intervals/calendar_arith.h"
@@ -55,10 +55,16 @@ TEST(CivilCore, FloorDivisionAndRemainder) {
   const struct {
     std::int64_t n, d, q, r;
   } cases[] = {
-      {6, 7, 0, 6}, {0, 7, 0, 0}, {-1, 7, -1, 6}, {-7, 7, -1, 0}, {-8, 7, -2, 6},
+      {6, 7, 0, 6},
+      {0, 7, 0, 0},
+      {-1, 7, -1, 6},
+      {-7, 7, -1, 0},
+      {-8, 7, -2, 6},
       // Beyond 32 bits, where the 64-bit division takes over.
-      {-5000000000L, 7, -714285715L, 5}, {5000000000L, 3000000000L, 1, 2000000000L},
-      {-2147483648L, 7, -306783379L, 5}, {2147483647L, 2147483648L, 0, 2147483647L},
+      {-5000000000L, 7, -714285715L, 5},
+      {5000000000L, 3000000000L, 1, 2000000000L},
+      {-2147483648L, 7, -306783379L, 5},
+      {2147483647L, 2147483648L, 0, 2147483647L},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(calendar::floordiv(c.n, c.d), c.q) << c.n << "/" << c.d;
@@ -90,8 +96,10 @@ TEST(HostDates, TriplesThatNameNoDateAreMissing) {
   const struct {
     double m, d, y;
   } cases[] = {
-      {2, 29, 2001}, {2, 30, 2000}, {4, 31, 2001}, {13, 1, 2001},       {0, 1, 2001},
-      {1, 0, 2001},  {1, 1.5, 2001}, {1, 1, 2001.25}, {esf::kMissing, 1, 2001}, {1, 1, 1e300},
+      {2, 29, 2001},  {2, 30, 2000},   {4, 31, 2001},
+      {13, 1, 2001},  {0, 1, 2001},    {1, 0, 2001},
+      {1, 1.5, 2001}, {1, 1, 2001.25}, {esf::kMissing, 1, 2001},
+      {1, 1, 1e300},
   };
   for (const auto& c : cases) {
     EXPECT_TRUE(esf::is_missing(zmdy(c.m, c.d, c.y))) << c.m << "/" << c.d << "/" << c.y;
@@ -180,9 +188,7 @@ TEST(Zidywdd, OtherConventionGivesTheCalendarYearAndAShiftedDay) {
 // ---- ziddywds ---------------------------------------------------------------
 
 TEST(Ziddywds, RefusesDaysAndWeeksOutsideTheCalendar) {
-  const struct {
-    int week, day;
-  } bad[] = {{0, 1}, {1, 8}, {1, 0}, {54, 1}, {-1, 3}};
+  const struct { int week, day; } bad[] = {{0, 1}, {1, 8}, {1, 0}, {54, 1}, {-1, 3}};
   for (const auto& c : bad) EXPECT_TRUE(esf::is_missing(ziddywds(2000, c.week, c.day))) << c.week << "/" << c.day;
 }
 
@@ -217,7 +223,7 @@ TEST(Zidywdds, LeapWeekRules) {
   // index of 53 keeps that week (checked against the openings below); 52
   // folds it into week 52 and 1 into the next year.
   const WeekYearCase cases[] = {
-      {2004, 1, 3, 52, 2003, 52, 7}, {2004, 1, 3, 1, 2004, 1, 7},  {2003, 12, 27, 1, 2004, 1, 7},
+      {2004, 1, 3, 52, 2003, 52, 7}, {2004, 1, 3, 1, 2004, 1, 7}, {2003, 12, 27, 1, 2004, 1, 7},
       {2005, 1, 1, 1, 2005, 1, 7},   {2005, 1, 2, 1, 2005, 1, 1},
   };
   for (const WeekYearCase& c : cases) {
@@ -316,10 +322,10 @@ TEST(DayCounts, ThirtyThreeSixty) {
     int m1, d1, y1, m2, d2, y2;
     long days;
   } cases[] = {
-      {2, 28, 2001, 3, 31, 2001, 30},   // end of February counts as 30, and so does the 31st
-      {2, 29, 2000, 3, 31, 2000, 30},   {2, 28, 2001, 2, 28, 2002, 360},  // both ends of February
-      {1, 31, 2001, 3, 1, 2001, 31},    {1, 30, 2001, 3, 31, 2001, 60},   {1, 15, 2001, 3, 31, 2001, 76},
-      {2, 28, 2000, 3, 31, 2000, 33},   // 28 February 2000 isn't the end of that February
+      {2, 28, 2001, 3, 31, 2001, 30},  // end of February counts as 30, and so does the 31st
+      {2, 29, 2000, 3, 31, 2000, 30},  {2, 28, 2001, 2, 28, 2002, 360},  // both ends of February
+      {1, 31, 2001, 3, 1, 2001, 31},   {1, 30, 2001, 3, 31, 2001, 60},  {1, 15, 2001, 3, 31, 2001, 76},
+      {2, 28, 2000, 3, 31, 2000, 33},  // 28 February 2000 isn't the end of that February
       {3, 31, 2001, 2, 28, 2001, -32},
   };
   for (const auto& c : cases) {

@@ -2,13 +2,13 @@
 // routine, the image records, the entry and its method table, and the
 // calling convention of a method.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
-
-#include <sys/wait.h>
 
 #include <cstdio>
 #include <cstring>
 #include <string>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include "host/host.h"
 #include "module/families.h"

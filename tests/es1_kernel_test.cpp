@@ -1,10 +1,10 @@
 // The simple smoothing kernel against recursions worked by hand on short
 // series, against an independent smoothing loop on longer ones, and its
 // guards.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "numeric/numeric.h"
 #include "smoothing/es1subs.h"
@@ -44,10 +44,10 @@ TEST(Es1Point, UpdatesLevelAndReportsPredictionMinusObservation) {
     double xhat, e, next;  // worked by hand; all exact in binary
   };
   const Case cases[] = {
-      {10.0, 0.5, 6.0, 6.0, -4.0, 8.0},      // halfway to the observation
-      {2.0, 0.25, 6.0, 6.0, 4.0, 5.0},       // prediction above the observation
-      {3.0, 1.0, -7.0, -7.0, -10.0, 3.0},    // weight 1 takes the observation
-      {3.0, 0.0, 1.5, 1.5, -1.5, 1.5},       // weight 0 keeps the level
+      {10.0, 0.5, 6.0, 6.0, -4.0, 8.0},    // halfway to the observation
+      {2.0, 0.25, 6.0, 6.0, 4.0, 5.0},     // prediction above the observation
+      {3.0, 1.0, -7.0, -7.0, -10.0, 3.0},  // weight 1 takes the observation
+      {3.0, 0.0, 1.5, 1.5, -1.5, 1.5},     // weight 0 keeps the level
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "x " << c.x << " w " << c.w << " level " << c.level);
@@ -65,12 +65,12 @@ TEST(Es1Point, GuardsTheLevel) {
     int rc;
   };
   const Case cases[] = {
-      {2e152, 1e160, -9},      // above the state limit
-      {-2e152, 1e160, -9},     // its absolute value counts
-      {1000.5, 0.1, -9},       // above 10000 * xscale
-      {1000.0, 0.1, 0},        // exactly at the relative limit passes
-      {-1e100, 1.0, 0},        // a strongly negative level is not relative overflow
-      {kStateLimit, 1e160, 0}, // at the state limit passes
+      {2e152, 1e160, -9},       // above the state limit
+      {-2e152, 1e160, -9},      // its absolute value counts
+      {1000.5, 0.1, -9},        // above 10000 * xscale
+      {1000.0, 0.1, 0},         // exactly at the relative limit passes
+      {-1e100, 1.0, 0},         // a strongly negative level is not relative overflow
+      {kStateLimit, 1e160, 0},  // at the state limit passes
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "level " << c.level << " xscale " << c.xscale);
@@ -154,10 +154,10 @@ TEST(Es1Smooth, MissingObservationKeepsLevelAndPrediction) {
   // xhat 5, level 6.5.
   EXPECT_EQ(rows[1], 6.0);
   EXPECT_EQ(rows[3], 5.0);
-  EXPECT_TRUE(is_miss(rows[4]));   // x of the missing row
-  EXPECT_EQ(rows[5], 6.0);         // its xhat repeats the previous prediction
-  EXPECT_TRUE(is_miss(rows[6]));   // no error
-  EXPECT_EQ(rows[7], 5.0);         // the level stays
+  EXPECT_TRUE(is_miss(rows[4]));  // x of the missing row
+  EXPECT_EQ(rows[5], 6.0);        // its xhat repeats the previous prediction
+  EXPECT_TRUE(is_miss(rows[6]));  // no error
+  EXPECT_EQ(rows[7], 5.0);        // the level stays
   EXPECT_EQ(rows[9], 5.0);
   EXPECT_EQ(level, 6.5);
   EXPECT_EQ(mse, (4.0 + 9.0) / 2);  // two observations used
@@ -214,9 +214,7 @@ TEST(Es1Predict, RowsLimitsAndForecasts) {
   const long lead = 3;
   std::vector<double> rows(7 * (6 + lead), 0.0);
   double level = start_level, mse = 0.0;
-  ASSERT_EQ(zes1prd(s.data(), s.mis(), 15.0, 6, w, &level, 0, 5, lead, se2, 0.05, 1, &mse,
-                    rows.data()),
-            0);
+  ASSERT_EQ(zes1prd(s.data(), s.mis(), 15.0, 6, w, &level, 0, 5, lead, se2, 0.05, 1, &mse, rows.data()), 0);
   const double z = zprobit(0.975);
   double l = start_level, sse = 0.0;
   long used = 0;
@@ -259,9 +257,7 @@ TEST(Es1Predict, MissingVarianceUsesThePassForForecastsOnly) {
   Series s({3, 5, 4, 6});
   std::vector<double> rows(7 * 6);
   double level = 6.0, mse = 0.0;
-  ASSERT_EQ(zes1prd(s.data(), s.mis(), 6.0, 4, 0.5, &level, 0, 3, 2, kMiss, 0.05, 0, &mse,
-                    rows.data()),
-            0);
+  ASSERT_EQ(zes1prd(s.data(), s.mis(), 6.0, 4, 0.5, &level, 0, 3, 2, kMiss, 0.05, 0, &mse, rows.data()), 0);
   for (int t = 0; t < 4; ++t) {
     EXPECT_EQ(rows[7 * t + 5], 0.0);           // std of the observed rows
     EXPECT_TRUE(std::isnan(rows[7 * t + 2]));  // the limits carry the missing value
@@ -275,28 +271,21 @@ TEST(Es1Predict, BackcastRunsOnlyWithoutGivenStart) {
   Series s(v);
   double from_svi = 9.0, given = 9.0, mse = 0.0;
   std::vector<double> rows(7 * 5);
-  ASSERT_EQ(zes1prd(s.data(), s.mis(), 9.0, 5, 0.3, &from_svi, 0, 4, 0, 1.0, 0.05, 0, &mse,
-                    rows.data()),
-            0);
+  ASSERT_EQ(zes1prd(s.data(), s.mis(), 9.0, 5, 0.3, &from_svi, 0, 4, 0, 1.0, 0.05, 0, &mse, rows.data()), 0);
   double time0 = 0.0;
   smooth_test::ses_backcast_mse(v, 0.3, 9.0, &time0);
   EXPECT_NEAR(rows[1], time0, 1e-13);
-  ASSERT_EQ(zes1prd(s.data(), s.mis(), 9.0, 5, 0.3, &given, 0, 4, 0, 1.0, 0.05, 1, &mse,
-                    rows.data()),
-            0);
+  ASSERT_EQ(zes1prd(s.data(), s.mis(), 9.0, 5, 0.3, &given, 0, 4, 0, 1.0, 0.05, 1, &mse, rows.data()), 0);
   EXPECT_EQ(rows[1], 9.0);
 }
 
 TEST(Es1Predict, SingleObservationKeepsThePlainSum) {
   Series s({NAN, 4});
   double level = 6.0, mse = 0.0;
-  ASSERT_EQ(zes1prd(s.data(), s.mis(), 6.0, 2, 0.5, &level, 0, 1, 0, 1.0, 0.05, 1, &mse, nullptr),
-            0);
+  ASSERT_EQ(zes1prd(s.data(), s.mis(), 6.0, 2, 0.5, &level, 0, 1, 0, 1.0, 0.05, 1, &mse, nullptr), 0);
   EXPECT_EQ(mse, 4.0);  // one observation, error 2: no division
   Series none({NAN, NAN});
-  EXPECT_EQ(zes1prd(none.data(), none.mis(), 1.0, 2, 0.5, &level, 0, 1, 0, 1.0, 0.05, 1, &mse,
-                    nullptr),
-            -2);
+  EXPECT_EQ(zes1prd(none.data(), none.mis(), 1.0, 2, 0.5, &level, 0, 1, 0, 1.0, 0.05, 1, &mse, nullptr), -2);
 }
 
 // ---- Variance, psi weights, standard errors ------------------------------------

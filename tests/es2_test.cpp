@@ -2,10 +2,10 @@
 // and the closed form of its forecast variance, the stability region, the
 // guards, and the estimation at its edges (the properties every family
 // shares are in family_test.cpp).
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "numeric/numeric.h"
 #include "smoothing/es2fit.h"
@@ -14,12 +14,11 @@
 
 namespace {
 
-using smooth_test::kMiss;
-using smooth_test::is_miss;
-using smooth_test::expect_rel;
 using smooth_test::example_series;
+using smooth_test::expect_rel;
+using smooth_test::is_miss;
+using smooth_test::kMiss;
 using smooth_test::Model;
-
 
 // Holt's linear method written in its textbook form, independently of the
 // kernel: from level l and trend b before observation 0,
@@ -69,9 +68,9 @@ TEST_F(Es2Kernel, PredictionPassAgreesWithHoltsMethod) {
     const double l0 = x[0], b0 = x[1] - x[0];
     double level = l0, trend = b0, mse = 0;
     std::vector<double> rows(8 * (n + 12));
-    ASSERT_EQ(zes2prd(x.data(), mis.data(), 1e6, n, c.a, c.g, &level, &trend, 0, n - 1, 12, 4.0,
-                      0.05, 1, &mse, rows.data()),
-              0);
+    ASSERT_EQ(
+        zes2prd(x.data(), mis.data(), 1e6, n, c.a, c.g, &level, &trend, 0, n - 1, 12, 4.0, 0.05, 1, &mse, rows.data()),
+        0);
     const Holt h = holt(x, c.a, c.g, l0, b0);
     double sse = 0;
     for (long t = 0; t < n; ++t) {
@@ -121,9 +120,9 @@ TEST_F(Es2Kernel, ForecastVarianceHasHoltsClosedForm) {
       double level = x[0], trend = 0, mse = 0;
       std::vector<double> rows(8 * (n + lead));
       const double se2 = 2.5;
-      ASSERT_EQ(zes2prd(x.data(), mis.data(), 1e6, n, a, g, &level, &trend, 0, n - 1, lead, se2,
-                        0.05, 1, &mse, rows.data()),
-                0);
+      ASSERT_EQ(
+          zes2prd(x.data(), mis.data(), 1e6, n, a, g, &level, &trend, 0, n - 1, lead, se2, 0.05, 1, &mse, rows.data()),
+          0);
       const double z = zprobit(0.975);
       for (long k = 1; k <= lead; ++k) {
         const double* r = &rows[8 * (n + k - 1)];
@@ -146,9 +145,9 @@ TEST_F(Es2Kernel, StabilityRegion) {
     double a, g;
     int stable;
   } const cases[] = {
-      {0.5, 0.5, 1},   {2.0, 0.0, 0},   {2.0, -1.0, 0}, {1.0, 2.0, 0},  // 4 / 1 - 2 = 2, excluded
+      {0.5, 0.5, 1},   {2.0, 0.0, 0},   {2.0, -1.0, 0},  {1.0, 2.0, 0},  // 4 / 1 - 2 = 2, excluded
       {1.0, 1.999, 1}, {0.0, 0.1, 0},   {0.5, -0.01, 0}, {0.5, 5.99, 1},
-      {0.5, 6.0, 0},   {1.9, 0.105, 1}, {1.9, 0.106, 0},  {0.001, 0.0, 1},
+      {0.5, 6.0, 0},   {1.9, 0.105, 1}, {1.9, 0.106, 0}, {0.001, 0.0, 1},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(zes2stb(c.a, c.g) != 0, c.stable != 0) << c.a << " " << c.g;
@@ -175,8 +174,7 @@ TEST_F(Es2Kernel, AStraightSeriesIsFittedWithoutError) {
     level = 3.0;
     trend = 2.0;
     std::vector<double> rows(8 * 40);
-    ASSERT_EQ(zes2prd(x.data(), mis.data(), 100, 40, a, 0.3, &level, &trend, 0, 39, 0, 1.0, 0.05,
-                      1, &mse, rows.data()),
+    ASSERT_EQ(zes2prd(x.data(), mis.data(), 100, 40, a, 0.3, &level, &trend, 0, 39, 0, 1.0, 0.05, 1, &mse, rows.data()),
               0);
     EXPECT_LT(mse, 1e-24);
     for (int t = 0; t < 40; ++t) EXPECT_NEAR(rows[8 * t + 4], 0.0, 1e-12);
@@ -206,8 +204,7 @@ TEST_F(Es2Kernel, PredictionPassWithTwoObservationsKeepsThePlainSum) {
   std::vector<char> mis = {0, 1, 0};
   double level = 8, trend = 2, mse = 0;
   std::vector<double> rows(8 * 3);
-  ASSERT_EQ(zes2prd(x.data(), mis.data(), 100, 3, 0.5, 0.5, &level, &trend, 0, 2, 0, 1.0, 0.05, 1,
-                    &mse, rows.data()),
+  ASSERT_EQ(zes2prd(x.data(), mis.data(), 100, 3, 0.5, 0.5, &level, &trend, 0, 2, 0, 1.0, 0.05, 1, &mse, rows.data()),
             0);
   EXPECT_DOUBLE_EQ(mse, rows[4] * rows[4] + rows[20] * rows[20]);
   EXPECT_TRUE(is_miss(rows[12]));
@@ -223,7 +220,7 @@ TEST_F(Es2Kernel, Guards) {
   EXPECT_EQ(zes2pnt(1, 1.0, 0.5, 0.5, &l, &b, &xhat, &e), -9);  // above 10000 * xscale
   l = -1e6;
   b = 0;
-  EXPECT_EQ(zes2pnt(1, 1.0, 0.5, 0.5, &l, &b, &xhat, &e), 0);   // only the upper side
+  EXPECT_EQ(zes2pnt(1, 1.0, 0.5, 0.5, &l, &b, &xhat, &e), 0);  // only the upper side
   double dl[2] = {1e155, 0}, dt[2] = {0, 0}, dv[2];
   EXPECT_EQ(zes2dpd(1, 0.5, 0.5, 0, 0, 0, 0, dl, dt, dv), -9);
   EXPECT_TRUE(is_miss(dt[1]));

@@ -3,10 +3,10 @@
 // flattening forecasts and their variance, the stability test and the
 // estimation at its edges (the properties every family shares are in
 // family_test.cpp).
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "numeric/numeric.h"
 #include "smoothing/es2subs.h"
@@ -16,12 +16,11 @@
 
 namespace {
 
-using smooth_test::kMiss;
-using smooth_test::is_miss;
-using smooth_test::expect_rel;
 using smooth_test::example_series;
+using smooth_test::expect_rel;
+using smooth_test::is_miss;
+using smooth_test::kMiss;
 using smooth_test::Model;
-
 
 const char* const kExamples[] = {"AirPassengers.csv", "UKgas.csv", "USAccDeaths.csv"};
 
@@ -47,8 +46,8 @@ TEST_F(Es3Kernel, PredictionPassAgreesWithTheDampedTrendMethod) {
       double l = x[0], b = x[1] - x[0];
       double level = l, trend = b, mse = 0;
       std::vector<double> rows(8 * n);
-      ASSERT_EQ(zes3prd(x.data(), mis.data(), 1e9, n, w.a, w.g, w.phi, &level, &trend, 0, n - 1, 0,
-                        1.0, 0.05, 1, &mse, rows.data()),
+      ASSERT_EQ(zes3prd(x.data(), mis.data(), 1e9, n, w.a, w.g, w.phi, &level, &trend, 0, n - 1, 0, 1.0, 0.05, 1, &mse,
+                        rows.data()),
                 0);
       double sse = 0;
       for (long t = 0; t < n; ++t) {
@@ -80,8 +79,8 @@ TEST_F(Es3Kernel, WithoutDampingTheModelIsLinearSmoothing) {
   const long lead = 8;
   std::vector<double> rows(8 * (n + lead));
   double level = 300, trend = 2, mse = 0;
-  ASSERT_EQ(zes3prd(x.data(), mis.data(), 1e9, n, 0.2, 0.3, 1.0, &level, &trend, 0, n - 1, lead, 5.0,
-                    0.05, 1, &mse, rows.data()),
+  ASSERT_EQ(zes3prd(x.data(), mis.data(), 1e9, n, 0.2, 0.3, 1.0, &level, &trend, 0, n - 1, lead, 5.0, 0.05, 1, &mse,
+                    rows.data()),
             0);
   for (long k = 1; k <= lead; ++k) {
     const double* r = &rows[8 * (n + k - 1)];
@@ -100,8 +99,8 @@ TEST_F(Es3Kernel, DampedForecastsFlattenAsTheLeadGrows) {
   double level = 0, trend = 0, mse = 0;
   ASSERT_EQ(zes3svi(x.data(), mis.data(), n, 1, &level, &trend), 0);
   std::vector<double> rows(8 * (n + lead));
-  ASSERT_EQ(zes3prd(x.data(), mis.data(), 1e9, n, 0.5, 0.3, phi, &level, &trend, 0, n - 1, lead,
-                    kMiss, 0.05, 0, &mse, rows.data()),
+  ASSERT_EQ(zes3prd(x.data(), mis.data(), 1e9, n, 0.5, 0.3, phi, &level, &trend, 0, n - 1, lead, kMiss, 0.05, 0, &mse,
+                    rows.data()),
             0);
   const double limit = level + trend * phi / (1.0 - phi);
   double prev_step = std::fabs(trend);
@@ -117,7 +116,7 @@ TEST_F(Es3Kernel, DampedForecastsFlattenAsTheLeadGrows) {
     EXPECT_NEAR(r[7], trend * std::pow(phi, static_cast<double>(k)), 1e-9 * std::fabs(trend));
   }
   EXPECT_NEAR(rows[8 * (n + lead - 1) + 1], limit, 1e-6 * std::fabs(limit));
-  EXPECT_FALSE(is_miss(rows[8 * n + 5]));  // missing se2: the pass's mse is the base
+  EXPECT_FALSE(is_miss(rows[8 * n + 5]));   // missing se2: the pass's mse is the base
   EXPECT_EQ(level, rows[8 * (n - 1) + 6]);  // the state stays at the end of the range
 }
 
@@ -149,8 +148,8 @@ TEST_F(Es3Kernel, PsiWeightsAreTheImpulseResponseOfTheForecasts) {
     auto forecasts = [&](const std::vector<double>& series) {
       double level = 9000, trend = 10, mse = 0;
       std::vector<double> rows(8 * (n + lead));
-      EXPECT_EQ(zes3prd(const_cast<double*>(series.data()), mis.data(), 1e9, n, w.a, w.g, w.phi,
-                        &level, &trend, 0, n - 1, lead, 1.0, 0.05, 1, &mse, rows.data()),
+      EXPECT_EQ(zes3prd(const_cast<double*>(series.data()), mis.data(), 1e9, n, w.a, w.g, w.phi, &level, &trend, 0,
+                        n - 1, lead, 1.0, 0.05, 1, &mse, rows.data()),
                 0);
       return rows;
     };
@@ -181,8 +180,8 @@ TEST_F(Es3Kernel, NumericDerivativeResultIsThatOfTheThirdWeight) {
 }
 
 TEST_F(Es3Kernel, StabilityTest) {
-  EXPECT_EQ(zes3stb(0.5, 0.5, 0.9), 1);   // complex pair, squared modulus 0.45
-  EXPECT_EQ(zes3stb(0.0, 0.5, 1.5), 0);   // real roots 1.5 and 1
+  EXPECT_EQ(zes3stb(0.5, 0.5, 0.9), 1);  // complex pair, squared modulus 0.45
+  EXPECT_EQ(zes3stb(0.0, 0.5, 1.5), 0);  // real roots 1.5 and 1
   EXPECT_EQ(zes3stb(0.3, 0.1, 0.98), 1);
   EXPECT_EQ(zes3stb(2.5, 0.1, 0.9), 0);
   // Without damping the region is that of linear smoothing, away from its
@@ -222,9 +221,9 @@ TEST_F(Es3Kernel, SmallCountsKeepThePlainSumOfSquares) {
   std::vector<char> mis = {0, 1, 0, 0};
   double level = 8, trend = 2, mse = 0;
   std::vector<double> rows(8 * 4);
-  ASSERT_EQ(zes3prd(x.data(), mis.data(), 100, 4, 0.5, 0.5, 0.9, &level, &trend, 0, 3, 0, 1.0, 0.05,
-                    1, &mse, rows.data()),
-            0);
+  ASSERT_EQ(
+      zes3prd(x.data(), mis.data(), 100, 4, 0.5, 0.5, 0.9, &level, &trend, 0, 3, 0, 1.0, 0.05, 1, &mse, rows.data()),
+      0);
   EXPECT_DOUBLE_EQ(mse, rows[4] * rows[4] + rows[20] * rows[20] + rows[28] * rows[28]);
   double diag[3] = {1, 1, 1}, parms[3] = {0.1, 0.2, 0.9}, se[3], tv[3];
   zes3std(diag, 1.0, 3, parms, se, tv);
@@ -251,8 +250,8 @@ class Es3Fit : public ::testing::Test {
   }
   static double mse_at(WINMODEL* m, double a, double g, double phi) {
     double l = m->svi.level, b = m->svi.trend, mse = 0;
-    const int rc = zes3smo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, a, g, phi, &l, &b,
-                           &mse, nullptr, nullptr);
+    const int rc =
+        zes3smo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, a, g, phi, &l, &b, &mse, nullptr, nullptr);
     return rc == 0 ? mse : HUGE_VAL;
   }
 };

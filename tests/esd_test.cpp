@@ -2,11 +2,11 @@
 // series, the forecast variance against the moving-average weights and the
 // impulse response of the recursion, the guards and the estimation at its
 // edges (the properties every family shares are in family_test.cpp).
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "numeric/numeric.h"
 #include "smoothing/esdfit.h"
@@ -15,12 +15,11 @@
 
 namespace {
 
-using smooth_test::kMiss;
-using smooth_test::is_miss;
-using smooth_test::expect_rel;
 using smooth_test::example_series;
+using smooth_test::expect_rel;
+using smooth_test::is_miss;
+using smooth_test::kMiss;
 using smooth_test::Model;
-
 
 const char* const kExamples[] = {"AirPassengers.csv", "UKgas.csv", "USAccDeaths.csv"};
 
@@ -43,8 +42,7 @@ TEST_F(EsdKernel, PredictionsAreBrownsDoubleSmoothing) {
       double s1 = l0, s2 = l0 - t0 * (1.0 - w) / w;
       double level = l0, trend = t0, mse = 0;
       std::vector<double> rows(8 * n);
-      ASSERT_EQ(zesdprd(x.data(), mis.data(), 1e9, n, w, &level, &trend, 0, n - 1, 0, 1.0, 0.05, 1,
-                        &mse, rows.data()),
+      ASSERT_EQ(zesdprd(x.data(), mis.data(), 1e9, n, w, &level, &trend, 0, n - 1, 0, 1.0, 0.05, 1, &mse, rows.data()),
                 0);
       double sse = 0;
       for (long t = 0; t < n; ++t) {
@@ -69,8 +67,7 @@ TEST_F(EsdKernel, ForecastRowsAndTheirVariance) {
   const long lead = 15;
   double level = x[0], trend = 0, mse = 0;
   std::vector<double> rows(8 * (n + lead));
-  ASSERT_EQ(zesdprd(x.data(), mis.data(), 1e9, n, w, &level, &trend, 0, n - 1, lead, se2, 0.1, 1,
-                    &mse, rows.data()),
+  ASSERT_EQ(zesdprd(x.data(), mis.data(), 1e9, n, w, &level, &trend, 0, n - 1, lead, se2, 0.1, 1, &mse, rows.data()),
             0);
   std::vector<double> psi(lead);
   ASSERT_EQ(zesdpsi(w, lead, psi.data()), 0);
@@ -99,8 +96,8 @@ TEST_F(EsdKernel, PsiWeightsAreTheImpulseResponseOfTheForecasts) {
   auto forecasts = [&](const std::vector<double>& series) {
     double level = 100, trend = 1, mse = 0;
     std::vector<double> rows(8 * (n + lead));
-    EXPECT_EQ(zesdprd(const_cast<double*>(series.data()), mis.data(), 1e9, n, w, &level, &trend, 0,
-                      n - 1, lead, 1.0, 0.05, 1, &mse, rows.data()),
+    EXPECT_EQ(zesdprd(const_cast<double*>(series.data()), mis.data(), 1e9, n, w, &level, &trend, 0, n - 1, lead, 1.0,
+                      0.05, 1, &mse, rows.data()),
               0);
     return rows;
   };
@@ -160,9 +157,7 @@ class EsdFit : public ::testing::Test {
   }
   static double mse_at(WINMODEL* m, double w) {
     double l = m->svi.level, b = m->svi.trend, mse = 0;
-    EXPECT_EQ(zesdsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, w, &l, &b, &mse,
-                      nullptr, nullptr),
-              0);
+    EXPECT_EQ(zesdsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, w, &l, &b, &mse, nullptr, nullptr), 0);
     return mse;
   }
 };

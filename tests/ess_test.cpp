@@ -2,9 +2,6 @@
 // the stability region, the centring, the forecast variance against the
 // moving-average weights, start values against the regression, and the
 // command line (the properties every family shares are in family_test.cpp).
-#include <gtest/gtest.h>
-
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -14,6 +11,9 @@
 #include <numeric>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include "host/host.h"
 #include "numeric/numeric.h"
@@ -25,9 +25,9 @@
 
 namespace {
 
-using smooth_test::kMiss;
-using smooth_test::is_miss;
 using smooth_test::expect_rel;
+using smooth_test::is_miss;
+using smooth_test::kMiss;
 namespace fs = std::filesystem;
 using smooth_test::example_series;
 const double kNaN = std::nan("");
@@ -101,8 +101,8 @@ TEST_F(Ess, PassesAgreeWithTheTextbookRecursion) {
       Ref start = ref;  // the backward pass leaves the state before observation 0
       double level = 250.0, mse = 0.0, sse = 0.0;
       std::vector<double> rows(5 * n);
-      ASSERT_EQ(zesssmo(ser.x.data(), ser.mis.data(), ser.norm, n, ex.ns, w.a, w.g, &level, f.data(),
-                        ser.codes.data(), &mse, nullptr, rows.data()),
+      ASSERT_EQ(zesssmo(ser.x.data(), ser.mis.data(), ser.norm, n, ex.ns, w.a, w.g, &level, f.data(), ser.codes.data(),
+                        &mse, nullptr, rows.data()),
                 0);
       for (long t = 0; t < n; ++t) {
         const int s = ser.codes[t];
@@ -138,7 +138,7 @@ TEST_F(Ess, PassesAgreeWithTheTextbookRecursion) {
 TEST_F(Ess, GuardsOfTheKernel) {
   double f[3] = {1.0, -2.0, 4.0}, level = 10.0, xhat = 0.0, e = 0.0;
   ASSERT_EQ(zesspnt(5.0, 100.0, 0.25, 0.5, &level, f, 1, &xhat, &e), 0);
-  EXPECT_EQ(e, 3.0);  // prediction minus observation
+  EXPECT_EQ(e, 3.0);                                  // prediction minus observation
   EXPECT_EQ(f[1], 0.5 * (5.0 - level) + 0.5 * -2.0);  // against the new level
   // Only the upper side of the prediction is limited; the level and the one
   // factor in question become missing.
@@ -162,8 +162,8 @@ TEST_F(Ess, GuardsOfTheKernel) {
   EXPECT_EQ(zesssmo(none.x.data(), none.mis.data(), 3, 2, 2, 0.3, 0.3, &level, g, none.codes.data(), &mse, 0, 0), -2);
   // At most two observations: the prediction pass reports the plain sse.
   level = 11.0;
-  ASSERT_EQ(zessprd(ser.x.data(), ser.mis.data(), 12.0, 3, 2, 0.5, 0.5, &level, g, ser.codes.data(), 0, 2, 0, 1.0,
-                    0.05, 1, &mse, nullptr),
+  ASSERT_EQ(zessprd(ser.x.data(), ser.mis.data(), 12.0, 3, 2, 0.5, 0.5, &level, g, ser.codes.data(), 0, 2, 0, 1.0, 0.05,
+                    1, &mse, nullptr),
             0);
   EXPECT_EQ(mse, 100.0 + 16.0);  // errors 10 and 4
 }
@@ -175,8 +175,8 @@ TEST_F(Ess, ForecastsWithoutObservationRowsStartAtSeasonZero) {
   double level = 10.0, mse = 0.0;
   double f[3] = {1.0, 2.0, 3.0};
   std::vector<double> rows(8 * 4);
-  ASSERT_EQ(zessprd(ser.x.data(), ser.mis.data(), 12.0, 4, 3, 0.5, 0.5, &level, f, ser.codes.data(), 0, -1, 4,
-                    1.0, 0.05, 1, &mse, rows.data()),
+  ASSERT_EQ(zessprd(ser.x.data(), ser.mis.data(), 12.0, 4, 3, 0.5, 0.5, &level, f, ser.codes.data(), 0, -1, 4, 1.0,
+                    0.05, 1, &mse, rows.data()),
             0);
   EXPECT_EQ(mse, 0.0);
   for (int k = 0; k < 4; ++k) {
@@ -193,13 +193,13 @@ TEST_F(Ess, NumericDerivativeFailures) {
   Seasonal gas(example_series("UKgas.csv"), 4);
   std::vector<double> f(4, 0.0);
   double deltas[2] = {1e-6, 0.0}, pder[2];
-  EXPECT_EQ(zessnpd(gas.x.data(), gas.mis.data(), gas.norm, gas.n(), 4, 0.3, 0.3, 400.0, f.data(),
-                    gas.codes.data(), deltas, 0, pder),
+  EXPECT_EQ(zessnpd(gas.x.data(), gas.mis.data(), gas.norm, gas.n(), 4, 0.3, 0.3, 400.0, f.data(), gas.codes.data(),
+                    deltas, 0, pder),
             -92);
   EXPECT_TRUE(!is_miss(pder[0]) && is_miss(pder[1]));
   esf::host::pool_fail_after(0);
-  EXPECT_EQ(zessnpd(gas.x.data(), gas.mis.data(), gas.norm, gas.n(), 4, 0.3, 0.3, 400.0, f.data(),
-                    gas.codes.data(), deltas, 0, pder),
+  EXPECT_EQ(zessnpd(gas.x.data(), gas.mis.data(), gas.norm, gas.n(), 4, 0.3, 0.3, 400.0, f.data(), gas.codes.data(),
+                    deltas, 0, pder),
             -100);
   esf::host::pool_fail_after(-1);
   xmemdef();
@@ -210,10 +210,10 @@ TEST_F(Ess, StabilityRegion) {
     int ns;
     double a, g;
     int stable;
-  } const cases[] = {
-      {12, 0.3, 0.2, 1},   {12, 0.3, 0.0, 0},  {12, 1.0, 0.5, 0}, {4, 2.0, 0.5, 0},   // d, wlevel 1 and 2
-      {12, -0.05, 0.5, 0}, {4, -0.05, 0.5, 1},                                         // ns * wlevel + d
-      {4, 1.5, -1.0, 0},   {4, 1.4, -1.0, 1},  {4, 0.999, 0.999, 1}};                  // 2 - wlevel - d
+  } const cases[] = {{12, 0.3, 0.2, 1},   {12, 0.3, 0.0, 0},  {12, 1.0, 0.5, 0},
+                     {4, 2.0, 0.5, 0},                                                // d, wlevel 1 and 2
+                     {12, -0.05, 0.5, 0}, {4, -0.05, 0.5, 1},                         // ns * wlevel + d
+                     {4, 1.5, -1.0, 0},   {4, 1.4, -1.0, 1},  {4, 0.999, 0.999, 1}};  // 2 - wlevel - d
   for (const Case& c : cases) EXPECT_EQ(zessstb(c.ns, c.a, c.g), c.stable) << c.ns << " " << c.a << " " << c.g;
 }
 
@@ -303,8 +303,7 @@ TEST_F(Ess, StartValues) {
 struct SeasonalModel : smooth_test::Model {
   SeasonalModel(const std::vector<double>& values, int ns) : Model(values, 2) {
     seasons(ns);
-    EXPECT_EQ(zesssvi(get()->ts.x, get()->ts.misflg, get()->ts.nobs, ns, 0, 1, &get()->svi.level,
-                      get()->svi.sfactor),
+    EXPECT_EQ(zesssvi(get()->ts.x, get()->ts.misflg, get()->ts.nobs, ns, 0, 1, &get()->svi.level, get()->svi.sfactor),
               0);
   }
 };

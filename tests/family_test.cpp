@@ -4,7 +4,7 @@
 // the last observation, the estimates are a minimum within the bounds and
 // the stable region, fixed weights stay, and a fit feeds a forecast through
 // the host's lists with the weights a direct fit finds.
-#include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <bit>
 #include <cfloat>
@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
+#include <gtest/gtest.h>
 
 #include "host/host.h"
 #include "module/families.h"
@@ -58,8 +58,7 @@ struct Seasonal {
   using F = ess::Family;
   static constexpr int kType = esf::kFamilySeasonal, kAdditive = 0;
   static int start(WINMODEL* m) {
-    return zesssvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, 1, &m->svi.level,
-                   m->svi.sfactor);
+    return zesssvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, 1, &m->svi.level, m->svi.sfactor);
   }
 };
 template <int Additive>
@@ -67,8 +66,8 @@ struct Winters {
   using F = win::Family;
   static constexpr int kType = esf::kFamilyWinters, kAdditive = Additive;
   static int start(WINMODEL* m) {
-    return zwinsvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, Additive, 1,
-                   &m->svi.level, &m->svi.trend, m->svi.sfactor);
+    return zwinsvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, Additive, 1, &m->svi.level, &m->svi.trend,
+                   m->svi.sfactor);
   }
 };
 
@@ -319,8 +318,8 @@ TYPED_TEST(FamilyTest, FitFeedsForecastThroughTheLists) {
     k = 0;
     for (const SLIST_ITEM* it : items(find_list(estimates, "LABELS"))) {
       const std::string label(it->data.c.p, it->data.c.len);
-      EXPECT_EQ(label, row.labels_by_putstvlab ? std::string(row.names[k]) + " Smoothing Weight"
-                                                : std::string(row.labels[k]));
+      EXPECT_EQ(label,
+                row.labels_by_putstvlab ? std::string(row.names[k]) + " Smoothing Weight" : std::string(row.labels[k]));
       ++k;
     }
     EXPECT_EQ(find_number(estimates, "NPARMS"), row.nparms);

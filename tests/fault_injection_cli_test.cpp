@@ -6,16 +6,16 @@
 // file; under the sanitizer build a leak would end the run with the leak
 // checker's status instead. The run that meets no fault writes the whole
 // table.
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include "support/file_text.h"
 
@@ -43,8 +43,8 @@ TEST_P(FaultInjectionCli, EveryFailureEndsCleanly) {
   std::ofstream(dir / "lsan.supp") << "leak:esf::runner::Loader::load\n";
   auto run = [&](const std::string& env) {
     std::ofstream(dir / "out.csv") << "previous\n";
-    const std::string cmd = "cd '" + dir.string() + "' && LSAN_OPTIONS=suppressions=lsan.supp " + env + " '" +
-                            ESF_CLI + "' forecast s.csv --interval MONTH --model winters -o out.csv >/dev/null 2>err.txt";
+    const std::string cmd = "cd '" + dir.string() + "' && LSAN_OPTIONS=suppressions=lsan.supp " + env + " '" + ESF_CLI +
+                            "' forecast s.csv --interval MONTH --model winters -o out.csv >/dev/null 2>err.txt";
     const int raw = std::system(cmd.c_str());
     return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   };

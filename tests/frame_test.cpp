@@ -1,7 +1,7 @@
 // The estimation frame and the forecast driver, run on simple smoothing:
 // nes1fit and nes1for called directly on a WINMODEL filled here, and the
 // frame's steps driven one at a time through the family's trait.
-#include <gtest/gtest.h>
+#include "smoothing/frame.h"
 
 #include <unistd.h>
 
@@ -11,11 +11,12 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "host/host.h"
 #include "numeric/numeric.h"
 #include "smoothing/es1fit.h"
 #include "smoothing/es1subs.h"
-#include "smoothing/frame.h"
 #include "support/smooth_model.h"
 
 namespace {
@@ -39,8 +40,7 @@ std::vector<double> local_level(std::uint64_t seed, int n, double drift_sd, doub
 
 // The start of the backward pass, as getstartvals computes it.
 void set_svi(Model& m) {
-  ASSERT_EQ(zes1svi(m->ts.x + m->fitrange.start, m->ts.misflg + m->fitrange.start,
-                    m->fitrange.nobs, 1, &m->svi.level),
+  ASSERT_EQ(zes1svi(m->ts.x + m->fitrange.start, m->ts.misflg + m->fitrange.start, m->fitrange.nobs, 1, &m->svi.level),
             0);
 }
 
@@ -126,8 +126,8 @@ TEST(SimpleFit, OptimumBeyondABoundOrFixedLandsExactlyOnIt) {
     double lo, hi, tol;
     double expect;
   };
-  const std::vector<double> walk = local_level(21, 60, 5.0, 0.2);    // wants w near 1
-  const std::vector<double> noise = local_level(22, 60, 0.0, 4.0);   // wants w near 0
+  const std::vector<double> walk = local_level(21, 60, 5.0, 0.2);   // wants w near 1
+  const std::vector<double> noise = local_level(22, 60, 0.0, 4.0);  // wants w near 0
   const std::vector<double> air = smooth_test::example_series("AirPassengers.csv");
   const Case cases[] = {
       {"random walk, snap tolerance", walk, 0.001, 0.5, 1e-3, 0.5},
@@ -209,9 +209,7 @@ TEST(SimpleFit, WithoutBoundsEndsAtAStationaryPoint) {
   const double w = m->pest.parms[0];
   EXPECT_GT(w, 0.999);  // the trend pulls the weight past the default bound
   double slope = 0.0;
-  ASSERT_EQ(zes1npd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, 144, w, m->svi.level, 1e-6, 0,
-                    &slope),
-            0);
+  ASSERT_EQ(zes1npd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, 144, w, m->svi.level, 1e-6, 0, &slope), 0);
   const double mse = smooth_test::ses_backcast_mse(air, w, m->svi.level);
   EXPECT_LT(std::fabs(slope) * 0.01, 1e-4 * mse);  // a step of 0.01 changes mse by < 1e-4
 }
@@ -268,8 +266,7 @@ TEST(FrameSteps, AcceptedStepsNeverRaiseTheErrorAndStayInBounds) {
       // step; otherwise it rises tenfold up to 1000, or from 0 to 0.01.
       const double lowered = lambda / 10.0 < 0.0001 ? 0.0 : lambda / 10.0;
       const double raised = lambda == 0.0 ? 0.01 : std::fmin(lambda * 10.0, 1000.0);
-      EXPECT_TRUE((s.fitcon.lambda == lowered && s.fitcon.stepstart == 1.0) ||
-                  s.fitcon.lambda == raised)
+      EXPECT_TRUE((s.fitcon.lambda == lowered && s.fitcon.stepstart == 1.0) || s.fitcon.lambda == raised)
           << lambda << " -> " << s.fitcon.lambda;
     }
   }
@@ -348,9 +345,7 @@ TEST(FrameDiagnostics, TraceAndDerivativeCheckPrintThroughTheHost) {
   const std::string out = esf::host::take_printed();
   esf::host::capture_output(false);
 
-  EXPECT_NE(out.find(" Iter Subit  Criterion  NMiss       MSE     Level    Change  Rank"),
-            std::string::npos)
-      << out;
+  EXPECT_NE(out.find(" Iter Subit  Criterion  NMiss       MSE     Level    Change  Rank"), std::string::npos) << out;
   EXPECT_NE(out.find(" Simple Smoothing Partial Derivative Information"), std::string::npos);
   EXPECT_NE(out.find("     Absolute Partial Derivatives Calculated"), std::string::npos);
   // Every check block compares the analytic gradient with the central
@@ -379,10 +374,8 @@ struct OffsetFamily : fr::FamilyDefaults {
   static constexpr int kNumWeights = 2;
   static constexpr fr::Slot kSlots[2] = {fr::Slot::level, fr::Slot::trend};
   static constexpr double kGrid[2][fr::kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
-       0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.5, 0.55, 0.45, 0.6, 0.4, 0.5, 0.7, 0.3, 0.5, 0.5,
-       0.8, 0.2, 0.5, 0.9, 0.1, 0.5, 0.5, 0.5, 0.5, 0.65}};
+      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4, 0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
+      {0.5, 0.55, 0.45, 0.6, 0.4, 0.5, 0.7, 0.3, 0.5, 0.5, 0.8, 0.2, 0.5, 0.9, 0.1, 0.5, 0.5, 0.5, 0.5, 0.65}};
   static constexpr double kGridLo[2] = {0.001, 0.001};
   static constexpr double kGridScale[2] = {0.998, 0.998};
   static constexpr bool kHasStability = false;
@@ -410,9 +403,7 @@ struct OffsetFamily : fr::FamilyDefaults {
     pass.smooth.level = m.svi.level;
     return 0;
   }
-  static double missing_value(const fr::Pass& pass, const double* w, long) {
-    return pass.smooth.level + w[1];
-  }
+  static double missing_value(const fr::Pass& pass, const double* w, long) { return pass.smooth.level + w[1]; }
   static int fitobs(fr::Pass& pass, const double* w, long, double value, double* wder) {
     const double l = pass.smooth.level;
     wder[0] = pass.der.level[0];
@@ -431,18 +422,18 @@ struct OffsetFamily : fr::FamilyDefaults {
     }
     return 0;
   }
-  static constexpr fr::Diagnostics kDiagnostics = {
-      "   Level    Offset   ", "%8.93f  %8.93f  ", nullptr, nullptr,
-      " Offset Smoothing Partial Derivative Information    ",
-      "                  LEVEL    OFFSET                   "};
-  static int numeric_gradient(WINMODEL* m, const FITCON* f, const double* w, const double* d,
-                              int, double* pder) {
+  static constexpr fr::Diagnostics kDiagnostics = {"   Level    Offset   ",
+                                                   "%8.93f  %8.93f  ",
+                                                   nullptr,
+                                                   nullptr,
+                                                   " Offset Smoothing Partial Derivative Information    ",
+                                                   "                  LEVEL    OFFSET                   "};
+  static int numeric_gradient(WINMODEL* m, const FITCON* f, const double* w, const double* d, int, double* pder) {
     for (int i = 0; i < 2; ++i) {
       double up[2] = {w[0], w[1]}, down[2] = {w[0], w[1]};
       up[i] += d[i];
       down[i] -= d[i];
-      pder[i] = (mse(f, m->svi.level, up[0], up[1]) - mse(f, m->svi.level, down[0], down[1])) /
-                (2.0 * d[i]);
+      pder[i] = (mse(f, m->svi.level, up[0], up[1]) - mse(f, m->svi.level, down[0], down[1])) / (2.0 * d[i]);
     }
     return 0;
   }
@@ -581,16 +572,13 @@ class SimpleForecast : public testing::Test {
  protected:
   void SetUp() override {
     smooth_test::connect_module();
-    dir_ = std::filesystem::temp_directory_path() /
-           ("es1_frame_test_" + std::to_string(::getpid()));
+    dir_ = std::filesystem::temp_directory_path() / ("es1_frame_test_" + std::to_string(::getpid()));
     std::filesystem::create_directories(dir_);
     esf::host::assign_libref("SMT", dir_);
   }
   void TearDown() override { std::filesystem::remove_all(dir_); }
 
-  std::filesystem::path file(const char* mem) const {
-    return esf::host::table_path(std::string("SMT.") + mem);
-  }
+  std::filesystem::path file(const char* mem) const { return esf::host::table_path(std::string("SMT.") + mem); }
 
   std::filesystem::path dir_;
 };
@@ -607,8 +595,7 @@ TEST_F(SimpleForecast, GivenWeightAndStartAgreeWithAnIndependentLoop) {
   ASSERT_EQ(nes1for(m.get(), 1), 0);
 
   const smooth_test::Table t = smooth_test::read_table(file("FIXED"));
-  const std::vector<std::string> names = {"DATE",     "ACTUAL", "FORECAST", "U95",
-                                          "L95",      "RESIDUAL", "STD",    "LEVEL"};
+  const std::vector<std::string> names = {"DATE", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD", "LEVEL"};
   ASSERT_EQ(t.names, names);
   ASSERT_EQ(t.rows.size(), 36u + 12u);
   // The kernel's rows (checked against the recursion in the kernel tests)
@@ -655,8 +642,7 @@ TEST_F(SimpleForecast, WeightFallsBackOnTheEstimateAndFailuresLeaveNoTable) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    const std::vector<double> x =
-        c.constant ? std::vector<double>(10, 5.0) : local_level(53, 10, 1.0, 1.0);
+    const std::vector<double> x = c.constant ? std::vector<double>(10, 5.0) : local_level(53, 10, 1.0, 1.0);
     std::filesystem::remove(file("FALL"));
     Model m(x);
     m->parms.parms[0] = c.given;
@@ -695,13 +681,11 @@ TEST_F(SimpleForecast, TableRunsFromTheFitRangeToTheEvaluationEnd) {
   EXPECT_EQ(t.rows[0][0], smooth_test::date(1950, 1, 1));
   // Without start values the backcast over the fit range runs from svi.
   double time0 = 0.0;
-  smooth_test::ses_backcast_mse(std::vector<double>(x.begin() + 12, x.begin() + 36), 0.5,
-                                m->svi.level, &time0);
+  smooth_test::ses_backcast_mse(std::vector<double>(x.begin() + 12, x.begin() + 36), 0.5, m->svi.level, &time0);
   EXPECT_NEAR(t.rows[0][2], time0, 1e-12 * std::fabs(time0));
-  EXPECT_EQ(t.rows[35][1], x[47]);               // evaluated past the fit range
+  EXPECT_EQ(t.rows[35][1], x[47]);  // evaluated past the fit range
   EXPECT_FALSE(std::isnan(t.rows[35][5]));
   EXPECT_EQ(t.rows[38][0], smooth_test::date(1953, 3, 1));
 }
 
 }  // namespace
-

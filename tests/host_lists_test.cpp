@@ -1,10 +1,10 @@
 // The host's named lists, method arguments and the JSON form of lists.
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <cstdint>
 #include <cstring>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "host/host.h"
 
@@ -140,7 +140,8 @@ TEST(HostLists, DeleteSearchAndRename) {
   std::vector<std::string> seen;
   for (SLIndex i = 1; i <= g.list->length; ++i) {
     seen.push_back(slitmc(g.list, i, &s, &n) == 0 ? std::string(s, static_cast<size_t>(n))
-                                                  : std::to_string(static_cast<int>(slgetnv(esf::host::items(g.list)[static_cast<size_t>(i - 1)], 0))));
+                                                  : std::to_string(static_cast<int>(slgetnv(
+                                                        esf::host::items(g.list)[static_cast<size_t>(i - 1)], 0))));
   }
   EXPECT_EQ(seen, (std::vector<std::string>{"1", "B", "3", "A ", "D"}));
 }
@@ -208,8 +209,8 @@ TEST(HostArguments, PosargsRefusesWrongCountsAndKinds) {
   ListGuard a(esf::host::new_list());
   struct Case {
     const char* what;
-    int nlists;         // lists passed before a final number
-    bool text_first;    // a text where a list is expected
+    int nlists;       // lists passed before a final number
+    bool text_first;  // a text where a list is expected
     bool refused;
   };
   const Case cases[] = {
@@ -228,8 +229,7 @@ TEST(HostArguments, PosargsRefusesWrongCountsAndKinds) {
     int rc = 0;
     char miss = 0;
     int nargs = -1;
-    const int status =
-        posargs(call.plist(), nullptr, 3, 3, &nargs, POS_LIST, &l1, POS_LIST, &l2, POS_INT, &rc, &miss);
+    const int status = posargs(call.plist(), nullptr, 3, 3, &nargs, POS_LIST, &l1, POS_LIST, &l2, POS_INT, &rc, &miss);
     EXPECT_EQ(status != 0, c.refused);
     EXPECT_EQ(nargs, call.nargs());
     // Whatever happens, no output is left dangling.
@@ -306,9 +306,7 @@ TEST(HostJson, ShapesFollowTheNaming) {
 TEST(HostJson, BadInputNamesThePathAndLeavesNoList) {
   const std::size_t before = esf::host::live_lists();
   const std::string bad[] = {
-      R"({"DATA": [1, {"$missing": "AB"}]})",
-      R"({"$items": [{"name": 3, "value": 1}]})",
-      R"(17)",
+      R"({"DATA": [1, {"$missing": "AB"}]})", R"({"$items": [{"name": 3, "value": 1}]})", R"(17)",
       std::string(100000, '[') + std::string(100000, ']'),  // deeper than any model list: refused, not a crash
   };
   const char* where[] = {"$.DATA[1]", "$.$items[0].name", "$", "nest more than 64 levels deep, at $[0][0]"};

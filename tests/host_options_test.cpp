@@ -1,10 +1,10 @@
 // Host options, memory pools, task resource slots, journals, the kernel
 // handle's transcoding and the custom interval cache extension.
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "host/host.h"
 
@@ -72,9 +72,9 @@ TEST(HostTask, NamedSlotsHoldPointersUntilDeleted) {
   EXPECT_EQ(xytngl(reb, XYT_LOOKUP, name, 10, &slot, nullptr), XYT_NOTFOUND);
 
   int payload = 0;
-  ASSERT_EQ(wtrscrt(reb, reinterpret_cast<REBDTOR>(vir2g(reinterpret_cast<ptr>(count_destroy), nullptr)), &payload,
-                    &slot),
-            0);
+  ASSERT_EQ(
+      wtrscrt(reb, reinterpret_cast<REBDTOR>(vir2g(reinterpret_cast<ptr>(count_destroy), nullptr)), &payload, &slot),
+      0);
   ASSERT_EQ(xytnsl(reb, XYT_ENTER, name, 10, slot), 0);
   rebslotid found = 0;
   rebid where = nullptr;
@@ -168,9 +168,9 @@ TEST_F(HostCache, TokensResolveToTheLongestMappedNameWithMultiplierAndShift) {
     int multiplier, shift;
   };
   const Case cases[] = {
-      {"mycal", "MYCAL", 1, 0},    {"MYCAL2.3", "MYCAL", 2, 2},  {"MYCAL.1", "MYCAL", 1, 0},
+      {"mycal", "MYCAL", 1, 0},      {"MYCAL2.3", "MYCAL", 2, 2}, {"MYCAL.1", "MYCAL", 1, 0},
       {"MYCALX12", "MYCALX", 12, 0},  // the longest mapped name wins
-      {"MYCALY", "", -1, -1},      {"MYCAL2.3.4", "", -1, -1},  {"MYCAL.0", "", -1, -1},
+      {"MYCALY", "", -1, -1},        {"MYCAL2.3.4", "", -1, -1},  {"MYCAL.0", "", -1, -1},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.token);
@@ -178,9 +178,9 @@ TEST_F(HostCache, TokensResolveToTheLongestMappedNameWithMultiplierAndShift) {
     QKChar interval[32], lib[8], member[32];
     CINTCIntDSMap dsmap{interval, -1, lib, 0, member, 0};
     int multiplier = 0, shift = 0;
-    ASSERT_EQ(ext_->getDSMapByToken(cache_, token.data(), static_cast<int>(token.size()), 0, 0, &dsmap, &multiplier,
-                                    &shift),
-              0);
+    ASSERT_EQ(
+        ext_->getDSMapByToken(cache_, token.data(), static_cast<int>(token.size()), 0, 0, &dsmap, &multiplier, &shift),
+        0);
     EXPECT_EQ(std::string(interval, interval + dsmap.interval_l), c.interval);
     EXPECT_EQ(multiplier, c.multiplier);
     EXPECT_EQ(shift, c.shift);

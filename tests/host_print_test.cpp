@@ -1,11 +1,11 @@
 // The host's print service: format directives, print lines, the message
 // catalogue, status reports and debug output.
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <cstdint>
 #include <functional>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "host/host.h"
 
@@ -62,7 +62,8 @@ TEST_F(HostPrint, CatalogueLabelsOfTheForecastTable) {
   };
   const Case cases[] = {
       {"forecast", [](char* b, int m) { return xpmstr(b, m, 881, 1100, 3, "AIRxx"); }, "Forecast for AIR"},
-      {"upper", [](char* b, int m) { return xpmstr(b, m, 881, 1101, (1.0 - 0.05) * 100.0); }, "Upper 95% Confidence Limit"},
+      {"upper", [](char* b, int m) { return xpmstr(b, m, 881, 1101, (1.0 - 0.05) * 100.0); },
+       "Upper 95% Confidence Limit"},
       {"lower", [](char* b, int m) { return xpmstr(b, m, 881, 1102, 97.5); }, "Lower 97.5% Confidence Limit"},
       {"residual", [](char* b, int m) { return xpmstr(b, m, 881, 1103, 3, "AIR"); }, "Prediction Error for AIR"},
       {"std", [](char* b, int m) { return xpmstr(b, m, 881, 1104); }, "Prediction Standard Error"},

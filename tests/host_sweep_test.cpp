@@ -1,9 +1,9 @@
 // The host's sweep operator on packed symmetric matrices, checked against an
 // inverse computed directly by Gauss-Jordan elimination.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "module/host_api.h"
 

@@ -1,6 +1,6 @@
 // The host's tables: names, output tables written as CSV files through the
 // open / define / put / close chain, aborted tables, and input tables.
-#include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <bit>
 #include <cstdint>
@@ -11,8 +11,9 @@
 #include <sstream>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "host/host.h"
 #include "support/file_text.h"
@@ -43,9 +44,8 @@ std::vector<std::string> files_in(const fs::path& dir) {
 class HostTable : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("esf_host_table_" + std::to_string(::getpid()) + "_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    dir_ = fs::temp_directory_path() / ("esf_host_table_" + std::to_string(::getpid()) + "_" +
+                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(dir_);
     fs::create_directories(dir_);
     esf::host::assign_libref("OUT", dir_);
@@ -112,17 +112,17 @@ TEST(HostTableNames, SplitIntoLibraryMemberAndType) {
       {" out.Air_1 ", 0, 2, "out", "Air_1", ""},  // blanks around do not count
       {"a.b.data", 0, 3, "a", "b", "data"},
       {"", 1, 0, "", "", ""},
-      {"a.b.c.d", 1, 0, "", "", ""},           // too many parts
-      {"LIBRARYXX.M", 1, 0, "", "", ""},        // a libref has at most 8 characters
-      {"W.", 1, 0, "", "", ""},                 // empty member
+      {"a.b.c.d", 1, 0, "", "", ""},      // too many parts
+      {"LIBRARYXX.M", 1, 0, "", "", ""},  // a libref has at most 8 characters
+      {"W.", 1, 0, "", "", ""},           // empty member
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     Part lib{}, mem{}, type{};
     int count = -1;
-    const int rc = znamdiv(0, c.name, static_cast<int>(std::strlen(c.name)), &count, 3,
-                           reinterpret_cast<u_sname*>(&lib), reinterpret_cast<u_sname*>(&mem),
-                           reinterpret_cast<u_sname*>(&type));
+    const int rc =
+        znamdiv(0, c.name, static_cast<int>(std::strlen(c.name)), &count, 3, reinterpret_cast<u_sname*>(&lib),
+                reinterpret_cast<u_sname*>(&mem), reinterpret_cast<u_sname*>(&type));
     EXPECT_EQ(rc != 0, c.rc_nonzero != 0);
     if (c.rc_nonzero == 0) {
       EXPECT_EQ(count, c.count);
@@ -157,8 +157,8 @@ TEST_F(HostTable, ClosedTableIsACsvWithOneHeaderLine) {
   while (std::getline(lines, line)) all.push_back(line);
   ASSERT_EQ(all.size(), 4u);
   EXPECT_EQ(all[0], "DATE,ACTUAL,U95");
-  EXPECT_EQ(all[2], "-3622,,1e+300");      // an ordinary missing value is an empty field
-  EXPECT_EQ(all[3], "-3593,.A,-0.5");      // a special one keeps its name
+  EXPECT_EQ(all[2], "-3622,,1e+300");  // an ordinary missing value is an empty field
+  EXPECT_EQ(all[3], "-3593,.A,-0.5");  // a special one keeps its name
   // Values come back to the bit.
   EXPECT_EQ(std::strtod(all[1].substr(all[1].rfind(',') + 1).c_str(), nullptr), 1.0 / 3.0);
 

@@ -2,12 +2,12 @@
 // (zintshft): the properties that tie advancing to counting over thousands
 // of random dates, and the corner cases and refusals those don't reach.
 // Custom intervals advance by their tables: custom_test.cpp.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "host/host.h"
 #include "intervals/interval.h"
@@ -40,8 +40,8 @@ struct AdvanceCase {
 void run(const std::vector<AdvanceCase>& cases) {
   for (const AdvanceCase& c : cases) {
     INTERVAL iv = oracle::interval(c.name);
-    const double got = c.align == nullptr ? zintnx2(&iv, c.x, c.n)
-                                          : zintnx3(&iv, c.x, c.n, const_cast<tchar*>(c.align), nullptr);
+    const double got =
+        c.align == nullptr ? zintnx2(&iv, c.x, c.n) : zintnx3(&iv, c.x, c.n, const_cast<tchar*>(c.align), nullptr);
     EXPECT_TRUE(same(got, c.expect)) << c.name << " " << (c.align ? c.align : "") << " from " << show(c.x) << " by "
                                      << c.n << ": got " << show(got) << ", expected " << show(c.expect);
   }
@@ -88,9 +88,9 @@ TEST(AdvanceRefusals, MissingValuesCountsAndLimits) {
       {"DAY", static_cast<double>(kMaxDate), 1, kDot},
       {"DAY", static_cast<double>(kMaxDate), 0, static_cast<double>(kMaxDate)},
       {"DAY", static_cast<double>(kMinDate) - 1, 1, kDot},  // the start lies outside too
-      {"WEEK", static_cast<double>(kMinDate), 0, kDot},  // its Sunday lies before 1582
+      {"WEEK", static_cast<double>(kMinDate), 0, kDot},     // its Sunday lies before 1582
       {"YEAR", d(1582, 6, 1), 0, static_cast<double>(kMinDate)},
-      {"DAY", 0, 9007199254740992.0, kDot},   // within 2^53, beyond the overflow limit
+      {"DAY", 0, 9007199254740992.0, kDot},  // within 2^53, beyond the overflow limit
       {"WEEKDAY", 0, -9007199254740992.0, kDot},
       {"YEARV1000", 0, 1e12, kDot},
       {"TENDAY", 0, 1e15, kDot},
@@ -159,11 +159,10 @@ TEST(SubInterval, NextFinerIntervals) {
     const char* name;
     const char* sub;
   } cases[] = {
-      {"NONE", "NONE"},         {"OBS3", "OBS"},         {"MINUTE5.3", "MINUTE"},  {"DAY3", "DAY"},
-      {"WEEK2.3", "DAY"},       {"WEEKV", "DAY"},        {"WEEKDAY67W2", "WEEKDAY67W"},
-      {"TENDAY2", "TENDAY"},    {"QTR.2", "MONTH"},      {"YEAR.7", "MONTH"},      {"R445QTR", "R445MON"},
-      {"R454YR", "R454MON"},    {"YEARV", "WEEKV"},      {"DTYEARV", "DTWEEKV"},   {"DTMONTH3", "DTMONTH"},
-      {"DTWEEKDAY1W", "DTWEEKDAY1W"},
+      {"NONE", "NONE"},   {"OBS3", "OBS"},        {"MINUTE5.3", "MINUTE"},       {"DAY3", "DAY"},
+      {"WEEK2.3", "DAY"}, {"WEEKV", "DAY"},       {"WEEKDAY67W2", "WEEKDAY67W"}, {"TENDAY2", "TENDAY"},
+      {"QTR.2", "MONTH"}, {"YEAR.7", "MONTH"},    {"R445QTR", "R445MON"},        {"R454YR", "R454MON"},
+      {"YEARV", "WEEKV"}, {"DTYEARV", "DTWEEKV"}, {"DTMONTH3", "DTMONTH"},       {"DTWEEKDAY1W", "DTWEEKDAY1W"},
   };
   for (const auto& c : cases) {
     INTERVAL iv = oracle::interval(c.name);
@@ -191,12 +190,12 @@ TEST(SubInterval, CodesWithoutOneClearTheRecord) {
 // ---- Properties over the whole range ------------------------------------------------------
 
 const char* const kPropertyIntervals[] = {
-    "DAY",      "DAY3.2",    "WEEK",      "WEEK2.3",  "WEEKV",   "WEEKDAY",    "WEEKDAY17W3.2", "WEEKDAY246W",
-    "TENDAY",   "TENDAY3.2", "SEMIMONTH", "MONTH",    "MONTH5.3", "QTR",       "QTR.3",         "SEMIYEAR",
-    "YEAR",     "YEAR2.14",  "YEARV",     "YEARV3.60", "R445MON", "R454QTR",    "R544YR.5",      "DTDAY",
-    "DTMONTH",  "DTWEEKDAY", "DTYEARV",   "SECOND",   "MINUTE",  "HOUR4.2",    "MINUTE15.7",    "SECOND10.3",
-    "R445QTR", "R454MON2",  "YEARV2.53", "WEEKDAY2", "WEEK.2",  "SEMIMONTH2.2", "QTR.2",  "WEEKDAY1W",
-    "WEEKDAY67W", "R544MON",
+    "DAY",         "DAY3.2",   "WEEK",         "WEEK2.3",    "WEEKV",     "WEEKDAY",    "WEEKDAY17W3.2",
+    "WEEKDAY246W", "TENDAY",   "TENDAY3.2",    "SEMIMONTH",  "MONTH",     "MONTH5.3",   "QTR",
+    "QTR.3",       "SEMIYEAR", "YEAR",         "YEAR2.14",   "YEARV",     "YEARV3.60",  "R445MON",
+    "R454QTR",     "R544YR.5", "DTDAY",        "DTMONTH",    "DTWEEKDAY", "DTYEARV",    "SECOND",
+    "MINUTE",      "HOUR4.2",  "MINUTE15.7",   "SECOND10.3", "R445QTR",   "R454MON2",   "YEARV2.53",
+    "WEEKDAY2",    "WEEK.2",   "SEMIMONTH2.2", "QTR.2",      "WEEKDAY1W", "WEEKDAY67W", "R544MON",
 };
 
 // Advancing by n and counting back gives n; the result is the begin of its

@@ -49,56 +49,127 @@ struct PairCase {
 TEST(IntervalCompare, TableOfPairs) {
   const PairCase cases[] = {
       // Calendar months and their multiples.
-      {"MONTH", "MONTH", "0"}, {"MONTH3", "MONTH", "3"}, {"MONTH", "MONTH3", "-3"},
-      {"MONTH2", "MONTH3", ".M"}, {"QTR", "MONTH", "3"}, {"YEAR", "QTR", "4"},
-      {"YEAR2", "QTR", "8"}, {"QTR.2", "MONTH", "3"}, {"QTR.2", "QTR", ".S"},
-      {"MONTH3.2", "QTR", ".S"}, {"MONTH3", "QTR", "0"}, {"SEMIYEAR", "YEAR", "-2"},
-      {"SEMIMONTH", "MONTH", "-2"}, {"SEMIMONTH2.2", "MONTH", ".S"}, {"YEAR", "SEMIMONTH", "24"},
-      {"TENDAY", "MONTH", "-3"}, {"MONTH", "TENDAY", "3"}, {"QTR.2", "TENDAY", "9"},
-      {"TENDAY", "SEMIMONTH", ".B"}, {"SEMIMONTH", "TENDAY", ".B"},
+      {"MONTH", "MONTH", "0"},
+      {"MONTH3", "MONTH", "3"},
+      {"MONTH", "MONTH3", "-3"},
+      {"MONTH2", "MONTH3", ".M"},
+      {"QTR", "MONTH", "3"},
+      {"YEAR", "QTR", "4"},
+      {"YEAR2", "QTR", "8"},
+      {"QTR.2", "MONTH", "3"},
+      {"QTR.2", "QTR", ".S"},
+      {"MONTH3.2", "QTR", ".S"},
+      {"MONTH3", "QTR", "0"},
+      {"SEMIYEAR", "YEAR", "-2"},
+      {"SEMIMONTH", "MONTH", "-2"},
+      {"SEMIMONTH2.2", "MONTH", ".S"},
+      {"YEAR", "SEMIMONTH", "24"},
+      {"TENDAY", "MONTH", "-3"},
+      {"MONTH", "TENDAY", "3"},
+      {"QTR.2", "TENDAY", "9"},
+      {"TENDAY", "SEMIMONTH", ".B"},
+      {"SEMIMONTH", "TENDAY", ".B"},
       // Time against time and days.
-      {"HOUR", "MINUTE", "60"}, {"DAY", "HOUR", "24"}, {"HOUR", "DAY", "-24"},
-      {"HOUR6", "DAY", "-4"}, {"HOUR6.2", "DAY", ".S"}, {"HOUR5", "DAY", ".M"},
-      {"DTDAY", "HOUR", "24"}, {"SECOND30", "MINUTE", "-2"},
+      {"HOUR", "MINUTE", "60"},
+      {"DAY", "HOUR", "24"},
+      {"HOUR", "DAY", "-24"},
+      {"HOUR6", "DAY", "-4"},
+      {"HOUR6.2", "DAY", ".S"},
+      {"HOUR5", "DAY", ".M"},
+      {"DTDAY", "HOUR", "24"},
+      {"SECOND30", "MINUTE", "-2"},
       // Varying multiples.
-      {"MONTH", "DAY", "1"}, {"DAY", "MONTH", "-1"}, {"MONTH", "DAY2", "."},
-      {"MONTH", "HOUR", "1"}, {"MONTH", "HOUR7", "."}, {"SECOND", "MONTH", "-1"},
+      {"MONTH", "DAY", "1"},
+      {"DAY", "MONTH", "-1"},
+      {"MONTH", "DAY2", "."},
+      {"MONTH", "HOUR", "1"},
+      {"MONTH", "HOUR7", "."},
+      {"SECOND", "MONTH", "-1"},
       {"SECOND7", "MONTH", "."},
       // Weeks against days and each other.
-      {"WEEK", "DAY", "7"}, {"DAY", "WEEK", "-7"}, {"WEEK", "DAY2", ".M"},
-      {"WEEK2", "DAY7", ".S"}, {"WEEK", "WEEKV", ".S"}, {"WEEK.2", "WEEKV", "0"},
-      {"WEEKV", "DAY", "7"}, {"DAY", "WEEKV", "-7"}, {"SECOND", "WEEKV", "-604800"},
-      {"WEEKV", "SECOND", "604800"}, {"YEARV", "SECOND", "1"}, {"HOUR2.2", "WEEKV", ".S"},
+      {"WEEK", "DAY", "7"},
+      {"DAY", "WEEK", "-7"},
+      {"WEEK", "DAY2", ".M"},
+      {"WEEK2", "DAY7", ".S"},
+      {"WEEK", "WEEKV", ".S"},
+      {"WEEK.2", "WEEKV", "0"},
+      {"WEEKV", "DAY", "7"},
+      {"DAY", "WEEKV", "-7"},
+      {"SECOND", "WEEKV", "-604800"},
+      {"WEEKV", "SECOND", "604800"},
+      {"YEARV", "SECOND", "1"},
+      {"HOUR2.2", "WEEKV", ".S"},
       {"HOUR5", "DTWEEKV", ".E"},  // DAY5 against WEEKV is .M, which the time rule turns into .E
       // Unrelated calendars.
-      {"YEAR", "WEEK", ".B"}, {"YEAR", "R445YR", ".B"}, {"OBS", "DAY", ".B"},
-      {"MONTH", "OBS", ".B"}, {"OBS", "OBS2", "-2"}, {"WEEKV", "MONTH", ".B"},
+      {"YEAR", "WEEK", ".B"},
+      {"YEAR", "R445YR", ".B"},
+      {"OBS", "DAY", ".B"},
+      {"MONTH", "OBS", ".B"},
+      {"OBS", "OBS2", "-2"},
+      {"WEEKV", "MONTH", ".B"},
       // Retail calendars.
-      {"R445YR", "R445MON", "12"}, {"R445QTR", "R454QTR", "0"}, {"R445MON", "R454MON", ".M"},
-      {"R445QTR", "R445MON", "3"}, {"R445YR", "R454QTR", "4"}, {"R445MON3", "R454MON", "3"},
-      {"R445MON", "WEEKV", "1"}, {"WEEKV", "R445MON", "-1"}, {"WEEKV2", "R445MON", ".M"},
-      {"R445MON", "WEEK", ".S"}, {"R445MON", "WEEK.2", "1"}, {"WEEK.2", "R445YR", "-1"},
-      {"DAY", "R445MON", "-1"}, {"DAY7.4", "R445YR", "-1"}, {"DAY7", "R445YR", ".S"},
-      {"DAY2", "R445YR", ".M"}, {"SECOND", "R445MON", "-1"}, {"R445YR", "YEARV", "0"},
-      {"YEARV", "R445YR", "0"}, {"R445MON", "YEARV", "-12"},
+      {"R445YR", "R445MON", "12"},
+      {"R445QTR", "R454QTR", "0"},
+      {"R445MON", "R454MON", ".M"},
+      {"R445QTR", "R445MON", "3"},
+      {"R445YR", "R454QTR", "4"},
+      {"R445MON3", "R454MON", "3"},
+      {"R445MON", "WEEKV", "1"},
+      {"WEEKV", "R445MON", "-1"},
+      {"WEEKV2", "R445MON", ".M"},
+      {"R445MON", "WEEK", ".S"},
+      {"R445MON", "WEEK.2", "1"},
+      {"WEEK.2", "R445YR", "-1"},
+      {"DAY", "R445MON", "-1"},
+      {"DAY7.4", "R445YR", "-1"},
+      {"DAY7", "R445YR", ".S"},
+      {"DAY2", "R445YR", ".M"},
+      {"SECOND", "R445MON", "-1"},
+      {"R445YR", "YEARV", "0"},
+      {"YEARV", "R445YR", "0"},
+      {"R445MON", "YEARV", "-12"},
       // ISO years.
-      {"YEARV", "WEEKV", "1"}, {"YEARV2", "WEEKV", "1"}, {"YEARV", "WEEKV2", ".M"},
-      {"YEARV", "WEEK", ".S"}, {"YEARV", "WEEK.2", "1"},
+      {"YEARV", "WEEKV", "1"},
+      {"YEARV2", "WEEKV", "1"},
+      {"YEARV", "WEEKV2", ".M"},
+      {"YEARV", "WEEK", ".S"},
+      {"YEARV", "WEEK.2", "1"},
       // Working days.
-      {"WEEKDAY", "DAY", "1"}, {"WEEKDAY5", "DAY", "7"}, {"DAY7", "WEEKDAY5", "0"},
-      {"WEEKDAY", "WEEK", ".S"}, {"WEEKDAY", "WEEK.2", "-5"}, {"WEEKDAY", "WEEKV", "-5"},
-      {"WEEKDAY5.2", "WEEK.2", "0"}, {"WEEKDAY5.2", "WEEKV", "0"}, {"WEEKDAY5", "WEEK.2", ".S"},
-      {"WEEKDAY10.2", "WEEK.2", "2"}, {"WEEKDAY5", "WEEK2.2", ".S"}, {"WEEKDAY5.2", "WEEK2.2", "-2"},
-      {"WEEKDAY2", "WEEK.2", ".M"}, {"WEEKDAY", "WEEKDAY2", "-2"}, {"WEEKDAY17W", "WEEKDAY", "0"},
-      {"WEEKDAY", "WEEKDAY1W", ".W"}, {"WEEKDAY", "WEEKDAY67W", ".W"},
+      {"WEEKDAY", "DAY", "1"},
+      {"WEEKDAY5", "DAY", "7"},
+      {"DAY7", "WEEKDAY5", "0"},
+      {"WEEKDAY", "WEEK", ".S"},
+      {"WEEKDAY", "WEEK.2", "-5"},
+      {"WEEKDAY", "WEEKV", "-5"},
+      {"WEEKDAY5.2", "WEEK.2", "0"},
+      {"WEEKDAY5.2", "WEEKV", "0"},
+      {"WEEKDAY5", "WEEK.2", ".S"},
+      {"WEEKDAY10.2", "WEEK.2", "2"},
+      {"WEEKDAY5", "WEEK2.2", ".S"},
+      {"WEEKDAY5.2", "WEEK2.2", "-2"},
+      {"WEEKDAY2", "WEEK.2", ".M"},
+      {"WEEKDAY", "WEEKDAY2", "-2"},
+      {"WEEKDAY17W", "WEEKDAY", "0"},
+      {"WEEKDAY", "WEEKDAY1W", ".W"},
+      {"WEEKDAY", "WEEKDAY67W", ".W"},
       {"WEEKDAY123456W", "DAY7.2", "0"},  // Saturdays alone: weeks from Saturday
-      {"WEEKDAY123456W", "DAY7", ".S"}, {"WEEKDAY", "R445MON", "-1"}, {"WEEKDAY2", "R445MON", ".M"},
-      {"WEEKDAY1W2", "R445MON", "-1"}, {"WEEKDAY1W2.2", "R445MON", ".S"}, {"WEEKDAY1W2.2", "YEARV", ".S"},
-      {"YEARV", "WEEKDAY1W2", "1"}, {"R445MON", "WEEKDAY", "1"}, {"WEEKDAY12W", "R445MON", ".B"},
+      {"WEEKDAY123456W", "DAY7", ".S"},
+      {"WEEKDAY", "R445MON", "-1"},
+      {"WEEKDAY2", "R445MON", ".M"},
+      {"WEEKDAY1W2", "R445MON", "-1"},
+      {"WEEKDAY1W2.2", "R445MON", ".S"},
+      {"WEEKDAY1W2.2", "YEARV", ".S"},
+      {"YEARV", "WEEKDAY1W2", "1"},
+      {"R445MON", "WEEKDAY", "1"},
+      {"WEEKDAY12W", "R445MON", ".B"},
       {"WEEKDAY", "MONTH", ".B"},
       // Answers that state more than the calendars bear out (see exempt() below).
-      {"WEEKDAY", "DAY2", "1"}, {"DTWEEKDAY", "HOUR48", "1"}, {"HOUR168", "DTWEEK", "0"},
-      {"HOUR", "DTTENDAY", "-240"}, {"HOUR6.2", "DTMONTH", "-1"}, {"HOUR56", "DTWEEK.2", ".S"},
+      {"WEEKDAY", "DAY2", "1"},
+      {"DTWEEKDAY", "HOUR48", "1"},
+      {"HOUR168", "DTWEEK", "0"},
+      {"HOUR", "DTTENDAY", "-240"},
+      {"HOUR6.2", "DTMONTH", "-1"},
+      {"HOUR56", "DTWEEK.2", ".S"},
   };
   for (const PairCase& c : cases) {
     EXPECT_EQ(answer(compare_names(c.a, c.b)), c.expected) << c.a << " and " << c.b;
@@ -126,12 +197,9 @@ TEST(IntervalCompare, CodesOutsideTheTableGoToTheDebugOutput) {
     int b_code;
     const char* message;
   } cases[] = {
-      {kIntNone, kIntMonth, "zintc: forgot A code: 0"},
-      {28, kIntMonth, "zintc: forgot A code: 28"},
-      {kIntMonth, kIntNone, "zintc: forgot a B code: 0"},
-      {kIntDay, 58, "zintc: forgot a B code: 58"},
-      {kIntWeekv, 99, "zintc: forgot a B code: 99"},
-      {kIntR445Mon, 43, "zintc: forgot a B code: 43"},
+      {kIntNone, kIntMonth, "zintc: forgot A code: 0"},   {28, kIntMonth, "zintc: forgot A code: 28"},
+      {kIntMonth, kIntNone, "zintc: forgot a B code: 0"}, {kIntDay, 58, "zintc: forgot a B code: 58"},
+      {kIntWeekv, 99, "zintc: forgot a B code: 99"},      {kIntR445Mon, 43, "zintc: forgot a B code: 43"},
   };
   esf::host::capture_output(true);
   esf::host::take_log();
@@ -160,8 +228,8 @@ bool is_time_name(const std::string& name) {
 bool is_time_code(int code) { return code == kIntSecond || code == kIntMinute || code == kIntHour; }
 
 bool is_month_family(int code) {
-  return code == kIntTenday || code == kIntSemimonth || code == kIntMonth || code == kIntQtr ||
-         code == kIntSemiyear || code == kIntYear;
+  return code == kIntTenday || code == kIntSemimonth || code == kIntMonth || code == kIntQtr || code == kIntSemiyear ||
+         code == kIntYear;
 }
 
 // Pairs whose answer rests on a simplification that the calendars don't
@@ -205,8 +273,7 @@ bool is_boundary(INTERVAL* iv, double x) { return zintnx2(iv, x, 0.0) == x; }
 // Boundaries of `coarse` over a run of periods from `start`: each is a
 // boundary of `fine`, and with a fixed multiple k, k fine intervals lie
 // between two of them.
-void check_nesting(INTERVAL* coarse, INTERVAL* fine, double start, int periods, double k,
-                   const std::string& what) {
+void check_nesting(INTERVAL* coarse, INTERVAL* fine, double start, int periods, double k, const std::string& what) {
   const double first = zintnx2(coarse, start, 0.0);
   ASSERT_FALSE(esf::is_missing(first)) << what;
   double previous = first;
@@ -230,15 +297,16 @@ void check_nesting(INTERVAL* coarse, INTERVAL* fine, double start, int periods, 
 
 TEST(IntervalCompare, NestedIntervalsShareBoundaries) {
   const std::vector<std::string> dates = {
-      "DAY", "DAY2", "DAY7", "DAY7.2", "DAY7.4", "DAY14.3", "WEEK", "WEEK.2", "WEEK2", "WEEK2.3", "WEEKV",
-      "WEEKV2", "TENDAY", "TENDAY3", "SEMIMONTH", "SEMIMONTH2.2", "MONTH", "MONTH2", "MONTH3",
-      "MONTH3.2", "QTR", "QTR.2", "SEMIYEAR", "YEAR", "YEAR2", "YEARV", "YEARV2", "R445MON",
-      "R445MON3", "R454MON", "R445QTR", "R454QTR", "R544QTR", "R445YR", "R454YR", "WEEKDAY",
-      "WEEKDAY2", "WEEKDAY2.2", "WEEKDAY5", "WEEKDAY5.2", "WEEKDAY10.2", "WEEKDAY17W",
-      "WEEKDAY1W", "WEEKDAY1W6", "WEEKDAY1W3.2", "WEEKDAY67W", "WEEKDAY67W5", "WEEKDAY123456W",
-      "WEEKDAY123456W7", "WEEKDAY12W", "WEEKDAY12W2", "WEEKDAY1W2", "WEEKDAY1W2.2"};
+      "DAY",        "DAY2",         "DAY7",         "DAY7.2",      "DAY7.4",      "DAY14.3",        "WEEK",
+      "WEEK.2",     "WEEK2",        "WEEK2.3",      "WEEKV",       "WEEKV2",      "TENDAY",         "TENDAY3",
+      "SEMIMONTH",  "SEMIMONTH2.2", "MONTH",        "MONTH2",      "MONTH3",      "MONTH3.2",       "QTR",
+      "QTR.2",      "SEMIYEAR",     "YEAR",         "YEAR2",       "YEARV",       "YEARV2",         "R445MON",
+      "R445MON3",   "R454MON",      "R445QTR",      "R454QTR",     "R544QTR",     "R445YR",         "R454YR",
+      "WEEKDAY",    "WEEKDAY2",     "WEEKDAY2.2",   "WEEKDAY5",    "WEEKDAY5.2",  "WEEKDAY10.2",    "WEEKDAY17W",
+      "WEEKDAY1W",  "WEEKDAY1W6",   "WEEKDAY1W3.2", "WEEKDAY67W",  "WEEKDAY67W5", "WEEKDAY123456W", "WEEKDAY123456W7",
+      "WEEKDAY12W", "WEEKDAY12W2",  "WEEKDAY1W2",   "WEEKDAY1W2.2"};
   const std::vector<std::string> times = {"SECOND", "SECOND30", "MINUTE", "MINUTE15", "HOUR",
-                                          "HOUR6", "HOUR6.2", "HOUR8", "HOUR48", "HOUR168"};
+                                          "HOUR6",  "HOUR6.2",  "HOUR8",  "HOUR48",   "HOUR168"};
   std::vector<std::string> names = dates;
   names.insert(names.end(), times.begin(), times.end());
 

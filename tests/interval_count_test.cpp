@@ -3,12 +3,12 @@
 // (support/calendar_oracle.h) and walks, the anchors and units it doesn't
 // reach, and the refusals. Custom intervals count by their tables:
 // custom_test.cpp.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "host/host.h"
 #include "intervals/interval.h"
@@ -35,8 +35,8 @@ void run(const std::vector<CountCase>& cases) {
   for (const CountCase& c : cases) {
     INTERVAL iv = oracle::interval(c.name);
     const double got = zintck2(&iv, c.x1, c.x2);
-    EXPECT_TRUE(same(got, c.count)) << c.name << " from " << c.x1 << " to " << c.x2 << ": got " << got
-                                    << ", expected " << c.count;
+    EXPECT_TRUE(same(got, c.count)) << c.name << " from " << c.x1 << " to " << c.x2 << ": got " << got << ", expected "
+                                    << c.count;
   }
 }
 
@@ -105,9 +105,9 @@ TEST(CountRefusals, CodesOutsideTheTablesGoToTheDebugOutput) {
 // Index of the base unit of a value, computed with std::chrono; the count
 // is then the difference of the floored period numbers of the two indices.
 struct Oracle {
-  long f;                      // units per interval
-  long s;                      // boundaries at indices congruent to s modulo f
-  long (*index)(long day);     // base-unit index of a date
+  long f;                   // units per interval
+  long s;                   // boundaries at indices congruent to s modulo f
+  long (*index)(long day);  // base-unit index of a date
 };
 
 long day_index(long x) { return x; }
@@ -156,21 +156,30 @@ struct CrossCase {
 
 TEST(CountCrossCheck, DateIntervalsAgreeWithChrono) {
   const CrossCase cases[] = {
-      {"DAY", {1, 0, day_index}},             {"DAY3.2", {3, 1, day_index}},
+      {"DAY", {1, 0, day_index}},
+      {"DAY3.2", {3, 1, day_index}},
       {"WEEK", {7, -5, day_index}},  // Sunday is day -5
       {"WEEK2.3", {14, -3, day_index}},
       {"WEEKV", {7, -4, day_index}},  // Monday is day -4
       {"WEEKV3.4", {21, -1, day_index}},
-      {"TENDAY", {1, 0, tenday_index}},       {"TENDAY3.2", {3, 1, tenday_index}},
-      {"SEMIMONTH", {1, 0, semimonth_index}}, {"MONTH", {1, 0, month_index}},
-      {"MONTH5.3", {5, 2, month_index}},      {"QTR", {3, 0, month_index}},
-      {"QTR.2", {3, 1, month_index}},         {"SEMIYEAR", {6, 0, month_index}},
-      {"YEAR", {12, 0, month_index}},         {"YEAR3.14", {36, 13, month_index}},
-      {"YEARV", {52, 0, isoweek_index}},      {"YEARV2.60", {104, 59, isoweek_index}},
+      {"TENDAY", {1, 0, tenday_index}},
+      {"TENDAY3.2", {3, 1, tenday_index}},
+      {"SEMIMONTH", {1, 0, semimonth_index}},
+      {"MONTH", {1, 0, month_index}},
+      {"MONTH5.3", {5, 2, month_index}},
+      {"QTR", {3, 0, month_index}},
+      {"QTR.2", {3, 1, month_index}},
+      {"SEMIYEAR", {6, 0, month_index}},
+      {"YEAR", {12, 0, month_index}},
+      {"YEAR3.14", {36, 13, month_index}},
+      {"YEARV", {52, 0, isoweek_index}},
+      {"YEARV2.60", {104, 59, isoweek_index}},
       {"YEARV3.10", {156, 9, isoweek_index}},  // the shift carries two whole years
       {"YEARV4.200", {208, 199, isoweek_index}},
-      {"R445MON", {1, 0, r445_index}},        {"R445MON5.3", {5, 2, r445_index}},
-      {"R454QTR", {3, 0, r454_index}},        {"R544YR.4", {12, 3, r544_index}},
+      {"R445MON", {1, 0, r445_index}},
+      {"R445MON5.3", {5, 2, r445_index}},
+      {"R454QTR", {3, 0, r454_index}},
+      {"R544YR.4", {12, 3, r544_index}},
   };
   oracle::Dates dates(2001);
   for (const CrossCase& c : cases) {
@@ -180,7 +189,8 @@ TEST(CountCrossCheck, DateIntervalsAgreeWithChrono) {
       const long x2 = i % 3 == 0 ? dates.any() : dates.between(x1 - 400, x1 + 400);
       if (x2 < oracle::kFirstDay || x2 > oracle::kLastDay) continue;
       const double expect = static_cast<double>(period_of(c.oracle, x2) - period_of(c.oracle, x1));
-      ASSERT_EQ(zintck2(&iv, x1, x2), expect) << c.name << " " << oracle::date_text(x1) << " to " << oracle::date_text(x2);
+      ASSERT_EQ(zintck2(&iv, x1, x2), expect)
+          << c.name << " " << oracle::date_text(x1) << " to " << oracle::date_text(x2);
     }
   }
 }

@@ -2,11 +2,11 @@
 // (zintck3, zintnx_seas, zintck_seas, zintyrse) and interval multiples
 // (zintmult, zintrsimp, zintsea_set): the literal cases, then properties
 // over random dates on the library's whole range.
-#include <gtest/gtest.h>
-
 #include <random>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "intervals/interval.h"
 #include "support/calendar_oracle.h"
@@ -43,9 +43,9 @@ TEST(IntervalFit, LiteralCases) {
       {d(2001, 1, 2), d(2001, 1, 1), kDate, "3"},
       {kDot, d(2001, 1, 1), kDate, "2"},
       {d(2001, 1, 1), d(2001, 1, 2), kDate, "DAY"},
-      {d(2001, 5, 4), d(2001, 5, 7), kDate, "WEEKDAY"},   // Friday to Monday
-      {d(2001, 5, 5), d(2001, 5, 8), kDate, "DAY3.2"},    // Saturday to Tuesday
-      {d(2001, 5, 8), d(2001, 5, 15), kDate, "WEEK.3"},   // Tuesday to Tuesday
+      {d(2001, 5, 4), d(2001, 5, 7), kDate, "WEEKDAY"},  // Friday to Monday
+      {d(2001, 5, 5), d(2001, 5, 8), kDate, "DAY3.2"},   // Saturday to Tuesday
+      {d(2001, 5, 8), d(2001, 5, 15), kDate, "WEEK.3"},  // Tuesday to Tuesday
       {d(2001, 1, 1), d(2001, 4, 1), kDate, "QTR"},
       {d(2001, 2, 1), d(2001, 5, 1), kDate, "QTR.2"},
       {d(2001, 3, 1), d(2001, 4, 1), kDate, "MONTH"},
@@ -78,9 +78,9 @@ TEST(IntervalFit, LiteralCases) {
 // fitting the two dates gives an interval that makes the same step, and
 // whose printed name parses back to it.
 TEST(IntervalFit, FitsEveryStepOverTheRange) {
-  const char* names[] = {"DAY",   "DAY5",  "WEEKDAY", "WEEK",      "WEEK.4",  "WEEK3",    "WEEKV",
-                         "TENDAY", "TENDAY2.2", "SEMIMONTH", "MONTH", "MONTH5.3", "QTR",   "QTR.3",
-                         "SEMIYEAR", "YEAR", "YEAR3.7", "R445MON", "R454QTR", "R544YR", "YEARV"};
+  const char* names[] = {"DAY",      "DAY5",      "WEEKDAY",   "WEEK",    "WEEK.4",   "WEEK3",  "WEEKV",
+                         "TENDAY",   "TENDAY2.2", "SEMIMONTH", "MONTH",   "MONTH5.3", "QTR",    "QTR.3",
+                         "SEMIYEAR", "YEAR",      "YEAR3.7",   "R445MON", "R454QTR",  "R544YR", "YEARV"};
   const char* time_names[] = {"DTDAY", "DTMONTH", "HOUR", "HOUR5.2", "MINUTE", "MINUTE7", "SECOND", "SECOND90"};
   std::mt19937_64 rng(20240611);
   std::uniform_int_distribution<long> day(oracle::kFirstDay, oracle::kLastDay - 4000);
@@ -194,10 +194,10 @@ TEST(IntervalMultiple, LiteralCases) {
     int flag;
     const char* want;
   } rows[] = {
-      {"MONTH", 3, 0x11, "QTR"},     {"R445MON", 12, 0x11, "R445YR"}, {"WEEK", 52, 0x11, "YEAR"},
-      {"MONTH", 5, 0x11, "MONTH5"},  {"R454MON", 3, 0x11, "R454QTR"}, {"WEEKV", 53, 0x11, "YEARV"},
-      {"WEEK", 52, 5, "WEEK52"},     {"MONTH", 12, 8, "MONTH12"},     {"HOUR", 24, 0x11, "DTDAY"},
-      {"DAY", 7, 0x11, "WEEK"},      {"DAY", 7, 0x01, "WEEK.6"},      {"QTR", 2, 0x11, "SEMIYEAR"},
+      {"MONTH", 3, 0x11, "QTR"},    {"R445MON", 12, 0x11, "R445YR"}, {"WEEK", 52, 0x11, "YEAR"},
+      {"MONTH", 5, 0x11, "MONTH5"}, {"R454MON", 3, 0x11, "R454QTR"}, {"WEEKV", 53, 0x11, "YEARV"},
+      {"WEEK", 52, 5, "WEEK52"},    {"MONTH", 12, 8, "MONTH12"},     {"HOUR", 24, 0x11, "DTDAY"},
+      {"DAY", 7, 0x11, "WEEK"},     {"DAY", 7, 0x01, "WEEK.6"},      {"QTR", 2, 0x11, "SEMIYEAR"},
   };
   for (const auto& r : rows) {
     INTERVALX iv = intervalx(r.name);
@@ -211,8 +211,8 @@ TEST(IntervalMultiple, LiteralCases) {
     const char* name;
     const char* want;
     int rc;
-  } simp[] = {{"WEEKV104", "YEARV2.", 0}, {"R544MON6", "R544QTR2.", 0}, {"R445QTR8", "R445YR2.", 0},
-              {"R454QTR3", "R454QTR3", 0}, {"YEARV", "YEARV", 0}, {"MONTH12", "MONTH12", 1}};
+  } simp[] = {{"WEEKV104", "YEARV2.", 0},  {"R544MON6", "R544QTR2.", 0}, {"R445QTR8", "R445YR2.", 0},
+              {"R454QTR3", "R454QTR3", 0}, {"YEARV", "YEARV", 0},        {"MONTH12", "MONTH12", 1}};
   for (const auto& s : simp) {
     INTERVALX iv = intervalx(s.name);
     EXPECT_EQ(zintrsimp(&iv), s.rc) << s.name;
@@ -225,8 +225,8 @@ TEST(IntervalMultiple, LiteralCases) {
     int ns;
     const char* cycle;
     int rc, nseasons;
-  } set[] = {{"MONTH", 12, "YEAR", 0, 12},  {"MONTH", 6, "YEAR", 2, 0},  {"OBS", 5, "OBS4", 2, 0},
-             {"MONTH", 0, "year", 0, 12},   {"MONTH", 4, nullptr, 0, 4}, {"MONTH", 0, "WEEK", 1, 0},
+  } set[] = {{"MONTH", 12, "YEAR", 0, 12}, {"MONTH", 6, "YEAR", 2, 0},  {"OBS", 5, "OBS4", 2, 0},
+             {"MONTH", 0, "year", 0, 12},  {"MONTH", 4, nullptr, 0, 4}, {"MONTH", 0, "WEEK", 1, 0},
              {"QTR", 0, nullptr, 0, 4}};
   for (const auto& s : set) {
     INTERVALX iv = intervalx(s.name);
@@ -255,8 +255,12 @@ TEST(IntervalMultiple, SpansItsCountOverTheRange) {
     const char* name;
     int ns;
     std::vector<int> divisors;
-  } bases[] = {{"MONTH", 12, {2, 3, 4, 6}},        {"HOUR", 24, {2, 3, 4, 6, 8, 12}}, {"SEMIMONTH", 24, {2, 3, 6}},
-               {"TENDAY", 36, {3, 9}},              {"QTR", 4, {2}},                   {"WEEK", 52, {2, 4, 13}},
+  } bases[] = {{"MONTH", 12, {2, 3, 4, 6}},
+               {"HOUR", 24, {2, 3, 4, 6, 8, 12}},
+               {"SEMIMONTH", 24, {2, 3, 6}},
+               {"TENDAY", 36, {3, 9}},
+               {"QTR", 4, {2}},
+               {"WEEK", 52, {2, 4, 13}},
                {"MINUTE", 60, {5, 15, 30}}};
   std::mt19937_64 rng(11);
   std::uniform_int_distribution<long> day(oracle::kFirstDay, oracle::kLastDay - 400);

@@ -1,10 +1,10 @@
 // Default output formats of intervals: zintfmt, zintfmm, zintfmp, zintfmd.
 // Custom intervals take the format of their tables: custom_test.cpp.
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <string>
 #include <string_view>
+
+#include <gtest/gtest.h>
 
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
@@ -79,15 +79,30 @@ struct NamedFormat {
 // the DT prefix, the retail and ISO calendars, the widths that grow with
 // the multiplier and shift of a time interval, and the units' fallbacks.
 const NamedFormat kDefaultFormats[] = {
-    {"QTR", {"YYQC", 6, 4}},           {"QTR.2", {"MONYY", 7, 5}},       {"DTQTR.3", {"DTMONYY", 7, 5}},
-    {"YEAR", {"YEAR", 4, 2}},          {"DTYEAR", {"DTYEAR", 4, 2}},     {"DTYEAR2.13", {"DTMONYY", 7, 5}},
-    {"MONTH3.2", {"MONYY", 7, 5}},     {"SEMIYEAR.4", {"MONYY", 7, 5}},  {"R544QTR.2", {"WEEKV", 9, 7}},
-    {"YEARV", {"WEEKV", 9, 7}},        {"DTR445MON", {"DTWEEKV", 9, 7}}, {"WEEK.2", {"WEEKDATX", 17, 15}},
-    {"DTWEEK", {"DTWKDATX", 17, 15}},  {"WEEKDAY67W", {"DATE", 9, 7}},   {"SEMIMONTH", {"DATE", 9, 7}},
-    {"TTENDAY", {"DTDATE", 9, 7}},     {"SECOND5", {"DATETIME", 16, 16}}, {"MINUTE", {"DATETIME", 13, 13}},
-    {"MINUTE2.2", {"DATETIME", 16, 16}}, {"DTHOUR", {"DATETIME", 10, 10}}, {"HOUR3.2", {"DATETIME", 13, 13}},
-    {"OBS7.", {"F", 6, 4}},            {"12", {"F", 6, 4}},
-    {"DTNONE", {"D", 9, 7}},  // intcode 0 is tested before the units
+    {"QTR", {"YYQC", 6, 4}},
+    {"QTR.2", {"MONYY", 7, 5}},
+    {"DTQTR.3", {"DTMONYY", 7, 5}},
+    {"YEAR", {"YEAR", 4, 2}},
+    {"DTYEAR", {"DTYEAR", 4, 2}},
+    {"DTYEAR2.13", {"DTMONYY", 7, 5}},
+    {"MONTH3.2", {"MONYY", 7, 5}},
+    {"SEMIYEAR.4", {"MONYY", 7, 5}},
+    {"R544QTR.2", {"WEEKV", 9, 7}},
+    {"YEARV", {"WEEKV", 9, 7}},
+    {"DTR445MON", {"DTWEEKV", 9, 7}},
+    {"WEEK.2", {"WEEKDATX", 17, 15}},
+    {"DTWEEK", {"DTWKDATX", 17, 15}},
+    {"WEEKDAY67W", {"DATE", 9, 7}},
+    {"SEMIMONTH", {"DATE", 9, 7}},
+    {"TTENDAY", {"DTDATE", 9, 7}},
+    {"SECOND5", {"DATETIME", 16, 16}},
+    {"MINUTE", {"DATETIME", 13, 13}},
+    {"MINUTE2.2", {"DATETIME", 16, 16}},
+    {"DTHOUR", {"DATETIME", 10, 10}},
+    {"HOUR3.2", {"DATETIME", 13, 13}},
+    {"OBS7.", {"F", 6, 4}},
+    {"12", {"F", 6, 4}},
+    {"DTNONE", {"D", 9, 7}},          // intcode 0 is tested before the units
     {"DTOBS", {"DATETIME", 16, 16}},  // OBS in datetime units: no row of its own
 };
 
@@ -110,7 +125,7 @@ TEST(Zintfmt, RecordsWithoutAName) {
     Format expected;
   };
   const Case cases[] = {
-      {28, 'd', {"DATE", 9, 7}}, {12, 's', {"DATETIME", 16, 16}}, {28, 'u', {"F", 6, 4}},
+      {28, 'd', {"DATE", 9, 7}},     {12, 's', {"DATETIME", 16, 16}}, {28, 'u', {"F", 6, 4}},
       {kIntMonth, 'u', {"F", 6, 4}}, {kIntCustom, 'o', {"F", 6, 4}},
   };
   for (const Case& c : cases) {
@@ -197,13 +212,21 @@ TEST(Zintfmp, ElapsedTimesByTheirRange) {
 TEST(Zintfmd, DurationOfOneInterval) {
   const NamedFormat cases[] = {
       // Each boundary of the widths, on both sides.
-      {"SECOND5", {"MMSS", 5, 5}},      {"SECOND6", {"MMSS", 6, 5}},     {"SECOND16", {"TIME", 8, 5}},
-      {"SECOND86399", {"TIME", 8, 5}},  {"SECOND86400", {"DATETIME", 16, 16}},
-      {"MINUTE15", {"HHMM", 6, 5}},     {"MINUTE16", {"HHMM", 7, 5}},    {"MINUTE61", {"HHMM", 7, 6}},
+      {"SECOND5", {"MMSS", 5, 5}},
+      {"SECOND6", {"MMSS", 6, 5}},
+      {"SECOND16", {"TIME", 8, 5}},
+      {"SECOND86399", {"TIME", 8, 5}},
+      {"SECOND86400", {"DATETIME", 16, 16}},
+      {"MINUTE15", {"HHMM", 6, 5}},
+      {"MINUTE16", {"HHMM", 7, 5}},
+      {"MINUTE61", {"HHMM", 7, 6}},
       {"MINUTE1440", {"DATETIME", 13, 13}},
-      {"HOUR4", {"HHMM", 10, 8}},       {"HOUR5", {"HHMM", 11, 8}},      {"HOUR24", {"DATETIME", 10, 10}},
+      {"HOUR4", {"HHMM", 10, 8}},
+      {"HOUR5", {"HHMM", 11, 8}},
+      {"HOUR24", {"DATETIME", 10, 10}},
       {"DTHOUR", {"DATETIME", 10, 10}},  // its token begins with "D"
-      {"MONTH", {"MONYY", 7, 5}},        {"NONE", {"D", 9, 7}},
+      {"MONTH", {"MONYY", 7, 5}},
+      {"NONE", {"D", 9, 7}},
   };
   for (const NamedFormat& c : cases) {
     SCOPED_TRACE(c.text);

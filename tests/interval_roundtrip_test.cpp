@@ -2,8 +2,6 @@
 // multiplier and shift: a parsed name prints to a text that parses back to
 // the same interval, and the parser's result follows from the parts of the
 // name. The fuzz target interval_name holds the round trip for any text.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -13,6 +11,8 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "intervals/interval.h"
 #include "support/interval_cases.h"
@@ -53,12 +53,25 @@ void expect_round_trip(const std::string& text, const INTERVAL& iv) {
 // shift limits.
 int shift_limit(int code) {
   switch (code) {
-    case kIntWeek: case kIntWeekv: return 7;
-    case kIntQtr: case kIntR445Qtr: case kIntR454Qtr: case kIntR544Qtr: return 3;
-    case kIntSemiyear: return 6;
-    case kIntYear: case kIntR445Yr: case kIntR454Yr: case kIntR544Yr: return 12;
-    case kIntYearv: return 52;
-    default: return 1;
+    case kIntWeek:
+    case kIntWeekv:
+      return 7;
+    case kIntQtr:
+    case kIntR445Qtr:
+    case kIntR454Qtr:
+    case kIntR544Qtr:
+      return 3;
+    case kIntSemiyear:
+      return 6;
+    case kIntYear:
+    case kIntR445Yr:
+    case kIntR454Yr:
+    case kIntR544Yr:
+      return 12;
+    case kIntYearv:
+      return 52;
+    default:
+      return 1;
   }
 }
 
@@ -104,12 +117,12 @@ struct Number {
   long long value;  // 0 for absent; -1 refused
 };
 constexpr Number kMultipliers[] = {
-    {"", 0},   {"1", 1},   {"2", 2},           {"3", 3},           {"12", 12},
-    {"007", 7}, {"52", 52}, {"2147483647", 2147483647}, {"0", -1}, {"2147483648", -1},
+    {"", 0},   {"1", 1},           {"2", 2}, {"3", 3}, {"12", 12}, {"007", 7}, {"52", 52}, {"2147483647", 2147483647},
+    {"0", -1}, {"2147483648", -1},
 };
 constexpr Number kShifts[] = {
-    {"", 0}, {"1", 1}, {"2", 2}, {"3", 3}, {"4", 4}, {"6", 6}, {"7", 7}, {"8", 8},
-    {"12", 12}, {"13", 13}, {"52", 52}, {"53", 53}, {"0", -1}, {"2147483648", -1},
+    {"", 0},  {"1", 1},   {"2", 2},   {"3", 3},   {"4", 4},   {"6", 6},  {"7", 7},
+    {"8", 8}, {"12", 12}, {"13", 13}, {"52", 52}, {"53", 53}, {"0", -1}, {"2147483648", -1},
 };
 
 // Every spelling with every prefix, multiplier and shift, each written in a

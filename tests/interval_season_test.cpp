@@ -5,13 +5,13 @@
 // cycle, computed here from std::chrono's civil calendar, and a week's code
 // is its place in its week-year, with the leap-week rules. Custom
 // intervals take their seasons from their tables: custom_test.cpp.
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
@@ -40,12 +40,12 @@ void expect_interval(const INTERVAL& got, const char* name) {
 // ---- zintsea / zintsea2 ---------------------------------------------------------
 
 struct CycleCase {
-  bool second_form;    // zintsea2 rather than zintsea
+  bool second_form;  // zintsea2 rather than zintsea
   const char* name;
   double date;
-  int nsin;            // *nseasons on entry (zintsea2 reads it)
+  int nsin;  // *nseasons on entry (zintsea2 reads it)
   int rc;
-  const char* cycle;   // null: a cleared record
+  const char* cycle;  // null: a cleared record
   int nseasons;
 };
 
@@ -56,26 +56,37 @@ using SeaFn = int (*)(INTERVAL*, double, INTERVAL*, int*);
 // derived from the dates and the weekly second form.
 TEST(SeasonalCycle, CyclesAndCounts) {
   const CycleCase cases[] = {
-      {false, "SECOND15", 0, 0, 0, "DTMINUTE", 4}, {false, "DTHOUR4", 0, 0, 0, "DTDAY", 6},
-      {false, "WEEKDAY3W", 0, 0, 0, "WEEK", 6},    {false, "WEEKDAY3", 0, 0, 0, "WEEK", 5},
-      {false, "WEEK13", 0, 0, 0, "YEAR", 4},       {false, "WEEK.2", 0, 0, 0, "YEAR", 52},
-      {false, "WEEKV26", 0, 0, 0, "YEARV", 2},     {false, "TENDAY", 0, 0, 0, "YEAR", 36},
-      {false, "MONTH3.2", 0, 0, 0, "YEAR", 4},     {false, "R454MON2", 0, 0, 0, "R454YR", 6},
-      {false, "YEAR", 0, 0, 0, "YEAR", 1},         {false, "OBS3", 0, 0, 1, nullptr, 0},
+      {false, "SECOND15", 0, 0, 0, "DTMINUTE", 4},
+      {false, "DTHOUR4", 0, 0, 0, "DTDAY", 6},
+      {false, "WEEKDAY3W", 0, 0, 0, "WEEK", 6},
+      {false, "WEEKDAY3", 0, 0, 0, "WEEK", 5},
+      {false, "WEEK13", 0, 0, 0, "YEAR", 4},
+      {false, "WEEK.2", 0, 0, 0, "YEAR", 52},
+      {false, "WEEKV26", 0, 0, 0, "YEARV", 2},
+      {false, "TENDAY", 0, 0, 0, "YEAR", 36},
+      {false, "MONTH3.2", 0, 0, 0, "YEAR", 4},
+      {false, "R454MON2", 0, 0, 0, "R454YR", 6},
+      {false, "YEAR", 0, 0, 0, "YEAR", 1},
+      {false, "OBS3", 0, 0, 1, nullptr, 0},
       // A year isn't a whole number of MONTH5; one MONTH12 fills it exactly.
-      {false, "MONTH5", 0, 0, 1, nullptr, 0},      {false, "MONTH12", d(2001, 5, 5), 0, 0, "YEAR", 1},
+      {false, "MONTH5", 0, 0, 1, nullptr, 0},
+      {false, "MONTH12", d(2001, 5, 5), 0, 0, "YEAR", 1},
       {false, "HOUR24", 864000.0 + 5.0, 0, 0, "DTDAY", 1},
       // Two-day steps never both begin and end a Sunday week; odd years
       // don't begin YEAR2 intervals.
-      {false, "DAY2", 0, 0, 1, nullptr, 0},        {false, "YEAR2", d(1961, 4, 1), 0, 1, nullptr, 0},
+      {false, "DAY2", 0, 0, 1, nullptr, 0},
+      {false, "YEAR2", d(1961, 4, 1), 0, 1, nullptr, 0},
       // A date that can't be placed tries the cycle that begins at day 0, a
       // Friday: two DAY2 from 1 January to the Sunday after.
       {false, "DAY2", kDot, 0, 0, "WEEK", 1},
       // The second form: observations have a cycle of their own, and a plain
       // week takes the caller's count of 52 or 53 (zintsea doesn't).
-      {true, "OBS3", 0, 0, 0, "OBS3", 1},          {true, "WEEKV", 0, 0, 0, "YEARV", 53},
-      {true, "WEEKV", 0, 52, 0, "YEARV", 52},      {true, "DTWEEK", 0, 53, 0, "DTYEAR", 53},
-      {true, "WEEK2", 0, 53, 0, "YEAR", 26},       {true, "MONTH5", 0, 0, 1, nullptr, 0},
+      {true, "OBS3", 0, 0, 0, "OBS3", 1},
+      {true, "WEEKV", 0, 0, 0, "YEARV", 53},
+      {true, "WEEKV", 0, 52, 0, "YEARV", 52},
+      {true, "DTWEEK", 0, 53, 0, "DTYEAR", 53},
+      {true, "WEEK2", 0, 53, 0, "YEAR", 26},
+      {true, "MONTH5", 0, 0, 1, nullptr, 0},
       {false, "WEEK", 0, 53, 0, "YEAR", 52},
   };
   for (const CycleCase& c : cases) {
@@ -308,11 +319,18 @@ const std::vector<PlaceCase>& place_cases() {
       {"TENDAY4", false, 9, [](double x) { return (3 * month0(x) + (mday(x) > 10) + (mday(x) > 20)) / 4; }},
       {"SEMIMONTH3", false, 8, [](double x) { return (2 * month0(x) + (mday(x) > 15)) / 3; }},
       {"DAY", false, 7, [](double x) { return static_cast<int>(oracle::weekday_of(static_cast<long>(x))); }},
-      {"WEEKDAY", false, 5, [](double x) { return working_place(x, {1, 0, 0, 0, 0, 0, 1}); }},
-      {"WEEKDAY1W", false, 6, [](double x) { return working_place(x, {1, 0, 0, 0, 0, 0, 0}); }},
+      {"WEEKDAY", false, 5,
+       [](double x) {
+         return working_place(x, {1, 0, 0, 0, 0, 0, 1});
+       }},
+      {"WEEKDAY1W", false, 6,
+       [](double x) {
+         return working_place(x, {1, 0, 0, 0, 0, 0, 0});
+       }},
       {"R445MON", false, 12, [](double x) { return retail_month(x, r445mon_index); }},
       {"R454QTR", false, 4, [](double x) { return retail_month(x, r454mon_index) / 3; }},
-      {"DTDAY", true, 7, [](double x) { return static_cast<int>(oracle::weekday_of(static_cast<long>(day_of_dt(x)))); }},
+      {"DTDAY", true, 7,
+       [](double x) { return static_cast<int>(oracle::weekday_of(static_cast<long>(day_of_dt(x)))); }},
       {"DTMONTH", true, 12, [](double x) { return month0(day_of_dt(x)); }},
       {"HOUR3", true, 8, [](double x) { return static_cast<int>(second_of_day(x) / 3600 / 3); }},
       {"MINUTE15", true, 4, [](double x) { return static_cast<int>(second_of_day(x) % 3600 / 60 / 15); }},
@@ -370,7 +388,8 @@ TEST(SeasonCodes, WeekCodesForRandomStarts) {
       const int k = week_of_year(start + 7 * t, first);
       leap_weeks += k == 52;
       const int want = k < 52 ? k : (t + 1 < kObs && scode <= 52 ? scode : 0);
-      ASSERT_EQ(codes[static_cast<std::size_t>(t)], want) << cases::text_of(iv) << " " << oracle::date_text(start + 7 * t);
+      ASSERT_EQ(codes[static_cast<std::size_t>(t)], want)
+          << cases::text_of(iv) << " " << oracle::date_text(start + 7 * t);
     }
   }
   EXPECT_GT(leap_weeks, 100) << "the starts must reach long years";

@@ -2,13 +2,13 @@
 // the host stand-in.
 #include "module/method_args.h"
 
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "support/method_session.h"
 
@@ -21,8 +21,8 @@ using esf::host::append_text;
 using esf::host::find_list;
 using esf::host::find_number;
 using esf::host::find_text;
-using esf::host::items;
 using esf::host::item_name;
+using esf::host::items;
 using esf::host::new_list;
 using esf::host::set_number;
 using esf::host::set_text;
@@ -129,11 +129,29 @@ TEST_F(ArgsTest, SeriesValuesFlagsAndStatistics) {
     double min, max, mean, norm;  // norm 42: statistics left unset
   };
   const Case cases[] = {
-      {"text and missing items", {4.0, -6.0, kText, esf::kMissing, 2.5}, 5, 3, {0, 0, 1, 1, 0},
-       2, 0, -6.0, 4.0, (4.0 - 6.0 + 2.5) / 3, 6.0},
+      {"text and missing items",
+       {4.0, -6.0, kText, esf::kMissing, 2.5},
+       5,
+       3,
+       {0, 0, 1, 1, 0},
+       2,
+       0,
+       -6.0,
+       4.0,
+       (4.0 - 6.0 + 2.5) / 3,
+       6.0},
       // The extreme limit is inclusive: a value exactly on it is kept.
-      {"extreme limit", {xextr, -std::nextafter(xextr, 1e308), 1.0}, 3, 2, {0, 1, 0}, 1, 1, 1.0,
-       xextr, (xextr + 1.0) / 2, xextr},
+      {"extreme limit",
+       {xextr, -std::nextafter(xextr, 1e308), 1.0},
+       3,
+       2,
+       {0, 1, 0},
+       1,
+       1,
+       1.0,
+       xextr,
+       (xextr + 1.0) / 2,
+       xextr},
       // A short list leaves the tail missing but not counted: rc is n - nmiss.
       {"short list", {1.0, 3.0}, 4, 4, {0, 0, 1, 1}, 0, 0, 1.0, 3.0, 4.0 / 4.0, 3.0},
       {"all missing", {esf::kMissing, kText}, 2, 0, {1, 1}, 0, 0, 0, 0, 0, 42.0},
@@ -228,7 +246,11 @@ TEST_F(ArgsTest, TimesRangeCases) {
       {"early eval start",
        {{"STDATE", date(1949, 4, 1)}, {"NOBS", 12}},
        {{"STDATE", date(1949, 1, 1)}},
-       0, 3, 14, 3, 23},
+       0,
+       3,
+       14,
+       3,
+       23},
       {"eval end date", {}, {{"ENDDATE", date(1950, 6, 1)}}, 0, 0, 23, 0, 17},
       {"short eval", {}, {{"NOBS", 1}}, -2, 0, 23, 0, 0},
   };
@@ -365,8 +387,7 @@ TEST_F(ArgsTest, WeightsFromSpecificationOrFit) {
       for (const auto& [k, v] : c.fitted) set_number(l, k, v);
     }
     double level = -1.0, trend = -1.0;
-    ASSERT_EQ(getweights(esf::host::fmcomp(), spec, model, &level, c.want_trend ? &trend : nullptr, nullptr,
-                         nullptr),
+    ASSERT_EQ(getweights(esf::host::fmcomp(), spec, model, &level, c.want_trend ? &trend : nullptr, nullptr, nullptr),
               c.rc);
     if (c.rc != 0) continue;
     EXPECT_EQ(level, c.level);
@@ -418,8 +439,8 @@ TEST_F(ArgsTest, ReturnCodes) {
     int rc;
     int code;
   };
-  const Case cases[] = {{0, 0},    {90, 0},    {1, 0},     {-999, 999}, {-101, 101}, {-100, 100},
-                        {-9, 12},  {-8, 8},    {-7, 11},   {-2, 2},     {-1, 10},    {-92, 10}};
+  const Case cases[] = {{0, 0},   {90, 0}, {1, 0},   {-999, 999}, {-101, 101}, {-100, 100},
+                        {-9, 12}, {-8, 8}, {-7, 11}, {-2, 2},     {-1, 10},    {-92, 10}};
   for (const Case& c : cases) {
     for (int rtype : {0, 1, 2}) {
       SCOPED_TRACE(c.rc * 10 + rtype);

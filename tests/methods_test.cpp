@@ -1,8 +1,6 @@
 // The simple smoothing methods end to end through the host's lists: the
 // return code of every failure a fit or a forecast can meet, the lists a
 // failed call leaves alone, and a fit followed by a forecast.
-#include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <cmath>
@@ -11,6 +9,8 @@
 #include <limits>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "module/host_api.h"
 #include "support/method_session.h"
@@ -73,9 +73,8 @@ class MethodsTest : public ::testing::Test {
   void SetUp() override {
     method_test::connect_module();
     esf::host::capture_output(true);
-    dir_ = fs::temp_directory_path() /
-           ("esf_methods_" + std::to_string(::getpid()) + "_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    dir_ = fs::temp_directory_path() / ("esf_methods_" + std::to_string(::getpid()) + "_" +
+                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(dir_);
     fs::create_directories(dir_);
     esf::host::assign_libref("OUT", dir_);
@@ -193,8 +192,8 @@ TEST_F(MethodsTest, FitWritesWeightsEstimatesAndStates) {
   const double w = *find_number(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"), "LEVEL");
 
   List est = find_list(l.model, "ESTIMATES");
-  EXPECT_EQ(names_of(est), (std::vector<std::string>{"NAMES", "VALUES", "LABELS", "STDERRS", "TVALS", "NPARMS",
-                                                     "SIGMA", "SMOOTHED_STATE"}));
+  EXPECT_EQ(names_of(est), (std::vector<std::string>{"NAMES", "VALUES", "LABELS", "STDERRS", "TVALS", "NPARMS", "SIGMA",
+                                                     "SMOOTHED_STATE"}));
   EXPECT_EQ(texts_of(find_list(est, "NAMES")), (std::vector<std::string>{"LEVEL"}));
   EXPECT_EQ(numbers_of(find_list(est, "VALUES")), (std::vector<double>{w}));
   const double se = numbers_of(find_list(est, "STDERRS")).at(0);
@@ -236,9 +235,8 @@ TEST_F(MethodsTest, RepeatedFitAppends) {
   CallLists l(kAir);
   ASSERT_EQ(fit(l), 0);
   ASSERT_EQ(fit(l), 0);
-  EXPECT_EQ(names_of(l.model),
-            (std::vector<std::string>{"MODEL_SPEC", "FITRANGE", "EVALRANGE", "PARMVALS", "ESTIMATES", "FIT_STATS",
-                                      "PARMVALS", "ESTIMATES", "FIT_STATS"}));
+  EXPECT_EQ(names_of(l.model), (std::vector<std::string>{"MODEL_SPEC", "FITRANGE", "EVALRANGE", "PARMVALS", "ESTIMATES",
+                                                         "FIT_STATS", "PARMVALS", "ESTIMATES", "FIT_STATS"}));
   EXPECT_EQ(names_of(l.spec), (std::vector<std::string>{"SVI", "STARTVALS", "STARTVALS"}));
   const auto all = items(l.model);
   List first = esf::host::sublist(all[3]);
@@ -299,9 +297,7 @@ TEST_F(MethodsTest, ForecastFailures) {
   const Case cases[] = {
       {"no weights", [](CallLists& l) { remove_item(l.model, "PARMVALS"); }, 999},
       {"weight too large",
-       [](CallLists& l) {
-         set_number(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"), "LEVEL", 100.5);
-       },
+       [](CallLists& l) { set_number(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"), "LEVEL", 100.5); },
        999},
       {"no estimates", [](CallLists& l) { remove_item(l.model, "ESTIMATES"); }, 999},
       {"no fit range item", [](CallLists& l) { remove_item(l.model, "FITRANGE"); }, 999},

@@ -79,8 +79,8 @@ TEST(Mixture, TailsAndDensityMatchDirectSum) {
   // Far out, the asymptotic series of the normal tail.
   for (double x : {40.0, 100.0, 1000.0}) {
     const double x2 = x * x;
-    const double expected = -x2 / 2 - std::log(x * std::sqrt(2 * M_PI)) +
-                            std::log1p(-1 / x2 + 3 / (x2 * x2) - 15 / (x2 * x2 * x2));
+    const double expected =
+        -x2 / 2 - std::log(x * std::sqrt(2 * M_PI)) + std::log1p(-1 / x2 + 3 / (x2 * x2) - 15 / (x2 * x2 * x2));
     EXPECT_NEAR(at(kSingle, -x).LogLeftPr, expected, 1e-12 * std::fabs(expected)) << x;
   }
   const NORMAL_MIX_ARG zero = at(kSingle, 0.0);
@@ -182,15 +182,14 @@ TEST(Mixture, QuantileMatchesBisection) {
     int purpose;
     double prob;  // Probability for purpose 2, targetSDF for purpose 4
   } cases[] = {
-      {&kTwoHumps, 2, 1e-8}, {&kTwoHumps, 2, 0.01},  {&kTwoHumps, 2, 0.3},   {&kTwoHumps, 2, 0.5},
-      {&kTwoHumps, 2, 0.99}, {&kTwoHumps, 4, 1e-10}, {&kTwoHumps, 4, 0.2},   {&kThree, 2, 0.15},
-      {&kThree, 2, 0.7},     {&kThree, 4, 0.999},    {&kOverlap, 2, 0.5},    {&kNarrowWide, 2, 0.6},
-      {&kNarrowWide, 4, 0.01}, {&kApart, 2, 0.4},    {&kApart, 2, 0.3},      {&kApart, 2, 0.5},
-      {&kApart, 4, 0.6 - 1e-9}, {&kSingle, 2, 0.975}, {&kSingle, 4, 0.999},
+      {&kTwoHumps, 2, 1e-8},    {&kTwoHumps, 2, 0.01},  {&kTwoHumps, 2, 0.3}, {&kTwoHumps, 2, 0.5},
+      {&kTwoHumps, 2, 0.99},    {&kTwoHumps, 4, 1e-10}, {&kTwoHumps, 4, 0.2}, {&kThree, 2, 0.15},
+      {&kThree, 2, 0.7},        {&kThree, 4, 0.999},    {&kOverlap, 2, 0.5},  {&kNarrowWide, 2, 0.6},
+      {&kNarrowWide, 4, 0.01},  {&kApart, 2, 0.4},      {&kApart, 2, 0.3},    {&kApart, 2, 0.5},
+      {&kApart, 4, 0.6 - 1e-9}, {&kSingle, 2, 0.975},   {&kSingle, 4, 0.999},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(std::to_string(c.m->mu[0]) + " purpose " + std::to_string(c.purpose) + " p " +
-                 std::to_string(c.prob));
+    SCOPED_TRACE(std::to_string(c.m->mu[0]) + " purpose " + std::to_string(c.purpose) + " p " + std::to_string(c.prob));
     Mixture m = *c.m;
     NORMAL_MIX_ARG q = make_arg(m, c.purpose);
     (c.purpose == 2 ? q.Probability : q.targetSDF) = c.prob;
@@ -237,13 +236,12 @@ TEST(Mixture, LogSumOfExpProbAndDiffNormal) {
       {-0.1, -0.2, 0, std::log(std::exp(-0.1L) + std::exp(-0.2L))},
   };
   for (const auto& c : sums) {
-    EXPECT_NEAR(LogSumOfExpProb(c.a, c.b, c.flag), static_cast<double>(c.expected),
-                1e-15 * (1 + std::fabs(c.a)));
+    EXPECT_NEAR(LogSumOfExpProb(c.a, c.b, c.flag), static_cast<double>(c.expected), 1e-15 * (1 + std::fabs(c.a)));
     EXPECT_EQ(LogSumOfExpProb(c.a, c.b, c.flag), LogSumOfExpProb(c.b, c.a, c.flag));
   }
   auto phi = [](long double x) { return 0.5L * std::erfc(-x / std::sqrt(2.0L)); };
-  const double pairs[][2] = {{1.0, 0.5}, {0.3, 0.29995}, {-2.0, -2.00001}, {9.0, 8.0},
-                             {8.00001, 8.0}, {-1.0, 1.0}, {12.0, 11.0}, {0.0, -0.00005}};
+  const double pairs[][2] = {{1.0, 0.5},     {0.3, 0.29995}, {-2.0, -2.00001}, {9.0, 8.0},
+                             {8.00001, 8.0}, {-1.0, 1.0},    {12.0, 11.0},     {0.0, -0.00005}};
   for (const auto& ab : pairs) {
     const double a = ab[0], b = ab[1];
     const double expected = static_cast<double>((a > 0 && b > 0) ? phi(-b) - phi(-a) : phi(a) - phi(b));

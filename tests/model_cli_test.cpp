@@ -1,22 +1,21 @@
 // The fit and forecast commands of esforecast, run as a separate process on
 // the example series: estimates, forecast tables, saved models, and the
 // messages and exit statuses of bad input.
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/wait.h>
 
 #include "support/method_session.h"
 
@@ -47,9 +46,8 @@ std::string quote(const std::string& s) {
 class ModelCliTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("esf_cli_" + std::to_string(::getpid()) + "_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    dir_ = fs::temp_directory_path() / ("esf_cli_" + std::to_string(::getpid()) + "_" +
+                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(dir_);
     fs::create_directories(dir_);
   }
@@ -62,8 +60,8 @@ class ModelCliTest : public ::testing::Test {
   Outcome run(const std::vector<std::string>& args) {
     const fs::path suppressions = dir_ / "lsan.supp";
     if (!fs::exists(suppressions)) std::ofstream(suppressions) << "leak:esf::runner::Loader::load\n";
-    std::string cmd = "cd " + quote(dir_.string()) + " && LSAN_OPTIONS=suppressions=" +
-                      quote(suppressions.string()) + " " + quote(ESF_CLI);
+    std::string cmd = "cd " + quote(dir_.string()) + " && LSAN_OPTIONS=suppressions=" + quote(suppressions.string()) +
+                      " " + quote(ESF_CLI);
     for (const std::string& a : args) cmd += " " + quote(a);
     cmd += " >" + quote((dir_ / "stdout.txt").string()) + " 2>" + quote((dir_ / "stderr.txt").string());
     Outcome r;
@@ -149,7 +147,8 @@ TEST_F(ModelCliTest, FitPrintsTheEstimatesOfTheMethod) {
 // --trace shows the search: a header and one row per trial, each trial row
 // carrying the weight it tried; without it the output has no trace at all.
 TEST_F(ModelCliTest, TraceShowsTheSearch) {
-  const Outcome traced = run({"fit", "--model", "linear", "--interval", "MONTH", "--trace", example("USAccDeaths.csv")});
+  const Outcome traced =
+      run({"fit", "--model", "linear", "--interval", "MONTH", "--trace", example("USAccDeaths.csv")});
   ASSERT_EQ(traced.status, 0) << traced.err;
   const std::size_t head = traced.out.find(" Iter Subit  Criterion  NMiss");
   ASSERT_NE(head, std::string::npos) << traced.out;
@@ -225,7 +224,9 @@ TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
   } cases[] = {
       {{"--interval", "WEEK.2", "mondays.csv"}, 0, {}},
       {{"--interval", "W-SUN", "mondays.csv"}, 0, {"--interval W-SUN stands for WEEK.2\n"}},
-      {{"--interval", "WEEK", "mondays.csv"}, 0, {"line 2, column \"date\": \"2001-01-01\" does not begin", "WEEK.2 would fit"}},
+      {{"--interval", "WEEK", "mondays.csv"},
+       0,
+       {"line 2, column \"date\": \"2001-01-01\" does not begin", "WEEK.2 would fit"}},
       {{"mondays.csv"}, 0, {"the time IDs fit WEEK.2"}},
       {{"hours.csv"}, 0, {"the time IDs fit DTHOUR"}},
       {{"weekdays.csv"}, 0, {"the time IDs fit WEEKDAY:"}},
@@ -271,13 +272,13 @@ TEST_F(ModelCliTest, FamiliesByName) {
 
 TEST_F(ModelCliTest, ForecastWritesTheTable) {
   const Outcome r = run({"forecast", "--model", "simple", "--interval", "MONTH", "--lead", "12", "--cl", "0.05",
-                     example("AirPassengers.csv"), "-o", "forecast.csv"});
+                         example("AirPassengers.csv"), "-o", "forecast.csv"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(r.out.empty());
   const auto rows = csv_rows(slurp(dir_ / "forecast.csv"));
   ASSERT_EQ(rows.size(), 1u + 144 + 12);
-  EXPECT_EQ(rows[0], (std::vector<std::string>{"date", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD",
-                                                "LEVEL"}));
+  EXPECT_EQ(rows[0],
+            (std::vector<std::string>{"date", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD", "LEVEL"}));
   EXPECT_EQ(rows[1][0], "1949-01-01");
   EXPECT_EQ(rows[1][1], "112");
   EXPECT_EQ(rows[144][0], "1960-12-01");
@@ -292,8 +293,8 @@ TEST_F(ModelCliTest, ForecastWritesTheTable) {
 }
 
 TEST_F(ModelCliTest, ForecastFromASavedModel) {
-  const Outcome fit = run({"fit", "--model", "linear", "--interval", "QTR", "--save-model", "model.json",
-                       example("UKgas.csv")});
+  const Outcome fit =
+      run({"fit", "--model", "linear", "--interval", "QTR", "--save-model", "model.json", example("UKgas.csv")});
   ASSERT_EQ(fit.status, 0) << fit.err;
   const Json saved = Json::parse(slurp(dir_ / "model.json"));
   EXPECT_EQ(saved["model"], "linear");
@@ -301,29 +302,29 @@ TEST_F(ModelCliTest, ForecastFromASavedModel) {
   EXPECT_TRUE(saved["model_list"].contains("MODEL_SPEC"));
 
   const Outcome from_file = run({"forecast", "--interval", "QTR", "--model-file", "model.json", "--lead", "4",
-                             example("UKgas.csv"), "-o", "a.csv"});
+                                 example("UKgas.csv"), "-o", "a.csv"});
   ASSERT_EQ(from_file.status, 0) << from_file.err;
-  const Outcome fitted = run({"forecast", "--model", "linear", "--interval", "QTR", "--lead", "4",
-                          example("UKgas.csv"), "-o", "b.csv"});
+  const Outcome fitted =
+      run({"forecast", "--model", "linear", "--interval", "QTR", "--lead", "4", example("UKgas.csv"), "-o", "b.csv"});
   ASSERT_EQ(fitted.status, 0) << fitted.err;
   EXPECT_EQ(slurp(dir_ / "a.csv"), slurp(dir_ / "b.csv"));
   EXPECT_EQ(csv_rows(slurp(dir_ / "a.csv")).back()[0], "1987-10-01");
 
-  const Outcome wrong = run({"forecast", "--model", "simple", "--interval", "QTR", "--model-file", "model.json",
-                         example("UKgas.csv")});
+  const Outcome wrong =
+      run({"forecast", "--model", "simple", "--interval", "QTR", "--model-file", "model.json", example("UKgas.csv")});
   EXPECT_NE(wrong.status, 0);
   EXPECT_NE(wrong.err.find("holds a linear model"), std::string::npos) << wrong.err;
 }
 
 TEST_F(ModelCliTest, FixedWeightAndRanges) {
   const Outcome r = run({"fit", "--interval", "MONTH", "--level-weight", "0.25", "--fit-start", "1950-01-01", "--json",
-                     example("AirPassengers.csv")});
+                         example("AirPassengers.csv")});
   ASSERT_EQ(r.status, 0) << r.err;
   const Json j = Json::parse(r.out);
   EXPECT_EQ(j["weights"][0]["estimate"], 0.25);
 
   const Outcome f = run({"forecast", "--interval", "MONTH", "--fit-start", "1950-01-01", "--eval-end", "1955-12-01",
-                     "--lead", "2", example("AirPassengers.csv")});
+                         "--lead", "2", example("AirPassengers.csv")});
   ASSERT_EQ(f.status, 0) << f.err;
   const auto rows = csv_rows(f.out);
   // The table runs from the start of the fit range to the end of the
@@ -351,7 +352,11 @@ TEST_F(ModelCliTest, CsvErrorsNameFileLineAndColumn) {
       {"short row", "date,value\n1949-01-01,1\n1949-02-01\n", {}, {"line 3", "1 field(s)"}},
       {"no such column", "date,value\n1949-01-01,1\n", {"--var", "sales"}, {"line 1", "no column named \"sales\""}},
       {"empty time id", "date,value\n1949-01-01,1\n,2\n", {}, {"line 3", "column \"date\"", "empty"}},
-      {"a byte-order mark", "\xEF\xBB\xBF" "date,value\n1949-13-01,1\n", {}, {"line 2", "column \"date\""}},
+      {"a byte-order mark",
+       "\xEF\xBB\xBF"
+       "date,value\n1949-13-01,1\n",
+       {},
+       {"line 2", "column \"date\""}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -417,10 +422,11 @@ std::string stacked_table(int nseries) {
   std::vector<std::vector<std::string>> rows(static_cast<std::size_t>(nseries));
   for (int s = 0; s < nseries; ++s) {
     for (int i = 0; i < 36 + 5 * s; ++i) {
-      const double v = (100.0 + 3 * s + 0.7 * i) * (1.0 + 0.2 * std::sin(0.5236 * i)) * (1.0 + 0.01 * ((i * 7 + s) % 5));
-      rows[static_cast<std::size_t>(s)].push_back(
-          "s" + std::to_string(s) + "," + std::to_string(2000 + i / 12) + "-" + (i % 12 < 9 ? "0" : "") +
-          std::to_string(i % 12 + 1) + "-01," + std::to_string(v) + "\n");
+      const double v =
+          (100.0 + 3 * s + 0.7 * i) * (1.0 + 0.2 * std::sin(0.5236 * i)) * (1.0 + 0.01 * ((i * 7 + s) % 5));
+      rows[static_cast<std::size_t>(s)].push_back("s" + std::to_string(s) + "," + std::to_string(2000 + i / 12) + "-" +
+                                                  (i % 12 < 9 ? "0" : "") + std::to_string(i % 12 + 1) + "-01," +
+                                                  std::to_string(v) + "\n");
     }
   }
   std::string text = "id,date,value\n";
@@ -487,8 +493,8 @@ TEST_F(ModelCliTest, PoisonedSeriesAreNamedAndTheOthersForecast) {
   }
   text += "dup,2001-01-01,5\ndup,2001-01-20,6\n";
   write("poison.csv", text);
-  const Outcome r = run({"forecast", "poison.csv", "--by", "id", "--model", "winters", "--interval", "MONTH",
-                         "-o", "out.csv", "--status", "status.csv", "--quiet"});
+  const Outcome r = run({"forecast", "poison.csv", "--by", "id", "--model", "winters", "--interval", "MONTH", "-o",
+                         "out.csv", "--status", "status.csv", "--quiet"});
   EXPECT_EQ(r.status, 5);
   EXPECT_NE(r.err.find("3 of 5 series failed"), std::string::npos) << r.err;
   const std::string status = slurp(dir_ / "status.csv");
@@ -569,8 +575,8 @@ TEST_F(ModelCliTest, FitsSayHowTheyEnded) {
                         {"UKgas.csv", "QTR", "seasonal", true}};
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.file) + " " + c.model);
-    const Outcome r = run({"fit", "--model", c.model, "--interval", c.interval, "--json", "--save-model", "m.json",
-                           example(c.file)});
+    const Outcome r =
+        run({"fit", "--model", c.model, "--interval", c.interval, "--json", "--save-model", "m.json", example(c.file)});
     ASSERT_EQ(r.status, 0) << r.err;
     const Json j = Json::parse(r.out);
     EXPECT_EQ(j["fit"]["converged"], c.converged);
@@ -586,8 +592,8 @@ TEST_F(ModelCliTest, FitsSayHowTheyEnded) {
     const Json saved = Json::parse(slurp(dir_ / "m.json"));
     EXPECT_EQ(saved["fit"]["status"], j["fit"]["status"]);
 
-    const Outcome fc = run({"forecast", "--model-file", "m.json", "--interval", c.interval, "--lead", "0",
-                            example(c.file)});
+    const Outcome fc =
+        run({"forecast", "--model-file", "m.json", "--interval", c.interval, "--lead", "0", example(c.file)});
     ASSERT_EQ(fc.status, 0) << fc.err;
     const auto rows = csv_rows(fc.out);
     EXPECT_EQ(std::stod(rows.back()[7]), j["smoothed_state"]["level"].get<double>());
@@ -600,8 +606,8 @@ TEST_F(ModelCliTest, CriteriaComeFromTheOneStepErrors) {
   const Outcome fit = run({"fit", "--model", "winters", "--interval", "MONTH", "--json", example("AirPassengers.csv")});
   ASSERT_EQ(fit.status, 0) << fit.err;
   const Json c = Json::parse(fit.out)["criteria"];
-  const Outcome fc = run({"forecast", "--model", "winters", "--interval", "MONTH", "--lead", "0",
-                          example("AirPassengers.csv")});
+  const Outcome fc =
+      run({"forecast", "--model", "winters", "--interval", "MONTH", "--lead", "0", example("AirPassengers.csv")});
   const auto rows = csv_rows(fc.out);
   double sse = 0.0;
   for (std::size_t i = 1; i < rows.size(); ++i) sse += std::pow(std::stod(rows[i][5]), 2);
@@ -708,16 +714,16 @@ TEST_F(ModelCliTest, AutoHoldoutAndLevels) {
     EXPECT_TRUE(rows[i][5].empty());  // no residual in a forecast row
     EXPECT_LT(std::stod(rows[i][3]), std::stod(rows[i][rows[0].size() - 2]));
   }
-  for (const char* says : {"Model selection by AICc", "<- chosen", "12 held-out", "inside U80/L80",
-                           "inside U95/L95", "sMAPE"}) {
+  for (const char* says :
+       {"Model selection by AICc", "<- chosen", "12 held-out", "inside U80/L80", "inside U95/L95", "sMAPE"}) {
     EXPECT_NE(r.err.find(says), std::string::npos) << says << "\n" << r.err;
   }
 
   // Empirical limits replace the limit columns only.
   const Outcome e = run({"forecast", example("AirPassengers.csv"), "--model", "winters", "--interval", "MONTH",
                          "--lead", "6", "--limits", "empirical"});
-  const Outcome f = run({"forecast", example("AirPassengers.csv"), "--model", "winters", "--interval", "MONTH",
-                         "--lead", "6"});
+  const Outcome f =
+      run({"forecast", example("AirPassengers.csv"), "--model", "winters", "--interval", "MONTH", "--lead", "6"});
   ASSERT_EQ(e.status, 0) << e.err;
   const auto er = csv_rows(e.out), fr = csv_rows(f.out);
   ASSERT_EQ(er.size(), fr.size());
@@ -754,7 +760,8 @@ TEST_F(ModelCliTest, ObservationNumbersWithACycleFitAsTheCalendarDoes) {
   write("numbered.csv", numbered);
   for (const char* model : {"seasonal", "winters", "winters-additive"}) {
     SCOPED_TRACE(model);
-    const Outcome obs = run({"fit", "--model", model, "--interval", "OBS", "--nseasons", "12", "--json", "numbered.csv"});
+    const Outcome obs =
+        run({"fit", "--model", model, "--interval", "OBS", "--nseasons", "12", "--json", "numbered.csv"});
     const Outcome month = run({"fit", "--model", model, "--interval", "MONTH", "--json", example("AirPassengers.csv")});
     ASSERT_EQ(obs.status, 0) << obs.err;
     const Json a = Json::parse(obs.out), b = Json::parse(month.out);

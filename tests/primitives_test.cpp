@@ -1,6 +1,6 @@
 // Tests of the text, memory and missing-value primitives and of the host's
 // text routines that they dispatch to.
-#include <gtest/gtest.h>
+#include "primitives/primitives.h"
 
 #include <bit>
 #include <climits>
@@ -11,8 +11,9 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "host/host_text.h"
-#include "primitives/primitives.h"
 
 namespace {
 
@@ -36,8 +37,8 @@ TEST(MissingValues, SkMissValSelectsByCharacter) {
     int entry;
   };
   constexpr Case kCases[] = {
-      {'.', 1}, {0, 1}, {0x1000, 1}, {'@', 1}, {'[', 1}, {'`', 1}, {'{', 1},  // around the letters
-      {'_', 0}, {'-', 0}, {'A', 2}, {'a', 2}, {'Z', 27}, {'z', 27},
+      {'.', 1}, {0, 1},   {0x1000, 1}, {'@', 1}, {'[', 1},  {'`', 1},  {'{', 1},  // around the letters
+      {'_', 0}, {'-', 0}, {'A', 2},    {'a', 2}, {'Z', 27}, {'z', 27},
   };
   for (const Case& c : kCases) {
     EXPECT_EQ(bits(skMissVal(c.c)), bits(qkmissv_table[c.entry])) << "char " << c.c;
@@ -80,9 +81,9 @@ TEST(Wzstcom, BlankPaddedThreeWayComparison) {
     int result;
   };
   const Case kCases[] = {
-      {"AB", 2, "AB  ", 4, 0},    {"ABC", 3, "AB", 2, 3},       {"AB\t", 3, "AB", 2, -3},
-      {nullptr, 5, "   ", 3, 0},  {nullptr, 0, "  x", 3, -3},   {"x", 1, nullptr, 9, 1},
-      {"\xE9", 1, "e", 1, 1},     {"A", 1, "A  \xE9", 4, -4},   {"", 0, "", 0, 0},
+      {"AB", 2, "AB  ", 4, 0},   {"ABC", 3, "AB", 2, 3},     {"AB\t", 3, "AB", 2, -3},
+      {nullptr, 5, "   ", 3, 0}, {nullptr, 0, "  x", 3, -3}, {"x", 1, nullptr, 9, 1},
+      {"\xE9", 1, "e", 1, 1},    {"A", 1, "A  \xE9", 4, -4}, {"", 0, "", 0, 0},
   };
   for (const Case& c : kCases) {
     EXPECT_EQ(wzstcom(c.s1, c.l1, c.s2, c.l2), c.result)
@@ -163,10 +164,10 @@ TEST(Finders, FirstOccurrenceWithinTheLength) {
   EXPECT_EQ(qor_memchr("DTHOUR4", 'H', 0), -1);
   EXPECT_EQ(wzstndx("ABABAB", 6, "BAB", -1), 1);  // tlen -1: up to the NUL
   EXPECT_EQ(wzstndx("ABC", 3, "ABCD", 4), -1);
-  EXPECT_EQ(wzstndx("ABC", 2, "C", 1), -1);       // only slen bytes are searched
-  EXPECT_EQ(wzstndx("ABC", 3, "BC", 2), 1);        // a match that ends the text
+  EXPECT_EQ(wzstndx("ABC", 2, "C", 1), -1);  // only slen bytes are searched
+  EXPECT_EQ(wzstndx("ABC", 3, "BC", 2), 1);  // a match that ends the text
   EXPECT_EQ(wzbcup("abc", "ABD", 3), 'C' - 'D');
-  EXPECT_EQ(wzbcup("a[", "A{", 2), '[' - '{');    // not letters: no folding
+  EXPECT_EQ(wzbcup("a[", "A{", 2), '[' - '{');  // not letters: no folding
   for (int num : {0, -7, INT_MAX, INT_MIN}) {
     char out[16];
     std::memset(out, '#', sizeof out);

@@ -1,7 +1,7 @@
 // Start-value regressions: every model of ztsrdmy against an independent
 // least-squares solve (which also holds the closed forms of the sums of
 // powers of t), and the short, empty and failing cases.
-#include <gtest/gtest.h>
+#include "regression/regression.h"
 
 #include <algorithm>
 #include <bit>
@@ -11,8 +11,9 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "primitives/primitives.h"
-#include "regression/regression.h"
 #include "support/trend_session.h"
 
 namespace {
@@ -28,7 +29,7 @@ enum class Gaps { none, sparse, block, empty_season };
 
 struct ModelCase {
   const char* name;
-  int model;   // bits: 1 constant, 2 trend, 4 quadratic, 8 seasonal dummies
+  int model;  // bits: 1 constant, 2 trend, 4 quadratic, 8 seasonal dummies
   long n;
   int ns;
   Gaps gaps;
@@ -71,10 +72,17 @@ Series make_series(const ModelCase& c) {
     if (c.ns > 0) v += season[i % c.ns];
     bool gap = false;
     switch (c.gaps) {
-      case Gaps::none: break;
-      case Gaps::sparse: gap = i % 7 == 3; break;
-      case Gaps::block: gap = i >= c.n / 3 && i < c.n / 3 + 5; break;
-      case Gaps::empty_season: gap = c.ns > 0 && i % c.ns == 1; break;
+      case Gaps::none:
+        break;
+      case Gaps::sparse:
+        gap = i % 7 == 3;
+        break;
+      case Gaps::block:
+        gap = i >= c.n / 3 && i < c.n / 3 + 5;
+        break;
+      case Gaps::empty_season:
+        gap = c.ns > 0 && i % c.ns == 1;
+        break;
     }
     s.y.push_back(gap ? kMiss : v);
     s.misflg.push_back(gap ? 1 : 0);
@@ -136,8 +144,10 @@ Expected reference(const ModelCase& c, const Series& s) {
     if (s.misflg[i]) continue;
     const long double t = i + 1;
     std::vector<long double> row(cols, 0.0L);
-    if (sea) row[season_col[i % c.ns]] = 1.0L;
-    else if (con) row[0] = 1.0L;
+    if (sea)
+      row[season_col[i % c.ns]] = 1.0L;
+    else if (con)
+      row[0] = 1.0L;
     if (tre) row[tcol] = t;
     if (quad) row[qcol] = t * t;
     x.insert(x.end(), row.begin(), row.end());
@@ -189,9 +199,8 @@ TEST_P(ModelTest, MatchesIndependentLeastSquares) {
   double cc = 0, tc = 0, qc = 0;
   std::vector<double> sd(std::max(c.ns, 1), 0.0);
   std::vector<double> res(c.n, 0.0);
-  const int status = ztsrdmy(s.y.data(), s.misflg.data(), c.n, c.ns, con ? &cc : nullptr,
-                             tre ? &tc : nullptr, quad ? &qc : nullptr,
-                             sea ? sd.data() : nullptr, res.data());
+  const int status = ztsrdmy(s.y.data(), s.misflg.data(), c.n, c.ns, con ? &cc : nullptr, tre ? &tc : nullptr,
+                             quad ? &qc : nullptr, sea ? sd.data() : nullptr, res.data());
   EXPECT_EQ(0, std::memcmp(s.y.data(), input.y.data(), sizeof(double) * c.n));  // input left alone
   EXPECT_EQ(s.misflg, input.misflg);
   const Expected e = reference(c, s);
@@ -313,9 +322,8 @@ TEST_F(RegressionEdge, AllMissingIsTooFewInEveryModel) {
   double c, t, q, sd[3];
   for (int model : {1, 2, 3, 6, 7, 8, 9, 10, 11, 14, 15}) {
     SCOPED_TRACE(model);
-    const int status = ztsrdmy(y.data(), m.data(), 12, 3, (model & 1) ? &c : nullptr,
-                               (model & 2) ? &t : nullptr, (model & 4) ? &q : nullptr,
-                               (model & 8) ? sd : nullptr, nullptr);
+    const int status = ztsrdmy(y.data(), m.data(), 12, 3, (model & 1) ? &c : nullptr, (model & 2) ? &t : nullptr,
+                               (model & 4) ? &q : nullptr, (model & 8) ? sd : nullptr, nullptr);
     EXPECT_EQ(status, -2);
     EXPECT_TRUE(!(model & 1) || is_miss(c));
     EXPECT_TRUE(!(model & 2) || is_miss(t));

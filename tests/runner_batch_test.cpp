@@ -1,8 +1,6 @@
 // The runner over many series in one process: outcomes come in key order and
 // are the same to the bit on one thread and on several, failures included.
 // This is the test the ThreadSanitizer build runs.
-#include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <bit>
@@ -12,6 +10,8 @@
 #include <fstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "runner/batch.h"
 
@@ -43,16 +43,15 @@ BatchRun run_with(int threads, const std::string& model, const fs::path& table, 
   BatchRun r;
   runner::SeriesTable series(table.string(), {{"id"}, "", {}});
   if (rows_in_memory > 0) series.set_rows_in_memory(rows_in_memory);
-  runner::run_batch(run, plan, series, b,
-                    [&](runner::SeriesOutcome& out) {
-                      r.order.push_back(out.ordinal);
-                      r.ok.push_back(out.ok);
-                      std::vector<std::uint64_t> bits;
-                      for (const runner::TableColumn& c : out.result.table.columns) {
-                        for (double v : c.values) bits.push_back(std::bit_cast<std::uint64_t>(v));
-                      }
-                      r.bits.push_back(std::move(bits));
-                    });
+  runner::run_batch(run, plan, series, b, [&](runner::SeriesOutcome& out) {
+    r.order.push_back(out.ordinal);
+    r.ok.push_back(out.ok);
+    std::vector<std::uint64_t> bits;
+    for (const runner::TableColumn& c : out.result.table.columns) {
+      for (double v : c.values) bits.push_back(std::bit_cast<std::uint64_t>(v));
+    }
+    r.bits.push_back(std::move(bits));
+  });
   return r;
 }
 
@@ -98,8 +97,8 @@ TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
   static runner::Loader loader;
   loader.load(ESF_MODULE);
   const runner::Runner run(loader);
-  const runner::CsvSeries s =
-      runner::read_series_csv(std::string(ESF_SOURCE_DIR) + "/examples/AirPassengers.csv", "", "", runner::TimeUnits::kDate);
+  const runner::CsvSeries s = runner::read_series_csv(std::string(ESF_SOURCE_DIR) + "/examples/AirPassengers.csv", "",
+                                                      "", runner::TimeUnits::kDate);
   auto bits = [](const runner::FitResult& f) {
     std::vector<std::uint64_t> b;
     for (double v : {f.criteria.aic, f.criteria.aicc, f.criteria.bic, f.fit_accuracy.rmse, f.fit_accuracy.mase,

@@ -1,11 +1,11 @@
 // The three-weight constrained step: the solves of nextstep against an
 // independent least-squares solve, and trystep at the corners and faces of
 // the box of bounds.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "smoothing/es3fit.h"
 #include "smoothing/winfit.h"
@@ -25,11 +25,10 @@ TEST(Step3Divide, GuardsOverflowByTheSignOfTheQuotient) {
   struct Case {
     double num, den, want;
   } const cases[] = {
-      {6.0, 3.0, 2.0},          // |den| >= 1: plain
-      {3e-300, 0.5, 6e-300},    // tiny denominator, quotient still finite
-      {-1.0, 0.0, -kBig},       // zero denominator: the numerator's sign
-      {0.0, 0.0, 0.0},
-      {1e300, -1e-200, -kBig},  // would overflow
+      {6.0, 3.0, 2.0},                                   // |den| >= 1: plain
+      {3e-300, 0.5, 6e-300},                             // tiny denominator, quotient still finite
+      {-1.0, 0.0, -kBig},                                // zero denominator: the numerator's sign
+      {0.0, 0.0, 0.0},         {1e300, -1e-200, -kBig},  // would overflow
       {-1e300, -1e-200, kBig},
   };
   for (const Case& c : cases) {
@@ -190,8 +189,8 @@ TEST_F(Step3Solve, FullStepIsTheDampedGaussNewtonStepCappedAtLengthOne) {
 TEST_F(Step3Solve, PairAndSingleStepsFollowThePositionOfThePoint) {
   struct Case {
     const char* name;
-    int lev, tre, dam;   // flags of the point
-    char levchn, trechn; // pins of the point
+    int lev, tre, dam;    // flags of the point
+    char levchn, trechn;  // pins of the point
     int dim, nextdim;
     int pair_a, pair_b;  // -1: no pair step
     int single;          // -1: no single step
@@ -326,9 +325,7 @@ class Step3Box : public ::testing::Test {
     return season ? trystepn<win::Family>(&model_, &fitcon_, &current_, stepsize, &new_, fake_nextstep)
                   : trystepn<es3::Family>(&model_, &fitcon_, &current_, stepsize, &new_, fake_nextstep);
   }
-  void fix(double* bounds, double value) {
-    bounds[0] = bounds[1] = value;
-  }
+  void fix(double* bounds, double value) { bounds[0] = bounds[1] = value; }
   WINMODEL model_;
   FITCON fitcon_;
   POINT current_;
@@ -339,47 +336,124 @@ TEST_F(Step3Box, TrialsAreCutToTheBoxAndPinnedWeightsStay) {
   constexpr double kFree = NAN;
   struct Case {
     const char* what;
-    double cur[3];                 // level, trend, third weight
-    signed char flags[3];          // of the current point
-    double lo[3], hi[3];           // bounds; equal bounds fix a weight
-    double d[3], d2[3], d1[3];     // full, pair and single steps
+    double cur[3];              // level, trend, third weight
+    signed char flags[3];       // of the current point
+    double lo[3], hi[3];        // bounds; equal bounds fix a weight
+    double d[3], d2[3], d1[3];  // full, pair and single steps
     double stepsize;
     bool season;
     double want[3];
-    int dim, nextdim;              // -1: not checked
-    double r;                      // rr[0], rr[1] or rr[2] of the evaluation
+    int dim, nextdim;  // -1: not checked
+    double r;          // rr[0], rr[1] or rr[2] of the evaluation
   };
   const double cut = (0.999 - 0.95) / 0.2;  // the damping weight reaches its bound first
   const Case cases[] = {
-      {"inside the box", {0.5, 0.2, 0.95}, {0, 0, 0}, {kFree, kFree, kFree}, {kFree, kFree, kFree},
-       {0.1, -0.05, 0.01}, {}, {}, 0.5, false, {0.55, 0.175, 0.955}, 3, 3, 0.33},
-      {"crossing a bound stops on it", {0.5, 0.2, 0.95}, {0, 0, 0}, {kFree, kFree, kFree},
-       {kFree, kFree, kFree}, {0.1, 0.1, 0.2}, {}, {}, 1.0, false,
-       {0.5 + 0.1 * cut, 0.2 + 0.1 * cut, 0.999}, 3, 2, 0.33},
-      {"pressing the same bound takes the pair step", {0.5, 0.2, 0.999}, {0, 0, 1},
-       {kFree, kFree, kFree}, {kFree, kFree, kFree}, {0.1, 0.1, 0.2}, {0.05, -0.02, 0.0}, {}, 1.0,
-       false, {0.55, 0.18, 0.999}, 2, -1, 0.22},
+      {"inside the box",
+       {0.5, 0.2, 0.95},
+       {0, 0, 0},
+       {kFree, kFree, kFree},
+       {kFree, kFree, kFree},
+       {0.1, -0.05, 0.01},
+       {},
+       {},
+       0.5,
+       false,
+       {0.55, 0.175, 0.955},
+       3,
+       3,
+       0.33},
+      {"crossing a bound stops on it",
+       {0.5, 0.2, 0.95},
+       {0, 0, 0},
+       {kFree, kFree, kFree},
+       {kFree, kFree, kFree},
+       {0.1, 0.1, 0.2},
+       {},
+       {},
+       1.0,
+       false,
+       {0.5 + 0.1 * cut, 0.2 + 0.1 * cut, 0.999},
+       3,
+       2,
+       0.33},
+      {"pressing the same bound takes the pair step",
+       {0.5, 0.2, 0.999},
+       {0, 0, 1},
+       {kFree, kFree, kFree},
+       {kFree, kFree, kFree},
+       {0.1, 0.1, 0.2},
+       {0.05, -0.02, 0.0},
+       {},
+       1.0,
+       false,
+       {0.55, 0.18, 0.999},
+       2,
+       -1,
+       0.22},
       // A fixed weight sits on both its bounds, so it is not strictly inside.
-      {"a fixed weight is held from the first step", {0.5, 0.2, 0.95}, {0, 0, 0},
-       {kFree, 0.2, kFree}, {kFree, 0.2, kFree}, {0.1, 0.3, 0.01}, {0.04, 0.0, 0.02}, {}, 1.0,
-       false, {0.54, 0.2, 0.97}, -1, 2, 0.22},
-      {"two fixed weights leave the single step", {0.5, 0.2, 0.95}, {0, 0, 0}, {0.5, 0.2, kFree},
-       {0.5, 0.2, kFree}, {0.1, 0.3, 0.01}, {0.1, 0.3, 0.01}, {0.0, 0.0, 0.03}, 0.5,
-       false, {0.5, 0.2, 0.965}, 1, -1, 0.11},
+      {"a fixed weight is held from the first step",
+       {0.5, 0.2, 0.95},
+       {0, 0, 0},
+       {kFree, 0.2, kFree},
+       {kFree, 0.2, kFree},
+       {0.1, 0.3, 0.01},
+       {0.04, 0.0, 0.02},
+       {},
+       1.0,
+       false,
+       {0.54, 0.2, 0.97},
+       -1,
+       2,
+       0.22},
+      {"two fixed weights leave the single step",
+       {0.5, 0.2, 0.95},
+       {0, 0, 0},
+       {0.5, 0.2, kFree},
+       {0.5, 0.2, kFree},
+       {0.1, 0.3, 0.01},
+       {0.1, 0.3, 0.01},
+       {0.0, 0.0, 0.03},
+       0.5,
+       false,
+       {0.5, 0.2, 0.965},
+       1,
+       -1,
+       0.11},
       // A cut fraction of 0 is not passed over: the trial is the point.
-      {"trend on its lower bound stepping out", {0.5, 0.0011, 0.95}, {0, 0, 0},
-       {kFree, 0.0011, kFree}, {kFree, kFree, kFree}, {0.1, -0.2, 0.01}, {}, {}, 1.0,
-       false, {0.5, 0.0011, 0.95}, -1, -1, 0.33},
-      {"the Winters family moves its seasonal weight", {0.5, 0.2, 0.3}, {0, 0, 0},
-       {kFree, kFree, kFree}, {kFree, kFree, 0.35}, {0.0, 0.01, 0.1}, {}, {}, 1.0,
-       true, {0.5, 0.205, 0.35}, 3, 2, 0.33},
+      {"trend on its lower bound stepping out",
+       {0.5, 0.0011, 0.95},
+       {0, 0, 0},
+       {kFree, 0.0011, kFree},
+       {kFree, kFree, kFree},
+       {0.1, -0.2, 0.01},
+       {},
+       {},
+       1.0,
+       false,
+       {0.5, 0.0011, 0.95},
+       -1,
+       -1,
+       0.33},
+      {"the Winters family moves its seasonal weight",
+       {0.5, 0.2, 0.3},
+       {0, 0, 0},
+       {kFree, kFree, kFree},
+       {kFree, kFree, 0.35},
+       {0.0, 0.01, 0.1},
+       {},
+       {},
+       1.0,
+       true,
+       {0.5, 0.205, 0.35},
+       3,
+       2,
+       0.33},
   };
   for (const Case& c : cases) {
     SetUp();
     SCOPED_TRACE(c.what);
     const bool season = c.season;
-    double* bounds[3] = {model_.wbnds.wlevel, model_.wbnds.wtrend,
-                         season ? model_.wbnds.wseason : model_.wbnds.wdamp};
+    double* bounds[3] = {model_.wbnds.wlevel, model_.wbnds.wtrend, season ? model_.wbnds.wseason : model_.wbnds.wdamp};
     char* fixed[3] = {&model_.wbnds.wlevflg, &model_.wbnds.wtreflg,
                       season ? &model_.wbnds.wseaflg : &model_.wbnds.wdamflg};
     for (int k = 0; k < 3; ++k) {

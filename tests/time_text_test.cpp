@@ -1,6 +1,6 @@
 // The one reader of time text: what it accepts and refuses, and that the
 // series reader, the range options and the host's tables read alike.
-#include <gtest/gtest.h>
+#include "host/time_text.h"
 
 #include <chrono>
 #include <cmath>
@@ -11,9 +11,9 @@
 #include <string>
 
 #include <fmt/format.h>
+#include <gtest/gtest.h>
 
 #include "host/number_text.h"
-#include "host/time_text.h"
 #include "primitives/primitives.h"
 #include "runner/series_csv.h"
 
@@ -78,7 +78,8 @@ TEST(TimeText, FormsAcceptedAndRefused) {
 
   EXPECT_EQ(esf::host::read_number_text("1e-320"), 1e-320);
   EXPECT_EQ(esf::host::read_number_text("-2.5"), -2.5);
-  for (const char* bad : {"1e400", "inf", "nan", "1.5x", "", "-"}) EXPECT_FALSE(esf::host::read_number_text(bad)) << bad;
+  for (const char* bad : {"1e400", "inf", "nan", "1.5x", "", "-"})
+    EXPECT_FALSE(esf::host::read_number_text(bad)) << bad;
 }
 
 // Numbers are written as fmt writes "{}" (an independent layout of the same
@@ -86,9 +87,28 @@ TEST(TimeText, FormsAcceptedAndRefused) {
 // exponent forms, zeros, subnormals, the extremes, and random bit patterns
 // over every exponent.
 TEST(NumberText, ShortestTextInTheLayoutOfFmt) {
-  std::vector<double> values = {0.0, -0.0, 1.0, -1.5, 0.1 + 0.2, 1e15, 9999999999999998.0, 1e16, 1.5e16,
-                                1e-4, 1.25e-4, 9.999e-5, 1e-5, 123456.789, 5e-324, -2.2250738585072014e-308,
-                                std::numeric_limits<double>::max(), 1e100, 1e-100, 112.0, 1e22, 1e23};
+  std::vector<double> values = {0.0,
+                                -0.0,
+                                1.0,
+                                -1.5,
+                                0.1 + 0.2,
+                                1e15,
+                                9999999999999998.0,
+                                1e16,
+                                1.5e16,
+                                1e-4,
+                                1.25e-4,
+                                9.999e-5,
+                                1e-5,
+                                123456.789,
+                                5e-324,
+                                -2.2250738585072014e-308,
+                                std::numeric_limits<double>::max(),
+                                1e100,
+                                1e-100,
+                                112.0,
+                                1e22,
+                                1e23};
   std::mt19937_64 bits(5);
   for (int i = 0; i < 200000; ++i) values.push_back(std::bit_cast<double>(bits()));
   char text[esf::host::kMaxNumberChars];

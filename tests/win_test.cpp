@@ -3,15 +3,12 @@
 // independent Holt-Winters loop, forecasts and their variance, stability,
 // the estimation at its edges, CODE and TYPE, and the command line against
 // the methods (the properties every family shares are in family_test.cpp).
-#include <gtest/gtest.h>
-
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <bit>
-#include <cstdint>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -20,14 +17,17 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
 #include "host/host.h"
 #include "module/host_api.h"
 #include "numeric/numeric.h"
 #include "regression/regression.h"
 #include "smoothing/winfit.h"
 #include "smoothing/winsubs.h"
-#include "support/pass_compare.h"
 #include "support/method_session.h"
+#include "support/pass_compare.h"
 #include "support/smooth_model.h"
 #include "support/trend_session.h"
 
@@ -36,13 +36,12 @@ extern "C" int mwinfor(PSCPLIST*, List, unsigned char*, int);
 
 namespace {
 
-using smooth_test::kMiss;
-using smooth_test::is_miss;
 using smooth_test::expect_rel;
+using smooth_test::is_miss;
+using smooth_test::kMiss;
 namespace fs = std::filesystem;
 using smooth_test::example_series;
 using smooth_test::Model;
-
 
 // ---- Seasonal-dummy start model ----------------------------------------------------
 
@@ -150,8 +149,7 @@ TEST_F(Ztsrsdm, ExactShortAndDegenerateSeries) {
     for (long i = 0; i < n; ++i) mis[i] = std::isnan(y[i]);
     double cc = 0, tc = 0;
     std::vector<double> sd(c.ns);
-    ASSERT_EQ(ztsrsdm(y.data(), mis.data(), n, c.ns, c.with_constant ? &cc : nullptr, &tc, sd.data(), nullptr),
-              c.rc);
+    ASSERT_EQ(ztsrsdm(y.data(), mis.data(), n, c.ns, c.with_constant ? &cc : nullptr, &tc, sd.data(), nullptr), c.rc);
     if (c.ccoef != M) {
       EXPECT_NEAR(cc, c.ccoef, 1e-12);
     }
@@ -196,8 +194,8 @@ struct WinModel : Model {
   WinModel(const std::vector<double>& x, int ns, int additive) : Model(x, 3) {
     seasons(ns);
     get()->additive = additive;
-    start_rc = zwinsvi(get()->ts.x, get()->ts.misflg, get()->ts.nobs, ns, 0, additive, 1,
-                       &get()->svi.level, &get()->svi.trend, get()->svi.sfactor);
+    start_rc = zwinsvi(get()->ts.x, get()->ts.misflg, get()->ts.nobs, ns, 0, additive, 1, &get()->svi.level,
+                       &get()->svi.trend, get()->svi.sfactor);
   }
   int start_rc;
 };
@@ -209,8 +207,8 @@ struct W {
 // The textbook recursions, written without the module: returns the
 // one-step predictions of the forward pass after a backward pass from the
 // state handed in, and leaves the end state in l, b, s.
-std::vector<double> holt_winters(const std::vector<double>& x, const std::vector<int>& code,
-                                 bool additive, W w, double& l, double& b, std::vector<double>& s) {
+std::vector<double> holt_winters(const std::vector<double>& x, const std::vector<int>& code, bool additive, W w,
+                                 double& l, double& b, std::vector<double>& s) {
   auto step = [&](double v, int k) {
     double pred, nl, ns;
     if (additive) {
@@ -287,8 +285,8 @@ TEST_P(WinKernel, PassesAgreeWithTheTextbookRecursions) {
 
       double level = x[n - 1], trend = -0.5, mse = 0;
       std::vector<double> sf = s0, rows(6 * n), smoothed(n);
-      ASSERT_EQ(zwinsmo(xm.data(), mis.data(), 1e4, n, ser.ns, additive(), w.a, w.g, w.c, &level,
-                        &trend, sf.data(), code.data(), &mse, smoothed.data(), rows.data()),
+      ASSERT_EQ(zwinsmo(xm.data(), mis.data(), 1e4, n, ser.ns, additive(), w.a, w.g, w.c, &level, &trend, sf.data(),
+                        code.data(), &mse, smoothed.data(), rows.data()),
                 0);
       double sse = 0;
       long used = 0;
@@ -312,9 +310,8 @@ TEST_P(WinKernel, PassesAgreeWithTheTextbookRecursions) {
       // The prediction pass from the same start follows the same road.
       double plevel = x[n - 1], ptrend = -0.5, pmse = 0;
       std::vector<double> psf = s0, prow(9 * (n + 3));
-      ASSERT_EQ(zwinprd(xm.data(), mis.data(), 1e4, n, ser.ns, additive(), w.a, w.g, w.c, &plevel,
-                        &ptrend, psf.data(), code.data(), 0, n - 1, 3, 4.0, 0.05, 0, &pmse,
-                        prow.data()),
+      ASSERT_EQ(zwinprd(xm.data(), mis.data(), 1e4, n, ser.ns, additive(), w.a, w.g, w.c, &plevel, &ptrend, psf.data(),
+                        code.data(), 0, n - 1, 3, 4.0, 0.05, 0, &pmse, prow.data()),
                 0);
       for (long t = 0; t < n; ++t) EXPECT_EQ(prow[9 * t + 1], rows[6 * t + 1]) << t;
       expect_rel(pmse, sse / (used - 3), 1e-9, "prediction mse");
@@ -333,8 +330,8 @@ TEST_P(WinKernel, ForecastsFollowTheTrendedLineAndTheEndFactors) {
   double level = x[n - 1], trend = 0, mse = 0;
   std::vector<double> sf(ns, additive() ? 0.0 : 1.0), rows(9 * (n + 9));
   const W w{0.2, 0.1, 0.3};
-  ASSERT_EQ(zwinprd(x.data(), mis.data(), 1300, n, ns, additive(), w.a, w.g, w.c, &level, &trend,
-                    sf.data(), code.data(), 0, n - 1, 9, kMiss, 0.05, 0, &mse, rows.data()),
+  ASSERT_EQ(zwinprd(x.data(), mis.data(), 1300, n, ns, additive(), w.a, w.g, w.c, &level, &trend, sf.data(),
+                    code.data(), 0, n - 1, 9, kMiss, 0.05, 0, &mse, rows.data()),
             0);
   const double z = zprobit(0.975);
   const double* last = &rows[9 * (n - 1)];
@@ -386,9 +383,8 @@ TEST_P(WinKernel, DerivativeLoopsGiveTheBitsOfTheFrameStepByStep) {
   for (const auto& [x, ns] : series) {
     WinModel m(x, ns, additive());
     ASSERT_EQ(m.start_rc, 0);
-    stopped += pass_test::expect_same_passes<win::Family>(
-        m.get(), m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.scodes,
-        {0.3, 0.05, 0.2, 0.9, 0.9, 0.6, 0.05, 0.5, 0.9});
+    stopped += pass_test::expect_same_passes<win::Family>(m.get(), m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.scodes,
+                                                          {0.3, 0.05, 0.2, 0.9, 0.9, 0.6, 0.05, 0.5, 0.9});
   }
   EXPECT_GT(stopped, 0);
 }
@@ -457,8 +453,8 @@ TEST(WinForecast, FailedFactorRatioKeepsThePreviousHalfWidth) {
   std::vector<double> rows(9 * 3);
   // No observation rows (end -1): the forecasts start from the season after
   // season 0 with the state handed in.
-  ASSERT_EQ(zwinprd(x.data(), mis.data(), 10.0, n, ns, 0, 0.2, 0.1, 0.3, &level, &trend,
-                    sf.data(), code.data(), 0, -1, 3, se2, 0.05, 1, &mse, rows.data()),
+  ASSERT_EQ(zwinprd(x.data(), mis.data(), 10.0, n, ns, 0, 0.2, 0.1, 0.3, &level, &trend, sf.data(), code.data(), 0, -1,
+                    3, se2, 0.05, 1, &mse, rows.data()),
             0);
   const double hw = zprobit(0.975) * std::sqrt(se2);
   for (int k = 0; k < 3; ++k) {
@@ -513,9 +509,8 @@ TEST_F(WinEdges, StabilityRegion) {
     double a, g, c;
     int stable;
   };
-  const Case cases[] = {{12, 0.3, 0.1, 0.2, 1}, {12, 1.0, 0.1, 0.2, 0}, {12, 0.3, 0.0, 0.2, 0},
-                        {4, 0.9, 0.9, 0.6, 1},  {4, 0.3, 0.1, 0.0, 0},  {4, 1.5, 0.9, 0.5, 0},
-                        {4, 0.5, 3.0, 0.5, 0}};
+  const Case cases[] = {{12, 0.3, 0.1, 0.2, 1}, {12, 1.0, 0.1, 0.2, 0}, {12, 0.3, 0.0, 0.2, 0}, {4, 0.9, 0.9, 0.6, 1},
+                        {4, 0.3, 0.1, 0.0, 0},  {4, 1.5, 0.9, 0.5, 0},  {4, 0.5, 3.0, 0.5, 0}};
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << c.a << " " << c.g << " " << c.c);
     EXPECT_EQ(zwinstb(c.ns, 0, c.a, c.g, c.c), c.stable);
@@ -601,8 +596,8 @@ struct MethodOutcome {
 // `code` null leaves CODE out; `forecast_type` replaces TYPE before the
 // forecast when given.
 MethodOutcome run_methods(const std::vector<double>& values, const char* interval, double stdate, int ns,
-                const char* code, double lead, const char* fit_type = "WINT",
-                const char* forecast_type = nullptr) {
+                          const char* code, double lead, const char* fit_type = "WINT",
+                          const char* forecast_type = nullptr) {
   using namespace esf::host;
   method_test::connect_module();
   const fs::path dir = fs::temp_directory_path() / ("win_methods_" + std::to_string(::getpid()));
@@ -698,8 +693,8 @@ TEST(WinMethodSpecification, CodeDefaultAndTypeComparisons) {
     double fit_rc, forecast_rc;
   };
   const Case cases[] = {
-      {"", "WINT", 0, 0},         {"WIN", "WINT", 0, 0},     {"WINTX", "WINT", 999, 999},
-      {"WINT", "WIN", 0, 999},    {"WINT", "WINTX", 0, 0},  {"WINT", "EXPO", 0, 999},
+      {"", "WINT", 0, 0},      {"WIN", "WINT", 0, 0},   {"WINTX", "WINT", 999, 999},
+      {"WINT", "WIN", 0, 999}, {"WINT", "WINTX", 0, 0}, {"WINT", "EXPO", 0, 999},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.fit_type) + " / " + c.forecast_type);

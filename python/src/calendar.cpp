@@ -27,12 +27,12 @@
 #include <pybind11/stl.h>
 
 #include "bindings.h"
+#include "cli/interval_messages.h"
 #include "host/host.h"
-#include "time_values.h"
 #include "intervals/calendar_arith.h"
 #include "intervals/interval.h"
-#include "cli/interval_messages.h"
 #include "primitives/primitives.h"
+#include "time_values.h"
 
 namespace py = pybind11;
 
@@ -41,10 +41,14 @@ namespace {
 
 const char* units_name(char units) {
   switch (units) {
-    case kUnitsDate: return "dates";
-    case kUnitsDatetime: return "datetimes";
-    case kUnitsObs: return "observation numbers";
-    default: return "no time values";
+    case kUnitsDate:
+      return "dates";
+    case kUnitsDatetime:
+      return "datetimes";
+    case kUnitsObs:
+      return "observation numbers";
+    default:
+      return "no time values";
   }
 }
 
@@ -61,8 +65,9 @@ INTERVAL parse_interval(const std::string& name) {
 // Refuses datetime64 operands for an interval that counts plain numbers.
 void check_operand(const INTERVAL& iv, std::string_view unit, const char* name) {
   if (unit != "raw" && iv.units != kUnitsDate && iv.units != kUnitsDatetime) {
-    throw py::type_error(std::string(name) + ": the interval " + std::string(iv.token, static_cast<std::size_t>(iv.tokenlen)) +
-                         " counts " + units_name(iv.units) + ", not dates; pass numbers");
+    throw py::type_error(std::string(name) + ": the interval " +
+                         std::string(iv.token, static_cast<std::size_t>(iv.tokenlen)) + " counts " +
+                         units_name(iv.units) + ", not dates; pass numbers");
   }
 }
 

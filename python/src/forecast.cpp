@@ -312,7 +312,8 @@ std::vector<std::pair<std::size_t, std::size_t>> limit_pairs(const runner::Forec
   std::vector<std::pair<std::size_t, std::size_t>> pairs = {{kUpper, kUpper + 1}};
   std::size_t end = t.columns.size();
   std::vector<std::pair<std::size_t, std::size_t>> more;
-  while (end >= kUpper + 4 && is_limit_name(t.columns[end - 2].name, 'U') && is_limit_name(t.columns[end - 1].name, 'L')) {
+  while (end >= kUpper + 4 && is_limit_name(t.columns[end - 2].name, 'U') &&
+         is_limit_name(t.columns[end - 1].name, 'L')) {
     more.emplace_back(end - 2, end - 1);
     end -= 2;
   }
@@ -362,8 +363,10 @@ py::dict run(const py::dict& options, const std::vector<std::int64_t>& offsets, 
       when = library_times(data_units.empty() ? 'd' : data_units[0]);
       runner::Inferred found;
       for (std::size_t s = 0; s < nseries && found.interval.empty(); ++s) {
-        found = runner::infer_interval(run.loader(), series_of(s, offsets, when, values.data(), rows.data(), names[s],
-                                                               id_col, time_col, target_col, units), units);
+        found = runner::infer_interval(
+            run.loader(),
+            series_of(s, offsets, when, values.data(), rows.data(), names[s], id_col, time_col, target_col, units),
+            units);
         if (found.interval.empty() && offsets[s + 1] - offsets[s] > 1) break;  // a series that fits none
       }
       if (found.interval.empty()) {
@@ -394,8 +397,8 @@ py::dict run(const py::dict& options, const std::vector<std::int64_t>& offsets, 
     on_threads(nseries, threads, [&](std::size_t s) {
       const CsvSeries series =
           series_of(s, offsets, library_times_of_plan, y, row, names[s], id_col, time_col, target_col, plan.units);
-      outcomes[s] = run_series(run, plan, series, saved_models.empty() ? std::string() : saved_models[s],
-                               keep_models, forecast);
+      outcomes[s] =
+          run_series(run, plan, series, saved_models.empty() ? std::string() : saved_models[s], keep_models, forecast);
     });
   }
 
@@ -432,7 +435,8 @@ py::dict run(const py::dict& options, const std::vector<std::int64_t>& offsets, 
     total += o.table->rows();
     if (model_table == nullptr) model_table = &*o.table;
   }
-  const auto pairs = model_table != nullptr ? limit_pairs(*model_table) : std::vector<std::pair<std::size_t, std::size_t>>{};
+  const auto pairs =
+      model_table != nullptr ? limit_pairs(*model_table) : std::vector<std::pair<std::size_t, std::size_t>>{};
   const std::size_t ncolumns = model_table != nullptr ? model_table->columns.size() : 0;
   std::vector<py::array_t<double>> columns;
   for (std::size_t c = 0; c < ncolumns; ++c) columns.emplace_back(static_cast<py::ssize_t>(total));
@@ -489,12 +493,12 @@ py::dict run(const py::dict& options, const std::vector<std::int64_t>& offsets, 
 }  // namespace
 
 void bind_forecast(py::module_& m) {
-  m.def("run", &run, py::arg("options"), py::arg("offsets"), py::arg("times"), py::arg("time_unit"),
-        py::arg("values"), py::arg("rows"), py::arg("names"), py::arg("id_col"), py::arg("time_col"),
-        py::arg("target_col"), py::arg("lead"), py::arg("levels"), py::arg("keep_models"), py::arg("forecast"),
-        py::arg("saved_models"), py::arg("out_unit"), py::arg("threads"), py::arg("data_units"));
-  m.def("interval_of_alias", [](const std::string& alias) { return runner::interval_of_alias(alias); },
-        py::arg("alias"));
+  m.def("run", &run, py::arg("options"), py::arg("offsets"), py::arg("times"), py::arg("time_unit"), py::arg("values"),
+        py::arg("rows"), py::arg("names"), py::arg("id_col"), py::arg("time_col"), py::arg("target_col"),
+        py::arg("lead"), py::arg("levels"), py::arg("keep_models"), py::arg("forecast"), py::arg("saved_models"),
+        py::arg("out_unit"), py::arg("threads"), py::arg("data_units"));
+  m.def(
+      "interval_of_alias", [](const std::string& alias) { return runner::interval_of_alias(alias); }, py::arg("alias"));
   m.def("families", [] {
     py::list names;
     for (const runner::Family& f : runner::families()) names.append(f.name);

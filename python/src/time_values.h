@@ -28,7 +28,7 @@ namespace py = pybind11;
 
 // numpy counts from 1 January 1970, the library from 1 January 1960.
 inline constexpr std::int64_t kEpochDays = calendar::days_from_civil(1970, 1, 1);  // 3653
-inline constexpr std::int64_t kEpochSeconds = kEpochDays * 86400;                   // 315619200
+inline constexpr std::int64_t kEpochSeconds = kEpochDays * 86400;                  // 315619200
 inline constexpr std::int64_t kNaT = std::numeric_limits<std::int64_t>::min();
 
 // Ticks of a datetime64 unit in one day; 0 for the library's raw numbers.
@@ -93,17 +93,30 @@ inline void raw_values(const void* data, std::size_t n, double* out) {
 template <template <std::int64_t> class Pick>
 auto by_unit(std::int64_t per_day) {
   switch (per_day) {
-    case 1: return Pick<1>::fn;
-    case 24: return Pick<24>::fn;
-    case 1440: return Pick<1440>::fn;
-    case 86400: return Pick<86400>::fn;
-    case 86400LL * 1000: return Pick<86400LL * 1000>::fn;
-    case 86400LL * 1000000: return Pick<86400LL * 1000000>::fn;
-    default: return Pick<86400LL * 1000000000>::fn;
+    case 1:
+      return Pick<1>::fn;
+    case 24:
+      return Pick<24>::fn;
+    case 1440:
+      return Pick<1440>::fn;
+    case 86400:
+      return Pick<86400>::fn;
+    case 86400LL * 1000:
+      return Pick<86400LL * 1000>::fn;
+    case 86400LL * 1000000:
+      return Pick<86400LL * 1000000>::fn;
+    default:
+      return Pick<86400LL * 1000000000>::fn;
   }
 }
-template <std::int64_t P> struct DaysOf { static constexpr ToLibrary fn = &ticks_to_days<P>; };
-template <std::int64_t P> struct SecondsOf { static constexpr ToLibrary fn = &ticks_to_seconds<P>; };
+template <std::int64_t P>
+struct DaysOf {
+  static constexpr ToLibrary fn = &ticks_to_days<P>;
+};
+template <std::int64_t P>
+struct SecondsOf {
+  static constexpr ToLibrary fn = &ticks_to_seconds<P>;
+};
 
 // One operand: its values and how to read them. A length of 1 broadcasts.
 class TimeOperand {
@@ -204,8 +217,12 @@ void seconds_to_ticks(const double* v, std::size_t n, std::int64_t* out) {
   }
 }
 
-template <std::int64_t P> struct TicksOfDays { static constexpr FromLibrary fn = &days_to_ticks<P>; };
-template <std::int64_t P> struct TicksOfSeconds {
+template <std::int64_t P>
+struct TicksOfDays {
+  static constexpr FromLibrary fn = &days_to_ticks<P>;
+};
+template <std::int64_t P>
+struct TicksOfSeconds {
   static constexpr FromLibrary fn = &seconds_to_ticks<(P < 86400 ? 86400 : P)>;
 };
 

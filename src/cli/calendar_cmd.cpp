@@ -37,9 +37,9 @@
 #include "common/civil_days.h"
 #include "host/host.h"
 #include "host/time_text.h"
-#include "runner/interval_names.h"
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
+#include "runner/interval_names.h"
 
 namespace {
 
@@ -113,10 +113,12 @@ double read_time(std::string_view text, const INTERVAL& iv, int field, const cha
   if (const auto iso = esf::host::read_time_text(text)) {
     if (iv.units == kUnitsDatetime) return iso->as_datetime();
     if (iv.units == kUnitsDate) return iso->as_date();  // a date interval looks at the day only
-    throw QueryError{field, name, fmt::format("{} is a date, but this interval counts plain numbers", esf::host::quote_input(text))};
+    throw QueryError{field, name,
+                     fmt::format("{} is a date, but this interval counts plain numbers", esf::host::quote_input(text))};
   }
   throw QueryError{field, name,
-                   fmt::format("{} is not a date or datetime ({}) or a number", esf::host::quote_input(text), esf::host::kTimeTextForms)};
+                   fmt::format("{} is not a date or datetime ({}) or a number", esf::host::quote_input(text),
+                               esf::host::kTimeTextForms)};
 }
 
 // ---- Printing values -------------------------------------------------------------
@@ -298,8 +300,8 @@ std::string CalendarSession::format(const std::vector<std::string_view>& w) {
   short width1 = 0;
   short width2 = 0;
   fn_.zintfmt(&iv, name, &namelen, &width1, &width2);
-  std::string result = fmt::format("format={} width={} short_width={}", std::string(name, static_cast<std::size_t>(namelen)),
-                                   width1, width2);
+  std::string result = fmt::format("format={} width={} short_width={}",
+                                   std::string(name, static_cast<std::size_t>(namelen)), width1, width2);
   char dname[33] = {};
   fn_.zintfmd(&iv, dname, &namelen, &width1, &width2);
   result += fmt::format(" duration_format={} duration_width={} duration_short_width={}",
@@ -336,10 +338,15 @@ std::string CalendarSession::fit(const std::vector<std::string_view>& w) {
   INTINFO info{};
   char u = units.units;
   switch (fn_.zintfit(x1, x2, &u, &iv, &info)) {
-    case 0: break;
-    case 2: throw QueryError{esf::is_missing(x1) ? 2 : 3, esf::is_missing(x1) ? "X1" : "X2", "a missing value fits no interval"};
-    case 3: throw QueryError{3, "X2", fmt::format("'{}' must lie at least one unit after '{}'", w[2], w[1])};
-    default: throw QueryError{3, "X2", fmt::format("no interval carries '{}' onto '{}'", w[1], w[2])};
+    case 0:
+      break;
+    case 2:
+      throw QueryError{esf::is_missing(x1) ? 2 : 3, esf::is_missing(x1) ? "X1" : "X2",
+                       "a missing value fits no interval"};
+    case 3:
+      throw QueryError{3, "X2", fmt::format("'{}' must lie at least one unit after '{}'", w[2], w[1])};
+    default:
+      throw QueryError{3, "X2", fmt::format("no interval carries '{}' onto '{}'", w[1], w[2])};
   }
   return fmt::format("interval={} {} format={} width={}", token_text(iv), cycle_text(info.sinterval, info.nseasons),
                      std::string(info.format, static_cast<std::size_t>(info.formatl)), info.formatw);
@@ -364,8 +371,8 @@ std::string CalendarSession::cycle(const std::vector<std::string_view>& w) {
     }
   }
   // Without a count or a cycle, the standard cycle the season codes use.
-  const int rc = w.size() == 3 ? fn_.zintsea_set(&iv, 0.0, &named, &nseasons)
-                               : fn_.zintsea(&iv, 0.0, &cycle, &iv.nseasons);
+  const int rc =
+      w.size() == 3 ? fn_.zintsea_set(&iv, 0.0, &named, &nseasons) : fn_.zintsea(&iv, 0.0, &cycle, &iv.nseasons);
   if (w.size() == 2 && rc != 0) {
     throw QueryError{2, "INTERVAL", fmt::format("{} has no standard seasonal cycle; give NSEASONS or CYCLE", w[1])};
   }
@@ -417,12 +424,18 @@ std::string CalendarSession::season(const std::vector<std::string_view>& w) {
 std::string comparison_meaning(double r, std::string_view a, std::string_view b) {
   if (esf::is_missing(r)) {
     switch (esf::missing_kind(r)) {
-      case 2 + ('M' - 'A'): return "the lengths are not multiples of each other";
-      case 2 + ('S' - 'A'): return "the lengths are multiples, but the boundaries do not coincide";
-      case 2 + ('B' - 'A'): return "the two belong to calendars that have no relation";
-      case 2 + ('W' - 'A'): return "two working-day intervals with different weekends do not nest";
-      case 2 + ('E' - 'A'): return "an internal inconsistency in the interval codes";
-      default: return "no relation can be stated";
+      case 2 + ('M' - 'A'):
+        return "the lengths are not multiples of each other";
+      case 2 + ('S' - 'A'):
+        return "the lengths are multiples, but the boundaries do not coincide";
+      case 2 + ('B' - 'A'):
+        return "the two belong to calendars that have no relation";
+      case 2 + ('W' - 'A'):
+        return "two working-day intervals with different weekends do not nest";
+      case 2 + ('E' - 'A'):
+        return "an internal inconsistency in the interval codes";
+      default:
+        return "no relation can be stated";
     }
   }
   if (r == 0.0) return fmt::format("{} and {} are the same interval", a, b);
@@ -441,8 +454,8 @@ std::string CalendarSession::compare(const std::vector<std::string_view>& w) {
 }
 
 std::string CalendarSession::names() {
-  std::string out = fmt::format("{:<10} {:<12} {:<30} {:<22} {}\n", "NAME", "EXAMPLE", "CYCLE OF THE EXAMPLE",
-                                "PANDAS", "MEANING");
+  std::string out =
+      fmt::format("{:<10} {:<12} {:<30} {:<22} {}\n", "NAME", "EXAMPLE", "CYCLE OF THE EXAMPLE", "PANDAS", "MEANING");
   for (const esf::runner::IntervalNameRow& row : esf::runner::interval_names()) {
     INTERVAL iv{};
     INTERVAL cycle{};
@@ -528,7 +541,6 @@ long esf::cli::answer_calendar_queries(esf::runner::Loader& loader, std::istream
   out.flush();
   return errors;
 }
-
 
 void add_calendar_command(CLI::App& app, esf::runner::Loader& loader) {
   CLI::App* cmd = app.add_subcommand("calendar", "Interval arithmetic on dates");

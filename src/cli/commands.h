@@ -3,10 +3,10 @@
 // a message naming the file, line and field concerned and exits non-zero.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include <istream>
 #include <ostream>
+
+#include <CLI/CLI.hpp>
 
 #include "runner/loader.h"
 

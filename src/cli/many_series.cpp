@@ -1,6 +1,5 @@
 #include "cli/many_series.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +14,7 @@
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 #include "host/host.h"
 #include "runner/batch.h"
@@ -39,7 +39,8 @@ class Output {
     }
     path_ = runner::checked_output_path(path, inputs);
     const std::size_t slash = path_.find_last_of('/');
-    std::string tmpl = (slash == std::string::npos ? std::string("./") : path_.substr(0, slash + 1)) + ".esforecast-XXXXXX";
+    std::string tmpl =
+        (slash == std::string::npos ? std::string("./") : path_.substr(0, slash + 1)) + ".esforecast-XXXXXX";
     const int fd = ::mkstemp(tmpl.data());
     if (fd < 0) throw runner::RunError(fmt::format("{}: cannot create a file in its directory", path));
     ::fchmod(fd, 0644);
@@ -250,10 +251,11 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
   if (!intervals.empty()) {
     std::vector<std::string> found;
     for (const auto& [name, count] : intervals) found.push_back(fmt::format("{} for {} series", name, count));
-    std::cerr << fmt::format("esforecast {}: no --interval given; each series runs on the interval its time IDs fit: "
-                             "{}{}\n",
-                             command, fmt::join(found, ", "),
-                             intervals.size() > 1 ? " (the INTERVAL column of --estimates names each series')" : "");
+    std::cerr << fmt::format(
+        "esforecast {}: no --interval given; each series runs on the interval its time IDs fit: "
+        "{}{}\n",
+        command, fmt::join(found, ", "),
+        intervals.size() > 1 ? " (the INTERVAL column of --estimates names each series')" : "");
   }
   main_out->commit();
   if (estimates_out) estimates_out->commit();
@@ -264,7 +266,8 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
     if (o.status.empty()) {
       const std::size_t shown = std::min<std::size_t>(reasons.size(), 20);
       for (std::size_t i = 0; i < shown; ++i) std::cerr << "  " << reasons[i] << '\n';
-      if (reasons.size() > shown) std::cerr << fmt::format("  ... and {} more (see --status)\n", reasons.size() - shown);
+      if (reasons.size() > shown)
+        std::cerr << fmt::format("  ... and {} more (see --status)\n", reasons.size() - shown);
     }
     return kExitSomeSeriesFailed;
   }

@@ -13,8 +13,8 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/commands.h"
-#include "host/host.h"
 #include "cli/many_series.h"
+#include "host/host.h"
 #include "runner/runner.h"
 
 namespace {
@@ -45,7 +45,8 @@ struct Options {
     many.id_column = id_column;
     if (esf::cli::wants_many(many, input)) return true;
     for (const auto& [given, name] : {std::pair{!many.status.empty(), "--status"},
-                                      {!many.estimates.empty(), "--estimates"}, {many.future_only, "--future-only"}}) {
+                                      {!many.estimates.empty(), "--estimates"},
+                                      {many.future_only, "--future-only"}}) {
       if (given) throw RunError(std::string(name) + " needs a table of many series (--by, or --var repeated)");
     }
     return false;
@@ -55,13 +56,12 @@ struct Options {
 void add_common_options(CLI::App* cmd, Options& opts, bool model_required, bool forecast_command) {
   runner::ModelOptions& o = opts.model;
   auto* model = cmd->add_option("--model", o.model,
-                               "Model family: " + runner::family_names() + ", or auto to choose one (see --select)");
+                                "Model family: " + runner::family_names() + ", or auto to choose one (see --select)");
   if (model_required) model->default_val("simple");
   cmd->add_option("--interval", o.interval,
                   "Interval of the series, such as MONTH, QTR, WEEK.2, DAY, DTHOUR, OBS, or a pandas alias (MS, W-SUN, "
                   "Q-JAN, ...); default: the interval that fits the time IDs");
-  cmd->add_option("series", opts.input, "CSV file with a header line, a time ID column and a value column")
-      ->required();
+  cmd->add_option("series", opts.input, "CSV file with a header line, a time ID column and a value column")->required();
   cmd->add_option("--id", opts.id_column, "Column holding the time ID (default: the first)");
   cmd->add_option("--var", opts.many.vars,
                   "Column holding the values (default: the second); repeat it, or give '*', for a wide table of "
@@ -91,32 +91,41 @@ void add_common_options(CLI::App* cmd, Options& opts, bool model_required, bool 
   cmd->add_option("--eval-end", o.eval_end, "Last time ID of the evaluation range");
   cmd->add_flag("--trace", o.trace, "Print the estimation trace");
   cmd->add_option_function<std::string>(
-         "--search",
-         [&o](const std::string& v) {
-           if (v != "frame" && v != "thorough") throw CLI::ValidationError("--search", "choose frame or thorough");
-           o.thorough = v == "thorough";
-         },
-         "frame (default): the estimation as the module does it; thorough: also from every corner of the "
-         "weights' ranges, keeping the lowest error");
+      "--search",
+      [&o](const std::string& v) {
+        if (v != "frame" && v != "thorough") throw CLI::ValidationError("--search", "choose frame or thorough");
+        o.thorough = v == "thorough";
+      },
+      "frame (default): the estimation as the module does it; thorough: also from every corner of the "
+      "weights' ranges, keeping the lowest error");
   cmd->add_option_function<std::string>(
-         "--select",
-         [&o](const std::string& v) {
-           if (v == "aicc") o.select = runner::Selection::kAicc;
-           else if (v == "aic") o.select = runner::Selection::kAic;
-           else if (v == "bic") o.select = runner::Selection::kBic;
-           else if (v == "holdout") o.select = runner::Selection::kHoldout;
-           else throw CLI::ValidationError("--select", "choose aicc, aic, bic or holdout");
-         },
-         "What --model auto chooses by: aicc (default), aic, bic, or holdout (the error on the last season "
-         "of the fit range)");
+      "--select",
+      [&o](const std::string& v) {
+        if (v == "aicc")
+          o.select = runner::Selection::kAicc;
+        else if (v == "aic")
+          o.select = runner::Selection::kAic;
+        else if (v == "bic")
+          o.select = runner::Selection::kBic;
+        else if (v == "holdout")
+          o.select = runner::Selection::kHoldout;
+        else
+          throw CLI::ValidationError("--select", "choose aicc, aic, bic or holdout");
+      },
+      "What --model auto chooses by: aicc (default), aic, bic, or holdout (the error on the last season "
+      "of the fit range)");
 }
 
 std::string criterion_name(runner::Selection s) {
   switch (s) {
-    case runner::Selection::kAicc: return "AICc";
-    case runner::Selection::kAic: return "AIC";
-    case runner::Selection::kBic: return "BIC";
-    case runner::Selection::kHoldout: return "holdout MASE";
+    case runner::Selection::kAicc:
+      return "AICc";
+    case runner::Selection::kAic:
+      return "AIC";
+    case runner::Selection::kBic:
+      return "BIC";
+    case runner::Selection::kHoldout:
+      return "holdout MASE";
   }
   return "";
 }
@@ -191,8 +200,12 @@ Json fit_json(const runner::FitResult& r) {
   }
   out["smoothed_state"] = std::move(s);
   const runner::Criteria& c = r.criteria;
-  out["criteria"] = {{"nobs", c.n},         {"parameters", c.k},      {"loglik", number_json(c.loglik)},
-                     {"aic", number_json(c.aic)}, {"aicc", number_json(c.aicc)}, {"bic", number_json(c.bic)}};
+  out["criteria"] = {{"nobs", c.n},
+                     {"parameters", c.k},
+                     {"loglik", number_json(c.loglik)},
+                     {"aic", number_json(c.aic)},
+                     {"aicc", number_json(c.aicc)},
+                     {"bic", number_json(c.bic)}};
   out["accuracy"] = accuracy_json(r.fit_accuracy);
   out["evaluation_accuracy"] = accuracy_json(r.eval_accuracy);
   if (r.choice) out["selection"] = choice_json(*r.choice);
@@ -224,8 +237,8 @@ std::string choice_text(const runner::AutoChoice& c) {
 std::string fit_table(const runner::FitResult& r) {
   std::string out;
   if (r.choice) out += choice_text(*r.choice) + "\n";
-  out += fmt::format("{} of {} ({} {} periods from {})\n", r.family->title, r.variable, r.nobs, r.interval,
-                     r.start_text);
+  out +=
+      fmt::format("{} of {} ({} {} periods from {})\n", r.family->title, r.variable, r.nobs, r.interval, r.start_text);
   out += "\n";
   out += fmt::format("{:<10} {:>14} {:>14} {:>10}  {}\n", "Weight", "Estimate", "Std Error", "t Value", "Label");
   for (const runner::WeightEstimate& w : r.weights) {
@@ -244,9 +257,9 @@ std::string fit_table(const runner::FitResult& r) {
   out += fmt::format("Error variance {}\n",
                      std::isnan(r.error_variance) ? std::string(".") : fmt::format("{:.6g}", r.error_variance));
   const runner::Criteria& c = r.criteria;
-  out += fmt::format("Log likelihood {}  AIC {}  AICc {}  BIC {}  ({} errors, {} parameters)\n",
-                     number_text(c.loglik, 3), number_text(c.aic, 3), number_text(c.aicc, 3), number_text(c.bic, 3),
-                     c.n, c.k);
+  out +=
+      fmt::format("Log likelihood {}  AIC {}  AICc {}  BIC {}  ({} errors, {} parameters)\n", number_text(c.loglik, 3),
+                  number_text(c.aic, 3), number_text(c.aicc, 3), number_text(c.bic, 3), c.n, c.k);
   out += "One-step accuracy over the fit range\n" + accuracy_lines(r.fit_accuracy);
   out += "One-step accuracy over the evaluation range\n" + accuracy_lines(r.eval_accuracy);
   out += "\nSmoothed state at the end of the fit range\n";
@@ -316,7 +329,8 @@ runner::Plan plan_and_series(runner::Runner& run, const Options& o, bool forecas
 
 void fit_command(Options o, runner::Loader& loader) {
   if (o.many_series()) {
-    if (!o.save_model.empty()) throw RunError("--save-model keeps the model of one series; it cannot be used with many");
+    if (!o.save_model.empty())
+      throw RunError("--save-model keeps the model of one series; it cannot be used with many");
     const int status = esf::cli::run_many("fit", loader, o.model, false, o.input, o.many, nullptr);
     if (status != 0) throw CLI::RuntimeError(status);
     return;
@@ -342,7 +356,8 @@ void forecast_command(Options o, runner::Loader& loader) {
   if (!o.model_file.empty()) saved = runner::load_model_file(o.model_file, o.model);
   if (o.model.model.empty()) o.model.model = "simple";
   if (o.many_series()) {
-    const int status = esf::cli::run_many("forecast", loader, o.model, true, o.input, o.many, saved ? &*saved : nullptr);
+    const int status =
+        esf::cli::run_many("forecast", loader, o.model, true, o.input, o.many, saved ? &*saved : nullptr);
     if (status != 0) throw CLI::RuntimeError(status);
     return;
   }
@@ -363,8 +378,8 @@ void forecast_command(Options o, runner::Loader& loader) {
                           r.fit.iterations > 0 ? fmt::format(" ({} iterations)", r.fit.iterations) : "");
   }
   if (r.holdout > 0) {
-    report += fmt::format("Accuracy over the {} held-out observations\n", r.holdout) +
-              accuracy_lines(r.holdout_accuracy);
+    report +=
+        fmt::format("Accuracy over the {} held-out observations\n", r.holdout) + accuracy_lines(r.holdout_accuracy);
     for (const auto& [name, share] : r.holdout_coverage) {
       report += fmt::format("  inside {}/L{}: {}\n", name, name.substr(1),
                             std::isnan(share) ? std::string(".") : fmt::format("{:.1f}%", 100.0 * share));

@@ -15,8 +15,8 @@
 // rest is declared here.
 #pragma once
 
-#include "module/export.h"
 #include "intervals/interval.h"
+#include "module/export.h"
 #include "module/host_api.h"
 #include "module/win_model.h"  // u_sname
 #include "primitives/primitives.h"
@@ -39,7 +39,7 @@ typedef struct _ZQKECINTC {
   rebid xrebid;    // the task's resource block and its name
   tchar* xname;
   int xname_l;
-  rebid srebid;    // the session's resource block and its name
+  rebid srebid;  // the session's resource block and its name
   tchar* sname;
   int sname_l;
 } ZQKECINTC;
@@ -78,13 +78,13 @@ struct ZTS_OBSSTART {
   double fmt;                 // kept for the host; not read here
 };
 struct ZTS_OBSDATEVAR {
-  double* dateList;           // the time IDs; aligned in place when asked
+  double* dateList;  // the time IDs; aligned in place when asked
 };
 struct ZTS_OBSDATES {
   struct ZTS_OBSSTART start;
   struct ZTS_OBSDATEVAR dateVar;
-  QORNOBS nobs;               // number of time IDs
-  QKPoolh pool;               // pool for a work array, or null
+  QORNOBS nobs;  // number of time IDs
+  QKPoolh pool;  // pool for a work array, or null
 };
 
 // Codes of a placed time ID, ORed together: the begin of its period is
@@ -146,21 +146,21 @@ ESF_EXPORT void customINTNXBES(struct INTERVALX* intervalx, double x, double n, 
 ESF_EXPORT int findIndexC(struct INTERVALX* intervalx, double x, double* n, double* b, double* e, double* s);
 ESF_EXPORT int getIndexC(struct INTERVALX* intervalx, double n, double* b, double* e, double* s);
 ESF_EXPORT int customGetObsC(struct INTERVALX* intervalx, double n, double* b, double* e, double* s,
-                  struct CUSTOMINTERVALDSINFO* dsinfo);
+                             struct CUSTOMINTERVALDSINFO* dsinfo);
 ESF_EXPORT double customFindRawIndexC(struct INTERVALX* intervalx, double date, double* index, double* b, double* e,
-                           struct CUSTOMINTERVALDSINFO* dsinfo);
+                                      struct CUSTOMINTERVALDSINFO* dsinfo);
 ESF_EXPORT int customRange(struct INTERVALX* intervalx, int LR, double* left, double* right,
-                struct CUSTOMINTERVALDSINFO* dsinfo);
+                           struct CUSTOMINTERVALDSINFO* dsinfo);
 ESF_EXPORT int customRangeD(struct INTERVALX* intervalx, int LR, double* left, QORNOBS* lindex, QKChar* lpos,
-                 double* right, QORNOBS* rindex, QKChar* rpos, struct CUSTOMINTERVALDSINFO* dsinfo);
+                            double* right, QORNOBS* rindex, QKChar* rpos, struct CUSTOMINTERVALDSINFO* dsinfo);
 
 // The same questions asked of a table read directly (no cache entry).
 ESF_EXPORT int findIndex(struct INTERVAL* interval, double x, double* n, double* b, double* e, double* s,
-              struct CUSTOMINTERVALDSINFO* dsinfo);
+                         struct CUSTOMINTERVALDSINFO* dsinfo);
 ESF_EXPORT int getIndex(struct INTERVAL* interval, double n, double* b, double* e, double* s,
-             struct CUSTOMINTERVALDSINFO* dsinfo);
+                        struct CUSTOMINTERVALDSINFO* dsinfo);
 ESF_EXPORT int customGetObs(struct INTERVAL* interval, double n, double* b, double* e, double* s,
-                 struct CUSTOMINTERVALDSINFO* dsinfo);
+                            struct CUSTOMINTERVALDSINFO* dsinfo);
 
 // The mapping of an interval read from the option, without the cache;
 // *multiplier and *shift -1 (and a blank mapping) when there is none.
@@ -176,7 +176,7 @@ ESF_EXPORT char customTableUnits(ptr xvp);
 ESF_EXPORT int checkCustomRow(XO_PARMS* xo, ptr xvp, char units, double begin, const double* end, const double* season);
 // Opens a table and binds BEGIN (required), END and SEASON: 0 or -1.
 ESF_EXPORT int openDS(struct CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double* seasBuffer,
-           struct XO_PARMS* xoparm, ptr* xvp, int* endVar, int* seasVar);
+                      struct XO_PARMS* xoparm, ptr* xvp, int* endVar, int* seasVar);
 // True when a isn't missing and b is missing or differs.
 ESF_EXPORT int unequal(double a, double b);
 
@@ -189,12 +189,13 @@ ESF_EXPORT int unequal(double a, double b);
 // replaces each ID by the begin, end or middle of its period. Every pointer
 // but dateinfo may be null. 0, 0x80 (some IDs missing), 0x8000 (no IDs),
 // -1 (failure), -3 (an index beyond 64 bits).
-ESF_EXPORT int zintctid(struct ZTS_OBSDATES* dateinfo, tchar* align, QORNOBS MaxFail, QORNOBS* CDSIndex, QORNOBS* TSIndex,
-             int* Order, int* Infinity, int* InfinityByObs, QORNOBS* MaxLead, QORNOBS* MaxBack, double* first,
-             double* last);
+ESF_EXPORT int zintctid(struct ZTS_OBSDATES* dateinfo, tchar* align, QORNOBS MaxFail, QORNOBS* CDSIndex,
+                        QORNOBS* TSIndex, int* Order, int* Infinity, int* InfinityByObs, QORNOBS* MaxLead,
+                        QORNOBS* MaxBack, double* first, double* last);
 // The same with long indexes; -4 when an index lies beyond 2^53.
-ESF_EXPORT int zintctidL(struct ZTS_OBSDATES* dateinfo, tchar* align, long MaxFail, long* CDSIndex, long* TSIndex, int* Order,
-              int* Infinity, int* InfinityByObs, long* MaxLead, long* MaxBack, double* first, double* last);
+ESF_EXPORT int zintctidL(struct ZTS_OBSDATES* dateinfo, tchar* align, long MaxFail, long* CDSIndex, long* TSIndex,
+                         int* Order, int* Infinity, int* InfinityByObs, long* MaxLead, long* MaxBack, double* first,
+                         double* last);
 
 // ---- Format catalogue ---------------------------------------------------------------
 
@@ -203,4 +204,3 @@ ESF_EXPORT int zintctidL(struct ZTS_OBSDATES* dateinfo, tchar* align, long MaxFa
 ESF_EXPORT int zfmttype(char* format, int fmtlen);
 
 }  // extern "C"
-

@@ -12,9 +12,9 @@ namespace {
 
 constexpr tchar kSlotName[] = "_ZQKECINTC_";
 constexpr int kSlotNameLen = 11;
-constexpr int kNameChars = 32;    // interval names and members
-constexpr int kLibChars = 8;      // library references
-constexpr int kTokenChars = 22;   // an interval's token
+constexpr int kNameChars = 32;   // interval names and members
+constexpr int kLibChars = 8;     // library references
+constexpr int kTokenChars = 22;  // an interval's token
 
 // Delimiters of the option text.
 bool is_delimiter(tchar c) { return c == ' ' || c == '(' || c == ')' || c == ',' || c == '='; }
@@ -45,8 +45,8 @@ void put_name(u_sname* out, const tchar* text, int len) {
 int to_wide(const tchar* src, int len, QKChar* dst, int cap) {
   if (Exported_QKHandle == nullptr || len < 0) return -1;
   QKMemSize out = 0;
-  if (Exported_QKHandle->toWide(src, static_cast<QKMemSize>(len), dst,
-                                static_cast<QKMemSize>(cap) * sizeof(QKChar), &out) != 0) {
+  if (Exported_QKHandle->toWide(src, static_cast<QKMemSize>(len), dst, static_cast<QKMemSize>(cap) * sizeof(QKChar),
+                                &out) != 0) {
     return -1;
   }
   return static_cast<int>(out / sizeof(QKChar));
@@ -56,8 +56,8 @@ int to_wide(const tchar* src, int len, QKChar* dst, int cap) {
 int from_wide(const QKChar* src, int len, tchar* dst, int cap) {
   if (Exported_QKHandle == nullptr || len < 0) return -1;
   QKMemSize out = 0;
-  if (Exported_QKHandle->fromWide(src, static_cast<QKMemSize>(len) * sizeof(QKChar), dst,
-                                  static_cast<QKMemSize>(cap), &out) != 0) {
+  if (Exported_QKHandle->fromWide(src, static_cast<QKMemSize>(len) * sizeof(QKChar), dst, static_cast<QKMemSize>(cap),
+                                  &out) != 0) {
     return -1;
   }
   return static_cast<int>(out);
@@ -95,8 +95,8 @@ rctype StorePtr(void* resPtr) {
   rebslotid slotid = 0;
   const rctype rc = xytngl(reb, XYT_LOOKUP, kSlotName, kSlotNameLen, &slotid, nullptr);
   if (rc == XYT_NOTFOUND) {
-    auto dtor = reinterpret_cast<REBDTOR>(
-        vir2g(reinterpret_cast<ptr>(&CleanMGR), static_cast<ptr>(v_global_pidb_anchor)));
+    auto dtor =
+        reinterpret_cast<REBDTOR>(vir2g(reinterpret_cast<ptr>(&CleanMGR), static_cast<ptr>(v_global_pidb_anchor)));
     const rctype created = wtrscrt(reb, dtor, resPtr, &slotid);
     if (created < 0) return created;
     return xytnsl(reb, XYT_ENTER, kSlotName, kSlotNameLen, slotid);
@@ -215,8 +215,7 @@ rctype zcintcInit(ZQKECINTC** omgr) {
   GCB* gcb = host_gcb();
   rebid reb = task_reb();
   QKPoolh pool = module_pool();
-  if (omgr == nullptr || gcb == nullptr || reb == nullptr || pool == nullptr ||
-      Exported_QKHandle == nullptr) {
+  if (omgr == nullptr || gcb == nullptr || reb == nullptr || pool == nullptr || Exported_QKHandle == nullptr) {
     return kCintcNoMemory;
   }
 
@@ -362,8 +361,8 @@ int zcustLoad(INTERVAL* interval, CINTCInfo** oinfo) {
   dsmap.member = member;
   int multiplier = 0;
   int shift = 0;
-  const int byToken = mgr->exth->getDSMapByToken(mgr->objh, token, wlen, interval->intper,
-                                                  interval->shiftper, &dsmap, &multiplier, &shift);
+  const int byToken = mgr->exth->getDSMapByToken(mgr->objh, token, wlen, interval->intper, interval->shiftper, &dsmap,
+                                                 &multiplier, &shift);
   if (dsmap.interval_l == 0) return 0;
   if (byToken != 0 || dsmap.interval_l < 0) return kCintcCacheFailed;
 
@@ -390,7 +389,8 @@ int zcustLoad(INTERVAL* interval, CINTCInfo** oinfo) {
       from_wide(dsmap.lib, dsmap.lib_l, opn.name.lib.libref, static_cast<int>(sizeof opn.name.lib.libref)) < 0) {
     return kCintcCacheFailed;
   }
-  const int meml = from_wide(dsmap.member, dsmap.member_l, opn.name.mem.name, static_cast<int>(sizeof opn.name.mem.name));
+  const int meml =
+      from_wide(dsmap.member, dsmap.member_l, opn.name.mem.name, static_cast<int>(sizeof opn.name.mem.name));
   if (meml < 0) return kCintcCacheFailed;
   opn.name.mem.name_l = static_cast<short>(meml);
 
@@ -463,8 +463,7 @@ int zcustLoad(INTERVAL* interval, CINTCInfo** oinfo) {
     }
 
     status = 0;
-    if (mgr->exth->getInfoByIntName(mgr->objh, dsmap.interval, dsmap.interval_l, &info) != 0 ||
-        info == nullptr) {
+    if (mgr->exth->getInfoByIntName(mgr->objh, dsmap.interval, dsmap.interval_l, &info) != 0 || info == nullptr) {
       status = kCintcCacheFailed;
       break;
     }

@@ -767,10 +767,14 @@ extern "C" int zfmttype(char* format, int fmtlen) {
 
 extern "C" char zfmtunits(char* format, int fmtlen) {
   switch (zfmttype(format, fmtlen)) {
-    case 4: return kUnitsObs;
-    case 8: return kUnitsDate;
+    case 4:
+      return kUnitsObs;
+    case 8:
+      return kUnitsDate;
     case 9:
-    case 10: return kUnitsDatetime;
-    default: return 0;
+    case 10:
+      return kUnitsDatetime;
+    default:
+      return 0;
   }
 }

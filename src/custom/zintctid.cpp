@@ -78,8 +78,8 @@ bool count_failure(long max_fail, Tally* t) {
   return max_fail != 0 && t->missObs >= max_fail;
 }
 
-int check(ZTS_OBSDATES* dateinfo, tchar* align, long MaxFail, long* CDSIndex, long* TSIndex, int* Order,
-          int* Infinity, int* InfinityByObs, long* MaxLead, long* MaxBack, double* first, double* last, bool exact) {
+int check(ZTS_OBSDATES* dateinfo, tchar* align, long MaxFail, long* CDSIndex, long* TSIndex, int* Order, int* Infinity,
+          int* InfinityByObs, long* MaxLead, long* MaxBack, double* first, double* last, bool exact) {
   if (Order != nullptr) *Order = -1;
   if (Infinity != nullptr) *Infinity = -1;
   if (MaxLead != nullptr) *MaxLead = -1;

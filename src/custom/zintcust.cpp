@@ -21,9 +21,7 @@ namespace {
 
 bool missing(double v) { return esf::is_missing(v); }
 double kind(char letter) { return esf::missing_letter(letter); }
-bool is_kind(double v, char letter) {
-  return missing(v) && esf::missing_kind(v) == esf::missing_kind(kind(letter));
-}
+bool is_kind(double v, char letter) { return missing(v) && esf::missing_kind(v) == esf::missing_kind(kind(letter)); }
 const double kDot = esf::kMissing;
 
 // A date less or more one; a missing date stays as it is.
@@ -97,7 +95,8 @@ int get_index(const Table& t, Groups g, double n, double* b, double* e, double* 
   if (N < 1) return -1;
   double index_d = 0;
   if (missing(n)) {
-    index_d = g.m == 1 ? static_cast<double>(N) : std::ceil(static_cast<double>(N - g.shift) / static_cast<double>(g.m));
+    index_d =
+        g.m == 1 ? static_cast<double>(N) : std::ceil(static_cast<double>(N - g.shift) / static_cast<double>(g.m));
   } else {
     index_d = std::trunc(n);
   }
@@ -239,8 +238,8 @@ bool table_end(const Table& t, bool from_right, double* date, QORNOBS* index, QK
 
 // First and last date of the table, with the row and variable ('B' or 'E')
 // that gave each; LR below 0 asks for the left end only, above 0 the right.
-int range(const Table& t, int LR, double* left, QORNOBS* lindex, QKChar* lpos, double* right,
-          QORNOBS* rindex, QKChar* rpos) {
+int range(const Table& t, int LR, double* left, QORNOBS* lindex, QKChar* lpos, double* right, QORNOBS* rindex,
+          QKChar* rpos) {
   if (left != nullptr) *left = kDot;
   if (right != nullptr) *right = kDot;
   if (lindex != nullptr) *lindex = -1;
@@ -575,8 +574,8 @@ ESF_EXPORT CUSTOMINTERVAL getCustomIntervalDSRef(INTERVAL* interval, int* multip
     char digits[16];
     const int dlen = xpsstr(digits, static_cast<int>(sizeof digits), "%i", interval->intper);
     char multstr[40];
-    const int mlen = xpsstr(multstr, static_cast<int>(sizeof multstr), "%i.%i", interval->intper,
-                            interval->shiftper + 1);
+    const int mlen =
+        xpsstr(multstr, static_cast<int>(sizeof multstr), "%i.%i", interval->intper, interval->shiftper + 1);
     for (int i = 0; i < count; ++i) {
       const int nl = maps[i].interval.name_l;
       if (nl <= 0 || nl > tlen || std::memcmp(maps[i].interval.name, token, static_cast<size_t>(nl)) != 0) continue;
@@ -590,8 +589,7 @@ ESF_EXPORT CUSTOMINTERVAL getCustomIntervalDSRef(INTERVAL* interval, int* multip
       } else if (rlen == mlen && std::memcmp(rest, multstr, static_cast<size_t>(mlen)) == 0) {
         m = interval->intper;
         s = interval->shiftper;
-      } else if (rlen == 2 && rest[0] == '.' && rest[1] == '1' && interval->intper == 1 &&
-                 interval->shiftper == 0) {
+      } else if (rlen == 2 && rest[0] == '.' && rest[1] == '1' && interval->intper == 1 && interval->shiftper == 0) {
         m = 1;
         s = 0;
       } else {
@@ -648,8 +646,8 @@ int checkCustomRow(XO_PARMS* xo, ptr xvp, char units, double begin, const double
   return xofprc(xo, status, varnum);
 }
 
-int openDS(CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double* seasBuffer,
-           XO_PARMS* xoparm, ptr* xvp, int* endVar, int* seasVar) {
+int openDS(CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double* seasBuffer, XO_PARMS* xoparm,
+           ptr* xvp, int* endVar, int* seasVar) {
   if (endVar != nullptr) *endVar = 0;
   if (seasVar != nullptr) *seasVar = 0;
   if (xvp != nullptr) *xvp = nullptr;
@@ -710,16 +708,14 @@ int getIndexC(INTERVALX* intervalx, double n, double* b, double* e, double* s) {
   return get_index(t.table, groups_of(intervalx), n, b, e, s);
 }
 
-int customGetObsC(INTERVALX* intervalx, double n, double* b, double* e, double* s,
-                  CUSTOMINTERVALDSINFO* dsinfo) {
+int customGetObsC(INTERVALX* intervalx, double n, double* b, double* e, double* s, CUSTOMINTERVALDSINFO* dsinfo) {
   clear3(b, e, s);
   TableOf t(intervalx, dsinfo);
   if (!t.ok) return -1;
   return get_obs(t.table, n, b, e, s);
 }
 
-int findIndex(INTERVAL* interval, double x, double* n, double* b, double* e, double* s,
-              CUSTOMINTERVALDSINFO* dsinfo) {
+int findIndex(INTERVAL* interval, double x, double* n, double* b, double* e, double* s, CUSTOMINTERVALDSINFO* dsinfo) {
   *n = kDot;
   clear3(b, e, s);
   if (interval == nullptr) return -1;

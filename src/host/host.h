@@ -173,8 +173,8 @@ void set_virv2g_status(int status);
 // With capture on, print lines, status reports and debug lines collect in
 // memory instead of going to stdout / stderr.
 void capture_output(bool on);
-std::string take_printed();   // print service lines, each ending in '\n'
-std::string take_log();       // xprrlog reports and xebug lines
+std::string take_printed();  // print service lines, each ending in '\n'
+std::string take_log();      // xprrlog reports and xebug lines
 
 // ---- Tables ------------------------------------------------------------------
 
@@ -244,4 +244,3 @@ void append_table_row(std::string& out, std::span<const double* const> columns, 
 void append_table_field(std::string& out, double v, std::size_t j, TimeForm time_id);
 
 }  // namespace esf::host
-

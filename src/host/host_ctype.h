@@ -19,12 +19,8 @@ extern const unsigned char zchrcls[256];
 inline constexpr unsigned char kCtypeUpper = 0x01;
 inline constexpr unsigned char kCtypeLower = 0x02;
 inline constexpr unsigned char kCtypeLetterMask = kCtypeUpper | kCtypeLower;  // 3
-inline constexpr unsigned char kCtypeDigitMask = 0x04;                       // 4
+inline constexpr unsigned char kCtypeDigitMask = 0x04;                        // 4
 
-inline bool host_is_letter(char c) {
-  return (zchrcls[static_cast<unsigned char>(c)] & kCtypeLetterMask) != 0;
-}
-inline bool host_is_digit(char c) {
-  return (zchrcls[static_cast<unsigned char>(c)] & kCtypeDigitMask) != 0;
-}
+inline bool host_is_letter(char c) { return (zchrcls[static_cast<unsigned char>(c)] & kCtypeLetterMask) != 0; }
+inline bool host_is_digit(char c) { return (zchrcls[static_cast<unsigned char>(c)] & kCtypeDigitMask) != 0; }
 #endif

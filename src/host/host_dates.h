@@ -49,4 +49,3 @@ double ztimprt(double datetime);
 #ifdef __cplusplus
 }
 #endif
-

@@ -30,7 +30,8 @@ inline bool missing_from_name(std::string_view name, double* out) {
     third = 0xFE;
   } else if (name == "._") {
     third = 0xFF;
-  } else if (name.size() == 2 && name[0] == '.' && ((name[1] >= 'A' && name[1] <= 'Z') || (name[1] >= 'a' && name[1] <= 'z'))) {
+  } else if (name.size() == 2 && name[0] == '.' &&
+             ((name[1] >= 'A' && name[1] <= 'Z') || (name[1] >= 'a' && name[1] <= 'z'))) {
     const char letter = static_cast<char>(name[1] & ~0x20);
     third = 0xFDu - static_cast<unsigned>(letter - 'A');
   } else {
@@ -52,15 +53,15 @@ void clear_task_slots();
 void note_allocation_failure();
 
 // Statuses of the table service (negative: errors).
-inline constexpr int kTableBadName = static_cast<int>(0x80010001u);      // not a valid table name
-inline constexpr int kTableNoLibrary = static_cast<int>(0x80010002u);    // libref not assigned
-inline constexpr int kTableCannotCreate = static_cast<int>(0x80010003u); // file cannot be written
-inline constexpr int kTableNotFound = static_cast<int>(0x80010004u);     // file cannot be read
-inline constexpr int kTableBadData = static_cast<int>(0x80010005u);      // a field is not a number
-inline constexpr int kTableState = static_cast<int>(0x80010006u);        // call out of order
-inline constexpr int kTableWrite = static_cast<int>(0x80010007u);        // writing failed
-inline constexpr int kTableNoVariable = static_cast<int>(0x80010008u);   // no such variable
-inline constexpr int kTableBadVariable = static_cast<int>(0x80010009u);  // bad variable definition
+inline constexpr int kTableBadName = static_cast<int>(0x80010001u);       // not a valid table name
+inline constexpr int kTableNoLibrary = static_cast<int>(0x80010002u);     // libref not assigned
+inline constexpr int kTableCannotCreate = static_cast<int>(0x80010003u);  // file cannot be written
+inline constexpr int kTableNotFound = static_cast<int>(0x80010004u);      // file cannot be read
+inline constexpr int kTableBadData = static_cast<int>(0x80010005u);       // a field is not a number
+inline constexpr int kTableState = static_cast<int>(0x80010006u);         // call out of order
+inline constexpr int kTableWrite = static_cast<int>(0x80010007u);         // writing failed
+inline constexpr int kTableNoVariable = static_cast<int>(0x80010008u);    // no such variable
+inline constexpr int kTableBadVariable = static_cast<int>(0x80010009u);   // bad variable definition
 
 // Attaches a readable explanation to the next report of status `rc` on this
 // thread (file, line and field where it applies); xprrlog prints it.
@@ -69,4 +70,3 @@ void note_status_detail(int rc, std::string text);
 std::string take_status_detail(int rc);
 
 }  // namespace esf::host::internal
-

@@ -7,23 +7,18 @@
 
 namespace {
 
-constexpr unsigned char upper_of(int b) {
-  return static_cast<unsigned char>(b >= 'a' && b <= 'z' ? b - 'a' + 'A' : b);
-}
-constexpr unsigned char lower_of(int b) {
-  return static_cast<unsigned char>(b >= 'A' && b <= 'Z' ? b - 'A' + 'a' : b);
-}
+constexpr unsigned char upper_of(int b) { return static_cast<unsigned char>(b >= 'a' && b <= 'z' ? b - 'a' + 'A' : b); }
+constexpr unsigned char lower_of(int b) { return static_cast<unsigned char>(b >= 'A' && b <= 'Z' ? b - 'A' + 'a' : b); }
 constexpr unsigned char same_of(int b) { return static_cast<unsigned char>(b); }
 
 // A 256-entry table whose entry b is F(b).
-#define ESF_ROW16(F, b)                                                                        \
-  F(b + 0), F(b + 1), F(b + 2), F(b + 3), F(b + 4), F(b + 5), F(b + 6), F(b + 7), F(b + 8),    \
-      F(b + 9), F(b + 10), F(b + 11), F(b + 12), F(b + 13), F(b + 14), F(b + 15)
-#define ESF_TABLE256(F)                                                                         \
-  ESF_ROW16(F, 0), ESF_ROW16(F, 16), ESF_ROW16(F, 32), ESF_ROW16(F, 48), ESF_ROW16(F, 64),      \
-      ESF_ROW16(F, 80), ESF_ROW16(F, 96), ESF_ROW16(F, 112), ESF_ROW16(F, 128), ESF_ROW16(F, 144), \
-      ESF_ROW16(F, 160), ESF_ROW16(F, 176), ESF_ROW16(F, 192), ESF_ROW16(F, 208),               \
-      ESF_ROW16(F, 224), ESF_ROW16(F, 240)
+#define ESF_ROW16(F, b)                                                                                          \
+  F(b + 0), F(b + 1), F(b + 2), F(b + 3), F(b + 4), F(b + 5), F(b + 6), F(b + 7), F(b + 8), F(b + 9), F(b + 10), \
+      F(b + 11), F(b + 12), F(b + 13), F(b + 14), F(b + 15)
+#define ESF_TABLE256(F)                                                                                                \
+  ESF_ROW16(F, 0), ESF_ROW16(F, 16), ESF_ROW16(F, 32), ESF_ROW16(F, 48), ESF_ROW16(F, 64), ESF_ROW16(F, 80),           \
+      ESF_ROW16(F, 96), ESF_ROW16(F, 112), ESF_ROW16(F, 128), ESF_ROW16(F, 144), ESF_ROW16(F, 160), ESF_ROW16(F, 176), \
+      ESF_ROW16(F, 192), ESF_ROW16(F, 208), ESF_ROW16(F, 224), ESF_ROW16(F, 240)
 
 // Translate n bytes of src into dst through table; src and dst may overlap.
 void translate(const unsigned char* table, const char* src, char* dst, int n) {
@@ -34,8 +29,7 @@ void translate(const unsigned char* table, const char* src, char* dst, int n) {
   }
 }
 
-int translate_padded(const unsigned char* table, const char* src, int slen, char* dst, int dlen,
-                     int pad) {
+int translate_padded(const unsigned char* table, const char* src, int slen, char* dst, int dlen, int pad) {
   if (slen < 0) slen = 0;
   if (dlen < 0) dlen = 0;
   const int n = slen < dlen ? slen : dlen;

@@ -56,4 +56,3 @@ int wztxcm2s(const char* src, int slen, char* dst, int dlen);
 #ifdef __cplusplus
 }  // extern "C"
 #endif
-

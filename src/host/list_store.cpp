@@ -26,8 +26,7 @@ FMCOM& session_fmcom() {
 bool same_name(const tchar* a, int alen, const tchar* b, int blen) {
   if (alen != blen) return false;
   for (int i = 0; i < alen; ++i) {
-    if (std::toupper(static_cast<unsigned char>(a[i])) != std::toupper(static_cast<unsigned char>(b[i])))
-      return false;
+    if (std::toupper(static_cast<unsigned char>(a[i])) != std::toupper(static_cast<unsigned char>(b[i]))) return false;
   }
   return true;
 }

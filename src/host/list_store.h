@@ -63,4 +63,3 @@ void free_list_rec(FMCOM* fmcomp, ListId id, bool deep, std::set<ListId>& seen);
 ListId copy_list_rec(List list, FMCOM* fmcomp, std::set<ListId>& path);
 
 }  // namespace esf::host::internal
-

@@ -82,8 +82,8 @@ int slgns(List list, const tchar* name, int len, int occurrence, int from, short
   return 0;
 }
 
-int slgnc(List list, const tchar* name, int len, int occurrence, int from, tchar** out, int* outlen,
-          const tchar* dflt, int dfltlen) {
+int slgnc(List list, const tchar* name, int len, int occurrence, int from, tchar** out, int* outlen, const tchar* dflt,
+          int dfltlen) {
   SLIST_ITEM* item = find_named(list, name, len, occurrence, from, nullptr);
   if (item == nullptr || item->type != SL_CHAR) {
     if (dflt != nullptr) {
@@ -228,8 +228,9 @@ SLIndex slsrchc(List list, const tchar* s, int n, int occurrence, int caseless, 
   for (SLIST_ITEM* item = list->head; item != nullptr; item = item->next, ++i) {
     if (i < from || item->type != SL_CHAR) continue;
     int have = trimmed(item->data.c.p, item->data.c.len);
-    bool equal = caseless ? same_name(item->data.c.p, have, s, want)
-                          : have == want && (want == 0 || std::memcmp(item->data.c.p, s, static_cast<size_t>(want)) == 0);
+    bool equal = caseless
+                     ? same_name(item->data.c.p, have, s, want)
+                     : have == want && (want == 0 || std::memcmp(item->data.c.p, s, static_cast<size_t>(want)) == 0);
     if (equal && --occurrence == 0) return i;
   }
   return 0;

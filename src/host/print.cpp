@@ -166,15 +166,24 @@ void flush_lines(Output& o, bool end_line) {
 const char* catalogue_text(int module, int msg) {
   if (module != 881) return nullptr;
   switch (msg) {
-    case 1100: return "Forecast for %*s";
-    case 1101: return "Upper %g%% Confidence Limit";
-    case 1102: return "Lower %g%% Confidence Limit";
-    case 1103: return "Prediction Error for %*s";
-    case 1104: return "Prediction Standard Error";
-    case 1105: return "Smoothed Level";
-    case 1106: return "Smoothed Trend";
-    case 1107: return "Seasonal Index";
-    default: return nullptr;
+    case 1100:
+      return "Forecast for %*s";
+    case 1101:
+      return "Upper %g%% Confidence Limit";
+    case 1102:
+      return "Lower %g%% Confidence Limit";
+    case 1103:
+      return "Prediction Error for %*s";
+    case 1104:
+      return "Prediction Standard Error";
+    case 1105:
+      return "Smoothed Level";
+    case 1106:
+      return "Smoothed Trend";
+    case 1107:
+      return "Seasonal Index";
+    default:
+      return nullptr;
   }
 }
 
@@ -299,19 +308,35 @@ void xprrlog(int /*unit*/, rctype rc) {
   std::string kind = rc < 0 ? "ERROR" : (rc > 0 ? "WARNING" : "NOTE");
   const char* what = nullptr;
   switch (code) {
-    case 0x80000803u: what = "out of memory"; break;
-    case 0x80000805u: what = "journal record not recognised"; break;
-    case 0x8000080Bu: what = "the table has no rows"; break;
-    case 0x8001C80Bu: what = "the custom interval cache failed"; break;
-    case 0x803FC009u: what = "reading a table failed"; break;
-    case 0x8000080Cu: what = "a BEGIN or END value is not a date within the calendar (1582-01-01 to 20000-12-26)"; break;
-    case 0x8000080Du: what = "a SEASON value is not a whole number from 1 to 1000000"; break;
-    default: break;
+    case 0x80000803u:
+      what = "out of memory";
+      break;
+    case 0x80000805u:
+      what = "journal record not recognised";
+      break;
+    case 0x8000080Bu:
+      what = "the table has no rows";
+      break;
+    case 0x8001C80Bu:
+      what = "the custom interval cache failed";
+      break;
+    case 0x803FC009u:
+      what = "reading a table failed";
+      break;
+    case 0x8000080Cu:
+      what = "a BEGIN or END value is not a date within the calendar (1582-01-01 to 20000-12-26)";
+      break;
+    case 0x8000080Du:
+      what = "a SEASON value is not a whole number from 1 to 1000000";
+      break;
+    default:
+      break;
   }
   // The cause first, then where it is.
   std::string text = what != nullptr ? what : "";
   if (!detail.empty()) text += (text.empty() ? "" : ": ") + detail;
-  esf::host::internal::emit_log_line(fmt::format("{}: status 0x{:08X}{}{}", kind, code, text.empty() ? "" : ": ", text));
+  esf::host::internal::emit_log_line(
+      fmt::format("{}: status 0x{:08X}{}{}", kind, code, text.empty() ? "" : ": ", text));
 }
 
 void xebug(const char* fmt, ...) {

@@ -8,6 +8,9 @@
 //
 // An input table has the same form.  A header field may name a format after
 // a colon, "BEGIN:DATE9.", which the variable's NAMESTR then carries.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cctype>
@@ -18,22 +21,20 @@
 #include <fstream>
 #include <map>
 #include <memory>
-#include <set>
 #include <mutex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <system_error>
-#include <fcntl.h>
-#include <unistd.h>
 #include <vector>
 
 #include <fmt/format.h>
 
 #include "host/host.h"
 #include "host/host_dates.h"
+#include "host/host_internal.h"
 #include "host/number_text.h"
 #include "host/time_text.h"
-#include "host/host_internal.h"
 
 namespace fs = std::filesystem;
 using namespace esf::host::internal;
@@ -64,7 +65,8 @@ std::string trim(std::string_view s) {
 bool is_name(std::string_view s, std::size_t max) {
   if (s.empty() || s.size() > max) return false;
   if (!(std::isalpha(static_cast<unsigned char>(s[0])) || s[0] == '_')) return false;
-  return std::all_of(s.begin(), s.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; });
+  return std::all_of(s.begin(), s.end(),
+                     [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; });
 }
 
 // Two names equal but for the case of their letters.
@@ -78,8 +80,8 @@ struct Librefs {
   std::mutex mutex;
   std::map<std::string, fs::path> dirs;
   std::map<std::string, esf::host::TableFileOptions> file_options;
-  std::set<std::string> memory;  // librefs whose output tables stay in memory
-  std::map<std::string, esf::host::MemoryTable> inputs;  // tables placed for reading, by "LIB.MEM"
+  std::set<std::string> memory;                                        // librefs whose output tables stay in memory
+  std::map<std::string, esf::host::MemoryTable> inputs;                // tables placed for reading, by "LIB.MEM"
   std::map<std::string, std::vector<esf::host::VariableInfo>> closed;  // by file path
 };
 
@@ -103,9 +105,9 @@ std::map<std::string, esf::host::MemoryTable>& memory_catalogue() {
 struct Table {
   XOFILE file{};
   bool output = false;
-  bool in_memory = false;   // an output table of a memory libref
+  bool in_memory = false;                    // an output table of a memory libref
   esf::host::TableFileOptions file_options;  // of its libref, for a file
-  std::string memory_key;   // its catalogue name, "LIB.MEM"
+  std::string memory_key;                    // its catalogue name, "LIB.MEM"
   std::vector<std::vector<double>> columns;  // its values, one vector per variable
   fs::path path;
   fs::path temp_path;
@@ -317,7 +319,8 @@ int read_table(Table& t, const fs::path& path) {
   std::ifstream in(path);
   if (!in) return fail(kTableNotFound, fmt::format("cannot open table file {}", path.string()));
   std::string line;
-  if (!std::getline(in, line)) return fail(kTableBadData, fmt::format("{}: line 1: the header line is missing", path.string()));
+  if (!std::getline(in, line))
+    return fail(kTableBadData, fmt::format("{}: line 1: the header line is missing", path.string()));
   if (line.starts_with("\xEF\xBB\xBF")) line.erase(0, 3);  // a UTF-8 byte-order mark
   const std::vector<std::string> header = split_csv(line);
   for (std::size_t j = 0; j < header.size(); ++j) {
@@ -328,14 +331,16 @@ int read_table(Table& t, const fs::path& path) {
       field = trim(field.substr(0, colon));
     }
     if (!is_name(field, 32))
-      return fail(kTableBadData, fmt::format("{}: line 1, field {}: {} is not a variable name", path.string(), j + 1, quote_input(field)));
+      return fail(kTableBadData, fmt::format("{}: line 1, field {}: {} is not a variable name", path.string(), j + 1,
+                                             quote_input(field)));
     t.names.push_back(upper(field));
     NAMESTR ns{};
     xvnamei(&ns);
     ns.nvar0 = static_cast<long>(j) + 1;
     if (!format.empty() && !parse_format(format, ns))
-      return fail(kTableBadData, fmt::format("{}: line 1, field {} ({}): the format {} has a width or decimals above {}",
-                                             path.string(), j + 1, upper(field), quote_input(format), kMaxFormatWidth));
+      return fail(kTableBadData,
+                  fmt::format("{}: line 1, field {} ({}): the format {} has a width or decimals above {}",
+                              path.string(), j + 1, upper(field), quote_input(format), kMaxFormatWidth));
     t.namestrs.push_back(ns);
   }
   for (std::size_t j = 0; j < t.namestrs.size(); ++j) {
@@ -353,8 +358,8 @@ int read_table(Table& t, const fs::path& path) {
     std::vector<double> row(fields.size());
     for (std::size_t j = 0; j < fields.size(); ++j) {
       if (!parse_value(fields[j], &row[j]))
-        return fail(kTableBadData, fmt::format("{}: line {}, field {} ({}): {} is not a number or an ISO date", path.string(), lineno,
-                                               j + 1, t.names[j], quote_input(trim(fields[j]))));
+        return fail(kTableBadData, fmt::format("{}: line {}, field {} ({}): {} is not a number or an ISO date",
+                                               path.string(), lineno, j + 1, t.names[j], quote_input(trim(fields[j]))));
     }
     t.rows.push_back(std::move(row));
     t.lines.push_back(lineno);
@@ -653,7 +658,8 @@ int xvputd(ptr xvp, NAMESTR* namestr, int /*flags*/, double* slot, int len, int 
     return fail(kTableBadVariable, fmt::format("variable {} is one more than the {} announced", name, t.nvars));
   if (namestr->ntype != 1 || len != 8)
     return fail(kTableBadVariable, fmt::format("variable {}: only numeric variables of 8 bytes are supported", name));
-  if (!is_name(name, 32)) return fail(kTableBadVariable, fmt::format("{} is not a valid variable name", quote_input(name)));
+  if (!is_name(name, 32))
+    return fail(kTableBadVariable, fmt::format("{} is not a valid variable name", quote_input(name)));
   for (const esf::host::VariableInfo& v : t.vars) {
     if (same_name(v.name, name)) return fail(kTableBadVariable, fmt::format("variable {} is defined twice", name));
   }
@@ -765,7 +771,9 @@ namespace esf::host {
 void table_fail_write(long n) { g_writes_before_failure.store(n < 1 ? -1 : n - 1); }
 
 void assign_libref(std::string_view libref, const fs::path& dir, TableFileOptions options) {
-  if (!is_name(libref, 8)) throw std::invalid_argument(fmt::format("{} is not a library reference (a name of at most 8 characters)", quote_input(libref)));
+  if (!is_name(libref, 8))
+    throw std::invalid_argument(
+        fmt::format("{} is not a library reference (a name of at most 8 characters)", quote_input(libref)));
   Librefs& l = librefs();
   std::lock_guard lock(l.mutex);
   l.dirs[upper(libref)] = dir;
@@ -784,7 +792,9 @@ std::optional<fs::path> libref_path(std::string_view libref) {
 }
 
 void assign_memory_libref(std::string_view libref) {
-  if (!is_name(libref, 8)) throw std::invalid_argument(fmt::format("\"{}\" is not a library reference (a name of at most 8 characters)", libref));
+  if (!is_name(libref, 8))
+    throw std::invalid_argument(
+        fmt::format("\"{}\" is not a library reference (a name of at most 8 characters)", libref));
   Librefs& l = librefs();
   std::lock_guard lock(l.mutex);
   l.memory.insert(upper(libref));

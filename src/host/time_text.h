@@ -63,4 +63,3 @@ char* write_time_text(char* out, double t, TimeForm form);
 inline constexpr const char* kTimeTextForms = "YYYY-MM-DD, YYYY-MM-DDTHH:MM[:SS[.fff]] or YYYY-MM";
 
 }  // namespace esf::host
-

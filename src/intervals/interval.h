@@ -27,26 +27,26 @@ typedef struct CINTC_INFO CINTCInfo;
 
 // A parsed time interval. A record cleared to zero has intcode 0 and units 0.
 struct INTERVAL {
-  char units;        // 'd' date, 's' datetime, 'o' observation, 'u' NONE; 0 cleared
-  char intcode;      // interval code, see kInt... below; 0 is NONE
-  int intper;        // multiplier, >= 1 (readers take a value below 1 as 1)
-  int shiftper;      // shift in sub-periods, counted from 0 ("MONTH3.2" -> 1)
-  char nweekday;     // WEEKDAY: working days in a week [1:7]
-  char weekend[7];   // WEEKDAY: 1 for a weekend day; [0] Sunday .. [6] Saturday
-  tchar token[22];   // the parsed text in the case of the input, rest 0
-  short tokenlen;    // characters in token [1:21]
-  void* holidays;    // cleared by the parser and copied with the record; unread
+  char units;       // 'd' date, 's' datetime, 'o' observation, 'u' NONE; 0 cleared
+  char intcode;     // interval code, see kInt... below; 0 is NONE
+  int intper;       // multiplier, >= 1 (readers take a value below 1 as 1)
+  int shiftper;     // shift in sub-periods, counted from 0 ("MONTH3.2" -> 1)
+  char nweekday;    // WEEKDAY: working days in a week [1:7]
+  char weekend[7];  // WEEKDAY: 1 for a weekend day; [0] Sunday .. [6] Saturday
+  tchar token[22];  // the parsed text in the case of the input, rest 0
+  short tokenlen;   // characters in token [1:21]
+  void* holidays;   // cleared by the parser and copied with the record; unread
 };
 
 // An INTERVAL followed by what the seasonal and custom routines need.
 struct INTERVALX : INTERVAL {
-  struct CINTC_INFO* cinfo;      // custom interval table, one reference; else null
-  QKMemPtr ccache;               // cache of the custom interval routines
-  short formatw;                 // default format width
-  short formatl;                 // length of the text in format
-  tchar format[9];               // name of the default format
-  int nseasons;                  // length of the seasonal cycle, 0 while unknown
-  struct INTERVALX* sinterval;   // seasonal cycle interval (caller's record) or null
+  struct CINTC_INFO* cinfo;     // custom interval table, one reference; else null
+  QKMemPtr ccache;              // cache of the custom interval routines
+  short formatw;                // default format width
+  short formatl;                // length of the text in format
+  tchar format[9];              // name of the default format
+  int nseasons;                 // length of the seasonal cycle, 0 while unknown
+  struct INTERVALX* sinterval;  // seasonal cycle interval (caller's record) or null
 };
 
 // Either record, for the season routines. `new` is a keyword, so the member
@@ -101,40 +101,65 @@ inline constexpr int kIntFirstDate = kIntDay;
 inline constexpr int kIntMonthFamily = 32;
 
 inline constexpr bool is_reserved_intcode(int code) {
-  return code == 28 || code == 29 || code == 38 || code == 43 || code == 49 ||
-         code == 54 || code == 58;
+  return code == 28 || code == 29 || code == 38 || code == 43 || code == 49 || code == 54 || code == 58;
 }
 
 // Base name of an interval code as the printer writes it ("MONTH",
 // "R445YR", ...), or null for a code without one (reserved, custom, unknown).
 inline constexpr const char* interval_base_name(int code) {
   switch (code) {
-    case kIntNone: return "NONE";
-    case kIntObs: return "OBS";
-    case kIntSecond: return "SECOND";
-    case kIntMinute: return "MINUTE";
-    case kIntHour: return "HOUR";
-    case kIntDay: return "DAY";
-    case kIntWeekday: return "WEEKDAY";
-    case kIntWeek: return "WEEK";
-    case kIntWeekv: return "WEEKV";
-    case kIntTenday: return "TENDAY";
-    case kIntSemimonth: return "SEMIMONTH";
-    case kIntMonth: return "MONTH";
-    case kIntR445Mon: return "R445MON";
-    case kIntR454Mon: return "R454MON";
-    case kIntR544Mon: return "R544MON";
-    case kIntQtr: return "QTR";
-    case kIntR445Qtr: return "R445QTR";
-    case kIntR454Qtr: return "R454QTR";
-    case kIntR544Qtr: return "R544QTR";
-    case kIntSemiyear: return "SEMIYEAR";
-    case kIntYear: return "YEAR";
-    case kIntR445Yr: return "R445YR";
-    case kIntR454Yr: return "R454YR";
-    case kIntR544Yr: return "R544YR";
-    case kIntYearv: return "YEARV";
-    default: return nullptr;
+    case kIntNone:
+      return "NONE";
+    case kIntObs:
+      return "OBS";
+    case kIntSecond:
+      return "SECOND";
+    case kIntMinute:
+      return "MINUTE";
+    case kIntHour:
+      return "HOUR";
+    case kIntDay:
+      return "DAY";
+    case kIntWeekday:
+      return "WEEKDAY";
+    case kIntWeek:
+      return "WEEK";
+    case kIntWeekv:
+      return "WEEKV";
+    case kIntTenday:
+      return "TENDAY";
+    case kIntSemimonth:
+      return "SEMIMONTH";
+    case kIntMonth:
+      return "MONTH";
+    case kIntR445Mon:
+      return "R445MON";
+    case kIntR454Mon:
+      return "R454MON";
+    case kIntR544Mon:
+      return "R544MON";
+    case kIntQtr:
+      return "QTR";
+    case kIntR445Qtr:
+      return "R445QTR";
+    case kIntR454Qtr:
+      return "R454QTR";
+    case kIntR544Qtr:
+      return "R544QTR";
+    case kIntSemiyear:
+      return "SEMIYEAR";
+    case kIntYear:
+      return "YEAR";
+    case kIntR445Yr:
+      return "R445YR";
+    case kIntR454Yr:
+      return "R454YR";
+    case kIntR544Yr:
+      return "R544YR";
+    case kIntYearv:
+      return "YEARV";
+    default:
+      return nullptr;
   }
 }
 
@@ -202,8 +227,7 @@ ESF_EXPORT long dateOffset(int mm, int dd, int yy);
 
 ESF_EXPORT double zintck2(struct INTERVAL* istr, double x1, double x2);
 ESF_EXPORT double zintnx2(struct INTERVAL* istr, double x, double n);
-ESF_EXPORT double zintnx3(struct INTERVAL* istr, double inptDate, double n, tchar* align,
-               struct INTERVAL* sub_intrvl);
+ESF_EXPORT double zintnx3(struct INTERVAL* istr, double inptDate, double n, tchar* align, struct INTERVAL* sub_intrvl);
 ESF_EXPORT int zintshft(struct INTERVAL* istr, struct INTERVAL* sistr);
 
 // ---- Seasonal cycle, comparison, fitting ----------------------------------
@@ -236,11 +260,11 @@ ESF_EXPORT int shift2(struct INTERVAL* interval, struct INTERVAL* shift_interval
 ESF_EXPORT void zintfmt(struct INTERVAL* istr, char* fmtname, short* namelen, short* width1, short* width2);
 // The same for a time ID value: a small value of a time interval is a time
 // of day.
-ESF_EXPORT void zintfmm(struct INTERVAL* istr, double idval, char* fmtname, short* namelen,
-             short* width1, short* width2);
+ESF_EXPORT void zintfmm(struct INTERVAL* istr, double idval, char* fmtname, short* namelen, short* width1,
+                        short* width2);
 // The same for a range of time IDs of a time interval counted from 0.
-ESF_EXPORT void zintfmp(struct INTERVAL* istr, double minval, double maxval, char* fmtname,
-             short* namelen, short* width1, short* width2);
+ESF_EXPORT void zintfmp(struct INTERVAL* istr, double minval, double maxval, char* fmtname, short* namelen,
+                        short* width1, short* width2);
 // The same for a duration of one interval.
 ESF_EXPORT void zintfmd(struct INTERVAL* istr, char* fmtname, short* namelen, short* width1, short* width2);
 
@@ -270,8 +294,8 @@ ESF_EXPORT int zintscd2(struct INTERVALX* intv, double stdate, int scode, long n
 // Row of seasonal dummies for one observation (nseasons + noint - 1 entries);
 // a WEEK leap week (scode == nseasons) is shared between the last and the
 // first season by *partial, worked out when missing.
-ESF_EXPORT void zintscy(struct INTERVAL* intv, int scode, double date, int nseasons, int noint,
-             double* sdummy, double* partial);
+ESF_EXPORT void zintscy(struct INTERVAL* intv, int scode, double date, int nseasons, int noint, double* sdummy,
+                        double* partial);
 // Sets interval->nseasons and the cycle of interval from a number of seasons
 // and/or a cycle name: 0; 1 the cycle doesn't fit; 2 they disagree or a
 // null interval.
@@ -279,7 +303,7 @@ ESF_EXPORT int zintsea_set(struct INTERVALX* interval, double date, struct INTER
 // Number of seasons of interval in the cycle sinterval: 0, or 1 when the
 // cycle doesn't begin and end on the interval's boundaries.
 ESF_EXPORT int zintsea_calc_nseasons(struct INTERVALX* interval, double date, struct INTERVALX* sinterval,
-                          int* nseasons);
+                                     int* nseasons);
 // sinterval becomes the interval nseasons times as long as interval, in
 // the largest standard unit it fills. act_flag: 0..3 what to do with the
 // cycle of the result, 0x10 let a DAY or WEEKDAY multiple take a plain

@@ -18,10 +18,17 @@ extern "C" int zidmdydf(int* m, int* d, int* y, double qordate, int format) {
 
   const int* weeks = nullptr;  // zero-based ISO week that opens each retail month
   switch (format) {
-    case 445: weeks = r445mon_index; break;
-    case 454: weeks = r454mon_index; break;
-    case 544: weeks = r544mon_index; break;
-    default: return -2;
+    case 445:
+      weeks = r445mon_index;
+      break;
+    case 454:
+      weeks = r454mon_index;
+      break;
+    case 544:
+      weeks = r544mon_index;
+      break;
+    default:
+      return -2;
   }
   const int w = static_cast<int>(iso_week);  // [1, 53]
   int month = 0;                             // entries below w: [1, 12]

@@ -50,7 +50,7 @@ extern "C" int zidywdd(double date, tchar* fmt, int /*fmtl*/, double* year, doub
 
   const double sdate = zmdy(1.0, 1.0, y);
   const int weekday = static_cast<int>(zwekday(date));  // [1, 7], 1 Sunday
-  long difday = 0;                                       // [0, 365] days since 1 January
+  long difday = 0;                                      // [0, 365] days since 1 January
   zdatdif(sdate, date, 2, &difday, nullptr);
 
   *day = static_cast<double>((difday + 2) % 7 + 1);
@@ -71,8 +71,7 @@ extern "C" int zidywdd(double date, tchar* fmt, int /*fmtl*/, double* year, doub
       iso_year -= 1;
       isodays = iso_week_days(static_cast<int>(difday) + 365 + isLeapYear(iso_year), weekday - 1);
     } else {
-      const int next_year_days =
-          iso_week_days(static_cast<int>(difday) - (365 + isLeapYear(iso_year)), weekday - 1);
+      const int next_year_days = iso_week_days(static_cast<int>(difday) - (365 + isLeapYear(iso_year)), weekday - 1);
       if (next_year_days >= 0) {
         // On or after the Monday of next year's ISO week 1.
         iso_year += 1;
@@ -138,9 +137,12 @@ extern "C" int lastDay(int year, int month) {
     case 4:
     case 6:
     case 9:
-    case 11: return 30;
-    case 2: return isLeapYear(year) ? 29 : 28;
-    default: return 31;
+    case 11:
+      return 30;
+    case 2:
+      return isLeapYear(year) ? 29 : 28;
+    default:
+      return 31;
   }
 }
 

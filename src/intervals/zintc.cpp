@@ -44,9 +44,7 @@ bool same_missing(double d, double kind) {
 }
 
 // The answer of a routine called with the two intervals exchanged.
-double swapped(double d) {
-  return (esf::is_missing(d) || d == 0.0) ? d : -d;
-}
+double swapped(double d) { return (esf::is_missing(d) || d == 0.0) ? d : -d; }
 
 // Remainder in [0, m - 1] for m > 0.
 long reduce(long v, long m) {
@@ -63,9 +61,12 @@ bool is_retail(int code) { return is_retail_month(code) || is_retail_quarter(cod
 int retail_calendar(int code) {
   if (!is_retail(code)) return 0;
   switch ((code - kIntR445Mon) % 5) {
-    case 0: return 445;
-    case 1: return 454;
-    default: return 544;
+    case 0:
+      return 445;
+    case 1:
+      return 454;
+    default:
+      return 544;
   }
 }
 
@@ -118,11 +119,16 @@ double moncheck(int bi, long bn, long bs) {
     case kIntWeekday:
     case kIntWeek:
       return kUnrelated;
-    case kIntSecond: return (bn <= 86400 && 86400 % bn == 0) ? 1.0 : kNoRelation;
-    case kIntMinute: return (bn <= 1440 && 1440 % bn == 0) ? 1.0 : kNoRelation;
-    case kIntHour: return (bn <= 24 && 24 % bn == 0) ? 1.0 : kNoRelation;
-    case kIntDay: return (bn == 1 && bs == 0) ? 1.0 : kNoRelation;
-    default: return kNoRelation;
+    case kIntSecond:
+      return (bn <= 86400 && 86400 % bn == 0) ? 1.0 : kNoRelation;
+    case kIntMinute:
+      return (bn <= 1440 && 1440 % bn == 0) ? 1.0 : kNoRelation;
+    case kIntHour:
+      return (bn <= 24 && 24 % bn == 0) ? 1.0 : kNoRelation;
+    case kIntDay:
+      return (bn == 1 && bs == 0) ? 1.0 : kNoRelation;
+    default:
+      return kNoRelation;
   }
 }
 
@@ -166,7 +172,7 @@ double weekday_vs_week(INTERVAL* wkdy_int, INTERVAL* wk_int, bool iso) {
   const long m = multiplier(wkdy_int);
   const long wm = multiplier(wk_int);
   const long ws = iso ? wk_int->shiftper + 1 : wk_int->shiftper;  // first day of the week
-  const long p = wm * wkdy_int->nweekday;  // working days in one week interval
+  const long p = wm * wkdy_int->nweekday;                         // working days in one week interval
   double multiple;
   if (p % m == 0) {
     multiple = -static_cast<double>(p / m);
@@ -203,13 +209,9 @@ double weekday_vs_week(INTERVAL* wkdy_int, INTERVAL* wk_int, bool iso) {
   return multiple;
 }
 
-double comp_weekday_week(INTERVAL* wkdy_int, INTERVAL* wk_int) {
-  return weekday_vs_week(wkdy_int, wk_int, false);
-}
+double comp_weekday_week(INTERVAL* wkdy_int, INTERVAL* wk_int) { return weekday_vs_week(wkdy_int, wk_int, false); }
 
-double comp_weekday_weekv(INTERVAL* wkdy_int, INTERVAL* wk_int) {
-  return weekday_vs_week(wkdy_int, wk_int, true);
-}
+double comp_weekday_weekv(INTERVAL* wkdy_int, INTERVAL* wk_int) { return weekday_vs_week(wkdy_int, wk_int, true); }
 
 double comp_weekday_day(INTERVAL* wkdy_int, INTERVAL* day_int) {
   if (wkdy_int->intcode != kIntWeekday || day_int->intcode != kIntDay) return kInconsistent;
@@ -235,8 +237,7 @@ int compwkdySample(INTERVAL* a, INTERVAL* b, long mult, long len) {
   if (a->intcode != kIntWeekday || b->intcode != kIntWeekday) return -2;
   const double bstart = mult < 2 ? 0.0 : zintnx2(a, 0.0, 0.0);
   for (long i = 0; i < len; ++i) {
-    if (zintnx2(a, 0.0, static_cast<double>(i)) !=
-        zintnx2(b, bstart, static_cast<double>(i * mult))) {
+    if (zintnx2(a, 0.0, static_cast<double>(i)) != zintnx2(b, bstart, static_cast<double>(i * mult))) {
       return static_cast<int>(i + 1);
     }
   }
@@ -345,9 +346,15 @@ double weekday_pair(INTERVAL* a, INTERVAL* b, long an, long as, long bn, long bs
 double time2dayint(INTERVAL* time, INTERVAL* day) {
   long u;
   switch (time->intcode) {
-    case kIntSecond: u = 86400; break;
-    case kIntMinute: u = 1440; break;
-    case kIntHour: u = 24; break;
+    case kIntSecond:
+      u = 86400;
+      break;
+    case kIntMinute:
+      u = 1440;
+      break;
+    case kIntHour:
+      u = 24;
+      break;
     default:
       xebug("zintc: forgot a time code: %i", time->intcode);
       return kInconsistent;
@@ -368,8 +375,7 @@ double time2dayint(INTERVAL* time, INTERVAL* day) {
 double time_rule(INTERVAL* a, INTERVAL* b, long an, long as, int ai) {
   INTERVAL daymult{};
   const double mult = time2dayint(b, &daymult);
-  const double r =
-      compDayWkvMult(&daymult, a, multiplier(&daymult), daymult.shiftper, ai, an, as);
+  const double r = compDayWkvMult(&daymult, a, multiplier(&daymult), daymult.shiftper, ai, an, as);
   if (same_missing(mult, kInconsistent) || same_missing(r, kInconsistent)) return kInconsistent;
   if (same_missing(mult, kUnrelated) || same_missing(r, kUnrelated)) return kUnrelated;
   if (same_missing(mult, kShifted) || same_missing(r, kShifted)) return kShifted;
@@ -386,13 +392,20 @@ double time_rule(INTERVAL* a, INTERVAL* b, long an, long as, int ai) {
 // a a SECOND, MINUTE or HOUR, with an and as in seconds.
 double compsec(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs) {
   switch (bi) {
-    case kIntObs: return kUnrelated;
-    case kIntSecond: return compare(an, as, bn, bs);
-    case kIntMinute: return compare(an, as, bn * 60, bs * 60);
-    case kIntHour: return compare(an, as, bn * 3600, bs * 3600);
-    case kIntDay: return compare(an, as, bn * 86400, bs * 86400);
-    case kIntWeek: return compare(an, as, bn * 604800, bs * 86400);
-    case kIntTenday: return compare(an, as, bn * 864000, bs * 86400);
+    case kIntObs:
+      return kUnrelated;
+    case kIntSecond:
+      return compare(an, as, bn, bs);
+    case kIntMinute:
+      return compare(an, as, bn * 60, bs * 60);
+    case kIntHour:
+      return compare(an, as, bn * 3600, bs * 3600);
+    case kIntDay:
+      return compare(an, as, bn * 86400, bs * 86400);
+    case kIntWeek:
+      return compare(an, as, bn * 604800, bs * 86400);
+    case kIntTenday:
+      return compare(an, as, bn * 864000, bs * 86400);
     case kIntSemimonth:
     case kIntMonth:
     case kIntQtr:
@@ -406,8 +419,7 @@ double compsec(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long
       return swapped(compisowk(b, a, bn, bs, a->intcode, multiplier(a), a->shiftper));
     default:
       if (is_retail(bi)) {
-        return swapped(compretmon(b, a, bn * retail_months(bi), bs, a->intcode, multiplier(a),
-                                  a->shiftper));
+        return swapped(compretmon(b, a, bn * retail_months(bi), bs, a->intcode, multiplier(a), a->shiftper));
       }
       return unknown_b(bi);
   }
@@ -416,12 +428,18 @@ double compsec(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long
 // a a DAY, with an and as in days.
 double compday(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs) {
   switch (bi) {
-    case kIntObs: return kUnrelated;
-    case kIntSecond: return compare(an * 86400, as * 86400, bn, bs);
-    case kIntMinute: return compare(an * 1440, as * 1440, bn, bs);
-    case kIntHour: return compare(an * 24, as * 24, bn, bs);
-    case kIntDay: return compare(an, as, bn, bs);
-    case kIntWeekday: return swapped(comp_weekday_day(b, a));
+    case kIntObs:
+      return kUnrelated;
+    case kIntSecond:
+      return compare(an * 86400, as * 86400, bn, bs);
+    case kIntMinute:
+      return compare(an * 1440, as * 1440, bn, bs);
+    case kIntHour:
+      return compare(an * 24, as * 24, bn, bs);
+    case kIntDay:
+      return compare(an, as, bn, bs);
+    case kIntWeekday:
+      return swapped(comp_weekday_day(b, a));
     case kIntWeek: {
       // A WEEK begins on Sunday, day 2 counted from day 0 (a Friday).
       const long n = 7 * bn;
@@ -464,16 +482,22 @@ double compDayWkvMult(INTERVAL* a, INTERVAL* /*b*/, long an, long as, int bi, lo
 // a a WEEK, with an in weeks and as in days.
 double compweek(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs) {
   switch (bi) {
-    case kIntObs: return kUnrelated;
-    case kIntSecond: return compare(an * 604800, as * 86400, bn, bs);
-    case kIntMinute: return compare(an * 10080, as * 1440, bn, bs);
-    case kIntHour: return compare(an * 168, as * 24, bn, bs);
+    case kIntObs:
+      return kUnrelated;
+    case kIntSecond:
+      return compare(an * 604800, as * 86400, bn, bs);
+    case kIntMinute:
+      return compare(an * 10080, as * 1440, bn, bs);
+    case kIntHour:
+      return compare(an * 168, as * 24, bn, bs);
     case kIntDay: {
       const long n = 7 * an;
       return compare(n, reduce(as - 5 + n, n), bn, bs);
     }
-    case kIntWeekday: return swapped(comp_weekday_week(b, a));
-    case kIntWeek: return compare(7 * an, as, 7 * bn, bs);
+    case kIntWeekday:
+      return swapped(comp_weekday_week(b, a));
+    case kIntWeek:
+      return compare(7 * an, as, 7 * bn, bs);
     case kIntWeekv: {
       const long n = 7 * bn;
       return compare(7 * an, as, n, reduce(bs + 1 + n, n));
@@ -503,20 +527,28 @@ int units_per_month(int code) {
     case kIntMonth:
     case kIntQtr:
     case kIntSemiyear:
-    case kIntYear: return 1;
-    case kIntSemimonth: return 2;
-    case kIntTenday: return 3;
-    default: return 0;
+    case kIntYear:
+      return 1;
+    case kIntSemimonth:
+      return 2;
+    case kIntTenday:
+      return 3;
+    default:
+      return 0;
   }
 }
 
 // Months in one interval of multiplier 1 of a month-family code.
 long months_of(int code) {
   switch (code) {
-    case kIntQtr: return 3;
-    case kIntSemiyear: return 6;
-    case kIntYear: return 12;
-    default: return 1;
+    case kIntQtr:
+      return 3;
+    case kIntSemiyear:
+      return 6;
+    case kIntYear:
+      return 12;
+    default:
+      return 1;
   }
 }
 
@@ -589,11 +621,12 @@ double compisowk(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, lo
     case kIntMinute:
     case kIntHour:
       return time_rule(a, b, an, as, a->intcode);
-    case kIntDay: return swapped(compDayWkvMult(b, a, bn, bs, a->intcode, an, as));
+    case kIntDay:
+      return swapped(compDayWkvMult(b, a, bn, bs, a->intcode, an, as));
     case kIntWeekday:
-      return yearv ? swapped(comp_weekday_retail(b, a, bn, bs, a->intcode, an, as))
-                   : swapped(comp_weekday_weekv(b, a));
-    case kIntWeek: return swapped(compweek(b, a, bn, bs, a->intcode, an, as));
+      return yearv ? swapped(comp_weekday_retail(b, a, bn, bs, a->intcode, an, as)) : swapped(comp_weekday_weekv(b, a));
+    case kIntWeek:
+      return swapped(compweek(b, a, bn, bs, a->intcode, an, as));
     case kIntWeekv:
       if (!yearv) return compare(an, as, bn, bs);
       if (bs != 0) return kShifted;
@@ -606,8 +639,7 @@ double compisowk(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, lo
       if (is_retail(bi)) {
         if (!yearv) return compRetWkv(a, b, an, as, bi, bn, bs);
         // The retail interval in months against the ISO years as given.
-        return swapped(compretmon(b, a, bn * retail_months(bi), bs, a->intcode, multiplier(a),
-                                  a->shiftper));
+        return swapped(compretmon(b, a, bn * retail_months(bi), bs, a->intcode, multiplier(a), a->shiftper));
       }
       return unknown_b(bi);
   }
@@ -630,7 +662,8 @@ double compretmon(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, l
     case kIntMinute:
     case kIntHour:
       return time_rule(a, b, an, as, a->intcode);
-    case kIntDay: return swapped(compDayWkvMult(b, a, bn, bs, a->intcode, an, as));
+    case kIntDay:
+      return swapped(compDayWkvMult(b, a, bn, bs, a->intcode, an, as));
     case kIntWeekday: {
       const double w = comp_weekday_retail(b, a, bn, bs, a->intcode, an, as);
       return w == -1.0 ? 1.0 : w;
@@ -638,7 +671,8 @@ double compretmon(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, l
     case kIntWeek:
       if (bn == 1) return bs == 1 ? 1.0 : kShifted;
       return kNotMultiple;
-    case kIntWeekv: return swapped(compRetWkv(b, a, bn, bs, a->intcode, an, as));
+    case kIntWeekv:
+      return swapped(compRetWkv(b, a, bn, bs, a->intcode, an, as));
     case kIntYearv: {
       // The ISO year's week offset must open one of the calendar's months.
       const int* index = r == 445 ? r445mon_index : r == 454 ? r454mon_index : r544mon_index;
@@ -658,8 +692,7 @@ double compretmon(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, l
 }
 
 // a a WEEKDAY against a retail or ISO year, which begin on a Monday.
-double comp_weekday_retail(INTERVAL* a, INTERVAL* /*b*/, long an, long as, int /*bi*/,
-                           long /*bn*/, long /*bs*/) {
+double comp_weekday_retail(INTERVAL* a, INTERVAL* /*b*/, long an, long as, int /*bi*/, long /*bn*/, long /*bs*/) {
   if (a->weekend[1] != 0) return kUnrelated;
   if (a->nweekday % an != 0) return kNotMultiple;
   if (an > 1) {
@@ -707,11 +740,16 @@ double compweekday(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, 
       const double w = comp_weekday_day(a, &d);
       return esf::is_missing(w) ? w : r;
     }
-    case kIntDay: return comp_weekday_day(a, b);
-    case kIntWeek: return comp_weekday_week(a, b);
-    case kIntWeekv: return comp_weekday_weekv(a, b);
-    case kIntYearv: return comp_weekday_retail(a, b, an, as, bi, bn, bs);
-    case kIntWeekday: return weekday_pair(a, b, an, as, bn, bs);
+    case kIntDay:
+      return comp_weekday_day(a, b);
+    case kIntWeek:
+      return comp_weekday_week(a, b);
+    case kIntWeekv:
+      return comp_weekday_weekv(a, b);
+    case kIntYearv:
+      return comp_weekday_retail(a, b, an, as, bi, bn, bs);
+    case kIntWeekday:
+      return weekday_pair(a, b, an, as, bn, bs);
     default:
       if (is_retail(bi)) return comp_weekday_retail(a, b, an, as, bi, bn, bs);
       return unknown_b(bi);
@@ -738,47 +776,63 @@ extern "C" double zintc(INTERVAL* a, INTERVAL* b) {
 
   // a in its family's common unit.
   switch (ai) {
-    case kIntMinute: an *= 60; as *= 60; break;
-    case kIntHour: an *= 3600; as *= 3600; break;
+    case kIntMinute:
+      an *= 60;
+      as *= 60;
+      break;
+    case kIntHour:
+      an *= 3600;
+      as *= 3600;
+      break;
     case kIntQtr:
     case kIntR445Qtr:
     case kIntR454Qtr:
     case kIntR544Qtr:
       an *= 3;
       break;
-    case kIntSemiyear: an *= 6; break;
+    case kIntSemiyear:
+      an *= 6;
+      break;
     case kIntYear:
     case kIntR445Yr:
     case kIntR454Yr:
     case kIntR544Yr:
       an *= 12;
       break;
-    case kIntYearv: an *= 52; break;
-    default: break;
+    case kIntYearv:
+      an *= 52;
+      break;
+    default:
+      break;
   }
 
   switch (ai) {
-    case kIntObs: return bi == kIntObs ? compare(an, as, bn, bs) : kUnrelated;
+    case kIntObs:
+      return bi == kIntObs ? compare(an, as, bn, bs) : kUnrelated;
     case kIntSecond:
     case kIntMinute:
     case kIntHour:
       return compsec(a, b, an, as, bi, bn, bs);
-    case kIntDay: return compday(a, b, an, as, bi, bn, bs);
-    case kIntWeekday: return compweekday(a, b, an, as, bi, bn, bs);
-    case kIntWeek: return compweek(a, b, an, as, bi, bn, bs);
+    case kIntDay:
+      return compday(a, b, an, as, bi, bn, bs);
+    case kIntWeekday:
+      return compweekday(a, b, an, as, bi, bn, bs);
+    case kIntWeek:
+      return compweek(a, b, an, as, bi, bn, bs);
     case kIntWeekv:
     case kIntYearv:
       return compisowk(a, b, an, as, bi, bn, bs);
-    case kIntTenday: return comptenday(a, b, an, as, bi, bn, bs);
-    case kIntSemimonth: return compsmon(a, b, an, as, bi, bn, bs);
+    case kIntTenday:
+      return comptenday(a, b, an, as, bi, bn, bs);
+    case kIntSemimonth:
+      return compsmon(a, b, an, as, bi, bn, bs);
     case kIntMonth:
     case kIntQtr:
     case kIntSemiyear:
     case kIntYear:
       return compmon(a, b, an, as, bi, bn, bs);
     case kIntCustom:
-      if (bi == kIntCustom && a->tokenlen == b->tokenlen &&
-          wzbcup(a->token, b->token, a->tokenlen) == 0) {
+      if (bi == kIntCustom && a->tokenlen == b->tokenlen && wzbcup(a->token, b->token, a->tokenlen) == 0) {
         return 0.0;
       }
       return kNoRelation;

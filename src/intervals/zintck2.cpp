@@ -44,7 +44,8 @@ double weekday(const INTERVAL& iv, DayNumber x1, DayNumber x2, std::int64_t f, s
 // Day-based intervals: DAY, WEEK (from Sunday), WEEKV (from Monday), WEEKDAY.
 double daybase(const INTERVAL& iv, DayNumber x1, DayNumber x2, std::int64_t f, std::int64_t s) {
   switch (iv.intcode) {
-    case kIntWeekday: return weekday(iv, x1, x2, f, s);
+    case kIntWeekday:
+      return weekday(iv, x1, x2, f, s);
     case kIntWeek:  // day -5 is a Sunday
       f *= 7;
       s -= 5;
@@ -53,7 +54,8 @@ double daybase(const INTERVAL& iv, DayNumber x1, DayNumber x2, std::int64_t f, s
       f *= 7;
       s -= 4;
       break;
-    default: break;
+    default:
+      break;
   }
   return static_cast<double>(calendar::period_count(calendar::make_period(f, s), x1, x2));
 }
@@ -62,18 +64,19 @@ double daybase(const INTERVAL& iv, DayNumber x1, DayNumber x2, std::int64_t f, s
 // indices. With a multiplier of 1 the period is a constant of the kind, and
 // its quotients are multiplications.
 double yearbase(int code, DayNumber date1, DayNumber date2, std::int64_t f, std::int64_t s) {
-  return calendar::with_calendar_code(code, [&](auto c) __attribute__((always_inline)) -> double {
-    constexpr calendar::CalendarKind kind = calendar::calendar_kind(decltype(c)::value);
-    if constexpr (!kind.valid) {
-      xebug("zintck2: invalid intcode=%i", code);
-      return esf::kMissing;
-    } else {
-      const calendar::IndexNumber i1 = calendar::calendar_index(kind, date1);
-      const calendar::IndexNumber i2 = calendar::calendar_index(kind, date2);
-      if (f == 1) return static_cast<double>(calendar::period_count(calendar::make_period(kind.factor, s), i1, i2));
-      return static_cast<double>(calendar::period_count(calendar::make_period(f * kind.factor, s), i1, i2));
-    }
-  });
+  return calendar::with_calendar_code(
+      code, [&](auto c) __attribute__((always_inline))->double {
+        constexpr calendar::CalendarKind kind = calendar::calendar_kind(decltype(c)::value);
+        if constexpr (!kind.valid) {
+          xebug("zintck2: invalid intcode=%i", code);
+          return esf::kMissing;
+        } else {
+          const calendar::IndexNumber i1 = calendar::calendar_index(kind, date1);
+          const calendar::IndexNumber i2 = calendar::calendar_index(kind, date2);
+          if (f == 1) return static_cast<double>(calendar::period_count(calendar::make_period(kind.factor, s), i1, i2));
+          return static_cast<double>(calendar::period_count(calendar::make_period(f * kind.factor, s), i1, i2));
+        }
+      });
 }
 
 // YEARV: ISO weeks, 52 to a year, week 53 counted as week 52. The period
@@ -144,11 +147,11 @@ bool usable_end(int code, double x) {
       return std::floor(x2 / per) - std::floor(x1 / per);
     }
     case kIntCustom:
-      return calendar::with_custom_record(iv, [&](INTERVALX* ix) {
-        return customINTCK(ix, x1, x2);
-      });
-    case kIntNone: return x2 - x1;
-    default: break;
+      return calendar::with_custom_record(iv, [&](INTERVALX* ix) { return customINTCK(ix, x1, x2); });
+    case kIntNone:
+      return x2 - x1;
+    default:
+      break;
   }
   if (code >= kIntFirstDate) return dateck(iv, x1, x2);
 
@@ -166,8 +169,8 @@ extern "C" double zintck2(struct INTERVAL* istr, double x1, double x2) {
   const int code = iv.intcode;
   // The common case, a built-in interval on two dates of the range, goes
   // straight to the arithmetic; a missing value fails the comparisons.
-  if (code >= kIntFirstDate && code <= kIntYearv && iv.units == kUnitsDate && x1 >= kMinDate &&
-      x1 < kMaxDate + 1.0 && x2 >= kMinDate && x2 < kMaxDate + 1.0) [[likely]] {
+  if (code >= kIntFirstDate && code <= kIntYearv && iv.units == kUnitsDate && x1 >= kMinDate && x1 < kMaxDate + 1.0 &&
+      x2 >= kMinDate && x2 < kMaxDate + 1.0) [[likely]] {
     return count_days(iv, calendar::floor_to_int(x1), calendar::floor_to_int(x2));
   }
   return count_general(iv, x1, x2);

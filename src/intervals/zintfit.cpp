@@ -77,8 +77,7 @@ int fit_dates(double d1, double d2, double dt, INTERVAL* interval) {
   } else if (dt == 7.0) {
     if (fit("WEEK", "DAY", d1, d2, interval) == 0) return 0;
   } else if (dt >= 8.0 && dt <= 11.0) {
-    if (is_one_of(day1, 1, 11, 21) && is_one_of(day2, 1, 11, 21) &&
-        fit("TENDAY", "TENDAY", d1, d2, interval) == 0) {
+    if (is_one_of(day1, 1, 11, 21) && is_one_of(day2, 1, 11, 21) && fit("TENDAY", "TENDAY", d1, d2, interval) == 0) {
       return 0;
     }
   } else if (dt >= 13.0 && dt <= 16.0) {
@@ -105,8 +104,7 @@ int fit_dates(double d1, double d2, double dt, INTERVAL* interval) {
   } else if (is_one_of(day1, 1, 11, 21) && is_one_of(day2, 1, 11, 21)) {
     fitted = fit("TENDAY", "TENDAY", d1, d2, interval) == 0;
   } else {
-    fitted = fit("SEMIMONTH", "SEMIMONTH", d1, d2, interval) == 0 ||
-             fit("TENDAY", "TENDAY", d1, d2, interval) == 0;
+    fitted = fit("SEMIMONTH", "SEMIMONTH", d1, d2, interval) == 0 || fit("TENDAY", "TENDAY", d1, d2, interval) == 0;
   }
   if (fitted) return 0;
 

@@ -106,9 +106,7 @@ void custom_format(const INTERVAL& istr, char* fmtname, short* namelen, short* w
 bool is_time_code(int code) { return code == kIntSecond || code == kIntMinute || code == kIntHour; }
 
 // Units that make a time interval show times rather than observation counts.
-bool has_time_units(const INTERVAL& istr) {
-  return istr.units != kUnitsObs && istr.units != kUnitsNone;
-}
+bool has_time_units(const INTERVAL& istr) { return istr.units != kUnitsObs && istr.units != kUnitsNone; }
 
 // A name spelled with the prefix DT keeps its datetime format.
 bool spelled_with_dt(const INTERVAL& istr) { return istr.token[0] == 'D' || istr.token[0] == 'd'; }
@@ -135,23 +133,21 @@ extern "C" void zintfmt(INTERVAL* istr, char* fmtname, short* namelen, short* wi
   write_format(builtin_format(*istr), fmtname, namelen, width1, width2);
 }
 
-extern "C" void zintfmm(INTERVAL* istr, double idval, char* fmtname, short* namelen, short* width1,
-                        short* width2) {
+extern "C" void zintfmm(INTERVAL* istr, double idval, char* fmtname, short* namelen, short* width1, short* width2) {
   if (istr != nullptr && istr->intcode != kIntNone && !wzmis(idval) && has_time_units(*istr) &&
       is_time_code(istr->intcode)) {
     if (idval >= 0 && idval <= day_span(*istr)) {
-      write_format({"TIME", static_cast<short>(istr->shiftper == 0 ? 10 : 13), 8}, fmtname, namelen, width1,
-                   width2);
+      write_format({"TIME", static_cast<short>(istr->shiftper == 0 ? 10 : 13), 8}, fmtname, namelen, width1, width2);
       return;
     }
   }
   zintfmt(istr, fmtname, namelen, width1, width2);
 }
 
-extern "C" void zintfmp(INTERVAL* istr, double minval, double maxval, char* fmtname, short* namelen,
-                        short* width1, short* width2) {
-  if (istr != nullptr && istr->intcode != kIntNone && !wzmis(minval) && !wzmis(maxval) &&
-      has_time_units(*istr) && !spelled_with_dt(*istr) && is_time_code(istr->intcode)) {
+extern "C" void zintfmp(INTERVAL* istr, double minval, double maxval, char* fmtname, short* namelen, short* width1,
+                        short* width2) {
+  if (istr != nullptr && istr->intcode != kIntNone && !wzmis(minval) && !wzmis(maxval) && has_time_units(*istr) &&
+      !spelled_with_dt(*istr) && is_time_code(istr->intcode)) {
     if (minval >= 0 && minval <= 2 * day_span(*istr)) {
       const int code = istr->intcode;
       const double nper = zintck2(istr, minval, maxval);
@@ -202,18 +198,26 @@ extern "C" void zintfmd(INTERVAL* istr, char* fmtname, short* namelen, short* wi
     FormatChoice f{};
     switch (istr->intcode) {
       case kIntSecond:
-        if (per < 6) f = {"MMSS", 5, 5};
-        else if (per < 16) f = {"MMSS", 6, 5};
-        else if (per < 86400) f = {"TIME", 8, 5};
+        if (per < 6)
+          f = {"MMSS", 5, 5};
+        else if (per < 16)
+          f = {"MMSS", 6, 5};
+        else if (per < 86400)
+          f = {"TIME", 8, 5};
         break;
       case kIntMinute:
-        if (per < 16) f = {"HHMM", 6, 5};
-        else if (per < 61) f = {"HHMM", 7, 5};
-        else if (per < 1440) f = {"HHMM", 7, 6};
+        if (per < 16)
+          f = {"HHMM", 6, 5};
+        else if (per < 61)
+          f = {"HHMM", 7, 5};
+        else if (per < 1440)
+          f = {"HHMM", 7, 6};
         break;
       case kIntHour:
-        if (per < 5) f = {"HHMM", 10, 8};
-        else if (per < 24) f = {"HHMM", 11, 8};
+        if (per < 5)
+          f = {"HHMM", 10, 8};
+        else if (per < 24)
+          f = {"HHMM", 11, 8};
         break;
       default:
         break;

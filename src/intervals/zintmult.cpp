@@ -20,9 +20,9 @@
 namespace {
 
 // Pieces of act_flag.
-constexpr int kSintMask = 3;         // what to do with the cycle of the result
-constexpr int kFuzzFlag = 0x10;      // let a DAY or WEEKDAY multiple take a fitted WEEK
-constexpr int kSimpMask = 0x0C;      // 4: weeks stay weeks; 8: no simplification
+constexpr int kSintMask = 3;     // what to do with the cycle of the result
+constexpr int kFuzzFlag = 0x10;  // let a DAY or WEEKDAY multiple take a fitted WEEK
+constexpr int kSimpMask = 0x0C;  // 4: weeks stay weeks; 8: no simplification
 constexpr int kSimpKeepWeeks = 4;
 constexpr int kSimpNone = 8;
 
@@ -48,9 +48,7 @@ void copy_keep_link(const INTERVALX& from, INTERVALX* to) {
   to->ccache = nullptr;
 }
 
-int parse_text(const char* text, int len, INTERVAL* into) {
-  return zintstr(const_cast<char*>(text), len, into);
-}
+int parse_text(const char* text, int len, INTERVAL* into) { return zintstr(const_cast<char*>(text), len, into); }
 
 bool has_token(const INTERVALX* x) { return x != nullptr && x->tokenlen > 0; }
 
@@ -263,8 +261,7 @@ extern "C" int zintsea_calc_nseasons(struct INTERVALX* interval, double date, st
   const bool weekly = weekly_pair(code, cycle);
   const double ts = weekly ? zintnx_seas(interval, s, 0.0, nullptr) : zintnx2(interval, s, 0.0);
   const double te = weekly ? zintnx_seas(interval, e, 0.0, nullptr) : zintnx2(interval, e, 0.0);
-  if (esf::is_missing(s) || esf::is_missing(e) || esf::is_missing(ts) || esf::is_missing(te) || ts != s ||
-      te != e) {
+  if (esf::is_missing(s) || esf::is_missing(e) || esf::is_missing(ts) || esf::is_missing(te) || ts != s || te != e) {
     *nseasons = 0;
     return 1;
   }

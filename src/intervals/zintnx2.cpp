@@ -41,7 +41,8 @@ double weekday(const INTERVAL& iv, DayNumber x, std::int64_t n, std::int64_t f, 
 
 double daybase(const INTERVAL& iv, DayNumber x, std::int64_t n, std::int64_t f, std::int64_t s) {
   switch (iv.intcode) {
-    case kIntWeekday: return weekday(iv, x, n, f, s);
+    case kIntWeekday:
+      return weekday(iv, x, n, f, s);
     case kIntWeek:  // day -5 is a Sunday
       s -= 5;
       f *= 7;
@@ -50,7 +51,8 @@ double daybase(const INTERVAL& iv, DayNumber x, std::int64_t n, std::int64_t f, 
       s -= 4;
       f *= 7;
       break;
-    default: break;
+    default:
+      break;
   }
   if (!calendar::advance_within_limit(n, f)) return esf::kMissing;
   return static_cast<double>(calendar::period_advance(calendar::make_period(f, s), x, n));
@@ -60,24 +62,26 @@ double daybase(const INTERVAL& iv, DayNumber x, std::int64_t n, std::int64_t f, 
 // first index of that period, its first day. Each kind runs its own copy
 // of the arithmetic; with a multiplier of 1 the period is a constant.
 double yearbase(int code, DayNumber date, std::int64_t n, std::int64_t f, std::int64_t s) {
-  return calendar::with_calendar_code(code, [&](auto c) __attribute__((always_inline)) -> double {
-    constexpr calendar::CalendarKind kind = calendar::calendar_kind(decltype(c)::value);
-    if constexpr (!kind.valid) {
-      xebug("zintnx2: yearbase: bad intcode=%i", code);
-      return esf::kMissing;
-    } else {
-      // |n| below 2^24 moves at most 2^24 * 31 * 12 days a unit of the
-      // multiplier: within the limit for any multiplier below 2^20.
-      static_assert((std::int64_t{1} << 24) * kind.largest_days * kind.factor * (std::int64_t{1} << 20) <=
-                    kAdvanceOverflowLimit);
-      const bool small = n > -(std::int64_t{1} << 24) && n < (std::int64_t{1} << 24) && f < (1 << 20);
-      if (!small && !calendar::advance_within_limit(n, kind.largest_days * kind.factor * f)) return esf::kMissing;
-      const calendar::IndexNumber i = calendar::calendar_index(kind, date);
-      const calendar::IndexNumber j = f == 1 ? calendar::period_advance(calendar::make_period(kind.factor, s), i, n)
-                                             : calendar::period_advance(calendar::make_period(kind.factor * f, s), i, n);
-      return static_cast<double>(calendar::calendar_index_start(kind, j));
-    }
-  });
+  return calendar::with_calendar_code(
+      code, [&](auto c) __attribute__((always_inline))->double {
+        constexpr calendar::CalendarKind kind = calendar::calendar_kind(decltype(c)::value);
+        if constexpr (!kind.valid) {
+          xebug("zintnx2: yearbase: bad intcode=%i", code);
+          return esf::kMissing;
+        } else {
+          // |n| below 2^24 moves at most 2^24 * 31 * 12 days a unit of the
+          // multiplier: within the limit for any multiplier below 2^20.
+          static_assert((std::int64_t{1} << 24) * kind.largest_days * kind.factor * (std::int64_t{1} << 20) <=
+                        kAdvanceOverflowLimit);
+          const bool small = n > -(std::int64_t{1} << 24) && n < (std::int64_t{1} << 24) && f < (1 << 20);
+          if (!small && !calendar::advance_within_limit(n, kind.largest_days * kind.factor * f)) return esf::kMissing;
+          const calendar::IndexNumber i = calendar::calendar_index(kind, date);
+          const calendar::IndexNumber j =
+              f == 1 ? calendar::period_advance(calendar::make_period(kind.factor, s), i, n)
+                     : calendar::period_advance(calendar::make_period(kind.factor * f, s), i, n);
+          return static_cast<double>(calendar::calendar_index_start(kind, j));
+        }
+      });
 }
 
 // YEARV: years of 52 or 53 ISO weeks that begin on the Monday of week
@@ -104,8 +108,7 @@ double isobase(int code, DayNumber date, std::int64_t n, std::int64_t f, std::in
   }
   const double target_year = static_cast<double>(n) * static_cast<double>(f) + static_cast<double>(cycle_year);
   if (!(target_year >= kFirstIsoYear && target_year <= kLastIsoYear)) return esf::kMissing;
-  return static_cast<double>(
-      calendar::days_from_iso_week(static_cast<std::int64_t>(target_year), start_week, 1));
+  return static_cast<double>(calendar::days_from_iso_week(static_cast<std::int64_t>(target_year), start_week, 1));
 }
 
 // Advancing a day of the range by a whole count, for a built-in date
@@ -156,8 +159,8 @@ double timenx(const INTERVAL& iv, double x, double n) {
   const int code = iv.intcode;
   if (esf::is_missing(x)) {
     // Only a custom interval moves from the ends of its table, unrounded.
-    const bool from_table_end = code == kIntCustom && calendar::is_table_end(x) && !esf::is_missing(n) &&
-                                std::fabs(n) <= kMaxAdvance;
+    const bool from_table_end =
+        code == kIntCustom && calendar::is_table_end(x) && !esf::is_missing(n) && std::fabs(n) <= kMaxAdvance;
     if (!from_table_end) return esf::kMissing;
   } else {
     if (esf::is_missing(n) || !(std::fabs(n) <= kMaxAdvance)) return esf::kMissing;
@@ -176,9 +179,7 @@ double timenx(const INTERVAL& iv, double x, double n) {
   }
   if (code < kIntFirstDate) return timenx(iv, x, n);
   if (code < kIntCustom) return datenx(iv, x, n);
-  return calendar::with_custom_record(iv, [&](INTERVALX* ix) {
-    return customINTNX(ix, x, n);
-  });
+  return calendar::with_custom_record(iv, [&](INTERVALX* ix) { return customINTNX(ix, x, n); });
 }
 
 }  // namespace
@@ -190,8 +191,8 @@ extern "C" double zintnx2(struct INTERVAL* istr, double x, double n) {
   // The common case, a built-in interval on a date of the range, goes
   // straight to the arithmetic; a missing value fails the comparisons.
   const double day = x + 1e-12;
-  if (code >= kIntFirstDate && code <= kIntYearv && iv.units == kUnitsDate && day >= kMinDate &&
-      day < kMaxDate + 1.0 && n >= -kMaxAdvance && n <= kMaxAdvance) [[likely]] {
+  if (code >= kIntFirstDate && code <= kIntYearv && iv.units == kUnitsDate && day >= kMinDate && day < kMaxDate + 1.0 &&
+      n >= -kMaxAdvance && n <= kMaxAdvance) [[likely]] {
     return advance_days(iv, calendar::floor_to_int(day), calendar::floor_to_int(n + 1e-12));
   }
   return advance_general(iv, x, n);

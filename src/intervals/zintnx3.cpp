@@ -13,14 +13,10 @@
 
 namespace {
 
-bool is_minus_infinity(double d) {
-  return esf::missing_kind(d) == esf::missing_kind(esf::missing_letter('M'));
-}
+bool is_minus_infinity(double d) { return esf::missing_kind(d) == esf::missing_kind(esf::missing_letter('M')); }
 
 double custom_end(const INTERVAL& iv, double x, double n) {
-  return calendar::with_custom_record(iv, [&](INTERVALX* ix) {
-    return customINTNXE(ix, x, n);
-  });
+  return calendar::with_custom_record(iv, [&](INTERVALX* ix) { return customINTNXE(ix, x, n); });
 }
 
 // The one-day interval that a clipped "S" result steps back by: DAY, or the
@@ -88,8 +84,7 @@ double same_place(INTERVAL* istr, double inptDate, double n, double begin, INTER
 
 }  // namespace
 
-extern "C" double zintnx3(struct INTERVAL* istr, double inptDate, double n, tchar* align,
-                          struct INTERVAL* sub_intrvl) {
+extern "C" double zintnx3(struct INTERVAL* istr, double inptDate, double n, tchar* align, struct INTERVAL* sub_intrvl) {
   if (istr == nullptr || esf::is_missing(n)) return esf::kMissing;
   const int code = istr->intcode;
   const bool custom = code >= kIntCustom;
@@ -107,7 +102,8 @@ extern "C" double zintnx3(struct INTERVAL* istr, double inptDate, double n, tcha
   }
 
   switch (alignment) {
-    case 'B': return begin;
+    case 'B':
+      return begin;
     case 'E': {
       if (custom) return custom_end(*istr, inptDate, n);
       const double next = zintnx2(istr, inptDate, n + 1.0);
@@ -126,6 +122,7 @@ extern "C" double zintnx3(struct INTERVAL* istr, double inptDate, double n, tcha
     case 'S':
       if (is_reserved_intcode(code) || custom) return begin;
       return same_place(istr, inptDate, n, begin, sub_intrvl);
-    default: return begin;
+    default:
+      return begin;
   }
 }

@@ -146,10 +146,10 @@ bool week_codes(INTERVAL& intv, double stdate, int scode, long n, int ns, int* s
 
 // The working state of one call of zintscd or zintscd2.
 struct SeasonCall {
-  INTERVALX* intvx;   // the interval, as an INTERVALX
-  INTERVALX* sintv;   // its cycle
-  int rc;             // result of the cycle search
-  int sns;            // number of seasons that the search found
+  INTERVALX* intvx;  // the interval, as an INTERVALX
+  INTERVALX* sintv;  // its cycle
+  int rc;            // result of the cycle search
+  int sns;           // number of seasons that the search found
 };
 
 enum class Found { kCycle, kNoCycle, kRefused };
@@ -175,9 +175,8 @@ int fill_codes(SeasonCall& call, double stdate, int scode, long n, int* scodes, 
 
   if (is_weekly(code) && scode >= 0) {
     if (scode > ns) scode = 0;
-    const bool filled = intv.shiftper == kShiftCountPlainWeeks
-                            ? plain_week_codes(intv, stdate, scode, n, ns, scodes)
-                            : week_codes(intv, stdate, scode, n, ns, scodes);
+    const bool filled = intv.shiftper == kShiftCountPlainWeeks ? plain_week_codes(intv, stdate, scode, n, ns, scodes)
+                                                               : week_codes(intv, stdate, scode, n, ns, scodes);
     if (!filled) {
       clear_codes(scodes, n);
       return -1;
@@ -187,9 +186,7 @@ int fill_codes(SeasonCall& call, double stdate, int scode, long n, int* scodes, 
 
   long long s = 0;
   if (code == kIntCustom) {
-    const auto index = [&](double t) {
-      return customINTINDEX(call.intvx, stdate, t);
-    };
+    const auto index = [&](double t) { return customINTINDEX(call.intvx, stdate, t); };
     if (ns_in < 0) {
       for (long t = 0; t < n; ++t) {
         long long v = 0;

@@ -48,11 +48,14 @@ constexpr int retail_year_of(int code) {
   switch (code) {
     case kIntR445Mon:
     case kIntR445Qtr:
-    case kIntR445Yr: return kIntR445Yr;
+    case kIntR445Yr:
+      return kIntR445Yr;
     case kIntR454Mon:
     case kIntR454Qtr:
-    case kIntR454Yr: return kIntR454Yr;
-    default: return kIntR544Yr;
+    case kIntR454Yr:
+      return kIntR454Yr;
+    default:
+      return kIntR544Yr;
   }
 }
 
@@ -60,30 +63,65 @@ constexpr int retail_year_of(int code) {
 // the reserved values, custom intervals).
 bool standard_cycle(int code, CycleRow* row) {
   switch (code) {
-    case kIntSecond: *row = {kIntMinute, kSixtieths, 60}; return true;
-    case kIntMinute: *row = {kIntHour, kSixtieths, 60}; return true;
-    case kIntHour: *row = {kIntDay, kHourParts, 24}; return true;
-    case kIntDay: *row = {kIntWeek, kWholeOnly, 7}; return true;
-    case kIntWeekday: *row = {kIntWeek, {}, 0}; return true;
-    case kIntWeek: *row = {kIntYear, kWeekParts, 52}; return true;
-    case kIntWeekv: *row = {kIntYearv, kWeekParts, 52}; return true;
-    case kIntTenday: *row = {kIntYear, kTendayParts, 36}; return true;
-    case kIntSemimonth: *row = {kIntYear, kSemimonthParts, 24}; return true;
-    case kIntMonth: *row = {kIntYear, kMonthParts, 12}; return true;
+    case kIntSecond:
+      *row = {kIntMinute, kSixtieths, 60};
+      return true;
+    case kIntMinute:
+      *row = {kIntHour, kSixtieths, 60};
+      return true;
+    case kIntHour:
+      *row = {kIntDay, kHourParts, 24};
+      return true;
+    case kIntDay:
+      *row = {kIntWeek, kWholeOnly, 7};
+      return true;
+    case kIntWeekday:
+      *row = {kIntWeek, {}, 0};
+      return true;
+    case kIntWeek:
+      *row = {kIntYear, kWeekParts, 52};
+      return true;
+    case kIntWeekv:
+      *row = {kIntYearv, kWeekParts, 52};
+      return true;
+    case kIntTenday:
+      *row = {kIntYear, kTendayParts, 36};
+      return true;
+    case kIntSemimonth:
+      *row = {kIntYear, kSemimonthParts, 24};
+      return true;
+    case kIntMonth:
+      *row = {kIntYear, kMonthParts, 12};
+      return true;
     case kIntR445Mon:
     case kIntR454Mon:
-    case kIntR544Mon: *row = {retail_year_of(code), kMonthParts, 12}; return true;
-    case kIntQtr: *row = {kIntYear, kQuarterParts, 4}; return true;
+    case kIntR544Mon:
+      *row = {retail_year_of(code), kMonthParts, 12};
+      return true;
+    case kIntQtr:
+      *row = {kIntYear, kQuarterParts, 4};
+      return true;
     case kIntR445Qtr:
     case kIntR454Qtr:
-    case kIntR544Qtr: *row = {retail_year_of(code), kQuarterParts, 4}; return true;
-    case kIntSemiyear: *row = {kIntYear, kWholeOnly, 2}; return true;
-    case kIntYear: *row = {kIntYear, kWholeOnly, 1}; return true;
+    case kIntR544Qtr:
+      *row = {retail_year_of(code), kQuarterParts, 4};
+      return true;
+    case kIntSemiyear:
+      *row = {kIntYear, kWholeOnly, 2};
+      return true;
+    case kIntYear:
+      *row = {kIntYear, kWholeOnly, 1};
+      return true;
     case kIntR445Yr:
     case kIntR454Yr:
-    case kIntR544Yr: *row = {code, kWholeOnly, 1}; return true;
-    case kIntYearv: *row = {kIntYearv, kWholeOnly, 1}; return true;
-    default: return false;
+    case kIntR544Yr:
+      *row = {code, kWholeOnly, 1};
+      return true;
+    case kIntYearv:
+      *row = {kIntYearv, kWholeOnly, 1};
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -198,8 +236,7 @@ int custom_cycle(INTERVAL* interval, double date, INTERVAL* sinterval, int* nsea
 // The search shared by zintsea and zintsea2, after their argument checks;
 // `*nseasons` is 0 and `sinterval` cleared. `nsin` is the caller's
 // *nseasons on entry, which zintsea2 reads for the weekly counts.
-int find_cycle(INTERVAL* interval, double date, INTERVAL* sinterval, int* nseasons, bool second_form,
-               int nsin) {
+int find_cycle(INTERVAL* interval, double date, INTERVAL* sinterval, int* nseasons, bool second_form, int nsin) {
   const int code = interval->intcode;
   const int per = interval->intper < 1 ? 1 : interval->intper;
 

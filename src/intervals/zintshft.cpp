@@ -12,31 +12,45 @@ namespace {
 // that has none (WEEKDAY and custom intervals are built apart).
 const char* sub_interval_name(int code) {
   switch (code) {
-    case kIntNone: return "NONE";
-    case kIntObs: return "OBS";
-    case kIntSecond: return "SECOND";
-    case kIntMinute: return "MINUTE";
-    case kIntHour: return "HOUR";
+    case kIntNone:
+      return "NONE";
+    case kIntObs:
+      return "OBS";
+    case kIntSecond:
+      return "SECOND";
+    case kIntMinute:
+      return "MINUTE";
+    case kIntHour:
+      return "HOUR";
     case kIntDay:
     case kIntWeek:
-    case kIntWeekv: return "DAY";
-    case kIntTenday: return "TENDAY";
-    case kIntSemimonth: return "SEMIMONTH";
+    case kIntWeekv:
+      return "DAY";
+    case kIntTenday:
+      return "TENDAY";
+    case kIntSemimonth:
+      return "SEMIMONTH";
     case kIntMonth:
     case kIntQtr:
     case kIntSemiyear:
-    case kIntYear: return "MONTH";
+    case kIntYear:
+      return "MONTH";
     case kIntR445Mon:
     case kIntR445Qtr:
-    case kIntR445Yr: return "R445MON";
+    case kIntR445Yr:
+      return "R445MON";
     case kIntR454Mon:
     case kIntR454Qtr:
-    case kIntR454Yr: return "R454MON";
+    case kIntR454Yr:
+      return "R454MON";
     case kIntR544Mon:
     case kIntR544Qtr:
-    case kIntR544Yr: return "R544MON";
-    case kIntYearv: return "WEEKV";
-    default: return nullptr;
+    case kIntR544Yr:
+      return "R544MON";
+    case kIntYearv:
+      return "WEEKV";
+    default:
+      return nullptr;
   }
 }
 

@@ -55,38 +55,31 @@ constexpr NameTail tail(const char (&text)[N], int code) {
   return NameTail{text, N - 1, code};
 }
 
-constexpr NameTail kTailsA[] = {tail("NNUAL", kIntYear), tail("NNUALLY", kIntYear),
-                                tail("NNUALS", kIntYear)};
+constexpr NameTail kTailsA[] = {tail("NNUAL", kIntYear), tail("NNUALLY", kIntYear), tail("NNUALS", kIntYear)};
 constexpr NameTail kTailsD[] = {tail("AY", kIntDay), tail("AILY", kIntDay), tail("AYS", kIntDay)};
-constexpr NameTail kTailsH[] = {tail("OUR", kIntHour), tail("OURLY", kIntHour),
-                                tail("OURS", kIntHour), tail("R", kIntHour)};
-constexpr NameTail kTailsM[] = {tail("ONTH", kIntMonth),   tail("ONTHLY", kIntMonth),
-                                tail("ONTHS", kIntMonth),  tail("ON", kIntMonth),
-                                tail("INUTE", kIntMinute), tail("INUTES", kIntMinute),
+constexpr NameTail kTailsH[] = {tail("OUR", kIntHour), tail("OURLY", kIntHour), tail("OURS", kIntHour),
+                                tail("R", kIntHour)};
+constexpr NameTail kTailsM[] = {tail("ONTH", kIntMonth), tail("ONTHLY", kIntMonth), tail("ONTHS", kIntMonth),
+                                tail("ON", kIntMonth),   tail("INUTE", kIntMinute), tail("INUTES", kIntMinute),
                                 tail("IN", kIntMinute)};
 constexpr NameTail kTailsN[] = {tail("ONE", kIntNone)};
 constexpr NameTail kTailsO[] = {tail("BS", kIntObs)};
-constexpr NameTail kTailsQ[] = {tail("TR", kIntQtr),       tail("UARTER", kIntQtr),
-                                tail("UARTERLY", kIntQtr), tail("UARTERS", kIntQtr),
-                                tail("TRLY", kIntQtr),     tail("TRS", kIntQtr)};
-constexpr NameTail kTailsR[] = {tail("445MON", kIntR445Mon), tail("454MON", kIntR454Mon),
-                                tail("544MON", kIntR544Mon), tail("445QTR", kIntR445Qtr),
-                                tail("454QTR", kIntR454Qtr), tail("544QTR", kIntR544Qtr),
-                                tail("445YR", kIntR445Yr),   tail("454YR", kIntR454Yr),
-                                tail("544YR", kIntR544Yr)};
+constexpr NameTail kTailsQ[] = {tail("TR", kIntQtr),      tail("UARTER", kIntQtr), tail("UARTERLY", kIntQtr),
+                                tail("UARTERS", kIntQtr), tail("TRLY", kIntQtr),   tail("TRS", kIntQtr)};
+constexpr NameTail kTailsR[] = {tail("445MON", kIntR445Mon), tail("454MON", kIntR454Mon), tail("544MON", kIntR544Mon),
+                                tail("445QTR", kIntR445Qtr), tail("454QTR", kIntR454Qtr), tail("544QTR", kIntR544Qtr),
+                                tail("445YR", kIntR445Yr),   tail("454YR", kIntR454Yr),   tail("544YR", kIntR544Yr)};
 constexpr NameTail kTailsS[] = {
-    tail("ECOND", kIntSecond),        tail("ECONDS", kIntSecond),        tail("EC", kIntSecond),
-    tail("EMIMONTH", kIntSemimonth),  tail("EMIMONTHLY", kIntSemimonth), tail("EMIMONTHS", kIntSemimonth),
-    tail("EMIMON", kIntSemimonth),    tail("EMIYEAR", kIntSemiyear),     tail("EMIYEARLY", kIntSemiyear),
-    tail("EMIYEARS", kIntSemiyear),   tail("EMIYR", kIntSemiyear),       tail("EMIANNUAL", kIntSemiyear),
+    tail("ECOND", kIntSecond),       tail("ECONDS", kIntSecond),        tail("EC", kIntSecond),
+    tail("EMIMONTH", kIntSemimonth), tail("EMIMONTHLY", kIntSemimonth), tail("EMIMONTHS", kIntSemimonth),
+    tail("EMIMON", kIntSemimonth),   tail("EMIYEAR", kIntSemiyear),     tail("EMIYEARLY", kIntSemiyear),
+    tail("EMIYEARS", kIntSemiyear),  tail("EMIYR", kIntSemiyear),       tail("EMIANNUAL", kIntSemiyear),
     tail("EMIANN", kIntSemiyear)};
 constexpr NameTail kTailsT[] = {tail("ENDAY", kIntTenday)};
-constexpr NameTail kTailsW[] = {tail("EEK", kIntWeek),         tail("EEKLY", kIntWeek),
-                                tail("EEKS", kIntWeek),        tail("EEKDAY", kIntWeekday),
-                                tail("EEKDAYS", kIntWeekday),  tail("EEKV", kIntWeekv)};
-constexpr NameTail kTailsY[] = {tail("EAR", kIntYear),   tail("EARS", kIntYear),
-                                tail("EARLY", kIntYear), tail("R", kIntYear),
-                                tail("EARV", kIntYearv)};
+constexpr NameTail kTailsW[] = {tail("EEK", kIntWeek),       tail("EEKLY", kIntWeek),      tail("EEKS", kIntWeek),
+                                tail("EEKDAY", kIntWeekday), tail("EEKDAYS", kIntWeekday), tail("EEKV", kIntWeekv)};
+constexpr NameTail kTailsY[] = {tail("EAR", kIntYear), tail("EARS", kIntYear), tail("EARLY", kIntYear),
+                                tail("R", kIntYear), tail("EARV", kIntYearv)};
 
 template <int N>
 int match_tail(const NameTail (&tails)[N], const tchar* rest, int rest_length) {
@@ -106,19 +99,32 @@ int getname(const tchar* name, int l) {
   const tchar* rest = name + 1;
   const int rest_length = l - 1;
   switch (name[0]) {
-    case 'A': return match_tail(kTailsA, rest, rest_length);
-    case 'D': return match_tail(kTailsD, rest, rest_length);
-    case 'H': return match_tail(kTailsH, rest, rest_length);
-    case 'M': return match_tail(kTailsM, rest, rest_length);
-    case 'N': return match_tail(kTailsN, rest, rest_length);
-    case 'O': return match_tail(kTailsO, rest, rest_length);
-    case 'Q': return match_tail(kTailsQ, rest, rest_length);
-    case 'R': return match_tail(kTailsR, rest, rest_length);
-    case 'S': return match_tail(kTailsS, rest, rest_length);
-    case 'T': return match_tail(kTailsT, rest, rest_length);
-    case 'W': return match_tail(kTailsW, rest, rest_length);
-    case 'Y': return match_tail(kTailsY, rest, rest_length);
-    default: return -1;
+    case 'A':
+      return match_tail(kTailsA, rest, rest_length);
+    case 'D':
+      return match_tail(kTailsD, rest, rest_length);
+    case 'H':
+      return match_tail(kTailsH, rest, rest_length);
+    case 'M':
+      return match_tail(kTailsM, rest, rest_length);
+    case 'N':
+      return match_tail(kTailsN, rest, rest_length);
+    case 'O':
+      return match_tail(kTailsO, rest, rest_length);
+    case 'Q':
+      return match_tail(kTailsQ, rest, rest_length);
+    case 'R':
+      return match_tail(kTailsR, rest, rest_length);
+    case 'S':
+      return match_tail(kTailsS, rest, rest_length);
+    case 'T':
+      return match_tail(kTailsT, rest, rest_length);
+    case 'W':
+      return match_tail(kTailsW, rest, rest_length);
+    case 'Y':
+      return match_tail(kTailsY, rest, rest_length);
+    default:
+      return -1;
   }
 }
 
@@ -229,9 +235,7 @@ int retail_position(const tchar* token, int l) {
 
 // Asks the custom registry about the first `len` characters of `name`:
 // kIntCustom for a mapped name, anything else for a miss.
-int lookup_custom_name(tchar* name, int len) {
-  return getcustomname(name, len);
-}
+int lookup_custom_name(tchar* name, int len) { return getcustomname(name, len); }
 
 }  // namespace
 

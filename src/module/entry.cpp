@@ -25,24 +25,24 @@ constexpr int kNumMethods = esf::kNumMethods;
 constexpr int kPointerBlock = 0x2004;
 
 const QKS_Version_Info kRevision = {
-    __DATE__,                                  // portdate
-    "",                                        // track_lookthrough
-    "",                                        // track_additional
-    0,                                         // build_epoch
-    "esforecast",                              // product_name
-    "",                                        // script_name
-    "",                                        // script_dvd
-    "",                                        // script_loc
-    "M0",                                      // maintenance
-    ESF_VERSION,                               // version
-    "Linux",                                   // os_version
-    "",                                        // hotfix
-    "",                                        // hotfix_Install
+    __DATE__,                                                // portdate
+    "",                                                      // track_lookthrough
+    "",                                                      // track_additional
+    0,                                                       // build_epoch
+    "esforecast",                                            // product_name
+    "",                                                      // script_name
+    "",                                                      // script_dvd
+    "",                                                      // script_loc
+    "M0",                                                    // maintenance
+    ESF_VERSION,                                             // version
+    "Linux",                                                 // os_version
+    "",                                                      // hotfix
+    "",                                                      // hotfix_Install
     "Exponential smoothing methods and calendar intervals",  // description
-    "",                                        // description_Install
-    "stand-alone host",                        // environment
-    __TIME__,                                  // build_time
-    0,                                         // prodid
+    "",                                                      // description_Install
+    "stand-alone host",                                      // environment
+    __TIME__,                                                // build_time
+    0,                                                       // prodid
     {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
@@ -71,15 +71,15 @@ WIPGMCON pcn_QORFMSM = {
 WIPGMCON* mcn_pcns[2] = {&pcn_QORFMSM, nullptr};
 
 VIMODCON vi_mcn = {
-    "QOR_Image_Information=",  // tag, zero padded to 24
-    0xB0BDEBEDul,              // modconmagic
-    8,                         // compat_flags
-    ESF_VERSION_SHORT,         // portver
+    "QOR_Image_Information=",    // tag, zero padded to 24
+    0xB0BDEBEDul,                // modconmagic
+    8,                           // compat_flags
+    ESF_VERSION_SHORT,           // portver
     ESF_VERSION " stand-alone",  // portverl
-    __DATE__ " " __TIME__,     // builddate
-    mcn_pcns,                  // pgmcons
+    __DATE__ " " __TIME__,       // builddate
+    mcn_pcns,                    // pgmcons
     const_cast<char*>(kCopyright),
-    "001",                     // releasenum
+    "001",  // releasenum
 };
 
 // The platform hook of the start routine; nothing to do on this platform.
@@ -126,9 +126,7 @@ int qorfmsm(int argc, char** argv) {
   return 1;
 }
 
-int esf_fit_ended(int slot, PSCPLIST* plist, List self, FITEND* end) {
-  return esf::fit_ended(slot, plist, self, end);
-}
+int esf_fit_ended(int slot, PSCPLIST* plist, List self, FITEND* end) { return esf::fit_ended(slot, plist, self, end); }
 
 void qkvercn1(QKS_Version_Info* verinfo) {
   if (verinfo != nullptr) *verinfo = kRevision;

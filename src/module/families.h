@@ -30,8 +30,7 @@ enum FamilyType {
 enum WeightKind { kLevelWeight = 0, kTrendWeight = 1, kDampingWeight = 2, kSeasonalWeight = 3 };
 inline constexpr int kNumWeightKinds = 4;
 // The name of each kind of weight in SMOOTHING_WEIGHTS and the bounds list.
-inline constexpr const char* kWeightKindItem[kNumWeightKinds] = {"LEVEL", "TREND", "DAMPING",
-                                                                 "SEASONAL"};
+inline constexpr const char* kWeightKindItem[kNumWeightKinds] = {"LEVEL", "TREND", "DAMPING", "SEASONAL"};
 
 // One item of the SMOOTHING_WEIGHTS list a fit writes: its name and the
 // index of the weight in pest.parms whose value it holds.
@@ -49,29 +48,29 @@ struct FamilyForm {
 };
 
 struct Family {
-  int type;                                   // kFamilySimple ... kFamilyWinters
-  const char* fit_method;                     // exported name of the fit method
-  const char* forecast_method;                // exported name of the forecast method
-  int nparms;                                 // number of weights, [1, 3]
+  int type;                     // kFamilySimple ... kFamilyWinters
+  const char* fit_method;       // exported name of the fit method
+  const char* forecast_method;  // exported name of the forecast method
+  int nparms;                   // number of weights, [1, 3]
 
   // Fit results.
-  WeightItem weight_items[3];                 // SMOOTHING_WEIGHTS, in order
+  WeightItem weight_items[3];  // SMOOTHING_WEIGHTS, in order
   int n_weight_items;
-  const char* names[3];                       // ESTIMATES.NAMES, one per weight
-  const char* labels[3];                      // ESTIMATES.LABELS, one per weight
-  bool labels_by_putstvlab;                   // LABELS come from putstvlab instead
-  bool trended;                               // states carry a TREND
+  const char* names[3];      // ESTIMATES.NAMES, one per weight
+  const char* labels[3];     // ESTIMATES.LABELS, one per weight
+  bool labels_by_putstvlab;  // LABELS come from putstvlab instead
+  bool trended;              // states carry a TREND
 
   // Arguments read beyond the common ones.
-  bool fit_reads_nseasons;                    // NSEASONS into ts.nseasons (fit)
-  bool forecast_reads_nseasons;               // NSEASONS into ts.nseasons (forecast)
-  bool seasonal;                              // CODE and TYPE; season codes and factors
-  const char* type_text;                      // the TYPE a seasonal family accepts
-  const char* code_default;                   // CODE when the item is absent
-  bool winters;                               // CODE "WINTA" sets `additive`; the fit
-                                              // reports a missing return-code argument;
-                                              // the forecast reads start values first
-  const char* fit_method_name;                // upper-case name used in that report
+  bool fit_reads_nseasons;       // NSEASONS into ts.nseasons (fit)
+  bool forecast_reads_nseasons;  // NSEASONS into ts.nseasons (forecast)
+  bool seasonal;                 // CODE and TYPE; season codes and factors
+  const char* type_text;         // the TYPE a seasonal family accepts
+  const char* code_default;      // CODE when the item is absent
+  bool winters;                  // CODE "WINTA" sets `additive`; the fit
+                                 // reports a missing return-code argument;
+                                 // the forecast reads start values first
+  const char* fit_method_name;   // upper-case name used in that report
 
   // Forecast: the place in parms.parms of the level, trend, damping and
   // seasonal weight, -1 where the family has no such weight.
@@ -239,4 +238,3 @@ constexpr const Family* family_of_method(std::string_view name) {
 }
 
 }  // namespace esf
-

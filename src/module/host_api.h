@@ -18,10 +18,10 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "module/export.h"
 #include "host/host_ctype.h"
 #include "host/host_dates.h"
 #include "host/host_text.h"
+#include "module/export.h"
 #include "primitives/primitives.h"  // tchar, QKChar, QKStatus, QKPoolh
 
 #ifdef __cplusplus
@@ -29,9 +29,9 @@ extern "C" {
 #endif
 
 typedef void* ptr;
-typedef int rctype;       // a host status: 0, a negative error or a positive warning
-typedef long ListId;      // the host's number of a list; 0 is no list
-typedef long SLIndex;     // a 1-based index into a list
+typedef int rctype;    // a host status: 0, a negative error or a positive warning
+typedef long ListId;   // the host's number of a list; 0 is no list
+typedef long SLIndex;  // a 1-based index into a list
 
 // Counted name of at most 32 characters; the module's u_sname (declared in
 // module/win_model.h) has this layout, and znamdiv fills records of it.
@@ -66,28 +66,28 @@ typedef struct SLIST_ITEM {
       int len;
     } c;
   } data;
-  tchar* name;              // item name, null when the item has none
+  tchar* name;  // item name, null when the item has none
   int name_l;
 } SLIST_ITEM;
 
 // A list.  `lastUsed` and `lastIndex` are the position of a walk: a walker
 // resets them (to null and 0) and moves them with each item it visits.
 typedef struct SLIST {
-  long length;              // number of items
-  SLIST_ITEM* head;         // first item, null when empty
-  SLIST_ITEM* tail;         // last item
-  SLIST_ITEM* lastUsed;     // item at `lastIndex`, or null
-  long lastIndex;           // 1-based index of `lastUsed`, 0 when unset
-  ListId id;                // the list's own number
-  struct FMCOM* fmcomp;     // the component that owns it
+  long length;           // number of items
+  SLIST_ITEM* head;      // first item, null when empty
+  SLIST_ITEM* tail;      // last item
+  SLIST_ITEM* lastUsed;  // item at `lastIndex`, or null
+  long lastIndex;        // 1-based index of `lastUsed`, 0 when unset
+  ListId id;             // the list's own number
+  struct FMCOM* fmcomp;  // the component that owns it
 } SLIST;
 typedef SLIST* List;
 
 // The host's component handle: the owner of a family of lists.  Lists made
 // with one FMCOM are found again by their ListId through the same FMCOM.
 typedef struct FMCOM {
-  uint32_t magic;           // kFmcomMagic for a live component
-  void* registry;           // the host's list registry
+  uint32_t magic;  // kFmcomMagic for a live component
+  void* registry;  // the host's list registry
 } FMCOM;
 
 // New empty list; `*list` receives it.  Returns its id, 0 on failure.
@@ -108,8 +108,8 @@ int slgni(List list, const tchar* name, int len, int occurrence, int from, long*
 int slgns(List list, const tchar* name, int len, int occurrence, int from, short* out, const short* dflt);
 // Named characters, not terminated, pointing into the item.  An absent item
 // with a default gives the default and 0; without a default, non-zero.
-int slgnc(List list, const tchar* name, int len, int occurrence, int from, tchar** out, int* outlen,
-          const tchar* dflt, int dfltlen);
+int slgnc(List list, const tchar* name, int len, int occurrence, int from, tchar** out, int* outlen, const tchar* dflt,
+          int dfltlen);
 
 // Insert a named sublist or double at `index` (-1 appends).
 int slinsl(List list, ListId id, SLIndex index, const tchar* name, int len);
@@ -202,7 +202,7 @@ int posretd(PSCPLIST* plist, int slot, double value, int flags);
 
 // The host's current pool: a record of two entries.
 typedef struct VMPOOL {
-  void* (*alloc)(struct VMPOOL* pool, long bytes, int flags);     // memory or null
+  void* (*alloc)(struct VMPOOL* pool, long bytes, int flags);      // memory or null
   int (*free)(struct VMPOOL* pool, void* p, long len, int flags);  // gives a block back
   void* impl;                                                      // the host's own
 } VMPOOL;
@@ -224,11 +224,11 @@ typedef void (*REBDTOR)(rebid reb, rebslotid slotid);
 
 // The host's task descriptor.
 typedef struct TASKDESC {
-  long tkword;        // the word virv2g is given
-  rebid xreb;         // the task's resource block
+  long tkword;  // the word virv2g is given
+  rebid xreb;   // the task's resource block
   tchar* xname;
   int xname_l;
-  rebid sreb;         // the session's resource block
+  rebid sreb;  // the session's resource block
   tchar* sname;
   int sname_l;
 } TASKDESC;
@@ -286,8 +286,8 @@ tchar* xoptcgt(const char* name, int* len);
 // shortest), %s (terminated text), %*s (int length, then text of exactly that
 // many characters), %% and %n (a new line).  Width and precision as in C; a
 // precision of 90 or more means precision - 90.
-int xps(const char* fmt, ...);     // appends to the current print line
-int xpsout(const char* fmt, ...);  // appends and ends the line
+int xps(const char* fmt, ...);                         // appends to the current print line
+int xpsout(const char* fmt, ...);                      // appends and ends the line
 int xpsstr(char* buf, int max, const char* fmt, ...);  // formats into buf; returns the length
 // Catalogue message `msg` of `module` with its arguments, into buf; returns
 // the length (0 for an unknown message, buf then empty).
@@ -314,14 +314,14 @@ typedef struct XOFILE XOFILE;
 
 // The parameter record of an open table.
 typedef struct XO_PARMS {
-  XOFILE* fileid;   // the open table
+  XOFILE* fileid;  // the open table
   long irid;
   long orid;
   void* recptr;
-  long obsnum;      // row number for xopnt (1-based)
+  long obsnum;  // row number for xopnt (1-based)
   int lockwait;
   int flags;
-  int opcode;       // operation for the read entry and xopnt
+  int opcode;  // operation for the read entry and xopnt
   long count;
   long growth;
 } XO_PARMS;
@@ -336,18 +336,18 @@ typedef struct XOVECTOR {
 
 struct XOFILE {
   XOVECTOR* vector;
-  int status;       // status of the last add
-  void* impl;       // the host's own
+  int status;  // status of the last add
+  void* impl;  // the host's own
 };
 
-#define XO_OUTPUT 2               // opnmode: create a table
-#define XO_INPUT 0x04000001       // opnmode: read a table
-#define XO_ABORT 65536            // xoclose: discard the table
-#define XO_READNEXT 0x0B          // read opcode: the next row
-#define XO_READFLAG 0x40          // flag set with XO_READNEXT
-#define XO_PNTLAST 3              // xopnt: before the last row
-#define XO_PNTOBS 4               // xopnt: before row obsnum
-#define XO_EOF 0x801              // no further row
+#define XO_OUTPUT 2          // opnmode: create a table
+#define XO_INPUT 0x04000001  // opnmode: read a table
+#define XO_ABORT 65536       // xoclose: discard the table
+#define XO_READNEXT 0x0B     // read opcode: the next row
+#define XO_READFLAG 0x40     // flag set with XO_READNEXT
+#define XO_PNTLAST 3         // xopnt: before the last row
+#define XO_PNTOBS 4          // xopnt: before row obsnum
+#define XO_EOF 0x801         // no further row
 
 // A counted name of 32 characters inside XOPNSTR.
 typedef struct XSNAME {
@@ -360,19 +360,19 @@ typedef struct XOPNSTR {
     struct {
       tchar libref[8];  // blank-padded; blank means WORK
     } lib;
-    XSNAME mem;         // member name
-    tchar memtype[8];   // blank-padded
+    XSNAME mem;        // member name
+    tchar memtype[8];  // blank-padded
   } name;
-  int opnmode;          // XO_OUTPUT or XO_INPUT
-  long obs;             // -1
+  int opnmode;  // XO_OUTPUT or XO_INPUT
+  long obs;     // -1
   int maxrc;
 } XOPNSTR;
 
 // Description of one variable.
 typedef struct NAMESTR {
-  short ntype;          // 1 numeric, 2 character
-  long nlng;            // length in bytes
-  long nvar0;           // variable number, from 1
+  short ntype;  // 1 numeric, 2 character
+  long nlng;    // length in bytes
+  long nvar0;   // variable number, from 1
   short namelen;
   tchar* name_p;
   short nlablen;
@@ -386,8 +386,8 @@ typedef struct NAMESTR {
 // Splits a table name "lib.mem.type" into its parts (`n` of them asked
 // for; the parts absent from the name are blank with length 0).  Non-zero
 // for a name that is empty, has more parts than asked, or parts too long.
-int znamdiv(int flags, const tchar* name, int len, int* count, int n, struct u_sname* lib,
-            struct u_sname* mem, struct u_sname* type);
+int znamdiv(int flags, const tchar* name, int len, int* count, int n, struct u_sname* lib, struct u_sname* mem,
+            struct u_sname* type);
 
 // Opens a table: sets xoparm->fileid.  Negative on error, positive warning.
 int xoopen(XO_PARMS* xoparm, XOPNSTR* xopnstr);
@@ -430,7 +430,7 @@ typedef struct FATTRSTR {
   short fdmin;
   short fdmax;
   short fddef;
-  char ftype;   // 'N' numeric, 'C' character
+  char ftype;  // 'N' numeric, 'C' character
 } FATTRSTR;
 // `kind` 'F' for a format, 'I' for an informat.  0, or non-zero for an
 // unknown name.
@@ -456,9 +456,9 @@ void zsweep(double* a, int k, int n, char* cc, double* work, double tol);
 
 // A journal: collects the statuses of the cache extension.
 typedef struct WRJNL {
-  uint32_t sig;                                           // WRJNL_SIG
-  QKStatus status;                                        // worst status recorded, 0 if none
-  int (*dumpToList)(struct WRJNL* jnl, QKStatus* rc);     // *rc = status; 0
+  uint32_t sig;                                        // WRJNL_SIG
+  QKStatus status;                                     // worst status recorded, 0 if none
+  int (*dumpToList)(struct WRJNL* jnl, QKStatus* rc);  // *rc = status; 0
   void (*destroy)(struct WRJNL* jnl);
 } WRJNL;
 typedef WRJNL* WRJnlh;
@@ -479,8 +479,8 @@ typedef struct CINTCIntDSMap {
 
 // What a table to be cached looks like.
 typedef struct CINTCParms {
-  int flags;        // 1: END, 2: SEASON
-  int n;            // rows foreseen
+  int flags;  // 1: END, 2: SEASON
+  int n;      // rows foreseen
   QKChar* lib;
   int lib_l;
   QKChar* member;
@@ -495,14 +495,14 @@ typedef struct CINTCParms {
 // each with releaseRef.
 typedef struct CINTC_INFO CINTCInfo;
 struct CINTC_INFO {
-  QKMemPtr private_;                   // the cache's own
+  QKMemPtr private_;  // the cache's own
   void (*releaseRef)(CINTCInfo* info);
   CINTCobjh cacheObj;
-  int n;                               // rows foreseen
-  int nused;                           // rows read
+  int n;      // rows foreseen
+  int nused;  // rows read
   double* beginBuffer;
-  double* endBuffer;                   // null without END
-  double* seasBuffer;                  // null without SEASON
+  double* endBuffer;   // null without END
+  double* seasBuffer;  // null without SEASON
   QKChar* fmt;
   int fmt_l;
   int fmt_w;
@@ -553,34 +553,34 @@ typedef struct QKHANDLE {
 typedef int (*WIPGMEP)(int argc, char** argv);
 
 typedef struct WIPGMCON {
-  long stacksize;    // -65536
-  long isa;          // 1024
-  long osa;          // 1024
-  char name[8];      // "qorfmsm "
-  long flags;        // 0
-  WIPGMEP ep;        // qorfmsm
-  long imgtype;      // 4
+  long stacksize;  // -65536
+  long isa;        // 1024
+  long osa;        // 1024
+  char name[8];    // "qorfmsm "
+  long flags;      // 0
+  WIPGMEP ep;      // qorfmsm
+  long imgtype;    // 4
   long support;
   long prodid;
-  long cntlc;        // 15
+  long cntlc;  // 15
 } WIPGMCON;
 
 typedef struct VIMODCON {
-  char tag[24];               // "QOR_Image_Information=", zero padded
-  unsigned long modconmagic;  // 0xB0BDEBED
-  unsigned long compat_flags; // 8
+  char tag[24];                // "QOR_Image_Information=", zero padded
+  unsigned long modconmagic;   // 0xB0BDEBED
+  unsigned long compat_flags;  // 8
   char portver[6];
   char portverl[20];
   char builddate[24];
-  WIPGMCON** pgmcons;         // mcn_pcns
+  WIPGMCON** pgmcons;  // mcn_pcns
   char* copyright;
-  char releasenum[4];         // "001"
+  char releasenum[4];  // "001"
 } VIMODCON;
 
 // The image's descriptor, made by the host when it loads the image.
 typedef struct VI_PIDB {
   char name[8];
-  void* handle;     // the loader's handle of the image
+  void* handle;  // the loader's handle of the image
   long flags;
 } VI_PIDB;
 
@@ -661,4 +661,3 @@ inline void host_free(void* p) {
   if (pool && p) pool->free(pool, p, 0, 4);
 }
 #endif
-

@@ -178,8 +178,8 @@ int zintqvl(INTERVAL* intv, INTINFO* info, List intvList) {
   slsns(intvList, static_cast<short>(info->nseasons), tx("NSEASONS"), 8, 1, 1);
   // The default format as a name with its width and a point, e.g. "MONYY5.".
   char buf[20];
-  const int n = xpsstr(buf, 20, "%*s%i.", static_cast<int>(info->formatl), info->format,
-                       static_cast<int>(info->formatw));
+  const int n =
+      xpsstr(buf, 20, "%*s%i.", static_cast<int>(info->formatl), info->format, static_cast<int>(info->formatw));
   set_named_text(intvList, buf, n, "IDFORMAT");
   return 0;
 }

@@ -64,8 +64,8 @@ List add_list(List parent, const char* name, FMCOM* fmcomp, bool* failed) {
 
 // One range read from its list, with `d` supplying the defaults and limits.
 // `base` is the first date of the data, from which indexes are counted.
-int read_range(List list, const TIMERANGE& d, double base, long data_end, INTERVAL* interval,
-               TIMERANGE* range, double* end_of_count) {
+int read_range(List list, const TIMERANGE& d, double base, long data_end, INTERVAL* interval, TIMERANGE* range,
+               double* end_of_count) {
   // A present but missing NOBS keeps the default.
   long nobs = d.nobs;
   get_long(list, "NOBS", &nobs, &d.nobs);
@@ -94,8 +94,7 @@ int read_range(List list, const TIMERANGE& d, double base, long data_end, INTERV
 
 // Start values read from a STARTVALS or SVI list. `lrc` gets the number of
 // seasonal factors read, -1 without an SFACTORS list.
-void read_state(List list, FMCOM* fmcomp, int type, int nseasons, SMOOTHVALS* state, long* lrc,
-                List* sfactors) {
+void read_state(List list, FMCOM* fmcomp, int type, int nseasons, SMOOTHVALS* state, long* lrc, List* sfactors) {
   get_double(list, "LEVEL", &state->level, &kMissing);
   get_double(list, "TREND", &state->trend, &kMissing);
   if (type >= kFamilySeasonal) {
@@ -141,8 +140,7 @@ int family_start_values(int type, WINMODEL* model) {
     return zesssvi(x, misflg, n, ts.nseasons, nstart, 1, &svi.level, svi.sfactor);
   }
   if (type == kFamilyWinters) {
-    return zwinsvi(x, misflg, n, ts.nseasons, nstart, model->additive, 1, &svi.level, &svi.trend,
-                   svi.sfactor);
+    return zwinsvi(x, misflg, n, ts.nseasons, nstart, model->additive, 1, &svi.level, &svi.trend, svi.sfactor);
   }
   return -8;
 }
@@ -180,8 +178,8 @@ long getseries(List tsList, TIMERANGE* datarange, TSERIES* ts) {
       value = item->data.d;
     } else {
       value = slgetnv(item, 0);
-      numeric = item->type == SL_COUNT || item->type == SL_INTEGER || item->type == SL_SHORT ||
-                item->type == SL_BOOLEAN;
+      numeric =
+          item->type == SL_COUNT || item->type == SL_INTEGER || item->type == SL_SHORT || item->type == SL_BOOLEAN;
     }
     if (numeric && zmissr(value, xextr, &nextr) == 0) {
       ts->x[i] = value;
@@ -352,8 +350,8 @@ int getstartvals(List modSpecList, FMCOM* fmcomp, int type, int sviflg, WINMODEL
   return 0;
 }
 
-int getweights(FMCOM* fmcomp, List modSpecList, List modelList, double* wlevel, double* wtrend,
-               double* wdamp, double* wseason) {
+int getweights(FMCOM* fmcomp, List modSpecList, List modelList, double* wlevel, double* wtrend, double* wdamp,
+               double* wseason) {
   struct Wanted {
     const char* name;
     double* out;

@@ -7,8 +7,8 @@
 // the bridge routines are exported for the host's other callers.
 #pragma once
 
-#include "module/export.h"
 #include "intervals/interval.h"
+#include "module/export.h"
 #include "module/families.h"
 #include "module/host_api.h"
 #include "module/win_model.h"
@@ -39,9 +39,8 @@ ESF_EXPORT long getseries(List tsList, struct TIMERANGE* datarange, struct TSERI
 
 // Builds the data, fit and evaluation ranges, each from the one before.
 // Returns 0, or -2 when a range holds fewer than two periods.
-ESF_EXPORT int gettimes(List dataRangeList, List fitRangeList, List evalRangeList,
-             long nobs, struct INTERVAL* interval, struct TIMERANGE* datarange,
-             struct TIMERANGE* fitrange, struct TIMERANGE* evalrange);
+ESF_EXPORT int gettimes(List dataRangeList, List fitRangeList, List evalRangeList, long nobs, struct INTERVAL* interval,
+                        struct TIMERANGE* datarange, struct TIMERANGE* fitrange, struct TIMERANGE* evalrange);
 
 // Fills the weight bounds from a WEIGHT_BOUNDS list; `wgtbndList` may be null.
 ESF_EXPORT void getwgtbnd(List wgtbndList, struct WGTBNDS* wbnds);
@@ -50,27 +49,24 @@ ESF_EXPORT void getwgtbnd(List wgtbndList, struct WGTBNDS* wbnds);
 // be used as it stands (only with `sviflg`), 2 when SVI was given, 0 when
 // start values were computed and stored as SVI in `modSpecList`, or a
 // negative code from the family's start value routine.
-ESF_EXPORT int getstartvals(List modSpecList, struct FMCOM* fmcomp, int type, int sviflg,
-                 struct WINMODEL* model);
+ESF_EXPORT int getstartvals(List modSpecList, struct FMCOM* fmcomp, int type, int sviflg, struct WINMODEL* model);
 
 // Reads the weights a forecast works with, from MODEL_SPEC's
 // SMOOTHING_WEIGHTS or else from PARMVALS.SMOOTHING_WEIGHTS of `modelList`.
 // A null pointer means the family has no such weight. 0 or -999.
-ESF_EXPORT int getweights(struct FMCOM* fmcomp, List modSpecList, List modelList,
-               double* wlevel, double* wtrend, double* wdamp, double* wseason);
+ESF_EXPORT int getweights(struct FMCOM* fmcomp, List modSpecList, List modelList, double* wlevel, double* wtrend,
+                          double* wdamp, double* wseason);
 
 // Inserts SMOOTHED_STATE (SFACTORS, LEVEL, optionally TREND) into `pestList`.
 // 0, or -999 when a list operation failed.
-ESF_EXPORT int setsmoothstate(struct FMCOM* fmcomp, struct SMOOTHVALS* smooth,
-                   int nseasons, int trend, List pestList);
+ESF_EXPORT int setsmoothstate(struct FMCOM* fmcomp, struct SMOOTHVALS* smooth, int nseasons, int trend, List pestList);
 
 // Stores the three weight labels at positions 1 to 3 of `stvnmList`.
 // 0 or -1. The first two arguments are not used.
 ESF_EXPORT int putstvlab(struct INTERVAL* intv, int nseasons, List stvnmList);
 
 // Returns each non-null array to the current pool.
-ESF_EXPORT void mfree(double* x, char* misflg, int* scodes, double* sfactor,
-           double* parms, long* df);
+ESF_EXPORT void mfree(double* x, char* misflg, int* scodes, double* sfactor, double* parms, long* df);
 
 // Maps an internal code to the method return code, writes it into the
 // return-code argument (slot 7 for rtype 0, else 8) and returns it.
@@ -107,4 +103,3 @@ ESF_EXPORT int zintqvl(struct INTERVAL* intv, struct INTINFO* info, List intvLis
 #ifdef __cplusplus
 }
 #endif
-

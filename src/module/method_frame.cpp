@@ -155,8 +155,8 @@ bool read_code_and_type(const Family& family, List modSpecList, bool fit, WINMOD
 }
 
 // Fills the five ESTIMATES lists of a successful fit.
-void write_estimates(const Family& family, WINMODEL* model, List names, List values, List labels,
-                     List stderrs, List tvals) {
+void write_estimates(const Family& family, WINMODEL* model, List names, List values, List labels, List stderrs,
+                     List tvals) {
   const MODELPEST& pest = model->pest;
   for (int i = 0; i < family.nparms; ++i) {
     slsetc(names, i + 1, family.names[i], len_of(family.names[i]), 1);
@@ -196,9 +196,9 @@ int run_fit_method(const Family& family, Drivers drivers, PSCPLIST* plist, List 
   int returnCode = 0;
   char returnCodeMissing = 0;
   int nArgs = 0;
-  const int prc = posargs(plist, self, 6, 6, &nArgs, POS_LIST, &seriesList, POS_LIST, &modSpecList, POS_LIST,
-                          &fitRangeList, POS_LIST, &evalRangeList, POS_LIST, &modelList, POS_INT, &returnCode,
-                          &returnCodeMissing);
+  const int prc =
+      posargs(plist, self, 6, 6, &nArgs, POS_LIST, &seriesList, POS_LIST, &modSpecList, POS_LIST, &fitRangeList,
+              POS_LIST, &evalRangeList, POS_LIST, &modelList, POS_INT, &returnCode, &returnCodeMissing);
   posretd(plist, 7, kNothingRan, 0);
   returnCode = static_cast<int>(kNothingRan);
   if (family.winters && returnCodeMissing != 0) xpsout("%s: returnCode uninitialized", family.fit_method_name);
@@ -238,8 +238,8 @@ int run_fit_method(const Family& family, Drivers drivers, PSCPLIST* plist, List 
   if (family.seasonal && !read_code_and_type(family, modSpecList, true, &model)) return 0;
   getwgtbnd(get_list(modSpecList, "WEIGHT_BOUNDS", fmcomp), &model.wbnds);
 
-  if (gettimes(lists.data_range, fitRangeList, evalRangeList, model.ts.nobs, &model.ts.interval,
-               &model.datarange, &model.fitrange, &model.evalrange) != 0) {
+  if (gettimes(lists.data_range, fitRangeList, evalRangeList, model.ts.nobs, &model.ts.interval, &model.datarange,
+               &model.fitrange, &model.evalrange) != 0) {
     getreturn(plist, kTooFew, 0);
     return 0;
   }
@@ -294,8 +294,7 @@ int run_fit_method(const Family& family, Drivers drivers, PSCPLIST* plist, List 
   write_estimates(family, &model, names, values, labels, stderrs, tvals);
   slsni(estimates, family.nparms, "NPARMS", 6, 1, 1);
   slsnd(estimates, model.pest.mse, "SIGMA", 5, 1, 1);
-  setsmoothstate(fmcomp, &model.smooth, family.seasonal ? model.ts.nseasons : 0, family.trended ? 1 : 0,
-                 estimates);
+  setsmoothstate(fmcomp, &model.smooth, family.seasonal ? model.ts.nseasons : 0, family.trended ? 1 : 0, estimates);
   write_startvals(family, &model, modSpecList, fmcomp);
   if (end != nullptr) *end = model.fitend;
 
@@ -322,8 +321,8 @@ int run_forecast_method(const Family& family, Drivers drivers, PSCPLIST* plist, 
   char returnCodeMissing = 0;
   int nArgs = 0;
   const int prc = posargs(plist, self, 7, 7, &nArgs, POS_LIST, &seriesList, POS_LIST, &modelList, POS_LIST,
-                          &evalRangeList, POS_CHAR, &dsname, &dsname_l, POS_DOUBLE, &cl, &clMissing, POS_INT,
-                          &lead, &leadMissing, POS_INT, &returnCode, &returnCodeMissing);
+                          &evalRangeList, POS_CHAR, &dsname, &dsname_l, POS_DOUBLE, &cl, &clMissing, POS_INT, &lead,
+                          &leadMissing, POS_INT, &returnCode, &returnCodeMissing);
   if (clMissing != 0) cl = kDefaultSignificance;
   if (leadMissing != 0) lead = kDefaultLead;
   if (lead < 1) lead = 0;
@@ -407,7 +406,9 @@ int run_forecast_method(const Family& family, Drivers drivers, PSCPLIST* plist, 
   double* p = model.parms.parms;
   const int* slot = family.weight_slot;
   auto weight = [&](int k) { return slot[k] >= 0 ? p + slot[k] : nullptr; };
-  auto read_weights = [&] { return getweights(fmcomp, modSpecList, modelList, weight(0), weight(1), weight(2), weight(3)); };
+  auto read_weights = [&] {
+    return getweights(fmcomp, modSpecList, modelList, weight(0), weight(1), weight(2), weight(3));
+  };
   int startflg = 0;
   auto read_start = [&](int* rc) {
     *rc = getstartvals(modSpecList, fmcomp, family.type, 1, &model);

@@ -32,8 +32,7 @@ struct Drivers {
 // The body of a fit method (six list arguments and a return code).  When
 // `end` is given it receives how the estimation ended (how = FITEND_NONE
 // when no estimation ran).
-int run_fit_method(const Family& family, Drivers drivers, struct PSCPLIST* plist, List self,
-                   FITEND* end = nullptr);
+int run_fit_method(const Family& family, Drivers drivers, struct PSCPLIST* plist, List self, FITEND* end = nullptr);
 
 // The fit method in slot `slot` of the method table, with the report of how
 // its estimation ended (module/methods.cpp); -1 when the slot holds no fit.
@@ -47,4 +46,3 @@ int run_forecast_method(const Family& family, Drivers drivers, struct PSCPLIST* 
 METHODFN method_named(std::string_view name);
 
 }  // namespace esf
-

@@ -42,14 +42,14 @@ consteval const esf::Family& row(std::string_view name) { return *esf::family_of
 
 // The function result of a method is always 0; its outcome travels in the
 // return-code argument.
-#define ESF_FAMILY_METHODS(fit_name, forecast_name)                                           \
-  extern "C" int fit_name(PSCPLIST* plist, List self, unsigned char*, int) {                  \
-    constexpr const esf::Family& family = row(#fit_name);                                     \
-    return esf::run_fit_method(family, drivers_of(family.type), plist, self);                 \
-  }                                                                                           \
-  extern "C" int forecast_name(PSCPLIST* plist, List self, unsigned char*, int) {             \
-    constexpr const esf::Family& family = row(#forecast_name);                                \
-    return esf::run_forecast_method(family, drivers_of(family.type), plist, self);            \
+#define ESF_FAMILY_METHODS(fit_name, forecast_name)                                \
+  extern "C" int fit_name(PSCPLIST* plist, List self, unsigned char*, int) {       \
+    constexpr const esf::Family& family = row(#fit_name);                          \
+    return esf::run_fit_method(family, drivers_of(family.type), plist, self);      \
+  }                                                                                \
+  extern "C" int forecast_name(PSCPLIST* plist, List self, unsigned char*, int) {  \
+    constexpr const esf::Family& family = row(#forecast_name);                     \
+    return esf::run_forecast_method(family, drivers_of(family.type), plist, self); \
   }
 
 ESF_FAMILY_METHODS(mwinfit, mwinfor)

@@ -60,16 +60,16 @@ namespace esf::c_header {
 
 /* ---- Types ------------------------------------------------------------------------------------ */
 
-typedef char tchar;            /* signed 8-bit text character */
+typedef char tchar; /* signed 8-bit text character */
 typedef unsigned char tuchar;
-typedef int wrcode;            /* status of a text routine */
-typedef int rctype;            /* a host status: 0, a negative error or a positive warning */
+typedef int wrcode; /* status of a text routine */
+typedef int rctype; /* a host status: 0, a negative error or a positive warning */
 typedef void* ptr;
-typedef long SLIndex;          /* a 1-based index into a list */
-typedef long QORNOBS;          /* a row number of a table */
-typedef int32_t QKChar;        /* wide character */
-typedef int64_t QKStrSize;     /* count of wide characters */
-typedef uint64_t QKMemSize;    /* count of bytes */
+typedef long SLIndex;       /* a 1-based index into a list */
+typedef long QORNOBS;       /* a row number of a table */
+typedef int32_t QKChar;     /* wide character */
+typedef int64_t QKStrSize;  /* count of wide characters */
+typedef uint64_t QKMemSize; /* count of bytes */
 typedef int32_t QKStatus;
 typedef uint8_t QKBoolean;
 typedef void* QKMemPtr;
@@ -102,32 +102,32 @@ typedef struct u_slabel {
 
 /* A parsed time interval ("MONTH3.2": intcode 45, intper 3, shiftper 1). */
 struct INTERVAL {
-  char units;        /* 'd' date, 's' datetime, 'o' observation, 'u' NONE; 0 cleared */
-  char intcode;      /* interval code; 0 is NONE */
-  int intper;        /* multiplier, >= 1 */
-  int shiftper;      /* shift in sub-periods, counted from 0 */
-  char nweekday;     /* WEEKDAY: working days in a week */
-  char weekend[7];   /* WEEKDAY: 1 for a weekend day; [0] Sunday .. [6] Saturday */
-  tchar token[22];   /* the parsed text, rest 0 */
+  char units;      /* 'd' date, 's' datetime, 'o' observation, 'u' NONE; 0 cleared */
+  char intcode;    /* interval code; 0 is NONE */
+  int intper;      /* multiplier, >= 1 */
+  int shiftper;    /* shift in sub-periods, counted from 0 */
+  char nweekday;   /* WEEKDAY: working days in a week */
+  char weekend[7]; /* WEEKDAY: 1 for a weekend day; [0] Sunday .. [6] Saturday */
+  tchar token[22]; /* the parsed text, rest 0 */
   short tokenlen;
-  void* holidays;    /* unread */
+  void* holidays; /* unread */
 };
 
 /* An INTERVAL followed by what the seasonal and custom routines need. */
 struct INTERVALX {
   struct INTERVAL interval;
-  struct CINTC_INFO* cinfo;      /* custom interval table, one reference; else null */
+  struct CINTC_INFO* cinfo; /* custom interval table, one reference; else null */
   QKMemPtr ccache;
-  short formatw;                 /* default format width */
-  short formatl;                 /* length of the text in format */
-  tchar format[9];               /* name of the default format */
-  int nseasons;                  /* length of the seasonal cycle, 0 while unknown */
-  struct INTERVALX* sinterval;   /* seasonal cycle interval or null */
+  short formatw;               /* default format width */
+  short formatl;               /* length of the text in format */
+  tchar format[9];             /* name of the default format */
+  int nseasons;                /* length of the seasonal cycle, 0 while unknown */
+  struct INTERVALX* sinterval; /* seasonal cycle interval or null */
 };
 
 /* What interval fitting hands back. */
 struct INTINFO {
-  struct INTERVAL sinterval;  /* the seasonal cycle interval */
+  struct INTERVAL sinterval; /* the seasonal cycle interval */
   int nseasons;
   short formatw;
   short formatl;
@@ -160,7 +160,7 @@ struct ZTS_OBSDATES {
 /* A finite mixture of normal distributions (zmxnorm). */
 struct NORMAL_MIX_ARG {
   int State;
-  int Purpose;           /* 2: quantile of Probability, 4: of targetSDF, 0: values at Quantile */
+  int Purpose; /* 2: quantile of Probability, 4: of targetSDF, 0: values at Quantile */
   int Shooting;
   double InitialGuess;
   double Quantile;
@@ -168,7 +168,7 @@ struct NORMAL_MIX_ARG {
   double Probability;
   double targetSDF;
   double LogRatio;
-  long n;                /* number of components */
+  long n; /* number of components */
   double Right, Left, LeftSupport, RightSupport;
   double* Proportions;
   double* Mu;
@@ -181,7 +181,7 @@ struct NORMAL_MIX_ARG {
 /* How a fit ended (esf_fit_ended). */
 typedef struct FITEND {
   int how;
-  int rc;                /* the driver's result: 0, 90 or negative */
+  int rc; /* the driver's result: 0, 90 or negative */
   int iterations;
   double r;
   int nparms;
@@ -239,14 +239,14 @@ struct SMOOTHVALS;
 
 // The C records have the module's layout, field by field.
 namespace esf::c_header::check {
-#define ESF_C_SAME_SIZE(rec)                                                   \
-  static_assert(sizeof(esf::c_header::rec) == sizeof(::rec) &&                 \
-                alignof(esf::c_header::rec) == alignof(::rec), #rec " differs in size")
-#define ESF_C_SAME_FIELD(rec, cfield, field)                                   \
+#define ESF_C_SAME_SIZE(rec)                                                                                  \
+  static_assert(sizeof(esf::c_header::rec) == sizeof(::rec) && alignof(esf::c_header::rec) == alignof(::rec), \
+                #rec " differs in size")
+#define ESF_C_SAME_FIELD(rec, cfield, field)                                      \
   static_assert(offsetof(esf::c_header::rec, cfield) == offsetof(::rec, field) && \
-                sizeof(esf::c_header::rec::cfield) == sizeof(::rec::field), #rec "." #field " differs")
-#define ESF_C_SAME_TYPE(name) \
-  static_assert(std::is_same_v<esf::c_header::name, ::name>, #name " differs")
+                    sizeof(esf::c_header::rec::cfield) == sizeof(::rec::field),   \
+                #rec "." #field " differs")
+#define ESF_C_SAME_TYPE(name) static_assert(std::is_same_v<esf::c_header::name, ::name>, #name " differs")
 ESF_C_SAME_TYPE(tchar);
 ESF_C_SAME_TYPE(tuchar);
 ESF_C_SAME_TYPE(wrcode);
@@ -424,13 +424,12 @@ int VerifyQ(struct NORMAL_MIX_ARG* q);
 void SortAccordingToTheMeans(struct NORMAL_MIX_ARG* q);
 int ComputeTheProbOrTheDens(struct NORMAL_MIX_ARG* q);
 int ComputeTheQuantile(struct NORMAL_MIX_ARG* q);
-int ComputeF(struct NORMAL_MIX_ARG* q, int i, double* x, double* r, double* Dens, double* LogLeftPr, double*
-    LogRightPr);
+int ComputeF(struct NORMAL_MIX_ARG* q, int i, double* x, double* r, double* Dens, double* LogLeftPr,
+             double* LogRightPr);
 int SolveApproxF(struct NORMAL_MIX_ARG* q, double* x, double* r, double* Dens, double* iGamma);
-void ResetBracket(struct NORMAL_MIX_ARG* q, double* x, double* r, double* LogLeftPr, double* LogRightPr,
-    double* Dens);
+void ResetBracket(struct NORMAL_MIX_ARG* q, double* x, double* r, double* LogLeftPr, double* LogRightPr, double* Dens);
 int SolveWithOutShooting(struct NORMAL_MIX_ARG* q, double* x, double* r, double* Dens, double* LogLeftPr,
-    double* LogRightPr);
+                         double* LogRightPr);
 double LogSumOfExpProb(double x1, double x2, int flag);
 double DiffNormal(double a, double b, double PreciseDelta);
 
@@ -465,10 +464,9 @@ int zintfit(double d1, double d2, char* units, struct INTERVAL* interval, struct
 int fitInterval(struct INTERVAL* interval, struct INTERVAL* shift_interval, double d1, double d2);
 int shift2(struct INTERVAL* interval, struct INTERVAL* shift_interval, double d1, double d2);
 void zintfmt(struct INTERVAL* istr, char* fmtname, short* namelen, short* width1, short* width2);
-void zintfmm(struct INTERVAL* istr, double idval, char* fmtname, short* namelen, short* width1, short*
-    width2);
-void zintfmp(struct INTERVAL* istr, double minval, double maxval, char* fmtname, short* namelen, short*
-    width1, short* width2);
+void zintfmm(struct INTERVAL* istr, double idval, char* fmtname, short* namelen, short* width1, short* width2);
+void zintfmp(struct INTERVAL* istr, double minval, double maxval, char* fmtname, short* namelen, short* width1,
+             short* width2);
 void zintfmd(struct INTERVAL* istr, char* fmtname, short* namelen, short* width1, short* width2);
 double zintyrse(double date0, int* year, double* ds1);
 double zintck3(struct INTERVALX* intervalx, double date0, double date1);
@@ -476,11 +474,9 @@ double zintnx_seas(struct INTERVALX* intervalx, double date0, double n, struct I
 double zintck_seas(struct INTERVALX* intervalx, double date0, double daten, struct INTERVALX* align_int);
 int zintscd(struct INTERVAL* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
 int zintscd2(struct INTERVALX* intv, double stdate, int scode, long n, int* scodes, int* nseasons);
-void zintscy(struct INTERVAL* intv, int scode, double date, int nseasons, int noint, double* sdummy, double*
-    partial);
+void zintscy(struct INTERVAL* intv, int scode, double date, int nseasons, int noint, double* sdummy, double* partial);
 int zintsea_set(struct INTERVALX* interval, double date, struct INTERVALX* sinterval, int* nseasons);
-int zintsea_calc_nseasons(struct INTERVALX* interval, double date, struct INTERVALX* sinterval, int*
-    nseasons);
+int zintsea_calc_nseasons(struct INTERVALX* interval, double date, struct INTERVALX* sinterval, int* nseasons);
 int zintmult(struct INTERVALX* interval, int nseasons, struct INTERVALX* sinterval, int act_flag);
 int zintrsimp(struct INTERVALX* interval);
 int getcustomname(tchar* name, int len);
@@ -508,154 +504,148 @@ void* GetPtr(void);
 void customINTNXBES(struct INTERVALX* intervalx, double x, double n, double* b, double* e, double* s);
 int findIndexC(struct INTERVALX* intervalx, double x, double* n, double* b, double* e, double* s);
 int getIndexC(struct INTERVALX* intervalx, double n, double* b, double* e, double* s);
-int customGetObsC(struct INTERVALX* intervalx, double n, double* b, double* e, double* s, struct
-    CUSTOMINTERVALDSINFO* dsinfo);
+int customGetObsC(struct INTERVALX* intervalx, double n, double* b, double* e, double* s,
+                  struct CUSTOMINTERVALDSINFO* dsinfo);
 double customFindRawIndexC(struct INTERVALX* intervalx, double date, double* index, double* b, double* e,
-    struct CUSTOMINTERVALDSINFO* dsinfo);
-int customRange(struct INTERVALX* intervalx, int LR, double* left, double* right, struct CUSTOMINTERVALDSINFO*
-    dsinfo);
-int customRangeD(struct INTERVALX* intervalx, int LR, double* left, QORNOBS* lindex, QKChar* lpos, double*
-    right, QORNOBS* rindex, QKChar* rpos, struct CUSTOMINTERVALDSINFO* dsinfo);
-int findIndex(struct INTERVAL* interval, double x, double* n, double* b, double* e, double* s, struct
-    CUSTOMINTERVALDSINFO* dsinfo);
-int getIndex(struct INTERVAL* interval, double n, double* b, double* e, double* s, struct
-    CUSTOMINTERVALDSINFO* dsinfo);
-int customGetObs(struct INTERVAL* interval, double n, double* b, double* e, double* s, struct
-    CUSTOMINTERVALDSINFO* dsinfo);
+                           struct CUSTOMINTERVALDSINFO* dsinfo);
+int customRange(struct INTERVALX* intervalx, int LR, double* left, double* right, struct CUSTOMINTERVALDSINFO* dsinfo);
+int customRangeD(struct INTERVALX* intervalx, int LR, double* left, QORNOBS* lindex, QKChar* lpos, double* right,
+                 QORNOBS* rindex, QKChar* rpos, struct CUSTOMINTERVALDSINFO* dsinfo);
+int findIndex(struct INTERVAL* interval, double x, double* n, double* b, double* e, double* s,
+              struct CUSTOMINTERVALDSINFO* dsinfo);
+int getIndex(struct INTERVAL* interval, double n, double* b, double* e, double* s, struct CUSTOMINTERVALDSINFO* dsinfo);
+int customGetObs(struct INTERVAL* interval, double n, double* b, double* e, double* s,
+                 struct CUSTOMINTERVALDSINFO* dsinfo);
 struct CUSTOMINTERVAL getCustomIntervalDSRef(struct INTERVAL* interval, int* multiplier, int* shift);
 void parseIntervalOptions(struct CUSTOMINTERVAL* custInt, int* n);
 char customTableUnits(ptr xvp);
 int checkCustomRow(XO_PARMS* xo, ptr xvp, char units, double begin, const double* end, const double* season);
-int openDS(struct CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double* seasBuffer, struct
-    XO_PARMS* xoparm, ptr* xvp, int* endVar, int* seasVar);
+int openDS(struct CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double* seasBuffer,
+           struct XO_PARMS* xoparm, ptr* xvp, int* endVar, int* seasVar);
 int unequal(double a, double b);
-int zintctid(struct ZTS_OBSDATES* dateinfo, tchar* align, QORNOBS MaxFail, QORNOBS* CDSIndex, QORNOBS*
-    TSIndex, int* Order, int* Infinity, int* InfinityByObs, QORNOBS* MaxLead, QORNOBS* MaxBack, double* first,
-    double* last);
-int zintctidL(struct ZTS_OBSDATES* dateinfo, tchar* align, long MaxFail, long* CDSIndex, long* TSIndex, int*
-    Order, int* Infinity, int* InfinityByObs, long* MaxLead, long* MaxBack, double* first, double* last);
+int zintctid(struct ZTS_OBSDATES* dateinfo, tchar* align, QORNOBS MaxFail, QORNOBS* CDSIndex, QORNOBS* TSIndex,
+             int* Order, int* Infinity, int* InfinityByObs, QORNOBS* MaxLead, QORNOBS* MaxBack, double* first,
+             double* last);
+int zintctidL(struct ZTS_OBSDATES* dateinfo, tchar* align, long MaxFail, long* CDSIndex, long* TSIndex, int* Order,
+              int* Infinity, int* InfinityByObs, long* MaxLead, long* MaxBack, double* first, double* last);
 int zfmttype(char* format, int fmtlen);
 
 /* ---- Seasonal regression ------------------------------------------------------------------- */
 
-int ztsrdmy(double* y, char* misflg, long n, int ns, double* ccoef, double* tcoef, double* qcoef, double*
-    sdcoef, double* res);
-int ztsrsdm(double* y, char* misflg, long n, int ns, double* ccoef, double* tcoef, double* sdcoef, double*
-    res);
+int ztsrdmy(double* y, char* misflg, long n, int ns, double* ccoef, double* tcoef, double* qcoef, double* sdcoef,
+            double* res);
+int ztsrsdm(double* y, char* misflg, long n, int ns, double* ccoef, double* tcoef, double* sdcoef, double* res);
 
 /* ---- Simple exponential smoothing: the pass kernel ----------------------------------------- */
 
 int zes1pnt(double x, double xscale, double wlevel, double* level, double* xhat, double* e);
 int zes1dpd(double x, double wlevel, double llevel, double clevel, double* derlev, double* dervec);
-int zes1smo(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* mse, double*
-    smoothed, double* strptr);
+int zes1smo(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* mse, double* smoothed,
+            double* strptr);
 int zes1svi(double* x, char* misflg, long n, int stflg, double* level);
-int zes1prd(double* x, char* misflg, double xscale, long n, double wlevel, double* level, long start, long
-    end, long lead, double se2, double siglev, int startflg, double* mse, double* strptr);
+int zes1prd(double* x, char* misflg, double xscale, long n, double wlevel, double* level, long start, long end,
+            long lead, double se2, double siglev, int startflg, double* mse, double* strptr);
 double zes1cla(double wlevel, double se2, long lead, double siglev, double* limit);
 int zes1psi(double wlevel, long npsi, double* psi);
-int zes1npd(double* x, char* misflg, double xscale, long n, double wlevel, double level, double deltas, int
-    wkflag, double* pder);
+int zes1npd(double* x, char* misflg, double xscale, long n, double wlevel, double level, double deltas, int wkflag,
+            double* pder);
 int zes1std(double* xpxdiag, double mse, long nobs, double* parms, double* std_err, double* tvals);
 
 /* ---- Double (Brown) exponential smoothing: the pass kernel --------------------------------- */
 
 int zes2pnt(double x, double xscale, double wlevel, double wtrend, double* level, double* trend, double* xhat,
-    double* e);
-int zes2dpd(double x, double wlevel, double wtrend, double llevel, double clevel, double ltrend, double
-    ctrend, double* derlev, double* dertre, double* dervec);
-int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double* level,
-    double* trend, double* mse, double* smoothed, double* strptr);
+            double* e);
+int zes2dpd(double x, double wlevel, double wtrend, double llevel, double clevel, double ltrend, double ctrend,
+            double* derlev, double* dertre, double* dervec);
+int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double* level, double* trend,
+            double* mse, double* smoothed, double* strptr);
 int zes2svi(double* x, char* misflg, long n, int stflg, double* level, double* trend);
-int zes2prd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double* level,
-    double* trend, long start, long end, long lead, double se2, double siglev, int startflg, double* mse,
-    double* strptr);
+int zes2prd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double* level, double* trend,
+            long start, long end, long lead, double se2, double siglev, int startflg, double* mse, double* strptr);
 double zes2cla(double wlevel, double wtrend, double se2, long lead, double siglev, double* limit);
 int zes2psi(double wlevel, double wtrend, long npsi, double* psi);
-int zes2npd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double level, double
-    trend, double* deltas, int wkflag, double* pder);
+int zes2npd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double level, double trend,
+            double* deltas, int wkflag, double* pder);
 int zes2std(double* xpxdiag, double mse, long nobs, double* parms, double* std_err, double* tvals);
 int zes2stb(double wlevel, double wtrend);
 
 /* ---- Linear (Holt) exponential smoothing: the pass kernel ---------------------------------- */
 
 int zesdpnt(double x, double xscale, double wlevel, double* level, double* trend, double* xhat, double* e);
-int zesddpd(double x, double wlevel, double llevel, double clevel, double ltrend, double ctrend, double*
-    derlev, double* dertre, double* dervec);
-int zesdsmo(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* trend,
-    double* mse, double* smoothed, double* strptr);
+int zesddpd(double x, double wlevel, double llevel, double clevel, double ltrend, double ctrend, double* derlev,
+            double* dertre, double* dervec);
+int zesdsmo(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* trend, double* mse,
+            double* smoothed, double* strptr);
 int zesdsvi(double* x, char* misflg, long n, int stflg, double* level, double* trend);
-int zesdprd(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* trend, long
-    start, long end, long lead, double se2, double siglev, int startflg, double* mse, double* strptr);
+int zesdprd(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* trend, long start,
+            long end, long lead, double se2, double siglev, int startflg, double* mse, double* strptr);
 double zesdcla(double wlevel, double se2, long lead, double siglev, double* limit);
 int zesdpsi(double wlevel, long npsi, double* psi);
-int zesdnpd(double* x, char* misflg, double xscale, long n, double wlevel, double level, double trend, double
-    deltas, int wkflag, double* pder);
+int zesdnpd(double* x, char* misflg, double xscale, long n, double wlevel, double level, double trend, double deltas,
+            int wkflag, double* pder);
 int zesdstd(double* xpxdiag, double mse, long nobs, double* parms, double* std_err, double* tvals);
 
 /* ---- Damped-trend exponential smoothing: the pass kernel ----------------------------------- */
 
 int zes3pnt(double x, double xscale, double wlevel, double wtrend, double wdamp, double* level, double* trend,
-    double* xhat, double* e);
+            double* xhat, double* e);
 int zes3dpd(double x, double wlevel, double wtrend, double wdamp, double llevel, double clevel, double ltrend,
-    double ctrend, double* derlev, double* dertre, double* dervec);
-int zes3smo(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp,
-    double* level, double* trend, double* mse, double* smoothed, double* strptr);
+            double ctrend, double* derlev, double* dertre, double* dervec);
+int zes3smo(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp, double* level,
+            double* trend, double* mse, double* smoothed, double* strptr);
 int zes3svi(double* x, char* misflg, long n, int stflg, double* level, double* trend);
 int zes3stb(double wlevel, double wtrend, double wdamp);
-int zes3prd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp,
-    double* level, double* trend, long start, long end, long lead, double se2, double siglev, int startflg,
-    double* mse, double* strptr);
+int zes3prd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp, double* level,
+            double* trend, long start, long end, long lead, double se2, double siglev, int startflg, double* mse,
+            double* strptr);
 int zes3psi(double wlevel, double wtrend, double wdamp, long npsi, double* psi);
-int zes3npd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp, double
-    level, double trend, double* deltas, int wkflag, double* pder);
+int zes3npd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp, double level,
+            double trend, double* deltas, int wkflag, double* pder);
 int zes3std(double* xpxdiag, double mse, long nobs, double* parms, double* std_err, double* tvals);
 
 /* ---- Seasonal exponential smoothing: the pass kernel --------------------------------------- */
 
 int zesspnt(double x, double xscale, double wlevel, double wseason, double* level, double* sfactor, int scode,
-    double* xhat, double* e);
-int zessdpd(double x, double wlevel, double wseason, double llevel, double clevel, double lseason, double
-    cseason, double* derlev, double* dersea, double* dervec);
-int zesssmo(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason,
-    double* level, double* sfactor, int* scodes, double* mse, double* smoothed, double* strptr);
-int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg, double* level, double*
-    sfactor);
-int zessnmd(int nseasons, double* level, double* sfactor, double* derlev, double* dersealev, double*
-    derseasea);
+            double* xhat, double* e);
+int zessdpd(double x, double wlevel, double wseason, double llevel, double clevel, double lseason, double cseason,
+            double* derlev, double* dersea, double* dervec);
+int zesssmo(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason, double* level,
+            double* sfactor, int* scodes, double* mse, double* smoothed, double* strptr);
+int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg, double* level, double* sfactor);
+int zessnmd(int nseasons, double* level, double* sfactor, double* derlev, double* dersealev, double* derseasea);
 int zessnrm(int nseasons, double* level, double* sfactor);
 int zessstb(int nseasons, double wlevel, double wseason);
-int zessprd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason,
-    double* level, double* sfactor, int* scodes, long start, long end, long lead, double se2, double siglev,
-    int startflg, double* mse, double* strptr);
+int zessprd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason, double* level,
+            double* sfactor, int* scodes, long start, long end, long lead, double se2, double siglev, int startflg,
+            double* mse, double* strptr);
 int zesspsi(double wlevel, double wseason, int nseasons, long npsi, double* psi);
-int zessnpd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason,
-    double level, double* sfactor, int* scodes, double* deltas, int wkflag, double* pder);
+int zessnpd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason, double level,
+            double* sfactor, int* scodes, double* deltas, int wkflag, double* pder);
 int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* std_err, double* tvals);
 
 /* ---- Winters smoothing: the pass kernel ---------------------------------------------------- */
 
-int zwinpnt(double x, double xscale, int additive, double wlevel, double wtrend, double wseason, double*
-    level, double* trend, double* sfactor, int scode, double* xhat, double* e);
-int zwindpd(double x, double wlevel, double wtrend, double wseason, double llevel, double clevel, double
-    ltrend, double ctrend, double lseason, double cseason, int additive, double* derlev, double* dertre,
-    double* dersea, double* dervec);
-int zwinsmo(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel, double
-    wtrend, double wseason, double* level, double* trend, double* sfactor, int* scodes, double* mse, double*
-    smoothed, double* strptr);
+int zwinpnt(double x, double xscale, int additive, double wlevel, double wtrend, double wseason, double* level,
+            double* trend, double* sfactor, int scode, double* xhat, double* e);
+int zwindpd(double x, double wlevel, double wtrend, double wseason, double llevel, double clevel, double ltrend,
+            double ctrend, double lseason, double cseason, int additive, double* derlev, double* dertre, double* dersea,
+            double* dervec);
+int zwinsmo(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel, double wtrend,
+            double wseason, double* level, double* trend, double* sfactor, int* scodes, double* mse, double* smoothed,
+            double* strptr);
 int zwinsvi(double* x, char* misflg, long n, int nseasons, int nstart, int additive, int stflg, double* level,
-    double* trend, double* sfactor);
-int zwinnmd(int nseasons, int additive, double* level, double* trend, double* sfactor, double* derlev, double*
-    dertre, double* dersealev, double* derseatre, double* derseasea);
+            double* trend, double* sfactor);
+int zwinnmd(int nseasons, int additive, double* level, double* trend, double* sfactor, double* derlev, double* dertre,
+            double* dersealev, double* derseatre, double* derseasea);
 int zwinnrm(int nseasons, int additive, double* level, double* trend, double* sfactor);
 int zwinstb(int nseasons, int additive, double wlevel, double wtrend, double wseason);
-int zwinprd(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel, double
-    wtrend, double wseason, double* level, double* trend, double* sfactor, int* scodes, long start, long end,
-    long lead, double se2, double siglev, int startflg, double* mse, double* strptr);
+int zwinprd(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel, double wtrend,
+            double wseason, double* level, double* trend, double* sfactor, int* scodes, long start, long end, long lead,
+            double se2, double siglev, int startflg, double* mse, double* strptr);
 int zwinpsi(double wlevel, double wtrend, double wseason, int nseasons, long npsi, double* psi);
-int zwinnpd(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel, double
-    wtrend, double wseason, double level, double trend, double* sfactor, int* scodes, double* deltas, int
-    wkflag, double* pder);
+int zwinnpd(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel, double wtrend,
+            double wseason, double level, double trend, double* sfactor, int* scodes, double* deltas, int wkflag,
+            double* pder);
 int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, double* std_err, double* tvals);
 
 /* ---- Fit and forecast drivers of each family, and their output tables ---------------------- */
@@ -663,19 +653,19 @@ int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, double* std_e
 int nes1fit(struct WINMODEL* model);
 int nes1for(struct WINMODEL* model, int startflg);
 int es1out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid,
-    double stdate, char* align, long nobs, double cl);
+           double stdate, char* align, long nobs, double cl);
 int nes2fit(struct WINMODEL* model);
 int nes2for(struct WINMODEL* model, int startflg);
 int es2out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid,
-    double stdate, char* align, long nobs, double cl);
+           double stdate, char* align, long nobs, double cl);
 int nesdfit(struct WINMODEL* model);
 int nesdfor(struct WINMODEL* model, int startflg);
 int esdout(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid,
-    double stdate, char* align, long nobs, double cl);
+           double stdate, char* align, long nobs, double cl);
 int nes3fit(struct WINMODEL* model);
 int nes3for(struct WINMODEL* model, int startflg);
 int es3out(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid,
-    double stdate, char* align, long nobs, double cl);
+           double stdate, char* align, long nobs, double cl);
 int nessfit(struct WINMODEL* model);
 void nessfitfree(double* dwlevel, double* dwseason);
 int nessfor(struct WINMODEL* model, int startflg);
@@ -683,17 +673,17 @@ int nwinfit(struct WINMODEL* model);
 void nwinfitfree(double* dwlevel, double* dwtrend, double* dwseason);
 int nwinfor(struct WINMODEL* model, int startflg);
 int winout(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid,
-    double stdate, char* align, long nobs, double cl);
+           double stdate, char* align, long nobs, double cl);
 
 /* ---- Method arguments: reading and writing the host's lists -------------------------------- */
 
 long getseries(List tsList, struct TIMERANGE* datarange, struct TSERIES* ts);
 int gettimes(List dataRangeList, List fitRangeList, List evalRangeList, long nobs, struct INTERVAL* interval,
-    struct TIMERANGE* datarange, struct TIMERANGE* fitrange, struct TIMERANGE* evalrange);
+             struct TIMERANGE* datarange, struct TIMERANGE* fitrange, struct TIMERANGE* evalrange);
 void getwgtbnd(List wgtbndList, struct WGTBNDS* wbnds);
 int getstartvals(List modSpecList, struct FMCOM* fmcomp, int type, int sviflg, struct WINMODEL* model);
-int getweights(struct FMCOM* fmcomp, List modSpecList, List modelList, double* wlevel, double* wtrend, double*
-    wdamp, double* wseason);
+int getweights(struct FMCOM* fmcomp, List modSpecList, List modelList, double* wlevel, double* wtrend, double* wdamp,
+               double* wseason);
 int setsmoothstate(struct FMCOM* fmcomp, struct SMOOTHVALS* smooth, int nseasons, int trend, List pestList);
 int putstvlab(struct INTERVAL* intv, int nseasons, List stvnmList);
 void mfree(double* x, char* misflg, int* scodes, double* sfactor, double* parms, long* df);

@@ -10,9 +10,9 @@
 // engines agree on them field by field, so fields are never reordered.
 #pragma once
 
-#include "module/export.h"
 #include "intervals/interval.h"  // INTERVAL
-#include "module/host_api.h"     // XO_PARMS, XOPNSTR
+#include "module/export.h"
+#include "module/host_api.h"        // XO_PARMS, XOPNSTR
 #include "primitives/primitives.h"  // tchar
 
 #ifdef __cplusplus
@@ -22,12 +22,12 @@ extern "C" {
 
 // Counted strings, blank-padded, never terminated.
 typedef struct u_sname {
-  short name_l;     // used length, [0, 32]
+  short name_l;  // used length, [0, 32]
   tchar name[32];
 } u_sname;
 
 typedef struct u_slabel {
-  short label_l;    // used length, [0, 256]
+  short label_l;  // used length, [0, 256]
   tchar label[256];
 } u_slabel;
 
@@ -42,19 +42,19 @@ typedef struct DESCSTATS {
 
 // The series of one call.
 typedef struct TSERIES {
-  double* x;           // values; a missing one holds the ordinary missing value
-  long nobs;           // length of the series (the length of the DATA list)
-  long nnmss;          // reserved, stays 0
-  long nmiss;          // values that came in missing, non-numeric or extreme
-  long nextr;          // of these, the ones beyond `xextr`
-  int nseasons;        // length of the seasonal cycle; 0 unless the family reads it
-  double xextr;        // limit above which a value counts as extreme
-  int* scodes;         // season code of each observation (seasonal families)
-  int nstart;          // season code of observation 0
-  char* misflg;        // 1 at a missing observation, else 0
-  u_sname name;        // series name
-  u_slabel label;      // series label
-  u_sname timeid;      // name of the time variable
+  double* x;       // values; a missing one holds the ordinary missing value
+  long nobs;       // length of the series (the length of the DATA list)
+  long nnmss;      // reserved, stays 0
+  long nmiss;      // values that came in missing, non-numeric or extreme
+  long nextr;      // of these, the ones beyond `xextr`
+  int nseasons;    // length of the seasonal cycle; 0 unless the family reads it
+  double xextr;    // limit above which a value counts as extreme
+  int* scodes;     // season code of each observation (seasonal families)
+  int nstart;      // season code of observation 0
+  char* misflg;    // 1 at a missing observation, else 0
+  u_sname name;    // series name
+  u_slabel label;  // series label
+  u_sname timeid;  // name of the time variable
   DESCSTATS descstats;
   struct INTERVAL interval;  // time interval of the series
 } TSERIES;
@@ -102,7 +102,7 @@ typedef struct MODELSTATS {
 // The weights a forecast works with, in the family's order (level, trend,
 // then damping or seasonal).  A fit leaves `parms` null with `nparms` set.
 typedef struct MODELPARMS {
-  int method;          // not read
+  int method;  // not read
   int nparms;
   double* parms;
 } MODELPARMS;
@@ -111,14 +111,14 @@ typedef struct MODELPARMS {
 // 3 * nparms doubles holds parms, stderr, tvals in that order (a forecast's
 // block has a fourth part, MODELPARMS.parms).
 typedef struct MODELPEST {
-  int method;          // not read
+  int method;  // not read
   int nparms;
   double* parms;
   double* stderr;
   double* tvals;
-  double* pvalue;      // stays null
-  long* df;            // allocated, not read
-  double mse;          // error variance estimate, divisor nobs - nparms
+  double* pvalue;  // stays null
+  long* df;        // allocated, not read
+  double mse;      // error variance estimate, divisor nobs - nparms
 } MODELPEST;
 
 // Dates and 0-based indexes into ts.x of one range.
@@ -135,8 +135,8 @@ typedef struct TIMERANGE {
 typedef struct SMOOTHVALS {
   double level;
   double trend;
-  double* sfactor;     // nseasons seasonal factors, indexed by season code
-  double xhat;         // last one-step prediction
+  double* sfactor;  // nseasons seasonal factors, indexed by season code
+  double xhat;      // last one-step prediction
 } SMOOTHVALS;
 
 // Bounds of the weights.  Each array holds lower bound, upper bound and the
@@ -146,20 +146,20 @@ typedef struct WGTBNDS {
   double wtrend[3];
   double wseason[3];
   double wdamp[3];
-  char wlevflg;        // the weight is fixed: its two bounds are equal
+  char wlevflg;  // the weight is fixed: its two bounds are equal
   char wtreflg;
   char wseaflg;
   char wdamflg;
-  char bounds;         // honour the bounds
-  char stability;      // honour the family's stability region
+  char bounds;     // honour the bounds
+  char stability;  // honour the family's stability region
 } WGTBNDS;
 
 // The host's handle set of one output table.
 typedef struct DATASET {
   XO_PARMS xoparm;
-  void* xvp;           // variable-transfer handle from xvputi
-  double* strptr;      // the rows waiting for output
-  u_slabel dsname;     // two-level table name
+  void* xvp;        // variable-transfer handle from xvputi
+  double* strptr;   // the rows waiting for output
+  u_slabel dsname;  // two-level table name
   u_slabel fname;
   u_slabel label;
   XOPNSTR xopnstr;
@@ -167,8 +167,8 @@ typedef struct DATASET {
 
 // Derivative-check switches of a fit; every fit method stores 0.
 typedef struct WINOPT {
-  char numeric;        // run the derivative check
-  char relative;       // relative steps in the check
+  char numeric;   // run the derivative check
+  char relative;  // relative steps in the check
 } WINOPT;
 
 // How an estimation ended, as the frame left it: filled at the end of every
@@ -186,15 +186,15 @@ enum {
   WEIGHT_ON_LOWER = 1,
   WEIGHT_ON_UPPER = 2,
   WEIGHT_FIXED = 3,
-  WEIGHT_OUTSIDE = 4   // below the lower or above the upper bound
+  WEIGHT_OUTSIDE = 4  // below the lower or above the upper bound
 };
 typedef struct FITEND {
-  int how;             // FITEND_...
-  int rc;              // the driver's result: 0, 90 or negative
-  int iterations;      // outer iterations run
-  double r;            // convergence measure of the returned point
-  int nparms;          // entries of `position`
-  int position[3];     // WEIGHT_..., per weight in the family's order
+  int how;          // FITEND_...
+  int rc;           // the driver's result: 0, 90 or negative
+  int iterations;   // outer iterations run
+  double r;         // convergence measure of the returned point
+  int nparms;       // entries of `position`
+  int position[3];  // WEIGHT_..., per weight in the family's order
 } FITEND;
 
 // All state of one method call.
@@ -208,19 +208,19 @@ typedef struct WINMODEL {
   TIMERANGE evalrange;
   TIMERANGE fitrange;
   DATASET out;
-  DATASET outest;      // reserved: no method opens it
-  SMOOTHVALS smooth;   // working state; after a pass, the state at its end
-  SMOOTHVALS svi;      // the state at which the backward pass starts
+  DATASET outest;        // reserved: no method opens it
+  SMOOTHVALS smooth;     // working state; after a pass, the state at its end
+  SMOOTHVALS svi;        // the state at which the backward pass starts
   SMOOTHVALS startvals;  // the state at time 0
   WGTBNDS wbnds;
-  int additive;        // Winters only: 1 additive, 0 multiplicative
-  double cl;           // significance level of the limits, e.g. 0.05
-  int lead;            // number of forecasts
-  char align;          // 'E', 'M', anything else: beginning of the period
-  double* strptr;      // reserved
-  void* pool;          // reserved
+  int additive;    // Winters only: 1 additive, 0 multiplicative
+  double cl;       // significance level of the limits, e.g. 0.05
+  int lead;        // number of forecasts
+  char align;      // 'E', 'M', anything else: beginning of the period
+  double* strptr;  // reserved
+  void* pool;      // reserved
   WINOPT opt;
-  FITEND fitend;       // how the last estimation ended
+  FITEND fitend;  // how the last estimation ended
 } WINMODEL;
 
 // Runs the fit method in table slot `slot` (0, 2, 4, 6, 8 or 10) on the

@@ -53,23 +53,23 @@ ESF_EXPORT long lmin(long a, long b);
 // density at a point, or the quantile of a tail probability. Exported for
 // the host; no routine of the module calls it.
 struct NORMAL_MIX_ARG {
-  int State;             // bit 1: the record has been verified (normalised, sorted)
-  int Purpose;           // 2: quantile of Probability, 4: of targetSDF, 0: values at Quantile
-  int Shooting;          // solver regime: 1 left tail, 2 between means, 3 right tail
-  double InitialGuess;   // not read
-  double Quantile;       // in: the point; out: the quantile
-  double QTarget;        // the solver's target for its working value
-  double Probability;    // left tail probability (Purpose 2)
-  double targetSDF;      // right tail probability (Purpose 4)
-  double LogRatio;       // not read
-  long n;                // number of components
+  int State;                                      // bit 1: the record has been verified (normalised, sorted)
+  int Purpose;                                    // 2: quantile of Probability, 4: of targetSDF, 0: values at Quantile
+  int Shooting;                                   // solver regime: 1 left tail, 2 between means, 3 right tail
+  double InitialGuess;                            // not read
+  double Quantile;                                // in: the point; out: the quantile
+  double QTarget;                                 // the solver's target for its working value
+  double Probability;                             // left tail probability (Purpose 2)
+  double targetSDF;                               // right tail probability (Purpose 4)
+  double LogRatio;                                // not read
+  long n;                                         // number of components
   double Right, Left, LeftSupport, RightSupport;  // not read
-  double* Proportions;   // n weights, normalised in place
-  double* Mu;            // n means, sorted in place for a quantile
-  double* Sigma;         // n standard deviations
-  double LogLeftPr;      // log P(X <= Quantile)
-  double LogRightPr;     // log P(X > Quantile)
-  double LogDensity;     // log density at Quantile
+  double* Proportions;                            // n weights, normalised in place
+  double* Mu;                                     // n means, sorted in place for a quantile
+  double* Sigma;                                  // n standard deviations
+  double LogLeftPr;                               // log P(X <= Quantile)
+  double LogRightPr;                              // log P(X > Quantile)
+  double LogDensity;                              // log density at Quantile
 };
 
 // 0, or 1 (a Mills ratio failed, Purpose has both bits, the solver failed),
@@ -80,13 +80,13 @@ ESF_EXPORT int VerifyQ(struct NORMAL_MIX_ARG* q);
 ESF_EXPORT void SortAccordingToTheMeans(struct NORMAL_MIX_ARG* q);
 ESF_EXPORT int ComputeTheProbOrTheDens(struct NORMAL_MIX_ARG* q);
 ESF_EXPORT int ComputeTheQuantile(struct NORMAL_MIX_ARG* q);
-ESF_EXPORT int ComputeF(struct NORMAL_MIX_ARG* q, int i, double* x, double* r, double* Dens,
-             double* LogLeftPr, double* LogRightPr);
+ESF_EXPORT int ComputeF(struct NORMAL_MIX_ARG* q, int i, double* x, double* r, double* Dens, double* LogLeftPr,
+                        double* LogRightPr);
 ESF_EXPORT int SolveApproxF(struct NORMAL_MIX_ARG* q, double* x, double* r, double* Dens, double* iGamma);
-ESF_EXPORT void ResetBracket(struct NORMAL_MIX_ARG* q, double* x, double* r, double* LogLeftPr,
-                  double* LogRightPr, double* Dens);
-ESF_EXPORT int SolveWithOutShooting(struct NORMAL_MIX_ARG* q, double* x, double* r, double* Dens,
-                         double* LogLeftPr, double* LogRightPr);
+ESF_EXPORT void ResetBracket(struct NORMAL_MIX_ARG* q, double* x, double* r, double* LogLeftPr, double* LogRightPr,
+                             double* Dens);
+ESF_EXPORT int SolveWithOutShooting(struct NORMAL_MIX_ARG* q, double* x, double* r, double* Dens, double* LogLeftPr,
+                                    double* LogRightPr);
 ESF_EXPORT double LogSumOfExpProb(double x1, double x2, int flag);
 ESF_EXPORT double DiffNormal(double a, double b, double PreciseDelta);
 
@@ -105,4 +105,3 @@ constexpr long packed_index(int i, int j) noexcept {
 
 }  // namespace esf
 #endif  // __cplusplus
-

@@ -18,8 +18,7 @@ double zln1px(double z) {
   if (std::fabs(z) <= kSeriesMax) {
     const double s = z / (0.5 * z + 1.0);
     const double s2 = s * s;
-    return s + s * s2 * (-0.0023812878804825234 * s2 + 0.08333333333333427) /
-                   (-0.178575454351365 * s2 + 1.0);
+    return s + s * s2 * (-0.0023812878804825234 * s2 + 0.08333333333333427) / (-0.178575454351365 * s2 + 1.0);
   }
   return std::log(z + 1.0);
 }

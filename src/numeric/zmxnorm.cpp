@@ -25,16 +25,16 @@
 
 namespace {
 
-constexpr double kLogZero = -9007199254740992.0;       // stands for log 0
-constexpr double kLnSqrt2Pi = 0.9189385332046728;      // ln sqrt(2 pi)
-constexpr double kRsqrt2 = 0.7071067811865476;         // 1/sqrt(2)
+constexpr double kLogZero = -9007199254740992.0;   // stands for log 0
+constexpr double kLnSqrt2Pi = 0.9189385332046728;  // ln sqrt(2 pi)
+constexpr double kRsqrt2 = 0.7071067811865476;     // 1/sqrt(2)
 constexpr double kLn2 = 0.6931471805599453;
-constexpr double kMinSigma = 1.053671212772351e-08;    // floor of a standard deviation
-constexpr double kMinSlope = 1.053671212772351e-08;    // false position needs a slope above this
-constexpr double kNormalDensity0 = 0.3989422804014327; // 1/sqrt(2 pi)
-constexpr double kTolerance = 1e-05;                   // on the working value and on x
-constexpr int kMaxRounds = 40;                         // shooting and false position each
-constexpr int kMaxNewton = 30;                         // Newton steps on the cubic
+constexpr double kMinSigma = 1.053671212772351e-08;     // floor of a standard deviation
+constexpr double kMinSlope = 1.053671212772351e-08;     // false position needs a slope above this
+constexpr double kNormalDensity0 = 0.3989422804014327;  // 1/sqrt(2 pi)
+constexpr double kTolerance = 1e-05;                    // on the working value and on x
+constexpr int kMaxRounds = 40;                          // shooting and false position each
+constexpr int kMaxNewton = 30;                          // Newton steps on the cubic
 
 constexpr int kVerified = 1;
 constexpr int kLeftQuantile = 2;
@@ -91,10 +91,8 @@ double DiffNormal(double a, double b, double PreciseDelta) {
     const double d = PreciseDelta;
     const double b2 = b * b;
     return std::exp(-b2 / 2.0) * kNormalDensity0 * d *
-           (1.0 + d * (-b / 2.0 +
-                       d * ((b2 - 1.0) / 6.0 +
-                            d * (b / 8.0 - b2 * b / 24.0 +
-                                 d * (b2 * b2 / 120.0 - 0.05 * b2 + 0.025)))));
+           (1.0 + d * (-b / 2.0 + d * ((b2 - 1.0) / 6.0 +
+                                       d * (b / 8.0 - b2 * b / 24.0 + d * (b2 * b2 / 120.0 - 0.05 * b2 + 0.025)))));
   }
   // Both in the right tail: difference of the small upper tails.
   if (a > 0.0 && b > 0.0) return zprbnrm(-b) - zprbnrm(-a);
@@ -192,8 +190,7 @@ int ComputeTheProbOrTheDens(NORMAL_MIX_ARG* q) {
   return 0;
 }
 
-int ComputeF(NORMAL_MIX_ARG* q, int i, double* x, double* r, double* Dens, double* LogLeftPr,
-             double* LogRightPr) {
+int ComputeF(NORMAL_MIX_ARG* q, int i, double* x, double* r, double* Dens, double* LogLeftPr, double* LogRightPr) {
   q->Quantile = x[i];
   const int status = ComputeTheProbOrTheDens(q);
   if (status != 0) return status;
@@ -319,8 +316,7 @@ int SolveApproxF(NORMAL_MIX_ARG* q, double* x, double* r, double* Dens, double* 
   return 1;
 }
 
-void ResetBracket(NORMAL_MIX_ARG* q, double* x, double* r, double* LogLeftPr, double* LogRightPr,
-                  double* Dens) {
+void ResetBracket(NORMAL_MIX_ARG* q, double* x, double* r, double* LogLeftPr, double* LogRightPr, double* Dens) {
   switch (q->Shooting) {
     case 1:
       copy_point(x, r, Dens, LogLeftPr, LogRightPr, 2, 0);
@@ -342,8 +338,7 @@ void ResetBracket(NORMAL_MIX_ARG* q, double* x, double* r, double* LogLeftPr, do
   }
 }
 
-int SolveWithOutShooting(NORMAL_MIX_ARG* q, double* x, double* r, double* Dens, double* LogLeftPr,
-                         double* LogRightPr) {
+int SolveWithOutShooting(NORMAL_MIX_ARG* q, double* x, double* r, double* Dens, double* LogLeftPr, double* LogRightPr) {
   const double target = q->QTarget;
   for (int round = 0; round < kMaxRounds; ++round) {
     if (std::fabs(r[2] - target) < kTolerance || std::fabs(x[0] - x[1]) < kTolerance) break;

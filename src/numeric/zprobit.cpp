@@ -23,18 +23,21 @@ constexpr double kCentralAbove = 0.01;
 constexpr double kSqrt2Ln2 = 1.1774100225154747;
 
 // Coefficients from the highest power to the constant term.
-constexpr double kP1[8] = {0.00023850990628812184, 0.007748014532123519, 0.09433047102597236,
-                           0.5906175347671243,     2.0524292014826053,   3.926527220876258,
-                           3.827787912267809,      1.4756646266356057};
-constexpr double kQ1[8] = {0.00023846672191006805, 0.007472090148248392, 0.08675117268832777,
-                           0.5155497927835685,     1.6853868285749263,   3.0193046324086072,
-                           2.757985744718407,      1.0};
+constexpr double kP1[8] = {0.00023850990628812184, 0.007748014532123519, 0.09433047102597236, 0.5906175347671243,
+                           2.0524292014826053,     3.926527220876258,    3.827787912267809,   1.4756646266356057};
+constexpr double kQ1[8] = {0.00023846672191006805, 0.007472090148248392, 0.08675117268832777, 0.5155497927835685,
+                           1.6853868285749263,     3.0193046324086072,   2.757985744718407,   1.0};
 constexpr double kP2[9] = {2.2366406817573622e-07, 1.4756630668977935,    2.9349133839409465,
                            2.302486886454419,      0.9208235553699621,    0.1971184884114817,
                            0.021322238814693088,   0.0009933095513250212, 1.3896718225467155e-05};
-constexpr double kQ2[8] = {1.0,                  2.152916059924272,    1.8195065884540687,
-                           0.7785719242838022,   0.1775558927085442,   0.020255719894916695,
-                           0.000977052221781334, 1.389640654034189e-05};
+constexpr double kQ2[8] = {1.0,
+                           2.152916059924272,
+                           1.8195065884540687,
+                           0.7785719242838022,
+                           0.1775558927085442,
+                           0.020255719894916695,
+                           0.000977052221781334,
+                           1.389640654034189e-05};
 
 // Horner's rule over coefficients given from the highest power down.
 template <int N>
@@ -46,7 +49,7 @@ constexpr double horner(const double (&c)[N], double x) {
 
 // Newton's method on ln Phi for the extreme lower tail.
 constexpr int kNewtonMaxSteps = 30;
-constexpr double kNewtonRelTol = 1e-12;          // |ll - lp| < |lp| * this ends the loop
+constexpr double kNewtonRelTol = 1e-12;  // |ll - lp| < |lp| * this ends the loop
 constexpr double kSmallestUsableP = 2.225073858507202e-306;
 // Current log probability before the first step: far from any lp, so the
 // first test always passes.

@@ -33,11 +33,11 @@ typedef char tchar;            // signed 8-bit text character (plain char is sig
 typedef unsigned char tuchar;  // its unsigned twin; comparisons look at bytes as tuchar
 typedef int wrcode;            // status of a text routine
 
-typedef int32_t QKChar;        // wide character
-typedef int64_t QKStrSize;     // count of wide characters
-typedef uint64_t QKMemSize;    // count of bytes
-typedef int32_t QKStatus;      // kernel status
-typedef uint8_t QKBoolean;     // 0 or 1
+typedef int32_t QKChar;      // wide character
+typedef int64_t QKStrSize;   // count of wide characters
+typedef uint64_t QKMemSize;  // count of bytes
+typedef int32_t QKStatus;    // kernel status
+typedef uint8_t QKBoolean;   // 0 or 1
 typedef void* QKMemPtr;
 typedef const void* QKConstMemPtr;
 
@@ -158,14 +158,10 @@ constexpr double missing_entry(int entry) noexcept {
 inline constexpr double kMissing = missing_entry(1);
 
 // Same test as wzmis: the 16 most significant bits are all ones.
-constexpr bool is_missing(double d) noexcept {
-  return (std::bit_cast<std::uint64_t>(d) & kMissMask) == kMissMask;
-}
+constexpr bool is_missing(double d) noexcept { return (std::bit_cast<std::uint64_t>(d) & kMissMask) == kMissMask; }
 
 // Missing value of a special kind by letter, 'A'..'Z' (".A" .. ".Z").
-constexpr double missing_letter(char letter) noexcept {
-  return missing_entry(2 + (letter - 'A'));
-}
+constexpr double missing_letter(char letter) noexcept { return missing_entry(2 + (letter - 'A')); }
 
 // Table entry of a missing value read from its third byte from the top:
 // 0 for "._", 1 for ".", 2..27 for ".A".."Z"; -1 when d isn't one of the 28.
@@ -173,10 +169,9 @@ constexpr int missing_kind(double d) noexcept {
   const std::uint64_t bits = std::bit_cast<std::uint64_t>(d);
   if ((bits & kMissMask) != kMissMask) return -1;
   const int byte = static_cast<int>((bits >> 40) & 0xFF);  // [0, 255]
-  const int entry = 0xFF - byte;                            // [0, 255]
+  const int entry = 0xFF - byte;                           // [0, 255]
   return entry < kMissKinds ? entry : -1;
 }
 
 }  // namespace esf
 #endif  // __cplusplus
-

@@ -69,7 +69,7 @@ void skMemSCpy(const void* src, void* dst, QKMemSize len) {
     for (QKMemSize i = 0; i < len; ++i) d[i] = s[i];
     return;
   }
-  const QKMemSize offset = static_cast<QKMemSize>(d - s);   // (0, len)
+  const QKMemSize offset = static_cast<QKMemSize>(d - s);         // (0, len)
   const QKMemSize overlap = static_cast<QKMemSize>(s + len - d);  // len - offset, (0, len)
   if (offset >= overlap) {
     // The overlapped part of the source, now at d, goes beyond it; then the

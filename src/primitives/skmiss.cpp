@@ -32,14 +32,13 @@ extern "C" {
 
 // 28 entries: "._", ".", ".A" .. ".Z", each one lower in the third byte.
 const SKMISSV_STRUCT skmissv_struct = {
-    0.0,
-    {esf::missing_entry(0),  esf::missing_entry(1),  esf::missing_entry(2),  esf::missing_entry(3),
-     esf::missing_entry(4),  esf::missing_entry(5),  esf::missing_entry(6),  esf::missing_entry(7),
-     esf::missing_entry(8),  esf::missing_entry(9),  esf::missing_entry(10), esf::missing_entry(11),
-     esf::missing_entry(12), esf::missing_entry(13), esf::missing_entry(14), esf::missing_entry(15),
-     esf::missing_entry(16), esf::missing_entry(17), esf::missing_entry(18), esf::missing_entry(19),
-     esf::missing_entry(20), esf::missing_entry(21), esf::missing_entry(22), esf::missing_entry(23),
-     esf::missing_entry(24), esf::missing_entry(25), esf::missing_entry(26), esf::missing_entry(27)}};
+    0.0, {esf::missing_entry(0),  esf::missing_entry(1),  esf::missing_entry(2),  esf::missing_entry(3),
+          esf::missing_entry(4),  esf::missing_entry(5),  esf::missing_entry(6),  esf::missing_entry(7),
+          esf::missing_entry(8),  esf::missing_entry(9),  esf::missing_entry(10), esf::missing_entry(11),
+          esf::missing_entry(12), esf::missing_entry(13), esf::missing_entry(14), esf::missing_entry(15),
+          esf::missing_entry(16), esf::missing_entry(17), esf::missing_entry(18), esf::missing_entry(19),
+          esf::missing_entry(20), esf::missing_entry(21), esf::missing_entry(22), esf::missing_entry(23),
+          esf::missing_entry(24), esf::missing_entry(25), esf::missing_entry(26), esf::missing_entry(27)}};
 
 // The table itself is read-only data; the pointer has the host's type.
 double* qkmissv_table = const_cast<double*>(skmissv_struct.MissTable);

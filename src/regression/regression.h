@@ -25,13 +25,13 @@ extern "C" {
 
 // y(t) = ccoef + tcoef*t + qcoef*t^2 + sdcoef[s]; every output may be null.
 // `sdcoef` has room for `ns` values, `res` for `n`.
-ESF_EXPORT int ztsrdmy(double* y, char* misflg, long n, int ns, double* ccoef,
-            double* tcoef, double* qcoef, double* sdcoef, double* res);
+ESF_EXPORT int ztsrdmy(double* y, char* misflg, long n, int ns, double* ccoef, double* tcoef, double* qcoef,
+                       double* sdcoef, double* res);
 
 // y(t) = (ccoef + tcoef*t) * sdcoef[s], the start model of the
 // multiplicative Winters family (implemented with that family).
-ESF_EXPORT int ztsrsdm(double* y, char* misflg, long n, int ns, double* ccoef,
-            double* tcoef, double* sdcoef, double* res);
+ESF_EXPORT int ztsrsdm(double* y, char* misflg, long n, int ns, double* ccoef, double* tcoef, double* sdcoef,
+                       double* res);
 
 #ifdef __cplusplus
 }

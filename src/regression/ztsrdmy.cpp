@@ -24,14 +24,13 @@
 // of a season are visited with a stride of ns, one season after another.
 // Seasonal models with a constant centre the dummies: the constant is the
 // mean of the dummy coefficients and is subtracted from them.
-#include "regression/regression.h"
-
 #include <cmath>
 #include <cstddef>
 
 #include "module/host_api.h"
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
+#include "regression/regression.h"
 
 namespace regression {
 
@@ -135,8 +134,7 @@ double season_t2sum(long m, int ns, int s) {
   const double a = static_cast<double>(s + 1);
   const double d = static_cast<double>(ns);
   const double md = static_cast<double>(m);
-  return md * a * a + 2.0 * a * d * (md * (md - 1.0) / 2.0) +
-         d * d * ((md - 1.0) * md * (2.0 * md - 1.0) / 6.0);
+  return md * a * a + 2.0 * a * d * (md * (md - 1.0) / 2.0) + d * d * ((md - 1.0) * md * (2.0 * md - 1.0) / 6.0);
 }
 
 // Model 1: the mean of the observed values.
@@ -248,22 +246,21 @@ int getsmu(const Request& r) {
 struct SeasonSums {
   double* smu;
   double* st;
-  double* sq;     // null when t^2 isn't needed
+  double* sq;  // null when t^2 isn't needed
   long* snmss;
   long nnmss;
-  double ytt;     // sum of t * y
-  double ytt2;    // sum of t^2 * y (only with sq)
-  double sst;     // sum of t^2
-  double ts3;     // sum of t^3 (only with sq)
-  double ts4;     // sum of t^4 (only with sq)
+  double ytt;   // sum of t * y
+  double ytt2;  // sum of t^2 * y (only with sq)
+  double sst;   // sum of t^2
+  double ts3;   // sum of t^3 (only with sq)
+  double ts4;   // sum of t^4 (only with sq)
   bool empty_season;
   bool some_season_repeats;
 };
 
 void gather_season_sums(const Request& r, SeasonSums& ss) {
   const bool quadratic = ss.sq != nullptr;
-  gettime(r.n, nullptr, &ss.sst, quadratic ? &ss.ts3 : nullptr,
-          quadratic ? &ss.ts4 : nullptr);
+  gettime(r.n, nullptr, &ss.sst, quadratic ? &ss.ts3 : nullptr, quadratic ? &ss.ts4 : nullptr);
   ss.nnmss = r.n;
   ss.ytt = 0.0;
   ss.ytt2 = 0.0;
@@ -519,10 +516,8 @@ int getrqda(const Request& r) {
   a[esf::packed_index(it, it)] = w3;
   a[esf::packed_index(it, iq)] = -w2;
   a[esf::packed_index(iq, iq)] = w1;
-  const double tcoef =
-      (a[esf::packed_index(it, it)] * y1 + a[esf::packed_index(it, iq)] * y2) / w;
-  const double qcoef =
-      (a[esf::packed_index(it, iq)] * y1 + a[esf::packed_index(iq, iq)] * y2) / w;
+  const double tcoef = (a[esf::packed_index(it, it)] * y1 + a[esf::packed_index(it, iq)] * y2) / w;
+  const double qcoef = (a[esf::packed_index(it, iq)] * y1 + a[esf::packed_index(iq, iq)] * y2) / w;
   *r.tcoef = tcoef;
   *r.qcoef = qcoef;
   for (int s = 0; s < r.ns; ++s) {
@@ -544,8 +539,7 @@ void getres(const Request& r, double* res) {
   const bool b = r.model & kTrend;
   const bool q = r.model & kQuadratic;
   const bool sd = r.model & kSeasonal;
-  const bool unusable = (c && missing(*r.ccoef)) || (b && missing(*r.tcoef)) ||
-                        (q && missing(*r.qcoef));
+  const bool unusable = (c && missing(*r.ccoef)) || (b && missing(*r.tcoef)) || (q && missing(*r.qcoef));
   for (long i = 0; i < r.n; ++i) {
     const double s_coef = sd ? r.sdcoef[i % r.ns] : 0.0;
     if (r.misflg[i] || unusable || missing(s_coef)) {
@@ -617,9 +611,8 @@ int run_model(const Request& r) {
 
 }  // namespace
 
-extern "C" int ztsrdmy(double* y, char* misflg, long n, int ns, double* ccoef,
-                       double* tcoef, double* qcoef, double* sdcoef,
-                       double* res) {
+extern "C" int ztsrdmy(double* y, char* misflg, long n, int ns, double* ccoef, double* tcoef, double* qcoef,
+                       double* sdcoef, double* res) {
   if (ccoef) *ccoef = kMissing;
   if (tcoef) *tcoef = kMissing;
   if (qcoef) *qcoef = kMissing;

@@ -42,12 +42,12 @@ bool missing(double d) { return esf::is_missing(d); }
 
 // The work arrays of getrsdm, ns entries each (B has 2 ns: slopes, then intercepts).
 struct Work {
-  double* smu = nullptr;   // season means of the observed values
-  double* yst = nullptr;   // sum of t*y over the season
-  double* st = nullptr;    // sum of t over the observed points of the season
-  double* sst = nullptr;   // sum of t^2 likewise
-  long* snmss = nullptr;   // observed points of the season
-  double* B = nullptr;     // B[s] slope, B[ns + s] intercept of the season's line
+  double* smu = nullptr;      // season means of the observed values
+  double* yst = nullptr;      // sum of t*y over the season
+  double* st = nullptr;       // sum of t over the observed points of the season
+  double* sst = nullptr;      // sum of t^2 likewise
+  long* snmss = nullptr;      // observed points of the season
+  double* B = nullptr;        // B[s] slope, B[ns + s] intercept of the season's line
   double* factors = nullptr;  // stands in for sdcoef when the caller gave none
 
   void release() {
@@ -79,8 +79,7 @@ int single_point(const double* y, long n, int ns, double* ccoef, double* tcoef, 
 // At most one cycle of data: each point is its own season, and its factor is
 // its value over the mean of the points (or, without a constant, its value
 // per unit of time over the mean of those).
-int short_path(const double* y, const char* misflg, long n, int ns, double* ccoef, double* tcoef,
-               double* sdcoef) {
+int short_path(const double* y, const char* misflg, long n, int ns, double* ccoef, double* tcoef, double* sdcoef) {
   double sum = 0.0;
   long count = 0;
   for (long i = 0; i < n; ++i) {
@@ -164,8 +163,8 @@ void floor_factors(const Work& w, int ns, double* sdcoef) {
   }
 }
 
-int getrsdm(const double* y, const char* misflg, long n, int ns, double* ccoef, double* tcoef,
-            double* sdcoef, Work& w) {
+int getrsdm(const double* y, const char* misflg, long n, int ns, double* ccoef, double* tcoef, double* sdcoef,
+            Work& w) {
   int mflg = kOk;
   const int count = season_sums(y, misflg, n, ns, w, &mflg);
   if (count == 0) return kNoObservations;
@@ -281,8 +280,8 @@ int getrsdm(const double* y, const char* misflg, long n, int ns, double* ccoef, 
 }
 
 // Residuals of the fitted model.
-void getres(const double* y, const char* misflg, long n, int ns, const double* ccoef,
-            const double* tcoef, const double* sdcoef, double* res) {
+void getres(const double* y, const char* misflg, long n, int ns, const double* ccoef, const double* tcoef,
+            const double* sdcoef, double* res) {
   if (!ccoef && !tcoef) return;
   for (long i = 0; i < n; ++i) {
     const double sd = sdcoef[i % ns];
@@ -303,8 +302,8 @@ void getres(const double* y, const char* misflg, long n, int ns, const double* c
 
 }  // namespace
 
-extern "C" int ztsrsdm(double* y, char* misflg, long n, int ns, double* ccoef, double* tcoef,
-                       double* sdcoef, double* res) {
+extern "C" int ztsrsdm(double* y, char* misflg, long n, int ns, double* ccoef, double* tcoef, double* sdcoef,
+                       double* res) {
   if (ccoef) *ccoef = kMissing;
   if (tcoef) *tcoef = kMissing;
   if (sdcoef) {
@@ -323,8 +322,7 @@ extern "C" int ztsrsdm(double* y, char* misflg, long n, int ns, double* ccoef, d
   w.snmss = static_cast<long*>(host_alloc(static_cast<long>(ns) * static_cast<long>(sizeof(long)), kNumberFlags));
   w.B = static_cast<double*>(host_alloc(2 * bytes, kNumberFlags));
   if (!sdcoef) w.factors = static_cast<double*>(host_alloc(bytes, kNumberFlags));
-  if (xmemdef() != 0 || !w.smu || !w.yst || !w.st || !w.sst || !w.snmss || !w.B ||
-      (!sdcoef && !w.factors)) {
+  if (xmemdef() != 0 || !w.smu || !w.yst || !w.st || !w.sst || !w.snmss || !w.B || (!sdcoef && !w.factors)) {
     w.release();
     return kNoMemory;
   }

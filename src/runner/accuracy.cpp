@@ -86,8 +86,7 @@ double seasonal_naive_mae(const std::vector<double>& x, int period) {
   return n == 0 ? kNaN : sum / static_cast<double>(n);
 }
 
-double coverage(const std::vector<double>& actual, const std::vector<double>& lower,
-                const std::vector<double>& upper) {
+double coverage(const std::vector<double>& actual, const std::vector<double>& lower, const std::vector<double>& upper) {
   long inside = 0, n = 0;
   const std::size_t rows = std::min({actual.size(), lower.size(), upper.size()});
   for (std::size_t t = 0; t < rows; ++t) {

@@ -54,8 +54,7 @@ double seasonal_naive_mae(const std::vector<double>& x, int period);
 
 // Share of the actual values that lie within [lower, upper], over the rows
 // where all three are present; NaN when there is none.
-double coverage(const std::vector<double>& actual, const std::vector<double>& lower,
-                const std::vector<double>& upper);
+double coverage(const std::vector<double>& actual, const std::vector<double>& lower, const std::vector<double>& upper);
 
 // Half-widths of limits at each lead from the forecast errors made at many
 // origins: errors_by_lead[h - 1] holds the errors of the lead-h forecasts.

@@ -28,9 +28,9 @@ struct SeriesOutcome {
   std::size_t ordinal = 0;
   std::vector<std::string> key;
   bool ok = false;
-  std::string reason;    // why it failed, naming file, line and field where known
-  int return_code = 0;   // the method's return code, when a method failed
-  ForecastResult result; // result.fit for a fit; the table too for a forecast
+  std::string reason;     // why it failed, naming file, line and field where known
+  int return_code = 0;    // the method's return code, when a method failed
+  ForecastResult result;  // result.fit for a fit; the table too for a forecast
   // With plan.timed, thread CPU seconds spent on this series: reading its rows as times and
   // values (and finding its interval), and running it through the plan.
   double read_seconds = 0.0;
@@ -44,7 +44,7 @@ struct SeriesOutcome {
 };
 
 struct BatchOptions {
-  int threads = 1;                  // threads that run series (at least 1)
+  int threads = 1;                    // threads that run series (at least 1)
   const SavedModel* saved = nullptr;  // forecast from this model instead of fitting
   // Called on the worker thread as soon as a series is done, before the
   // outcome waits for its turn: the place to turn it into text in parallel.

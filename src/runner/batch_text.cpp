@@ -11,8 +11,8 @@
 namespace esf::runner {
 
 std::string csv_field(const std::string& s) {
-  const bool quote = s.find_first_of(",\"\r\n") != std::string::npos ||
-                     (!s.empty() && (s.front() == ' ' || s.back() == ' '));
+  const bool quote =
+      s.find_first_of(",\"\r\n") != std::string::npos || (!s.empty() && (s.front() == ' ' || s.back() == ' '));
   if (!quote) return s;
   std::string out = "\"";
   for (char c : s) {
@@ -47,10 +47,17 @@ Json cell_json(const Cell& c) {
 }
 
 const std::vector<std::string>& estimate_names() {
-  static const std::vector<std::string> names = {
-      "STATUS", "MODEL", "INTERVAL", "NOBS", "LEVEL", "LEVEL_STDERR", "TREND", "TREND_STDERR", "DAMPING", "DAMPING_STDERR",
-      "SEASONAL", "SEASONAL_STDERR", "ERROR_VARIANCE", "FIT_END", "ITERATIONS", "AIC", "AICC", "BIC", "RMSE",
-      "MAE", "MAPE", "MASE"};
+  static const std::vector<std::string> names = {"STATUS",         "MODEL",
+                                                 "INTERVAL",       "NOBS",
+                                                 "LEVEL",          "LEVEL_STDERR",
+                                                 "TREND",          "TREND_STDERR",
+                                                 "DAMPING",        "DAMPING_STDERR",
+                                                 "SEASONAL",       "SEASONAL_STDERR",
+                                                 "ERROR_VARIANCE", "FIT_END",
+                                                 "ITERATIONS",     "AIC",
+                                                 "AICC",           "BIC",
+                                                 "RMSE",           "MAE",
+                                                 "MAPE",           "MASE"};
   return names;
 }
 
@@ -120,8 +127,8 @@ std::vector<int> column_map(const SeriesOutcome& o, const std::vector<std::strin
   if (found != columns.size()) {
     std::vector<std::string> have;
     for (const TableColumn& c : columns) have.push_back(c.name);
-    throw RunError(fmt::format("series {}: its forecast table has the columns {}, not among {}",
-                                       fmt::join(o.key, ","), fmt::join(have, ","), fmt::join(names, ",")));
+    throw RunError(fmt::format("series {}: its forecast table has the columns {}, not among {}", fmt::join(o.key, ","),
+                               fmt::join(have, ","), fmt::join(names, ",")));
   }
   return map;
 }
@@ -151,8 +158,8 @@ std::string table_csv(const SeriesOutcome& o, const std::vector<int>& map, int l
   return out;
 }
 
-Json table_json(const SeriesOutcome& o, const std::vector<std::string>& names, const std::vector<int>& map,
-                int lead, bool future_only) {
+Json table_json(const SeriesOutcome& o, const std::vector<std::string>& names, const std::vector<int>& map, int lead,
+                bool future_only) {
   const ForecastTable& t = o.result.table;
   const std::size_t rows = t.rows();
   const std::size_t first_forecast = rows >= static_cast<std::size_t>(lead) ? rows - static_cast<std::size_t>(lead) : 0;

@@ -17,9 +17,9 @@ enum WeightKind { kLevel = 0, kTrend = 1, kDamping = 2, kSeasonal = 3, kNumWeigh
 static_assert(kNumWeightKinds == esf::kNumWeightKinds);
 inline constexpr const auto& kWeightItem = esf::kWeightKindItem;
 inline constexpr std::array<const char*, kNumWeightKinds> kLowerBoundItem = {"WLEVLBND", "WTRELBND", "WDAMLBND",
-                                                                              "WSEALBND"};
+                                                                             "WSEALBND"};
 inline constexpr std::array<const char*, kNumWeightKinds> kUpperBoundItem = {"WLEVUBND", "WTREUBND", "WDAMUBND",
-                                                                              "WSEAUBND"};
+                                                                             "WSEAUBND"};
 // The word of each weight in option names: --level-weight, --trend-bounds, ...
 inline constexpr std::array<const char*, kNumWeightKinds> kWeightWord = {"level", "trend", "damping", "seasonal"};
 

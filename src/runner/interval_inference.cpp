@@ -1,10 +1,10 @@
 #include "runner/interval_inference.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cmath>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "host/host.h"
 #include "host/time_text.h"
@@ -102,9 +102,8 @@ Inferred infer(Routines& fn, const std::vector<const CsvRow*>& rows, TimeUnits u
   const CsvRow* a = rows[first_bad];
   const CsvRow* b = rows[first_bad + 1];
   if (proposals.empty()) {
-    out.message = fmt::format("{}: no interval carries line {} ({}) onto line {} ({}); give --interval",
-                              series.path, a->line, host::quote_input(a->id_text), b->line,
-                              host::quote_input(b->id_text));
+    out.message = fmt::format("{}: no interval carries line {} ({}) onto line {} ({}); give --interval", series.path,
+                              a->line, host::quote_input(a->id_text), b->line, host::quote_input(b->id_text));
   } else {
     const std::string first = name_of(proposals.front());
     out.message = fmt::format(

@@ -8,7 +8,7 @@ namespace esf::runner {
 namespace {
 
 constexpr std::array<const char*, 12> kMonths{"JAN", "FEB", "MAR", "APR", "MAY", "JUN",
-                                               "JUL", "AUG", "SEP", "OCT", "NOV", "DEC"};
+                                              "JUL", "AUG", "SEP", "OCT", "NOV", "DEC"};
 // pandas' week anchors, by the day the week ends on.
 constexpr std::array<const char*, 7> kWeekEnds{"SUN", "MON", "TUE", "WED", "THU", "FRI", "SAT"};
 
@@ -48,8 +48,8 @@ std::string anchored(const std::string& u) {
   const int m = month_of(anchor);
   if (m < 0) return {};
   const bool starts = head == "QS" || head == "AS" || head == "YS" || head == "BQS" || head == "BAS";
-  const bool ends = head == "Q" || head == "QE" || head == "A" || head == "Y" || head == "YE" || head == "BQ" ||
-                    head == "BA";
+  const bool ends =
+      head == "Q" || head == "QE" || head == "A" || head == "Y" || head == "YE" || head == "BQ" || head == "BA";
   if (!starts && !ends) return {};
   const int first = starts ? m : (m + 1) % 12;  // the month the period begins in
   if (head[0] == 'Q' || head == "BQ" || head == "BQS") return shifted("QTR", first % 3);
@@ -64,11 +64,10 @@ std::string interval_of_alias(std::string_view alias) {
   static const struct {
     const char* alias;
     const char* name;
-  } plain[] = {{"D", "DAY"},    {"B", "WEEKDAY"}, {"W", "WEEK.2"}, {"M", "MONTH"},   {"ME", "MONTH"},
-               {"MS", "MONTH"}, {"BM", "MONTH"},  {"BMS", "MONTH"}, {"Q", "QTR"},    {"QE", "QTR"},
-               {"QS", "QTR"},   {"A", "YEAR"},    {"Y", "YEAR"},    {"YE", "YEAR"},  {"AS", "YEAR"},
-               {"YS", "YEAR"},  {"H", "HOUR"},    {"h", "HOUR"},    {"T", "MINUTE"}, {"min", "MINUTE"},
-               {"S", "SECOND"}, {"s", "SECOND"}};
+  } plain[] = {{"D", "DAY"},    {"B", "WEEKDAY"},  {"W", "WEEK.2"}, {"M", "MONTH"}, {"ME", "MONTH"}, {"MS", "MONTH"},
+               {"BM", "MONTH"}, {"BMS", "MONTH"},  {"Q", "QTR"},    {"QE", "QTR"},  {"QS", "QTR"},   {"A", "YEAR"},
+               {"Y", "YEAR"},   {"YE", "YEAR"},    {"AS", "YEAR"},  {"YS", "YEAR"}, {"H", "HOUR"},   {"h", "HOUR"},
+               {"T", "MINUTE"}, {"min", "MINUTE"}, {"S", "SECOND"}, {"s", "SECOND"}};
   for (const auto& p : plain) {
     if (alias == p.alias) return p.name;
   }

@@ -55,8 +55,8 @@ void Loader::load(const std::filesystem::path& path) {
   const int rc = pcn->ep(2, argv);
   if (rc != 0 || status != 0 || cmeths.nmethods != kNumMethods || cmeths.entpnts == nullptr) {
     ::dlclose(handle);
-    throw LoadError(fmt::format("{}: the entry gave no method table (result {}, status {}, {} methods)", path.string(), rc,
-                                status, cmeths.nmethods));
+    throw LoadError(fmt::format("{}: the entry gave no method table (result {}, status {}, {} methods)", path.string(),
+                                rc, status, cmeths.nmethods));
   }
   handle_ = handle;
   path_ = path;

@@ -27,13 +27,12 @@ std::optional<std::string> refusal(const SeriesForChecks& s) {
   const double extreme = esf::extreme_limit(static_cast<double>(n));
   for (std::size_t i = 0; i < s.values.size(); ++i) {
     if (std::fabs(s.values[i]) > extreme) {
-      return fmt::format("{} holds {}, too large to smooth (beyond {:.6g} in absolute value)", place(s, i),
-                         s.values[i], extreme);
+      return fmt::format("{} holds {}, too large to smooth (beyond {:.6g} in absolute value)", place(s, i), s.values[i],
+                         extreme);
     }
   }
   if (s.nseasons_given && s.nseasons > n / 2) {
-    return fmt::format("a cycle of {} seasons is more than half of the {} observations (--nseasons)", s.nseasons,
-                       n);
+    return fmt::format("a cycle of {} seasons is more than half of the {} observations (--nseasons)", s.nseasons, n);
   }
   if (s.seasonal) {
     if (s.nseasons <= 1) {

@@ -10,9 +10,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
 #include <iostream>
 #include <memory>
+#include <mutex>
 
 #include <fmt/format.h>
 
@@ -70,7 +70,8 @@ double parse_time_option(const std::string& option, const std::string& text, Tim
     throw RunError(fmt::format("{}: {} is not {}", option, host::quote_input(text), want));
   }
   if (!in_calendar_range(t, units)) {
-    throw RunError(fmt::format("{}: {} lies outside the calendar's dates, {}", option, host::quote_input(text), kCalendarRangeText));
+    throw RunError(fmt::format("{}: {} lies outside the calendar's dates, {}", option, host::quote_input(text),
+                               kCalendarRangeText));
   }
   return t;
 }
@@ -95,8 +96,7 @@ bool is_table_column(const std::string& name) {
   for (const char* column : {"ACTUAL", "FORECAST", "RESIDUAL", "STD", "LEVEL", "TREND", "SEASON"}) {
     if (u == column) return true;
   }
-  return u.size() > 1 && (u[0] == 'U' || u[0] == 'L') &&
-         u.find_first_not_of("0123456789.", 1) == std::string::npos;
+  return u.size() > 1 && (u[0] == 'U' || u[0] == 'L') && u.find_first_not_of("0123456789.", 1) == std::string::npos;
 }
 
 void check_options(const ModelOptions& o, const Family& family) {
@@ -276,9 +276,10 @@ void check_lead(const Plan& plan, const Lists& p) {
   if (lead <= 0) return;
   const double last = p.period(p.eval_last + lead);
   if (esf::is_missing(last) || std::isnan(last) || !in_calendar_range(last, plan.units)) {
-    throw RunError(fmt::format("--lead: {} periods of {} from the end of the series run past the calendar's "
-                               "dates, {}",
-                               lead, plan.interval_token, kCalendarRangeText));
+    throw RunError(
+        fmt::format("--lead: {} periods of {} from the end of the series run past the calendar's "
+                    "dates, {}",
+                    lead, plan.interval_token, kCalendarRangeText));
   }
 }
 
@@ -329,7 +330,9 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   p->nseasons = nseasons;
   const double stdate = p->placed.stdate;
   const long n = static_cast<long>(p->placed.values.size());
-  p->period = [cal, interval, stdate](long i) mutable { return cal.zintnx2(&interval, stdate, static_cast<double>(i)); };
+  p->period = [cal, interval, stdate](long i) mutable {
+    return cal.zintnx2(&interval, stdate, static_cast<double>(i));
+  };
   auto index_of = [&](const std::string& option, const std::string& text) {
     const double c = cal.zintck2(iv, stdate, parse_time_option(option, text, plan.units));
     return esf::is_missing(c) ? -1L : static_cast<long>(c);
@@ -545,8 +548,8 @@ void read_positions(const Plan& plan, FitResult* r) {
     if (w.position == WeightPosition::kOnLower || w.position == WeightPosition::kOnUpper) {
       at_bounds += fmt::format("{}{} {}", at_bounds.empty() ? "" : ", ", w.name, describe(w.position));
     } else if (w.position == WeightPosition::kOutside) {
-      at_bounds += fmt::format("{}{} {} outside its bounds {} to {}", at_bounds.empty() ? "" : ", ", w.name,
-                               w.estimate, b[0], b[1]);
+      at_bounds += fmt::format("{}{} {} outside its bounds {} to {}", at_bounds.empty() ? "" : ", ", w.name, w.estimate,
+                               b[0], b[1]);
     }
   }
   std::string warning;
@@ -555,8 +558,8 @@ void read_positions(const Plan& plan, FitResult* r) {
                           r->iterations);
   }
   if (!at_bounds.empty()) {
-    warning += fmt::format("{}{}", warning.empty() ? fmt::format("the {} fit left ", plan.family->name) : "; ",
-                           at_bounds);
+    warning +=
+        fmt::format("{}{}", warning.empty() ? fmt::format("the {} fit left ", plan.family->name) : "; ", at_bounds);
   }
   if (!warning.empty()) r->warnings.push_back(warning);
 }
@@ -649,8 +652,7 @@ void measure_fit(const Plan& plan, Fitted& f, const ForecastTable& t) {
   };
   int estimated = 0;
   for (const WeightEstimate& w : r.weights) estimated += w.position != WeightPosition::kFixed;
-  r.criteria =
-      information_criteria(head(kResidual), parameter_count(estimated, plan.family->trended, r.nseasons));
+  r.criteria = information_criteria(head(kResidual), parameter_count(estimated, plan.family->trended, r.nseasons));
   const std::vector<double> fitted(p.placed.values.begin() + p.fit_first, p.placed.values.begin() + p.fit_last + 1);
   const double scale = seasonal_naive_mae(fitted, p.nseasons > 1 ? p.nseasons : 1);
   r.fit_accuracy = accuracy(head(kActual), head(kForecast), scale);
@@ -746,15 +748,17 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   if (automatic) {
     for (int k = 0; k < kNumWeightKinds; ++k) {
       if (options.fixed[k] || !options.bounds[k].empty()) {
-        throw RunError(fmt::format("--{}-weight/--{}-bounds: --model auto chooses among families with their own "
-                                   "weights; name a model to set them",
-                                   kWeightWord[k], kWeightWord[k]));
+        throw RunError(
+            fmt::format("--{}-weight/--{}-bounds: --model auto chooses among families with their own "
+                        "weights; name a model to set them",
+                        kWeightWord[k], kWeightWord[k]));
       }
     }
     if (options.start_level || options.start_trend || !options.start_factors.empty() || options.backcast_level ||
         options.backcast_trend || !options.backcast_factors.empty()) {
-      throw RunError("--start-*/--backcast-*: --model auto chooses the family, whose states these would be; "
-                     "name a model to give them");
+      throw RunError(
+          "--start-*/--backcast-*: --model auto chooses the family, whose states these would be; "
+          "name a model to give them");
     }
   } else {
     check_options(options, *p.family);
@@ -769,7 +773,8 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
     // A pandas frequency alias stands for the interval of the same periods.
     std::string meant = interval_of_alias(options.interval);
     if (meant.empty() || cal.zintstr(meant.data(), static_cast<int>(meant.size()), &p.interval) != 0) {
-      throw RunError(fmt::format("--interval: {} is not an interval name (parser code {})", host::quote_input(options.interval), rc));
+      throw RunError(fmt::format("--interval: {} is not an interval name (parser code {})",
+                                 host::quote_input(options.interval), rc));
     }
     p.interval_alias = options.interval;
     p.options.interval = meant;
@@ -966,9 +971,9 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
     INTERVAL saved_interval{};
     std::string text = saved->interval;
     ModuleCalendar cal(loader_);
-    if (cal.zintstr(text.data(), static_cast<int>(text.size()), &saved_interval) != 0 || saved_interval.units != plan.interval.units ||
-        saved_interval.intcode != plan.interval.intcode || saved_interval.intper != plan.interval.intper ||
-        saved_interval.shiftper != plan.interval.shiftper) {
+    if (cal.zintstr(text.data(), static_cast<int>(text.size()), &saved_interval) != 0 ||
+        saved_interval.units != plan.interval.units || saved_interval.intcode != plan.interval.intcode ||
+        saved_interval.intper != plan.interval.intper || saved_interval.shiftper != plan.interval.shiftper) {
       throw RunError(fmt::format("the model was fitted on interval {}, not {}: {}", host::quote_input(saved->interval),
                                  host::quote_input(plan.options.interval), saved->path));
     }
@@ -992,8 +997,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
     }
     p.fit_range = host::find_list(p.model, "FITRANGE");
     p.eval_range = host::find_list(p.model, "EVALRANGE");
-    const bool ranges_given = !o.fit_start.empty() || !o.fit_end.empty() || !o.eval_start.empty() ||
-                              !o.eval_end.empty() || o.holdout > 0;
+    const bool ranges_given =
+        !o.fit_start.empty() || !o.fit_end.empty() || !o.eval_start.empty() || !o.eval_end.empty() || o.holdout > 0;
     if (ranges_given && (p.fit_range == nullptr || p.eval_range == nullptr)) {
       throw RunError(fmt::format("{}: FITRANGE or EVALRANGE holds no list to take the ranges", saved->path));
     }
@@ -1069,7 +1074,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
       a.push_back(x);
       f.push_back(result.table.columns[kForecast].values[row]);
     }
-    const std::vector<double> fit_values(p.placed.values.begin() + p.fit_first, p.placed.values.begin() + p.fit_last + 1);
+    const std::vector<double> fit_values(p.placed.values.begin() + p.fit_first,
+                                         p.placed.values.begin() + p.fit_last + 1);
     result.holdout_accuracy = accuracy(a, f, seasonal_naive_mae(fit_values, p.nseasons > 1 ? p.nseasons : 1));
     for (const auto& [upper, level] : limit_columns) {
       const auto tail = [&](std::size_t c) {
@@ -1077,8 +1083,7 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
         return std::vector<double>(v.begin() + static_cast<long>(first),
                                    v.begin() + static_cast<long>(std::min(v.size(), first + a.size())));
       };
-      result.holdout_coverage.emplace_back(result.table.columns[upper].name,
-                                           coverage(a, tail(upper + 1), tail(upper)));
+      result.holdout_coverage.emplace_back(result.table.columns[upper].name, coverage(a, tail(upper + 1), tail(upper)));
     }
   }
   result.forecast_seconds = clock_if(plan.timed) - t1;

@@ -37,8 +37,8 @@
 #include <nlohmann/json.hpp>
 
 #include "intervals/interval.h"
-#include "runner/accuracy.h"
 #include "module/host_api.h"
+#include "runner/accuracy.h"
 #include "runner/families.h"
 #include "runner/loader.h"
 #include "runner/series_csv.h"
@@ -96,7 +96,7 @@ struct ModelOptions {
   std::string model;     // a family name (families())
   std::string interval;  // MONTH, QTR, WEEK, DAY, DTHOUR, OBS, ...
   std::optional<int> nseasons;
-  std::array<std::vector<double>, kNumWeightKinds> bounds;  // {lower, upper} or empty
+  std::array<std::vector<double>, kNumWeightKinds> bounds;   // {lower, upper} or empty
   std::array<std::optional<double>, kNumWeightKinds> fixed;  // a weight held at a value
   bool no_bounds = false;
   bool no_stability = false;
@@ -134,7 +134,7 @@ struct Plan {
 };
 
 struct WeightEstimate {
-  std::string name;   // LEVEL, TREND, DAMPING, SEASONAL
+  std::string name;  // LEVEL, TREND, DAMPING, SEASONAL
   std::string label;
   double estimate = kNaN;
   double std_error = kNaN;
@@ -150,7 +150,6 @@ struct SmoothedState {
   double trend = kNaN;
   std::vector<double> factors;  // empty without seasons
 };
-
 
 // One family tried by --model auto.
 struct Candidate {
@@ -170,11 +169,11 @@ struct AutoChoice {
 // What the fit wrote for one series.  New results go at the end.
 struct FitResult {
   const Family* family = nullptr;
-  std::string variable;         // the series' name (its value column)
-  std::string interval;         // the interval as written
-  long nobs = 0;                // periods from the first time ID to the last
-  double start = 0.0;           // start of the first period
-  std::string start_text;       // the same as a date, datetime or number
+  std::string variable;    // the series' name (its value column)
+  std::string interval;    // the interval as written
+  long nobs = 0;           // periods from the first time ID to the last
+  double start = 0.0;      // start of the first period
+  std::string start_text;  // the same as a date, datetime or number
   std::vector<WeightEstimate> weights;
   double error_variance = kNaN;
   SmoothedState state;
@@ -184,20 +183,18 @@ struct FitResult {
   // How the estimation ended, and its iterations.
   FitEnd end = FitEnd::kNotEstimated;
   int iterations = 0;
-  int nseasons = 0;     // the cycle the fit used, 0 without seasons
-  long fit_first = 0;   // the fit range as indexes of the placed series
+  int nseasons = 0;    // the cycle the fit used, 0 without seasons
+  long fit_first = 0;  // the fit range as indexes of the placed series
   long fit_last = -1;
-  Criteria criteria;    // of the one-step errors over the fit range
+  Criteria criteria;  // of the one-step errors over the fit range
   Accuracy fit_accuracy;
-  Accuracy eval_accuracy;  // of the one-step errors over the evaluation range
-  bool thorough = false;  // the thorough search chose these weights
+  Accuracy eval_accuracy;            // of the one-step errors over the evaluation range
+  bool thorough = false;             // the thorough search chose these weights
   std::optional<AutoChoice> choice;  // --model auto: the candidates and the choice
   // One line each: a fit that did not converge, weights on or outside a bound.
   std::vector<std::string> warnings;
   bool converged() const { return end == FitEnd::kConverged || end == FitEnd::kNotEstimated; }
 };
-
-
 
 // A column of the forecast table.
 struct TableColumn {
@@ -263,9 +260,8 @@ class Runner {
   // options the interval comes from the time IDs (infer_interval), and
   // *inferred names it; when none fits, RunError names two rows. Throws
   // RunError and CsvError.
-  Plan plan_for_file(const ModelOptions& options, bool forecast, const std::string& path,
-                     const std::string& id_column, const std::string& var_column, CsvSeries* series,
-                     std::string* inferred) const;
+  Plan plan_for_file(const ModelOptions& options, bool forecast, const std::string& path, const std::string& id_column,
+                     const std::string& var_column, CsvSeries* series, std::string* inferred) const;
 
   // Fits one series.  With keep_model_list the result carries the whole
   // model list.  Throws RunError (a failed fit: kExitMethodFailed) and

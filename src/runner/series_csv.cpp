@@ -1,6 +1,7 @@
 #include "runner/series_csv.h"
 
-#include <fmt/format.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <bit>
 #include <cerrno>
@@ -13,9 +14,9 @@
 #include <limits>
 #include <map>
 #include <string_view>
-#include <signal.h>
+
+#include <fmt/format.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "common/civil_days.h"
 #include "host/host.h"
@@ -160,13 +161,14 @@ CsvRow parse_csv_row(const std::string& path, long lineno, const std::string& id
   } else if (const auto number = host::read_number_text(value_text)) {
     row.value = *number;
   } else {
-    throw CsvError(fmt::format("{}: {} is not a number", where(path, lineno, var_column), host::quote_input(value_text)));
+    throw CsvError(
+        fmt::format("{}: {} is not a number", where(path, lineno, var_column), host::quote_input(value_text)));
   }
   return row;
 }
 
-CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
-                          const std::string& var_column, TimeUnits units) {
+CsvSeries read_series_csv(const std::string& path, const std::string& id_column, const std::string& var_column,
+                          TimeUnits units) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw CsvError(fmt::format("{}: cannot open the file for reading", path));
   return read_series_csv(in, path, id_column, var_column, units);
@@ -207,20 +209,21 @@ CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::
     for (std::size_t k = 0; k < header.size(); ++k) {
       if (header[k] == name) return k;
     }
-    throw CsvError(fmt::format("{}: line {}: no column named {} in the header", path, header_line, host::quote_input(name)));
+    throw CsvError(
+        fmt::format("{}: line {}: no column named {} in the header", path, header_line, host::quote_input(name)));
   };
   const std::size_t id_col = column_index(id_column, 0, "time ID");
   const std::size_t var_col = column_index(var_column, 1, "value");
   if (id_col == var_col) {
-    throw CsvError(fmt::format("{}: line {}: the time ID and the value are the same column {}", path,
-                               header_line, host::quote_input(header[id_col])));
+    throw CsvError(fmt::format("{}: line {}: the time ID and the value are the same column {}", path, header_line,
+                               host::quote_input(header[id_col])));
   }
   // A first line of a time ID and a number is data: the file has no header.
   if (double t = 0.0; parse_time(header[id_col], units, &t) && host::read_number_text(header[var_col])) {
-    throw CsvError(fmt::format("the file has no header line: line {} holds data ({} and {}); give the columns names "
-                               "in a first line such as date,value: {}",
-                               header_line, host::quote_input(header[id_col]), host::quote_input(header[var_col]),
-                               path));
+    throw CsvError(
+        fmt::format("the file has no header line: line {} holds data ({} and {}); give the columns names "
+                    "in a first line such as date,value: {}",
+                    header_line, host::quote_input(header[id_col]), host::quote_input(header[var_col]), path));
   }
   series.id_column = header[id_col];
   series.var_column = header[var_col];
@@ -232,11 +235,11 @@ CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::
       throw CsvError(fmt::format("{}: line {}: unterminated quote", path, lineno));
     }
     if (fields.size() != header.size()) {
-      throw CsvError(fmt::format("{}: line {}: {} field(s) where the header has {}", path, lineno, fields.size(),
-                                 header.size()));
+      throw CsvError(
+          fmt::format("{}: line {}: {} field(s) where the header has {}", path, lineno, fields.size(), header.size()));
     }
-    CsvRow row = parse_csv_row(path, lineno, fields[id_col], fields[var_col], series.id_column, series.var_column,
-                               units);
+    CsvRow row =
+        parse_csv_row(path, lineno, fields[id_col], fields[var_col], series.id_column, series.var_column, units);
     series.rows.push_back(std::move(row));
   }
   if (in.bad()) throw CsvError(fmt::format("{}: read error", path));
@@ -252,8 +255,8 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
   }
   placed.stdate = calendar.period_start(earliest->time);
   if (calendar.is_missing(placed.stdate)) {
-    throw CsvError(fmt::format("{}: the interval cannot place {}",
-                               where(series.path, earliest->line, series.id_column), host::quote_input(earliest->id_text)));
+    throw CsvError(fmt::format("{}: the interval cannot place {}", where(series.path, earliest->line, series.id_column),
+                               host::quote_input(earliest->id_text)));
   }
   // Period index of every row, from the first period.
   std::map<long, const CsvRow*> by_period;
@@ -261,21 +264,21 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
   for (const CsvRow& row : series.rows) {
     const double k = calendar.count(placed.stdate, row.time);
     if (calendar.is_missing(k) || !std::isfinite(k) || k < 0) {
-      throw CsvError(fmt::format("{}: the interval cannot place {}",
-                                 where(series.path, row.line, series.id_column), host::quote_input(row.id_text)));
+      throw CsvError(fmt::format("{}: the interval cannot place {}", where(series.path, row.line, series.id_column),
+                                 host::quote_input(row.id_text)));
     }
     if (k >= static_cast<double>(kMaxSeriesPeriods)) {
       throw CsvError(fmt::format(
           "the series spans more than {} periods of the interval, more than memory allows: {}: lines {} and {}, "
           "column {}: {} and {}",
-          kMaxSeriesPeriods, series.path, earliest->line, row.line, host::quote_input(series.id_column), host::quote_input(earliest->id_text),
-          host::quote_input(row.id_text)));
+          kMaxSeriesPeriods, series.path, earliest->line, row.line, host::quote_input(series.id_column),
+          host::quote_input(earliest->id_text), host::quote_input(row.id_text)));
     }
     const long index = static_cast<long>(k);
     auto [it, inserted] = by_period.emplace(index, &row);
     if (!inserted) {
-      throw CsvError(fmt::format("{}: lines {} and {}, column {}: {} and {} fall in the same period",
-                                 series.path, it->second->line, row.line, host::quote_input(series.id_column),
+      throw CsvError(fmt::format("{}: lines {} and {}, column {}: {} and {} fall in the same period", series.path,
+                                 it->second->line, row.line, host::quote_input(series.id_column),
                                  host::quote_input(it->second->id_text), host::quote_input(row.id_text)));
     }
     if (index > last) last = index;
@@ -324,12 +327,17 @@ class TemporaryGuard {
 
 const char* kind_of(const std::filesystem::file_status& st) {
   switch (st.type()) {
-    case std::filesystem::file_type::directory: return "a directory";
+    case std::filesystem::file_type::directory:
+      return "a directory";
     case std::filesystem::file_type::block:
-    case std::filesystem::file_type::character: return "a device";
-    case std::filesystem::file_type::fifo: return "a pipe";
-    case std::filesystem::file_type::socket: return "a socket";
-    default: return "not a regular file";
+    case std::filesystem::file_type::character:
+      return "a device";
+    case std::filesystem::file_type::fifo:
+      return "a pipe";
+    case std::filesystem::file_type::socket:
+      return "a socket";
+    default:
+      return "not a regular file";
   }
 }
 

@@ -42,16 +42,16 @@ class CsvTimeIdError : public CsvError {
 
 // One data row of the file.
 struct CsvRow {
-  long line = 0;          // 1-based line number in the file
-  std::string id_text;    // the time ID as written
-  double time = 0.0;      // the time ID as a time value of the chosen units
-  double value = 0.0;     // meaningful when !missing
-  bool missing = false;   // empty field or "."
+  long line = 0;         // 1-based line number in the file
+  std::string id_text;   // the time ID as written
+  double time = 0.0;     // the time ID as a time value of the chosen units
+  double value = 0.0;    // meaningful when !missing
+  bool missing = false;  // empty field or "."
 };
 
 struct CsvSeries {
   std::string path;
-  std::string id_column;   // header names of the two columns used
+  std::string id_column;  // header names of the two columns used
   std::string var_column;
   std::vector<CsvRow> rows;
 };
@@ -67,8 +67,8 @@ CsvRow parse_csv_row(const std::string& path, long line, const std::string& id_t
 
 // Reads `path`. `id_column` and `var_column` name header fields; empty means
 // the first and the second column. Throws CsvError.
-CsvSeries read_series_csv(const std::string& path, const std::string& id_column,
-                          const std::string& var_column, TimeUnits units);
+CsvSeries read_series_csv(const std::string& path, const std::string& id_column, const std::string& var_column,
+                          TimeUnits units);
 // The same from an open stream; `path` names it in messages.
 CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::string& id_column,
                           const std::string& var_column, TimeUnits units);
@@ -76,9 +76,9 @@ CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::
 // The series placed on a calendar: values[i] belongs to the i-th period from
 // the one that holds the earliest time ID. A period without a row is missing.
 struct PlacedSeries {
-  double stdate = 0.0;             // start of the first period
-  std::vector<double> values;      // NaN stands for a missing value here
-  std::vector<long> lines;         // source line of each period, 0 if none
+  double stdate = 0.0;         // start of the first period
+  std::vector<double> values;  // NaN stands for a missing value here
+  std::vector<long> lines;     // source line of each period, 0 if none
 };
 
 // Calendar services the placement needs, answered by the module's interval

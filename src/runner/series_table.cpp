@@ -117,7 +117,8 @@ void split_row(const std::string& path, long lineno, const std::string& line, st
                std::vector<std::string>* fields) {
   if (!split_csv_line(line, fields)) throw CsvError(fmt::format("{}: line {}: unterminated quote", path, lineno));
   if (fields->size() != width) {
-    throw CsvError(fmt::format("{}: line {}: {} field(s) where the header has {}", path, lineno, fields->size(), width));
+    throw CsvError(
+        fmt::format("{}: line {}: {} field(s) where the header has {}", path, lineno, fields->size(), width));
   }
 }
 
@@ -139,7 +140,8 @@ SeriesTable::SeriesTable(std::string path, TableLayout layout) : layout_(std::mo
   const std::string& p = shape_.path;
   BlockReader in(p);
   std::string line;
-  if (!in.next_nonblank(&line)) throw CsvError(fmt::format("{}: line {}: the file has no header line", p, in.number() + 1));
+  if (!in.next_nonblank(&line))
+    throw CsvError(fmt::format("{}: line {}: the file has no header line", p, in.number() + 1));
   header_line_ = in.number();
   if (!split_csv_line(line, &header_)) {
     throw CsvError(fmt::format("{}: line {}: unterminated quote in the header", p, header_line_));
@@ -264,8 +266,7 @@ void SeriesTable::read_long(const std::function<void(RawSeries&&)>& take) const 
 // `first` (keys are numbered in the order their first rows come) and ends
 // once every series of the group is complete; each is handed on as soon as
 // it and those before it are.
-void SeriesTable::read_group(std::size_t first, std::size_t end,
-                             const std::function<void(RawSeries&&)>& take) const {
+void SeriesTable::read_group(std::size_t first, std::size_t end, const std::function<void(RawSeries&&)>& take) const {
   auto changed = [&] { return CsvError(fmt::format("{}: the file changed while it was read", shape_.path)); };
   std::vector<RawSeries> group(end - first);
   for (std::size_t o = first; o < end; ++o) {

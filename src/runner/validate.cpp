@@ -30,8 +30,8 @@ void check_factors(const char* option, const std::vector<double>& factors, bool 
     const double f = factors[i];
     if (!std::isfinite(f)) throw RunError(fmt::format("{}: factor {} is {}, not a finite number", option, i + 1, f));
     if (multiplicative && f <= 0.0) {
-      throw RunError(fmt::format("{}: factor {} is {}: the factors of a multiplicative model are above 0", option,
-                                 i + 1, f));
+      throw RunError(
+          fmt::format("{}: factor {} is {}: the factors of a multiplicative model are above 0", option, i + 1, f));
     }
   }
 }
@@ -48,8 +48,8 @@ void validate_options(const ModelOptions& o, const Family* family, bool forecast
     }
     for (double b : o.bounds[k]) check_weight(option, b);
     if (o.bounds[k][0] > o.bounds[k][1]) {
-      throw RunError(fmt::format("{}: the lower bound {} is above the upper bound {}", option, o.bounds[k][0],
-                                 o.bounds[k][1]));
+      throw RunError(
+          fmt::format("{}: the lower bound {} is above the upper bound {}", option, o.bounds[k][0], o.bounds[k][1]));
     }
   }
   check_state("--start-level", o.start_level);
@@ -59,8 +59,8 @@ void validate_options(const ModelOptions& o, const Family* family, bool forecast
   check_factors("--start-factors", o.start_factors, is_multiplicative(family));
   check_factors("--backcast-factors", o.backcast_factors, is_multiplicative(family));
   if (o.nseasons && (*o.nseasons < 2 || *o.nseasons > kMaxSeasons)) {
-    throw RunError(fmt::format("--nseasons: {} is not a seasonal cycle: a cycle has from 2 to {} seasons",
-                               *o.nseasons, kMaxSeasons));
+    throw RunError(fmt::format("--nseasons: {} is not a seasonal cycle: a cycle has from 2 to {} seasons", *o.nseasons,
+                               kMaxSeasons));
   }
   if (o.holdout < 0) throw RunError(fmt::format("--holdout: {} is below 0", o.holdout));
   if (!forecast) return;
@@ -80,8 +80,8 @@ void validate_options(const ModelOptions& o, const Family* family, bool forecast
 
 void validate_cycle(const ModelOptions& o, int nseasons) {
   if (nseasons <= 0) return;
-  for (const auto& [option, factors] : {std::pair{"--start-factors", &o.start_factors},
-                                        std::pair{"--backcast-factors", &o.backcast_factors}}) {
+  for (const auto& [option, factors] :
+       {std::pair{"--start-factors", &o.start_factors}, std::pair{"--backcast-factors", &o.backcast_factors}}) {
     if (!factors->empty() && factors->size() != static_cast<std::size_t>(nseasons)) {
       throw RunError(fmt::format("{}: {} factors given for a cycle of {} seasons; give one for each season", option,
                                  factors->size(), nseasons));

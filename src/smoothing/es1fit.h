@@ -8,8 +8,8 @@
 #include "module/win_model.h"
 #include "smoothing/es1subs.h"
 #include "smoothing/family_traits.h"
-#include "smoothing/frame_drivers.h"
 #include "smoothing/frame.h"
+#include "smoothing/frame_drivers.h"
 #include "smoothing/frame_out.h"
 
 // The exported drivers (smoothing/frame_drivers.h).
@@ -32,16 +32,16 @@ struct Family : FamilyDefaults, LevelWeightShape {
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     model->smooth = model->svi;
-    return zes1smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
-                   &model->smooth.level, mse, nullptr, nullptr);
+    return zes1smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], &model->smooth.level, mse,
+                   nullptr, nullptr);
   }
 
   // The twenty candidates side by side in one backward and forward pass.
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
                            const bool* /*eligible: no stability test*/, int* rc, double* mse) {
     model->smooth = model->svi;
-    smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w, kGridRows,
-                model->svi.level, rc, mse);
+    smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w, kGridRows, model->svi.level, rc,
+                mse);
   }
 
   static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
@@ -67,21 +67,17 @@ struct Family : FamilyDefaults, LevelWeightShape {
   }
 
   static void turn(Pass&, const double*) {}
-  static void save_start(const Pass& pass, WINMODEL* model) {
-    model->startvals.level = pass.smooth.level;
-  }
+  static void save_start(const Pass& pass, WINMODEL* model) { model->startvals.level = pass.smooth.level; }
 
   static constexpr auto std_errors = &zes1std;
 
   // Diagnostics.
-  static constexpr Diagnostics kDiagnostics = {
-      "   Level  ", "%8.93f   ",
-      nullptr, nullptr,
-      " Simple Smoothing Partial Derivative Information    "};
-  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
-                              const double* deltas, int wkflag, double* pder) {
-    return zes1npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
-                   model->svi.level, deltas[0], wkflag, pder);
+  static constexpr Diagnostics kDiagnostics = {"   Level  ", "%8.93f   ", nullptr, nullptr,
+                                               " Simple Smoothing Partial Derivative Information    "};
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w, const double* deltas, int wkflag,
+                              double* pder) {
+    return zes1npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], model->svi.level, deltas[0],
+                   wkflag, pder);
   }
 
   // Forecast.
@@ -94,9 +90,8 @@ struct Family : FamilyDefaults, LevelWeightShape {
 
   static int predict(WINMODEL* model, const double* w, long end, int startflg) {
     return zes1prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
-                   model->ts.descstats.norm, model->fitrange.nobs, w[0], &model->smooth.level, 0,
-                   end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse,
-                   model->out.strptr);
+                   model->ts.descstats.norm, model->fitrange.nobs, w[0], &model->smooth.level, 0, end, model->lead,
+                   model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
   }
 };
 

@@ -52,7 +52,6 @@ struct Kernel {
   }
 };
 
-
 static_assert(es1::kManyWeights == pass::kManyWeights);
 
 // Simple smoothing for the side-by-side pass: one weight per lane.
@@ -82,13 +81,12 @@ int zes1pnt(double x, double xscale, double wlevel, double* level, double* xhat,
   return es1::point(x, xscale, wlevel, level, xhat, e);
 }
 
-int zes1dpd(double x, double wlevel, double llevel, double /*clevel*/, double* derlev,
-            double* dervec) {
+int zes1dpd(double x, double wlevel, double llevel, double /*clevel*/, double* derlev, double* dervec) {
   return es1::point_derivative(x, wlevel, llevel, derlev, dervec);
 }
 
-int zes1smo(double* x, char* misflg, double xscale, long n, double wlevel, double* level,
-            double* mse, double* smoothed, double* strptr) {
+int zes1smo(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* mse, double* smoothed,
+            double* strptr) {
   Kernel::State s{*level};
   const int rc = pass::smooth(Kernel{xscale, wlevel}, x, misflg, n, s, mse, smoothed, strptr);
   *level = s.level;
@@ -105,12 +103,11 @@ int zes1svi(double* x, char* misflg, long n, int /*stflg*/, double* level) {
   return kOk;
 }
 
-int zes1prd(double* x, char* misflg, double xscale, long n, double wlevel, double* level,
-            long start, long end, long lead, double se2, double siglev, int startflg,
-            double* mse, double* strptr) {
+int zes1prd(double* x, char* misflg, double xscale, long n, double wlevel, double* level, long start, long end,
+            long lead, double se2, double siglev, int startflg, double* mse, double* strptr) {
   Kernel::State s{*level};
-  const int rc = pass::predict(Kernel{xscale, wlevel}, x, misflg, n, s, start, end, lead, se2,
-                               siglev, startflg, mse, strptr);
+  const int rc =
+      pass::predict(Kernel{xscale, wlevel}, x, misflg, n, s, start, end, lead, se2, siglev, startflg, mse, strptr);
   *level = s.level;
   return rc;
 }
@@ -127,25 +124,22 @@ int zes1psi(double wlevel, long npsi, double* psi) {
   return kOk;
 }
 
-int zes1npd(double* x, char* misflg, double xscale, long n, double wlevel, double level,
-            double deltas, int wkflag, double* pder) {
-  return pass::central_differences<1>(&wlevel, &deltas, wkflag, pder,
-                                      [&](const double* w, double* mse) {
-                                        double l = level;
-                                        return zes1smo(x, misflg, xscale, n, w[0], &l, mse,
-                                                       nullptr, nullptr);
-                                      });
+int zes1npd(double* x, char* misflg, double xscale, long n, double wlevel, double level, double deltas, int wkflag,
+            double* pder) {
+  return pass::central_differences<1>(&wlevel, &deltas, wkflag, pder, [&](const double* w, double* mse) {
+    double l = level;
+    return zes1smo(x, misflg, xscale, n, w[0], &l, mse, nullptr, nullptr);
+  });
 }
 
-int zes1std(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-            double* tvals) {
+int zes1std(double* xpxdiag, double mse, long nobs, double* parms, double* stderr, double* tvals) {
   return pass::standard_errors<1>(xpxdiag, mse, nobs > 1, parms, stderr, tvals);
 }
 
 }  // extern "C"
 
-void es1::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
-                      int count, double level, int* rc, double* mse) {
+void es1::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
+                      double level, int* rc, double* mse) {
   Lanes lanes;
   for (int j = 0; j < count; ++j) {
     lanes.w[j] = w[j];

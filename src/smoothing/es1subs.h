@@ -29,22 +29,20 @@ extern "C" {
 // One observation: *xhat = *level, *e = *xhat - x, then the level update.
 // Returns 0, or -9 when |level| exceeds the state limit or the level exceeds
 // 10000 * xscale (the level is then set missing).
-ESF_EXPORT int zes1pnt(double x, double xscale, double wlevel, double* level,
-            double* xhat, double* e);
+ESF_EXPORT int zes1pnt(double x, double xscale, double wlevel, double* level, double* xhat, double* e);
 
 // Derivative by the weight for one observation.  On entry *derlev is the
 // derivative of the level before the observation; dervec[0] receives it (the
 // derivative of this observation's prediction) and *derlev becomes
 // x - llevel + (1 - w) * derlev.  `clevel` has no influence.  0 or -9.
-ESF_EXPORT int zes1dpd(double x, double wlevel, double llevel, double clevel,
-            double* derlev, double* dervec);
+ESF_EXPORT int zes1dpd(double x, double wlevel, double llevel, double clevel, double* derlev, double* dervec);
 
 // Backward then forward pass over n observations starting from *level.
 // *mse = sum of squared errors / observations used.  `smoothed` (n doubles:
 // the predictions) and `strptr` (4 doubles per observation: x, xhat, e,
 // level) may be null.  0, -2 or -9.
-ESF_EXPORT int zes1smo(double* x, char* misflg, double xscale, long n, double wlevel,
-            double* level, double* mse, double* smoothed, double* strptr);
+ESF_EXPORT int zes1smo(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* mse,
+                       double* smoothed, double* strptr);
 
 // Start value of the backward pass: the last non-missing observation.
 // -2 when the only usable observation is the first.  `stflg` is not used.
@@ -55,14 +53,12 @@ ESF_EXPORT int zes1svi(double* x, char* misflg, long n, int stflg, double* level
 // t >= start, then the forecast rows.  startflg 0 runs the backward pass
 // first; non-zero takes *level as the state before observation 0.
 // *mse = sse / (nobs - 1) (sse when nobs is 1).  0, -2 or -9.
-ESF_EXPORT int zes1prd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double* level, long start, long end, long lead, double se2,
-            double siglev, int startflg, double* mse, double* strptr);
+ESF_EXPORT int zes1prd(double* x, char* misflg, double xscale, long n, double wlevel, double* level, long start,
+                       long end, long lead, double se2, double siglev, int startflg, double* mse, double* strptr);
 
 // Variance of the forecast `lead` steps ahead, se2 * (1 + (lead-1) * w^2);
 // *limit (when given) the half-width of the limits at level siglev.
-ESF_EXPORT double zes1cla(double wlevel, double se2, long lead, double siglev,
-               double* limit);
+ESF_EXPORT double zes1cla(double wlevel, double se2, long lead, double siglev, double* limit);
 
 // Moving-average weights: psi[0] = 1, psi[1..npsi-1] = w.  Returns 0.
 ESF_EXPORT int zes1psi(double wlevel, long npsi, double* psi);
@@ -70,13 +66,12 @@ ESF_EXPORT int zes1psi(double wlevel, long npsi, double* psi);
 // Central difference of the mean squared error of zes1smo by the weight,
 // relative (wkflag 1) or absolute step `deltas`.  Each evaluation starts from
 // `level`.  0, or -92.
-ESF_EXPORT int zes1npd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double level, double deltas, int wkflag, double* pder);
+ESF_EXPORT int zes1npd(double* x, char* misflg, double xscale, long n, double wlevel, double level, double deltas,
+                       int wkflag, double* pder);
 
 // Standard error sqrt(|xpxdiag[0]| * mse) and t value parms[0] / stderr;
 // both missing unless nobs > 1.  Returns 0.
-ESF_EXPORT int zes1std(double* xpxdiag, double mse, long nobs, double* parms,
-            double* stderr, double* tvals);
+ESF_EXPORT int zes1std(double* xpxdiag, double mse, long nobs, double* parms, double* stderr, double* tvals);
 
 #ifdef __cplusplus
 }
@@ -88,8 +83,7 @@ namespace es1 {
 // The bodies of zes1pnt and zes1dpd, inline so that the estimation frame's
 // passes run without a call per observation.  The exported routines call
 // these, so both give the same bits.
-inline int point(double x, double xscale, double wlevel, double* level, double* xhat,
-                 double* e) noexcept {
+inline int point(double x, double xscale, double wlevel, double* level, double* xhat, double* e) noexcept {
   using namespace smoothing;
   const double l = *level;
   if (std::fabs(l) > kStateLimit) {
@@ -106,8 +100,7 @@ inline int point(double x, double xscale, double wlevel, double* level, double* 
   return kOk;
 }
 
-inline int point_derivative(double x, double wlevel, double llevel, double* derlev,
-                            double* dervec) noexcept {
+inline int point_derivative(double x, double wlevel, double llevel, double* derlev, double* dervec) noexcept {
   using namespace smoothing;
   const double d = *derlev;
   if (std::fabs(d) > kErrorLimit) {
@@ -129,8 +122,8 @@ inline int point_derivative(double x, double wlevel, double llevel, double* derl
 // weight meets exactly the arithmetic of zes1smo; a guard that trips marks
 // the weight failed (-9), whatever follows.
 inline constexpr int kManyWeights = 32;
-void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
-                 int count, double level, int* rc, double* mse);
+void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count, double level,
+                 int* rc, double* mse);
 
 }  // namespace es1
 #endif

@@ -42,21 +42,19 @@ struct Family : TrendedFamily {
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     model->smooth = model->svi;
-    return zes2smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
-                   &model->smooth.level, &model->smooth.trend, mse, nullptr, nullptr);
+    return zes2smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1], &model->smooth.level,
+                   &model->smooth.trend, mse, nullptr, nullptr);
   }
 
   // The eligible candidates side by side in one backward and forward pass.
-  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
-                           const bool* eligible, int* rc, double* mse) {
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
+                           double* mse) {
     grid_side_by_side<2, es2::smooth_many>(model, fitcon, w, eligible, rc, mse);
   }
 
   // A missing observation takes the prediction L + T as its value: its error
   // is 0 and its state change the step over a missing observation.
-  static double missing_value(const Pass& pass, const double*, long) {
-    return pass.smooth.level + pass.smooth.trend;
-  }
+  static double missing_value(const Pass& pass, const double*, long) { return pass.smooth.level + pass.smooth.trend; }
 
   static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
     return fit_observation<2>(
@@ -75,24 +73,25 @@ struct Family : TrendedFamily {
   static constexpr auto std_errors = &zes2std;
 
   // Diagnostics.
-  static constexpr Diagnostics kDiagnostics = {
-      "   Level     Trend   ", "%8.93f  %8.93f   ",
-      nullptr, nullptr,
-      " Linear ES Partial Derivative Information           ",
-      "                  LEVEL    TREND                   "};
-  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
-                              const double* deltas, int wkflag, double* pder) {
+  static constexpr Diagnostics kDiagnostics = {"   Level     Trend   ",
+                                               "%8.93f  %8.93f   ",
+                                               nullptr,
+                                               nullptr,
+                                               " Linear ES Partial Derivative Information           ",
+                                               "                  LEVEL    TREND                   "};
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w, const double* deltas, int wkflag,
+                              double* pder) {
     double d[2] = {deltas[0], deltas[1]};
-    return zes2npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
-                   model->svi.level, model->svi.trend, d, wkflag, pder);
+    return zes2npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1], model->svi.level,
+                   model->svi.trend, d, wkflag, pder);
   }
 
   // Forecast.
   static int predict(WINMODEL* model, const double* w, long end, int startflg) {
     return zes2prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
-                   model->ts.descstats.norm, model->fitrange.nobs, w[0], w[1],
-                   &model->smooth.level, &model->smooth.trend, 0, end, model->lead,
-                   model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
+                   model->ts.descstats.norm, model->fitrange.nobs, w[0], w[1], &model->smooth.level,
+                   &model->smooth.trend, 0, end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse,
+                   model->out.strptr);
   }
 };
 

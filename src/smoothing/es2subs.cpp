@@ -53,9 +53,7 @@ struct Kernel : TrendedKernel {
     s.level = s.level + s.trend;
     xhat = s.level;
   }
-  double variance(double base, long k) const noexcept {
-    return lead_variance(wlevel, wtrend, base, k);
-  }
+  double variance(double base, long k) const noexcept { return lead_variance(wlevel, wtrend, base, k); }
   // Forecast k is L + k * T from the end states.
   static double forecast(const State& s, long k, double* cols) noexcept {
     const double f = s.level + static_cast<double>(k) * s.trend;
@@ -64,7 +62,6 @@ struct Kernel : TrendedKernel {
     return f;
   }
 };
-
 
 // Linear smoothing for the side-by-side pass: a weight pair per lane.
 struct Lanes : TrendedLanes {
@@ -87,48 +84,40 @@ struct Lanes : TrendedLanes {
 
 extern "C" {
 
-int zes2pnt(double x, double xscale, double wlevel, double wtrend,
-            double* level, double* trend, double* xhat, double* e) {
+int zes2pnt(double x, double xscale, double wlevel, double wtrend, double* level, double* trend, double* xhat,
+            double* e) {
   return es2::point(x, xscale, wlevel, wtrend, level, trend, xhat, e);
 }
 
-int zes2dpd(double x, double wlevel, double wtrend, double llevel,
-            double clevel, double ltrend, double /*ctrend*/, double* derlev,
-            double* dertre, double* dervec) {
-  return es2::point_derivative(x, wlevel, wtrend, llevel, clevel, ltrend, derlev, dertre,
-                               dervec);
+int zes2dpd(double x, double wlevel, double wtrend, double llevel, double clevel, double ltrend, double /*ctrend*/,
+            double* derlev, double* dertre, double* dervec) {
+  return es2::point_derivative(x, wlevel, wtrend, llevel, clevel, ltrend, derlev, dertre, dervec);
 }
 
-int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double* level, double* trend, double* mse,
-            double* smoothed, double* strptr) {
+int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double* level, double* trend,
+            double* mse, double* smoothed, double* strptr) {
   Kernel::State s{*level, *trend};
-  const int rc = pass::smooth(Kernel{{}, xscale, wlevel, wtrend}, x, misflg, n, s, mse,
-                              smoothed, strptr);
+  const int rc = pass::smooth(Kernel{{}, xscale, wlevel, wtrend}, x, misflg, n, s, mse, smoothed, strptr);
   *level = s.level;
   *trend = s.trend;
   return rc;
 }
 
-int zes2svi(double* x, char* misflg, long n, int stflg, double* level,
-            double* trend) {
+int zes2svi(double* x, char* misflg, long n, int stflg, double* level, double* trend) {
   return trended_start(x, misflg, n, stflg, level, trend);
 }
 
-int zes2prd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double* level, double* trend, long start,
-            long end, long lead, double se2, double siglev, int startflg,
-            double* mse, double* strptr) {
+int zes2prd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double* level, double* trend,
+            long start, long end, long lead, double se2, double siglev, int startflg, double* mse, double* strptr) {
   Kernel::State s{*level, *trend};
-  const int rc = pass::predict(Kernel{{}, xscale, wlevel, wtrend}, x, misflg, n, s, start, end,
-                               lead, se2, siglev, startflg, mse, strptr);
+  const int rc = pass::predict(Kernel{{}, xscale, wlevel, wtrend}, x, misflg, n, s, start, end, lead, se2, siglev,
+                               startflg, mse, strptr);
   *level = s.level;
   *trend = s.trend;
   return rc;
 }
 
-double zes2cla(double wlevel, double wtrend, double se2, long lead,
-               double siglev, double* limit) {
+double zes2cla(double wlevel, double wtrend, double se2, long lead, double siglev, double* limit) {
   const double var = lead_variance(wlevel, wtrend, se2, lead);
   if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
   return var;
@@ -142,9 +131,8 @@ int zes2psi(double wlevel, double wtrend, long npsi, double* psi) {
   return kOk;
 }
 
-int zes2npd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double level, double trend, double* deltas,
-            int wkflag, double* pder) {
+int zes2npd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double level, double trend,
+            double* deltas, int wkflag, double* pder) {
   const double w[2] = {wlevel, wtrend};
   return pass::central_differences<2>(w, deltas, wkflag, pder, [&](const double* v, double* mse) {
     double l = level;
@@ -153,8 +141,7 @@ int zes2npd(double* x, char* misflg, double xscale, long n, double wlevel,
   });
 }
 
-int zes2std(double* xpxdiag, double mse, long nobs, double* parms,
-            double* stderr, double* tvals) {
+int zes2std(double* xpxdiag, double mse, long nobs, double* parms, double* stderr, double* tvals) {
   return pass::standard_errors<2>(xpxdiag, mse, nobs >= 3, parms, stderr, tvals);
 }
 
@@ -164,8 +151,8 @@ int zes2stb(double wlevel, double wtrend) {
 
 }  // extern "C"
 
-void es2::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
-                      int count, double level, double trend, int* rc, double* mse) {
+void es2::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
+                      double level, double trend, int* rc, double* mse) {
   Lanes lanes;
   for (int j = 0; j < count; ++j) {
     lanes.a[j] = w[2 * j];

@@ -25,28 +25,21 @@
 extern "C" {
 #endif
 
-ESF_EXPORT int zes2pnt(double x, double xscale, double wlevel, double wtrend,
-            double* level, double* trend, double* xhat, double* e);
-ESF_EXPORT int zes2dpd(double x, double wlevel, double wtrend, double llevel,
-            double clevel, double ltrend, double ctrend, double* derlev,
-            double* dertre, double* dervec);
-ESF_EXPORT int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double* level, double* trend, double* mse,
-            double* smoothed, double* strptr);
-ESF_EXPORT int zes2svi(double* x, char* misflg, long n, int stflg, double* level,
-            double* trend);
-ESF_EXPORT int zes2prd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double* level, double* trend, long start,
-            long end, long lead, double se2, double siglev, int startflg,
-            double* mse, double* strptr);
-ESF_EXPORT double zes2cla(double wlevel, double wtrend, double se2, long lead,
-               double siglev, double* limit);
+ESF_EXPORT int zes2pnt(double x, double xscale, double wlevel, double wtrend, double* level, double* trend,
+                       double* xhat, double* e);
+ESF_EXPORT int zes2dpd(double x, double wlevel, double wtrend, double llevel, double clevel, double ltrend,
+                       double ctrend, double* derlev, double* dertre, double* dervec);
+ESF_EXPORT int zes2smo(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double* level,
+                       double* trend, double* mse, double* smoothed, double* strptr);
+ESF_EXPORT int zes2svi(double* x, char* misflg, long n, int stflg, double* level, double* trend);
+ESF_EXPORT int zes2prd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double* level,
+                       double* trend, long start, long end, long lead, double se2, double siglev, int startflg,
+                       double* mse, double* strptr);
+ESF_EXPORT double zes2cla(double wlevel, double wtrend, double se2, long lead, double siglev, double* limit);
 ESF_EXPORT int zes2psi(double wlevel, double wtrend, long npsi, double* psi);
-ESF_EXPORT int zes2npd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double level, double trend, double* deltas,
-            int wkflag, double* pder);
-ESF_EXPORT int zes2std(double* xpxdiag, double mse, long nobs, double* parms,
-            double* stderr, double* tvals);
+ESF_EXPORT int zes2npd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double level,
+                       double trend, double* deltas, int wkflag, double* pder);
+ESF_EXPORT int zes2std(double* xpxdiag, double mse, long nobs, double* parms, double* stderr, double* tvals);
 // Non-zero when 0 < wlevel < 2 and 0 <= wtrend < 4 / wlevel - 2.
 ESF_EXPORT int zes2stb(double wlevel, double wtrend);
 
@@ -60,8 +53,8 @@ namespace es2 {
 // The bodies of zes2pnt and zes2dpd, inline so that the estimation frame's
 // passes run without a call per observation. The exported routines call
 // these, so both give the same bits.
-inline int point(double x, double xscale, double wlevel, double wtrend, double* level,
-                 double* trend, double* xhat, double* e) noexcept {
+inline int point(double x, double xscale, double wlevel, double wtrend, double* level, double* trend, double* xhat,
+                 double* e) noexcept {
   using namespace smoothing;
   const double l = *level;
   const double t = *trend;
@@ -86,16 +79,15 @@ inline int point(double x, double xscale, double wlevel, double wtrend, double* 
 
 // derlev and dertre hold d(level)/d(wlevel, wtrend) and d(trend)/d(...)
 // before the observation; dervec gets the derivatives of its prediction.
-inline int point_derivative(double x, double wlevel, double wtrend, double llevel,
-                            double clevel, double ltrend, double* derlev, double* dertre,
-                            double* dervec) noexcept {
+inline int point_derivative(double x, double wlevel, double wtrend, double llevel, double clevel, double ltrend,
+                            double* derlev, double* dertre, double* dervec) noexcept {
   using namespace smoothing;
   const double dl0 = derlev[0];
   const double dl1 = derlev[1];
   const double dt0 = dertre[0];
   const double dt1 = dertre[1];
-  if (std::fabs(dl0) > kErrorLimit || std::fabs(dl1) > kErrorLimit ||
-      std::fabs(dt0) > kErrorLimit || std::fabs(dt1) > kErrorLimit) {
+  if (std::fabs(dl0) > kErrorLimit || std::fabs(dl1) > kErrorLimit || std::fabs(dt0) > kErrorLimit ||
+      std::fabs(dt1) > kErrorLimit) {
     derlev[0] = derlev[1] = kMissing;
     dertre[0] = dertre[1] = kMissing;
     return kOverflow;
@@ -117,8 +109,8 @@ inline int point_derivative(double x, double wlevel, double wtrend, double lleve
 // row outputs: rc[j] and mse[j] are what zes2smo gives for pair j. The pairs
 // run side by side through one loop over the series, so that the grid of the
 // estimation frame costs one pass instead of twenty.
-void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
-                 int count, double level, double trend, int* rc, double* mse);
+void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count, double level,
+                 double trend, int* rc, double* mse);
 
 }  // namespace es2
 #endif

@@ -21,11 +21,9 @@ using namespace smoothing::frame;
 
 // Three weights, level, trend and damping; two states, level and trend.
 struct Family : TrendedFamily, ThreeWeightShape<Slot::damp> {
-
   // Candidate k tries entry k of the three tables.
-  static constexpr double kDampGrid[kGridRows] = {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98,
-                                                  0.98, 0.98, 0.98, 0.97, 0.97, 0.97, 0.97,
-                                                  0.97, 0.9,  0.9,  0.9,  0.9,  0.8};
+  static constexpr double kDampGrid[kGridRows] = {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98,
+                                                  0.97, 0.97, 0.97, 0.97, 0.97, 0.9,  0.9,  0.9,  0.9,  0.8};
   static constexpr const double* kGrid[3] = {kLevelGrid, kTrendGrid, kDampGrid};
   // The tables stand as they are under the default bounds: 0.001 .. 0.999
   // for level and trend, 0.9 .. 0.999 for damping (0.999 - 0.9 in doubles).
@@ -39,13 +37,13 @@ struct Family : TrendedFamily, ThreeWeightShape<Slot::damp> {
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     model->smooth = model->svi;
-    return zes3smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
-                   w[2], &model->smooth.level, &model->smooth.trend, mse, nullptr, nullptr);
+    return zes3smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1], w[2],
+                   &model->smooth.level, &model->smooth.trend, mse, nullptr, nullptr);
   }
 
   // The eligible candidates side by side in one backward and forward pass.
-  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
-                           const bool* eligible, int* rc, double* mse) {
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
+                           double* mse) {
     grid_side_by_side<3, es3::smooth_many>(model, fitcon, w, eligible, rc, mse);
   }
 
@@ -86,24 +84,25 @@ struct Family : TrendedFamily, ThreeWeightShape<Slot::damp> {
   static constexpr auto std_errors = &zes3std;
 
   // Diagnostics.
-  static constexpr Diagnostics kDiagnostics = {
-      "   Level     Trend  Damping   ", "%8.93f  %8.93f  %8.93f  ",
-      "  DDer0    DDer1    Phi  ", "%7.98f  %7.98f  %5.1f  ",
-      " Damp-Trend ES  Partial Derivative Information      ",
-      "                  LEVEL    TREND    DAMPING         "};
-  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
-                              const double* deltas, int wkflag, double* pder) {
+  static constexpr Diagnostics kDiagnostics = {"   Level     Trend  Damping   ",
+                                               "%8.93f  %8.93f  %8.93f  ",
+                                               "  DDer0    DDer1    Phi  ",
+                                               "%7.98f  %7.98f  %5.1f  ",
+                                               " Damp-Trend ES  Partial Derivative Information      ",
+                                               "                  LEVEL    TREND    DAMPING         "};
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w, const double* deltas, int wkflag,
+                              double* pder) {
     double d[3] = {deltas[0], deltas[1], deltas[2]};
-    return zes3npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1],
-                   w[2], model->svi.level, model->svi.trend, d, wkflag, pder);
+    return zes3npd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1], w[2], model->svi.level,
+                   model->svi.trend, d, wkflag, pder);
   }
 
   // Forecast.
   static int predict(WINMODEL* model, const double* w, long end, int startflg) {
     return zes3prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
-                   model->ts.descstats.norm, model->fitrange.nobs, w[0], w[1], w[2],
-                   &model->smooth.level, &model->smooth.trend, 0, end, model->lead,
-                   model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
+                   model->ts.descstats.norm, model->fitrange.nobs, w[0], w[1], w[2], &model->smooth.level,
+                   &model->smooth.trend, 0, end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse,
+                   model->out.strptr);
   }
 };
 

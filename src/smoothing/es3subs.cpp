@@ -29,16 +29,14 @@ inline void missing_step(double wdamp, double& level, double& trend) {
 }
 
 inline bool weights_overflow(double wlevel, double wtrend, double wdamp) {
-  return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit ||
-         std::fabs(wdamp) > kStateLimit;
+  return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit || std::fabs(wdamp) > kStateLimit;
 }
 
 // Moving-average weight psi(i), i >= 1, of the damped model.
 //   wdamp == 1: psi(i) = wlevel + i * wtrend * wlevel
 //   otherwise:  psi(i) = wlevel + (wdamp^i - 1) * (wdamp / (wdamp - 1)) * wtrend * wlevel
 // `damp_power` is wdamp^i, built by the caller as a running product.
-inline double psi_weight(double wlevel, double wtrend, double wdamp, long i,
-                         double damp_power) {
+inline double psi_weight(double wlevel, double wtrend, double wdamp, long i, double damp_power) {
   if (std::fabs(wdamp - 1.0) < kTiny) {
     return wlevel + static_cast<double>(i) * wtrend * wlevel;
   }
@@ -80,9 +78,7 @@ struct Kernel : TrendedKernel {
     s.trend = -(s.trend * wdamp);
     s.level = s.level - s.trend;
   }
-  double variance(double base, long k) const noexcept {
-    return base * variance_factor(wlevel, wtrend, wdamp, k);
-  }
+  double variance(double base, long k) const noexcept { return base * variance_factor(wlevel, wtrend, wdamp, k); }
   // Each forecast row takes one more damped step from the end states.
   double forecast(State& s, long, double* cols) const noexcept {
     s.trend = wdamp * s.trend;
@@ -92,7 +88,6 @@ struct Kernel : TrendedKernel {
     return s.level;
   }
 };
-
 
 // Damped-trend smoothing for the side-by-side pass: a weight triple per lane.
 struct Lanes : TrendedLanes {
@@ -122,8 +117,7 @@ struct Lanes : TrendedLanes {
 
 }  // namespace
 
-double zes3cla(double wlevel, double wtrend, double wdamp, double se2,
-               long lead, double siglev, double* limit) {
+double zes3cla(double wlevel, double wtrend, double wdamp, double se2, long lead, double siglev, double* limit) {
   const double var = se2 * variance_factor(wlevel, wtrend, wdamp, lead);
   if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
   return var;
@@ -131,32 +125,26 @@ double zes3cla(double wlevel, double wtrend, double wdamp, double se2,
 
 extern "C" {
 
-int zes3pnt(double x, double xscale, double wlevel, double wtrend,
-            double wdamp, double* level, double* trend, double* xhat,
-            double* e) {
+int zes3pnt(double x, double xscale, double wlevel, double wtrend, double wdamp, double* level, double* trend,
+            double* xhat, double* e) {
   return es3::point(x, xscale, wlevel, wtrend, wdamp, level, trend, xhat, e);
 }
 
-int zes3dpd(double x, double wlevel, double wtrend, double wdamp,
-            double llevel, double clevel, double ltrend, double /*ctrend*/,
-            double* derlev, double* dertre, double* dervec) {
-  return es3::point_derivative(x, wlevel, wtrend, wdamp, llevel, clevel, ltrend, derlev,
-                               dertre, dervec);
+int zes3dpd(double x, double wlevel, double wtrend, double wdamp, double llevel, double clevel, double ltrend,
+            double /*ctrend*/, double* derlev, double* dertre, double* dervec) {
+  return es3::point_derivative(x, wlevel, wtrend, wdamp, llevel, clevel, ltrend, derlev, dertre, dervec);
 }
 
-int zes3smo(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double wdamp, double* level, double* trend,
-            double* mse, double* smoothed, double* strptr) {
+int zes3smo(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp, double* level,
+            double* trend, double* mse, double* smoothed, double* strptr) {
   Kernel::State st{*level, *trend};
-  const int rc = pass::smooth(Kernel{{}, xscale, wlevel, wtrend, wdamp}, x, misflg, n, st, mse,
-                              smoothed, strptr);
+  const int rc = pass::smooth(Kernel{{}, xscale, wlevel, wtrend, wdamp}, x, misflg, n, st, mse, smoothed, strptr);
   *level = st.level;
   *trend = st.trend;
   return rc;
 }
 
-int zes3svi(double* x, char* misflg, long n, int stflg, double* level,
-            double* trend) {
+int zes3svi(double* x, char* misflg, long n, int stflg, double* level, double* trend) {
   return trended_start(x, misflg, n, stflg, level, trend);
 }
 
@@ -173,20 +161,18 @@ int zes3stb(double wlevel, double wtrend, double wdamp) {
   return std::fabs((root - b) * 0.5) < 1.0 && std::fabs((-b - root) * 0.5) < 1.0;
 }
 
-int zes3prd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double wdamp, double* level, double* trend,
-            long start, long end, long lead, double se2, double siglev,
-            int startflg, double* mse, double* strptr) {
+int zes3prd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp, double* level,
+            double* trend, long start, long end, long lead, double se2, double siglev, int startflg, double* mse,
+            double* strptr) {
   Kernel::State st{*level, *trend};
-  const int rc = pass::predict(Kernel{{}, xscale, wlevel, wtrend, wdamp}, x, misflg, n, st,
-                               start, end, lead, se2, siglev, startflg, mse, strptr);
+  const int rc = pass::predict(Kernel{{}, xscale, wlevel, wtrend, wdamp}, x, misflg, n, st, start, end, lead, se2,
+                               siglev, startflg, mse, strptr);
   *level = st.level;
   *trend = st.trend;
   return rc;
 }
 
-int zes3psi(double wlevel, double wtrend, double wdamp, long npsi,
-            double* psi) {
+int zes3psi(double wlevel, double wtrend, double wdamp, long npsi, double* psi) {
   if (npsi >= 1) psi[0] = 1.0;
   double damp_power = 1.0;
   for (long i = 1; i < npsi; ++i) {
@@ -196,9 +182,8 @@ int zes3psi(double wlevel, double wtrend, double wdamp, long npsi,
   return kOk;
 }
 
-int zes3npd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double wdamp, double level, double trend,
-            double* deltas, int wkflag, double* pder) {
+int zes3npd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp, double level,
+            double trend, double* deltas, int wkflag, double* pder) {
   const double w[3] = {wlevel, wtrend, wdamp};
   return pass::central_differences<3>(w, deltas, wkflag, pder, [&](const double* v, double* mse) {
     double l = level;
@@ -207,15 +192,14 @@ int zes3npd(double* x, char* misflg, double xscale, long n, double wlevel,
   });
 }
 
-int zes3std(double* xpxdiag, double mse, long nobs, double* parms,
-            double* stderr, double* tvals) {
+int zes3std(double* xpxdiag, double mse, long nobs, double* parms, double* stderr, double* tvals) {
   return pass::standard_errors<3>(xpxdiag, mse, nobs >= 4, parms, stderr, tvals);
 }
 
 }  // extern "C"
 
-void es3::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
-                      int count, double level, double trend, int* rc, double* mse) {
+void es3::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
+                      double level, double trend, int* rc, double* mse) {
   Lanes lanes;
   for (int j = 0; j < count; ++j) {
     lanes.a[j] = w[3 * j];

@@ -21,30 +21,22 @@
 extern "C" {
 #endif
 
-ESF_EXPORT int zes3pnt(double x, double xscale, double wlevel, double wtrend,
-            double wdamp, double* level, double* trend, double* xhat,
-            double* e);
-ESF_EXPORT int zes3dpd(double x, double wlevel, double wtrend, double wdamp,
-            double llevel, double clevel, double ltrend, double ctrend,
-            double* derlev, double* dertre, double* dervec);
-ESF_EXPORT int zes3smo(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double wdamp, double* level, double* trend,
-            double* mse, double* smoothed, double* strptr);
-ESF_EXPORT int zes3svi(double* x, char* misflg, long n, int stflg, double* level,
-            double* trend);
+ESF_EXPORT int zes3pnt(double x, double xscale, double wlevel, double wtrend, double wdamp, double* level,
+                       double* trend, double* xhat, double* e);
+ESF_EXPORT int zes3dpd(double x, double wlevel, double wtrend, double wdamp, double llevel, double clevel,
+                       double ltrend, double ctrend, double* derlev, double* dertre, double* dervec);
+ESF_EXPORT int zes3smo(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp,
+                       double* level, double* trend, double* mse, double* smoothed, double* strptr);
+ESF_EXPORT int zes3svi(double* x, char* misflg, long n, int stflg, double* level, double* trend);
 // 1 when the roots of z^2 + b z + c lie inside the unit circle, else 0.
 ESF_EXPORT int zes3stb(double wlevel, double wtrend, double wdamp);
-ESF_EXPORT int zes3prd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double wdamp, double* level, double* trend,
-            long start, long end, long lead, double se2, double siglev,
-            int startflg, double* mse, double* strptr);
-ESF_EXPORT int zes3psi(double wlevel, double wtrend, double wdamp, long npsi,
-            double* psi);
-ESF_EXPORT int zes3npd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double wtrend, double wdamp, double level, double trend,
-            double* deltas, int wkflag, double* pder);
-ESF_EXPORT int zes3std(double* xpxdiag, double mse, long nobs, double* parms,
-            double* stderr, double* tvals);
+ESF_EXPORT int zes3prd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp,
+                       double* level, double* trend, long start, long end, long lead, double se2, double siglev,
+                       int startflg, double* mse, double* strptr);
+ESF_EXPORT int zes3psi(double wlevel, double wtrend, double wdamp, long npsi, double* psi);
+ESF_EXPORT int zes3npd(double* x, char* misflg, double xscale, long n, double wlevel, double wtrend, double wdamp,
+                       double level, double trend, double* deltas, int wkflag, double* pder);
+ESF_EXPORT int zes3std(double* xpxdiag, double mse, long nobs, double* parms, double* stderr, double* tvals);
 
 #ifdef __cplusplus
 }
@@ -52,8 +44,7 @@ ESF_EXPORT int zes3std(double* xpxdiag, double mse, long nobs, double* parms,
 // Variance of the prediction `lead` steps ahead and, when `limit` is given,
 // the half-width of its limits. Private to the damped family in the module
 // image; declared here so that its tests can reach it.
-double zes3cla(double wlevel, double wtrend, double wdamp, double se2,
-               long lead, double siglev, double* limit);
+double zes3cla(double wlevel, double wtrend, double wdamp, double se2, long lead, double siglev, double* limit);
 #endif
 
 #ifdef __cplusplus
@@ -61,8 +52,8 @@ namespace es3 {
 
 // The bodies of zes3pnt and zes3dpd, inline for the estimation frame's
 // passes; the exported routines call these.
-inline int point(double x, double xscale, double wlevel, double wtrend, double wdamp,
-                 double* level, double* trend, double* xhat, double* e) noexcept {
+inline int point(double x, double xscale, double wlevel, double wtrend, double wdamp, double* level, double* trend,
+                 double* xhat, double* e) noexcept {
   using namespace smoothing;
   const double llevel = *level;
   const double dtrend = wdamp * *trend;
@@ -88,9 +79,8 @@ inline int point(double x, double xscale, double wlevel, double wtrend, double w
 
 // derlev and dertre hold the derivatives of level and trend by the three
 // weights before the observation; dervec gets those of its prediction.
-inline int point_derivative(double x, double wlevel, double wtrend, double wdamp,
-                            double llevel, double clevel, double ltrend, double* derlev,
-                            double* dertre, double* dervec) noexcept {
+inline int point_derivative(double x, double wlevel, double wtrend, double wdamp, double llevel, double clevel,
+                            double ltrend, double* derlev, double* dertre, double* dervec) noexcept {
   using namespace smoothing;
   double lderlev[3];
   double ddertre[3];
@@ -113,8 +103,7 @@ inline int point_derivative(double x, double wlevel, double wtrend, double wdamp
   derlev[1] = u * (lderlev[1] + ddertre[1]);
   derlev[2] = u * (lderlev[2] + ddertre[2] + ltrend);
   dertre[0] = v * ddertre[0] + wtrend * (derlev[0] - lderlev[0]);
-  dertre[1] = v * ddertre[1] + wtrend * (derlev[1] - lderlev[1]) + clevel - llevel -
-              wdamp * ltrend;
+  dertre[1] = v * ddertre[1] + wtrend * (derlev[1] - lderlev[1]) + clevel - llevel - wdamp * ltrend;
   dertre[2] = v * (ltrend + ddertre[2]) + wtrend * (derlev[2] - lderlev[2]);
   dervec[0] = lderlev[0] + ddertre[0];
   dervec[1] = lderlev[1] + ddertre[1];
@@ -125,8 +114,8 @@ inline int point_derivative(double x, double wlevel, double wtrend, double wdamp
 // zes3smo for `count` weight triples at once (count <= 32, w holding wlevel,
 // wtrend, wdamp for each), all from the same start state, without the
 // smoothed and row outputs: rc[j] and mse[j] are what zes3smo gives.
-void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
-                 int count, double level, double trend, int* rc, double* mse);
+void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count, double level,
+                 double trend, int* rc, double* mse);
 
 }  // namespace es3
 #endif

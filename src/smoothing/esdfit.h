@@ -33,13 +33,13 @@ struct Family : TrendedFamily, LevelWeightShape {
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     model->smooth = model->svi;
-    return zesdsmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
-                   &model->smooth.level, &model->smooth.trend, mse, nullptr, nullptr);
+    return zesdsmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], &model->smooth.level,
+                   &model->smooth.trend, mse, nullptr, nullptr);
   }
 
   // The eligible candidates side by side in one backward and forward pass.
-  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
-                           const bool* eligible, int* rc, double* mse) {
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
+                           double* mse) {
     grid_side_by_side<1, esd::smooth_many>(model, fitcon, w, eligible, rc, mse);
   }
 
@@ -72,22 +72,19 @@ struct Family : TrendedFamily, LevelWeightShape {
   static constexpr auto std_errors = &zesdstd;
 
   // Diagnostics.
-  static constexpr Diagnostics kDiagnostics = {
-      "   Level  ", "%8.93f   ",
-      nullptr, nullptr,
-      " Double Smoothing Partial Derivative Information    "};
-  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
-                              const double* deltas, int wkflag, double* pder) {
-    return zesdnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0],
-                   model->svi.level, model->svi.trend, deltas[0], wkflag, pder);
+  static constexpr Diagnostics kDiagnostics = {"   Level  ", "%8.93f   ", nullptr, nullptr,
+                                               " Double Smoothing Partial Derivative Information    "};
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w, const double* deltas, int wkflag,
+                              double* pder) {
+    return zesdnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], model->svi.level,
+                   model->svi.trend, deltas[0], wkflag, pder);
   }
 
   // Forecast.
   static int predict(WINMODEL* model, const double* w, long end, int startflg) {
     return zesdprd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
-                   model->ts.descstats.norm, model->fitrange.nobs, w[0], &model->smooth.level,
-                   &model->smooth.trend, 0, end, model->lead, model->pest.mse, model->cl,
-                   startflg, &model->stats.mse, model->out.strptr);
+                   model->ts.descstats.norm, model->fitrange.nobs, w[0], &model->smooth.level, &model->smooth.trend, 0,
+                   end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
   }
 };
 

@@ -20,9 +20,7 @@ namespace {
 
 using namespace trend;
 
-inline bool weight_unusable(double w) {
-  return std::fabs(w) > kStateLimit || std::fabs(w) < kTiny;
-}
+inline bool weight_unusable(double w) { return std::fabs(w) > kStateLimit || std::fabs(w) < kTiny; }
 
 // s(1) = 1; s(k) = 1 + (2w)^2 + sum over j = 1..k-2 of (2w + j w^2)^2.
 double variance_factor(double w, long k) {
@@ -63,7 +61,6 @@ struct Kernel : TrendedKernel {
   }
 };
 
-
 // Double smoothing for the side-by-side pass: one weight per lane.
 struct Lanes : TrendedLanes {
   double w[kManyWeights], keep[kManyWeights];
@@ -85,47 +82,39 @@ struct Lanes : TrendedLanes {
 
 extern "C" {
 
-int zesdpnt(double x, double xscale, double wlevel, double* level,
-            double* trend, double* xhat, double* e) {
+int zesdpnt(double x, double xscale, double wlevel, double* level, double* trend, double* xhat, double* e) {
   return esd::point(x, xscale, wlevel, level, trend, xhat, e);
 }
 
-int zesddpd(double x, double wlevel, double llevel, double clevel,
-            double ltrend, double /*ctrend*/, double* derlev, double* dertre,
-            double* dervec) {
+int zesddpd(double x, double wlevel, double llevel, double clevel, double ltrend, double /*ctrend*/, double* derlev,
+            double* dertre, double* dervec) {
   return esd::point_derivative(x, wlevel, llevel, clevel, ltrend, derlev, dertre, dervec);
 }
 
-int zesdsmo(double* x, char* misflg, double xscale, long n, double wlevel,
-            double* level, double* trend, double* mse, double* smoothed,
-            double* strptr) {
+int zesdsmo(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* trend, double* mse,
+            double* smoothed, double* strptr) {
   Kernel::State s{*level, *trend};
-  const int rc = pass::smooth(Kernel{{}, xscale, wlevel}, x, misflg, n, s, mse, smoothed,
-                              strptr);
+  const int rc = pass::smooth(Kernel{{}, xscale, wlevel}, x, misflg, n, s, mse, smoothed, strptr);
   *level = s.level;
   *trend = s.trend;
   return rc;
 }
 
-int zesdsvi(double* x, char* misflg, long n, int stflg, double* level,
-            double* trend) {
+int zesdsvi(double* x, char* misflg, long n, int stflg, double* level, double* trend) {
   return trended_start(x, misflg, n, stflg, level, trend);
 }
 
-int zesdprd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double* level, double* trend, long start, long end, long lead,
-            double se2, double siglev, int startflg, double* mse,
-            double* strptr) {
+int zesdprd(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* trend, long start,
+            long end, long lead, double se2, double siglev, int startflg, double* mse, double* strptr) {
   Kernel::State s{*level, *trend};
-  const int rc = pass::predict(Kernel{{}, xscale, wlevel}, x, misflg, n, s, start, end, lead,
-                               se2, siglev, startflg, mse, strptr);
+  const int rc =
+      pass::predict(Kernel{{}, xscale, wlevel}, x, misflg, n, s, start, end, lead, se2, siglev, startflg, mse, strptr);
   *level = s.level;
   *trend = s.trend;
   return rc;
 }
 
-double zesdcla(double wlevel, double se2, long lead, double siglev,
-               double* limit) {
+double zesdcla(double wlevel, double se2, long lead, double siglev, double* limit) {
   const double var = se2 * variance_factor(wlevel, lead);
   if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
   return var;
@@ -139,28 +128,24 @@ int zesdpsi(double wlevel, long npsi, double* psi) {
   return kOk;
 }
 
-int zesdnpd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double level, double trend, double deltas, int wkflag,
-            double* pder) {
-  return pass::central_differences<1>(&wlevel, &deltas, wkflag, pder,
-                                      [&](const double* w, double* mse) {
-                                        double l = level;
-                                        double t = trend;
-                                        return zesdsmo(x, misflg, xscale, n, w[0], &l, &t, mse,
-                                                       nullptr, nullptr);
-                                      });
+int zesdnpd(double* x, char* misflg, double xscale, long n, double wlevel, double level, double trend, double deltas,
+            int wkflag, double* pder) {
+  return pass::central_differences<1>(&wlevel, &deltas, wkflag, pder, [&](const double* w, double* mse) {
+    double l = level;
+    double t = trend;
+    return zesdsmo(x, misflg, xscale, n, w[0], &l, &t, mse, nullptr, nullptr);
+  });
 }
 
-int zesdstd(double* xpxdiag, double mse, long /*nobs*/, double* parms,
-            double* stderr, double* tvals) {
+int zesdstd(double* xpxdiag, double mse, long /*nobs*/, double* parms, double* stderr, double* tvals) {
   // The driver decides whether there are enough observations.
   return pass::standard_errors<1>(xpxdiag, mse, true, parms, stderr, tvals);
 }
 
 }  // extern "C"
 
-void esd::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
-                      int count, double level, double trend, int* rc, double* mse) {
+void esd::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
+                      double level, double trend, int* rc, double* mse) {
   Lanes lanes;
   for (int j = 0; j < count; ++j) {
     lanes.w[j] = w[j];

@@ -22,28 +22,20 @@
 extern "C" {
 #endif
 
-ESF_EXPORT int zesdpnt(double x, double xscale, double wlevel, double* level,
-            double* trend, double* xhat, double* e);
-ESF_EXPORT int zesddpd(double x, double wlevel, double llevel, double clevel,
-            double ltrend, double ctrend, double* derlev, double* dertre,
-            double* dervec);
-ESF_EXPORT int zesdsmo(double* x, char* misflg, double xscale, long n, double wlevel,
-            double* level, double* trend, double* mse, double* smoothed,
-            double* strptr);
-ESF_EXPORT int zesdsvi(double* x, char* misflg, long n, int stflg, double* level,
-            double* trend);
-ESF_EXPORT int zesdprd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double* level, double* trend, long start, long end, long lead,
-            double se2, double siglev, int startflg, double* mse,
-            double* strptr);
-ESF_EXPORT double zesdcla(double wlevel, double se2, long lead, double siglev,
-               double* limit);
+ESF_EXPORT int zesdpnt(double x, double xscale, double wlevel, double* level, double* trend, double* xhat, double* e);
+ESF_EXPORT int zesddpd(double x, double wlevel, double llevel, double clevel, double ltrend, double ctrend,
+                       double* derlev, double* dertre, double* dervec);
+ESF_EXPORT int zesdsmo(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* trend,
+                       double* mse, double* smoothed, double* strptr);
+ESF_EXPORT int zesdsvi(double* x, char* misflg, long n, int stflg, double* level, double* trend);
+ESF_EXPORT int zesdprd(double* x, char* misflg, double xscale, long n, double wlevel, double* level, double* trend,
+                       long start, long end, long lead, double se2, double siglev, int startflg, double* mse,
+                       double* strptr);
+ESF_EXPORT double zesdcla(double wlevel, double se2, long lead, double siglev, double* limit);
 ESF_EXPORT int zesdpsi(double wlevel, long npsi, double* psi);
-ESF_EXPORT int zesdnpd(double* x, char* misflg, double xscale, long n, double wlevel,
-            double level, double trend, double deltas, int wkflag,
-            double* pder);
-ESF_EXPORT int zesdstd(double* xpxdiag, double mse, long nobs, double* parms,
-            double* stderr, double* tvals);
+ESF_EXPORT int zesdnpd(double* x, char* misflg, double xscale, long n, double wlevel, double level, double trend,
+                       double deltas, int wkflag, double* pder);
+ESF_EXPORT int zesdstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr, double* tvals);
 
 #ifdef __cplusplus
 }
@@ -54,8 +46,7 @@ namespace esd {
 
 // The bodies of zesdpnt and zesddpd, inline for the estimation frame's
 // passes; the exported routines call these.
-inline int point(double x, double xscale, double w, double* level, double* trend, double* xhat,
-                 double* e) noexcept {
+inline int point(double x, double xscale, double w, double* level, double* trend, double* xhat, double* e) noexcept {
   using namespace smoothing;
   const double l = *level;
   const double t = *trend;
@@ -78,8 +69,8 @@ inline int point(double x, double xscale, double w, double* level, double* trend
 
 // derlev and dertre hold d(level)/dw and d(trend)/dw before the observation;
 // dervec[0] gets the derivative of its prediction L + T / w.
-inline int point_derivative(double x, double w, double llevel, double clevel, double ltrend,
-                            double* derlev, double* dertre, double* dervec) noexcept {
+inline int point_derivative(double x, double w, double llevel, double clevel, double ltrend, double* derlev,
+                            double* dertre, double* dervec) noexcept {
   using namespace smoothing;
   const double d = *derlev;
   const double g = *dertre;
@@ -97,8 +88,8 @@ inline int point_derivative(double x, double w, double llevel, double clevel, do
 // zesdsmo for `count` weights at once (count <= 32), all from the same start
 // state, without the smoothed and row outputs: rc[j] and mse[j] are what
 // zesdsmo gives for w[j].
-void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w,
-                 int count, double level, double trend, int* rc, double* mse);
+void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count, double level,
+                 double trend, int* rc, double* mse);
 
 }  // namespace esd
 #endif

@@ -11,8 +11,8 @@
 #include "module/win_model.h"
 #include "smoothing/esssubs.h"
 #include "smoothing/family_traits.h"
-#include "smoothing/frame_drivers.h"
 #include "smoothing/frame.h"
+#include "smoothing/frame_drivers.h"
 #include "smoothing/frame_out.h"
 #include "smoothing/trend_kernel.h"
 
@@ -46,9 +46,8 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   static constexpr Slot kSlots[2] = {Slot::level, Slot::season};
 
   // Candidate k tries entry k of both tables.
-  static constexpr double kSeasonGrid[kGridRows] = {0.5, 0.4, 0.5, 0.3, 0.4, 0.5, 0.2,
-                                                    0.3, 0.4, 0.5, 0.1, 0.2, 0.3, 0.4,
-                                                    0.5, 0.9, 0.9, 0.9, 0.9, 0.1};
+  static constexpr double kSeasonGrid[kGridRows] = {0.5, 0.4, 0.5, 0.3, 0.4, 0.5, 0.2, 0.3, 0.4, 0.5,
+                                                    0.1, 0.2, 0.3, 0.4, 0.5, 0.9, 0.9, 0.9, 0.9, 0.1};
   static constexpr const double* kGrid[2] = {kLevelGrid, kSeasonGrid};
   // Default bounds 0.001 .. 0.999 for both: the tables stand as they are.
   static constexpr double kGridLo[2] = {0.001, 0.001};
@@ -56,9 +55,7 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
 
   // The stability region depends on the number of seasons.
   static constexpr bool kHasStability = true;
-  static bool stable(const WINMODEL* model, const double* w) {
-    return zessstb(model->ts.nseasons, w[0], w[1]) != 0;
-  }
+  static bool stable(const WINMODEL* model, const double* w) { return zessstb(model->ts.nseasons, w[0], w[1]) != 0; }
 
   static constexpr GradDivisor kGradDivisor = GradDivisor::n;
   // pest.mse = (nobs / (nobs - 2)) * mse from three observations on.
@@ -97,16 +94,15 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     reset_from_svi(model);
-    return zesssmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n,
-                   model->ts.nseasons, w[0], w[1], &model->smooth.level, model->smooth.sfactor,
-                   fitcon->scodes, mse, nullptr, nullptr);
+    return zesssmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, model->ts.nseasons, w[0], w[1],
+                   &model->smooth.level, model->smooth.sfactor, fitcon->scodes, mse, nullptr, nullptr);
   }
 
   // The eligible candidates side by side in one backward and forward pass,
   // when their factors fit on the stack; else one whole-series pass each.
   static constexpr int kLaneSeasons = 64;
-  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
-                           const bool* eligible, int* rc, double* mse) {
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
+                           double* mse) {
     const int ns = model->ts.nseasons;
     if (ns > kLaneSeasons) {
       for (int k = 0; k < kGridRows; ++k) {
@@ -118,11 +114,9 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
     reset_from_svi(model);
     double work[kGridRows * kLaneSeasons];
     trend::evaluate_eligible<2>(
-        w, eligible, kGridRows, rc, mse,
-        [&](const double* lane_w, int count, int* lane_rc, double* lane_mse) {
-          ess::smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns,
-                           lane_w, count, model->svi.level, model->svi.sfactor, fitcon->scodes,
-                           work, lane_rc, lane_mse);
+        w, eligible, kGridRows, rc, mse, [&](const double* lane_w, int count, int* lane_rc, double* lane_mse) {
+          ess::smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns, lane_w, count,
+                           model->svi.level, model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse);
         });
   }
 
@@ -155,8 +149,7 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
     if (rc < 0) return rc;
     WINT_DER_SEASON& sd = pass.der.season;
     double dersea[2] = {sd.wlevel[s], sd.wseason[s]};
-    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason, pass.der.level,
-                               dersea, wder);
+    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason, pass.der.level, dersea, wder);
     sd.wlevel[s] = dersea[0];
     sd.wseason[s] = dersea[1];
     if (rc < 0) return rc;
@@ -171,8 +164,8 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   template <class Run>
   static int derivative_pass(Pass& p, const double* w, Run run) {
     const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
-    const DerivativeStep step{p.scodes,         p.nseasons, p.xscale, w[0], w[1],
-                              p.smooth.sfactor, {p.der.season.wlevel, p.der.season.wseason}};
+    const DerivativeStep step{
+        p.scodes, p.nseasons, p.xscale, w[0], w[1], p.smooth.sfactor, {p.der.season.wlevel, p.der.season.wseason}};
     DerivativeStep::State st{p.smooth.level, p.smooth.xhat, {p.der.level[0], p.der.level[1]}};
     const int rc = run(step, series, st);
     p.smooth.level = st.level;
@@ -185,8 +178,7 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   // Between the passes the factors are centred, at the start of the series.
   static void turn(Pass& pass, const double*) {
     WINT_DER& d = pass.der;
-    ess::centre(pass.nseasons, &pass.smooth.level, pass.smooth.sfactor, d.level, d.season.wlevel,
-                d.season.wseason);
+    ess::centre(pass.nseasons, &pass.smooth.level, pass.smooth.sfactor, d.level, d.season.wlevel, d.season.wseason);
   }
   static void save_start(const Pass& pass, WINMODEL* model) {
     model->startvals.level = pass.smooth.level;
@@ -196,15 +188,16 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   static constexpr auto std_errors = &zessstd;
 
   // Diagnostics.
-  static constexpr Diagnostics kDiagnostics = {
-      "   Level     Seasonal  ", "%8.93f  %8.93f  ",
-      nullptr, nullptr,
-      " Seasonal Smoothing Partial Derivative Information  ",
-      "                  LEVEL    SEASON                   "};
+  static constexpr Diagnostics kDiagnostics = {"   Level     Seasonal  ",
+                                               "%8.93f  %8.93f  ",
+                                               nullptr,
+                                               nullptr,
+                                               " Seasonal Smoothing Partial Derivative Information  ",
+                                               "                  LEVEL    SEASON                   "};
   // essders: the numeric derivatives run on copies of the start factors and
   // of the season codes.
-  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
-                              const double* deltas, int wkflag, double* pder) {
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w, const double* deltas, int wkflag,
+                              double* pder) {
     const long n = fitcon->n;
     double* sfactor = static_cast<double*>(host_alloc(factor_bytes(model), VM_NUMBERS));
     int* scodes = static_cast<int*>(host_alloc(n * static_cast<long>(sizeof(int)), VM_NUMBERS));
@@ -215,17 +208,15 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
     copy_factors(model, sfactor, model->svi.sfactor);
     std::memcpy(scodes, fitcon->scodes, static_cast<size_t>(n) * sizeof(int));
     double steps[2] = {deltas[0], deltas[1]};
-    const int rc = zessnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, n,
-                           model->ts.nseasons, w[0], w[1], model->svi.level, sfactor, scodes,
-                           steps, wkflag, pder);
+    const int rc = zessnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, n, model->ts.nseasons, w[0], w[1],
+                           model->svi.level, sfactor, scodes, steps, wkflag, pder);
     mfree(sfactor, scodes);
     return rc;
   }
 
   // Forecast.
   static constexpr int kRowDoubles = 8;
-  static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel},
-                                                    {"SEASON", kMsgSeason}};
+  static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel}, {"SEASON", kMsgSeason}};
 
   static void forecast_start(WINMODEL* model, int startflg) {
     const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
@@ -236,15 +227,14 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   }
 
   static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    if (model->ts.scodes == nullptr || model->smooth.sfactor == nullptr ||
-        model->ts.nseasons < 1) {
+    if (model->ts.scodes == nullptr || model->smooth.sfactor == nullptr || model->ts.nseasons < 1) {
       return kTooFew;
     }
     const long first = model->fitrange.start;
-    return zessprd(model->ts.x + first, model->ts.misflg + first, model->ts.descstats.norm,
-                   model->fitrange.nobs, model->ts.nseasons, w[0], w[1], &model->smooth.level,
-                   model->smooth.sfactor, model->ts.scodes + first, 0, end, model->lead,
-                   model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
+    return zessprd(model->ts.x + first, model->ts.misflg + first, model->ts.descstats.norm, model->fitrange.nobs,
+                   model->ts.nseasons, w[0], w[1], &model->smooth.level, model->smooth.sfactor,
+                   model->ts.scodes + first, 0, end, model->lead, model->pest.mse, model->cl, startflg,
+                   &model->stats.mse, model->out.strptr);
   }
 };
 

@@ -113,30 +113,26 @@ double mean_of(const double* v, int n) {
 
 extern "C" {
 
-int zesspnt(double x, double xscale, double wlevel, double wseason, double* level,
-            double* sfactor, int scode, double* xhat, double* e) {
+int zesspnt(double x, double xscale, double wlevel, double wseason, double* level, double* sfactor, int scode,
+            double* xhat, double* e) {
   return ess::point(x, xscale, wlevel, wseason, level, sfactor, scode, xhat, e);
 }
 
-int zessdpd(double x, double wlevel, double wseason, double llevel, double clevel,
-            double lseason, double /*cseason*/, double* derlev, double* dersea,
-            double* dervec) {
-  return ess::point_derivative(x, wlevel, wseason, llevel, clevel, lseason, derlev, dersea,
-                               dervec);
+int zessdpd(double x, double wlevel, double wseason, double llevel, double clevel, double lseason, double /*cseason*/,
+            double* derlev, double* dersea, double* dervec) {
+  return ess::point_derivative(x, wlevel, wseason, llevel, clevel, lseason, derlev, dersea, dervec);
 }
 
-int zesssmo(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
-            double wseason, double* level, double* sfactor, int* scodes, double* mse,
-            double* smoothed, double* strptr) {
+int zesssmo(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason, double* level,
+            double* sfactor, int* scodes, double* mse, double* smoothed, double* strptr) {
   Kernel::State s{*level, sfactor, -1};
-  const int rc = pass::smooth(Kernel{xscale, wlevel, wseason, nseasons, scodes}, x, misflg, n, s,
-                              mse, smoothed, strptr);
+  const int rc =
+      pass::smooth(Kernel{xscale, wlevel, wseason, nseasons, scodes}, x, misflg, n, s, mse, smoothed, strptr);
   *level = s.level;
   return rc;
 }
 
-int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg,
-            double* level, double* sfactor) {
+int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg, double* level, double* sfactor) {
   if (n < 1) return kTooFew;
   long t = n - 1;
   while (t > 0 && misflg[t]) --t;
@@ -147,8 +143,7 @@ int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg
   for (int s = 0; s < nseasons; ++s) sfactor[s] = 0.0;
   if (stflg == 0) return kOk;
 
-  double* csfact =
-      static_cast<double*>(host_alloc(static_cast<long>(nseasons) * 8, VM_NUMBERS));
+  double* csfact = static_cast<double*>(host_alloc(static_cast<long>(nseasons) * 8, VM_NUMBERS));
   if (csfact == nullptr) return kNoMemory;
   double ccoef = kMissing;
   const int rc = ztsrdmy(x, misflg, n, nseasons, &ccoef, nullptr, nullptr, csfact, nullptr);
@@ -166,8 +161,7 @@ int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg
   return rc < 0 ? rc : kOk;
 }
 
-int zessnmd(int nseasons, double* level, double* sfactor, double* derlev, double* dersealev,
-            double* derseasea) {
+int zessnmd(int nseasons, double* level, double* sfactor, double* derlev, double* dersealev, double* derseasea) {
   ess::centre(nseasons, level, sfactor, derlev, dersealev, derseasea);
   return kOk;
 }
@@ -188,12 +182,12 @@ int zessstb(int nseasons, double wlevel, double wseason) {
              : 0;
 }
 
-int zessprd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
-            double wseason, double* level, double* sfactor, int* scodes, long start, long end,
-            long lead, double se2, double siglev, int startflg, double* mse, double* strptr) {
+int zessprd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason, double* level,
+            double* sfactor, int* scodes, long start, long end, long lead, double se2, double siglev, int startflg,
+            double* mse, double* strptr) {
   Kernel::State s{*level, sfactor, -1};
-  const int rc = pass::predict(Kernel{xscale, wlevel, wseason, nseasons, scodes}, x, misflg, n, s,
-                               start, end, lead, se2, siglev, startflg, mse, strptr);
+  const int rc = pass::predict(Kernel{xscale, wlevel, wseason, nseasons, scodes}, x, misflg, n, s, start, end, lead,
+                               se2, siglev, startflg, mse, strptr);
   *level = s.level;
   return rc;
 }
@@ -207,35 +201,31 @@ int zesspsi(double wlevel, double wseason, int nseasons, long npsi, double* psi)
   return kOk;
 }
 
-int zessnpd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
-            double wseason, double level, double* sfactor, int* scodes, double* deltas,
-            int wkflag, double* pder) {
+int zessnpd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason, double level,
+            double* sfactor, int* scodes, double* deltas, int wkflag, double* pder) {
   pder[0] = pder[1] = kMissing;
   const long bytes = static_cast<long>(nseasons) * 8;
   double* work = static_cast<double*>(host_alloc(bytes, VM_NUMBERS));
   if (work == nullptr) return kNoMemory;
   const double w[2] = {wlevel, wseason};
-  const int rc =
-      pass::central_differences<2>(w, deltas, wkflag, pder, [&](const double* v, double* mse) {
-        double l = level;
-        std::memcpy(work, sfactor, static_cast<size_t>(bytes));
-        return zesssmo(x, misflg, xscale, n, nseasons, v[0], v[1], &l, work, scodes, mse, nullptr,
-                       nullptr);
-      });
+  const int rc = pass::central_differences<2>(w, deltas, wkflag, pder, [&](const double* v, double* mse) {
+    double l = level;
+    std::memcpy(work, sfactor, static_cast<size_t>(bytes));
+    return zesssmo(x, misflg, xscale, n, nseasons, v[0], v[1], &l, work, scodes, mse, nullptr, nullptr);
+  });
   host_free(work);
   return rc;
 }
 
-int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-            double* tvals) {
+int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr, double* tvals) {
   return pass::standard_errors<2>(xpxdiag, mse, nobs >= 3, parms, stderr, tvals);
 }
 
 }  // extern "C"
 
-void ess::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
-                      const double* w, int count, double level, const double* sfactor,
-                      const int* scodes, double* work, int* rc, double* mse) {
+void ess::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons, const double* w,
+                      int count, double level, const double* sfactor, const int* scodes, double* work, int* rc,
+                      double* mse) {
   Lanes lanes;
   for (int j = 0; j < count; ++j) {
     lanes.wl[j] = w[2 * j];

@@ -37,8 +37,8 @@ extern "C" {
 // *e = *xhat - x, then the level and that factor are updated.  0, or -9 when
 // |level| or |factor| exceeds the state limit or the prediction exceeds
 // 10000 * xscale (the level and that factor are then set missing).
-ESF_EXPORT int zesspnt(double x, double xscale, double wlevel, double wseason, double* level,
-            double* sfactor, int scode, double* xhat, double* e);
+ESF_EXPORT int zesspnt(double x, double xscale, double wlevel, double wseason, double* level, double* sfactor,
+                       int scode, double* xhat, double* e);
 
 // Derivatives for one observation.  derlev[0..1]: the level by wlevel and by
 // wseason; dersea[0..1]: the factor of this observation's season by the two
@@ -47,17 +47,16 @@ ESF_EXPORT int zesspnt(double x, double xscale, double wlevel, double wseason, d
 // observation's prediction.  llevel, lseason: the state before; clevel the
 // level after; cseason has no influence.  0, or -9 with the four entries
 // missing when one of them exceeds the error limit.
-ESF_EXPORT int zessdpd(double x, double wlevel, double wseason, double llevel, double clevel,
-            double lseason, double cseason, double* derlev, double* dersea, double* dervec);
+ESF_EXPORT int zessdpd(double x, double wlevel, double wseason, double llevel, double clevel, double lseason,
+                       double cseason, double* derlev, double* dersea, double* dervec);
 
 // Backward then forward pass over n observations from *level and sfactor.
 // *mse = sum of squared errors / observations used.  `smoothed` (n doubles,
 // the predictions) and `strptr` (5 doubles per observation: x, xhat, e,
 // level, factor of the observation's season) may be null.  The factors are
 // not centred.  0, -2 or -9.
-ESF_EXPORT int zesssmo(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
-            double wseason, double* level, double* sfactor, int* scodes, double* mse,
-            double* smoothed, double* strptr);
+ESF_EXPORT int zesssmo(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason,
+                       double* level, double* sfactor, int* scodes, double* mse, double* smoothed, double* strptr);
 
 // Start values of the backward pass: the level is the last non-missing
 // observation, the factors 0; with `stflg` the factors of a regression on a
@@ -66,15 +65,15 @@ ESF_EXPORT int zesssmo(double* x, char* misflg, double xscale, long n, int nseas
 // receives the regression's first factor.  -2 when the only usable
 // observation is the first, -100 without memory, a negative regression
 // status, else 0.
-ESF_EXPORT int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg,
-            double* level, double* sfactor);
+ESF_EXPORT int zesssvi(double* x, char* misflg, long n, int nseasons, int nstart, int stflg, double* level,
+                       double* sfactor);
 
 // Centres the factors on zero and gives the level what they gave up; the
 // derivatives of the factors (dersealev by wlevel, derseasea by wseason)
 // and of the level (derlev[0..1]) move the same way.  Nothing changes when
 // the mean of the factors is below 1.1368683772161608e-13 in magnitude.
 ESF_EXPORT int zessnmd(int nseasons, double* level, double* sfactor, double* derlev, double* dersealev,
-            double* derseasea);
+                       double* derseasea);
 
 // zessnmd on the factors and the level alone.
 ESF_EXPORT int zessnrm(int nseasons, double* level, double* sfactor);
@@ -89,9 +88,9 @@ ESF_EXPORT int zessstb(int nseasons, double wlevel, double wseason);
 // seasons continue from the season of row `end`.  startflg 0 runs the
 // backward pass first; non-zero takes *level and sfactor as the state before
 // observation 0.  *mse = sse / (nobs - 2) (sse when nobs <= 2).  0, -2 or -9.
-ESF_EXPORT int zessprd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
-            double wseason, double* level, double* sfactor, int* scodes, long start, long end,
-            long lead, double se2, double siglev, int startflg, double* mse, double* strptr);
+ESF_EXPORT int zessprd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason,
+                       double* level, double* sfactor, int* scodes, long start, long end, long lead, double se2,
+                       double siglev, int startflg, double* mse, double* strptr);
 
 // Moving-average weights: psi[0] = 1; psi[i] = wlevel + (1 - wlevel) *
 // wseason when i is a multiple of nseasons, else wlevel.  Returns 0.
@@ -102,14 +101,12 @@ ESF_EXPORT int zesspsi(double wlevel, double wseason, int nseasons, long npsi, d
 // starts from `level` and the factors handed in (a working copy is taken
 // from the pool).  The result is that of the second weight: 0 or -92; -100
 // without memory.
-ESF_EXPORT int zessnpd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel,
-            double wseason, double level, double* sfactor, int* scodes, double* deltas,
-            int wkflag, double* pder);
+ESF_EXPORT int zessnpd(double* x, char* misflg, double xscale, long n, int nseasons, double wlevel, double wseason,
+                       double level, double* sfactor, int* scodes, double* deltas, int wkflag, double* pder);
 
 // Standard errors sqrt(|xpxdiag[j]| * mse) and t values parms[j] / stderr[j]
 // of the two weights; all missing when nobs < 3.  Returns 0.
-ESF_EXPORT int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-            double* tvals);
+ESF_EXPORT int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr, double* tvals);
 
 #ifdef __cplusplus
 }
@@ -123,8 +120,8 @@ namespace ess {
 // The bodies of zesspnt and zessdpd, inline so that the estimation frame's
 // passes run without a call per observation.  The exported routines call
 // these, so both give the same bits.
-inline int point(double x, double xscale, double wlevel, double wseason, double* level,
-                 double* sfactor, int scode, double* xhat, double* e) noexcept {
+inline int point(double x, double xscale, double wlevel, double wseason, double* level, double* sfactor, int scode,
+                 double* xhat, double* e) noexcept {
   using namespace smoothing;
   const double llevel = *level;
   const double lseason = sfactor[scode];
@@ -147,9 +144,8 @@ inline int point(double x, double xscale, double wlevel, double wseason, double*
   return kOk;
 }
 
-inline int point_derivative(double x, double wlevel, double wseason, double llevel,
-                            double clevel, double lseason, double* derlev, double* dersea,
-                            double* dervec) noexcept {
+inline int point_derivative(double x, double wlevel, double wseason, double llevel, double clevel, double lseason,
+                            double* derlev, double* dersea, double* dervec) noexcept {
   using namespace smoothing;
   const double a = derlev[0];
   const double b = derlev[1];
@@ -195,9 +191,7 @@ struct DerivativeStep {
   double* sfactor;
   double* dersea[2];  // d factor[s] / d wlevel, d wseason
 
-  double missing_value(const State& s, long t) const noexcept {
-    return s.level + sfactor[scodes[t]];
-  }
+  double missing_value(const State& s, long t) const noexcept { return s.level + sfactor[scodes[t]]; }
   [[gnu::always_inline]] int step(State& s, long t, double value, double* wder) const noexcept {
     const int code = scodes[t];
     const double llevel = s.level;
@@ -218,9 +212,7 @@ struct DerivativeStep {
     return smoothing::kOk;
   }
   long saved() const noexcept { return 3L * nseasons; }
-  void save(double* to) const noexcept {
-    pass::save_arrays({sfactor, dersea[0], dersea[1]}, nseasons, to);
-  }
+  void save(double* to) const noexcept { pass::save_arrays({sfactor, dersea[0], dersea[1]}, nseasons, to); }
   void restore(const double* from) const noexcept {
     pass::restore_arrays({sfactor, dersea[0], dersea[1]}, nseasons, from);
   }
@@ -228,8 +220,8 @@ struct DerivativeStep {
 
 // The body of zessnmd, inline so that the estimation frame's passes keep
 // their state in registers rather than hand its address to a call.
-inline void centre(int nseasons, double* level, double* sfactor, double* derlev,
-                   double* dersealev, double* derseasea) noexcept {
+inline void centre(int nseasons, double* level, double* sfactor, double* derlev, double* dersealev,
+                   double* derseasea) noexcept {
   double sum = 0.0;
   double sum_lev = 0.0;
   double sum_sea = 0.0;
@@ -255,13 +247,11 @@ inline void centre(int nseasons, double* level, double* sfactor, double* derlev,
 //   1 + wlevel^2 (k - 1), and for k > nseasons also
 //   ((k - 1) / nseasons) * d * (2 wlevel + d),  d = wseason (1 - wlevel),
 // the quotient taken in doubles, fraction included.
-inline double variance_multiplier(double wlevel, double wseason, int nseasons,
-                                  long k) noexcept {
+inline double variance_multiplier(double wlevel, double wseason, int nseasons, long k) noexcept {
   double vm = 1.0 + wlevel * wlevel * static_cast<double>(k - 1);
   if (k > nseasons) {
     const double d = wseason * (1.0 - wlevel);
-    vm = vm + (static_cast<double>(k - 1) / static_cast<double>(nseasons)) * d *
-                  (2.0 * wlevel + d);
+    vm = vm + (static_cast<double>(k - 1) / static_cast<double>(nseasons)) * d * (2.0 * wlevel + d);
   }
   return vm;
 }
@@ -273,9 +263,8 @@ inline double variance_multiplier(double wlevel, double wseason, int nseasons,
 // of the estimation costs one pass instead of twenty.  `work` holds
 // count * nseasons doubles, the factors of every pair.
 inline constexpr int kManyPairs = 32;
-void smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
-                 const double* w, int count, double level, const double* sfactor,
-                 const int* scodes, double* work, int* rc, double* mse);
+void smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons, const double* w, int count,
+                 double level, const double* sfactor, const int* scodes, double* work, int* rc, double* mse);
 
 }  // namespace ess
 #endif

@@ -53,21 +53,18 @@ inline bool codes_fit(const int* scodes, long last, int nseasons) {
 // The level and trend tables of the grid that the families with more than
 // one weight share: candidate k tries level kLevelGrid[k] (and trend
 // kTrendGrid[k]).
-inline constexpr double kLevelGrid[kGridRows] = {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1,
-                                                 0.2, 0.3, 0.4, 0.1, 0.2, 0.3, 0.4,
-                                                 0.5, 0.1, 0.4, 0.6, 0.9, 0.9};
-inline constexpr double kTrendGrid[kGridRows] = {0.01, 0.05, 0.01, 0.1,  0.05, 0.01, 0.15,
-                                                 0.1,  0.05, 0.01, 0.25, 0.15, 0.1,  0.05,
-                                                 0.01, 0.9,  0.6,  0.4,  0.1,  0.9};
+inline constexpr double kLevelGrid[kGridRows] = {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4,
+                                                 0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9};
+inline constexpr double kTrendGrid[kGridRows] = {0.01, 0.05, 0.01, 0.1,  0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
+                                                 0.25, 0.15, 0.1,  0.05, 0.01, 0.9,  0.6,  0.4, 0.1,  0.9};
 
 // One weight, the level's, tried on level_grid.
 struct LevelWeightShape {
   static constexpr int kNumWeights = 1;
   static constexpr Slot kSlots[1] = {Slot::level};
 
-  static constexpr double kGrid[1][kGridRows] = {{0.01, 0.1, 0.15, 0.175, 0.2, 0.225, 0.25,
-                                                  0.275, 0.3, 0.325, 0.35, 0.375, 0.4, 0.45,
-                                                  0.5, 0.6, 0.7, 0.8, 0.9, 0.99}};
+  static constexpr double kGrid[1][kGridRows] = {{0.01, 0.1,   0.15, 0.175, 0.2, 0.225, 0.25, 0.275, 0.3, 0.325,
+                                                  0.35, 0.375, 0.4,  0.45,  0.5, 0.6,   0.7,  0.8,   0.9, 0.99}};
   // Default bounds 0.001 .. 0.999: the table is used as it stands.
   static constexpr double kGridLo[1] = {0.001};
   static constexpr double kGridScale[1] = {0.998};
@@ -153,14 +150,13 @@ inline void turn_level_trend(Pass& pass) {
 // Many(x, misflg, xscale, n, w, count, level, trend, rc, mse), the family's
 // smooth_many.
 template <int P, auto Many>
-inline void grid_side_by_side(WINMODEL* model, const FITCON* fitcon, const double* w,
-                              const bool* eligible, int* rc, double* mse) {
+inline void grid_side_by_side(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
+                              double* mse) {
   model->smooth = model->svi;
   trend::evaluate_eligible<P>(w, eligible, kGridRows, rc, mse,
                               [&](const double* lanes, int count, int* lane_rc, double* lane_mse) {
-                                Many(fitcon->x, fitcon->misflg, model->ts.descstats.norm,
-                                     fitcon->n, lanes, count, model->svi.level,
-                                     model->svi.trend, lane_rc, lane_mse);
+                                Many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, lanes, count,
+                                     model->svi.level, model->svi.trend, lane_rc, lane_mse);
                               });
 }
 

@@ -130,10 +130,10 @@ extern "C" {
 
 // Derivatives of the seasonal factors, allocated by the seasonal drivers.
 struct WINT_DER_SEASON {
-  long size;         // bytes of one factor array
-  double* wlevel;    // d factor[s] / d wlevel, nseasons entries
-  double* wtrend;    // d factor[s] / d wtrend (Winters only)
-  double* wseason;   // d factor[s] / d wseason
+  long size;        // bytes of one factor array
+  double* wlevel;   // d factor[s] / d wlevel, nseasons entries
+  double* wtrend;   // d factor[s] / d wtrend (Winters only)
+  double* wseason;  // d factor[s] / d wseason
 };
 
 // Running derivatives of the state by weight i, in the family's order.
@@ -145,33 +145,33 @@ struct WINT_DER {
 
 // The per-call context of an estimation, on the driver's stack.
 struct FITCON {
-  double* x;          // first observation of the fit range
-  char* misflg;       // its missing flags
-  long n;             // fitrange.nobs
-  int* scodes;        // season codes at the fit range (seasonal families)
-  double xscale;      // stays 0: the kernels take ts.descstats.norm
-  double xmin;        // stays 0
-  double xmax;        // stays 0
-  int iter;           // outer iteration, 0 during the grid
-  int subiter;        // trial count inside the iteration
-  int prtflag;        // iteration trace wanted
-  double stepstart;   // first step fraction of the next iteration
-  double lambda;      // Levenberg-Marquardt damping
-  double min_nmiss;   // largest tolerated count of missing observations
-  double min_mse;     // best grid mse so far
-  WINT_DER derwork;   // running derivatives of the state
+  double* x;         // first observation of the fit range
+  char* misflg;      // its missing flags
+  long n;            // fitrange.nobs
+  int* scodes;       // season codes at the fit range (seasonal families)
+  double xscale;     // stays 0: the kernels take ts.descstats.norm
+  double xmin;       // stays 0
+  double xmax;       // stays 0
+  int iter;          // outer iteration, 0 during the grid
+  int subiter;       // trial count inside the iteration
+  int prtflag;       // iteration trace wanted
+  double stepstart;  // first step fraction of the next iteration
+  double lambda;     // Levenberg-Marquardt damping
+  double min_nmiss;  // largest tolerated count of missing observations
+  double min_mse;    // best grid mse so far
+  WINT_DER derwork;  // running derivatives of the state
 };
 
 // Position of a point against the bounds.
 struct POINT_WBNDS {
-  char dim;           // weights that may move in this trial
-  char nextdim;       // weights strictly inside their bounds at this point
-  int wlevflg;        // -1 on (or ran into) the lower bound, +1 the upper, 0 inside
+  char dim;      // weights that may move in this trial
+  char nextdim;  // weights strictly inside their bounds at this point
+  int wlevflg;   // -1 on (or ran into) the lower bound, +1 the upper, 0 inside
   int wtreflg;
   int wseaflg;
   int wdamflg;
-  char wlevchn;       // 1 when pinned for this trial: fixed, or already on
-  char wtrechn;       //   that same bound at the current point
+  char wlevchn;  // 1 when pinned for this trial: fixed, or already on
+  char wtrechn;  //   that same bound at the current point
   char wseachn;
   char wdamchn;
 };
@@ -182,24 +182,24 @@ struct POINT {
   double wtrend;
   double wseason;
   double wdamp;
-  double change;        // length of the step that led here
-  long nobs;            // observations used
-  long nmiss;           // missing observations; 2^53 until evaluated
-  double mse;           // sse / nobs; missing until evaluated
-  int rankxpx;          // pivots swept in the full system
-  double xpxdiag[4];    // raw diagonal during nextstep, then half the swept one
-  double rr[3];         // relative offset with 1, 2, 3 free weights
-  double r;             // convergence measure of this point
-  char rflag;           // on a bound with the next step pointing outward
-  double delta1[3];     // step with 1 weight free
-  double delta2[3];     // step with 2 weights free
-  double delta[3];      // step with all weights free
-  double grad[3];       // gradient of the mean squared error
+  double change;      // length of the step that led here
+  long nobs;          // observations used
+  long nmiss;         // missing observations; 2^53 until evaluated
+  double mse;         // sse / nobs; missing until evaluated
+  int rankxpx;        // pivots swept in the full system
+  double xpxdiag[4];  // raw diagonal during nextstep, then half the swept one
+  double rr[3];       // relative offset with 1, 2, 3 free weights
+  double r;           // convergence measure of this point
+  char rflag;         // on a bound with the next step pointing outward
+  double delta1[3];   // step with 1 weight free
+  double delta2[3];   // step with 2 weights free
+  double delta[3];    // step with all weights free
+  double grad[3];     // gradient of the mean squared error
   double grad_norm;
   double delta_norm1;
   double delta_norm2;
   double delta_norm;
-  double dder0;         // carried and printed, never computed
+  double dder0;  // carried and printed, never computed
   double dder1;
   double phi;
   POINT_WBNDS wbnds;
@@ -213,8 +213,8 @@ namespace smoothing::frame {
 // Constants of the frame (fixed by the design)
 // ---------------------------------------------------------------------------
 
-inline constexpr double kEps = 1.110223024625157e-16;    // 2^-53
-inline constexpr double kEps2 = 1.232595164407832e-32;   // 2^-106
+inline constexpr double kEps = 1.110223024625157e-16;   // 2^-53
+inline constexpr double kEps2 = 1.232595164407832e-32;  // 2^-106
 // r <= kConverged ends the search; also the smallest step fraction.
 inline constexpr double kConverged = 0.0001;
 inline constexpr double kMinStep = 0.0001;
@@ -224,7 +224,7 @@ inline constexpr double kUnevaluatedNmiss = 9007199254740992.0;  // 2^53
 inline constexpr long kUnevaluatedNmissLong = 9007199254740992L;
 inline constexpr double kStartLambda = 0.01;
 inline constexpr double kMaxLambda = 1000.0;
-inline constexpr double kMinLambda = 0.0001;   // a lambda below this becomes 0
+inline constexpr double kMinLambda = 0.0001;      // a lambda below this becomes 0
 inline constexpr double kGridScaleLimit = 100.0;  // grid scaling clamps bounds to +-this
 
 // The quotient of the three-weight step: num / den when that cannot
@@ -289,14 +289,10 @@ struct SlotFields {
   char WGTBNDS::*fixed;
 };
 inline constexpr SlotFields kSlotFields[4] = {
-    {&POINT::wlevel, &POINT_WBNDS::wlevflg, &POINT_WBNDS::wlevchn, &WGTBNDS::wlevel,
-     &WGTBNDS::wlevflg},
-    {&POINT::wtrend, &POINT_WBNDS::wtreflg, &POINT_WBNDS::wtrechn, &WGTBNDS::wtrend,
-     &WGTBNDS::wtreflg},
-    {&POINT::wseason, &POINT_WBNDS::wseaflg, &POINT_WBNDS::wseachn, &WGTBNDS::wseason,
-     &WGTBNDS::wseaflg},
-    {&POINT::wdamp, &POINT_WBNDS::wdamflg, &POINT_WBNDS::wdamchn, &WGTBNDS::wdamp,
-     &WGTBNDS::wdamflg},
+    {&POINT::wlevel, &POINT_WBNDS::wlevflg, &POINT_WBNDS::wlevchn, &WGTBNDS::wlevel, &WGTBNDS::wlevflg},
+    {&POINT::wtrend, &POINT_WBNDS::wtreflg, &POINT_WBNDS::wtrechn, &WGTBNDS::wtrend, &WGTBNDS::wtreflg},
+    {&POINT::wseason, &POINT_WBNDS::wseaflg, &POINT_WBNDS::wseachn, &WGTBNDS::wseason, &WGTBNDS::wseaflg},
+    {&POINT::wdamp, &POINT_WBNDS::wdamflg, &POINT_WBNDS::wdamchn, &WGTBNDS::wdamp, &WGTBNDS::wdamflg},
 };
 inline const SlotFields& fields_of(Slot s) noexcept { return kSlotFields[static_cast<int>(s)]; }
 
@@ -308,9 +304,7 @@ inline int position_of(const POINT& p, Slot s) noexcept { return p.wbnds.*fields
 // The pin: the weight may not move in this trial.
 inline char& pinned_of(POINT& p, Slot s) noexcept { return p.wbnds.*fields_of(s).pinned; }
 // Lower bound, upper bound and snap tolerance of a weight.
-inline const double* bounds_of(const WGTBNDS& b, Slot s) noexcept {
-  return b.*fields_of(s).bounds;
-}
+inline const double* bounds_of(const WGTBNDS& b, Slot s) noexcept { return b.*fields_of(s).bounds; }
 // The weight is fixed: its two bounds are equal.
 inline bool fixed_of(const WGTBNDS& b, Slot s) noexcept { return b.*fields_of(s).fixed != 0; }
 
@@ -380,9 +374,9 @@ struct Pass {
 };
 
 inline Pass load_pass(const WINMODEL& model, const FITCON& fitcon) noexcept {
-  return Pass{fitcon.x,        fitcon.misflg,          fitcon.scodes,    fitcon.n,
+  return Pass{fitcon.x,         fitcon.misflg,           fitcon.scodes,     fitcon.n,
               fitcon.min_nmiss, model.ts.descstats.norm, model.ts.nseasons, model.additive,
-              model.smooth,    fitcon.derwork};
+              model.smooth,     fitcon.derwork};
 }
 
 // The family's backward and forward passes with derivatives on `pass`.  Fills
@@ -391,8 +385,8 @@ inline Pass load_pass(const WINMODEL& model, const FITCON& fitcon) noexcept {
 // Writes model->startvals between the passes.  Inlined into passes, where
 // `pass` is a local.
 template <class F>
-[[gnu::always_inline]] inline int passes_on(WINMODEL* model, Pass& pass, POINT* point,
-                                            const double* w, double* xpx, long* nmiss_out) {
+[[gnu::always_inline]] inline int passes_on(WINMODEL* model, Pass& pass, POINT* point, const double* w, double* xpx,
+                                            long* nmiss_out) {
   constexpr int p = F::kNumWeights;
   constexpr int nx = (p + 1) * (p + 2) / 2;
 
@@ -473,8 +467,7 @@ template <class F>
 // The passes of one evaluation: the pass state loaded once, and the state
 // and its derivatives stored back however the passes end.
 template <class F>
-int passes(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, double* xpx,
-           long* nmiss_out) {
+int passes(WINMODEL* model, FITCON* fitcon, POINT* point, const double* w, double* xpx, long* nmiss_out) {
   Pass pass = load_pass(*model, *fitcon);
   const int rc = passes_on<F>(model, pass, point, w, xpx, nmiss_out);
   model->smooth = pass.smooth;
@@ -532,8 +525,7 @@ int solve1(WINMODEL* /*model*/, FITCON* fitcon, POINT* point, double* xpx, long 
 // pair its positions leave inside.  A failed pivot under lambda > 0 sweeps
 // the ridged pair again, without resetting the flags of the first try.
 template <class F>
-void solve_pair(const double* xpx, const double* diag, double lambda, double ridge, double sse,
-                POINT* point) {
+void solve_pair(const double* xpx, const double* diag, double lambda, double ridge, double sse, POINT* point) {
   constexpr int e = 3;  // row of the error
   const bool by_pins = point->wbnds.dim == 2;
   const int first = by_pins ? pinned_of(*point, F::kSlots[0]) : position_of(*point, F::kSlots[0]);
@@ -612,8 +604,7 @@ int solven(WINMODEL* model, FITCON* fitcon, POINT* point, double* xpx, long nmis
   point->mse = sse / static_cast<double>(nobs);
   point->nobs = nobs;
   point->nmiss = nmiss;
-  const double gdiv =
-      F::kGradDivisor == GradDivisor::n ? static_cast<double>(n) : static_cast<double>(nobs);
+  const double gdiv = F::kGradDivisor == GradDivisor::n ? static_cast<double>(n) : static_cast<double>(nobs);
   double diag[p];
   for (int i = 0; i < p; ++i) {
     point->grad[i] = 2.0 * xpx[pk(i, e)] / gdiv;
@@ -710,8 +701,7 @@ int nextstep(WINMODEL* model, FITCON* fitcon, POINT* point, double* /*old_delta*
 // strictly inside gets the flag 0, no pin and room d.  nextdim counts the
 // weights inside.  Returns dim, the number of weights that may move.
 template <class F>
-int classify(const WGTBNDS& wb, const POINT& current, POINT* newp, const double* d,
-             double* room) {
+int classify(const WGTBNDS& wb, const POINT& current, POINT* newp, const double* d, double* room) {
   int dim = F::kNumWeights;
   newp->wbnds.nextdim = 0;
   for (int i = 0; i < F::kNumWeights; ++i) {
@@ -751,8 +741,7 @@ inline double snap(const double* b, double w) noexcept {
 // whose next step still points outward gets rflag, and a second such trial
 // ends the search with r = 0.
 template <class F, class Evaluate>
-int trystep1(WINMODEL* model, FITCON* fitcon, const POINT* current, double stepsize,
-             POINT* newp, Evaluate evaluate) {
+int trystep1(WINMODEL* model, FITCON* fitcon, const POINT* current, double stepsize, POINT* newp, Evaluate evaluate) {
   const Slot s = F::kSlots[0];
   const WGTBNDS& wb = model->wbnds;
   const double wcur = weight_of(*current, s);
@@ -796,8 +785,7 @@ int trystep1(WINMODEL* model, FITCON* fitcon, const POINT* current, double steps
 
   if (newp->wbnds.nextdim == 0) {
     const double next = newp->delta[0];
-    const bool back_inside =
-        pinned_of(*newp, s) == 0 && ((flg == -1 && next > kEps) || (flg == 1 && next < -kEps));
+    const bool back_inside = pinned_of(*newp, s) == 0 && ((flg == -1 && next > kEps) || (flg == 1 && next < -kEps));
     if (!back_inside) {
       newp->rflag = 1;
       if (current->rflag == 1) newp->r = 0.0;
@@ -813,8 +801,7 @@ int trystep1(WINMODEL* model, FITCON* fitcon, const POINT* current, double steps
 // along its direction until the first weight meets its bound, and weights
 // within their tolerance of a bound snap onto it.
 template <class F, class Evaluate>
-int trystepn(WINMODEL* model, FITCON* fitcon, const POINT* current, double stepsize, POINT* newp,
-             Evaluate evaluate) {
+int trystepn(WINMODEL* model, FITCON* fitcon, const POINT* current, double stepsize, POINT* newp, Evaluate evaluate) {
   constexpr int p = F::kNumWeights;
   static_assert(p == 2 || p == 3, "two or three weights");
   const WGTBNDS& wb = model->wbnds;
@@ -925,9 +912,7 @@ int trystepn(WINMODEL* model, FITCON* fitcon, const POINT* current, double steps
 // start of each outer iteration, not between trials.
 template <class F>
 int trystep(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, POINT* newp) {
-  auto evaluate = [model, fitcon](POINT* point) {
-    return nextstep<F>(model, fitcon, point, nullptr);
-  };
+  auto evaluate = [model, fitcon](POINT* point) { return nextstep<F>(model, fitcon, point, nullptr); };
   if constexpr (F::kNumWeights == 1) {
     return trystep1<F>(model, fitcon, current, stepsize, newp, evaluate);
   } else {
@@ -945,8 +930,7 @@ int trystep(WINMODEL* model, FITCON* fitcon, POINT* current, double stepsize, PO
 // with w holding kGridRows rows of p weights, filling rc[k] and mse[k] for
 // each eligible row exactly as grid_mse would.
 template <class F>
-concept GridInOnePass = requires(WINMODEL* m, const FITCON* f, const double* w, const bool* use,
-                                 int* rc, double* mse) {
+concept GridInOnePass = requires(WINMODEL* m, const FITCON* f, const double* w, const bool* use, int* rc, double* mse) {
   F::grid_mse_all(m, f, w, use, rc, mse);
 };
 

@@ -33,24 +33,20 @@
 #include "module/export.h"
 #include "module/win_model.h"
 
-#define ESF_DECLARE_DRIVERS(fit_name, forecast_name)                \
+#define ESF_DECLARE_DRIVERS(fit_name, forecast_name)          \
   extern "C" ESF_EXPORT int fit_name(struct WINMODEL* model); \
   extern "C" ESF_EXPORT int forecast_name(struct WINMODEL* model, int startflg);
 
-#define ESF_DECLARE_TABLE_WRITER(name)                                                        \
-  extern "C" ESF_EXPORT int name(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, \
-                                 u_slabel* label, u_sname* timeid, double stdate, char* align, \
-                                 long nobs, double cl);
+#define ESF_DECLARE_TABLE_WRITER(name)                                                                          \
+  extern "C" ESF_EXPORT int name(struct DATASET* out, struct INTERVAL* intv, u_sname* varname, u_slabel* label, \
+                                 u_sname* timeid, double stdate, char* align, long nobs, double cl);
 
-#define ESF_DEFINE_DRIVERS(F, fit_name, forecast_name)                                        \
-  extern "C" int fit_name(WINMODEL* model) { return smoothing::frame::fit<F>(model); }      \
-  extern "C" int forecast_name(WINMODEL* model, int startflg) {                            \
-    return smoothing::frame::forecast<F>(model, startflg);                                 \
-  }
+#define ESF_DEFINE_DRIVERS(F, fit_name, forecast_name)                                 \
+  extern "C" int fit_name(WINMODEL* model) { return smoothing::frame::fit<F>(model); } \
+  extern "C" int forecast_name(WINMODEL* model, int startflg) { return smoothing::frame::forecast<F>(model, startflg); }
 
-#define ESF_DEFINE_TABLE_WRITER(F, name)                                                        \
-  extern "C" int name(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label,         \
-                      u_sname* timeid, double stdate, char* align, long nobs, double cl) {     \
-    return smoothing::frame::write_family_table<F>(out, intv, varname, label, timeid, stdate, \
-                                                   align, nobs, cl);                          \
+#define ESF_DEFINE_TABLE_WRITER(F, name)                                                                               \
+  extern "C" int name(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid, double stdate, \
+                      char* align, long nobs, double cl) {                                                             \
+    return smoothing::frame::write_family_table<F>(out, intv, varname, label, timeid, stdate, align, nobs, cl);        \
   }

@@ -6,9 +6,8 @@
 // derived.
 #pragma once
 
-#include <cmath>
-
 #include <cfloat>
+#include <cmath>
 
 #include "module/host_api.h"        // host_gcb: the host's overflow values
 #include "primitives/primitives.h"  // esf::kMissing
@@ -33,14 +32,14 @@ inline constexpr double kTiny = 1.491668147e-154;
 
 // Internal result codes of kernels and frames.
 inline constexpr int kOk = 0;
-inline constexpr int kTooFew = -2;          // not enough usable observations
-inline constexpr int kNoGridStart = -8;     // no grid candidate could be evaluated
-inline constexpr int kOverflow = -9;        // numeric overflow in a pass
+inline constexpr int kTooFew = -2;       // not enough usable observations
+inline constexpr int kNoGridStart = -8;  // no grid candidate could be evaluated
+inline constexpr int kOverflow = -9;     // numeric overflow in a pass
 inline constexpr int kGuardedDivision = -92;
 inline constexpr int kNoMemory = -100;
 inline constexpr int kTableFailed = -101;
 inline constexpr int kUnusableWeights = -999;
-inline constexpr int kNotConverged = 90;    // weights usable; counts as success
+inline constexpr int kNotConverged = 90;  // weights usable; counts as success
 
 inline constexpr double kMissing = esf::kMissing;
 

@@ -37,11 +37,11 @@ struct OutputColumn {
   int message;
 };
 
-inline constexpr int kMessageModule = 881;     // the module's message catalogue
-inline constexpr int kMsgForecast = 1100;      // args: length and text of the series label
-inline constexpr int kMsgUpper = 1101;         // arg: (1 - cl) * 100 as a double
-inline constexpr int kMsgLower = 1102;         // the same
-inline constexpr int kMsgResidual = 1103;      // args: length and text of the series name
+inline constexpr int kMessageModule = 881;  // the module's message catalogue
+inline constexpr int kMsgForecast = 1100;   // args: length and text of the series label
+inline constexpr int kMsgUpper = 1101;      // arg: (1 - cl) * 100 as a double
+inline constexpr int kMsgLower = 1102;      // the same
+inline constexpr int kMsgResidual = 1103;   // args: length and text of the series name
 inline constexpr int kMsgStd = 1104;
 inline constexpr int kMsgLevel = 1105;
 inline constexpr int kMsgTrend = 1106;
@@ -72,9 +72,8 @@ inline void copy_padded(const tchar* from, int len, tchar* to, int max) noexcept
 // named by out->dsname.  Returns 0, or -101 when the table cannot be created
 // or its variables cannot be defined (the host's status goes to the log and a
 // table already opened is discarded).
-inline int write_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label,
-                       u_sname* timeid, double stdate, char* align, long nobs, double cl,
-                       int row_doubles, const OutputColumn* states, int nstates) {
+inline int write_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid, double stdate,
+                       char* align, long nobs, double cl, int row_doubles, const OutputColumn* states, int nstates) {
   const int nvars = row_doubles + 1;
   if (nvars > kMaxTableVars || nstates != row_doubles - 6) return kTableFailed;
 
@@ -139,12 +138,12 @@ inline int write_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel*
   const int uname_l = xpsstr(upper_name, sizeof upper_name, pct < 10 ? "U0%1i" : "U%2i", pct);
   const int lname_l = xpsstr(lower_name, sizeof lower_name, pct < 10 ? "L0%1i" : "L%2i", pct);
   const double shown_pct = (1.0 - cl) * 100.0;  // the label shows the unclipped level
-  label_len[2] = xpmstr(labels[2], kLabelBytes, kMessageModule, kMsgForecast,
-                        static_cast<int>(label->label_l), label->label);
+  label_len[2] =
+      xpmstr(labels[2], kLabelBytes, kMessageModule, kMsgForecast, static_cast<int>(label->label_l), label->label);
   label_len[3] = xpmstr(labels[3], kLabelBytes, kMessageModule, kMsgUpper, shown_pct);
   label_len[4] = xpmstr(labels[4], kLabelBytes, kMessageModule, kMsgLower, shown_pct);
-  label_len[5] = xpmstr(labels[5], kLabelBytes, kMessageModule, kMsgResidual,
-                        static_cast<int>(varname->name_l), varname->name);
+  label_len[5] =
+      xpmstr(labels[5], kLabelBytes, kMessageModule, kMsgResidual, static_cast<int>(varname->name_l), varname->name);
   label_len[6] = xpmstr(labels[6], kLabelBytes, kMessageModule, kMsgStd);
   for (int k = 0; k < nstates; ++k) {
     label_len[7 + k] = xpmstr(labels[7 + k], kLabelBytes, kMessageModule, states[k].message);
@@ -202,11 +201,11 @@ inline int write_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel*
 
 // The writer of a family: its row width and its state variables.
 template <class F>
-int write_family_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label,
-                       u_sname* timeid, double stdate, char* align, long nobs, double cl) {
+int write_family_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid, double stdate,
+                       char* align, long nobs, double cl) {
   constexpr int nstates = static_cast<int>(sizeof F::kStateColumns / sizeof F::kStateColumns[0]);
-  return write_table(out, intv, varname, label, timeid, stdate, align, nobs, cl, F::kRowDoubles,
-                     F::kStateColumns, nstates);
+  return write_table(out, intv, varname, label, timeid, stdate, align, nobs, cl, F::kRowDoubles, F::kStateColumns,
+                     nstates);
 }
 
 // The forecast driver (nes1for and its sisters).  `startflg` non-zero means
@@ -248,9 +247,8 @@ int forecast(WINMODEL* model, int startflg) {
   }
 
   char align = (model->align == 'E' || model->align == 'M') ? model->align : 'B';
-  rc = write_family_table<F>(&model->out, &model->ts.interval, &model->ts.name, &model->ts.label,
-                             &model->ts.timeid, model->fitrange.stdate, &align, end + 1 + model->lead,
-                             model->cl);
+  rc = write_family_table<F>(&model->out, &model->ts.interval, &model->ts.name, &model->ts.label, &model->ts.timeid,
+                             model->fitrange.stdate, &align, end + 1 + model->lead, model->cl);
   release();
   return rc;
 }

@@ -33,7 +33,7 @@ struct Diagnostics {
   const char* extra_heading = nullptr;   // null, or the heading of dder0, dder1 and phi
   const char* extra_format = nullptr;
   const char* check_title = nullptr;
-  const char* check_heading = nullptr;   // null for one weight
+  const char* check_heading = nullptr;  // null for one weight
 };
 
 // The header of the iteration trace.
@@ -64,8 +64,7 @@ void trace_row(WINMODEL* /*model*/, FITCON* fitcon, POINT* point, double stepsiz
     }
     if (fitcon->subiter == 0) xpoflsh(0);
   }
-  xps(" %4i  %4i   %8.98f  %5li  %8.98f  ", fitcon->iter, fitcon->subiter, point->r,
-      point->nmiss, point->mse);
+  xps(" %4i  %4i   %8.98f  %5li  %8.98f  ", fitcon->iter, fitcon->subiter, point->r, point->nmiss, point->mse);
   double w[F::kNumWeights];
   weights_of<F>(*point, w);
   if constexpr (F::kNumWeights == 1) {
@@ -78,16 +77,15 @@ void trace_row(WINMODEL* /*model*/, FITCON* fitcon, POINT* point, double stepsiz
   if (F::kDiagnostics.extra_format) {
     xps(F::kDiagnostics.extra_format, point->dder0, point->dder1, point->phi);
   }
-  xpsout("%8.98f  %4i  %6.98f  %8.98f  ", point->change, point->rankxpx, fitcon->lambda,
-         stepsize);
+  xpsout("%8.98f  %4i  %6.98f  %8.98f  ", point->change, point->rankxpx, fitcon->lambda, stepsize);
 }
 
 // One labelled row of the derivative check.  With one weight the row is the
 // exact line "     <LABEL>:  <value>" padded to the block's width; with more
 // weights the values follow each other.  `shown[i]` false leaves a blank.
 template <int P>
-void check_row(const char* single_format, const char* label, const char* value_format,
-               const double* values, const bool* shown) {
+void check_row(const char* single_format, const char* label, const char* value_format, const double* values,
+               const bool* shown) {
   if constexpr (P == 1) {
     if (shown[0]) xpsout(single_format, values[0]);
   } else {
@@ -148,18 +146,12 @@ void derivative_check(WINMODEL* model, FITCON* fitcon, POINT* point) {
     const double* values;
     const bool* shown;
   } rows[] = {
-      {"     WEIGHTS   :  %8.6f                          ", "     WEIGHTS   :  ", "%8.6f     ",
-       w, all},
-      {"     DERIVED   :  %8.6f                          ", "     DERIVED   :  ", "%8.6f     ",
-       derived, all},
-      {"     NUMERICAL :  %8.6f                          ", "     NUMERICAL :  ", "%8.6f     ",
-       numeric, all},
-      {"     DER - NUM :  %8.6E                          ", "     DER - NUM :  ", "%8.6E ",
-       der_minus_num, all},
-      {"     PER DIFF  :  %8.6E                          ", "     PER DIFF  :  ", "%8.6E ",
-       per_diff, per_shown},
-      {"     DER DELTAS:  %8.2E                          ", "     DER DELTAS:  ", "%8.2E     ",
-       deltas, all},
+      {"     WEIGHTS   :  %8.6f                          ", "     WEIGHTS   :  ", "%8.6f     ", w, all},
+      {"     DERIVED   :  %8.6f                          ", "     DERIVED   :  ", "%8.6f     ", derived, all},
+      {"     NUMERICAL :  %8.6f                          ", "     NUMERICAL :  ", "%8.6f     ", numeric, all},
+      {"     DER - NUM :  %8.6E                          ", "     DER - NUM :  ", "%8.6E ", der_minus_num, all},
+      {"     PER DIFF  :  %8.6E                          ", "     PER DIFF  :  ", "%8.6E ", per_diff, per_shown},
+      {"     DER DELTAS:  %8.2E                          ", "     DER DELTAS:  ", "%8.2E     ", deltas, all},
   };
   for (const auto& row : rows) {
     check_row<p>(row.single, row.label, row.format, row.values, row.shown);

@@ -94,17 +94,18 @@ using smoothing::kMissing;
 using smoothing::kOk;
 using smoothing::kOverflow;
 using smoothing::kRelativeLimit;
-using smoothing::kStateLimit;
 using smoothing::kSseLimit;
+using smoothing::kStateLimit;
 using smoothing::kTiny;
 using smoothing::kTooFew;
 
 template <class K>
-concept Seasonal = requires(const K& k, typename K::State& s, long t) { k.at(s, t); };
+concept Seasonal = requires(const K& k, typename K::State& s, long t) {
+  k.at(s, t);
+};
 
 template <class K>
-concept FallibleVariance = requires(const K& k, const typename K::State& s, double base, long j,
-                                    double& var) {
+concept FallibleVariance = requires(const K& k, const typename K::State& s, double base, long j, double& var) {
   { k.variance(s, base, j, var) } -> std::same_as<bool>;
 };
 
@@ -129,8 +130,7 @@ inline void put_row(double* row, double x, double xhat, double hw, double e, dou
 // step, then the turn. A failed guard returns at once with the state the
 // update left (its failed parts missing). No error is accumulated.
 template <class K>
-inline int backcast(const K& k, const double* x, const char* misflg, long n,
-                    typename K::State& s) noexcept {
+inline int backcast(const K& k, const double* x, const char* misflg, long n, typename K::State& s) noexcept {
   double xhat = 0.0;
   double e = 0.0;
   for (long t = n - 1; t >= 0; --t) {
@@ -152,9 +152,8 @@ inline int backcast(const K& k, const double* x, const char* misflg, long n,
 // when given. *mse = sse / nobs. A failed update returns its own code; an
 // error or sum of squares past its limit returns -9.
 template <class K>
-inline int forward(const K& k, const double* x, const char* misflg, long n,
-                   typename K::State& s, double* mse, double* smoothed,
-                   double* strptr) noexcept {
+inline int forward(const K& k, const double* x, const char* misflg, long n, typename K::State& s, double* mse,
+                   double* smoothed, double* strptr) noexcept {
   double sse = 0.0;
   long nmiss = 0;
   double xhat = kMissing;
@@ -189,9 +188,8 @@ inline int forward(const K& k, const double* x, const char* misflg, long n,
 // z..smo: the backcast and the forward pass from the state in `s`, which
 // leaves holding the state where the pass stopped.
 template <class K>
-inline int smooth(const K& k, const double* x, const char* misflg, long n,
-                  typename K::State& s, double* mse, double* smoothed,
-                  double* strptr) noexcept {
+inline int smooth(const K& k, const double* x, const char* misflg, long n, typename K::State& s, double* mse,
+                  double* smoothed, double* strptr) noexcept {
   *mse = kMissing;
   if (n < 1) return kTooFew;
   if (k.unusable()) return kOverflow;
@@ -211,9 +209,8 @@ inline int smooth(const K& k, const double* x, const char* misflg, long n,
 // rows fall back on the pass's own error variance. nobs counts the missing
 // observations over 0..end against the argument n.
 template <class K>
-inline int predict(const K& k, const double* x, const char* misflg, long n,
-                   typename K::State& s, long start, long end, long lead, double se2,
-                   double siglev, int startflg, double* mse, double* strptr) noexcept {
+inline int predict(const K& k, const double* x, const char* misflg, long n, typename K::State& s, long start, long end,
+                   long lead, double se2, double siglev, int startflg, double* mse, double* strptr) noexcept {
   *mse = kMissing;
   if (n < 1) return kTooFew;
   if (k.unusable()) return kOverflow;
@@ -318,8 +315,8 @@ inline int central_differences(const double* w, const double* deltas, int wkflag
 // the t value by the guarded division; all missing unless `enough`
 // observations stand behind the fit.
 template <int P>
-inline int standard_errors(const double* xpxdiag, double mse, bool enough, const double* parms,
-                           double* stderr, double* tvals) noexcept {
+inline int standard_errors(const double* xpxdiag, double mse, bool enough, const double* parms, double* stderr,
+                           double* tvals) noexcept {
   if (!enough) {
     for (int j = 0; j < P; ++j) {
       stderr[j] = kMissing;
@@ -362,8 +359,8 @@ struct alignas(64) LanePeaks {
 // failed whatever follows. The loops then carry no branch and run across the
 // lanes as vectors.
 template <class L>
-inline void smooth_many(L& lanes, const double* x, const char* misflg, double xscale, long n,
-                        int count, int* rc, double* mse) noexcept {
+inline void smooth_many(L& lanes, const double* x, const char* misflg, double xscale, long n, int count, int* rc,
+                        double* mse) noexcept {
   if (n < 1) {
     for (int j = 0; j < count; ++j) {
       rc[j] = kTooFew;
@@ -434,8 +431,8 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
   for (int j = 0; j < count; ++j) {
     rc[j] = kOk;
     mse[j] = kMissing;
-    if (lanes.unusable(j) || peak_state[j] > kStateLimit || peak_pred[j] > upper ||
-        peak_e[j] > kErrorLimit || peak_sse[j] > kSseLimit) {
+    if (lanes.unusable(j) || peak_state[j] > kStateLimit || peak_pred[j] > upper || peak_e[j] > kErrorLimit ||
+        peak_sse[j] > kSseLimit) {
       rc[j] = kOverflow;
     } else if (nobs < 1) {
       rc[j] = kTooFew;
@@ -445,7 +442,6 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
     }
   }
 }
-
 
 // ---------------------------------------------------------------------------
 // The derivative passes of the estimation frame
@@ -511,9 +507,8 @@ struct DerivativeSeries {
 // Never inlined: each loop gets the registers to itself (inlined together,
 // the loops spill their state to the stack).
 template <class S, bool kForward, bool kAnyMissing, bool kChecked>
-[[gnu::noinline]] int derivative_loop(const S& step_record, const DerivativeSeries& in,
-                                      typename S::State& st, double* sums,
-                                      long* nmiss_out) noexcept {
+[[gnu::noinline]] int derivative_loop(const S& step_record, const DerivativeSeries& in, typename S::State& st,
+                                      double* sums, long* nmiss_out) noexcept {
   constexpr int nv = S::kWeights + 1;
   constexpr int nx = nv * (nv + 1) / 2;
   const double* x = in.x;
@@ -573,8 +568,8 @@ template <class S, bool kForward, bool kAnyMissing, bool kChecked>
 
 // derivative_loop for a series with or without missing observations.
 template <class S, bool kForward, bool kChecked = true>
-int derivative_run(const S& step, const DerivativeSeries& in, typename S::State& st,
-                   double* sums, long* nmiss) noexcept {
+int derivative_run(const S& step, const DerivativeSeries& in, typename S::State& st, double* sums,
+                   long* nmiss) noexcept {
   bool any_missing = false;
   for (long t = 0; t < in.n; ++t) any_missing |= in.misflg[t] != 0;
   return any_missing ? derivative_loop<S, kForward, true, kChecked>(step, in, st, sums, nmiss)
@@ -584,8 +579,7 @@ int derivative_run(const S& step, const DerivativeSeries& in, typename S::State&
 // The backward pass, from observation n-1 down to 0: the recursions run,
 // nothing accumulates. 0 or the step's negative code.
 template <class S>
-int derivative_backward(const S& step, const DerivativeSeries& in,
-                        typename S::State& st) noexcept {
+int derivative_backward(const S& step, const DerivativeSeries& in, typename S::State& st) noexcept {
   return derivative_run<S, false>(step, in, st, nullptr, nullptr);
 }
 
@@ -609,15 +603,13 @@ inline bool unchecked_sums_are_exact(const double* sums) noexcept {
 
 // The save and restore of a step record whose pass writes arrays of
 // `length` doubles each: they stand one after the other in the copy.
-inline void save_arrays(std::initializer_list<const double*> arrays, long length,
-                        double* to) noexcept {
+inline void save_arrays(std::initializer_list<const double*> arrays, long length, double* to) noexcept {
   for (const double* a : arrays) {
     std::memcpy(to, a, static_cast<size_t>(length) * sizeof(double));
     to += length;
   }
 }
-inline void restore_arrays(std::initializer_list<double*> arrays, long length,
-                           const double* from) noexcept {
+inline void restore_arrays(std::initializer_list<double*> arrays, long length, const double* from) noexcept {
   for (double* a : arrays) {
     std::memcpy(a, from, static_cast<size_t>(length) * sizeof(double));
     from += length;
@@ -638,8 +630,8 @@ inline constexpr long kSavedDoubles = 256;
 // cannot be shown exact (a sum near kBig, a NaN: rare), the state goes back
 // and the checked pass runs.
 template <class S>
-int derivative_forward(const S& step, const DerivativeSeries& in, typename S::State& st,
-                       double* acc, long* nmiss) noexcept {
+int derivative_forward(const S& step, const DerivativeSeries& in, typename S::State& st, double* acc,
+                       long* nmiss) noexcept {
   constexpr int nv = S::kWeights + 1;
   constexpr int nx = nv * (nv + 1) / 2;
   const long count = step.saved();
@@ -668,9 +660,8 @@ template <class F>
 struct OwnDerivativeLoops {
   template <class P>
   static int backward_pass(P& p, const double* w) {
-    return F::derivative_pass(p, w, [](const auto& step, const auto& series, auto& st) {
-      return derivative_backward(step, series, st);
-    });
+    return F::derivative_pass(
+        p, w, [](const auto& step, const auto& series, auto& st) { return derivative_backward(step, series, st); });
   }
   template <class P>
   static int forward_pass(P& p, const double* w, double* acc, long* nmiss) {

@@ -10,8 +10,8 @@
 
 #include "primitives/primitives.h"
 #include "regression/regression.h"
-#include "smoothing/pass_kernel.h"
 #include "smoothing/frame_limits.h"
+#include "smoothing/pass_kernel.h"
 
 namespace trend {
 
@@ -41,8 +41,7 @@ inline long last_usable(const char* misflg, long n) noexcept {
 // slope of a straight line fitted to the series, negated because the first
 // pass over the data runs backward in time. The intercept of the line is not
 // kept. A series whose only usable observation is the first has no start.
-inline int trended_start(double* x, char* misflg, long n, int stflg,
-                         double* level, double* trend) noexcept {
+inline int trended_start(double* x, char* misflg, long n, int stflg, double* level, double* trend) noexcept {
   *level = kMissing;
   *trend = kMissing;
   if (n < 1) return kTooFew;
@@ -64,8 +63,7 @@ using pass::kManyWeights;
 // many(weights, count, rc, mse), and scatters its answers back by row. An
 // ineligible row gets rc 0 and a missing mse, and is not evaluated.
 template <int P, class Many>
-void evaluate_eligible(const double* w, const bool* eligible, int rows, int* rc, double* mse,
-                       Many many) {
+void evaluate_eligible(const double* w, const bool* eligible, int rows, int* rc, double* mse, Many many) {
   // Cleared only so that no lane counts as unset; lanes past `count` are
   // never read.
   double lane_w[kManyWeights * P] = {};

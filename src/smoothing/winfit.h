@@ -11,8 +11,8 @@
 #include "module/host_api.h"
 #include "module/win_model.h"
 #include "smoothing/family_traits.h"
-#include "smoothing/frame_drivers.h"
 #include "smoothing/frame.h"
+#include "smoothing/frame_drivers.h"
 #include "smoothing/frame_out.h"
 #include "smoothing/trend_kernel.h"
 #include "smoothing/winsubs.h"
@@ -43,11 +43,9 @@ using namespace smoothing::frame;
 // turns round and runs forward.
 
 struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivativeLoops<Family> {
-
   // Candidate k tries entry k of the three tables.
-  static constexpr double kSeasonGrid[kGridRows] = {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4,
-                                                    0.4, 0.4, 0.4, 0.6, 0.2, 0.2, 0.2,
-                                                    0.2, 0.8, 0.6, 0.4, 0.4, 0.6};
+  static constexpr double kSeasonGrid[kGridRows] = {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4, 0.4, 0.4, 0.4,
+                                                    0.6, 0.2, 0.2, 0.2, 0.2, 0.8, 0.6, 0.4, 0.4, 0.6};
   static constexpr const double* kGrid[3] = {kLevelGrid, kTrendGrid, kSeasonGrid};
   // The tables stand as they are under the default bounds 0.001 .. 0.999.
   static constexpr double kGridLo[3] = {0.001, 0.001, 0.001};
@@ -87,17 +85,16 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
 
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     reset_from_svi(model);
-    return zwinsmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n,
-                   model->ts.nseasons, model->additive, w[0], w[1], w[2], &model->smooth.level,
-                   &model->smooth.trend, model->smooth.sfactor, fitcon->scodes, mse, nullptr,
-                   nullptr);
+    return zwinsmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, model->ts.nseasons, model->additive,
+                   w[0], w[1], w[2], &model->smooth.level, &model->smooth.trend, model->smooth.sfactor, fitcon->scodes,
+                   mse, nullptr, nullptr);
   }
 
   // The eligible candidates side by side in one backward and forward pass,
   // when their factor copies fit on the stack; otherwise one by one.
   static constexpr int kManyFactors = 4096;
-  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
-                           const bool* eligible, int* rc, double* mse) {
+  static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
+                           double* mse) {
     const int ns = model->ts.nseasons;
     if (ns < 1 || ns * kGridRows > kManyFactors) {
       for (int k = 0; k < kGridRows; ++k) {
@@ -108,11 +105,9 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
     }
     double work[kManyFactors];
     trend::evaluate_eligible<3>(
-        w, eligible, kGridRows, rc, mse,
-        [&](const double* lanes, int count, int* lane_rc, double* lane_mse) {
-          smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns,
-                      model->additive, lanes, count, model->svi.level, model->svi.trend,
-                      model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse);
+        w, eligible, kGridRows, rc, mse, [&](const double* lanes, int count, int* lane_rc, double* lane_mse) {
+          smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns, model->additive, lanes, count,
+                      model->svi.level, model->svi.trend, model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse);
         });
     reset_from_svi(model);
   }
@@ -151,13 +146,12 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
     const double lseason = s.sfactor[code];
     double xhat = 0.0;
     double e = 0.0;
-    int rc = point(value, pass.xscale, pass.additive, w[0], w[1], w[2], &s.level, &s.trend,
-                   s.sfactor, code, &xhat, &e);
+    int rc = point(value, pass.xscale, pass.additive, w[0], w[1], w[2], &s.level, &s.trend, s.sfactor, code, &xhat, &e);
     if (rc < 0) return rc;
     WINT_DER_SEASON& d = pass.der.season;
     double dersea[3] = {d.wlevel[code], d.wtrend[code], d.wseason[code]};
-    rc = point_derivative(value, w[0], w[1], w[2], llevel, s.level, ltrend, lseason,
-                          pass.additive, pass.der.level, pass.der.trend, dersea, wder);
+    rc = point_derivative(value, w[0], w[1], w[2], llevel, s.level, ltrend, lseason, pass.additive, pass.der.level,
+                          pass.der.trend, dersea, wder);
     d.wlevel[code] = dersea[0];
     d.wtrend[code] = dersea[1];
     d.wseason[code] = dersea[2];
@@ -174,10 +168,11 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
   static int derivative_pass(Pass& p, const double* w, Run run) {
     const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
     auto in_form = [&](const auto& step) {
-      typename std::decay_t<decltype(step)>::State st{
-          p.smooth.level, p.smooth.trend, p.smooth.xhat,
-          {p.der.level[0], p.der.level[1], p.der.level[2]},
-          {p.der.trend[0], p.der.trend[1], p.der.trend[2]}};
+      typename std::decay_t<decltype(step)>::State st{p.smooth.level,
+                                                      p.smooth.trend,
+                                                      p.smooth.xhat,
+                                                      {p.der.level[0], p.der.level[1], p.der.level[2]},
+                                                      {p.der.trend[0], p.der.trend[1], p.der.trend[2]}};
       const int rc = run(step, series, st);
       p.smooth.level = st.level;
       p.smooth.trend = st.trend;
@@ -190,11 +185,11 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
     };
     const WINT_DER_SEASON& d = p.der.season;
     if (p.additive) {
-      return in_form(DerivativeStep<true>{p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2],
-                                          p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
+      return in_form(DerivativeStep<true>{
+          p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2], p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
     }
-    return in_form(DerivativeStep<false>{p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2],
-                                         p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
+    return in_form(DerivativeStep<false>{
+        p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2], p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
   }
 
   // At the first observation: normalise (trend still backward), then take
@@ -202,8 +197,8 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
   static void turn(Pass& pass, const double*) {
     SMOOTHVALS& s = pass.smooth;
     WINT_DER& d = pass.der;
-    zwinnmd(pass.nseasons, pass.additive, &s.level, &s.trend, s.sfactor, d.level, d.trend,
-            d.season.wlevel, d.season.wtrend, d.season.wseason);
+    zwinnmd(pass.nseasons, pass.additive, &s.level, &s.trend, s.sfactor, d.level, d.trend, d.season.wlevel,
+            d.season.wtrend, d.season.wseason);
     s.level += s.trend;
     for (int i = 0; i < 3; ++i) d.level[i] += d.trend[i];
     s.trend = -s.trend;
@@ -218,27 +213,27 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
   static constexpr auto std_errors = &zwinstd;
 
   // Diagnostics.
-  static constexpr Diagnostics kDiagnostics = {
-      "   Level     Trend  Seasonal  ", "%8.93f  %8.93f  %8.93f  ",
-      nullptr, nullptr,
-      " Winter's Method Partial Derivative Information     ",
-      "                  LEVEL    TREND    SEASON          "};
+  static constexpr Diagnostics kDiagnostics = {"   Level     Trend  Seasonal  ",
+                                               "%8.93f  %8.93f  %8.93f  ",
+                                               nullptr,
+                                               nullptr,
+                                               " Winter's Method Partial Derivative Information     ",
+                                               "                  LEVEL    TREND    SEASON          "};
   static const char* check_subtitle(const WINMODEL* model) {
     return model->additive ? "     Additive Model                                 "
                            : "     Multiplicative Model                           ";
   }
-  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w,
-                              const double* deltas, int wkflag, double* pder) {
+  static int numeric_gradient(WINMODEL* model, const FITCON* fitcon, const double* w, const double* deltas, int wkflag,
+                              double* pder) {
     double dl[3] = {deltas[0], deltas[1], deltas[2]};
-    return zwinnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n,
-                   model->ts.nseasons, model->additive, w[0], w[1], w[2], model->svi.level,
-                   model->svi.trend, model->svi.sfactor, fitcon->scodes, dl, wkflag, pder);
+    return zwinnpd(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, model->ts.nseasons, model->additive,
+                   w[0], w[1], w[2], model->svi.level, model->svi.trend, model->svi.sfactor, fitcon->scodes, dl, wkflag,
+                   pder);
   }
 
   // Forecast.
   static constexpr int kRowDoubles = 9;
-  static constexpr OutputColumn kStateColumns[3] = {
-      {"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}, {"SEASON", kMsgSeason}};
+  static constexpr OutputColumn kStateColumns[3] = {{"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}, {"SEASON", kMsgSeason}};
 
   static void forecast_start(WINMODEL* model, int startflg) {
     const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
@@ -252,11 +247,10 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
     int* scodes = model->ts.scodes ? model->ts.scodes + start : nullptr;
     const long last = end > model->fitrange.nobs - 1 ? end : model->fitrange.nobs - 1;
     if (!codes_fit(scodes, last, model->ts.nseasons)) return kTooFew;
-    return zwinprd(model->ts.x + start, model->ts.misflg + start, model->ts.descstats.norm,
-                   model->fitrange.nobs, model->ts.nseasons, model->additive, w[0], w[1], w[2],
-                   &model->smooth.level, &model->smooth.trend, model->smooth.sfactor, scodes, 0,
-                   end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse,
-                   model->out.strptr);
+    return zwinprd(model->ts.x + start, model->ts.misflg + start, model->ts.descstats.norm, model->fitrange.nobs,
+                   model->ts.nseasons, model->additive, w[0], w[1], w[2], &model->smooth.level, &model->smooth.trend,
+                   model->smooth.sfactor, scodes, 0, end, model->lead, model->pest.mse, model->cl, startflg,
+                   &model->stats.mse, model->out.strptr);
   }
 };
 

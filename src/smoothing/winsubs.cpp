@@ -34,8 +34,7 @@ bool missing(double d) { return esf::is_missing(d); }
 int divide(double num, double den, double* quo) { return guarded_divide(num, den, quo); }
 
 bool weights_overflow(double wlevel, double wtrend, double wseason) {
-  return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit ||
-         std::fabs(wseason) > kStateLimit;
+  return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit || std::fabs(wseason) > kStateLimit;
 }
 
 // psi(i), i >= 1: the weight of the shock i steps back in the prediction.
@@ -61,8 +60,8 @@ double additive_factor(double wlevel, double wtrend, double wseason, int nseason
 // factor of the lead over the factor i seasons before it.  A ratio that
 // fails the guarded division stops the sum: *ok is false and the result is
 // what the division stored.
-double multiplicative_factor(double wlevel, double wtrend, double wseason, int nseasons,
-                             long lead, const double* sfactor, int scode, bool* ok) {
+double multiplicative_factor(double wlevel, double wtrend, double wseason, int nseasons, long lead,
+                             const double* sfactor, int scode, bool* ok) {
   const double b = wlevel * wtrend;
   const double c = wseason * (1.0 - wlevel);
   const double sfactlead = sfactor[scode];
@@ -109,8 +108,7 @@ struct Kernel {
   bool unusable() const noexcept { return weights_overflow(wlevel, wtrend, wseason); }
   void at(State& s, long t) const noexcept { s.code = t >= 0 ? scodes[t] : 0; }
   int update(double x, State& s, double& xhat, double& e) const noexcept {
-    return win::point(x, xscale, additive, wlevel, wtrend, wseason, &s.level, &s.trend,
-                      s.sfactor, s.code, &xhat, &e);
+    return win::point(x, xscale, additive, wlevel, wtrend, wseason, &s.level, &s.trend, s.sfactor, s.code, &xhat, &e);
   }
   void skip(State& s, double& xhat) const noexcept {
     xhat = win::missing_step(additive, &s.level, s.trend, s.sfactor[s.code]);
@@ -131,8 +129,7 @@ struct Kernel {
       return true;
     }
     bool ok = true;
-    const double vm =
-        multiplicative_factor(wlevel, wtrend, wseason, nseasons, k, s.sfactor, s.code, &ok);
+    const double vm = multiplicative_factor(wlevel, wtrend, wseason, nseasons, k, s.sfactor, s.code, &ok);
     var = ok ? base * vm : vm;
     return ok;
   }
@@ -147,9 +144,8 @@ struct Kernel {
 
 }  // namespace
 
-void win::normalise(int nseasons, int additive, double* level, double* trend, double* sfactor,
-                    double* derlev, double* dertre, double* dersealev, double* derseatre,
-                    double* derseasea) noexcept {
+void win::normalise(int nseasons, int additive, double* level, double* trend, double* sfactor, double* derlev,
+                    double* dertre, double* dersealev, double* derseatre, double* derseasea) noexcept {
   if (nseasons < 1) return;
   const bool with_derivatives = derlev != nullptr;
   double* der[3] = {dersealev, derseatre, derseasea};
@@ -205,10 +201,9 @@ namespace {
 // runs exactly the arithmetic of zwinsmo, in the same order, through the
 // same inline update, and stops where zwinsmo stops.  Triple j's factors
 // are work[j * nseasons ...].
-void smooth_many_scalar(const double* x, const char* misflg, double xscale, long n,
-                        int nseasons, int additive, const double* w, int count, double level,
-                        double trend, const double* sfactor, const int* scodes, double* work,
-                        int* rc, double* mse) noexcept {
+void smooth_many_scalar(const double* x, const char* misflg, double xscale, long n, int nseasons, int additive,
+                        const double* w, int count, double level, double trend, const double* sfactor,
+                        const int* scodes, double* work, int* rc, double* mse) noexcept {
   double l[kManyLanes];
   double tr[kManyLanes];
   double sse[kManyLanes];
@@ -222,14 +217,13 @@ void smooth_many_scalar(const double* x, const char* misflg, double xscale, long
     tr[j] = trend;
     sse[j] = 0.0;
     if (nseasons > 0) {
-      std::memcpy(work + static_cast<long>(j) * nseasons, sfactor,
-                  static_cast<size_t>(nseasons) * sizeof(double));
+      std::memcpy(work + static_cast<long>(j) * nseasons, sfactor, static_cast<size_t>(nseasons) * sizeof(double));
     }
   }
   auto update = [&](int j, double xt, int s, double* e) {
     double xhat = 0.0;
-    const int r = win::point(xt, xscale, additive, w[3 * j], w[3 * j + 1], w[3 * j + 2], &l[j],
-                             &tr[j], work + static_cast<long>(j) * nseasons, s, &xhat, e);
+    const int r = win::point(xt, xscale, additive, w[3 * j], w[3 * j + 1], w[3 * j + 2], &l[j], &tr[j],
+                             work + static_cast<long>(j) * nseasons, s, &xhat, e);
     if (r < 0) {
       rc[j] = r;
       live[j] = false;
@@ -316,8 +310,7 @@ struct LanesInput {
 };
 
 template <class V, class M, int kWidth, bool kAdditive>
-[[gnu::always_inline]] inline void lanes_pass(const LanesInput& in, bool* failed,
-                                              double* sse_out) noexcept {
+[[gnu::always_inline]] inline void lanes_pass(const LanesInput& in, bool* failed, double* sse_out) noexcept {
   const double* x = in.x;
   const char* misflg = in.misflg;
   const double xscale = in.xscale;
@@ -382,8 +375,7 @@ template <class V, class M, int kWidth, bool kAdditive>
         const V lt = tr[g];
         V ls;
         std::memcpy(&ls, sf + g * kWidth, sizeof ls);
-        M b = bad[g] | (ESF_ABS(ll) > state_limit) | (ESF_ABS(lt) > state_limit) |
-              (ESF_ABS(ls) > state_limit);
+        M b = bad[g] | (ESF_ABS(ll) > state_limit) | (ESF_ABS(lt) > state_limit) | (ESF_ABS(ls) > state_limit);
         V xhat, cl, ct, cs;
         if constexpr (kAdditive) {
           xhat = ls + ll + lt;
@@ -429,8 +421,8 @@ typedef double V4 __attribute__((vector_size(32)));
 typedef long long M4 __attribute__((vector_size(32)));
 
 template <class V, class M, int kWidth>
-[[gnu::always_inline]] inline void lanes_pass_of_form(int additive, const LanesInput& in,
-                                                      bool* failed, double* sse) noexcept {
+[[gnu::always_inline]] inline void lanes_pass_of_form(int additive, const LanesInput& in, bool* failed,
+                                                      double* sse) noexcept {
   if (additive) {
     lanes_pass<V, M, kWidth, true>(in, failed, sse);
   } else {
@@ -447,8 +439,8 @@ void lanes_pass_2(int additive, const LanesInput& in, bool* failed, double* sse)
 #if defined(__x86_64__)
 // Four lanes to a vector, for processors with AVX, chosen at run time.  No
 // fused multiply-add: AVX has none, and contraction is off.
-__attribute__((target("avx"))) void lanes_pass_4(int additive, const LanesInput& in,
-                                                 bool* failed, double* sse) noexcept {
+__attribute__((target("avx"))) void lanes_pass_4(int additive, const LanesInput& in, bool* failed,
+                                                 double* sse) noexcept {
   lanes_pass_of_form<V4, M4, 4>(additive, in, failed, sse);
 }
 bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
@@ -458,14 +450,13 @@ bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
 
 // The triples in SIMD lanes; a triple whose lane failed runs again alone,
 // for the code zwinsmo gives it.
-void win::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
-                      int additive, const double* w, int count, double level, double trend,
-                      const double* sfactor, const int* scodes, double* work, int* rc,
-                      double* mse, int width) noexcept {
+void win::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons, int additive,
+                      const double* w, int count, double level, double trend, const double* sfactor, const int* scodes,
+                      double* work, int* rc, double* mse, int width) noexcept {
   if (count < 1) return;
   if (n < 1 || nseasons < 1 || width == 1) {
-    smooth_many_scalar(x, misflg, xscale, n, nseasons, additive, w, count, level, trend,
-                       sfactor, scodes, work, rc, mse);
+    smooth_many_scalar(x, misflg, xscale, n, nseasons, additive, w, count, level, trend, sfactor, scodes, work, rc,
+                       mse);
     return;
   }
   bool failed[kManyLanes];
@@ -485,8 +476,8 @@ void win::smooth_many(const double* x, const char* misflg, double xscale, long n
   for (int j = 0; j < count; ++j) {
     const double* wj = w + 3 * j;
     if (failed[j] || weights_overflow(wj[0], wj[1], wj[2])) {
-      smooth_many_scalar(x, misflg, xscale, n, nseasons, additive, wj, 1, level, trend,
-                         sfactor, scodes, work, rc + j, mse + j);
+      smooth_many_scalar(x, misflg, xscale, n, nseasons, additive, wj, 1, level, trend, sfactor, scodes, work, rc + j,
+                         mse + j);
       continue;
     }
     mse[j] = kMissing;
@@ -499,18 +490,17 @@ void win::smooth_many(const double* x, const char* misflg, double xscale, long n
   }
 }
 
-double zwincla(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead,
-               double siglev, double* limit) {
+double zwincla(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead, double siglev,
+               double* limit) {
   const double var = se2 * additive_factor(wlevel, wtrend, wseason, nseasons, lead);
   if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
   return var;
 }
 
-double zwinclm(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead,
-               double siglev, double* sfactor, int scode, double* limit) {
+double zwinclm(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead, double siglev,
+               double* sfactor, int scode, double* limit) {
   bool ok = true;
-  const double vm =
-      multiplicative_factor(wlevel, wtrend, wseason, nseasons, lead, sfactor, scode, &ok);
+  const double vm = multiplicative_factor(wlevel, wtrend, wseason, nseasons, lead, sfactor, scode, &ok);
   if (!ok) {
     if (limit) *limit = kMissing;
     return vm;
@@ -522,33 +512,31 @@ double zwinclm(double wlevel, double wtrend, double wseason, int nseasons, doubl
 
 extern "C" {
 
-int zwinpnt(double x, double xscale, int additive, double wlevel, double wtrend, double wseason,
-            double* level, double* trend, double* sfactor, int scode, double* xhat, double* e) {
-  return win::point(x, xscale, additive, wlevel, wtrend, wseason, level, trend, sfactor, scode,
-                    xhat, e);
+int zwinpnt(double x, double xscale, int additive, double wlevel, double wtrend, double wseason, double* level,
+            double* trend, double* sfactor, int scode, double* xhat, double* e) {
+  return win::point(x, xscale, additive, wlevel, wtrend, wseason, level, trend, sfactor, scode, xhat, e);
 }
 
-int zwindpd(double x, double wlevel, double wtrend, double wseason, double llevel, double clevel,
-            double ltrend, double /*ctrend*/, double lseason, double /*cseason*/, int additive,
-            double* derlev, double* dertre, double* dersea, double* dervec) {
-  return win::point_derivative(x, wlevel, wtrend, wseason, llevel, clevel, ltrend, lseason,
-                               additive, derlev, dertre, dersea, dervec);
+int zwindpd(double x, double wlevel, double wtrend, double wseason, double llevel, double clevel, double ltrend,
+            double /*ctrend*/, double lseason, double /*cseason*/, int additive, double* derlev, double* dertre,
+            double* dersea, double* dervec) {
+  return win::point_derivative(x, wlevel, wtrend, wseason, llevel, clevel, ltrend, lseason, additive, derlev, dertre,
+                               dersea, dervec);
 }
 
-int zwinsmo(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
-            double wlevel, double wtrend, double wseason, double* level, double* trend,
-            double* sfactor, int* scodes, double* mse, double* smoothed, double* strptr) {
+int zwinsmo(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel, double wtrend,
+            double wseason, double* level, double* trend, double* sfactor, int* scodes, double* mse, double* smoothed,
+            double* strptr) {
   Kernel::State s{*level, *trend, sfactor, 0};
-  const int rc =
-      pass::smooth(Kernel{xscale, additive, wlevel, wtrend, wseason, nseasons, scodes}, x, misflg,
-                   n, s, mse, smoothed, strptr);
+  const int rc = pass::smooth(Kernel{xscale, additive, wlevel, wtrend, wseason, nseasons, scodes}, x, misflg, n, s, mse,
+                              smoothed, strptr);
   *level = s.level;
   *trend = s.trend;
   return rc;
 }
 
-int zwinsvi(double* x, char* misflg, long n, int nseasons, int nstart, int additive, int stflg,
-            double* level, double* trend, double* sfactor) {
+int zwinsvi(double* x, char* misflg, long n, int nseasons, int nstart, int additive, int stflg, double* level,
+            double* trend, double* sfactor) {
   *level = kMissing;
   *trend = kMissing;
   if (n < 1) return kTooFew;
@@ -562,8 +550,8 @@ int zwinsvi(double* x, char* misflg, long n, int nseasons, int nstart, int addit
   for (int s = 0; s < nseasons; ++s) sfactor[s] = neutral;
   if (!stflg || nseasons < 1) return kOk;
 
-  auto* csfact = static_cast<double*>(
-      host_alloc(static_cast<long>(nseasons) * static_cast<long>(sizeof(double)), kPoolNumbers));
+  auto* csfact =
+      static_cast<double*>(host_alloc(static_cast<long>(nseasons) * static_cast<long>(sizeof(double)), kPoolNumbers));
   if (!csfact) return kNoMemory;
   double ccoef = kMissing;
   const int rc = additive ? ztsrdmy(x, misflg, n, nseasons, &ccoef, trend, nullptr, csfact, nullptr)
@@ -602,17 +590,14 @@ int zwinsvi(double* x, char* misflg, long n, int nseasons, int nstart, int addit
   return kOk;
 }
 
-int zwinnmd(int nseasons, int additive, double* level, double* trend, double* sfactor,
-            double* derlev, double* dertre, double* dersealev, double* derseatre,
-            double* derseasea) {
-  win::normalise(nseasons, additive, level, trend, sfactor, derlev, dertre, dersealev, derseatre,
-                 derseasea);
+int zwinnmd(int nseasons, int additive, double* level, double* trend, double* sfactor, double* derlev, double* dertre,
+            double* dersealev, double* derseatre, double* derseasea) {
+  win::normalise(nseasons, additive, level, trend, sfactor, derlev, dertre, dersealev, derseatre, derseasea);
   return kOk;
 }
 
 int zwinnrm(int nseasons, int additive, double* level, double* trend, double* sfactor) {
-  win::normalise(nseasons, additive, level, trend, sfactor, nullptr, nullptr, nullptr, nullptr,
-                 nullptr);
+  win::normalise(nseasons, additive, level, trend, sfactor, nullptr, nullptr, nullptr, nullptr, nullptr);
   return kOk;
 }
 
@@ -620,18 +605,16 @@ int zwinstb(int nseasons, int /*additive*/, double wlevel, double wtrend, double
   const double d = wseason * (1.0 - wlevel);
   const double wtreubnd = 2.0 - wlevel - d;
   const double lt = wlevel * wtrend;
-  return d > kStableEps && static_cast<double>(nseasons) * wlevel + d > kStableEps &&
-         wtreubnd > kStableEps && lt > kStableEps && lt < wtreubnd;
+  return d > kStableEps && static_cast<double>(nseasons) * wlevel + d > kStableEps && wtreubnd > kStableEps &&
+         lt > kStableEps && lt < wtreubnd;
 }
 
-int zwinprd(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
-            double wlevel, double wtrend, double wseason, double* level, double* trend,
-            double* sfactor, int* scodes, long start, long end, long lead, double se2,
-            double siglev, int startflg, double* mse, double* strptr) {
+int zwinprd(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel, double wtrend,
+            double wseason, double* level, double* trend, double* sfactor, int* scodes, long start, long end, long lead,
+            double se2, double siglev, int startflg, double* mse, double* strptr) {
   Kernel::State s{*level, *trend, sfactor, 0};
-  const int rc =
-      pass::predict(Kernel{xscale, additive, wlevel, wtrend, wseason, nseasons, scodes}, x, misflg,
-                    n, s, start, end, lead, se2, siglev, startflg, mse, strptr);
+  const int rc = pass::predict(Kernel{xscale, additive, wlevel, wtrend, wseason, nseasons, scodes}, x, misflg, n, s,
+                               start, end, lead, se2, siglev, startflg, mse, strptr);
   *level = s.level;
   *trend = s.trend;
   return rc;
@@ -645,9 +628,9 @@ int zwinpsi(double wlevel, double wtrend, double wseason, int nseasons, long nps
   return kOk;
 }
 
-int zwinnpd(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
-            double wlevel, double wtrend, double wseason, double level, double trend,
-            double* sfactor, int* scodes, double* deltas, int wkflag, double* pder) {
+int zwinnpd(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel, double wtrend,
+            double wseason, double level, double trend, double* sfactor, int* scodes, double* deltas, int wkflag,
+            double* pder) {
   pder[0] = pder[1] = pder[2] = kMissing;
   const long bytes = static_cast<long>(nseasons > 0 ? nseasons : 1) * static_cast<long>(sizeof(double));
   auto* work = static_cast<double*>(host_alloc(bytes, kPoolNumbers));
@@ -655,21 +638,19 @@ int zwinnpd(double* x, char* misflg, double xscale, long n, int nseasons, int ad
   const size_t copy = static_cast<size_t>(nseasons > 0 ? nseasons : 0) * sizeof(double);
 
   const double w[3] = {wlevel, wtrend, wseason};
-  const int rc =
-      pass::central_differences<3>(w, deltas, wkflag, pder, [&](const double* v, double* mse) {
-        // One run of zwinsmo from the state handed in.
-        if (copy) std::memcpy(work, sfactor, copy);
-        double l = level;
-        double tr = trend;
-        return zwinsmo(x, misflg, xscale, n, nseasons, additive, v[0], v[1], v[2], &l, &tr, work,
-                       scodes, mse, nullptr, nullptr);
-      });
+  const int rc = pass::central_differences<3>(w, deltas, wkflag, pder, [&](const double* v, double* mse) {
+    // One run of zwinsmo from the state handed in.
+    if (copy) std::memcpy(work, sfactor, copy);
+    double l = level;
+    double tr = trend;
+    return zwinsmo(x, misflg, xscale, n, nseasons, additive, v[0], v[1], v[2], &l, &tr, work, scodes, mse, nullptr,
+                   nullptr);
+  });
   host_free(work);
   return rc;
 }
 
-int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-            double* tvals) {
+int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr, double* tvals) {
   return pass::standard_errors<3>(xpxdiag, mse, nobs >= 4, parms, stderr, tvals);
 }
 

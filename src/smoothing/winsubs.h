@@ -26,31 +26,29 @@ extern "C" {
 #endif
 
 ESF_EXPORT int zwinpnt(double x, double xscale, int additive, double wlevel, double wtrend, double wseason,
-            double* level, double* trend, double* sfactor, int scode, double* xhat, double* e);
+                       double* level, double* trend, double* sfactor, int scode, double* xhat, double* e);
 ESF_EXPORT int zwindpd(double x, double wlevel, double wtrend, double wseason, double llevel, double clevel,
-            double ltrend, double ctrend, double lseason, double cseason, int additive,
-            double* derlev, double* dertre, double* dersea, double* dervec);
-ESF_EXPORT int zwinsmo(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
-            double wlevel, double wtrend, double wseason, double* level, double* trend,
-            double* sfactor, int* scodes, double* mse, double* smoothed, double* strptr);
+                       double ltrend, double ctrend, double lseason, double cseason, int additive, double* derlev,
+                       double* dertre, double* dersea, double* dervec);
+ESF_EXPORT int zwinsmo(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel,
+                       double wtrend, double wseason, double* level, double* trend, double* sfactor, int* scodes,
+                       double* mse, double* smoothed, double* strptr);
 ESF_EXPORT int zwinsvi(double* x, char* misflg, long n, int nseasons, int nstart, int additive, int stflg,
-            double* level, double* trend, double* sfactor);
-ESF_EXPORT int zwinnmd(int nseasons, int additive, double* level, double* trend, double* sfactor,
-            double* derlev, double* dertre, double* dersealev, double* derseatre,
-            double* derseasea);
+                       double* level, double* trend, double* sfactor);
+ESF_EXPORT int zwinnmd(int nseasons, int additive, double* level, double* trend, double* sfactor, double* derlev,
+                       double* dertre, double* dersealev, double* derseatre, double* derseasea);
 ESF_EXPORT int zwinnrm(int nseasons, int additive, double* level, double* trend, double* sfactor);
 // 1 when the weights lie in the stability region, else 0.
 ESF_EXPORT int zwinstb(int nseasons, int additive, double wlevel, double wtrend, double wseason);
-ESF_EXPORT int zwinprd(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
-            double wlevel, double wtrend, double wseason, double* level, double* trend,
-            double* sfactor, int* scodes, long start, long end, long lead, double se2,
-            double siglev, int startflg, double* mse, double* strptr);
+ESF_EXPORT int zwinprd(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel,
+                       double wtrend, double wseason, double* level, double* trend, double* sfactor, int* scodes,
+                       long start, long end, long lead, double se2, double siglev, int startflg, double* mse,
+                       double* strptr);
 ESF_EXPORT int zwinpsi(double wlevel, double wtrend, double wseason, int nseasons, long npsi, double* psi);
-ESF_EXPORT int zwinnpd(double* x, char* misflg, double xscale, long n, int nseasons, int additive,
-            double wlevel, double wtrend, double wseason, double level, double trend,
-            double* sfactor, int* scodes, double* deltas, int wkflag, double* pder);
-ESF_EXPORT int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr,
-            double* tvals);
+ESF_EXPORT int zwinnpd(double* x, char* misflg, double xscale, long n, int nseasons, int additive, double wlevel,
+                       double wtrend, double wseason, double level, double trend, double* sfactor, int* scodes,
+                       double* deltas, int wkflag, double* pder);
+ESF_EXPORT int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, double* stderr, double* tvals);
 
 #ifdef __cplusplus
 }
@@ -61,10 +59,10 @@ ESF_EXPORT int zwinstd(double* xpxdiag, double mse, long nobs, double* parms, do
 // the half-width of its limits: the additive form, and the multiplicative
 // form for a lead whose season is `scode`.  Private to the Winters family in
 // the module image; declared here so that its tests can reach them.
-double zwincla(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead,
-               double siglev, double* limit);
-double zwinclm(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead,
-               double siglev, double* sfactor, int scode, double* limit);
+double zwincla(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead, double siglev,
+               double* limit);
+double zwinclm(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead, double siglev,
+               double* sfactor, int scode, double* limit);
 
 namespace win {
 
@@ -72,9 +70,8 @@ inline constexpr double kMinValFactor = 1e-12;  // minval = xscale * this
 inline constexpr int kBelowFloor = -7;          // a multiplicative state fell below minval
 
 // The body of zwinpnt, inline for the estimation frame's passes.
-inline int point(double x, double xscale, int additive, double wlevel, double wtrend,
-                 double wseason, double* level, double* trend, double* sfactor, int scode,
-                 double* xhat, double* e) noexcept {
+inline int point(double x, double xscale, int additive, double wlevel, double wtrend, double wseason, double* level,
+                 double* trend, double* sfactor, int scode, double* xhat, double* e) noexcept {
   using namespace smoothing;
   const double llevel = *level;
   const double ltrend = *trend;
@@ -85,8 +82,7 @@ inline int point(double x, double xscale, int additive, double wlevel, double wt
     sfactor[scode] = kMissing;
     return rc;
   };
-  if (std::fabs(llevel) > kStateLimit || std::fabs(ltrend) > kStateLimit ||
-      std::fabs(lseason) > kStateLimit) {
+  if (std::fabs(llevel) > kStateLimit || std::fabs(ltrend) > kStateLimit || std::fabs(lseason) > kStateLimit) {
     return fail(kOverflow);
   }
   if (additive) {
@@ -137,9 +133,9 @@ inline double missing_step(int additive, double* level, double trend, double sea
 // once per observation of the estimation's passes, which then cannot keep
 // the derivatives in registers nor share the quotients with win::point.
 [[gnu::always_inline]] inline int point_derivative(double x, double wlevel, double wtrend, double wseason,
-                            double llevel, double clevel, double ltrend, double lseason,
-                            int additive, double* derlev, double* dertre, double* dersea,
-                            double* dervec) noexcept {
+                                                   double llevel, double clevel, double ltrend, double lseason,
+                                                   int additive, double* derlev, double* dertre, double* dersea,
+                                                   double* dervec) noexcept {
   using namespace smoothing;
   double lderlev[3];
   double ldertre[3];
@@ -243,15 +239,13 @@ struct DerivativeStep {
     const double lseason = sf[code];
     double xhat = 0.0;
     double e = 0.0;
-    int rc = point(value, xscale, kAdditive, wl, wt, ws, &s.level, &s.trend, sf, code,
-                        &xhat, &e);
+    int rc = point(value, xscale, kAdditive, wl, wt, ws, &s.level, &s.trend, sf, code, &xhat, &e);
     if (rc < 0) return rc;
     double* d0 = dersea[0];
     double* d1 = dersea[1];
     double* d2 = dersea[2];
     double ds[3] = {d0[code], d1[code], d2[code]};
-    rc = point_derivative(value, wl, wt, ws, llevel, s.level, ltrend, lseason, kAdditive,
-                               s.derlev, s.dertre, ds, wder);
+    rc = point_derivative(value, wl, wt, ws, llevel, s.level, ltrend, lseason, kAdditive, s.derlev, s.dertre, ds, wder);
     d0[code] = ds[0];
     d1[code] = ds[1];
     d2[code] = ds[2];
@@ -261,9 +255,7 @@ struct DerivativeStep {
     return smoothing::kOk;
   }
   long saved() const noexcept { return 4L * nseasons; }
-  void save(double* to) const noexcept {
-    pass::save_arrays({sf, dersea[0], dersea[1], dersea[2]}, nseasons, to);
-  }
+  void save(double* to) const noexcept { pass::save_arrays({sf, dersea[0], dersea[1], dersea[2]}, nseasons, to); }
   void restore(const double* from) const noexcept {
     pass::restore_arrays({sf, dersea[0], dersea[1], dersea[2]}, nseasons, from);
   }
@@ -280,18 +272,16 @@ struct DerivativeStep {
 // or for that many lanes (4 only where the processor has AVX), so that each
 // way can be checked against the others.
 inline constexpr int kManyLanes = 20;
-void smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons,
-                 int additive, const double* w, int count, double level, double trend,
-                 const double* sfactor, const int* scodes, double* work, int* rc,
-                 double* mse, int width = 0) noexcept;
+void smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons, int additive,
+                 const double* w, int count, double level, double trend, const double* sfactor, const int* scodes,
+                 double* work, int* rc, double* mse, int width = 0) noexcept;
 
 // The body of zwinnmd: the factors centred on 0 (additive) or scaled to mean
 // 1 (multiplicative), level and trend absorbing the difference, with the
 // derivatives of all of them.  The derivative pointers may all be null
 // (zwinnrm).
-void normalise(int nseasons, int additive, double* level, double* trend, double* sfactor,
-               double* derlev, double* dertre, double* dersealev, double* derseatre,
-               double* derseasea) noexcept;
+void normalise(int nseasons, int additive, double* level, double* trend, double* sfactor, double* derlev,
+               double* dertre, double* dersealev, double* derseatre, double* derseasea) noexcept;
 
 }  // namespace win
 #endif

@@ -41,9 +41,7 @@ inline unsigned mday_of(long x) { return static_cast<unsigned>(ymd_of(x).day());
 inline unsigned weekday_of(long x) { return chr::weekday{sys_of(x)}.c_encoding(); }
 
 // Days since 1 January of the date's year.
-inline long yday_of(long x) {
-  return (sys_of(x) - chr::sys_days{ymd_of(x).year() / chr::January / 1}).count();
-}
+inline long yday_of(long x) { return (sys_of(x) - chr::sys_days{ymd_of(x).year() / chr::January / 1}).count(); }
 
 // ISO 8601: week 1 is the week (Monday to Sunday) that holds 4 January.
 struct IsoWeek {
@@ -65,8 +63,7 @@ inline IsoWeek iso_of(long x) {
   } else if (d < iso_week1_monday(y)) {
     --y;
   }
-  return {y, static_cast<unsigned>((d - iso_week1_monday(y)).count() / 7 + 1),
-          chr::weekday{d}.iso_encoding()};
+  return {y, static_cast<unsigned>((d - iso_week1_monday(y)).count() / 7 + 1), chr::weekday{d}.iso_encoding()};
 }
 
 inline long iso_day_of(int y, unsigned week, unsigned day) {
@@ -117,8 +114,8 @@ inline INTERVAL interval(const char* name) {
 inline std::string date_text(long x) {
   const chr::year_month_day ymd = ymd_of(x);
   char buf[32];
-  std::snprintf(buf, sizeof buf, "%d-%02u-%02u", static_cast<int>(ymd.year()),
-                static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()));
+  std::snprintf(buf, sizeof buf, "%d-%02u-%02u", static_cast<int>(ymd.year()), static_cast<unsigned>(ymd.month()),
+                static_cast<unsigned>(ymd.day()));
   return buf;
 }
 

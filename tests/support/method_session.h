@@ -33,11 +33,11 @@ inline double date(int y, int m, int d) { return ziddmdy(m, d, y); }
 // reads them; a fit is given the same lists as its own arguments. The
 // destructor frees the series and the model list with all it holds.
 struct CallLists {
-  List series = nullptr;     // NAME, LABEL, DATA, DSINFO, TIME_RANGES
-  List model = nullptr;      // MODEL_SPEC, FITRANGE, EVALRANGE; a fit's results
-  List spec = nullptr;       // model specification (empty)
-  List fit_range = nullptr;  // empty: the defaults apply
-  List eval_range = nullptr; // empty
+  List series = nullptr;      // NAME, LABEL, DATA, DSINFO, TIME_RANGES
+  List model = nullptr;       // MODEL_SPEC, FITRANGE, EVALRANGE; a fit's results
+  List spec = nullptr;        // model specification (empty)
+  List fit_range = nullptr;   // empty: the defaults apply
+  List eval_range = nullptr;  // empty
 
   // A series of `values` (NaN becomes the ordinary missing value) of the
   // interval `interval`, starting at `stdate`.
@@ -72,16 +72,13 @@ struct CallLists {
   List data() const { return esf::host::find_list(series, "DATA"); }
   List dsinfo() const { return esf::host::find_list(series, "DSINFO"); }
   List interval_info() const { return esf::host::find_list(dsinfo(), "INTERVALINFO"); }
-  List data_range() const {
-    return esf::host::find_list(esf::host::find_list(series, "TIME_RANGES"), "DATA_RANGE");
-  }
+  List data_range() const { return esf::host::find_list(esf::host::find_list(series, "TIME_RANGES"), "DATA_RANGE"); }
 };
 
 // A short seasonal-looking series: the first months of the airline data.
 inline std::vector<double> air_passengers_head() {
-  return {112, 118, 132, 129, 121, 135, 148, 148, 136, 119, 104, 118,
-          115, 126, 141, 135, 125, 149, 170, 170, 158, 133, 114, 140,
-          145, 150, 178, 163, 172, 178, 199, 199, 184, 162, 146, 166};
+  return {112, 118, 132, 129, 121, 135, 148, 148, 136, 119, 104, 118, 115, 126, 141, 135, 125, 149,
+          170, 170, 158, 133, 114, 140, 145, 150, 178, 163, 172, 178, 199, 199, 184, 162, 146, 166};
 }
 
 }  // namespace method_test

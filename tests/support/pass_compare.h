@@ -3,10 +3,10 @@
 // fitobs per observation: the same results to the bit.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "module/win_model.h"
 #include "smoothing/frame.h"

@@ -29,8 +29,7 @@ namespace smooth_test {
 // the host's overflow values; it runs once per test program.
 inline void connect_module() {
   static const bool connected = [] {
-    mcn_main(reinterpret_cast<ptr*>(esf::host::gcb_anchor()),
-             reinterpret_cast<ptr>(esf::host::pidb()));
+    mcn_main(reinterpret_cast<ptr*>(esf::host::gcb_anchor()), reinterpret_cast<ptr>(esf::host::pidb()));
     return true;
   }();
   (void)connected;
@@ -80,8 +79,7 @@ class Noise {
 // The arrays come from the host's current pool and go back in the destructor.
 class Model {
  public:
-  explicit Model(const std::vector<double>& values, int nparms = 1,
-                 double stdate = date(1949, 1, 1)) {
+  explicit Model(const std::vector<double>& values, int nparms = 1, double stdate = date(1949, 1, 1)) {
     connect_module();
     std::memset(&m_, 0, sizeof m_);
     const long n = static_cast<long>(values.size());
@@ -181,8 +179,7 @@ class Model {
     m_.fitrange.end = start + nobs - 1;
     m_.fitrange.nobs = nobs;
     m_.fitrange.stdate = zintnx2(&m_.ts.interval, m_.datarange.stdate, static_cast<double>(start));
-    m_.fitrange.enddate =
-        zintnx2(&m_.ts.interval, m_.datarange.stdate, static_cast<double>(start + nobs - 1));
+    m_.fitrange.enddate = zintnx2(&m_.ts.interval, m_.datarange.stdate, static_cast<double>(start + nobs - 1));
   }
   // Output table name, two levels ("WORK.OUT").
   void output(std::string_view dsname) {
@@ -211,8 +208,7 @@ class Model {
 // backcast, written independently of the module: the level runs backward
 // from `start` over the usable observations, then forward; a missing
 // observation leaves the level alone and contributes nothing.
-inline double ses_backcast_mse(const std::vector<double>& x, double w, double start,
-                               double* time0 = nullptr) {
+inline double ses_backcast_mse(const std::vector<double>& x, double w, double start, double* time0 = nullptr) {
   double level = start;
   for (std::size_t k = x.size(); k-- > 0;) {
     if (!std::isnan(x[k])) level = x[k] * w + level * (1.0 - w);

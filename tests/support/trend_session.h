@@ -16,8 +16,7 @@ using smooth_test::Noise;
 // Least squares by Householder reflections in long double: the coefficients
 // of y on the columns of X (row-major, `rows` by `cols`). Independent of the
 // normal equations that the module sweeps.
-inline std::vector<double> least_squares(std::vector<long double> x, std::vector<long double> y,
-                                         int rows, int cols) {
+inline std::vector<double> least_squares(std::vector<long double> x, std::vector<long double> y, int rows, int cols) {
   for (int k = 0; k < cols; ++k) {
     long double norm = 0.0L;
     for (int i = k; i < rows; ++i) norm += x[i * cols + k] * x[i * cols + k];
