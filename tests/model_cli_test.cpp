@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -15,8 +14,8 @@
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <sys/wait.h>
 
+#include "support/cli_run.h"
 #include "support/method_session.h"
 
 namespace {
@@ -24,24 +23,8 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
-struct Outcome {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-std::string quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
+using Outcome = support::CliOutcome;
+using support::slurp;
 
 class ModelCliTest : public ::testing::Test {
  protected:
@@ -53,24 +36,7 @@ class ModelCliTest : public ::testing::Test {
   }
   void TearDown() override { fs::remove_all(dir_); }
 
-  // Runs esforecast with `args` in the test's directory. Under the leak
-  // checker one block is expected to outlive the program: the method table
-  // the module's entry takes from the host's pool while it is loaded, which
-  // stays with the pool for the life of the process.
-  Outcome run(const std::vector<std::string>& args) {
-    const fs::path suppressions = dir_ / "lsan.supp";
-    if (!fs::exists(suppressions)) std::ofstream(suppressions) << "leak:esf::runner::Loader::load\n";
-    std::string cmd = "cd " + quote(dir_.string()) + " && LSAN_OPTIONS=suppressions=" + quote(suppressions.string()) +
-                      " " + quote(ESF_CLI);
-    for (const std::string& a : args) cmd += " " + quote(a);
-    cmd += " >" + quote((dir_ / "stdout.txt").string()) + " 2>" + quote((dir_ / "stderr.txt").string());
-    Outcome r;
-    const int raw = std::system(cmd.c_str());
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = slurp(dir_ / "stdout.txt");
-    r.err = slurp(dir_ / "stderr.txt");
-    return r;
-  }
+  Outcome run(const std::vector<std::string>& args) { return support::run_cli(dir_, args); }
 
   fs::path write(const std::string& name, const std::string& text) {
     std::ofstream(dir_ / name, std::ios::binary) << text;
