@@ -214,27 +214,10 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
     return rc;
   }
 
-  // Forecast.
-  static constexpr int kRowDoubles = 8;
-  static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel}, {"SEASON", kMsgSeason}};
-
-  static void forecast_start(WINMODEL* model, int startflg) {
-    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
-    model->smooth.level = from.level;
-    if (model->smooth.sfactor && from.sfactor) {
-      copy_factors(model, model->smooth.sfactor, from.sfactor);
-    }
-  }
-
-  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    if (model->ts.scodes == nullptr || model->smooth.sfactor == nullptr || model->ts.nseasons < 1) {
-      return kTooFew;
-    }
-    const long first = model->fitrange.start;
-    return zessprd(model->ts.x + first, model->ts.misflg + first, model->ts.descstats.norm, model->fitrange.nobs,
-                   model->ts.nseasons, w[0], w[1], &model->smooth.level, model->smooth.sfactor,
-                   model->ts.scodes + first, 0, end, model->lead, model->pest.mse, model->cl, startflg,
-                   &model->stats.mse, model->out.strptr);
+  // Forecast: the kernel's prediction pass.
+  using Kernel = ess::Kernel;
+  static Kernel kernel(const WINMODEL& model, const double* w, const int* scodes) {
+    return {model.ts.descstats.norm, w[0], w[1], model.ts.nseasons, scodes};
   }
 };
 

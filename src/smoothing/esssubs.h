@@ -271,7 +271,7 @@ struct Kernel {
     double* sfactor;
     int code;
   };
-  static constexpr int kStates = 2;
+  static constexpr pass::Column kColumns[] = {pass::Column::level, pass::Column::season};
   static constexpr long kParms = 2;
   static constexpr bool kMissingRepeatsPrediction = false;
 

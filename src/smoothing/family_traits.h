@@ -17,8 +17,9 @@
 //   grid_side_by_side  grid_mse_all of a trended family from its
 //                      side-by-side pass
 //
-// and what the seasonal families (seasonal, Winters) share about their
-// factors: factor_bytes, copy_factors and the season-code check codes_fit.
+// What the seasonal families share about their factors (factor_bytes,
+// copy_factors and the season-code check codes_fit) stands in frame_out.h,
+// whose prediction pass needs it too.
 #pragma once
 
 #include <cstring>
@@ -29,26 +30,6 @@
 #include "smoothing/trend_kernel.h"
 
 namespace smoothing::frame {
-
-// Bytes of one state's factors: one double per season.
-inline size_t factor_bytes(const WINMODEL* model) {
-  return static_cast<size_t>(model->ts.nseasons > 0 ? model->ts.nseasons : 0) * sizeof(double);
-}
-
-// Copies the factors of one state into another.
-inline void copy_factors(const WINMODEL* model, double* to, const double* from) {
-  const size_t bytes = factor_bytes(model);
-  if (bytes && to != from) std::memcpy(to, from, bytes);
-}
-
-// Every season code of rows 0..last lies within the cycle.
-inline bool codes_fit(const int* scodes, long last, int nseasons) {
-  if (nseasons < 1 || scodes == nullptr) return false;
-  for (long t = 0; t <= last; ++t) {
-    if (scodes[t] < 0 || scodes[t] >= nseasons) return false;
-  }
-  return true;
-}
 
 // The level and trend tables of the grid that the families with more than
 // one weight share: candidate k tries level kLevelGrid[k] (and trend
@@ -87,9 +68,8 @@ struct ThreeWeightShape {
   static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
 };
 
-// The states level and trend: a pass starts from svi, startvals keeps both,
-// a forecast starts from svi (startflg 0) or startvals, and a row of the
-// table has eight doubles, the last two LEVEL and TREND.
+// The states level and trend: a pass starts from svi and startvals keeps
+// both.
 struct TrendedFamily : FamilyDefaults {
   static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
     pass.smooth.level = model.svi.level;
@@ -99,15 +79,6 @@ struct TrendedFamily : FamilyDefaults {
   static void save_start(const Pass& pass, WINMODEL* model) {
     model->startvals.level = pass.smooth.level;
     model->startvals.trend = pass.smooth.trend;
-  }
-
-  static constexpr int kRowDoubles = 8;
-  static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}};
-
-  static void forecast_start(WINMODEL* model, int startflg) {
-    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
-    model->smooth.level = from.level;
-    model->smooth.trend = from.trend;
   }
 };
 

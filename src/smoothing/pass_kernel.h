@@ -7,8 +7,13 @@
 // A family comes in as a small kernel record K, built from its weights and
 // the scale of the series, which holds:
 //
-//   struct State;                      the states, by value (level[, trend])
-//   static constexpr int kStates;      doubles of State written in a row
+//   struct State;                      the states, by value (level[, trend]
+//                                      [, the factors and the season])
+//   static constexpr Column kColumns[];
+//                                      the states written after the first
+//                                      six doubles of a row, in order: a
+//                                      row of z..prd has kRowDoubles<K>
+//                                      doubles, one of z..smo 3 + kStates<K>
 //   static constexpr long kParms;      weights: the prediction pass divides
 //                                      its sum of squares by nobs - kParms
 //   static constexpr bool kMissingRepeatsPrediction;
@@ -99,9 +104,29 @@ using smoothing::kStateLimit;
 using smoothing::kTiny;
 using smoothing::kTooFew;
 
+// A state column of a row: what put() writes there.
+enum class Column { level, trend, season };
+
+template <class K>
+inline constexpr int kStates = static_cast<int>(sizeof K::kColumns / sizeof K::kColumns[0]);
+
+// Doubles in a row of z..prd: the observation, the prediction, its two
+// limits, the error, the standard error and the states.
+template <class K>
+inline constexpr int kRowDoubles = 6 + kStates<K>;
+
+// A seasonal kernel: its state holds the factors (`sfactor`) and the season
+// of the step.
 template <class K>
 concept Seasonal = requires(const K& k, typename K::State& s, long t) {
   k.at(s, t);
+  s.sfactor;
+};
+
+// A kernel whose state holds a trend.
+template <class K>
+concept Trended = requires(typename K::State& s) {
+  s.trend;
 };
 
 template <class K>
@@ -175,7 +200,7 @@ inline int forward(const K& k, const double* x, const char* misflg, long n, type
       strptr[1] = xhat;
       strptr[2] = e;
       k.put(s, strptr + 3);
-      strptr += 3 + K::kStates;
+      strptr += 3 + kStates<K>;
     }
   }
 
@@ -241,7 +266,7 @@ inline int predict(const K& k, const double* x, const char* misflg, long n, type
     if (strptr && t >= start) {
       put_row(strptr, x[t], xhat, limit, e, std_fit);
       k.put(s, strptr + 6);
-      strptr += 6 + K::kStates;
+      strptr += kRowDoubles<K>;
     }
   }
 
@@ -266,7 +291,7 @@ inline int predict(const K& k, const double* x, const char* misflg, long n, type
       hw = z * sd;
     }
     put_row(strptr, kMissing, fc, hw, kMissing, sd);
-    strptr += 6 + K::kStates;
+    strptr += kRowDoubles<K>;
   }
   return kOk;
 }

@@ -231,26 +231,10 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
                    pder);
   }
 
-  // Forecast.
-  static constexpr int kRowDoubles = 9;
-  static constexpr OutputColumn kStateColumns[3] = {{"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}, {"SEASON", kMsgSeason}};
-
-  static void forecast_start(WINMODEL* model, int startflg) {
-    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
-    model->smooth.level = from.level;
-    model->smooth.trend = from.trend;
-    copy_factors(model, model->smooth.sfactor, from.sfactor);
-  }
-
-  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    const long start = model->fitrange.start;
-    int* scodes = model->ts.scodes ? model->ts.scodes + start : nullptr;
-    const long last = end > model->fitrange.nobs - 1 ? end : model->fitrange.nobs - 1;
-    if (!codes_fit(scodes, last, model->ts.nseasons)) return kTooFew;
-    return zwinprd(model->ts.x + start, model->ts.misflg + start, model->ts.descstats.norm, model->fitrange.nobs,
-                   model->ts.nseasons, model->additive, w[0], w[1], w[2], &model->smooth.level, &model->smooth.trend,
-                   model->smooth.sfactor, scodes, 0, end, model->lead, model->pest.mse, model->cl, startflg,
-                   &model->stats.mse, model->out.strptr);
+  // Forecast: the kernel's prediction pass, in the model's form.
+  using Kernel = win::Kernel;
+  static Kernel kernel(const WINMODEL& model, const double* w, const int* scodes) {
+    return {model.ts.descstats.norm, model.additive, w[0], w[1], w[2], model.ts.nseasons, scodes};
   }
 };
 

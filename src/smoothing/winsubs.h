@@ -266,7 +266,7 @@ struct Kernel {
     double* sfactor;
     int code;
   };
-  static constexpr int kStates = 3;
+  static constexpr pass::Column kColumns[] = {pass::Column::level, pass::Column::trend, pass::Column::season};
   static constexpr long kParms = 3;
   static constexpr bool kMissingRepeatsPrediction = false;
 
