@@ -163,16 +163,7 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   // registers.
   template <class Run>
   static int derivative_pass(Pass& p, const double* w, Run run) {
-    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
-    const DerivativeStep step{
-        p.scodes, p.nseasons, p.xscale, w[0], w[1], p.smooth.sfactor, {p.der.season.wlevel, p.der.season.wseason}};
-    DerivativeStep::State st{p.smooth.level, p.smooth.xhat, {p.der.level[0], p.der.level[1]}};
-    const int rc = run(step, series, st);
-    p.smooth.level = st.level;
-    p.smooth.xhat = st.xhat;
-    p.der.level[0] = st.derlev[0];
-    p.der.level[1] = st.derlev[1];
-    return rc;
+    return factor_derivative_pass<Family, DerivativeStep>(p, w, run);
   }
 
   // Between the passes the factors are centred, at the start of the series.

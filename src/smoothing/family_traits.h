@@ -16,6 +16,9 @@
 //                      states and their derivatives
 //   grid_side_by_side  grid_mse_all of a trended family from its
 //                      side-by-side pass
+//   factor_derivative_pass
+//                      derivative_pass of a seasonal family from its step
+//                      record
 //
 // What the seasonal families share about their factors (factor_bytes,
 // copy_factors and the season-code check codes_fit) stands in frame_out.h,
@@ -129,6 +132,39 @@ inline void grid_side_by_side(WINMODEL* model, const FITCON* fitcon, const doubl
                                 Many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, lanes, count,
                                      model->svi.level, model->svi.trend, lane_rc, lane_mse);
                               });
+}
+
+// derivative_pass (see pass::OwnDerivativeLoops) of a seasonal family F
+// with the step record S, a pass::FactorStep: the record from the pass and
+// the weights, with the factors' derivative arrays of F's weights; the state
+// loaded from the pass and stored back.
+template <class F, class S, class Run>
+inline int factor_derivative_pass(Pass& p, const double* w, Run run) {
+  constexpr int P = S::kWeights;
+  WINT_DER_SEASON& d = p.der.season;
+  S step{p.scodes, p.nseasons, p.xscale, {}, p.smooth.sfactor, {}};
+  for (int i = 0; i < P; ++i) {
+    step.w[i] = w[i];
+    step.dersea[i] = F::kSlots[i] == Slot::level ? d.wlevel : F::kSlots[i] == Slot::trend ? d.wtrend : d.wseason;
+  }
+  typename S::State st{};
+  st.level = p.smooth.level;
+  st.xhat = p.smooth.xhat;
+  for (int i = 0; i < P; ++i) st.derlev[i] = p.der.level[i];
+  if constexpr (requires { st.trend; }) {
+    st.trend = p.smooth.trend;
+    for (int i = 0; i < P; ++i) st.dertre[i] = p.der.trend[i];
+  }
+  const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+  const int rc = run(static_cast<const S&>(step), series, st);
+  p.smooth.level = st.level;
+  p.smooth.xhat = st.xhat;
+  for (int i = 0; i < P; ++i) p.der.level[i] = st.derlev[i];
+  if constexpr (requires { st.trend; }) {
+    p.smooth.trend = st.trend;
+    for (int i = 0; i < P; ++i) p.der.trend[i] = st.dertre[i];
+  }
+  return rc;
 }
 
 }  // namespace smoothing::frame

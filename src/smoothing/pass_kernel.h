@@ -86,7 +86,6 @@
 #include <cmath>
 #include <concepts>
 #include <cstring>
-#include <initializer_list>
 
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
@@ -626,20 +625,75 @@ inline bool unchecked_sums_are_exact(const double* sums) noexcept {
   return small;
 }
 
-// The save and restore of a step record whose pass writes arrays of
-// `length` doubles each: they stand one after the other in the copy.
-inline void save_arrays(std::initializer_list<const double*> arrays, long length, double* to) noexcept {
-  for (const double* a : arrays) {
-    std::memcpy(to, a, static_cast<size_t>(length) * sizeof(double));
-    to += length;
+// The step record of a seasonal family with P weights (the seasonal family
+// 2, the Winters forms 3): its states held by value in U::State, the factors
+// and their P derivative arrays in memory, indexed by the season code of
+// each observation.  U, the family's update in one form, gives
+//
+//   struct State;                      the level[, the trend], `xhat` (the
+//                                      last prediction of a step that
+//                                      succeeded) and their derivatives
+//   static double prediction(const State&, double factor);
+//                                      the prediction of an observation whose
+//                                      season has this factor: what stands
+//                                      in for a missing one
+//   static int point(const double* w, double xscale, State&, double* sfactor,
+//                    int code, double value, double& xhat, double& e);
+//                                      the family's z..pnt on the state and
+//                                      the factor of season `code`
+//   static int derive(const double* w, const State& before, State& after,
+//                     double lseason, double value, double* ds, double* wder);
+//                                      the family's z..dpd: `before` the state
+//                                      before point, lseason the factor
+//                                      before it, ds the factor's P
+//                                      derivatives (in and out), wder the P
+//                                      prediction derivatives
+//
+// A failed point leaves the derivatives alone; a failed derive still stores
+// what it left in the factor's derivatives.
+template <int P, class U>
+struct FactorStep {
+  static constexpr int kWeights = P;
+  using State = typename U::State;
+
+  const int* scodes;
+  int nseasons;
+  double xscale;
+  double w[P];
+  double* sfactor;
+  double* dersea[P];  // d factor[s] / d weight i
+
+  double missing_value(const State& s, long t) const noexcept { return U::prediction(s, sfactor[scodes[t]]); }
+  [[gnu::always_inline]] int step(State& s, long t, double value, double* wder) const noexcept {
+    const int code = scodes[t];
+    const State before = s;
+    const double lseason = sfactor[code];
+    double xhat = 0.0;
+    double e = 0.0;
+    int rc = U::point(w, xscale, s, sfactor, code, value, xhat, e);
+    if (rc < 0) return rc;
+    double ds[P];
+    for (int i = 0; i < P; ++i) ds[i] = dersea[i][code];
+    rc = U::derive(w, before, s, lseason, value, ds, wder);
+    for (int i = 0; i < P; ++i) dersea[i][code] = ds[i];
+    if (rc < 0) return rc;
+    s.xhat = xhat;
+    wder[P] = e;
+    return kOk;
   }
-}
-inline void restore_arrays(std::initializer_list<double*> arrays, long length, const double* from) noexcept {
-  for (double* a : arrays) {
-    std::memcpy(a, from, static_cast<size_t>(length) * sizeof(double));
-    from += length;
+  // The factors, then their derivatives by each weight.
+  long saved() const noexcept { return (P + 1L) * nseasons; }
+  void save(double* to) const noexcept {
+    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
+    std::memcpy(to, sfactor, bytes);
+    for (int i = 0; i < P; ++i) std::memcpy(to + (i + 1L) * nseasons, dersea[i], bytes);
   }
-}
+  void restore(const double* from) const noexcept {
+    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
+    std::memcpy(sfactor, from, bytes);
+    for (int i = 0; i < P; ++i) std::memcpy(dersea[i], from + (i + 1L) * nseasons, bytes);
+  }
+};
 
 // Arrays of up to this many doubles are saved on the stack so that the
 // forward pass can run unchecked first.
