@@ -425,15 +425,17 @@ TEST_F(CustomTest, CountsAndAdvancesAsTheTableWalks) {
         const double e = w.end_of(k, m, s);
         double middle = esf::is_missing(e) ? e : std::floor((b + e) / 2);
         if (esf::is_missing(b)) middle = kDot;
+        // `into` places the date inside its day, as on a datetime's date.
         const struct {
           const char* align;
-          double want;
-        } alignments[] = {{"B", b}, {"BEGIN", b}, {"E", e}, {"M", middle}, {"S", b}};
+          double into, want;
+        } alignments[] = {{"B", 0, b},      {"BEGIN", 0.5, b},   {"E", 0, e},
+                          {"END", 0.75, e}, {"M", 0.75, middle}, {"S", 0, b}};
         EXPECT_SAME(zintnx2(&iv, x + 0.75, n), b);
         for (const auto& a : alignments) {
           char align[8] = {};
           std::strcpy(align, a.align);
-          EXPECT_SAME(zintnx3(&iv, x, n, align, nullptr), a.want) << a.align << " " << x << " " << n;
+          EXPECT_SAME(zintnx3(&iv, x + a.into, n, align, nullptr), a.want) << a.align << " " << x << " " << n;
         }
       }
     }
@@ -472,7 +474,7 @@ TEST_F(CustomTest, SeasonsComeFromTheTable) {
   EXPECT_EQ(cycle.intcode, kIntCustom);
   EXPECT_EQ(cycle.intper, 4);
 
-  for (double start : {1000.0, 1015.0, 1133.0}) {
+  for (double start : {1000.0, 1015.0, 1133.0, 1009.5}) {
     SCOPED_TRACE(start);
     std::vector<int> codes(20, -7);
     int want_ns = -1;
@@ -596,6 +598,7 @@ TEST_F(CustomTest, RowsOfTablesWithEndsHolesAndDisorder) {
     EXPECT_SAME(e, r.e);
   }
   double left = 0, right = 0;
+  EXPECT_EQ(customINTCK(&hx, 109.5, 209.75), 1.0);  // the last days of their rows
   EXPECT_EQ(customRange(&hx, 0, &left, &right, nullptr), 0);
   EXPECT_EQ(left, 100.0);
   EXPECT_EQ(right, 209.0);

@@ -481,10 +481,18 @@ struct TableOf {
   }
 };
 
+// A value inside a day (a second, in a table of datetimes) lies in the
+// period of that day: rows begin and end on whole units, so the value is
+// first taken down to its unit, as the calendar routines do before they
+// advance (floor(x + 1e-12)) or count (floor). Missing values stay.
+double advancing_day(double x) { return missing(x) ? x : std::floor(x + 1e-12); }
+double counting_day(double x) { return missing(x) ? x : std::floor(x); }
+
 void nxbes(const Table& t, Groups g, double x, double n, double* b, double* e, double* s) {
   clear3(b, e, s);
   double index = kDot;
   double obs = kDot;
+  x = advancing_day(x);
   if (!missing(x) || is_kind(x, 'L')) {
     if (find_index(t, g, x, &index, b, e, s) != 0) {
       clear3(b, e, s);
@@ -803,8 +811,8 @@ double customINTCK(INTERVALX* intervalx, double x1, double x2) {
   if (!t.ok) return kDot;
   const Groups g = groups_of(intervalx);
   double i1 = kDot, i2 = kDot, b = kDot, e = kDot, s = kDot;
-  if (find_index(t.table, g, x1, &i1, &b, &e, &s) != 0 || missing(i1)) return kDot;
-  if (find_index(t.table, g, x2, &i2, &b, &e, &s) != 0 || missing(i2)) return kDot;
+  if (find_index(t.table, g, counting_day(x1), &i1, &b, &e, &s) != 0 || missing(i1)) return kDot;
+  if (find_index(t.table, g, counting_day(x2), &i2, &b, &e, &s) != 0 || missing(i2)) return kDot;
   return std::trunc(i2) - std::trunc(i1);
 }
 
