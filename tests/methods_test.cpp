@@ -30,6 +30,7 @@ using esf::host::MethodCall;
 using esf::host::set_number;
 using esf::host::set_text;
 using method_test::CallLists;
+using method_test::texts_of;
 using smooth_test::read_table;
 using smooth_test::Table;
 
@@ -60,12 +61,6 @@ std::vector<std::string> names_of(List list) {
 std::vector<double> numbers_of(List list) {
   std::vector<double> out;
   for (const SLIST_ITEM* it : items(list)) out.push_back(slgetnv(it, 0));
-  return out;
-}
-
-std::vector<std::string> texts_of(List list) {
-  std::vector<std::string> out;
-  for (const SLIST_ITEM* it : items(list)) out.emplace_back(it->data.c.p, it->data.c.len);
   return out;
 }
 
