@@ -1,6 +1,7 @@
 // Bad input at the command line, one row per class: the exit status, the
-// first words of the first message (after any warnings), and an output file
-// that was there before left as it was. Each row runs in a fresh directory
+// first words of the first message (after any warnings), nothing on standard
+// output after a failure, and an output file that was there before left as
+// it was. Each row runs in a fresh directory
 // holding s.csv (the monthly airline series), q.csv (a quarterly series) and
 // out.csv; $E is the program, which the command line follows. A message of
 // the form "head*tail" must start with head and hold tail further on.
@@ -58,6 +59,16 @@ const Row kRows[] = {
      "esforecast forecast: h.csv: line 1: the file has no data rows"},
     {"no header", "tail -n +2 s.csv > n.csv", "forecast n.csv --interval MONTH -o out.csv", 1,
      "esforecast forecast: the file has no header line: line 1 holds data"},
+    {"short row", "sed '3s/,.*//' s.csv > r.csv", "forecast r.csv --interval MONTH -o out.csv", 1,
+     "esforecast forecast: r.csv: line 3: 1 field(s) where the header has 2"},
+    {"no such column", "", "forecast s.csv --interval MONTH --var sales -o out.csv", 1,
+     "esforecast forecast: s.csv: line 1: no column named \"sales\""},
+    {"empty time ID", "sed '3s/^[^,]*//' s.csv > t.csv", "forecast t.csv --interval MONTH -o out.csv", 1,
+     "esforecast forecast: t.csv: line 3, column \"date\": the time ID is empty"},
+    // The mark is dropped before the header is read.
+    {"impossible date after a byte-order mark", "printf '\\357\\273\\277date,value\\n1949-13-01,1\\n' > b.csv",
+     "forecast b.csv --interval MONTH -o out.csv", 1,
+     "esforecast forecast: b.csv: line 2, column \"date\": \"1949-13-01\" is not a date"},
     {"non-numeric value", "sed '3s/,.*/,many/' s.csv > v.csv", "forecast v.csv --interval MONTH -o out.csv", 1,
      "esforecast forecast: v.csv: line 3, column \"value\": \"many\" is not a number"},
     {"NUL byte in a field", "printf 'date,value\\n1949-01-01,a\\000b\\n' > v.csv",
@@ -113,9 +124,27 @@ const Row kRows[] = {
      "esforecast fit: the winters model cannot be fitted: a cycle of 1000000 seasons"},
     {"an empty fit range", "", "forecast s.csv --interval MONTH --fit-start 1960-01-01 --fit-end 1950-01-01 -o out.csv",
      1, "esforecast forecast: --fit-start/--fit-end: the fit range"},
-    {"negative data, multiplicative Winters", "awk -F, 'NR==1{print;next}{print $1\",-\"$2}' s.csv > n.csv",
+    {"a zero and a negative value, multiplicative Winters", "sed '6s/,.*/,0/; 8s/,.*/,-5/' s.csv > n.csv",
      "fit n.csv --interval MONTH --model winters --save-model out.csv", 1,
-     "esforecast fit: the winters model cannot be fitted: the multiplicative Winters model needs values above 0"},
+     "esforecast fit: the winters model cannot be fitted: the multiplicative Winters model needs values above 0*n.csv, "
+     "line 6, field \"value\" holds 0"},
+    {"a zero and a negative value, additive Winters", "sed '6s/,.*/,0/; 8s/,.*/,-5/' s.csv > n.csv",
+     "fit n.csv --interval MONTH --model winters-additive", 0, ""},
+    {"less than two cycles", "head -10 s.csv > n.csv", "fit n.csv --interval MONTH --model winters", 1,
+     "esforecast fit: the winters model cannot be fitted: a seasonal model needs at least two full cycles"},
+    {"a one-season interval", "awk -F, 'NR==1{print;next} NR<32{print 1900+NR\"-01-01,\"$2}' s.csv > y.csv",
+     "fit y.csv --interval YEAR --model seasonal", 1,
+     "esforecast fit: the seasonal model cannot be fitted: a seasonal model needs a cycle of at least 2 seasons"},
+    {"a cycle over half the observations", "", "fit s.csv --interval MONTH --model winters-additive --nseasons 200", 1,
+     "esforecast fit: the winters-additive model cannot be fitted: a cycle of 200 seasons is more than half"},
+    {"start and backcast values", "", "forecast s.csv --interval MONTH --start-level 100 --backcast-level 90", 1,
+     "esforecast forecast: --start-* and --backcast-* contradict each other"},
+    {"unknown model", "", "fit s.csv --interval MONTH --model holt", 1,
+     "esforecast fit: --model: \"holt\" is not a model"},
+    {"a weight the model lacks", "", "fit s.csv --interval MONTH --trend-weight 0.2", 1,
+     "esforecast fit: --trend-weight/--trend-bounds: the simple model has no trend weight"},
+    {"a date option that is not a date", "", "fit s.csv --interval MONTH --fit-start 'June 1950'", 1,
+     "esforecast fit: --fit-start: \"June 1950\" is not a date"},
     // Outputs.
     {"output is the input", "", "forecast s.csv --interval MONTH -o s.csv", 1,
      "esforecast forecast: the output would replace the input s.csv"},
@@ -146,6 +175,8 @@ const Row kRows[] = {
      "esforecast forecast: the model file is a directory"},
     {"model weight of the wrong type", MODEL "sed -E 's/\"LEVEL\": [0-9.e-]+/\"LEVEL\": \"x\"/' m.json > w.json",
      "forecast s.csv --model-file w.json -o out.csv", 1, "esforecast forecast: not a model file: the LEVEL weight"},
+    {"model of another family", MODEL ":", "forecast s.csv --interval MONTH --model simple --model-file m.json", 1,
+     "esforecast forecast: m.json: the file holds a winters model, not simple"},
     {"model of another interval", MODEL ":", "forecast q.csv --interval QTR --model-file m.json -o out.csv", 1,
      "esforecast forecast: the model was fitted on interval \"MONTH\", not \"QTR\""},
     // Custom interval tables and calendar queries.
@@ -193,6 +224,9 @@ TEST_P(BadInputCli, ExitsWithItsStatusAndMessageAndKeepsTheOutput) {
   EXPECT_EQ(expected.empty() ? line : line.substr(0, std::min(star, expected.size())), expected.substr(0, star)) << err;
   if (star != std::string::npos) {
     EXPECT_NE(line.find(expected.substr(star + 1), star), std::string::npos) << err;
+  }
+  if (row.status != 0) {
+    EXPECT_EQ(slurp(dir / "stdout.txt"), "");
   }
   EXPECT_EQ(slurp(dir / "out.csv"), "previous\n");
   EXPECT_EQ(slurp(dir / "s.csv"), series);

@@ -1,6 +1,6 @@
-// The simple smoothing kernel against recursions worked by hand on short
-// series, against an independent smoothing loop on longer ones, and its
-// guards.
+// The simple smoothing kernel against a pass worked by hand and an
+// independent smoothing loop, its prediction rows and variance, and its
+// guards (the derivatives are checked for every family in family_test.cpp).
 #include <cmath>
 #include <vector>
 
@@ -38,27 +38,6 @@ struct Series {
 
 // ---- One observation ---------------------------------------------------------
 
-TEST(Es1Point, UpdatesLevelAndReportsPredictionMinusObservation) {
-  struct Case {
-    double x, w, level;
-    double xhat, e, next;  // worked by hand; all exact in binary
-  };
-  const Case cases[] = {
-      {10.0, 0.5, 6.0, 6.0, -4.0, 8.0},    // halfway to the observation
-      {2.0, 0.25, 6.0, 6.0, 4.0, 5.0},     // prediction above the observation
-      {3.0, 1.0, -7.0, -7.0, -10.0, 3.0},  // weight 1 takes the observation
-      {3.0, 0.0, 1.5, 1.5, -1.5, 1.5},     // weight 0 keeps the level
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(testing::Message() << "x " << c.x << " w " << c.w << " level " << c.level);
-    double level = c.level, xhat = 0.0, e = 0.0;
-    ASSERT_EQ(zes1pnt(c.x, 100.0, c.w, &level, &xhat, &e), 0);
-    EXPECT_EQ(xhat, c.xhat);
-    EXPECT_EQ(e, c.e);
-    EXPECT_EQ(level, c.next);
-  }
-}
-
 TEST(Es1Point, GuardsTheLevel) {
   struct Case {
     double level, xscale;
@@ -80,20 +59,9 @@ TEST(Es1Point, GuardsTheLevel) {
   }
 }
 
-TEST(Es1Derivative, RunsOneStepAheadOfThePrediction) {
-  // d = 0.5 before; derlev' = x - llevel + (1 - w) d = 10 - 6 + 0.75 * 0.5.
-  double derlev = 0.5;
-  double dervec[1] = {0.0};
-  ASSERT_EQ(zes1dpd(10.0, 0.25, 6.0, 123.0, &derlev, dervec), 0);
-  EXPECT_EQ(dervec[0], 0.5);
-  EXPECT_EQ(derlev, 4.375);
-
-  // clevel has no influence.
-  double other = 0.5;
-  ASSERT_EQ(zes1dpd(10.0, 0.25, 6.0, -9.0, &other, dervec), 0);
-  EXPECT_EQ(other, derlev);
-
+TEST(Es1Derivative, OverflowLosesTheDerivative) {
   double huge = 2 * kErrorLimit;
+  double dervec[1] = {0.0};
   EXPECT_EQ(zes1dpd(1.0, 0.5, 0.0, 0.0, &huge, dervec), -9);
   EXPECT_TRUE(is_miss(huge));
 }
@@ -189,20 +157,6 @@ TEST(Es1Smooth, EdgeResults) {
   }
   double level = 1.0, mse = 0.0;
   EXPECT_EQ(zes1smo(nullptr, nullptr, 1.0, 0, 0.5, &level, &mse, nullptr, nullptr), -2);
-}
-
-TEST(Es1Smooth, WeightOneBackcastsTheFirstObservation) {
-  Series s({5, 9, 4, 10});
-  double level = 10.0, mse = 0.0;
-  double smoothed[4];
-  ASSERT_EQ(zes1smo(s.data(), s.mis(), 10.0, 4, 1.0, &level, &mse, smoothed, nullptr), 0);
-  // The backcast ends on x[0], so the forward errors are minus the first
-  // differences, with 0 for the first observation.
-  EXPECT_EQ(smoothed[0], 5.0);
-  EXPECT_EQ(smoothed[1], 5.0);
-  EXPECT_EQ(smoothed[2], 9.0);
-  EXPECT_EQ(smoothed[3], 4.0);
-  EXPECT_EQ(mse, (0.0 + 16.0 + 25.0 + 36.0) / 4);
 }
 
 // ---- Prediction pass ---------------------------------------------------------

@@ -154,33 +154,6 @@ TEST_F(Es2Kernel, StabilityRegion) {
   }
 }
 
-TEST_F(Es2Kernel, AStraightSeriesIsFittedWithoutError) {
-  std::vector<double> x;
-  for (int t = 0; t < 40; ++t) x.push_back(5.0 + 2.0 * t);
-  std::vector<char> mis(40, 0);
-  double l = 0, b = 0;
-  ASSERT_EQ(zes2svi(x.data(), mis.data(), 40, 1, &l, &b), 0);
-  EXPECT_EQ(l, x.back());
-  EXPECT_NEAR(b, -2.0, 1e-12);
-  for (double a : {0.1, 0.9}) {
-    SCOPED_TRACE(a);
-    // From the state on the line one step beyond the end, the backward pass
-    // stays on the line, and so does the forward pass.
-    double level = x.back() + 2.0, trend = -2.0, mse = 1;
-    ASSERT_EQ(zes2smo(x.data(), mis.data(), 100, 40, a, 0.3, &level, &trend, &mse, nullptr, nullptr), 0);
-    EXPECT_LT(mse, 1e-24);
-    EXPECT_NEAR(trend, 2.0, 1e-13);
-    // From the state before observation 0, every error of the pass is 0.
-    level = 3.0;
-    trend = 2.0;
-    std::vector<double> rows(8 * 40);
-    ASSERT_EQ(zes2prd(x.data(), mis.data(), 100, 40, a, 0.3, &level, &trend, 0, 39, 0, 1.0, 0.05, 1, &mse, rows.data()),
-              0);
-    EXPECT_LT(mse, 1e-24);
-    for (int t = 0; t < 40; ++t) EXPECT_NEAR(rows[8 * t + 4], 0.0, 1e-12);
-  }
-}
-
 TEST_F(Es2Kernel, AMissingObservationMovesTheLevelByTheTrend) {
   std::vector<double> x = {10, 12, kMiss, 16, 18};
   std::vector<char> mis = {0, 0, 1, 0, 0};

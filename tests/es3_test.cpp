@@ -1,5 +1,5 @@
 // Damped-trend exponential smoothing: the kernel against an independent
-// damped-trend loop and against linear smoothing without damping, the
+// damped-trend loop (undamped included), the
 // flattening forecasts and their variance, the stability test and the
 // estimation at its edges (the properties every family shares are in
 // family_test.cpp).
@@ -62,31 +62,6 @@ TEST_F(Es3Kernel, PredictionPassAgreesWithTheDampedTrendMethod) {
       }
       expect_rel(mse, sse / (n - 3), 1e-9, "mse divides by nobs - 3");
     }
-  }
-}
-
-TEST_F(Es3Kernel, WithoutDampingTheModelIsLinearSmoothing) {
-  std::vector<double> x = example_series("UKgas.csv");
-  const long n = static_cast<long>(x.size());
-  std::vector<char> mis(n, 0);
-  double l3 = 0, b3 = 0;
-  ASSERT_EQ(zes3svi(x.data(), mis.data(), n, 1, &l3, &b3), 0);
-  double l2 = l3, b2 = b3, m2 = 0, m3 = 0;
-  ASSERT_EQ(zes3smo(x.data(), mis.data(), 1e9, n, 0.2, 0.3, 1.0, &l3, &b3, &m3, nullptr, nullptr), 0);
-  ASSERT_EQ(zes2smo(x.data(), mis.data(), 1e9, n, 0.2, 0.3, &l2, &b2, &m2, nullptr, nullptr), 0);
-  expect_rel(m3, m2, 1e-12, "mse");
-  // Undamped forecasts lie on a straight line, with the linear variances.
-  const long lead = 8;
-  std::vector<double> rows(8 * (n + lead));
-  double level = 300, trend = 2, mse = 0;
-  ASSERT_EQ(zes3prd(x.data(), mis.data(), 1e9, n, 0.2, 0.3, 1.0, &level, &trend, 0, n - 1, lead, 5.0, 0.05, 1, &mse,
-                    rows.data()),
-            0);
-  for (long k = 1; k <= lead; ++k) {
-    const double* r = &rows[8 * (n + k - 1)];
-    expect_rel(r[1], level + k * trend, 1e-13, "straight line");
-    EXPECT_EQ(r[7], trend);
-    expect_rel(r[5] * r[5], zes2cla(0.2, 0.3, 5.0, k, 0.05, nullptr), 1e-13, "variance");
   }
 }
 

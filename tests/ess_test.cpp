@@ -1,19 +1,15 @@
 // Seasonal exponential smoothing: the kernel against an independent loop,
 // the stability region, the centring, the forecast variance against the
-// moving-average weights, start values against the regression, and the
-// command line (the properties every family shares are in family_test.cpp).
-#include <unistd.h>
+// moving-average weights and start values against the regression (the
+// properties every family shares are in family_test.cpp).
 
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <numeric>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include "host/host.h"
 #include "numeric/numeric.h"
@@ -28,7 +24,7 @@ namespace {
 using smooth_test::expect_rel;
 using smooth_test::is_miss;
 using smooth_test::kMiss;
-namespace fs = std::filesystem;
+
 using smooth_test::example_series;
 const double kNaN = std::nan("");
 
@@ -341,42 +337,6 @@ TEST_F(Ess, ShortSeriesAndMemory) {
   EXPECT_EQ(nessfit(m.get()), -100);
   esf::host::pool_fail_after(-1);
   xmemdef();
-}
-
-std::string quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-TEST(EssCli, ForecastCommandWritesADatedTableWithTheSeasonColumn) {
-  const fs::path dir = fs::temp_directory_path() / ("ess_cli_" + std::to_string(::getpid()));
-  fs::create_directories(dir);
-  std::ofstream(dir / "lsan.supp") << "leak:esf::runner::Loader::load\n";
-  auto run = [&](const std::string& args) {
-    const std::string cmd = "cd " + quote(dir.string()) + " && LSAN_OPTIONS=suppressions=lsan.supp " + quote(ESF_CLI) +
-                            " forecast --model seasonal --interval MONTH " + args + " " +
-                            quote(std::string(ESF_SOURCE_DIR) + "/examples/AirPassengers.csv") + " >out.txt 2>err.txt";
-    const int raw = std::system(cmd.c_str());
-    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  };
-  ASSERT_EQ(run("--lead 24 -o out.csv"), 0);
-  const smooth_test::Table t = smooth_test::read_table(dir / "out.csv");
-  ASSERT_EQ(t.names.size(), 9u);
-  EXPECT_TRUE(t.names[3] == "U95" && t.names[8] == "SEASON");
-  ASSERT_EQ(t.rows.size(), 144u + 24u);
-  std::ifstream in(dir / "out.csv");
-  std::string line, last;
-  while (std::getline(in, line)) last = line;
-  EXPECT_EQ(last.substr(0, 10), "1962-12-01");
-  for (std::size_t r = 144 + 12; r < t.rows.size(); ++r) {  // the pattern repeats, the limits widen
-    EXPECT_TRUE(t.rows[r][8] == t.rows[r - 12][8] && t.rows[r][2] == t.rows[r - 12][2]);
-    EXPECT_GT(t.rows[r][3] - t.rows[r][2], t.rows[r - 12][3] - t.rows[r - 12][2]);
-  }
-  // A cycle the interval cannot have: an error and no table.
-  EXPECT_NE(run("--nseasons 4 -o bad.csv"), 0);
-  EXPECT_FALSE(fs::exists(dir / "bad.csv"));
-  fs::remove_all(dir);
 }
 
 }  // namespace

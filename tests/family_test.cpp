@@ -25,6 +25,7 @@
 #include "smoothing/esdfit.h"
 #include "smoothing/essfit.h"
 #include "smoothing/winfit.h"
+#include "support/cli_run.h"
 #include "support/method_session.h"
 #include "support/smooth_model.h"
 
@@ -41,6 +42,7 @@ using smooth_test::Model;
 // the fit method computes them.
 struct Simple {
   using F = es1::Family;
+  static constexpr const char* kCli = "simple";
   static constexpr int kType = esf::kFamilySimple, kAdditive = 0;
   static int start(WINMODEL* m) { return zes1svi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level); }
 };
@@ -51,11 +53,18 @@ struct Trended {
   static constexpr int kType = Type, kAdditive = 0;
   static int start(WINMODEL* m) { return Start(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend); }
 };
-using Double = Trended<esd::Family, esf::kFamilyDouble, zesdsvi>;
-using Linear = Trended<es2::Family, esf::kFamilyLinear, zes2svi>;
-using Damped = Trended<es3::Family, esf::kFamilyDamped, zes3svi>;
+struct Double : Trended<esd::Family, esf::kFamilyDouble, zesdsvi> {
+  static constexpr const char* kCli = "double";
+};
+struct Linear : Trended<es2::Family, esf::kFamilyLinear, zes2svi> {
+  static constexpr const char* kCli = "linear";
+};
+struct Damped : Trended<es3::Family, esf::kFamilyDamped, zes3svi> {
+  static constexpr const char* kCli = "damped";
+};
 struct Seasonal {
   using F = ess::Family;
+  static constexpr const char* kCli = "seasonal";
   static constexpr int kType = esf::kFamilySeasonal, kAdditive = 0;
   static int start(WINMODEL* m) {
     return zesssvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, 1, &m->svi.level, m->svi.sfactor);
@@ -65,6 +74,7 @@ template <int Additive>
 struct Winters {
   using F = win::Family;
   static constexpr int kType = esf::kFamilyWinters, kAdditive = Additive;
+  static constexpr const char* kCli = Additive ? "winters-additive" : "winters";
   static int start(WINMODEL* m) {
     return zwinsvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, Additive, 1, &m->svi.level, &m->svi.trend,
                    m->svi.sfactor);
@@ -274,7 +284,8 @@ TYPED_TEST(FamilyTest, FixedWeightsAreKept) {
 
 // The fit method writes the weights a direct fit finds, under the family's
 // names and labels, and its forecast method writes the table with the
-// family's state columns. A cycle shorter than the interval's runs nothing.
+// family's state columns, the table the forecast command writes for the
+// family's name. A cycle shorter than the interval's runs nothing.
 TYPED_TEST(FamilyTest, FitFeedsForecastThroughTheLists) {
   using namespace esf::host;
   using F = typename TypeParam::F;
@@ -340,6 +351,19 @@ TYPED_TEST(FamilyTest, FitFeedsForecastThroughTheLists) {
       } else {
         EXPECT_TRUE(std::isnan(v[1]) && std::isnan(v[5]));
         EXPECT_NEAR(v[3] - v[2], v[2] - v[4], 1e-9 * std::fabs(v[2]));
+      }
+    }
+    const support::CliOutcome cli =
+        support::run_cli(dir, {"forecast", "--model", TypeParam::kCli, "--interval", kGas.interval, "--lead", "6", "-o",
+                               "cli.csv", std::string(ESF_SOURCE_DIR) + "/examples/" + kGas.file});
+    ASSERT_EQ(cli.status, 0) << cli.err;
+    const smooth_test::Table c = smooth_test::read_table(dir / "cli.csv");
+    ASSERT_EQ(c.rows.size(), t.rows.size());
+    for (std::size_t r = 0; r < t.rows.size(); ++r) {
+      for (std::size_t j = 1; j < t.names.size(); ++j) {
+        const double want = t.rows[r][j], got = c.rows[r][j];
+        EXPECT_TRUE(std::isnan(want) ? std::isnan(got) : std::fabs(got - want) <= 1e-9 * std::fabs(want))
+            << r << " " << j;
       }
     }
   }

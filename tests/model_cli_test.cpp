@@ -1,11 +1,10 @@
 // The fit and forecast commands of esforecast, run as a separate process on
-// the example series: estimates, forecast tables, saved models, and the
-// messages and exit statuses of bad input.
+// the example series: estimates, forecast tables, saved models, many series
+// in one run (the messages of bad input: bad_input_cli_test.cpp).
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -15,8 +14,8 @@
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <sys/wait.h>
 
+#include "support/cli_run.h"
 #include "support/method_session.h"
 
 namespace {
@@ -24,24 +23,8 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
-struct Outcome {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-std::string quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
+using Outcome = support::CliOutcome;
+using support::slurp;
 
 class ModelCliTest : public ::testing::Test {
  protected:
@@ -53,24 +36,7 @@ class ModelCliTest : public ::testing::Test {
   }
   void TearDown() override { fs::remove_all(dir_); }
 
-  // Runs esforecast with `args` in the test's directory. Under the leak
-  // checker one block is expected to outlive the program: the method table
-  // the module's entry takes from the host's pool while it is loaded, which
-  // stays with the pool for the life of the process.
-  Outcome run(const std::vector<std::string>& args) {
-    const fs::path suppressions = dir_ / "lsan.supp";
-    if (!fs::exists(suppressions)) std::ofstream(suppressions) << "leak:esf::runner::Loader::load\n";
-    std::string cmd = "cd " + quote(dir_.string()) + " && LSAN_OPTIONS=suppressions=" + quote(suppressions.string()) +
-                      " " + quote(ESF_CLI);
-    for (const std::string& a : args) cmd += " " + quote(a);
-    cmd += " >" + quote((dir_ / "stdout.txt").string()) + " 2>" + quote((dir_ / "stderr.txt").string());
-    Outcome r;
-    const int raw = std::system(cmd.c_str());
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = slurp(dir_ / "stdout.txt");
-    r.err = slurp(dir_ / "stderr.txt");
-    return r;
-  }
+  Outcome run(const std::vector<std::string>& args) { return support::run_cli(dir_, args); }
 
   fs::path write(const std::string& name, const std::string& text) {
     std::ofstream(dir_ / name, std::ios::binary) << text;
@@ -248,26 +214,6 @@ TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
   }
 }
 
-TEST_F(ModelCliTest, FamiliesByName) {
-  // Every family name maps to a method; a family whose method fails says so
-  // with its return code.
-  for (const char* model : {"simple", "double", "linear", "damped", "seasonal", "winters", "winters-additive"}) {
-    SCOPED_TRACE(model);
-    const Outcome r = run({"fit", "--model", model, "--interval", "QTR", "--json", example("UKgas.csv")});
-    if (r.status == 0) {
-      const Json j = Json::parse(r.out);
-      EXPECT_EQ(j["model"], model);
-      EXPECT_FALSE(j["weights"].empty());
-    } else {
-      EXPECT_EQ(r.status, 4);
-      EXPECT_NE(r.err.find("return code"), std::string::npos) << r.err;
-    }
-  }
-  const Outcome bad = run({"fit", "--model", "holt", "--interval", "QTR", example("UKgas.csv")});
-  EXPECT_NE(bad.status, 0);
-  EXPECT_NE(bad.err.find("\"holt\" is not a model"), std::string::npos) << bad.err;
-}
-
 // ---- forecast --------------------------------------------------------------------------
 
 TEST_F(ModelCliTest, ForecastWritesTheTable) {
@@ -309,11 +255,6 @@ TEST_F(ModelCliTest, ForecastFromASavedModel) {
   ASSERT_EQ(fitted.status, 0) << fitted.err;
   EXPECT_EQ(slurp(dir_ / "a.csv"), slurp(dir_ / "b.csv"));
   EXPECT_EQ(csv_rows(slurp(dir_ / "a.csv")).back()[0], "1987-10-01");
-
-  const Outcome wrong =
-      run({"forecast", "--model", "simple", "--interval", "QTR", "--model-file", "model.json", example("UKgas.csv")});
-  EXPECT_NE(wrong.status, 0);
-  EXPECT_NE(wrong.err.find("holds a linear model"), std::string::npos) << wrong.err;
 }
 
 TEST_F(ModelCliTest, FixedWeightAndRanges) {
@@ -332,65 +273,6 @@ TEST_F(ModelCliTest, FixedWeightAndRanges) {
   ASSERT_EQ(rows.size(), 1u + 72 + 2);
   EXPECT_EQ(rows[1][0], "1950-01-01");
   EXPECT_EQ(rows.back()[0], "1956-02-01");
-
-  const Outcome wrong = run({"fit", "--interval", "MONTH", "--trend-weight", "0.2", example("AirPassengers.csv")});
-  EXPECT_NE(wrong.status, 0);
-  EXPECT_NE(wrong.err.find("has no trend weight"), std::string::npos) << wrong.err;
-}
-
-// ---- Bad input --------------------------------------------------------------------------
-
-TEST_F(ModelCliTest, CsvErrorsNameFileLineAndColumn) {
-  struct Case {
-    const char* what;
-    const char* text;
-    std::vector<std::string> extra;
-    std::vector<std::string> message;  // parts the message must hold
-  };
-  const Case cases[] = {
-      {"bad date", "date,value\n1949-01-01,1\n1949-13-01,2\n", {}, {"bad.csv", "line 3", "column \"date\""}},
-      {"short row", "date,value\n1949-01-01,1\n1949-02-01\n", {}, {"line 3", "1 field(s)"}},
-      {"no such column", "date,value\n1949-01-01,1\n", {"--var", "sales"}, {"line 1", "no column named \"sales\""}},
-      {"empty time id", "date,value\n1949-01-01,1\n,2\n", {}, {"line 3", "column \"date\"", "empty"}},
-      {"a byte-order mark",
-       "\xEF\xBB\xBF"
-       "date,value\n1949-13-01,1\n",
-       {},
-       {"line 2", "column \"date\""}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    write("bad.csv", c.text);
-    // An output file already there stays as it was.
-    write("out.csv", "previous\n");
-    std::vector<std::string> args = {"forecast", "--interval", "MONTH", "bad.csv", "-o", "out.csv"};
-    args.insert(args.end(), c.extra.begin(), c.extra.end());
-    const Outcome r = run(args);
-    EXPECT_NE(r.status, 0);
-    for (const std::string& part : c.message) EXPECT_NE(r.err.find(part), std::string::npos) << r.err;
-    EXPECT_EQ(slurp(dir_ / "out.csv"), "previous\n");
-    // No temporary file is left beside it.
-    std::size_t files = 0;
-    for (const auto& e : fs::directory_iterator(dir_)) files += e.path().filename().string().rfind(".esf", 0) == 0;
-    EXPECT_EQ(files, 0u);
-  }
-}
-
-TEST_F(ModelCliTest, MethodFailuresExitWithTheirCode) {
-  write("one.csv", "date,value\n1949-01-01,1\n");
-  const Outcome r = run({"forecast", "--interval", "MONTH", "one.csv", "-o", "out.csv"});
-  EXPECT_EQ(r.status, 4);
-  EXPECT_NE(r.err.find("return code 2"), std::string::npos) << r.err;
-  EXPECT_NE(r.err.find("too few usable observations"), std::string::npos) << r.err;
-  EXPECT_FALSE(fs::exists(dir_ / "out.csv"));
-
-  const Outcome interval = run({"fit", "--interval", "FORTNIGHT", example("AirPassengers.csv")});
-  EXPECT_NE(interval.status, 0);
-  EXPECT_NE(interval.err.find("\"FORTNIGHT\" is not an interval name"), std::string::npos) << interval.err;
-
-  const Outcome range = run({"fit", "--interval", "MONTH", "--fit-start", "June 1950", example("AirPassengers.csv")});
-  EXPECT_NE(range.status, 0);
-  EXPECT_NE(range.err.find("--fit-start"), std::string::npos) << range.err;
 }
 
 TEST_F(ModelCliTest, DatetimeAndObservationIntervals) {
@@ -556,7 +438,7 @@ TEST_F(ModelCliTest, SeriesFindTheirOwnIntervalsAndAutoSharesOneHeader) {
 
 }  // namespace
 
-// ---- How a fit ended, criteria, refusals, holdout, limits, selection ---------------
+// ---- How a fit ended, criteria, holdout, limits, selection ---------------
 
 // Every fit says how it ended: a weight on a bound has no t value, and a fit
 // that did not converge or left a weight on a bound says so in one warning
@@ -637,43 +519,6 @@ TEST_F(ModelCliTest, RestatingDefaultBoundsChangesNothing) {
   ASSERT_EQ(plain.status, 0) << plain.err;
   EXPECT_EQ(Json::parse(plain.out)["weights"], Json::parse(restated.out)["weights"]);
   EXPECT_EQ(Json::parse(plain.out)["error_variance"], Json::parse(restated.out)["error_variance"]);
-}
-
-// What cannot give a meaningful model is refused with the reason, the file
-// and the line; nothing is printed on standard output.
-TEST_F(ModelCliTest, RefusalsSayWhy) {
-  std::string nine = "date,value\n", signs = "date,value\n";
-  const auto rows = example_rows("AirPassengers.csv");
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    if (i < 9) nine += rows[i].first + "," + rows[i].second + "\n";
-    signs += rows[i].first + "," + (i == 4 ? "0" : i == 6 ? "-5" : rows[i].second) + "\n";
-  }
-  std::string years = "date,value\n";
-  for (int y = 1901; y <= 1930; ++y) years += std::to_string(y) + "-01-01," + std::to_string(y % 7 + 10) + "\n";
-  write("nine.csv", nine);
-  write("signs.csv", signs);
-  write("years.csv", years);
-  struct Case {
-    std::vector<std::string> args;
-    const char* says;
-  };
-  const Case cases[] = {
-      {{"fit", "--model", "winters", "--interval", "MONTH", "signs.csv"}, "signs.csv, line 6, field \"value\" holds 0"},
-      {{"fit", "--model", "winters", "--interval", "MONTH", "nine.csv"}, "two full cycles"},
-      {{"fit", "--model", "seasonal", "--interval", "YEAR", "years.csv"}, "cycle of at least 2 seasons"},
-      {{"fit", "--model", "winters-additive", "--interval", "MONTH", "--nseasons", "200", example("AirPassengers.csv")},
-       "more than half of the 144 observations"},
-      {{"forecast", "--interval", "MONTH", "--start-level", "100", "--backcast-level", "90", "signs.csv"},
-       "contradict"},
-  };
-  for (const Case& c : cases) {
-    const Outcome r = run(c.args);
-    EXPECT_EQ(r.status, 1) << c.says;
-    EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
-    EXPECT_TRUE(r.out.empty()) << r.out;
-  }
-  // Additive Winters takes the same values.
-  EXPECT_EQ(run({"fit", "--model", "winters-additive", "--interval", "MONTH", "signs.csv"}).status, 0);
 }
 
 // Given every weight and the start state, forecast runs the recursion with

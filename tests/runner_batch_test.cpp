@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "runner/batch.h"
@@ -26,10 +27,10 @@ struct BatchRun {
   std::vector<std::vector<std::uint64_t>> bits;  // every value of every table, as raw bits
 };
 
-// `rows_in_memory`: the table's rows read at once (0: the default).
-// `interval`: empty to have each series find its own.
+// `rows_in_memory`: the table's rows (cells of a wide one) read at once (0:
+// the default). `interval`: empty to have each series find its own.
 BatchRun run_with(int threads, const std::string& model, const fs::path& table, std::size_t rows_in_memory = 0,
-                  const std::string& interval = "MONTH") {
+                  const std::string& interval = "MONTH", const runner::TableLayout& layout = {{"id"}, "", {}}) {
   static runner::Loader loader;
   loader.load(ESF_MODULE);
   const runner::Runner run(loader);
@@ -41,7 +42,7 @@ BatchRun run_with(int threads, const std::string& model, const fs::path& table, 
   runner::BatchOptions b;
   b.threads = threads;
   BatchRun r;
-  runner::SeriesTable series(table.string(), {{"id"}, "", {}});
+  runner::SeriesTable series(table.string(), layout);
   if (rows_in_memory > 0) series.set_rows_in_memory(rows_in_memory);
   runner::run_batch(run, plan, series, b, [&](runner::SeriesOutcome& out) {
     r.order.push_back(out.ordinal);
@@ -57,15 +58,22 @@ BatchRun run_with(int threads, const std::string& model, const fs::path& table, 
 
 TEST(RunnerBatch, OutcomesInKeyOrderAndTheSameOnAnyNumberOfThreads) {
   const fs::path table = fs::temp_directory_path() / ("esf_batch_" + std::to_string(::getpid()) + ".csv");
+  const fs::path wide = fs::path(table).replace_extension("wide.csv");
   {
-    std::ofstream out(table);
+    // Twelve series, rows interleaved, and the same as one column each;
+    // series 5 has one non-positive value.
+    std::ofstream out(table), out_wide(wide);
     out << "id,date,value\n";
-    // Twelve series, rows interleaved; series 5 has one non-positive value.
+    out_wide << "date,s0,s1,s2,s3,s4,s5,s6,s7,s8,s9,s10,s11\n";
     for (int i = 0; i < 48; ++i) {
+      const std::string date = fmt::format("{}-{:02}-01", 2000 + i / 12, i % 12 + 1);
+      out_wide << date;
       for (int s = 0; s < 12; ++s) {
         const double v = (s == 5 && i == 20) ? -1.0 : (50.0 + s + i) * (1.0 + 0.1 * std::sin(0.5236 * (i + s)));
-        out << 's' << s << ',' << 2000 + i / 12 << '-' << (i % 12 < 9 ? "0" : "") << i % 12 + 1 << "-01," << v << '\n';
+        out << 's' << s << ',' << date << ',' << v << '\n';
+        out_wide << ',' << v;
       }
+      out_wide << '\n';
     }
   }
   for (const char* model : {"winters", "damped"}) {
@@ -82,10 +90,15 @@ TEST(RunnerBatch, OutcomesInKeyOrderAndTheSameOnAnyNumberOfThreads) {
     const BatchRun found = run_with(2, model, table, 0, "");
     EXPECT_EQ(found.ok, one.ok);
     EXPECT_EQ(found.bits, one.bits);
+    // The wide table read two columns a pass.
+    const BatchRun by_column = run_with(2, model, wide, 100, "MONTH", {{}, "", {"*"}});
+    EXPECT_EQ(by_column.order, one.order);
+    EXPECT_EQ(by_column.bits, one.bits);
     EXPECT_EQ(one.ok[5], std::string(model) != "winters");  // multiplicative Winters refuses the series
     EXPECT_FALSE(one.bits[0].empty());
   }
   fs::remove(table);
+  fs::remove(wide);
 }
 
 }  // namespace

@@ -1,24 +1,20 @@
 // Winters smoothing, additive and multiplicative: the seasonal-dummy start
 // model against an independent least-squares solve, the kernel against an
 // independent Holt-Winters loop, forecasts and their variance, stability,
-// the estimation at its edges, CODE and TYPE, and the command line against
-// the methods (the properties every family shares are in family_test.cpp).
+// the estimation at its edges, and CODE and TYPE (the properties every
+// family shares are in family_test.cpp).
 #include <unistd.h>
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include "host/host.h"
 #include "module/host_api.h"
@@ -627,55 +623,6 @@ MethodOutcome run_methods(const std::vector<double>& values, const char* interva
   return run;
 }
 
-struct MethodCase {
-  const char* file;
-  const char* interval;
-  int year, ns;
-  const char* code;
-  const char* model;  // the command line's name of the form
-};
-
-std::string quote(const std::string& s) {
-  std::string q = "'";
-  for (char ch : s) q += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
-  return q + "'";
-}
-
-class WinMethods : public ::testing::TestWithParam<MethodCase> {};
-
-// The fit and forecast methods on the lists, and the forecast command on the
-// example file, which must write the same table.
-TEST_P(WinMethods, AFitFeedsAForecastAndTheCommandLineAgrees) {
-  const MethodCase& c = GetParam();
-  const std::vector<double> x = example_series(c.file);
-  const MethodOutcome run = run_methods(x, c.interval, method_test::date(c.year, 1, 1), c.ns, c.code, 12);
-  ASSERT_TRUE(run.fit_rc == 0.0 && run.forecast_rc == 0.0);
-  const smooth_test::Table& t = run.table;
-  const bool additive = std::string(c.code) == "WINTA";
-  for (std::size_t k = x.size(); k < t.rows.size(); ++k) {
-    // Each forecast is the trended line plus or times its season's factor.
-    const auto& r = t.rows[k];
-    EXPECT_NEAR(r[2], additive ? r[7] + r[9] : r[7] * r[9], 1e-9 * std::fabs(r[2]));
-    EXPECT_EQ(r[9], t.rows[k - c.ns][9]);
-  }
-
-  // The module's method table outlives the program under the leak checker.
-  const fs::path out = fs::temp_directory_path() / ("win_cli_" + std::to_string(::getpid()) + ".csv");
-  const std::string cmd = "LSAN_OPTIONS=detect_leaks=0 " + quote(ESF_CLI) + " forecast --model " + c.model +
-                          " --interval " + c.interval + " -o " + quote(out.string()) + " " +
-                          quote(std::string(ESF_SOURCE_DIR) + "/examples/" + c.file);
-  const int raw = std::system(cmd.c_str());
-  ASSERT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0) << cmd;
-  const smooth_test::Table cli = smooth_test::read_table(out);
-  fs::remove(out);
-  ASSERT_EQ(cli.rows.size(), t.rows.size());
-  for (std::size_t k = 0; k < cli.rows.size(); ++k) {
-    for (int j : {2, 4, 9}) {  // FORECAST, L95, SEASON
-      EXPECT_NEAR(cli.rows[k][j], t.rows[k][j], 1e-9 * std::fabs(t.rows[k][j])) << k << " " << j;
-    }
-  }
-}
-
 // CODE defaults to the additive form.  TYPE is compared over the item's own
 // length in the fit and over all of "WINT" in the forecast, so a prefix
 // passes only the fit and a longer text only the forecast.
@@ -703,14 +650,5 @@ TEST(WinMethodSpecification, CodeDefaultAndTypeComparisons) {
     EXPECT_EQ(run.forecast_rc, c.forecast_rc);
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(Examples, WinMethods,
-                         ::testing::Values(MethodCase{"AirPassengers.csv", "MONTH", 1949, 12, "WINTM", "winters"},
-                                           MethodCase{"UKgas.csv", "QTR", 1960, 4, "WINTM", "winters"},
-                                           MethodCase{"UKgas.csv", "QTR", 1960, 4, "WINTA", "winters-additive"}),
-                         [](const auto& test) {
-                           std::string name = test.param.file;
-                           return name.substr(0, name.find('.')) + test.param.code;
-                         });
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -22,10 +23,17 @@ std::string upper(std::string_view s) {
   return out;
 }
 
+// Options are set rarely and read on every method call, from many threads at
+// once: readers share the lock and look names up without building a string.
 struct OptionStore {
-  std::mutex mutex;
-  std::map<std::string, std::string> values;
+  std::shared_mutex mutex;
+  std::map<std::string, std::string, std::less<>> values;
 };
+
+// Room for the environment name of an option, "ESF_OPTION_" and the name in
+// capitals; longer names take the slow road through a std::string.
+constexpr std::string_view kEnvPrefix = "ESF_OPTION_";
+constexpr std::size_t kShortName = 64;
 
 OptionStore& options() {
   static OptionStore store;
@@ -369,15 +377,33 @@ tchar* xoptcgt(const char* name, int* len) {
   thread_local std::string value;
   value.clear();
   if (name != nullptr) {
-    OptionStore& store = options();
-    std::lock_guard lock(store.mutex);
-    auto it = store.values.find(upper(name));
-    if (it != store.values.end()) {
-      value = it->second;
-    } else if (const char* env = std::getenv(("ESF_OPTION_" + upper(name)).c_str()); env != nullptr) {
-      // An option not set by the host program comes from the environment:
-      // ESF_OPTION_INTERVALDS="(MYCAL=CAL)" sets INTERVALDS.
-      value = env;
+    const std::size_t n = std::strlen(name);
+    // The environment name with the option's name in capitals after the prefix.
+    char short_env[kEnvPrefix.size() + kShortName + 1];
+    std::string long_env;
+    char* env_name = short_env;
+    if (n > kShortName) {
+      long_env.resize(kEnvPrefix.size() + n);
+      env_name = long_env.data();
+    }
+    std::memcpy(env_name, kEnvPrefix.data(), kEnvPrefix.size());
+    char* key = env_name + kEnvPrefix.size();
+    for (std::size_t i = 0; i < n; ++i) key[i] = static_cast<char>(std::toupper(static_cast<unsigned char>(name[i])));
+    key[n] = '\0';
+    bool found = false;
+    {
+      OptionStore& store = options();
+      std::shared_lock lock(store.mutex);
+      auto it = store.values.find(std::string_view(key, n));
+      if (it != store.values.end()) {
+        value = it->second;
+        found = true;
+      }
+    }
+    // An option not set by the host program comes from the environment:
+    // ESF_OPTION_INTERVALDS="(MYCAL=CAL)" sets INTERVALDS.
+    if (!found) {
+      if (const char* env = std::getenv(env_name); env != nullptr) value = env;
     }
   }
   if (len != nullptr) *len = static_cast<int>(value.size());
@@ -408,7 +434,7 @@ namespace esf::host {
 
 void set_option(std::string_view name, std::string_view value) {
   OptionStore& store = options();
-  std::lock_guard lock(store.mutex);
+  std::unique_lock lock(store.mutex);
   store.values[upper(name)] = std::string(value);
 }
 
@@ -431,8 +457,8 @@ long cached_interval_references() {
 
 void clear_option(std::string_view name) {
   OptionStore& store = options();
-  std::lock_guard lock(store.mutex);
-  store.values.erase(upper(name));
+  std::unique_lock lock(store.mutex);
+  if (auto it = store.values.find(upper(name)); it != store.values.end()) store.values.erase(it);
 }
 
 }  // namespace esf::host

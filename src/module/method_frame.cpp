@@ -63,6 +63,13 @@ void set_slabel(u_slabel* dst, const tchar* p, int n) {
   vzmp(p, n, dst->label, kMaxLabel);
 }
 
+// Whether the host asks for the iteration trace: its option FITTRACE holds 1.
+bool trace_requested() {
+  int len = 0;
+  const tchar* value = xoptcgt("FITTRACE", &len);
+  return len == 1 && value[0] == '1';
+}
+
 // The fit compares a TYPE or CODE item over the item's own length (an empty
 // item matches); the forecast compares over all of the expected text.
 bool text_matches(const Text& item, const char* text, bool over_item_length) {
@@ -267,6 +274,7 @@ int run_fit_method(const Family& family, Drivers drivers, PSCPLIST* plist, List 
   }
   model.opt.numeric = 0;
   model.opt.relative = 0;
+  model.opt.trace = trace_requested() ? 1 : 0;
   rc = drivers.fit(&model);
   if (rc < 0) {
     release(&model, &arrays);

@@ -165,10 +165,12 @@ typedef struct DATASET {
   XOPNSTR xopnstr;
 } DATASET;
 
-// Derivative-check switches of a fit; every fit method stores 0.
+// Diagnostic switches of a fit.  The fit methods store 0 in the first two
+// and the host's option FITTRACE in the third, read once per call.
 typedef struct WINOPT {
   char numeric;   // run the derivative check
   char relative;  // relative steps in the check
+  char trace;     // print the iteration trace
 } WINOPT;
 
 // How an estimation ended, as the frame left it: filled at the end of every

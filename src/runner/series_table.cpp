@@ -309,34 +309,65 @@ void SeriesTable::read_group(std::size_t first, std::size_t end, const std::func
   if (next < end) throw changed();
 }
 
+// A wide table is read in passes over groups of consecutive columns whose
+// cells stay within the budget, after a quick pass that counts the rows.  A
+// table that fits is so read once, and memory holds one group's cells.
 void SeriesTable::read_wide(const std::function<void(RawSeries&&)>& take) const {
+  const std::size_t rows = count_wide_rows();
+  for (std::size_t first = 0; first < var_cols_.size();) {
+    const std::size_t end = first + std::clamp<std::size_t>(rows_in_memory_ / rows, 1, var_cols_.size() - first);
+    std::vector<RawSeries> group = read_columns(first, end, rows);
+    for (RawSeries& r : group) take(std::move(r));
+    first = end;
+  }
+}
+
+// The data rows: the lines after the header that are not blank (at least one).
+std::size_t SeriesTable::count_wide_rows() const {
+  BlockReader in(shape_.path);
+  std::string_view view;
+  std::size_t rows = 0;
+  while (in.next(&view)) {
+    if (in.number() > header_line_ && !is_blank(view)) ++rows;
+  }
+  if (rows == 0) throw CsvError(fmt::format("{}: line {}: the file has no data rows", shape_.path, in.number()));
+  return rows;
+}
+
+// One pass over the rows for the value columns first..end-1.
+std::vector<RawSeries> SeriesTable::read_columns(std::size_t first, std::size_t end, std::size_t rows) const {
+  std::vector<RawSeries> group(end - first);
+  for (std::size_t j = first; j < end; ++j) {
+    RawSeries& r = group[j - first];
+    r.ordinal = j;
+    r.key = {header_[var_cols_[j]]};
+    r.id_column = header_[id_col_];
+    r.var_column = header_[var_cols_[j]];
+    r.lines.reserve(rows);
+    r.id_texts.reserve(rows);
+    r.value_texts.reserve(rows);
+  }
   BlockReader in(shape_.path);
   std::string_view view;
   std::string line;
   std::vector<std::string> fields;
   while (in.number() < header_line_ && in.next(&view)) {
   }
-  std::vector<RawSeries> all(var_cols_.size());
-  for (std::size_t j = 0; j < var_cols_.size(); ++j) {
-    all[j].ordinal = j;
-    all[j].key = {header_[var_cols_[j]]};
-    all[j].id_column = header_[id_col_];
-    all[j].var_column = header_[var_cols_[j]];
-  }
+  std::size_t seen = 0;
   while (in.next(&view)) {
     if (is_blank(view)) continue;
+    if (++seen > rows) break;
     line.assign(view);
     split_row(shape_.path, in.number(), line, header_.size(), &fields);
-    for (std::size_t j = 0; j < var_cols_.size(); ++j) {
-      all[j].lines.push_back(in.number());
-      all[j].id_texts.push_back(fields[id_col_]);
-      all[j].value_texts.push_back(fields[var_cols_[j]]);
+    for (std::size_t j = first; j < end; ++j) {
+      RawSeries& r = group[j - first];
+      r.lines.push_back(in.number());
+      r.id_texts.push_back(fields[id_col_]);
+      r.value_texts.push_back(std::move(fields[var_cols_[j]]));
     }
   }
-  if (all.empty() || all[0].lines.empty()) {
-    throw CsvError(fmt::format("{}: line {}: the file has no data rows", shape_.path, in.number()));
-  }
-  for (RawSeries& r : all) take(std::move(r));
+  if (seen != rows) throw CsvError(fmt::format("{}: the file changed while it was read", shape_.path));
+  return group;
 }
 
 CsvSeries parse_raw_series(const RawSeries& raw, const std::string& path, TimeUnits units) {

@@ -11,6 +11,10 @@
 // read.  A file sorted by key is so read once more in all; an interleaved
 // one once per group.  Either way memory holds the index (a few bytes a row)
 // and one group's rows, not the table.
+//
+// A wide table is read in passes over groups of consecutive columns whose
+// cells stay within the same budget, after a quick pass that counts its
+// rows: once when it fits.
 #pragma once
 
 #include <cstddef>
@@ -63,8 +67,8 @@ class SeriesTable {
   // read.  Throws CsvError (the file changed between the passes, or cannot
   // be read).
   void read(const std::function<void(RawSeries&&)>& take) const;
-  // The rows of a long table held in memory at once while reading (at least
-  // one series' worth).
+  // The rows of a long table, or the cells of a wide one, held in memory at
+  // once while reading (at least one series' worth).
   void set_rows_in_memory(std::size_t rows) { rows_in_memory_ = rows; }
 
  private:
@@ -81,6 +85,8 @@ class SeriesTable {
   void read_long(const std::function<void(RawSeries&&)>& take) const;
   void read_group(std::size_t first, std::size_t end, const std::function<void(RawSeries&&)>& take) const;
   void read_wide(const std::function<void(RawSeries&&)>& take) const;
+  std::size_t count_wide_rows() const;
+  std::vector<RawSeries> read_columns(std::size_t first, std::size_t end, std::size_t rows) const;
 
   TableLayout layout_;
   TableShape shape_;

@@ -1144,7 +1144,7 @@ template <class F>
 int fit(WINMODEL* model) {
   constexpr int p = F::kNumWeights;
   FITCON fitcon = fit_control(model);
-  fitcon.prtflag = trace_requested() ? 1 : 0;
+  fitcon.prtflag = model->opt.trace != 0 ? 1 : 0;
   double xnorm2 = DBL_MAX;
 
   int rc = F::fit_setup(model, &fitcon);

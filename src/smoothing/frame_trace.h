@@ -1,13 +1,13 @@
 // Diagnostics of the estimation frame: the iteration trace and the check of
 // the analytic gradient against the kernel's numeric derivative.
 //
-// Both print through the host's print service. The drivers leave the trace
-// off; a host program that wants to watch the search (the command line's
-// --trace) sets the host option FITTRACE to 1, which each driver reads as it
-// starts, so the image itself keeps no switch. The
-// derivative check stays off (WINMODEL.opt.numeric is 0 in every method); it
-// exists for whoever debugs a family's derivative recursions. Included by
-// frame.h.
+// Both print through the host's print service. The trace runs when
+// WINMODEL.opt.trace is set: a host program that wants to watch the search
+// (the command line's --trace) sets the host option FITTRACE to 1, which
+// each fit method reads once as it starts, so the image itself keeps no
+// switch. The derivative check stays off (WINMODEL.opt.numeric is 0 in
+// every method); it exists for whoever debugs a family's derivative
+// recursions. Included by frame.h.
 #pragma once
 
 #include <cmath>
@@ -16,13 +16,6 @@
 #include "module/host_api.h"
 
 namespace smoothing::frame {
-
-// Whether the host asks for the iteration trace: its option FITTRACE holds 1.
-inline bool trace_requested() {
-  int len = 0;
-  const tchar* value = xoptcgt("FITTRACE", &len);
-  return len == 1 && value[0] == '1';
-}
 
 inline constexpr const char* kCheckRule = "----------------------------------------------------";
 

@@ -30,9 +30,10 @@ std::vector<unsigned char> evaluate(WINMODEL* m, FITCON* fc, const double* w, in
   *rc = nextstep<F>(m, fc, &p, nullptr);
   std::vector<unsigned char> bits;
   auto add = [&](const void* from, std::size_t bytes) {
-    if (from == nullptr) return;
-    const auto* b = static_cast<const unsigned char*>(from);
-    bits.insert(bits.end(), b, b + bytes);
+    if (from == nullptr || bytes == 0) return;
+    const std::size_t at = bits.size();
+    bits.resize(at + bytes);
+    std::memcpy(bits.data() + at, from, bytes);
   };
   const std::size_t factors = static_cast<std::size_t>(m->ts.nseasons > 0 ? m->ts.nseasons : 0) * sizeof(double);
   add(&p, sizeof p);
