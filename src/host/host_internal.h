@@ -3,11 +3,75 @@
 #pragma once
 
 #include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <string_view>
 
 namespace esf::host::internal {
+
+// Whether the host keeps memory given back for its next requests: not under
+// AddressSanitizer, which must see every block freed to find a use after
+// the free.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kReuseFreedMemory = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+inline constexpr bool kReuseFreedMemory = false;
+#else
+inline constexpr bool kReuseFreedMemory = true;
+#endif
+#else
+inline constexpr bool kReuseFreedMemory = true;
+#endif
+
+// Blocks of `Bytes` bytes that the calling thread gave back, up to `Count`
+// of them, for its next requests: a method call makes and frees dozens of
+// list items and lists, more than the C library keeps at hand per thread.
+// Each instantiation is one cache per thread; a thread that is ending
+// allocates and frees directly.
+template <std::size_t Bytes, std::size_t Count>
+class BlockCache {
+ public:
+  static void* take() {
+    if constexpr (kReuseFreedMemory) {
+      if (!t_closed) {
+        Blocks& b = blocks();
+        if (b.count > 0) return b.blocks[--b.count];
+      }
+    }
+    return ::operator new(Bytes);
+  }
+
+  static void give(void* p) {
+    if constexpr (kReuseFreedMemory) {
+      if (!t_closed) {
+        Blocks& b = blocks();
+        if (b.count < Count) {
+          b.blocks[b.count++] = p;
+          return;
+        }
+      }
+    }
+    ::operator delete(p);
+  }
+
+ private:
+  struct Blocks {
+    void* blocks[Count];
+    std::size_t count = 0;
+    ~Blocks() {
+      t_closed = true;
+      while (count > 0) ::operator delete(blocks[--count]);
+    }
+  };
+  static Blocks& blocks() {
+    thread_local Blocks b;
+    return b;
+  }
+  static inline thread_local bool t_closed = false;
+};
 
 // Missing values: the two top bytes 0xFF, the kind in the third byte from the
 // top ("._" 0xFF, "." 0xFE, ".A" 0xFD down to ".Z" 0xE4), the rest 0.

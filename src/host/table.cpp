@@ -109,6 +109,7 @@ struct Table {
   esf::host::TableFileOptions file_options;  // of its libref, for a file
   std::string memory_key;                    // its catalogue name, "LIB.MEM"
   std::vector<std::vector<double>> columns;  // its values, one vector per variable
+  std::size_t nrows = 0;                     // rows in `columns`, which have room for more
   fs::path path;
   fs::path temp_path;
   // A file's text not yet written to `fd`: whole records, written out in
@@ -380,7 +381,16 @@ int table_add(XO_PARMS* xoparm) {
     t.write_failed = true;
     status = fail(kTableWrite, fmt::format("writing a record of {} failed", t.path.string()));
   } else if (t.in_memory) {
-    for (std::size_t j = 0; j < t.record.size(); ++j) t.columns[j].push_back(t.record[j]);
+    // The columns are sized ahead: a row is stored in place, and the columns
+    // grow together when they are full.
+    if (t.nrows == t.columns[0].size()) {
+      for (std::vector<double>& c : t.columns) c.resize(2 * t.nrows);
+    }
+    const double* record = t.record.data();
+    std::vector<double>* columns = t.columns.data();
+    const std::size_t n = t.record.size();
+    for (std::size_t j = 0; j < n; ++j) columns[j].data()[t.nrows] = record[j];
+    ++t.nrows;
   } else {
     // Each field's text goes straight to the end of the pending text, which
     // has room for the longest record.
@@ -483,6 +493,7 @@ int close_memory_table(Table& t, int how) {
   esf::host::MemoryTable table;
   table.name = t.memory_key;
   table.variables = std::move(t.vars);
+  for (std::vector<double>& c : t.columns) c.resize(t.nrows);
   table.columns = std::move(t.columns);
   memory_catalogue()[t.memory_key] = std::move(table);
   return 0;
@@ -678,7 +689,7 @@ int xvpute(ptr xvp) {
   t.state = Table::State::Defined;
   if (t.in_memory) {
     t.columns.resize(t.vars.size());
-    for (std::vector<double>& c : t.columns) c.reserve(kFirstRows);
+    for (std::vector<double>& c : t.columns) c.resize(kFirstRows);
     return 0;
   }
   t.pending.reserve(kFileChunk + t.vars.size() * (esf::host::kMaxTableFieldChars + 1));
@@ -694,7 +705,10 @@ int xyvput(ptr xvp, int /*flags*/) {
   if (xvp == nullptr) return kTableState;
   Table& t = *table_of(xvp);
   if (!t.output || t.state != Table::State::Defined) return kTableState;
-  for (std::size_t j = 0; j < t.slots.size(); ++j) t.record[j] = *t.slots[j];
+  double* record = t.record.data();
+  double* const* slots = t.slots.data();
+  const std::size_t n = t.slots.size();
+  for (std::size_t j = 0; j < n; ++j) record[j] = *slots[j];
   return 0;
 }
 

@@ -167,11 +167,12 @@ long getseries(List tsList, TIMERANGE* datarange, TSERIES* ts) {
   double xmax = kStartMax;
   double sum = 0.0;
   long i = 0;
-  tsList->lastUsed = nullptr;
-  tsList->lastIndex = 0;
+  // Locals, not the records: the flag stores could alias them.
+  double* const x = ts->x;
+  char* const misflg = ts->misflg;
+  SLIST_ITEM* last = nullptr;
   for (SLIST_ITEM* item = tsList->head; item != nullptr && i < n; item = item->next, ++i) {
-    tsList->lastUsed = item;
-    ++tsList->lastIndex;
+    last = item;
     double value = kMissing;
     bool numeric = true;
     if (item->type == SL_NUMBER) {
@@ -181,22 +182,32 @@ long getseries(List tsList, TIMERANGE* datarange, TSERIES* ts) {
       numeric =
           item->type == SL_COUNT || item->type == SL_INTEGER || item->type == SL_SHORT || item->type == SL_BOOLEAN;
     }
-    if (numeric && zmissr(value, xextr, &nextr) == 0) {
-      ts->x[i] = value;
-      ts->misflg[i] = 0;
+    // A value is usable when present and within the extreme limit; one
+    // beyond it (or not a number) counts as extreme.
+    bool usable = false;
+    if (numeric && !esf::is_missing(value)) {
+      usable = std::fabs(value) <= xextr;
+      if (!usable) ++nextr;
+    }
+    if (usable) {
+      x[i] = value;
+      misflg[i] = 0;
       if (value < xmin) xmin = value;
       if (value > xmax) xmax = value;
       sum += value;
     } else {
-      ts->x[i] = kMissing;
-      ts->misflg[i] = 1;
+      x[i] = kMissing;
+      misflg[i] = 1;
       ++nmiss;
     }
   }
+  // The walk ends on the last item read.
+  tsList->lastUsed = last;
+  tsList->lastIndex = i;
   // A list shorter than the series leaves its tail missing, uncounted.
   for (; i < n; ++i) {
-    ts->x[i] = kMissing;
-    ts->misflg[i] = 1;
+    x[i] = kMissing;
+    misflg[i] = 1;
   }
 
   const long nn = n - nmiss;
