@@ -36,41 +36,45 @@ class BlockCache {
  public:
   static void* take() {
     if constexpr (kReuseFreedMemory) {
-      if (!t_closed) {
-        Blocks& b = blocks();
-        if (b.count > 0) return b.blocks[--b.count];
-      }
+      Blocks& b = t_blocks;
+      if (b.count > 0 && !b.closed) return b.blocks[--b.count];
     }
     return ::operator new(Bytes);
   }
 
   static void give(void* p) {
     if constexpr (kReuseFreedMemory) {
-      if (!t_closed) {
-        Blocks& b = blocks();
-        if (b.count < Count) {
-          b.blocks[b.count++] = p;
-          return;
-        }
+      Blocks& b = t_blocks;
+      if (b.count < Count && !b.closed) {
+        // The first block kept makes sure the thread gives them back as
+        // it ends.
+        if (b.count == 0 && !b.guarded) guard();
+        b.blocks[b.count++] = p;
+        return;
       }
     }
     ::operator delete(p);
   }
 
  private:
+  // Plain data, so that reaching it costs one look-up of the thread's
+  // storage and it stays readable while the thread ends.
   struct Blocks {
     void* blocks[Count];
-    std::size_t count = 0;
-    ~Blocks() {
-      t_closed = true;
-      while (count > 0) ::operator delete(blocks[--count]);
+    std::size_t count;
+    bool guarded;
+    bool closed;
+  };
+  struct Guard {
+    Guard() { t_blocks.guarded = true; }
+    ~Guard() {
+      Blocks& b = t_blocks;
+      b.closed = true;
+      while (b.count > 0) ::operator delete(b.blocks[--b.count]);
     }
   };
-  static Blocks& blocks() {
-    thread_local Blocks b;
-    return b;
-  }
-  static inline thread_local bool t_closed = false;
+  [[gnu::noinline]] static void guard() { thread_local Guard g; }
+  static inline thread_local Blocks t_blocks{};
 };
 
 // Missing values: the two top bytes 0xFF, the kind in the third byte from the

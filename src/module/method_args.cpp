@@ -173,14 +173,27 @@ long getseries(List tsList, TIMERANGE* datarange, TSERIES* ts) {
   SLIST_ITEM* last = nullptr;
   for (SLIST_ITEM* item = tsList->head; item != nullptr && i < n; item = item->next, ++i) {
     last = item;
+    // The number of each numeric kind of item, read here rather than
+    // through slgetnv: a call in the loop would keep the sums in memory.
     double value = kMissing;
     bool numeric = true;
-    if (item->type == SL_NUMBER) {
-      value = item->data.d;
-    } else {
-      value = slgetnv(item, 0);
-      numeric =
-          item->type == SL_COUNT || item->type == SL_INTEGER || item->type == SL_SHORT || item->type == SL_BOOLEAN;
+    switch (item->type) {
+      case SL_NUMBER:
+        value = item->data.d;
+        break;
+      case SL_INTEGER:
+      case SL_COUNT:
+        value = static_cast<double>(item->data.i);
+        break;
+      case SL_SHORT:
+        value = static_cast<double>(item->data.s);
+        break;
+      case SL_BOOLEAN:
+        value = item->data.b != 0 ? 1.0 : 0.0;
+        break;
+      default:
+        numeric = false;
+        break;
     }
     // A value is usable when present and within the extreme limit; one
     // beyond it (or not a number) counts as extreme.
