@@ -1,6 +1,7 @@
 // What every smoothing family must do, written once and run over all of them
 // through their traits: side-by-side grid passes give the bits of single
-// passes, analytic gradients agree with numeric ones, start values begin at
+// passes, analytic gradients agree with numeric ones, a kernel's own
+// derivative loops give the frame's bits, start values begin at
 // the last observation, the estimates are a minimum within the bounds and
 // the stable region, fixed weights stay, and a fit feeds a forecast through
 // the host's lists with the weights a direct fit finds.
@@ -27,6 +28,7 @@
 #include "smoothing/winfit.h"
 #include "support/cli_run.h"
 #include "support/method_session.h"
+#include "support/pass_compare.h"
 #include "support/smooth_model.h"
 
 namespace {
@@ -209,6 +211,43 @@ TYPED_TEST(FamilyTest, AnalyticGradientEqualsNumericOne) {
         for (int i = 0; i < p; ++i) EXPECT_NEAR(pt.grad[i], num[i], 2e-5 * std::fabs(num[i]) + 1e-9) << i;
       }
     }
+  }
+}
+
+// A family whose kernel runs the derivative passes in loops of its own gives
+// the bits of the frame's loop, one fitobs per observation, where the passes
+// end well and where they stop (a factor below the floor, cross products
+// past their limit, which the unchecked forward loop must find again by the
+// checked one).
+TYPED_TEST(FamilyTest, KernelDerivativeLoopsGiveTheBitsOfTheFrame) {
+  using F = typename TypeParam::F;
+  if constexpr (!requires(fr::Pass & pass, const double* w) { F::backward_pass(pass, w); }) {
+    GTEST_SKIP() << "the family runs the frame's loop";
+  } else {
+    std::vector<double> gaps = example_series(kAir.file);
+    gaps[5] = gaps[40] = gaps[143] = std::nan("");
+    std::vector<double> alternating = example_series(kGas.file);
+    for (std::size_t t = 0; t < alternating.size(); t += 2) alternating[t] = -alternating[t];
+    std::vector<std::pair<std::vector<double>, int>> series = {{gaps, 12}, {alternating, 4}};
+    for (double scale : {1e74, 1e75, 1e76, 1e77, 1e80, 1e150}) {
+      std::vector<double> big = example_series("USAccDeaths.csv");
+      for (double& v : big) v *= scale;
+      series.emplace_back(big, 12);
+    }
+    std::vector<double> w;
+    for (int k : {3, 12, 19}) {
+      const std::vector<double> g = grid_row<F>(k);
+      w.insert(w.end(), g.begin(), g.end());
+    }
+    int stopped = 0;
+    for (const auto& [x, ns] : series) {
+      Model m(x, F::kNumWeights);
+      if (row_of<TypeParam>().seasonal) m.seasons(ns);
+      m->additive = TypeParam::kAdditive;
+      ASSERT_EQ(TypeParam::start(m.get()), 0);
+      stopped += pass_test::expect_same_passes<F>(m.get(), m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.scodes, w);
+    }
+    EXPECT_GT(stopped, 0);
   }
 }
 

@@ -1,7 +1,7 @@
 // Kernel of simple exponential smoothing.  See es1subs.h for the recursions.
 //
 // The whole-series passes of zes1smo and zes1prd are those of
-// smoothing/pass_kernel.h, run with the kernel record below; the update is
+// smoothing/pass_kernel.h, run with the kernel record of es1subs.h; the update is
 // es1::point, inline, so that the loops run without calls: zes1smo runs twice
 // for every numeric derivative.  Loop invariants such as (1 - w) and the
 // relative limit are the same expressions on the same operands wherever they
@@ -18,62 +18,7 @@
 
 using namespace smoothing;
 
-namespace {
-
-// Simple smoothing for the passes of pass_kernel.h: one state, the level.
-struct Kernel {
-  struct State {
-    double level;
-  };
-  static constexpr int kStates = 1;
-  static constexpr long kParms = 1;
-  // In zes1smo the xhat slot of a missing observation repeats the previous
-  // prediction; zes1prd shows the level there.
-  static constexpr bool kMissingRepeatsPrediction = true;
-
-  double xscale;
-  double wlevel;
-
-  bool unusable() const noexcept { return std::fabs(wlevel) > kStateLimit; }
-  int update(double x, State& s, double& xhat, double& e) const noexcept {
-    return es1::point(x, xscale, wlevel, &s.level, &xhat, &e);
-  }
-  // A missing observation leaves the level alone.
-  static void skip(const State& s, double& xhat) noexcept { xhat = s.level; }
-  static void turn(State&) noexcept {}
-  static void put(const State& s, double* cols) noexcept { cols[0] = s.level; }
-  double variance(double base, long k) const noexcept {
-    return (static_cast<double>(k - 1) * wlevel * wlevel + 1.0) * base;
-  }
-  // The forecast is flat at the last level.
-  static double forecast(const State& s, long, double* cols) noexcept {
-    cols[0] = s.level;
-    return s.level;
-  }
-};
-
-static_assert(es1::kManyWeights == pass::kManyWeights);
-
-// Simple smoothing for the side-by-side pass: one weight per lane.
-struct Lanes : pass::LanePeaks {
-  static constexpr bool kMissingSseIsMissing = true;
-
-  double w[pass::kManyWeights];
-  double keep[pass::kManyWeights];
-  double l[pass::kManyWeights];
-
-  static void skip(int) noexcept {}
-  double step(int j, double xt, double& peak) noexcept {
-    const double lj = l[j];
-    peak = std::fabs(lj);
-    l[j] = xt * w[j] + lj * keep[j];
-    return lj;
-  }
-  static void turn(int) noexcept {}
-  bool unusable(int j) const noexcept { return std::fabs(w[j]) > kStateLimit; }
-};
-
-}  // namespace
+using es1::Kernel;
 
 extern "C" {
 

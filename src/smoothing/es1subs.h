@@ -78,6 +78,8 @@ ESF_EXPORT int zes1std(double* xpxdiag, double mse, long nobs, double* parms, do
 #endif
 
 #ifdef __cplusplus
+#include "smoothing/pass_kernel.h"
+
 namespace es1 {
 
 // The bodies of zes1pnt and zes1dpd, inline so that the estimation frame's
@@ -114,6 +116,57 @@ inline int point_derivative(double x, double wlevel, double llevel, double* derl
   return kOk;
 }
 
+// Simple smoothing for the passes of pass_kernel.h: one state, the level.
+struct Kernel {
+  struct State {
+    double level;
+  };
+  static constexpr int kStates = 1;
+  static constexpr long kParms = 1;
+  // In zes1smo the xhat slot of a missing observation repeats the previous
+  // prediction; zes1prd shows the level there.
+  static constexpr bool kMissingRepeatsPrediction = true;
+
+  double xscale;
+  double wlevel;
+
+  bool unusable() const noexcept { return std::fabs(wlevel) > smoothing::kStateLimit; }
+  int update(double x, State& s, double& xhat, double& e) const noexcept {
+    return point(x, xscale, wlevel, &s.level, &xhat, &e);
+  }
+  // A missing observation leaves the level alone.
+  static void skip(const State& s, double& xhat) noexcept { xhat = s.level; }
+  static void turn(State&) noexcept {}
+  static void put(const State& s, double* cols) noexcept { cols[0] = s.level; }
+  double variance(double base, long k) const noexcept {
+    return (static_cast<double>(k - 1) * wlevel * wlevel + 1.0) * base;
+  }
+  // The forecast is flat at the last level.
+  static double forecast(const State& s, long, double* cols) noexcept {
+    cols[0] = s.level;
+    return s.level;
+  }
+};
+
+// Simple smoothing for the side-by-side pass: one weight per lane.
+struct Lanes : pass::LanePeaks {
+  static constexpr bool kMissingSseIsMissing = true;
+
+  double w[pass::kManyWeights];
+  double keep[pass::kManyWeights];
+  double l[pass::kManyWeights];
+
+  static void skip(int) noexcept {}
+  double step(int j, double xt, double& peak) noexcept {
+    const double lj = l[j];
+    peak = std::fabs(lj);
+    l[j] = xt * w[j] + lj * keep[j];
+    return lj;
+  }
+  static void turn(int) noexcept {}
+  bool unusable(int j) const noexcept { return std::fabs(w[j]) > smoothing::kStateLimit; }
+};
+
 // zes1smo for `count` weights at once (count <= kManyWeights), each from the
 // same start level, without the smoothed and row outputs: rc[j] and mse[j]
 // are what zes1smo(..., w[j], &copy_of_level, &mse[j], 0, 0) gives.  The
@@ -121,7 +174,7 @@ inline int point_derivative(double x, double wlevel, double llevel, double* derl
 // grid of the estimation frame costs one pass instead of twenty.  Each
 // weight meets exactly the arithmetic of zes1smo; a guard that trips marks
 // the weight failed (-9), whatever follows.
-inline constexpr int kManyWeights = 32;
+inline constexpr int kManyWeights = pass::kManyWeights;
 void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count, double level,
                  int* rc, double* mse);
 

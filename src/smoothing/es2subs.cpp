@@ -16,71 +16,10 @@
 #include "smoothing/pass_kernel.h"
 #include "smoothing/trend_kernel.h"
 
-namespace {
-
 using namespace trend;
-
-inline bool weights_overflow(double wlevel, double wtrend) {
-  return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit;
-}
-
-// var = base * (1 + sum over j = 1..lead-1 of (wlevel + j * wlevel * wtrend)^2)
-double lead_variance(double wlevel, double wtrend, double base, long lead) {
-  const double b = wlevel * wtrend;
-  double sum = 0.0;
-  for (long j = 1; j <= lead - 1; ++j) {
-    const double psi = wlevel + static_cast<double>(j) * b;
-    sum += psi * psi;
-  }
-  return base * (1.0 + sum);
-}
-
-// Linear smoothing for the passes of pass_kernel.h.
-struct Kernel : TrendedKernel {
-  static constexpr long kParms = 2;
-
-  double xscale;
-  double wlevel;
-  double wtrend;
-
-  bool unusable() const noexcept { return weights_overflow(wlevel, wtrend); }
-  int update(double x, State& s, double& xhat, double& e) const noexcept {
-    return es2::point(x, xscale, wlevel, wtrend, &s.level, &s.trend, &xhat, &e);
-  }
-  // A missing observation moves the level by the trend; the new level is its
-  // prediction.
-  static void skip(State& s, double& xhat) noexcept {
-    s.level = s.level + s.trend;
-    xhat = s.level;
-  }
-  double variance(double base, long k) const noexcept { return lead_variance(wlevel, wtrend, base, k); }
-  // Forecast k is L + k * T from the end states.
-  static double forecast(const State& s, long k, double* cols) noexcept {
-    const double f = s.level + static_cast<double>(k) * s.trend;
-    cols[0] = f;
-    cols[1] = s.trend;
-    return f;
-  }
-};
-
-// Linear smoothing for the side-by-side pass: a weight pair per lane.
-struct Lanes : TrendedLanes {
-  double a[kManyWeights], g[kManyWeights], ka[kManyWeights], kg[kManyWeights];
-
-  double step(int j, double xt, double& peak) noexcept {
-    const double lj = l[j];
-    const double tj = tr[j];
-    peak = std::max(std::fabs(lj), std::fabs(tj));
-    const double xhat = lj + tj;
-    const double clevel = xhat * ka[j] + xt * a[j];
-    tr[j] = kg[j] * tj + g[j] * (clevel - lj);
-    l[j] = clevel;
-    return xhat;
-  }
-  bool unusable(int j) const noexcept { return weights_overflow(a[j], g[j]); }
-};
-
-}  // namespace
+using es2::Kernel;
+using es2::lead_variance;
+using es2::weights_overflow;
 
 extern "C" {
 

@@ -16,6 +16,7 @@
 // overflow, -92 guarded division met a zero or overflowing denominator.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 
 #include "module/export.h"
@@ -48,6 +49,8 @@ ESF_EXPORT int zes2stb(double wlevel, double wtrend);
 #endif
 
 #ifdef __cplusplus
+#include "smoothing/trend_kernel.h"
+
 namespace es2 {
 
 // The bodies of zes2pnt and zes2dpd, inline so that the estimation frame's
@@ -103,6 +106,66 @@ inline int point_derivative(double x, double wlevel, double wtrend, double lleve
   dertre[1] = clevel - llevel - ltrend + (1.0 - wtrend) * dt1 + wtrend * (derlev[1] - dl1);
   return kOk;
 }
+
+inline bool weights_overflow(double wlevel, double wtrend) {
+  return std::fabs(wlevel) > smoothing::kStateLimit || std::fabs(wtrend) > smoothing::kStateLimit;
+}
+
+// var = base * (1 + sum over j = 1..lead-1 of (wlevel + j * wlevel * wtrend)^2)
+inline double lead_variance(double wlevel, double wtrend, double base, long lead) {
+  const double b = wlevel * wtrend;
+  double sum = 0.0;
+  for (long j = 1; j <= lead - 1; ++j) {
+    const double psi = wlevel + static_cast<double>(j) * b;
+    sum += psi * psi;
+  }
+  return base * (1.0 + sum);
+}
+
+// Linear smoothing for the passes of pass_kernel.h.
+struct Kernel : trend::TrendedKernel {
+  static constexpr long kParms = 2;
+
+  double xscale;
+  double wlevel;
+  double wtrend;
+
+  bool unusable() const noexcept { return weights_overflow(wlevel, wtrend); }
+  int update(double x, State& s, double& xhat, double& e) const noexcept {
+    return es2::point(x, xscale, wlevel, wtrend, &s.level, &s.trend, &xhat, &e);
+  }
+  // A missing observation moves the level by the trend; the new level is its
+  // prediction.
+  static void skip(State& s, double& xhat) noexcept {
+    s.level = s.level + s.trend;
+    xhat = s.level;
+  }
+  double variance(double base, long k) const noexcept { return lead_variance(wlevel, wtrend, base, k); }
+  // Forecast k is L + k * T from the end states.
+  static double forecast(const State& s, long k, double* cols) noexcept {
+    const double f = s.level + static_cast<double>(k) * s.trend;
+    cols[0] = f;
+    cols[1] = s.trend;
+    return f;
+  }
+};
+
+// Linear smoothing for the side-by-side pass: a weight pair per lane.
+struct Lanes : trend::TrendedLanes {
+  double a[pass::kManyWeights], g[pass::kManyWeights], ka[pass::kManyWeights], kg[pass::kManyWeights];
+
+  double step(int j, double xt, double& peak) noexcept {
+    const double lj = l[j];
+    const double tj = tr[j];
+    peak = std::max(std::fabs(lj), std::fabs(tj));
+    const double xhat = lj + tj;
+    const double clevel = xhat * ka[j] + xt * a[j];
+    tr[j] = kg[j] * tj + g[j] * (clevel - lj);
+    l[j] = clevel;
+    return xhat;
+  }
+  bool unusable(int j) const noexcept { return weights_overflow(a[j], g[j]); }
+};
 
 // zes2smo for `count` weight pairs at once (count <= 32, w holding wlevel,
 // wtrend for each), all from the same start state, without the smoothed and

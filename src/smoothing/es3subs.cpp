@@ -18,104 +18,12 @@
 #include "smoothing/pass_kernel.h"
 #include "smoothing/trend_kernel.h"
 
-namespace {
-
 using namespace trend;
-
-// The step over a missing observation: the trend is damped, then added.
-inline void missing_step(double wdamp, double& level, double& trend) {
-  trend = wdamp * trend;
-  level = level + trend;
-}
-
-inline bool weights_overflow(double wlevel, double wtrend, double wdamp) {
-  return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit || std::fabs(wdamp) > kStateLimit;
-}
-
-// Moving-average weight psi(i), i >= 1, of the damped model.
-//   wdamp == 1: psi(i) = wlevel + i * wtrend * wlevel
-//   otherwise:  psi(i) = wlevel + (wdamp^i - 1) * (wdamp / (wdamp - 1)) * wtrend * wlevel
-// `damp_power` is wdamp^i, built by the caller as a running product.
-inline double psi_weight(double wlevel, double wtrend, double wdamp, long i, double damp_power) {
-  if (std::fabs(wdamp - 1.0) < kTiny) {
-    return wlevel + static_cast<double>(i) * wtrend * wlevel;
-  }
-  return wlevel + (damp_power - 1.0) * (wdamp / (wdamp - 1.0)) * wtrend * wlevel;
-}
-
-// 1 + sum over i = 1..lead-1 of psi(i)^2.
-double variance_factor(double wlevel, double wtrend, double wdamp, long lead) {
-  double sum = 0.0;
-  double damp_power = 1.0;
-  for (long i = 1; i <= lead - 1; ++i) {
-    damp_power *= wdamp;
-    const double psi = psi_weight(wlevel, wtrend, wdamp, i, damp_power);
-    sum += psi * psi;
-  }
-  return 1.0 + sum;
-}
-
-// Damped-trend smoothing for the passes of pass_kernel.h.
-struct Kernel : TrendedKernel {
-  static constexpr long kParms = 3;
-
-  double xscale;
-  double wlevel;
-  double wtrend;
-  double wdamp;
-
-  bool unusable() const noexcept { return weights_overflow(wlevel, wtrend, wdamp); }
-  int update(double x, State& s, double& xhat, double& e) const noexcept {
-    return es3::point(x, xscale, wlevel, wtrend, wdamp, &s.level, &s.trend, &xhat, &e);
-  }
-  // The new level is the prediction of a missing observation.
-  void skip(State& s, double& xhat) const noexcept {
-    missing_step(wdamp, s.level, s.trend);
-    xhat = s.level;
-  }
-  // The reversal: one more damped step back, the trend turned forward.
-  void turn(State& s) const noexcept {
-    s.trend = -(s.trend * wdamp);
-    s.level = s.level - s.trend;
-  }
-  double variance(double base, long k) const noexcept { return base * variance_factor(wlevel, wtrend, wdamp, k); }
-  // Each forecast row takes one more damped step from the end states.
-  double forecast(State& s, long, double* cols) const noexcept {
-    s.trend = wdamp * s.trend;
-    s.level = s.level + s.trend;
-    cols[0] = s.level;
-    cols[1] = s.trend;
-    return s.level;
-  }
-};
-
-// Damped-trend smoothing for the side-by-side pass: a weight triple per lane.
-struct Lanes : TrendedLanes {
-  double a[kManyWeights], g[kManyWeights], phi[kManyWeights];
-  double ka[kManyWeights], kg[kManyWeights];
-
-  void skip(int j) noexcept {
-    tr[j] = phi[j] * tr[j];
-    l[j] = l[j] + tr[j];
-  }
-  double step(int j, double xt, double& peak) noexcept {
-    const double lj = l[j];
-    const double dtrend = phi[j] * tr[j];
-    peak = std::max(std::fabs(lj), std::fabs(dtrend));
-    const double xhat = lj + dtrend;
-    const double clevel = xhat * ka[j] + xt * a[j];
-    tr[j] = g[j] * (clevel - lj) + dtrend * kg[j];
-    l[j] = clevel;
-    return xhat;
-  }
-  void turn(int j) noexcept {
-    tr[j] = -(tr[j] * phi[j]);
-    l[j] = l[j] - tr[j];
-  }
-  bool unusable(int j) const noexcept { return weights_overflow(a[j], g[j], phi[j]); }
-};
-
-}  // namespace
+using es3::Kernel;
+using es3::missing_step;
+using es3::psi_weight;
+using es3::variance_factor;
+using es3::weights_overflow;
 
 double zes3cla(double wlevel, double wtrend, double wdamp, double se2, long lead, double siglev, double* limit) {
   const double var = se2 * variance_factor(wlevel, wtrend, wdamp, lead);

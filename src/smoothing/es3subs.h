@@ -12,6 +12,7 @@
 // Return codes: 0, -2, -9, -92 as in the other kernels.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 
 #include "module/export.h"
@@ -48,6 +49,8 @@ double zes3cla(double wlevel, double wtrend, double wdamp, double se2, long lead
 #endif
 
 #ifdef __cplusplus
+#include "smoothing/trend_kernel.h"
+
 namespace es3 {
 
 // The bodies of zes3pnt and zes3dpd, inline for the estimation frame's
@@ -110,6 +113,100 @@ inline int point_derivative(double x, double wlevel, double wtrend, double wdamp
   dervec[2] = lderlev[2] + ddertre[2] + ltrend;
   return kOk;
 }
+
+// The step over a missing observation: the trend is damped, then added.
+inline void missing_step(double wdamp, double& level, double& trend) {
+  trend = wdamp * trend;
+  level = level + trend;
+}
+
+inline bool weights_overflow(double wlevel, double wtrend, double wdamp) {
+  return std::fabs(wlevel) > smoothing::kStateLimit || std::fabs(wtrend) > smoothing::kStateLimit ||
+         std::fabs(wdamp) > smoothing::kStateLimit;
+}
+
+// Moving-average weight psi(i), i >= 1, of the damped model.
+//   wdamp == 1: psi(i) = wlevel + i * wtrend * wlevel
+//   otherwise:  psi(i) = wlevel + (wdamp^i - 1) * (wdamp / (wdamp - 1)) * wtrend * wlevel
+// `damp_power` is wdamp^i, built by the caller as a running product.
+inline double psi_weight(double wlevel, double wtrend, double wdamp, long i, double damp_power) {
+  if (std::fabs(wdamp - 1.0) < smoothing::kTiny) {
+    return wlevel + static_cast<double>(i) * wtrend * wlevel;
+  }
+  return wlevel + (damp_power - 1.0) * (wdamp / (wdamp - 1.0)) * wtrend * wlevel;
+}
+
+// 1 + sum over i = 1..lead-1 of psi(i)^2.
+inline double variance_factor(double wlevel, double wtrend, double wdamp, long lead) {
+  double sum = 0.0;
+  double damp_power = 1.0;
+  for (long i = 1; i <= lead - 1; ++i) {
+    damp_power *= wdamp;
+    const double psi = psi_weight(wlevel, wtrend, wdamp, i, damp_power);
+    sum += psi * psi;
+  }
+  return 1.0 + sum;
+}
+
+// Damped-trend smoothing for the passes of pass_kernel.h.
+struct Kernel : trend::TrendedKernel {
+  static constexpr long kParms = 3;
+
+  double xscale;
+  double wlevel;
+  double wtrend;
+  double wdamp;
+
+  bool unusable() const noexcept { return weights_overflow(wlevel, wtrend, wdamp); }
+  int update(double x, State& s, double& xhat, double& e) const noexcept {
+    return es3::point(x, xscale, wlevel, wtrend, wdamp, &s.level, &s.trend, &xhat, &e);
+  }
+  // The new level is the prediction of a missing observation.
+  void skip(State& s, double& xhat) const noexcept {
+    missing_step(wdamp, s.level, s.trend);
+    xhat = s.level;
+  }
+  // The reversal: one more damped step back, the trend turned forward.
+  void turn(State& s) const noexcept {
+    s.trend = -(s.trend * wdamp);
+    s.level = s.level - s.trend;
+  }
+  double variance(double base, long k) const noexcept { return base * variance_factor(wlevel, wtrend, wdamp, k); }
+  // Each forecast row takes one more damped step from the end states.
+  double forecast(State& s, long, double* cols) const noexcept {
+    s.trend = wdamp * s.trend;
+    s.level = s.level + s.trend;
+    cols[0] = s.level;
+    cols[1] = s.trend;
+    return s.level;
+  }
+};
+
+// Damped-trend smoothing for the side-by-side pass: a weight triple per lane.
+struct Lanes : trend::TrendedLanes {
+  double a[pass::kManyWeights], g[pass::kManyWeights], phi[pass::kManyWeights];
+  double ka[pass::kManyWeights], kg[pass::kManyWeights];
+
+  void skip(int j) noexcept {
+    tr[j] = phi[j] * tr[j];
+    l[j] = l[j] + tr[j];
+  }
+  double step(int j, double xt, double& peak) noexcept {
+    const double lj = l[j];
+    const double dtrend = phi[j] * tr[j];
+    peak = std::max(std::fabs(lj), std::fabs(dtrend));
+    const double xhat = lj + dtrend;
+    const double clevel = xhat * ka[j] + xt * a[j];
+    tr[j] = g[j] * (clevel - lj) + dtrend * kg[j];
+    l[j] = clevel;
+    return xhat;
+  }
+  void turn(int j) noexcept {
+    tr[j] = -(tr[j] * phi[j]);
+    l[j] = l[j] - tr[j];
+  }
+  bool unusable(int j) const noexcept { return weights_overflow(a[j], g[j], phi[j]); }
+};
 
 // zes3smo for `count` weight triples at once (count <= 32, w holding wlevel,
 // wtrend, wdamp for each), all from the same start state, without the

@@ -13,6 +13,7 @@
 // -9, -92.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 
 #include "module/export.h"
@@ -42,6 +43,8 @@ ESF_EXPORT int zesdstd(double* xpxdiag, double mse, long nobs, double* parms, do
 #endif
 
 #ifdef __cplusplus
+#include "smoothing/trend_kernel.h"
+
 namespace esd {
 
 // The bodies of zesdpnt and zesddpd, inline for the estimation frame's
@@ -84,6 +87,66 @@ inline int point_derivative(double x, double w, double llevel, double clevel, do
   dervec[0] = (g - ltrend / w) / w + d;
   return kOk;
 }
+
+inline bool weight_unusable(double w) {
+  return std::fabs(w) > smoothing::kStateLimit || std::fabs(w) < smoothing::kTiny;
+}
+
+// s(1) = 1; s(k) = 1 + (2w)^2 + sum over j = 1..k-2 of (2w + j w^2)^2.
+inline double variance_factor(double w, long k) {
+  if (k < 2) return 1.0;
+  const double w2 = w * w;
+  double sum = 0.0;
+  for (long j = 1; j <= k - 2; ++j) {
+    const double psi = 2.0 * w + static_cast<double>(j) * w2;
+    sum += psi * psi;
+  }
+  return 1.0 + (2.0 * w) * (2.0 * w) + sum;
+}
+
+// Double smoothing for the passes of pass_kernel.h. A failed guard of the
+// update makes only the level missing.
+struct Kernel : trend::TrendedKernel {
+  static constexpr long kParms = 1;
+
+  double xscale;
+  double w;
+
+  bool unusable() const noexcept { return weight_unusable(w); }
+  int update(double x, State& s, double& xhat, double& e) const noexcept {
+    return esd::point(x, xscale, w, &s.level, &s.trend, &xhat, &e);
+  }
+  // A missing observation is predicted by L + T / w and moves the level by
+  // T, not T / w.
+  void skip(State& s, double& xhat) const noexcept {
+    xhat = s.level + s.trend / w;
+    s.level = s.level + s.trend;
+  }
+  double variance(double base, long k) const noexcept { return base * variance_factor(w, k); }
+  // Forecast k is L + T / w + (k - 1) * T; the level column is L + k * T.
+  double forecast(const State& s, long k, double* cols) const noexcept {
+    cols[0] = s.level + static_cast<double>(k) * s.trend;
+    cols[1] = s.trend;
+    return s.level + s.trend / w + static_cast<double>(k - 1) * s.trend;
+  }
+};
+
+// Double smoothing for the side-by-side pass: one weight per lane.
+struct Lanes : trend::TrendedLanes {
+  double w[pass::kManyWeights], keep[pass::kManyWeights];
+
+  double step(int j, double xt, double& peak) noexcept {
+    const double lj = l[j];
+    const double tj = tr[j];
+    peak = std::max(std::fabs(lj), std::fabs(tj));
+    const double xhat = lj + tj / w[j];
+    const double clevel = xt * w[j] + keep[j] * lj;
+    tr[j] = tj * keep[j] + w[j] * (clevel - lj);
+    l[j] = clevel;
+    return xhat;
+  }
+  bool unusable(int j) const noexcept { return weight_unusable(w[j]); }
+};
 
 // zesdsmo for `count` weights at once (count <= 32), all from the same start
 // state, without the smoothed and row outputs: rc[j] and mse[j] are what

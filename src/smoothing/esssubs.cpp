@@ -1,6 +1,6 @@
 // Kernel of seasonal exponential smoothing.  See esssubs.h for the
 // recursions.  The whole-series passes are those of pass_kernel.h, run with
-// the kernel records below; their steps call the inline body of zesspnt
+// the kernel records of esssubs.h; their steps call the inline body of zesspnt
 // rather than the exported routine, and both give the same bits.
 #include "smoothing/esssubs.h"
 
@@ -24,84 +24,6 @@ constexpr double kCentreThreshold = 1.1368683772161608e-13;
 // Margin of the stability region (2^-53).
 constexpr double kStableMargin = 1.110223024625157e-16;
 
-using pass::kManyWeights;
-
-bool weights_overflow(double wlevel, double wseason) {
-  return std::fabs(wlevel) > kStateLimit || std::fabs(wseason) > kStateLimit;
-}
-
-// Seasonal smoothing for the passes of pass_kernel.h. The state is the level
-// and the factors, turned to the season of the step. The backcast steps over
-// a missing observation and does not turn round; the forecasts run on from
-// the season of the last observation (from season 0 when there is none).
-struct Kernel {
-  struct State {
-    double level;
-    double* sfactor;
-    int code;
-  };
-  static constexpr int kStates = 2;
-  static constexpr long kParms = 2;
-  static constexpr bool kMissingRepeatsPrediction = false;
-
-  double xscale;
-  double wlevel;
-  double wseason;
-  int nseasons;
-  const int* scodes;
-
-  bool unusable() const noexcept { return weights_overflow(wlevel, wseason); }
-  void at(State& s, long t) const noexcept { s.code = t >= 0 ? scodes[t] : -1; }
-  int update(double x, State& s, double& xhat, double& e) const noexcept {
-    return ess::point(x, xscale, wlevel, wseason, &s.level, s.sfactor, s.code, &xhat, &e);
-  }
-  // A missing observation leaves the state alone; its prediction is the
-  // level and the factor of its season.
-  static void skip(const State& s, double& xhat) noexcept { xhat = s.level + s.sfactor[s.code]; }
-  static void turn(State&) noexcept {}
-  static void put(const State& s, double* cols) noexcept {
-    cols[0] = s.level;
-    cols[1] = s.sfactor[s.code];
-  }
-  double variance(double base, long k) const noexcept {
-    return base * ess::variance_multiplier(wlevel, wseason, nseasons, k);
-  }
-  double forecast(State& s, long /*k*/, double* cols) const noexcept {
-    if (++s.code >= nseasons) s.code = 0;
-    put(s, cols);
-    return s.level + s.sfactor[s.code];
-  }
-};
-
-// Seasonal smoothing for the side-by-side pass: a weight pair per lane, the
-// factors of every lane side by side (factor s of lane j at
-// work[s * count + j]).
-struct Lanes : pass::LanePeaks {
-  static constexpr bool kMissingSseIsMissing = true;
-
-  double wl[kManyWeights], ws[kManyWeights], keep_l[kManyWeights], keep_s[kManyWeights];
-  double l[kManyWeights];
-  double* work;
-  double* f;  // the factors of the season of the observation
-  const int* scodes;
-  int count;
-
-  void at(long t) noexcept { f = work + static_cast<long>(scodes[t]) * count; }
-  static void skip(int) noexcept {}
-  static void turn(int) noexcept {}
-  double step(int j, double xt, double& peak) noexcept {
-    const double lj = l[j];
-    const double fj = f[j];
-    peak = std::max(std::fabs(lj), std::fabs(fj));
-    const double xhat = lj + fj;
-    const double cl = (xt - fj) * wl[j] + lj * keep_l[j];
-    f[j] = (xt - cl) * ws[j] + fj * keep_s[j];
-    l[j] = cl;
-    return xhat;
-  }
-  bool unusable(int j) const noexcept { return weights_overflow(wl[j], ws[j]); }
-};
-
 // Mean of n doubles, summed in order.
 double mean_of(const double* v, int n) {
   double sum = 0.0;
@@ -110,6 +32,8 @@ double mean_of(const double* v, int n) {
 }
 
 }  // namespace
+
+using ess::Kernel;
 
 extern "C" {
 

@@ -24,6 +24,7 @@
 // host's current pool).
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 
 #include "module/export.h"
@@ -255,6 +256,82 @@ inline double variance_multiplier(double wlevel, double wseason, int nseasons, l
   }
   return vm;
 }
+
+inline bool weights_overflow(double wlevel, double wseason) {
+  return std::fabs(wlevel) > smoothing::kStateLimit || std::fabs(wseason) > smoothing::kStateLimit;
+}
+
+// Seasonal smoothing for the passes of pass_kernel.h. The state is the level
+// and the factors, turned to the season of the step. The backcast steps over
+// a missing observation and does not turn round; the forecasts run on from
+// the season of the last observation (from season 0 when there is none).
+struct Kernel {
+  struct State {
+    double level;
+    double* sfactor;
+    int code;
+  };
+  static constexpr int kStates = 2;
+  static constexpr long kParms = 2;
+  static constexpr bool kMissingRepeatsPrediction = false;
+
+  double xscale;
+  double wlevel;
+  double wseason;
+  int nseasons;
+  const int* scodes;
+
+  bool unusable() const noexcept { return weights_overflow(wlevel, wseason); }
+  void at(State& s, long t) const noexcept { s.code = t >= 0 ? scodes[t] : -1; }
+  int update(double x, State& s, double& xhat, double& e) const noexcept {
+    return point(x, xscale, wlevel, wseason, &s.level, s.sfactor, s.code, &xhat, &e);
+  }
+  // A missing observation leaves the state alone; its prediction is the
+  // level and the factor of its season.
+  static void skip(const State& s, double& xhat) noexcept { xhat = s.level + s.sfactor[s.code]; }
+  static void turn(State&) noexcept {}
+  static void put(const State& s, double* cols) noexcept {
+    cols[0] = s.level;
+    cols[1] = s.sfactor[s.code];
+  }
+  double variance(double base, long k) const noexcept {
+    return base * variance_multiplier(wlevel, wseason, nseasons, k);
+  }
+  double forecast(State& s, long /*k*/, double* cols) const noexcept {
+    if (++s.code >= nseasons) s.code = 0;
+    put(s, cols);
+    return s.level + s.sfactor[s.code];
+  }
+};
+
+// Seasonal smoothing for the side-by-side pass: a weight pair per lane, the
+// factors of every lane side by side (factor s of lane j at
+// work[s * count + j]).
+struct Lanes : pass::LanePeaks {
+  static constexpr bool kMissingSseIsMissing = true;
+
+  double wl[pass::kManyWeights], ws[pass::kManyWeights], keep_l[pass::kManyWeights], keep_s[pass::kManyWeights];
+  double l[pass::kManyWeights];
+  double* work;
+  double* f;  // the factors of the season of the observation
+  const int* scodes;
+  int count;
+
+  void at(long t) noexcept { f = work + static_cast<long>(scodes[t]) * count; }
+  static void skip(int) noexcept {}
+  static void turn(int) noexcept {}
+  double step(int j, double xt, double& peak) noexcept {
+    const double lj = l[j];
+    const double fj = f[j];
+    peak = std::max(std::fabs(lj), std::fabs(fj));
+    const double xhat = lj + fj;
+    const double cl = (xt - fj) * wl[j] + lj * keep_l[j];
+    f[j] = (xt - cl) * ws[j] + fj * keep_s[j];
+    l[j] = cl;
+    return xhat;
+  }
+  bool unusable(int j) const noexcept { return weights_overflow(wl[j], ws[j]); }
+};
 
 // zesssmo for `count` weight pairs at once (w holds wlevel, wseason of each
 // pair), each from the same start level and factors: rc[j] and mse[j] are

@@ -8,7 +8,7 @@
 // runs forward in time) and runs forward; only the forward pass counts
 // errors.  The factors are indexed by the season code of each observation.
 // The whole-series passes are those of pass_kernel.h, run with the kernel
-// record below.
+// record of winsubs.h.
 #include "smoothing/winsubs.h"
 
 #include <cmath>
@@ -33,116 +33,13 @@ bool missing(double d) { return esf::is_missing(d); }
 
 int divide(double num, double den, double* quo) { return guarded_divide(num, den, quo); }
 
-bool weights_overflow(double wlevel, double wtrend, double wseason) {
-  return std::fabs(wlevel) > kStateLimit || std::fabs(wtrend) > kStateLimit || std::fabs(wseason) > kStateLimit;
-}
-
-// psi(i), i >= 1: the weight of the shock i steps back in the prediction.
-inline double psi_weight(double wlevel, double b, double c, int nseasons, long i) {
-  double psi = wlevel + static_cast<double>(i) * b;
-  if (nseasons > 0 && i % nseasons == 0) psi = psi + c;
-  return psi;
-}
-
-// 1 + the sum over i = 1..lead-1 of psi(i)^2.
-double additive_factor(double wlevel, double wtrend, double wseason, int nseasons, long lead) {
-  const double b = wlevel * wtrend;
-  const double c = wseason * (1.0 - wlevel);
-  double sum = 0.0;
-  for (long i = 1; i <= lead - 1; ++i) {
-    const double psi = psi_weight(wlevel, b, c, nseasons, i);
-    sum += psi * psi;
-  }
-  return 1.0 + sum;
-}
-
-// 1 + the sum over i = 1..lead-1 of (S[s] / S[s - i])^2 psi(i)^2, the
-// factor of the lead over the factor i seasons before it.  A ratio that
-// fails the guarded division stops the sum: *ok is false and the result is
-// what the division stored.
-double multiplicative_factor(double wlevel, double wtrend, double wseason, int nseasons, long lead,
-                             const double* sfactor, int scode, bool* ok) {
-  const double b = wlevel * wtrend;
-  const double c = wseason * (1.0 - wlevel);
-  const double sfactlead = sfactor[scode];
-  double sum = 0.0;
-  int lag = scode;
-  *ok = true;
-  for (long i = 1; i <= lead - 1; ++i) {
-    lag = lag == 0 ? nseasons - 1 : lag - 1;
-    double ratio = 0.0;
-    if (divide(sfactlead, sfactor[lag], &ratio) != kOk) {
-      *ok = false;
-      return ratio;
-    }
-    const double psi = psi_weight(wlevel, b, c, nseasons, i);
-    sum += ratio * ratio * (psi * psi);
-  }
-  return 1.0 + sum;
-}
-
-// Winters smoothing for the passes of pass_kernel.h. The state is the level,
-// the trend and the factors, turned to the season of the step; the
-// forecasts run on from the season of the last observation (from season 1
-// when there is none). The variance of a multiplicative forecast fails with
-// a ratio of factors that fails the guarded division.
-struct Kernel {
-  struct State {
-    double level;
-    double trend;
-    double* sfactor;
-    int code;
-  };
-  static constexpr int kStates = 3;
-  static constexpr long kParms = 3;
-  static constexpr bool kMissingRepeatsPrediction = false;
-
-  double xscale;
-  int additive;
-  double wlevel;
-  double wtrend;
-  double wseason;
-  int nseasons;
-  const int* scodes;
-
-  bool unusable() const noexcept { return weights_overflow(wlevel, wtrend, wseason); }
-  void at(State& s, long t) const noexcept { s.code = t >= 0 ? scodes[t] : 0; }
-  int update(double x, State& s, double& xhat, double& e) const noexcept {
-    return win::point(x, xscale, additive, wlevel, wtrend, wseason, &s.level, &s.trend, s.sfactor, s.code, &xhat, &e);
-  }
-  void skip(State& s, double& xhat) const noexcept {
-    xhat = win::missing_step(additive, &s.level, s.trend, s.sfactor[s.code]);
-  }
-  // The level steps forward by the trend, the trend points forward in time.
-  static void turn(State& s) noexcept {
-    s.level = s.level + s.trend;
-    s.trend = -s.trend;
-  }
-  static void put(const State& s, double* cols) noexcept {
-    cols[0] = s.level;
-    cols[1] = s.trend;
-    cols[2] = s.sfactor[s.code];
-  }
-  bool variance(const State& s, double base, long k, double& var) const noexcept {
-    if (additive) {
-      var = base * additive_factor(wlevel, wtrend, wseason, nseasons, k);
-      return true;
-    }
-    bool ok = true;
-    const double vm = multiplicative_factor(wlevel, wtrend, wseason, nseasons, k, s.sfactor, s.code, &ok);
-    var = ok ? base * vm : vm;
-    return ok;
-  }
-  // Forecast k: the level moved on by k trends with the factor of its season.
-  double forecast(State& s, long /*k*/, double* cols) const noexcept {
-    if (++s.code >= nseasons) s.code = 0;
-    s.level = s.level + s.trend;
-    put(s, cols);
-    return additive ? s.level + s.sfactor[s.code] : s.level * s.sfactor[s.code];
-  }
-};
-
 }  // namespace
+
+using win::additive_factor;
+using win::Kernel;
+using win::multiplicative_factor;
+using win::psi_weight;
+using win::weights_overflow;
 
 void win::normalise(int nseasons, int additive, double* level, double* trend, double* sfactor, double* derlev,
                     double* dertre, double* dersealev, double* derseatre, double* derseasea) noexcept {
