@@ -25,16 +25,10 @@ using namespace smoothing::frame;
 //
 // One weight, the level, tried on level_grid (LevelWeightShape); one state,
 // the level.
-struct Family : FamilyDefaults, LevelWeightShape {
+struct Family : FamilyDefaults, LevelWeightShape, KernelGrid<Family> {
   static constexpr bool kJumpOverZero = false;
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
   static long stderr_min_nobs(const WINMODEL&) { return 2; }
-
-  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
-    model->smooth = model->svi;
-    return zes1smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], &model->smooth.level, mse,
-                   nullptr, nullptr);
-  }
 
   // The twenty candidates side by side in one backward and forward pass.
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
@@ -80,7 +74,8 @@ struct Family : FamilyDefaults, LevelWeightShape {
                    wkflag, pder);
   }
 
-  // Forecast: the kernel's prediction pass.
+  // The kernel record: the grid's whole-series pass (KernelGrid) and the
+  // forecast's prediction pass run it.
   using Kernel = es1::Kernel;
   static Kernel kernel(const WINMODEL& model, const double* w, const int*) { return {model.ts.descstats.norm, w[0]}; }
 };

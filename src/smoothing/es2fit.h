@@ -20,7 +20,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Two weights, level and trend; two states, level and trend.
-struct Family : TrendedFamily {
+struct Family : TrendedFamily, KernelGrid<Family> {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::trend};
 
@@ -39,12 +39,6 @@ struct Family : TrendedFamily {
   // The error variance divides by nobs - 2; below three observations the
   // standard errors are missing.
   static long stderr_min_nobs(const WINMODEL&) { return 3; }
-
-  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
-    model->smooth = model->svi;
-    return zes2smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1], &model->smooth.level,
-                   &model->smooth.trend, mse, nullptr, nullptr);
-  }
 
   // The eligible candidates side by side in one backward and forward pass.
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
@@ -86,7 +80,8 @@ struct Family : TrendedFamily {
                    model->svi.trend, d, wkflag, pder);
   }
 
-  // Forecast: the kernel's prediction pass.
+  // The kernel record: the grid's whole-series pass (KernelGrid) and the
+  // forecast's prediction pass run it.
   using Kernel = es2::Kernel;
   static Kernel kernel(const WINMODEL& model, const double* w, const int*) {
     return {{}, model.ts.descstats.norm, w[0], w[1]};

@@ -20,7 +20,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Three weights, level, trend and damping; two states, level and trend.
-struct Family : TrendedFamily, ThreeWeightShape<Slot::damp> {
+struct Family : TrendedFamily, ThreeWeightShape<Slot::damp>, KernelGrid<Family> {
   // Candidate k tries entry k of the three tables.
   static constexpr double kDampGrid[kGridRows] = {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98,
                                                   0.97, 0.97, 0.97, 0.97, 0.97, 0.9,  0.9,  0.9,  0.9,  0.8};
@@ -34,12 +34,6 @@ struct Family : TrendedFamily, ThreeWeightShape<Slot::damp> {
   static bool stable(const double* w) { return zes3stb(w[0], w[1], w[2]) != 0; }
   // Standard errors from four observations on.
   static long stderr_min_nobs(const WINMODEL&) { return 4; }
-
-  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
-    model->smooth = model->svi;
-    return zes3smo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], w[1], w[2],
-                   &model->smooth.level, &model->smooth.trend, mse, nullptr, nullptr);
-  }
 
   // The eligible candidates side by side in one backward and forward pass.
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
@@ -97,7 +91,8 @@ struct Family : TrendedFamily, ThreeWeightShape<Slot::damp> {
                    model->svi.trend, d, wkflag, pder);
   }
 
-  // Forecast: the kernel's prediction pass.
+  // The kernel record: the grid's whole-series pass (KernelGrid) and the
+  // forecast's prediction pass run it.
   using Kernel = es3::Kernel;
   static Kernel kernel(const WINMODEL& model, const double* w, const int*) {
     return {{}, model.ts.descstats.norm, w[0], w[1], w[2]};

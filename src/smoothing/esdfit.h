@@ -24,18 +24,12 @@ using namespace smoothing::frame;
 // One weight for both states, level and trend, with the shape and grid of
 // simple smoothing. The prediction divides the trend by the weight, so a
 // weight at 0 cannot be evaluated.
-struct Family : TrendedFamily, LevelWeightShape {
+struct Family : TrendedFamily, LevelWeightShape, KernelGrid<Family> {
   // A trial weight near 0 fails without bounds, and jumps over 0 with them.
   static constexpr bool kJumpOverZero = true;
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
   // The standard errors need more than two observations.
   static long stderr_min_nobs(const WINMODEL&) { return 3; }
-
-  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
-    model->smooth = model->svi;
-    return zesdsmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w[0], &model->smooth.level,
-                   &model->smooth.trend, mse, nullptr, nullptr);
-  }
 
   // The eligible candidates side by side in one backward and forward pass.
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
@@ -80,7 +74,8 @@ struct Family : TrendedFamily, LevelWeightShape {
                    model->svi.trend, deltas[0], wkflag, pder);
   }
 
-  // Forecast: the kernel's prediction pass.
+  // The kernel record: the grid's whole-series pass (KernelGrid) and the
+  // forecast's prediction pass run it.
   using Kernel = esd::Kernel;
   static Kernel kernel(const WINMODEL& model, const double* w, const int*) {
     return {{}, model.ts.descstats.norm, w[0]};

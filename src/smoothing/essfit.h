@@ -41,7 +41,7 @@ inline void mfree(double* sfactor, int* scodes) {
 }
 
 // Two weights, level and seasonal; the states are the level and the factors.
-struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
+struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family>, KernelGrid<Family> {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::season};
 
@@ -85,17 +85,6 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
     nessfitfree(sd.wlevel, sd.wseason);
     sd.wlevel = nullptr;
     sd.wseason = nullptr;
-  }
-
-  static void reset_from_svi(WINMODEL* model) {
-    model->smooth.level = model->svi.level;
-    copy_factors(model, model->smooth.sfactor, model->svi.sfactor);
-  }
-
-  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
-    reset_from_svi(model);
-    return zesssmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, model->ts.nseasons, w[0], w[1],
-                   &model->smooth.level, model->smooth.sfactor, fitcon->scodes, mse, nullptr, nullptr);
   }
 
   // The eligible candidates side by side in one backward and forward pass,
@@ -205,7 +194,8 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
     return rc;
   }
 
-  // Forecast: the kernel's prediction pass.
+  // The kernel record: the grid's whole-series pass (KernelGrid) and the
+  // forecast's prediction pass run it.
   using Kernel = ess::Kernel;
   static Kernel kernel(const WINMODEL& model, const double* w, const int* scodes) {
     return {model.ts.descstats.norm, w[0], w[1], model.ts.nseasons, scodes};

@@ -16,6 +16,7 @@
 //                      states and their derivatives
 //   grid_side_by_side  grid_mse_all of a trended family from its
 //                      side-by-side pass
+//   KernelGrid         grid_mse of every family from its kernel record
 //   factor_derivative_pass
 //                      derivative_pass of a seasonal family from its step
 //                      record
@@ -133,6 +134,33 @@ inline void grid_side_by_side(WINMODEL* model, const FITCON* fitcon, const doubl
                                      model->svi.level, model->svi.trend, lane_rc, lane_mse);
                               });
 }
+
+// grid_mse of a family F (a base of F) from its kernel record: the
+// whole-series pass (z..smo) from svi, which leaves its state in
+// model->smooth.  reset_from_svi: a seasonal state's factors are copied into
+// model->smooth's own array; any other state takes all of svi.
+template <class F>
+struct KernelGrid {
+  static void reset_from_svi(WINMODEL* model) {
+    using K = typename F::Kernel;
+    if constexpr (pass::Seasonal<K>) {
+      model->smooth.level = model->svi.level;
+      if constexpr (pass::Trended<K>) model->smooth.trend = model->svi.trend;
+      copy_factors(model, model->smooth.sfactor, model->svi.sfactor);
+    } else {
+      model->smooth = model->svi;
+    }
+  }
+  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
+    using K = typename F::Kernel;
+    reset_from_svi(model);
+    typename K::State s = state_of<K>(model->smooth);
+    const int rc = pass::smooth(F::kernel(*model, w, fitcon->scodes), fitcon->x, fitcon->misflg, fitcon->n, s, mse,
+                                nullptr, nullptr);
+    keep_state<K>(s, model->smooth);
+    return rc;
+  }
+};
 
 // derivative_pass (see pass::OwnDerivativeLoops) of a seasonal family F
 // with the step record S, a pass::FactorStep: the record from the pass and

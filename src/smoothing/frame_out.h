@@ -10,7 +10,8 @@
 //
 // The forecast is the kernel's: a family trait F (see frame.h) names its
 // kernel record (smoothing/pass_kernel.h), whose states, state columns and
-// row width are stated there, and builds it from the model:
+// row width are stated there, and builds it from the model (the grid of the
+// estimation runs the same record, see KernelGrid in family_traits.h):
 //   using Kernel = ...;
 //   static Kernel kernel(const WINMODEL&, const double* w, const int* scodes);
 //        the record for the weights w and the season codes of the fit
@@ -252,6 +253,22 @@ int write_family_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel*
                      kStateColumns<K>.column, pass::kStates<K>);
 }
 
+// The state of the kernel K over the smoothed values v: the level[, the
+// trend][, v's factors, in place]; and back.
+template <class K>
+typename K::State state_of(const SMOOTHVALS& v) {
+  typename K::State s{};
+  s.level = v.level;
+  if constexpr (pass::Trended<K>) s.trend = v.trend;
+  if constexpr (pass::Seasonal<K>) s.sfactor = v.sfactor;
+  return s;
+}
+template <class K>
+void keep_state(const typename K::State& s, SMOOTHVALS& v) {
+  v.level = s.level;
+  if constexpr (pass::Trended<K>) v.trend = s.trend;
+}
+
 // Sets model->smooth to the state the prediction pass starts from: svi
 // (startflg 0, the pass runs its backcast first) or startvals (the state at
 // time 0 as given); only the states that the kernel K has.
@@ -275,20 +292,15 @@ int predict(WINMODEL* model, const double* w, long end, int startflg) {
   using K = typename F::Kernel;
   const long first = model->fitrange.start;
   const int* scodes = model->ts.scodes ? model->ts.scodes + first : nullptr;
-  SMOOTHVALS& sm = model->smooth;
-  typename K::State s{};
-  s.level = sm.level;
-  if constexpr (pass::Trended<K>) s.trend = sm.trend;
   if constexpr (pass::Seasonal<K>) {
     const long last = end > model->fitrange.nobs - 1 ? end : model->fitrange.nobs - 1;
-    if (sm.sfactor == nullptr || !codes_fit(scodes, last, model->ts.nseasons)) return kTooFew;
-    s.sfactor = sm.sfactor;
+    if (model->smooth.sfactor == nullptr || !codes_fit(scodes, last, model->ts.nseasons)) return kTooFew;
   }
+  typename K::State s = state_of<K>(model->smooth);
   const int rc =
       pass::predict(F::kernel(*model, w, scodes), model->ts.x + first, model->ts.misflg + first, model->fitrange.nobs,
                     s, 0, end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
-  sm.level = s.level;
-  if constexpr (pass::Trended<K>) sm.trend = s.trend;
+  keep_state<K>(s, model->smooth);
   return rc;
 }
 

@@ -41,7 +41,7 @@ using namespace smoothing::frame;
 // or 1, level and trend absorbing the difference, with their derivatives),
 // turns round and runs forward.
 
-struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivativeLoops<Family> {
+struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivativeLoops<Family>, KernelGrid<Family> {
   // Candidate k tries entry k of the three tables.
   static constexpr double kSeasonGrid[kGridRows] = {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4, 0.4, 0.4, 0.4,
                                                     0.6, 0.2, 0.2, 0.2, 0.2, 0.8, 0.6, 0.4, 0.4, 0.6};
@@ -74,19 +74,6 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
     WINT_DER_SEASON& d = fitcon->derwork.season;
     nwinfitfree(d.wlevel, d.wtrend, d.wseason);
     d.wlevel = d.wtrend = d.wseason = nullptr;
-  }
-
-  static void reset_from_svi(WINMODEL* model) {
-    model->smooth.level = model->svi.level;
-    model->smooth.trend = model->svi.trend;
-    copy_factors(model, model->smooth.sfactor, model->svi.sfactor);
-  }
-
-  static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
-    reset_from_svi(model);
-    return zwinsmo(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, model->ts.nseasons, model->additive,
-                   w[0], w[1], w[2], &model->smooth.level, &model->smooth.trend, model->smooth.sfactor, fitcon->scodes,
-                   mse, nullptr, nullptr);
   }
 
   // The eligible candidates side by side in one backward and forward pass,
@@ -208,7 +195,8 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
                    pder);
   }
 
-  // Forecast: the kernel's prediction pass, in the model's form.
+  // The kernel record, in the model's form: the grid's whole-series pass
+  // (KernelGrid) and the forecast's prediction pass run it.
   using Kernel = win::Kernel;
   static Kernel kernel(const WINMODEL& model, const double* w, const int* scodes) {
     return {model.ts.descstats.norm, model.additive, w[0], w[1], w[2], model.ts.nseasons, scodes};
