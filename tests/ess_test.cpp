@@ -16,7 +16,6 @@
 #include "regression/regression.h"
 #include "smoothing/essfit.h"
 #include "smoothing/esssubs.h"
-#include "support/pass_compare.h"
 #include "support/smooth_model.h"
 
 namespace {
@@ -303,28 +302,6 @@ struct SeasonalModel : smooth_test::Model {
               0);
   }
 };
-
-// The kernel's derivative loops give the frame's results to the bit, where
-// the passes end well and where they stop (cross products past their limit,
-// which the unchecked forward loop must find again by the checked one).
-TEST_F(Ess, DerivativeLoopsGiveTheBitsOfTheFrameStepByStep) {
-  std::vector<double> gapped = example_series("AirPassengers.csv");
-  gapped[0] = gapped[70] = kNaN;
-  std::vector<std::pair<std::vector<double>, int>> cases = {{gapped, 12}, {example_series("UKgas.csv"), 4}};
-  for (double scale : {1e74, 1e75, 1e76, 1e77, 1e150}) {
-    std::vector<double> big = example_series("USAccDeaths.csv");
-    for (double& v : big) v *= scale;
-    cases.emplace_back(big, 12);
-  }
-  int stopped = 0;
-  for (const auto& [values, ns] : cases) {
-    SeasonalModel sm(values, ns);
-    WINMODEL* m = sm.get();
-    stopped += pass_test::expect_same_passes<ess::Family>(m, m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.scodes,
-                                                          {0.3, 0.2, 0.9, 0.9, 0.05, 0.6});
-  }
-  EXPECT_GT(stopped, 0);
-}
 
 TEST_F(Ess, ShortSeriesAndMemory) {
   const std::vector<double> air = example_series("AirPassengers.csv");
