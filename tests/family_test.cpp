@@ -1,6 +1,7 @@
 // What every smoothing family must do, written once and run over all of them
 // through their traits: side-by-side grid passes give the bits of single
-// passes, analytic gradients agree with numeric ones, start values begin at
+// passes, analytic gradients agree with numeric ones, a kernel's own
+// derivative loops give the frame's bits, start values begin at
 // the last observation, the estimates are a minimum within the bounds and
 // the stable region, fixed weights stay, and a fit feeds a forecast through
 // the host's lists with the weights a direct fit finds.
@@ -239,6 +240,43 @@ TYPED_TEST(FamilyTest, AnalyticGradientEqualsNumericOne) {
   }
 }
 
+// A family whose kernel runs the derivative passes in loops of its own gives
+// the bits of the frame's loop, one fitobs per observation, where the passes
+// end well and where they stop (a factor below the floor, cross products
+// past their limit, which the unchecked forward loop must find again by the
+// checked one).
+TYPED_TEST(FamilyTest, KernelDerivativeLoopsGiveTheBitsOfTheFrame) {
+  using F = typename TypeParam::F;
+  if constexpr (!requires(fr::Pass & pass, const double* w) { F::backward_pass(pass, w); }) {
+    GTEST_SKIP() << "the family runs the frame's loop";
+  } else {
+    std::vector<double> gaps = example_series(kAir.file);
+    gaps[5] = gaps[40] = gaps[143] = std::nan("");
+    std::vector<double> alternating = example_series(kGas.file);
+    for (std::size_t t = 0; t < alternating.size(); t += 2) alternating[t] = -alternating[t];
+    std::vector<std::pair<std::vector<double>, int>> series = {{gaps, 12}, {alternating, 4}};
+    for (double scale : {1e74, 1e75, 1e76, 1e77, 1e80, 1e150}) {
+      std::vector<double> big = example_series("USAccDeaths.csv");
+      for (double& v : big) v *= scale;
+      series.emplace_back(big, 12);
+    }
+    std::vector<double> w;
+    for (int k : {3, 12, 19}) {
+      const std::vector<double> g = grid_row<F>(k);
+      w.insert(w.end(), g.begin(), g.end());
+    }
+    int stopped = 0;
+    for (const auto& [x, ns] : series) {
+      Model m(x, F::kNumWeights);
+      if (row_of<TypeParam>().seasonal) m.seasons(ns);
+      m->additive = TypeParam::kAdditive;
+      ASSERT_EQ(TypeParam::start(m.get()), 0);
+      stopped += pass_test::expect_same_passes<F>(m.get(), m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.scodes, w);
+    }
+    EXPECT_GT(stopped, 0);
+  }
+}
+
 // The backward pass starts at the last usable observation; with only the
 // first observation usable there is nothing to start from.
 TYPED_TEST(FamilyTest, StartValuesBeginAtTheLastObservation) {
@@ -367,7 +405,7 @@ TYPED_TEST(FamilyTest, FitFeedsForecastThroughTheLists) {
 
     const smooth_test::Table t = smooth_test::read_table(dir / "fc.csv");
     std::vector<std::string> names = {"DATE", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD"};
-    for (const auto& column : F::kStateColumns) names.push_back(column.name);
+    for (const auto& column : fr::kStateColumns<typename F::Kernel>.column) names.push_back(column.name);
     EXPECT_EQ(t.names, names);
     ASSERT_EQ(t.rows.size(), x.size() + 6);
     for (std::size_t r = 0; r < t.rows.size(); ++r) {

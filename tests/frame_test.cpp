@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -863,106 +864,39 @@ class ThreeWeightBox : public ::testing::Test {
 
 TEST_F(ThreeWeightBox, TrialsAreCutToTheBoxAndPinnedWeightsStay) {
   constexpr double kFree = NAN;
+  using W = std::array<double, 3>;
+  using Flags = std::array<signed char, 3>;
   struct Case {
     const char* what;
-    double cur[3];              // level, trend, third weight
-    signed char flags[3];       // of the current point
-    double lo[3], hi[3];        // bounds; equal bounds fix a weight
-    double d[3], d2[3], d1[3];  // full, pair and single steps
+    W cur;        // level, trend, third weight
+    Flags flags;  // of the current point
+    W lo, hi;     // bounds; equal bounds fix a weight
+    W d, d2, d1;  // full, pair and single steps
     double stepsize;
     bool season;
-    double want[3];
+    W want;
     int dim, nextdim;  // -1: not checked
     double r;          // rr[0], rr[1] or rr[2] of the evaluation
   };
   const double cut = (0.999 - 0.95) / 0.2;  // the damping weight reaches its bound first
   const Case cases[] = {
-      {"crossing a bound stops on it",
-       {0.5, 0.2, 0.95},
-       {0, 0, 0},
-       {kFree, kFree, kFree},
-       {kFree, kFree, kFree},
-       {0.1, 0.1, 0.2},
-       {},
-       {},
-       1.0,
-       false,
-       {0.5 + 0.1 * cut, 0.2 + 0.1 * cut, 0.999},
-       3,
-       2,
+      {"crossing a bound stops on it", W{0.5, 0.2, 0.95}, Flags{0, 0, 0}, W{kFree, kFree, kFree},
+       W{kFree, kFree, kFree}, W{0.1, 0.1, 0.2}, W{}, W{}, 1.0, false, W{0.5 + 0.1 * cut, 0.2 + 0.1 * cut, 0.999}, 3, 2,
        0.33},
-      {"pressing the same bound takes the pair step",
-       {0.5, 0.2, 0.999},
-       {0, 0, 1},
-       {kFree, kFree, kFree},
-       {kFree, kFree, kFree},
-       {0.1, 0.1, 0.2},
-       {0.05, -0.02, 0.0},
-       {},
-       1.0,
-       false,
-       {0.55, 0.18, 0.999},
-       2,
-       -1,
+      {"pressing the same bound takes the pair step", W{0.5, 0.2, 0.999}, Flags{0, 0, 1}, W{kFree, kFree, kFree},
+       W{kFree, kFree, kFree}, W{0.1, 0.1, 0.2}, W{0.05, -0.02, 0.0}, W{}, 1.0, false, W{0.55, 0.18, 0.999}, 2, -1,
        0.22},
       // A fixed weight sits on both its bounds, so it is not strictly inside.
-      {"a fixed weight is held from the first step",
-       {0.5, 0.2, 0.95},
-       {0, 0, 0},
-       {kFree, 0.2, kFree},
-       {kFree, 0.2, kFree},
-       {0.1, 0.3, 0.01},
-       {0.04, 0.0, 0.02},
-       {},
-       1.0,
-       false,
-       {0.54, 0.2, 0.97},
-       -1,
-       2,
-       0.22},
-      {"two fixed weights leave the single step",
-       {0.5, 0.2, 0.95},
-       {0, 0, 0},
-       {0.5, 0.2, kFree},
-       {0.5, 0.2, kFree},
-       {0.1, 0.3, 0.01},
-       {0.1, 0.3, 0.01},
-       {0.0, 0.0, 0.03},
-       0.5,
-       false,
-       {0.5, 0.2, 0.965},
-       1,
-       -1,
-       0.11},
+      {"a fixed weight is held from the first step", W{0.5, 0.2, 0.95}, Flags{0, 0, 0}, W{kFree, 0.2, kFree},
+       W{kFree, 0.2, kFree}, W{0.1, 0.3, 0.01}, W{0.04, 0.0, 0.02}, W{}, 1.0, false, W{0.54, 0.2, 0.97}, -1, 2, 0.22},
+      {"two fixed weights leave the single step", W{0.5, 0.2, 0.95}, Flags{0, 0, 0}, W{0.5, 0.2, kFree},
+       W{0.5, 0.2, kFree}, W{0.1, 0.3, 0.01}, W{0.1, 0.3, 0.01}, W{0.0, 0.0, 0.03}, 0.5, false, W{0.5, 0.2, 0.965}, 1,
+       -1, 0.11},
       // A cut fraction of 0 is not passed over: the trial is the point.
-      {"trend on its lower bound stepping out",
-       {0.5, 0.0011, 0.95},
-       {0, 0, 0},
-       {kFree, 0.0011, kFree},
-       {kFree, kFree, kFree},
-       {0.1, -0.2, 0.01},
-       {},
-       {},
-       1.0,
-       false,
-       {0.5, 0.0011, 0.95},
-       -1,
-       -1,
-       0.33},
-      {"the Winters family moves its seasonal weight",
-       {0.5, 0.2, 0.3},
-       {0, 0, 0},
-       {kFree, kFree, kFree},
-       {kFree, kFree, 0.35},
-       {0.0, 0.01, 0.1},
-       {},
-       {},
-       1.0,
-       true,
-       {0.5, 0.205, 0.35},
-       3,
-       2,
-       0.33},
+      {"trend on its lower bound stepping out", W{0.5, 0.0011, 0.95}, Flags{0, 0, 0}, W{kFree, 0.0011, kFree},
+       W{kFree, kFree, kFree}, W{0.1, -0.2, 0.01}, W{}, W{}, 1.0, false, W{0.5, 0.0011, 0.95}, -1, -1, 0.33},
+      {"the Winters family moves its seasonal weight", W{0.5, 0.2, 0.3}, Flags{0, 0, 0}, W{kFree, kFree, kFree},
+       W{kFree, kFree, 0.35}, W{0.0, 0.01, 0.1}, W{}, W{}, 1.0, true, W{0.5, 0.205, 0.35}, 3, 2, 0.33},
   };
   for (const Case& c : cases) {
     SetUp();

@@ -191,57 +191,6 @@ TEST_F(HostCache, TokensResolveToTheLongestMappedNameWithMultiplierAndShift) {
   EXPECT_NE(ext_->getDSMapByIntName(cache_, name.data(), 4, &cleared), 0);  // "MYCA" is not mapped
 }
 
-struct LoaderCalls {
-  int calls = 0;
-  int fail = 0;
-};
-
-int fill_three_rows(QKMemPtr arg, CINTCParms* pb, CINTCInfo* info) {
-  auto* calls = static_cast<LoaderCalls*>(arg);
-  ++calls->calls;
-  if (calls->fail != 0) return calls->fail;
-  EXPECT_NE(info->endBuffer, nullptr);
-  EXPECT_EQ(info->seasBuffer, nullptr);
-  for (int i = 0; i < pb->n; ++i) {
-    info->beginBuffer[i] = 100.0 * (i + 1);
-    info->endBuffer[i] = 100.0 * (i + 1) + 9;
-  }
-  info->nused = pb->n;
-  return 0;
-}
-
-TEST_F(HostCache, TablesLoadOnceAndAreSharedByReference) {
-  const auto interval = wide("MYCAL"), lib = wide("WORK"), member = wide("CAL");
-  CINTCInfo* info = nullptr;
-  ASSERT_EQ(ext_->getInfoByIntName(cache_, interval.data(), 5, &info), 0);
-  EXPECT_EQ(info, nullptr);  // mapped, not loaded yet
-
-  LoaderCalls calls;
-  CINTCParms parms{1, 3, const_cast<QKChar*>(lib.data()), 4, const_cast<QKChar*>(member.data()), 3, nullptr, 0, 0, 0};
-  calls.fail = -5;
-  EXPECT_NE(ext_->loadIntervalInfo(cache_, &parms, fill_three_rows, &calls, jnl_), 0);
-  ASSERT_EQ(ext_->getInfoByIntName(cache_, interval.data(), 5, &info), 0);
-  EXPECT_EQ(info, nullptr);  // a failed load leaves nothing behind
-
-  calls.fail = 0;
-  ASSERT_EQ(ext_->loadIntervalInfo(cache_, &parms, fill_three_rows, &calls, jnl_), 0);
-  EXPECT_EQ(calls.calls, 2);
-  CINTCInfo* first = nullptr;
-  CINTCInfo* second = nullptr;
-  ASSERT_EQ(ext_->getInfoByIntName(cache_, interval.data(), 5, &first), 0);
-  ASSERT_EQ(ext_->getDSMapByIntName(cache_, interval.data(), 5, nullptr), 0);
-  ASSERT_EQ(ext_->getInfoByDSName(cache_, lib.data(), 4, member.data(), 3, &second), 0);
-  ASSERT_NE(first, nullptr);
-  EXPECT_EQ(first, second);
-  EXPECT_EQ(first->nused, 3);
-  EXPECT_EQ(first->beginBuffer[2], 300.0);
-  EXPECT_EQ(first->endBuffer[0], 109.0);
-  EXPECT_EQ(first->cacheObj, cache_);
-  first->releaseRef(first);
-  second->releaseRef(second);
-  EXPECT_EQ(calls.calls, 2);
-}
-
 TEST(HostFormats, AttributesOfKnownFormatNames) {
   FATTRSTR attr{};
   int code = 0;

@@ -27,6 +27,7 @@ using esf::host::new_list;
 using esf::host::set_number;
 using esf::host::set_text;
 using method_test::date;
+using method_test::texts_of;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
@@ -502,12 +503,6 @@ List names_list(std::vector<List>& owned, std::initializer_list<const char*> nam
   owned.push_back(l);
   for (const char* n : names) append_text(l, n);
   return l;
-}
-
-std::vector<std::string> texts_of(List l) {
-  std::vector<std::string> out;
-  for (const SLIST_ITEM* it : items(l)) out.emplace_back(it->data.c.p, it->data.c.len);
-  return out;
 }
 
 TEST_F(ArgsTest, ListDifference) {

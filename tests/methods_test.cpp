@@ -1,6 +1,7 @@
 // The simple smoothing methods end to end through the host's lists: the
 // return code of every failure a fit or a forecast can meet, the lists a
-// failed call leaves alone, and a fit followed by a forecast.
+// failed call leaves alone, and the lists a fit writes (a fit followed by a
+// forecast, for every family: family_test.cpp).
 #include <unistd.h>
 
 #include <cmath>
@@ -29,6 +30,7 @@ using esf::host::MethodCall;
 using esf::host::set_number;
 using esf::host::set_text;
 using method_test::CallLists;
+using method_test::texts_of;
 using smooth_test::read_table;
 using smooth_test::Table;
 
@@ -59,12 +61,6 @@ std::vector<std::string> names_of(List list) {
 std::vector<double> numbers_of(List list) {
   std::vector<double> out;
   for (const SLIST_ITEM* it : items(list)) out.push_back(slgetnv(it, 0));
-  return out;
-}
-
-std::vector<std::string> texts_of(List list) {
-  std::vector<std::string> out;
-  for (const SLIST_ITEM* it : items(list)) out.emplace_back(it->data.c.p, it->data.c.len);
   return out;
 }
 
@@ -219,18 +215,6 @@ TEST_F(MethodsTest, FitWritesWeightsEstimatesAndStates) {
   EXPECT_TRUE(items(find_list(stats, "NAMES")).empty());
 }
 
-TEST_F(MethodsTest, FitWithAsManyObservationsAsWeightsHasNoStandardErrors) {
-  // The fit range holds one usable observation for one weight.
-  CallLists l({kNaN, 3.0, 4.0, 5.0});
-  set_number(l.fit_range, "NOBS", 2);
-  ASSERT_EQ(fit(l), 0);
-  List est = find_list(l.model, "ESTIMATES");
-  ASSERT_EQ(items(find_list(est, "STDERRS")).size(), 1u);
-  EXPECT_TRUE(esf::is_missing(numbers_of(find_list(est, "STDERRS"))[0]));
-  EXPECT_TRUE(esf::is_missing(numbers_of(find_list(est, "TVALS"))[0]));
-  EXPECT_FALSE(esf::is_missing(numbers_of(find_list(est, "VALUES"))[0]));
-}
-
 TEST_F(MethodsTest, RepeatedFitAppends) {
   CallLists l(kAir);
   ASSERT_EQ(fit(l), 0);
@@ -245,24 +229,6 @@ TEST_F(MethodsTest, RepeatedFitAppends) {
 }
 
 // ---- Forecast ----------------------------------------------------------------------
-
-TEST_F(MethodsTest, FitThenForecastThroughTheLists) {
-  CallLists l(kAir);
-  ASSERT_EQ(fit(l), 0);
-  const double w = *find_number(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"), "LEVEL");
-  const double start = *find_number(find_list(l.spec, "STARTVALS"), "LEVEL");
-  ASSERT_EQ(forecast(l, 0.05, 12), 0);
-
-  const Table t = read_table(table_file());
-  ASSERT_EQ(t.rows.size(), kAir.size() + 12);
-  // The forecasts follow the smoothing recursion from the fit's weight and
-  // time-0 state: no backward pass runs when STARTVALS is complete.
-  double level = start;
-  for (std::size_t i = 0; i < t.rows.size(); ++i) {
-    EXPECT_DOUBLE_EQ(t.rows[i][2], level) << i;
-    if (i < kAir.size()) level = kAir[i] * w + level * (1.0 - w);
-  }
-}
 
 TEST_F(MethodsTest, ForecastArgumentsAndDefaults) {
   struct Case {

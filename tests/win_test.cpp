@@ -23,7 +23,6 @@
 #include "smoothing/winfit.h"
 #include "smoothing/winsubs.h"
 #include "support/method_session.h"
-#include "support/pass_compare.h"
 #include "support/smooth_model.h"
 #include "support/trend_session.h"
 
@@ -356,33 +355,6 @@ TEST_P(WinKernel, ForecastsFollowTheTrendedLineAndTheEndFactors) {
   std::vector<double> ones(ns, 1.0);
   EXPECT_EQ(zwinclm(w.a, w.g, w.c, ns, 2.0, ns + 1, 0.05, ones.data(), 1, nullptr),
             zwincla(w.a, w.g, w.c, ns, 2.0, ns + 1, 0.05, nullptr));
-}
-
-// The kernel's derivative loops give the frame's results to the bit, where
-// the passes end well and where they stop (a factor below the floor, cross
-// products past their limit, which the unchecked forward loop must find
-// again by the checked one).
-TEST_P(WinKernel, DerivativeLoopsGiveTheBitsOfTheFrameStepByStep) {
-  std::vector<std::pair<std::vector<double>, int>> series;
-  std::vector<double> gaps = example_series("AirPassengers.csv");
-  gaps[5] = gaps[40] = gaps[143] = std::nan("");
-  series.emplace_back(gaps, 12);
-  std::vector<double> alternating = example_series("UKgas.csv");
-  for (std::size_t t = 0; t < alternating.size(); t += 2) alternating[t] = -alternating[t];
-  series.emplace_back(alternating, 4);
-  for (double scale : {1e74, 1e75, 1e76, 1e77, 1e80}) {
-    std::vector<double> big = example_series("USAccDeaths.csv");
-    for (double& v : big) v *= scale;
-    series.emplace_back(big, 12);
-  }
-  int stopped = 0;
-  for (const auto& [x, ns] : series) {
-    WinModel m(x, ns, additive());
-    ASSERT_EQ(m.start_rc, 0);
-    stopped += pass_test::expect_same_passes<win::Family>(m.get(), m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.scodes,
-                                                          {0.3, 0.05, 0.2, 0.9, 0.9, 0.6, 0.05, 0.5, 0.9});
-  }
-  EXPECT_GT(stopped, 0);
 }
 
 // The side-by-side passes in every lane width (the widest the processor has,

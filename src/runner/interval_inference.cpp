@@ -16,11 +16,11 @@ namespace {
 // The calendar routines of the loaded image that inference needs.
 struct Routines {
   explicit Routines(Loader& loader)
-      : zintfit(loader.symbol<int(double, double, char*, INTERVAL*, INTINFO*)>("zintfit")),
-        zintstr(loader.symbol<int(tchar*, int, INTERVAL*)>("zintstr")),
-        zintnx2(loader.symbol<double(INTERVAL*, double, double)>("zintnx2")),
-        zintck2(loader.symbol<double(INTERVAL*, double, double)>("zintck2")),
-        zintnx3(loader.symbol<double(INTERVAL*, double, double, tchar*, INTERVAL*)>("zintnx3")) {}
+      : zintfit(Loader::required(loader.routines().zintfit, "zintfit")),
+        zintstr(Loader::required(loader.routines().zintstr, "zintstr")),
+        zintnx2(Loader::required(loader.routines().zintnx2, "zintnx2")),
+        zintck2(Loader::required(loader.routines().zintck2, "zintck2")),
+        zintnx3(Loader::required(loader.routines().zintnx3, "zintnx3")) {}
   int (*zintfit)(double, double, char*, INTERVAL*, INTINFO*);
   int (*zintstr)(tchar*, int, INTERVAL*);
   double (*zintnx2)(INTERVAL*, double, double);

@@ -11,21 +11,14 @@
 #include "host/host.h"
 #include "module/host_api.h"
 #include "primitives/primitives.h"
+#include "support/smooth_model.h"
 
 namespace method_test {
 
-// mcn_main stores the anchors through which the module reaches the pool;
-// it runs once per test program.
-inline void connect_module() {
-  static const bool connected = [] {
-    mcn_main(reinterpret_cast<ptr*>(esf::host::gcb_anchor()), reinterpret_cast<ptr>(esf::host::pidb()));
-    return true;
-  }();
-  (void)connected;
-}
-
-// The date value of a calendar day: days since 1 January 1960.
-inline double date(int y, int m, int d) { return ziddmdy(m, d, y); }
+// The module image connected to the host stand-in, and the date value of a
+// calendar day.
+using smooth_test::connect_module;
+using smooth_test::date;
 
 // The lists of one method call on a series, built the way the object
 // language passes them. The model list holds the model description as
@@ -79,6 +72,13 @@ struct CallLists {
 inline std::vector<double> air_passengers_head() {
   return {112, 118, 132, 129, 121, 135, 148, 148, 136, 119, 104, 118, 115, 126, 141, 135, 125, 149,
           170, 170, 158, 133, 114, 140, 145, 150, 178, 163, 172, 178, 199, 199, 184, 162, 146, 166};
+}
+
+// The texts of a list's items, in order.
+inline std::vector<std::string> texts_of(List list) {
+  std::vector<std::string> out;
+  for (const SLIST_ITEM* it : esf::host::items(list)) out.emplace_back(it->data.c.p, it->data.c.len);
+  return out;
 }
 
 }  // namespace method_test
