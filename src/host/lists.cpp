@@ -212,10 +212,7 @@ int slni(List list, SLIndex index, const tchar* name, int len) {
   SLIST_ITEM* item = item_at(list, index);
   if (item == nullptr) return 1;
   if (name != nullptr && len < 0) len = static_cast<int>(std::strlen(name));
-  tchar* copy = copy_text(name, len);
-  delete[] item->name;
-  item->name = copy;
-  item->name_l = copy != nullptr ? len : 0;
+  rename_item(item, name, len);
   return 0;
 }
 
@@ -280,7 +277,7 @@ void free_list(List list) {
 std::size_t live_lists() {
   Registry* reg = registry_of(fmcomp());
   std::lock_guard lock(reg->mutex);
-  return reg->lists.size();
+  return reg->live;
 }
 
 namespace {

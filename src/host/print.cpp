@@ -40,7 +40,11 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
   if (fmt == nullptr) return;
   for (const char* p = fmt; *p != '\0'; ++p) {
     if (*p != '%') {
-      out.push_back(*p);
+      // The text up to the next directive, at once.
+      const char* end = p;
+      while (end[1] != '\0' && end[1] != '%') ++end;
+      out.append(p, static_cast<std::size_t>(end - p + 1));
+      p = end;
       continue;
     }
     const char* start = p++;
@@ -73,10 +77,27 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
     // The C conversion specification of this directive.
     char spec[64];
     auto c_spec = [&](char conv, const char* length) {
-      int n = std::snprintf(spec, sizeof spec, "%%%s", flags.c_str());
-      if (width >= 0) n += std::snprintf(spec + n, sizeof spec - static_cast<std::size_t>(n), "%d", width);
-      if (precision >= 0) n += std::snprintf(spec + n, sizeof spec - static_cast<std::size_t>(n), ".%d", precision);
-      std::snprintf(spec + n, sizeof spec - static_cast<std::size_t>(n), "%s%c", length, conv);
+      char* q = spec;
+      *q++ = '%';
+      for (char f : flags) *q++ = f;
+      // Width and precision are at most 400: three digits.
+      auto digits = [&](int v) {
+        char d[4];
+        int k = 0;
+        do {
+          d[k++] = static_cast<char>('0' + v % 10);
+          v /= 10;
+        } while (v > 0);
+        while (k > 0) *q++ = d[--k];
+      };
+      if (width >= 0) digits(width);
+      if (precision >= 0) {
+        *q++ = '.';
+        digits(precision);
+      }
+      while (*length != '\0') *q++ = *length++;
+      *q++ = conv;
+      *q = '\0';
     };
     char buf[512];
     switch (*p) {

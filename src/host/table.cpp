@@ -109,6 +109,8 @@ struct Table {
   esf::host::TableFileOptions file_options;  // of its libref, for a file
   std::string memory_key;                    // its catalogue name, "LIB.MEM"
   std::vector<std::vector<double>> columns;  // its values, one vector per variable
+  std::size_t nrows = 0;                     // rows in `columns`, which have room for more
+  bool staged = false;                       // xyvput put a record at row `nrows`
   fs::path path;
   fs::path temp_path;
   // A file's text not yet written to `fd`: whole records, written out in
@@ -367,6 +369,14 @@ int read_table(Table& t, const fs::path& path) {
   return 0;
 }
 
+// Room in the columns of an in-memory table for row `nrows`: they are sized
+// ahead and grow together when full, so that a row is stored in place.
+void make_room(Table& t) {
+  if (t.nrows == t.columns[0].size()) {
+    for (std::vector<double>& c : t.columns) c.resize(2 * t.nrows);
+  }
+}
+
 // Records still to be written before one fails (table_fail_write); -1: none.
 std::atomic<long> g_writes_before_failure{-1};
 
@@ -380,7 +390,16 @@ int table_add(XO_PARMS* xoparm) {
     t.write_failed = true;
     status = fail(kTableWrite, fmt::format("writing a record of {} failed", t.path.string()));
   } else if (t.in_memory) {
-    for (std::size_t j = 0; j < t.record.size(); ++j) t.columns[j].push_back(t.record[j]);
+    // xyvput put the record in place as the next row; without it the row
+    // repeats the record of the last one.
+    if (!t.staged) {
+      make_room(t);
+      for (std::size_t j = 0; j < t.columns.size(); ++j) {
+        t.columns[j][t.nrows] = t.nrows > 0 ? t.columns[j][t.nrows - 1] : t.record[j];
+      }
+    }
+    ++t.nrows;
+    t.staged = false;
   } else {
     // Each field's text goes straight to the end of the pending text, which
     // has room for the longest record.
@@ -483,6 +502,7 @@ int close_memory_table(Table& t, int how) {
   esf::host::MemoryTable table;
   table.name = t.memory_key;
   table.variables = std::move(t.vars);
+  for (std::vector<double>& c : t.columns) c.resize(t.nrows);
   table.columns = std::move(t.columns);
   memory_catalogue()[t.memory_key] = std::move(table);
   return 0;
@@ -678,7 +698,7 @@ int xvpute(ptr xvp) {
   t.state = Table::State::Defined;
   if (t.in_memory) {
     t.columns.resize(t.vars.size());
-    for (std::vector<double>& c : t.columns) c.reserve(kFirstRows);
+    for (std::vector<double>& c : t.columns) c.resize(kFirstRows);
     return 0;
   }
   t.pending.reserve(kFileChunk + t.vars.size() * (esf::host::kMaxTableFieldChars + 1));
@@ -694,7 +714,19 @@ int xyvput(ptr xvp, int /*flags*/) {
   if (xvp == nullptr) return kTableState;
   Table& t = *table_of(xvp);
   if (!t.output || t.state != Table::State::Defined) return kTableState;
-  for (std::size_t j = 0; j < t.slots.size(); ++j) t.record[j] = *t.slots[j];
+  double* const* slots = t.slots.data();
+  const std::size_t n = t.slots.size();
+  if (t.in_memory) {
+    // The record goes straight into the columns, as the next row.
+    make_room(t);
+    std::vector<double>* columns = t.columns.data();
+    const std::size_t row = t.nrows;
+    for (std::size_t j = 0; j < n; ++j) columns[j].data()[row] = *slots[j];
+    t.staged = true;
+    return 0;
+  }
+  double* record = t.record.data();
+  for (std::size_t j = 0; j < n; ++j) record[j] = *slots[j];
   return 0;
 }
 
