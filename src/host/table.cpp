@@ -44,13 +44,13 @@ namespace {
 
 std::string upper(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  for (char& c : out) c = ascii_upper(c);
   return out;
 }
 
 std::string lower(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (char& c : out) c = ascii_lower(c);
   return out;
 }
 
@@ -64,16 +64,14 @@ std::string trim(std::string_view s) {
 // A name: a letter or underscore, then letters, digits and underscores.
 bool is_name(std::string_view s, std::size_t max) {
   if (s.empty() || s.size() > max) return false;
-  if (!(std::isalpha(static_cast<unsigned char>(s[0])) || s[0] == '_')) return false;
-  return std::all_of(s.begin(), s.end(),
-                     [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; });
+  if (!(ascii_letter(s[0]) || s[0] == '_')) return false;
+  return std::all_of(s.begin(), s.end(), [](char c) { return ascii_letter(c) || ascii_digit(c) || c == '_'; });
 }
 
 // Two names equal but for the case of their letters.
 bool same_name(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::toupper(static_cast<unsigned char>(x)) == std::toupper(static_cast<unsigned char>(y));
-         });
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return ascii_upper(x) == ascii_upper(y); });
 }
 
 struct Librefs {
