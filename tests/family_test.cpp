@@ -379,7 +379,7 @@ TYPED_TEST(FamilyTest, FitFeedsForecastThroughTheLists) {
 
     const smooth_test::Table t = smooth_test::read_table(dir / "fc.csv");
     std::vector<std::string> names = {"DATE", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD"};
-    for (const auto& column : F::kStateColumns) names.push_back(column.name);
+    for (const auto& column : fr::kStateColumns<typename F::Kernel>.column) names.push_back(column.name);
     EXPECT_EQ(t.names, names);
     ASSERT_EQ(t.rows.size(), x.size() + 6);
     for (std::size_t r = 0; r < t.rows.size(); ++r) {

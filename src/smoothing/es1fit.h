@@ -80,19 +80,9 @@ struct Family : FamilyDefaults, LevelWeightShape {
                    wkflag, pder);
   }
 
-  // Forecast.
-  static constexpr int kRowDoubles = 7;
-  static constexpr OutputColumn kStateColumns[1] = {{"LEVEL", kMsgLevel}};
-
-  static void forecast_start(WINMODEL* model, int startflg) {
-    model->smooth.level = startflg == 0 ? model->svi.level : model->startvals.level;
-  }
-
-  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    return zes1prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
-                   model->ts.descstats.norm, model->fitrange.nobs, w[0], &model->smooth.level, 0, end, model->lead,
-                   model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
-  }
+  // Forecast: the kernel's prediction pass.
+  using Kernel = es1::Kernel;
+  static Kernel kernel(const WINMODEL& model, const double* w, const int*) { return {model.ts.descstats.norm, w[0]}; }
 };
 
 }  // namespace es1

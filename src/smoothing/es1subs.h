@@ -121,7 +121,7 @@ struct Kernel {
   struct State {
     double level;
   };
-  static constexpr int kStates = 1;
+  static constexpr pass::Column kColumns[] = {pass::Column::level};
   static constexpr long kParms = 1;
   // In zes1smo the xhat slot of a missing observation repeats the previous
   // prediction; zes1prd shows the level there.

@@ -86,12 +86,10 @@ struct Family : TrendedFamily {
                    model->svi.trend, d, wkflag, pder);
   }
 
-  // Forecast.
-  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    return zes2prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
-                   model->ts.descstats.norm, model->fitrange.nobs, w[0], w[1], &model->smooth.level,
-                   &model->smooth.trend, 0, end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse,
-                   model->out.strptr);
+  // Forecast: the kernel's prediction pass.
+  using Kernel = es2::Kernel;
+  static Kernel kernel(const WINMODEL& model, const double* w, const int*) {
+    return {{}, model.ts.descstats.norm, w[0], w[1]};
   }
 };
 

@@ -97,12 +97,10 @@ struct Family : TrendedFamily, ThreeWeightShape<Slot::damp> {
                    model->svi.trend, d, wkflag, pder);
   }
 
-  // Forecast.
-  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    return zes3prd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
-                   model->ts.descstats.norm, model->fitrange.nobs, w[0], w[1], w[2], &model->smooth.level,
-                   &model->smooth.trend, 0, end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse,
-                   model->out.strptr);
+  // Forecast: the kernel's prediction pass.
+  using Kernel = es3::Kernel;
+  static Kernel kernel(const WINMODEL& model, const double* w, const int*) {
+    return {{}, model.ts.descstats.norm, w[0], w[1], w[2]};
   }
 };
 

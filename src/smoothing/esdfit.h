@@ -80,11 +80,10 @@ struct Family : TrendedFamily, LevelWeightShape {
                    model->svi.trend, deltas[0], wkflag, pder);
   }
 
-  // Forecast.
-  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    return zesdprd(model->ts.x + model->fitrange.start, model->ts.misflg + model->fitrange.start,
-                   model->ts.descstats.norm, model->fitrange.nobs, w[0], &model->smooth.level, &model->smooth.trend, 0,
-                   end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
+  // Forecast: the kernel's prediction pass.
+  using Kernel = esd::Kernel;
+  static Kernel kernel(const WINMODEL& model, const double* w, const int*) {
+    return {{}, model.ts.descstats.norm, w[0]};
   }
 };
 

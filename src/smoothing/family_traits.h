@@ -16,9 +16,13 @@
 //                      states and their derivatives
 //   grid_side_by_side  grid_mse_all of a trended family from its
 //                      side-by-side pass
+//   factor_derivative_pass
+//                      derivative_pass of a seasonal family from its step
+//                      record
 //
-// and what the seasonal families (seasonal, Winters) share about their
-// factors: factor_bytes, copy_factors and the season-code check codes_fit.
+// What the seasonal families share about their factors (factor_bytes,
+// copy_factors and the season-code check codes_fit) stands in frame_out.h,
+// whose prediction pass needs it too.
 #pragma once
 
 #include <cstring>
@@ -29,26 +33,6 @@
 #include "smoothing/trend_kernel.h"
 
 namespace smoothing::frame {
-
-// Bytes of one state's factors: one double per season.
-inline size_t factor_bytes(const WINMODEL* model) {
-  return static_cast<size_t>(model->ts.nseasons > 0 ? model->ts.nseasons : 0) * sizeof(double);
-}
-
-// Copies the factors of one state into another.
-inline void copy_factors(const WINMODEL* model, double* to, const double* from) {
-  const size_t bytes = factor_bytes(model);
-  if (bytes && to != from) std::memcpy(to, from, bytes);
-}
-
-// Every season code of rows 0..last lies within the cycle.
-inline bool codes_fit(const int* scodes, long last, int nseasons) {
-  if (nseasons < 1 || scodes == nullptr) return false;
-  for (long t = 0; t <= last; ++t) {
-    if (scodes[t] < 0 || scodes[t] >= nseasons) return false;
-  }
-  return true;
-}
 
 // The level and trend tables of the grid that the families with more than
 // one weight share: candidate k tries level kLevelGrid[k] (and trend
@@ -87,9 +71,8 @@ struct ThreeWeightShape {
   static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
 };
 
-// The states level and trend: a pass starts from svi, startvals keeps both,
-// a forecast starts from svi (startflg 0) or startvals, and a row of the
-// table has eight doubles, the last two LEVEL and TREND.
+// The states level and trend: a pass starts from svi and startvals keeps
+// both.
 struct TrendedFamily : FamilyDefaults {
   static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
     pass.smooth.level = model.svi.level;
@@ -99,15 +82,6 @@ struct TrendedFamily : FamilyDefaults {
   static void save_start(const Pass& pass, WINMODEL* model) {
     model->startvals.level = pass.smooth.level;
     model->startvals.trend = pass.smooth.trend;
-  }
-
-  static constexpr int kRowDoubles = 8;
-  static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}};
-
-  static void forecast_start(WINMODEL* model, int startflg) {
-    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
-    model->smooth.level = from.level;
-    model->smooth.trend = from.trend;
   }
 };
 
@@ -158,6 +132,39 @@ inline void grid_side_by_side(WINMODEL* model, const FITCON* fitcon, const doubl
                                 Many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, lanes, count,
                                      model->svi.level, model->svi.trend, lane_rc, lane_mse);
                               });
+}
+
+// derivative_pass (see pass::OwnDerivativeLoops) of a seasonal family F
+// with the step record S, a pass::FactorStep: the record from the pass and
+// the weights, with the factors' derivative arrays of F's weights; the state
+// loaded from the pass and stored back.
+template <class F, class S, class Run>
+inline int factor_derivative_pass(Pass& p, const double* w, Run run) {
+  constexpr int P = S::kWeights;
+  WINT_DER_SEASON& d = p.der.season;
+  S step{p.scodes, p.nseasons, p.xscale, {}, p.smooth.sfactor, {}};
+  for (int i = 0; i < P; ++i) {
+    step.w[i] = w[i];
+    step.dersea[i] = F::kSlots[i] == Slot::level ? d.wlevel : F::kSlots[i] == Slot::trend ? d.wtrend : d.wseason;
+  }
+  typename S::State st{};
+  st.level = p.smooth.level;
+  st.xhat = p.smooth.xhat;
+  for (int i = 0; i < P; ++i) st.derlev[i] = p.der.level[i];
+  if constexpr (requires { st.trend; }) {
+    st.trend = p.smooth.trend;
+    for (int i = 0; i < P; ++i) st.dertre[i] = p.der.trend[i];
+  }
+  const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+  const int rc = run(static_cast<const S&>(step), series, st);
+  p.smooth.level = st.level;
+  p.smooth.xhat = st.xhat;
+  for (int i = 0; i < P; ++i) p.der.level[i] = st.derlev[i];
+  if constexpr (requires { st.trend; }) {
+    p.smooth.trend = st.trend;
+    for (int i = 0; i < P; ++i) p.der.trend[i] = st.dertre[i];
+  }
+  return rc;
 }
 
 }  // namespace smoothing::frame

@@ -7,8 +7,13 @@
 // A family comes in as a small kernel record K, built from its weights and
 // the scale of the series, which holds:
 //
-//   struct State;                      the states, by value (level[, trend])
-//   static constexpr int kStates;      doubles of State written in a row
+//   struct State;                      the states, by value (level[, trend]
+//                                      [, the factors and the season])
+//   static constexpr Column kColumns[];
+//                                      the states written after the first
+//                                      six doubles of a row, in order: a
+//                                      row of z..prd has kRowDoubles<K>
+//                                      doubles, one of z..smo 3 + kStates<K>
 //   static constexpr long kParms;      weights: the prediction pass divides
 //                                      its sum of squares by nobs - kParms
 //   static constexpr bool kMissingRepeatsPrediction;
@@ -81,7 +86,6 @@
 #include <cmath>
 #include <concepts>
 #include <cstring>
-#include <initializer_list>
 
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
@@ -99,9 +103,29 @@ using smoothing::kStateLimit;
 using smoothing::kTiny;
 using smoothing::kTooFew;
 
+// A state column of a row: what put() writes there.
+enum class Column { level, trend, season };
+
+template <class K>
+inline constexpr int kStates = static_cast<int>(sizeof K::kColumns / sizeof K::kColumns[0]);
+
+// Doubles in a row of z..prd: the observation, the prediction, its two
+// limits, the error, the standard error and the states.
+template <class K>
+inline constexpr int kRowDoubles = 6 + kStates<K>;
+
+// A seasonal kernel: its state holds the factors (`sfactor`) and the season
+// of the step.
 template <class K>
 concept Seasonal = requires(const K& k, typename K::State& s, long t) {
   k.at(s, t);
+  s.sfactor;
+};
+
+// A kernel whose state holds a trend.
+template <class K>
+concept Trended = requires(typename K::State& s) {
+  s.trend;
 };
 
 template <class K>
@@ -175,7 +199,7 @@ inline int forward(const K& k, const double* x, const char* misflg, long n, type
       strptr[1] = xhat;
       strptr[2] = e;
       k.put(s, strptr + 3);
-      strptr += 3 + K::kStates;
+      strptr += 3 + kStates<K>;
     }
   }
 
@@ -241,7 +265,7 @@ inline int predict(const K& k, const double* x, const char* misflg, long n, type
     if (strptr && t >= start) {
       put_row(strptr, x[t], xhat, limit, e, std_fit);
       k.put(s, strptr + 6);
-      strptr += 6 + K::kStates;
+      strptr += kRowDoubles<K>;
     }
   }
 
@@ -266,7 +290,7 @@ inline int predict(const K& k, const double* x, const char* misflg, long n, type
       hw = z * sd;
     }
     put_row(strptr, kMissing, fc, hw, kMissing, sd);
-    strptr += 6 + K::kStates;
+    strptr += kRowDoubles<K>;
   }
   return kOk;
 }
@@ -601,20 +625,75 @@ inline bool unchecked_sums_are_exact(const double* sums) noexcept {
   return small;
 }
 
-// The save and restore of a step record whose pass writes arrays of
-// `length` doubles each: they stand one after the other in the copy.
-inline void save_arrays(std::initializer_list<const double*> arrays, long length, double* to) noexcept {
-  for (const double* a : arrays) {
-    std::memcpy(to, a, static_cast<size_t>(length) * sizeof(double));
-    to += length;
+// The step record of a seasonal family with P weights (the seasonal family
+// 2, the Winters forms 3): its states held by value in U::State, the factors
+// and their P derivative arrays in memory, indexed by the season code of
+// each observation.  U, the family's update in one form, gives
+//
+//   struct State;                      the level[, the trend], `xhat` (the
+//                                      last prediction of a step that
+//                                      succeeded) and their derivatives
+//   static double prediction(const State&, double factor);
+//                                      the prediction of an observation whose
+//                                      season has this factor: what stands
+//                                      in for a missing one
+//   static int point(const double* w, double xscale, State&, double* sfactor,
+//                    int code, double value, double& xhat, double& e);
+//                                      the family's z..pnt on the state and
+//                                      the factor of season `code`
+//   static int derive(const double* w, const State& before, State& after,
+//                     double lseason, double value, double* ds, double* wder);
+//                                      the family's z..dpd: `before` the state
+//                                      before point, lseason the factor
+//                                      before it, ds the factor's P
+//                                      derivatives (in and out), wder the P
+//                                      prediction derivatives
+//
+// A failed point leaves the derivatives alone; a failed derive still stores
+// what it left in the factor's derivatives.
+template <int P, class U>
+struct FactorStep {
+  static constexpr int kWeights = P;
+  using State = typename U::State;
+
+  const int* scodes;
+  int nseasons;
+  double xscale;
+  double w[P];
+  double* sfactor;
+  double* dersea[P];  // d factor[s] / d weight i
+
+  double missing_value(const State& s, long t) const noexcept { return U::prediction(s, sfactor[scodes[t]]); }
+  [[gnu::always_inline]] int step(State& s, long t, double value, double* wder) const noexcept {
+    const int code = scodes[t];
+    const State before = s;
+    const double lseason = sfactor[code];
+    double xhat = 0.0;
+    double e = 0.0;
+    int rc = U::point(w, xscale, s, sfactor, code, value, xhat, e);
+    if (rc < 0) return rc;
+    double ds[P];
+    for (int i = 0; i < P; ++i) ds[i] = dersea[i][code];
+    rc = U::derive(w, before, s, lseason, value, ds, wder);
+    for (int i = 0; i < P; ++i) dersea[i][code] = ds[i];
+    if (rc < 0) return rc;
+    s.xhat = xhat;
+    wder[P] = e;
+    return kOk;
   }
-}
-inline void restore_arrays(std::initializer_list<double*> arrays, long length, const double* from) noexcept {
-  for (double* a : arrays) {
-    std::memcpy(a, from, static_cast<size_t>(length) * sizeof(double));
-    from += length;
+  // The factors, then their derivatives by each weight.
+  long saved() const noexcept { return (P + 1L) * nseasons; }
+  void save(double* to) const noexcept {
+    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
+    std::memcpy(to, sfactor, bytes);
+    for (int i = 0; i < P; ++i) std::memcpy(to + (i + 1L) * nseasons, dersea[i], bytes);
   }
-}
+  void restore(const double* from) const noexcept {
+    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
+    std::memcpy(sfactor, from, bytes);
+    for (int i = 0; i < P; ++i) std::memcpy(dersea[i], from + (i + 1L) * nseasons, bytes);
+  }
+};
 
 // Arrays of up to this many doubles are saved on the stack so that the
 // forward pass can run unchecked first.
