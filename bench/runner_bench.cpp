@@ -174,18 +174,14 @@ void run(benchmark::State& state, const char* model, const char* interval, const
   b.threads = threads;
   // The table as CSV text, on the worker thread as the command line makes it.
   std::mutex mutex;
+  std::once_flag columns_made;
   std::vector<std::string> columns;
   double write = 0;
   b.prepare = [&](runner::SeriesOutcome& out) {
     if (!out.ok || !forecast) return;
     const double t0 = runner::thread_cpu_seconds();
-    std::vector<std::string> names;
-    {
-      std::lock_guard lock(mutex);
-      if (columns.empty()) columns = runner::output_columns(out.result.table, plan);
-      names = columns;
-    }
-    out.prepared = runner::table_csv(out, runner::column_map(out, names), o.lead, false);
+    std::call_once(columns_made, [&] { columns = runner::output_columns(out.result.table, plan); });
+    out.prepared = runner::table_csv(out, runner::column_map(out, columns), o.lead, false);
     const double t = runner::thread_cpu_seconds() - t0;
     std::lock_guard lock(mutex);
     write += t;

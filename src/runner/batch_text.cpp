@@ -153,7 +153,7 @@ std::string table_csv(const SeriesOutcome& o, const std::vector<int>& map, int l
       key.size() + map.size() * (host::kMaxTableFieldChars + 1) + kForecast.size() + 24;  // the lead and the line end
   const std::size_t first = future_only ? first_forecast : 0;
   std::string out;
-  out.reserve((rows - std::min(first, rows)) * (key.size() + 12 * map.size() + kForecast.size() + 4));
+  out.reserve((rows - std::min(first, rows)) * room);
   for (std::size_t i = first; i < rows; ++i) {
     const std::size_t at = out.size();
     out.resize(at + room);

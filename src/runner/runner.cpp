@@ -293,7 +293,10 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   INTERVAL* iv = &interval;
   Calendar calendar;
   calendar.period_start = [&cal, iv](double t) { return cal.zintnx2(iv, t, 0.0); };
-  calendar.count = [&cal, iv](double from, double to) { return cal.zintck2(iv, from, to); };
+  CalendarMemo& memo = CalendarMemo::rows_of(interval, CalendarMemo::kCount);
+  calendar.count = [&cal, iv, &memo](double from, double to) {
+    return memo.answer(CalendarMemo::kCount, from, to, [&] { return cal.zintck2(iv, from, to); });
+  };
   calendar.is_missing = [](double v) { return esf::is_missing(v) || std::isnan(v); };
   p->placed = place_series(csv, calendar);
 
