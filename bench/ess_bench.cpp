@@ -54,34 +54,16 @@ std::vector<double> series(long n) {
   return x;
 }
 
-// A model with the season codes and the three factor arrays of a seasonal
-// call.
-class SeasonalModel {
- public:
-  explicit SeasonalModel(const std::vector<double>& x) : m_(x, 2) {
-    WINMODEL* m = m_.get();
-    const long n = m->ts.nobs;
-    m->ts.nseasons = kSeasons;
-    m->ts.scodes = static_cast<int*>(host_alloc(n * 4, VM_NUMBERS));
-    for (long t = 0; t < n; ++t) m->ts.scodes[t] = static_cast<int>(t % kSeasons);
-    block_ = static_cast<double*>(host_alloc(3 * kSeasons * 8, VM_NUMBERS));
-    m->startvals.sfactor = block_;
-    m->svi.sfactor = block_ + kSeasons;
-    m->smooth.sfactor = block_ + 2 * kSeasons;
-  }
-  ~SeasonalModel() {
-    host_free(m_->ts.scodes);
-    host_free(block_);
-  }
-  WINMODEL* get() { return m_.get(); }
-  smooth_test::Model& base() { return m_; }
+// A model of the series with its season codes and the three factor arrays.
+struct SeasonalModel : smooth_test::Model {
+  explicit SeasonalModel(const std::vector<double>& x) : smooth_test::Model(x, 2) { seasons(kSeasons); }
 
   int start() {
-    WINMODEL* m = m_.get();
+    WINMODEL* m = get();
     return zesssvi(m->ts.x, m->ts.misflg, m->fitrange.nobs, kSeasons, 0, 1, &m->svi.level, m->svi.sfactor);
   }
   int predict(double* rows) {
-    WINMODEL* m = m_.get();
+    WINMODEL* m = get();
     double level = m->svi.level;
     double f[kSeasons];
     for (int s = 0; s < kSeasons; ++s) f[s] = m->svi.sfactor[s];
@@ -90,10 +72,6 @@ class SeasonalModel {
                    m->pest.parms[1], &level, f, m->ts.scodes, 0, m->fitrange.nobs - 1, kLead, m->pest.mse, 0.05, 0,
                    &mse, rows);
   }
-
- private:
-  smooth_test::Model m_;
-  double* block_ = nullptr;
 };
 
 void BM_SeasonalFitAndPredict(benchmark::State& state) {
@@ -130,7 +108,7 @@ void BM_SeasonalForecast(benchmark::State& state) {
       std::filesystem::temp_directory_path() / ("ess_bench_" + std::to_string(::getpid()));
   std::filesystem::create_directories(dir);
   esf::host::assign_libref("SBENCH", dir);
-  m.base().output("SBENCH.FC");
+  m.output("SBENCH.FC");
   for (auto _ : state) {
     benchmark::DoNotOptimize(nessfor(m.get(), 0));
   }
@@ -247,31 +225,15 @@ void BM_SeasonalDerivativePassStep(benchmark::State& state) {
   SeasonalModel sm(series(144));
   sm.start();
   WINMODEL* m = sm.get();
-  const long n = m->fitrange.nobs;
-  FITCON fitcon = smoothing::frame::fit_control(m);
-  if (ess::Family::fit_setup(m, &fitcon) != 0) state.SkipWithError("no derivative arrays");
   const double w[2] = {0.3, 0.4};
-  POINT point;
-  std::memset(&point, 0, sizeof point);
-  double xpx[6];
   std::vector<double> factors(kSeasons);
   std::vector<double> dfactors(2 * kSeasons);
-  time_against_floor(
-      state, 2.0 * static_cast<double>(n),
-      [&] {
-        long nmiss = 0;
-        const int rc = smoothing::frame::passes<ess::Family>(m, &fitcon, &point, w, xpx, &nmiss);
-        if (rc != 0) state.SkipWithError("passes failed");
-        benchmark::DoNotOptimize(xpx);
-      },
-      [&] {
-        factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
-        dfactors.assign(dfactors.size(), 0.0);
-        plain_derivative_passes(m->ts.x, m->ts.scodes, n, w[0], w[1], m->svi.level, factors.data(), dfactors.data(),
-                                xpx);
-        benchmark::DoNotOptimize(xpx);
-      });
-  ess::Family::fit_cleanup(m, &fitcon);
+  bench_floor::time_derivative_passes<ess::Family>(state, m, w, [&](double* xpx) {
+    factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
+    dfactors.assign(dfactors.size(), 0.0);
+    plain_derivative_passes(m->ts.x, m->ts.scodes, m->fitrange.nobs, w[0], w[1], m->svi.level, factors.data(),
+                            dfactors.data(), xpx);
+  });
 }
 BENCHMARK(BM_SeasonalDerivativePassStep)->UseManualTime()->Unit(benchmark::kMicrosecond);
 

@@ -11,7 +11,12 @@
 
 #include <time.h>
 
+#include <cstring>
+
 #include <benchmark/benchmark.h>
+
+#include "module/win_model.h"
+#include "smoothing/frame.h"
 
 namespace bench_floor {
 
@@ -55,6 +60,32 @@ void time_against_floor(benchmark::State& state, double steps, Module module, Pl
   state.counters["ns_step"] = module_ns / per;
   state.counters["floor_ns_step"] = plain_ns / per;
   state.counters["ratio"] = module_ns / plain_ns;
+}
+
+// The estimation's backward and forward passes with the derivatives of the
+// trait F's weights and the cross products (frame::passes) at the weights w
+// on model m, beside plain(xpx), a plain loop that leaves its cross products
+// in xpx.  A step is one observation of either pass.
+template <class F, class Plain>
+void time_derivative_passes(benchmark::State& state, WINMODEL* m, const double* w, Plain plain) {
+  constexpr int nv = F::kNumWeights + 1;
+  FITCON fitcon = smoothing::frame::fit_control(m);
+  if (F::fit_setup(m, &fitcon) != 0) state.SkipWithError("no derivative arrays");
+  POINT point;
+  std::memset(&point, 0, sizeof point);
+  double xpx[nv * (nv + 1) / 2];
+  time_against_floor(
+      state, 2.0 * static_cast<double>(m->fitrange.nobs),
+      [&] {
+        long nmiss = 0;
+        if (smoothing::frame::passes<F>(m, &fitcon, &point, w, xpx, &nmiss) != 0) state.SkipWithError("passes failed");
+        benchmark::DoNotOptimize(xpx);
+      },
+      [&] {
+        plain(xpx);
+        benchmark::DoNotOptimize(xpx);
+      });
+  F::fit_cleanup(m, &fitcon);
 }
 
 }  // namespace bench_floor

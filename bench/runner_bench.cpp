@@ -1,6 +1,10 @@
 // The many-series runner on synthetic series, through run_batch and the
 // batch's CSV text as the command line writes it.
 //
+//   BM_Memory/model/threads    the runner road in memory: the same 1,000
+//       series held in memory, Runner::forecast on each (fit and a 12-step
+//       forecast with limits), the results kept in memory, as a language
+//       binding runs them; module_us comes from a second, clocked pass
 //   BM_Forecast/model/threads  1,000 monthly series of 144 points (level,
 //       trend, a multiplicative season and noise), fit and a 12-step forecast
 //       with limits, every family, 1 and 2 threads
@@ -34,6 +38,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -41,6 +46,7 @@
 #include <mutex>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -48,6 +54,7 @@
 #include "host/host.h"
 #include "runner/batch.h"
 #include "runner/batch_text.h"
+#include "runner/series_table.h"
 
 namespace {
 
@@ -137,6 +144,22 @@ runner::Loader& loader() {
 
 const char* kModels[] = {"simple", "double", "linear", "damped", "seasonal", "winters", "winters-additive"};
 
+// The counters of every run: series/s and us/series over wall time, cpu_us,
+// and, when the module's own time is known, module_us and overhead_pct.
+// Returns the series as a divisor.
+double rate_counters(benchmark::State& state, std::size_t series, double cpu, double module) {
+  state.counters["series/s"] = benchmark::Counter(static_cast<double>(series), benchmark::Counter::kIsRate);
+  state.counters["us/series"] =
+      benchmark::Counter(static_cast<double>(series) * 1e-6, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  const double n = static_cast<double>(std::max<std::size_t>(series, 1));
+  state.counters["cpu_us"] = 1e6 * cpu / n;
+  if (module > 0) {
+    state.counters["module_us"] = 1e6 * module / n;
+    state.counters["overhead_pct"] = 100.0 * (cpu - module) / module;
+  }
+  return n;
+}
+
 void run(benchmark::State& state, const char* model, const char* interval, const fs::path& file, int threads,
          bool forecast) {
   const runner::Runner r(loader());
@@ -151,18 +174,14 @@ void run(benchmark::State& state, const char* model, const char* interval, const
   b.threads = threads;
   // The table as CSV text, on the worker thread as the command line makes it.
   std::mutex mutex;
+  std::once_flag columns_made;
   std::vector<std::string> columns;
   double write = 0;
   b.prepare = [&](runner::SeriesOutcome& out) {
     if (!out.ok || !forecast) return;
     const double t0 = runner::thread_cpu_seconds();
-    std::vector<std::string> names;
-    {
-      std::lock_guard lock(mutex);
-      if (columns.empty()) columns = runner::output_columns(out.result.table, plan);
-      names = columns;
-    }
-    out.prepared = runner::table_csv(out, runner::column_map(out, names), o.lead, false);
+    std::call_once(columns_made, [&] { columns = runner::output_columns(out.result.table, plan); });
+    out.prepared = runner::table_csv(out, runner::column_map(out, columns), o.lead, false);
     const double t = runner::thread_cpu_seconds() - t0;
     std::lock_guard lock(mutex);
     write += t;
@@ -182,19 +201,74 @@ void run(benchmark::State& state, const char* model, const char* interval, const
     cpu += process_cpu_seconds() - cpu0;
   }
   if (failed > 0) state.counters["failed"] = static_cast<double>(failed);
-  state.counters["series/s"] = benchmark::Counter(static_cast<double>(series), benchmark::Counter::kIsRate);
-  state.counters["us/series"] =
-      benchmark::Counter(static_cast<double>(series) * 1e-6, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-  const double n = static_cast<double>(std::max<std::size_t>(series, 1));
-  state.counters["cpu_us"] = 1e6 * cpu / n;
+  const double n = rate_counters(state, series, cpu, module);
   state.counters["read_us"] = 1e6 * read / n;
   state.counters["fit_us"] = 1e6 * fit / n;
   if (forecast) {
     state.counters["forecast_us"] = 1e6 * fc / n;
     state.counters["write_us"] = 1e6 * write / n;
-    state.counters["module_us"] = 1e6 * module / n;
-    if (module > 0) state.counters["overhead_pct"] = 100.0 * (cpu - module) / module;
   }
+}
+
+// Runs job(s) for s in [0, n) on `threads` threads, each taking the next
+// series as it finishes one, as a binding that holds its series in memory
+// does; a thread's host task ends with it.
+template <class Job>
+void on_threads(std::size_t n, int threads, Job job) {
+  std::atomic<std::size_t> next{0};
+  auto work = [&] {
+    for (std::size_t s = next++; s < n; s = next++) job(s);
+  };
+  std::vector<std::thread> pool;
+  for (int t = 1; t < threads; ++t) {
+    pool.emplace_back([&] {
+      work();
+      esf::host::end_task();
+    });
+  }
+  work();
+  for (std::thread& t : pool) t.join();
+}
+
+// The runner road in memory: the monthly series read once into memory, then
+// Runner::forecast on each, the results kept in memory.  Each iteration runs
+// the series twice: untimed for the runner's CPU time, then with the stage
+// clocks for the module's own fit and forecast, so that the clock readings do
+// not count as runner overhead.
+void BM_Memory(benchmark::State& state) {
+  const char* model = kModels[state.range(0)];
+  const int threads = static_cast<int>(state.range(1));
+  const runner::Runner r(loader());
+  runner::ModelOptions o;
+  o.model = model;
+  o.interval = "MONTH";
+  o.lead = 12;
+  runner::Plan plan = r.plan(o, true);
+  runner::Plan timed = plan;
+  timed.timed = true;
+  static const std::vector<runner::CsvSeries> series = [&] {
+    std::vector<runner::CsvSeries> all;
+    const runner::SeriesTable table(monthly_table().string(), {{"id"}, "", {}});
+    table.read([&](runner::RawSeries&& raw) {
+      all.push_back(runner::parse_raw_series(raw, table.shape().path, runner::TimeUnits::kDate));
+    });
+    return all;
+  }();
+  std::vector<runner::ForecastResult> results(series.size());
+  std::vector<double> module(series.size());
+  double cpu = 0, module_total = 0;
+  std::size_t done = 0;
+  for (auto _ : state) {
+    const double cpu0 = process_cpu_seconds();
+    on_threads(series.size(), threads, [&](std::size_t s) { results[s] = r.forecast(plan, series[s]); });
+    cpu += process_cpu_seconds() - cpu0;
+    done += series.size();
+    state.PauseTiming();
+    on_threads(series.size(), threads, [&](std::size_t s) { module[s] = r.forecast(timed, series[s]).module_seconds; });
+    for (double m : module) module_total += m;
+    state.ResumeTiming();
+  }
+  rate_counters(state, done, cpu, module_total);
 }
 
 void BM_Forecast(benchmark::State& state) {
@@ -214,6 +288,7 @@ void families(benchmark::internal::Benchmark* b) {
   b->ArgNames({"model", "threads"})->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 }
 
+BENCHMARK(BM_Memory)->Apply(families);
 BENCHMARK(BM_Forecast)->Apply(families);
 BENCHMARK(BM_Fit)->Apply(families);
 BENCHMARK(BM_M3Sizes)->ArgName("threads")->Arg(1)->Arg(2)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1);

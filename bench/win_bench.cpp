@@ -34,24 +34,14 @@ constexpr long kLead = 12;
 constexpr int kSeasons = 12;
 
 // The airline series as a Winters model: season codes from January, the
-// three factor arrays in one block.
-struct Airline {
-  smooth_test::Model model{smooth_test::example_series("AirPassengers.csv"), 3};
-  std::vector<int> codes;
-  std::vector<double> block = std::vector<double>(3 * kSeasons);
-
-  explicit Airline(int additive) {
-    WINMODEL* m = model.get();
-    for (long t = 0; t < m->ts.nobs; ++t) codes.push_back(static_cast<int>(t % kSeasons));
-    m->ts.nseasons = kSeasons;
-    m->ts.scodes = codes.data();
-    m->additive = additive;
-    m->startvals.sfactor = block.data();
-    m->svi.sfactor = block.data() + kSeasons;
-    m->smooth.sfactor = block.data() + 2 * kSeasons;
+// three factor arrays.
+struct Airline : smooth_test::Model {
+  explicit Airline(int additive) : smooth_test::Model(smooth_test::example_series("AirPassengers.csv"), 3) {
+    seasons(kSeasons);
+    get()->additive = additive;
   }
   int start() {
-    WINMODEL* m = model.get();
+    WINMODEL* m = get();
     return zwinsvi(m->ts.x, m->ts.misflg, m->fitrange.nobs, kSeasons, 0, m->additive, 1, &m->svi.level, &m->svi.trend,
                    m->svi.sfactor);
   }
@@ -59,7 +49,7 @@ struct Airline {
 
 void BM_FitAndPredict(benchmark::State& state) {
   Airline air(static_cast<int>(state.range(0)));
-  WINMODEL* m = air.model.get();
+  WINMODEL* m = air.get();
   const long n = m->fitrange.nobs;
   std::vector<double> rows(9 * (n + kLead));
   std::vector<double> factors(kSeasons);
@@ -68,8 +58,8 @@ void BM_FitAndPredict(benchmark::State& state) {
     double level = m->svi.level, trend = m->svi.trend, mse = 0.0;
     factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
     const int rc = zwinprd(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, m->additive, m->pest.parms[0],
-                           m->pest.parms[1], m->pest.parms[2], &level, &trend, factors.data(), air.codes.data(), 0,
-                           n - 1, kLead, m->pest.mse, 0.05, 0, &mse, rows.data());
+                           m->pest.parms[1], m->pest.parms[2], &level, &trend, factors.data(), m->ts.scodes, 0, n - 1,
+                           kLead, m->pest.mse, 0.05, 0, &mse, rows.data());
     if (rc != 0) state.SkipWithError("prediction failed");
     benchmark::DoNotOptimize(rows.data());
   }
@@ -80,9 +70,9 @@ void BM_Fit(benchmark::State& state) {
   Airline air(static_cast<int>(state.range(0)));
   if (air.start() != 0) state.SkipWithError("no start values");
   for (auto _ : state) {
-    const int rc = nwinfit(air.model.get());
+    const int rc = nwinfit(air.get());
     if (rc < 0) state.SkipWithError("fit failed");
-    benchmark::DoNotOptimize(air.model.get()->pest.parms[0]);
+    benchmark::DoNotOptimize(air.get()->pest.parms[0]);
   }
 }
 BENCHMARK(BM_Fit)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
@@ -96,13 +86,13 @@ namespace {
 void BM_Pass(benchmark::State& state) {
   Airline air(static_cast<int>(state.range(0)));
   if (air.start() != 0) state.SkipWithError("no start values");
-  WINMODEL* m = air.model.get();
+  WINMODEL* m = air.get();
   std::vector<double> factors(kSeasons);
   for (auto _ : state) {
     factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
     double level = m->svi.level, trend = m->svi.trend, mse = 0.0;
     const int rc = zwinsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->fitrange.nobs, kSeasons, m->additive, 0.2,
-                           0.05, 0.4, &level, &trend, factors.data(), air.codes.data(), &mse, nullptr, nullptr);
+                           0.05, 0.4, &level, &trend, factors.data(), m->ts.scodes, &mse, nullptr, nullptr);
     if (rc != 0) state.SkipWithError("pass failed");
     benchmark::DoNotOptimize(mse);
   }
@@ -178,7 +168,7 @@ double plain_pass(const double* x, const int* codes, long n, int additive, const
 void BM_PlainPassStep(benchmark::State& state) {
   Airline air(static_cast<int>(state.range(0)));
   if (air.start() != 0) state.SkipWithError("no start values");
-  WINMODEL* m = air.model.get();
+  WINMODEL* m = air.get();
   const long n = m->fitrange.nobs;
   const double w[3] = {0.2, 0.05, 0.4};
   std::vector<double> factors(kSeasons);
@@ -188,13 +178,12 @@ void BM_PlainPassStep(benchmark::State& state) {
         factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
         double level = m->svi.level, trend = m->svi.trend, mse = 0.0;
         zwinsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, m->additive, w[0], w[1], w[2], &level, &trend,
-                factors.data(), air.codes.data(), &mse, nullptr, nullptr);
+                factors.data(), m->ts.scodes, &mse, nullptr, nullptr);
         benchmark::DoNotOptimize(mse);
       },
       [&] {
         factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
-        double mse =
-            plain_pass(m->ts.x, air.codes.data(), n, m->additive, w, m->svi.level, m->svi.trend, factors.data());
+        double mse = plain_pass(m->ts.x, m->ts.scodes, n, m->additive, w, m->svi.level, m->svi.trend, factors.data());
         benchmark::DoNotOptimize(mse);
       });
 }
@@ -260,33 +249,16 @@ void plain_derivative_passes(const double* x, const int* codes, long n, const do
 void BM_DerivativePassStep(benchmark::State& state) {
   Airline air(0);
   if (air.start() != 0) state.SkipWithError("no start values");
-  WINMODEL* m = air.model.get();
-  const long n = m->fitrange.nobs;
-  FITCON fitcon = smoothing::frame::fit_control(m);
-  fitcon.scodes = air.codes.data();
-  if (win::Family::fit_setup(m, &fitcon) != 0) state.SkipWithError("no derivative arrays");
+  WINMODEL* m = air.get();
   const double w[3] = {0.2, 0.05, 0.4};
-  POINT point;
-  std::memset(&point, 0, sizeof point);
-  double xpx[10];
   std::vector<double> factors(kSeasons);
   std::vector<double> dfactors(3 * kSeasons);
-  time_against_floor(
-      state, 2.0 * static_cast<double>(n),
-      [&] {
-        long nmiss = 0;
-        const int rc = smoothing::frame::passes<win::Family>(m, &fitcon, &point, w, xpx, &nmiss);
-        if (rc != 0) state.SkipWithError("passes failed");
-        benchmark::DoNotOptimize(xpx);
-      },
-      [&] {
-        factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
-        dfactors.assign(dfactors.size(), 0.0);
-        plain_derivative_passes(m->ts.x, air.codes.data(), n, w, m->svi.level, m->svi.trend, factors.data(),
-                                dfactors.data(), xpx);
-        benchmark::DoNotOptimize(xpx);
-      });
-  win::Family::fit_cleanup(m, &fitcon);
+  bench_floor::time_derivative_passes<win::Family>(state, m, w, [&](double* xpx) {
+    factors.assign(m->svi.sfactor, m->svi.sfactor + kSeasons);
+    dfactors.assign(dfactors.size(), 0.0);
+    plain_derivative_passes(m->ts.x, m->ts.scodes, m->fitrange.nobs, w, m->svi.level, m->svi.trend, factors.data(),
+                            dfactors.data(), xpx);
+  });
 }
 BENCHMARK(BM_DerivativePassStep)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
@@ -320,7 +292,7 @@ void plain_grid(const double* x, const int* codes, long n, int additive, const d
 void BM_GridStep(benchmark::State& state) {
   Airline air(static_cast<int>(state.range(0)));
   if (air.start() != 0) state.SkipWithError("no start values");
-  WINMODEL* m = air.model.get();
+  WINMODEL* m = air.get();
   const long n = m->fitrange.nobs;
   constexpr int kCount = smoothing::frame::kGridRows;
   double w[3 * kCount];
@@ -334,11 +306,11 @@ void BM_GridStep(benchmark::State& state) {
       state, 2.0 * static_cast<double>(n) * kCount,
       [&] {
         win::smooth_many(m->ts.x, m->ts.misflg, m->ts.descstats.norm, n, kSeasons, m->additive, w, kCount, m->svi.level,
-                         m->svi.trend, m->svi.sfactor, air.codes.data(), work.data(), rc, mse);
+                         m->svi.trend, m->svi.sfactor, m->ts.scodes, work.data(), rc, mse);
         benchmark::DoNotOptimize(mse);
       },
       [&] {
-        plain_grid(m->ts.x, air.codes.data(), n, m->additive, w, kCount, m->svi.level, m->svi.trend, m->svi.sfactor,
+        plain_grid(m->ts.x, m->ts.scodes, n, m->additive, w, kCount, m->svi.level, m->svi.trend, m->svi.sfactor,
                    work.data(), mse);
         benchmark::DoNotOptimize(mse);
       });

@@ -248,12 +248,13 @@ SeriesOutcome run_series(const runner::Runner& run, const Plan& plan, const CsvS
       out.fit = std::move(f);
     }
     if (!forecast) return out;
-    Plan chosen = plan;
+    std::optional<Plan> chosen;
     if (saved && saved->model != plan.options.model) {  // the family auto chose, or the saved one
-      chosen.options.model = saved->model;
-      chosen = run.plan(chosen.options, true);
+      ModelOptions o = plan.options;
+      o.model = saved->model;
+      chosen = run.plan(o, true);
     }
-    ForecastResult r = run.forecast(chosen, series, saved ? &*saved : nullptr);
+    ForecastResult r = run.forecast(chosen ? *chosen : plan, series, saved ? &*saved : nullptr);
     if (r.fitted) {
       out.warnings = r.fit.warnings;
       out.fit = std::move(r.fit);

@@ -3,11 +3,86 @@
 #pragma once
 
 #include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <string_view>
 
 namespace esf::host::internal {
+
+// Character classes of names, by ASCII alone: names read and compare the same
+// whatever locale the host program runs under.
+inline char ascii_upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+inline char ascii_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+inline bool ascii_letter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+inline bool ascii_digit(char c) { return c >= '0' && c <= '9'; }
+
+// Whether the host keeps memory given back for its next requests: not under
+// AddressSanitizer, which must see every block freed to find a use after
+// the free.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kReuseFreedMemory = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+inline constexpr bool kReuseFreedMemory = false;
+#else
+inline constexpr bool kReuseFreedMemory = true;
+#endif
+#else
+inline constexpr bool kReuseFreedMemory = true;
+#endif
+
+// Blocks of `Bytes` bytes that the calling thread gave back, up to `Count`
+// of them, for its next requests: a method call makes and frees dozens of
+// list items and lists, more than the C library keeps at hand per thread.
+// Each instantiation is one cache per thread; a thread that is ending
+// allocates and frees directly.
+template <std::size_t Bytes, std::size_t Count>
+class BlockCache {
+ public:
+  static void* take() {
+    if constexpr (kReuseFreedMemory) {
+      Blocks& b = t_blocks;
+      if (b.count > 0 && !b.closed) return b.blocks[--b.count];
+    }
+    return ::operator new(Bytes);
+  }
+
+  static void give(void* p) {
+    if constexpr (kReuseFreedMemory) {
+      Blocks& b = t_blocks;
+      if (b.count < Count && !b.closed) {
+        // The first block kept makes sure the thread gives them back as
+        // it ends.
+        if (b.count == 0 && !b.guarded) guard();
+        b.blocks[b.count++] = p;
+        return;
+      }
+    }
+    ::operator delete(p);
+  }
+
+ private:
+  // Plain data, so that reaching it costs one look-up of the thread's
+  // storage and it stays readable while the thread ends.
+  struct Blocks {
+    void* blocks[Count];
+    std::size_t count;
+    bool guarded;
+    bool closed;
+  };
+  struct Guard {
+    Guard() { t_blocks.guarded = true; }
+    ~Guard() {
+      Blocks& b = t_blocks;
+      b.closed = true;
+      while (b.count > 0) ::operator delete(b.blocks[--b.count]);
+    }
+  };
+  [[gnu::noinline]] static void guard() { thread_local Guard g; }
+  static inline thread_local Blocks t_blocks{};
+};
 
 // Missing values: the two top bytes 0xFF, the kind in the third byte from the
 // top ("._" 0xFF, "." 0xFE, ".A" 0xFD down to ".Z" 0xE4), the rest 0.

@@ -2,13 +2,20 @@
 // both as the linked chain the module walks and as an index by position.
 #include "host/list_store.h"
 
-#include <cctype>
 #include <cstring>
+#include <new>
+
+#include "host/host_internal.h"
 
 namespace esf::host::internal {
 
 namespace {
 constexpr uint32_t kFmcomMagic = 0x464D434Fu;  // "FMCO"
+// Items a list's index has room for at first: most lists of a method call
+// hold a few.
+constexpr std::size_t kFirstItems = 8;
+// The low 32 bits of an id: its slot's number, from 1.
+constexpr ListId kSlotBits = 0xFFFFFFFF;
 
 }  // namespace
 
@@ -26,7 +33,7 @@ FMCOM& session_fmcom() {
 bool same_name(const tchar* a, int alen, const tchar* b, int blen) {
   if (alen != blen) return false;
   for (int i = 0; i < alen; ++i) {
-    if (std::toupper(static_cast<unsigned char>(a[i])) != std::toupper(static_cast<unsigned char>(b[i]))) return false;
+    if (a[i] != b[i] && ascii_upper(a[i]) != ascii_upper(b[i])) return false;
   }
   return true;
 }
@@ -52,20 +59,43 @@ void clear_value(SLIST_ITEM* item) {
   item->data.d = 0.0;
 }
 
+namespace {
+// An item and a name of up to kInlineName characters share one block of
+// memory, the name right after the item; a longer name has its own.
+constexpr std::size_t kInlineName = 32;
+using ItemBlocks = BlockCache<sizeof(SLIST_ITEM) + kInlineName, 512>;
+using ListBlocks = BlockCache<sizeof(HostList), 128>;
+
+tchar* inline_name(SLIST_ITEM* item) { return reinterpret_cast<tchar*>(item + 1); }
+}  // namespace
+
 SLIST_ITEM* new_item(const tchar* name, int name_l) {
-  auto* item = new SLIST_ITEM{};
+  auto* item = new (ItemBlocks::take()) SLIST_ITEM{};
   item->type = SL_EMPTY;
   if (name != nullptr && name_l > 0) {
-    item->name = copy_text(name, name_l);
+    if (static_cast<std::size_t>(name_l) <= kInlineName) {
+      item->name = inline_name(item);
+      std::memcpy(item->name, name, static_cast<std::size_t>(name_l));
+    } else {
+      item->name = copy_text(name, name_l);
+    }
     item->name_l = name_l;
   }
   return item;
 }
 
+void rename_item(SLIST_ITEM* item, const tchar* name, int name_l) {
+  tchar* copy = copy_text(name, name_l);  // before freeing: name may be the item's own
+  if (item->name != inline_name(item)) delete[] item->name;
+  item->name = copy;
+  item->name_l = copy != nullptr ? name_l : 0;
+}
+
 void delete_item(SLIST_ITEM* item) {
   clear_value(item);
-  delete[] item->name;
-  delete item;
+  if (item->name != inline_name(item)) delete[] item->name;
+  item->~SLIST_ITEM();
+  ItemBlocks::give(item);
 }
 
 namespace {
@@ -88,7 +118,9 @@ void append_item(List list, SLIST_ITEM* item) {
   }
   list->tail = item;
   ++list->length;
-  index_of(list).push_back(item);
+  std::vector<SLIST_ITEM*>& index = index_of(list);
+  if (index.capacity() == 0) index.reserve(kFirstItems);
+  index.push_back(item);
 }
 
 // Inserts before position `index` (1-based); -1 or past the end appends.
@@ -189,42 +221,76 @@ void set_chars(SLIST_ITEM* item, const tchar* s, int len) {
 }
 
 HostList* make_list(Registry& reg, FMCOM* fmcomp) {
-  std::lock_guard lock(reg.mutex);
-  auto* list = new HostList{};
-  list->id = reg.next_id++;
+  auto* list = new (ListBlocks::take()) HostList{};
   list->fmcomp = fmcomp;
-  reg.lists.emplace(list->id, list);
+  std::lock_guard lock(reg.mutex);
+  std::uint32_t slot = 0;
+  if (!reg.free_slots.empty()) {
+    slot = reg.free_slots.back();
+    reg.free_slots.pop_back();
+  } else {
+    slot = static_cast<std::uint32_t>(reg.slots.size());
+    reg.slots.push_back(nullptr);
+    reg.generation.push_back(0);
+  }
+  reg.slots[slot] = list;
+  list->id = static_cast<ListId>(reg.generation[slot]) << 32 | static_cast<ListId>(slot + 1);
+  ++reg.live;
   return list;
+}
+
+namespace {
+// The slot of an id in the registry, or -1 when no list of the registry
+// holds it; the registry's mutex must be held.
+long slot_of(const Registry& reg, ListId id) {
+  const ListId number = id & kSlotBits;
+  if (id <= 0 || number == 0 || number > static_cast<ListId>(reg.slots.size())) return -1;
+  const HostList* list = reg.slots[static_cast<std::size_t>(number - 1)];
+  return list != nullptr && list->id == id ? static_cast<long>(number - 1) : -1;
+}
+}  // namespace
+
+void delete_list(HostList* list) {
+  list->~HostList();
+  ListBlocks::give(list);
 }
 
 List lookup(FMCOM* fmcomp, ListId id) {
   Registry* reg = registry_of(fmcomp);
   if (reg == nullptr || id == 0) return nullptr;
   std::lock_guard lock(reg->mutex);
-  auto it = reg->lists.find(id);
-  return it == reg->lists.end() ? nullptr : it->second;
+  const long slot = slot_of(*reg, id);
+  return slot < 0 ? nullptr : reg->slots[static_cast<std::size_t>(slot)];
 }
 
-void free_list_rec(FMCOM* fmcomp, ListId id, bool deep, std::set<ListId>& seen) {
-  if (!seen.insert(id).second) return;
+HostList* unregister(Registry& reg, ListId id) {
+  std::lock_guard lock(reg.mutex);
+  const long slot = slot_of(reg, id);
+  if (slot < 0) return nullptr;
+  const auto s = static_cast<std::size_t>(slot);
+  HostList* list = reg.slots[s];
+  reg.slots[s] = nullptr;
+  // A slot whose generations ran out is not used again.
+  if (++reg.generation[s] < 0x7FFFFFFFu) reg.free_slots.push_back(static_cast<std::uint32_t>(s));
+  --reg.live;
+  return list;
+}
+
+void free_list_rec(FMCOM* fmcomp, ListId id, bool deep) {
+  // A list is out of the registry before its items go, so a sublist met
+  // twice (or a list that holds itself) is freed once.
   Registry* reg = registry_of(fmcomp);
   if (reg == nullptr) return;
-  HostList* list = nullptr;
-  {
-    std::lock_guard lock(reg->mutex);
-    auto it = reg->lists.find(id);
-    if (it == reg->lists.end()) return;
-    list = it->second;
-    reg->lists.erase(it);
-  }
+  HostList* list = unregister(*reg, id);
+  if (list == nullptr) return;
   SLIST_ITEM* item = list->head;
   while (item != nullptr) {
     SLIST_ITEM* next = item->next;
-    if (deep && item->type == SL_LIST) free_list_rec(fmcomp, item->data.id, deep, seen);
+    if (deep && item->type == SL_LIST) free_list_rec(fmcomp, item->data.id, deep);
     delete_item(item);
     item = next;
   }
-  delete list;
+  delete_list(list);
 }
 
 ListId copy_list_rec(List list, FMCOM* fmcomp, std::set<ListId>& path) {

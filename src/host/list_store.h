@@ -4,9 +4,9 @@
 // host programs (they use host.h) nor for the module (module/host_api.h).
 #pragma once
 
+#include <cstdint>
 #include <mutex>
 #include <set>
-#include <unordered_map>
 #include <vector>
 
 #include "module/host_api.h"
@@ -20,11 +20,16 @@ struct HostList : SLIST {
   std::vector<SLIST_ITEM*> index;  // index[i - 1] is item i
 };
 
-// All lists of one component, found by id.
+// All lists of one component, found by id.  A list lives in a numbered slot;
+// its id is the slot's number (from 1) in the low 32 bits and the slot's
+// generation, counted up each time a list of the slot is freed, in the high
+// ones, so an id is never given twice and finding a list costs an index.
 struct Registry {
   std::mutex mutex;
-  std::unordered_map<ListId, HostList*> lists;
-  ListId next_id = 1;
+  std::vector<HostList*> slots;           // the list of each slot, null when free
+  std::vector<std::uint32_t> generation;  // of each slot
+  std::vector<std::uint32_t> free_slots;  // slots to use again, the last first
+  std::size_t live = 0;                   // lists held
 };
 
 Registry* registry_of(FMCOM* fmcomp);
@@ -39,8 +44,11 @@ tchar* copy_text(const tchar* s, int len);
 
 // Releases what an item owns apart from sublists.
 void clear_value(SLIST_ITEM* item);
+// An empty item; its name is kept in the same block of memory.
 SLIST_ITEM* new_item(const tchar* name, int name_l);
 void delete_item(SLIST_ITEM* item);
+// Gives the item a copy of `name` as its name.
+void rename_item(SLIST_ITEM* item, const tchar* name, int name_l);
 void append_item(List list, SLIST_ITEM* item);
 // Inserts before position `index` (1-based); -1 or past the end appends.
 void insert_item(List list, SLIST_ITEM* item, SLIndex index);
@@ -58,8 +66,12 @@ void set_long(SLIST_ITEM* item, long value);
 void set_chars(SLIST_ITEM* item, const tchar* s, int len);
 
 HostList* make_list(Registry& reg, FMCOM* fmcomp);
+// Frees a list taken out of the registry; its items must be gone.
+void delete_list(HostList* list);
 List lookup(FMCOM* fmcomp, ListId id);
-void free_list_rec(FMCOM* fmcomp, ListId id, bool deep, std::set<ListId>& seen);
+// Takes the list out of the registry; null when there is no such list.
+HostList* unregister(Registry& reg, ListId id);
+void free_list_rec(FMCOM* fmcomp, ListId id, bool deep);
 ListId copy_list_rec(List list, FMCOM* fmcomp, std::set<ListId>& path);
 
 }  // namespace esf::host::internal

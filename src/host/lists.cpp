@@ -27,8 +27,7 @@ List slistp(ListId id, FMCOM* fmcomp) { return lookup(fmcomp, id); }
 
 int slfree(ListId id, int deep, FMCOM* fmcomp) {
   if (lookup(fmcomp, id) == nullptr) return 1;
-  std::set<ListId> seen;
-  free_list_rec(fmcomp, id, deep != 0, seen);
+  free_list_rec(fmcomp, id, deep != 0);
   return 0;
 }
 
@@ -212,10 +211,7 @@ int slni(List list, SLIndex index, const tchar* name, int len) {
   SLIST_ITEM* item = item_at(list, index);
   if (item == nullptr) return 1;
   if (name != nullptr && len < 0) len = static_cast<int>(std::strlen(name));
-  tchar* copy = copy_text(name, len);
-  delete[] item->name;
-  item->name = copy;
-  item->name_l = copy != nullptr ? len : 0;
+  rename_item(item, name, len);
   return 0;
 }
 
@@ -280,7 +276,7 @@ void free_list(List list) {
 std::size_t live_lists() {
   Registry* reg = registry_of(fmcomp());
   std::lock_guard lock(reg->mutex);
-  return reg->lists.size();
+  return reg->live;
 }
 
 namespace {

@@ -3,13 +3,13 @@
 // the conversion of image-local addresses.
 #include <atomic>
 #include <cfloat>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <string>
 #include <thread>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -53,19 +53,131 @@ namespace {
 // Whether an allocation of this thread failed since xmemdef last asked.
 thread_local bool t_alloc_failed = false;
 
-// Pool bookkeeping: every live block with its size, and an optional budget
-// of allocations after which the pool refuses.  Each thread has a pool of its
-// own: a method call allocates and frees on the thread that runs it, with no
-// lock between threads.
+// The live blocks of a pool with their sizes: an open-addressed table of
+// addresses, so that noting and finding a block allocates nothing.
+class LiveBlocks {
+ public:
+  std::size_t size() const { return count_; }
+
+  void insert(void* p, std::size_t bytes) {
+    if ((count_ + 1) * 4 > slots_.size() * 3) grow();
+    std::size_t i = home(p);
+    while (slots_[i].p != nullptr) i = (i + 1) & mask();
+    slots_[i] = {p, bytes};
+    ++count_;
+  }
+
+  // Removes `p` and gives its size; false when it is not a live block.
+  bool erase(void* p, std::size_t* bytes) {
+    if (count_ == 0) return false;
+    std::size_t i = home(p);
+    while (slots_[i].p != p) {
+      if (slots_[i].p == nullptr) return false;
+      i = (i + 1) & mask();
+    }
+    *bytes = slots_[i].bytes;
+    // Shift back the entries after the hole that would not be found past it.
+    std::size_t hole = i;
+    for (std::size_t j = (i + 1) & mask(); slots_[j].p != nullptr; j = (j + 1) & mask()) {
+      const std::size_t h = home(slots_[j].p);
+      const bool movable = hole <= j ? (h <= hole || h > j) : (h <= hole && h > j);
+      if (movable) {
+        slots_[hole] = slots_[j];
+        hole = j;
+      }
+    }
+    slots_[hole] = {};
+    --count_;
+    return true;
+  }
+
+  template <class F>
+  void for_each(F f) const {
+    for (const Slot& s : slots_) {
+      if (s.p != nullptr) f(s.p);
+    }
+  }
+
+ private:
+  struct Slot {
+    void* p = nullptr;
+    std::size_t bytes = 0;
+  };
+  std::size_t mask() const { return slots_.size() - 1; }
+  std::size_t home(void* p) const {
+    // Fibonacci hashing of the address, whose low bits are all alike.
+    const auto x = reinterpret_cast<std::uintptr_t>(p) * 0x9E3779B97F4A7C15u;
+    return static_cast<std::size_t>(x >> 20) & mask();
+  }
+  void grow() {
+    std::vector<Slot> old = std::move(slots_);
+    slots_.assign(old.empty() ? 64 : old.size() * 2, Slot{});
+    count_ = 0;
+    for (const Slot& s : old) {
+      if (s.p != nullptr) insert(s.p, s.bytes);
+    }
+  }
+  std::vector<Slot> slots_;
+  std::size_t count_ = 0;
+};
+
+// Pool bookkeeping: every live block, the blocks given back and kept for the
+// next requests, and an optional budget of allocations after which the pool
+// refuses.  Each thread has a pool of its own: a method call allocates and
+// frees on the thread that runs it, with no lock between threads.  A method
+// asks for the same few blocks for every series, so a block given back is
+// kept (up to kKeptBlocks of them, kKeptBytes in all) for a later request of
+// up to its size and at least half of it.
 struct PoolState {
-  std::unordered_map<void*, std::size_t> live;
+  static constexpr std::size_t kKeptBlocks = 32;
+  static constexpr std::size_t kKeptBytes = std::size_t{4} << 20;
+  struct Kept {
+    void* p;
+    std::size_t bytes;
+  };
+
+  LiveBlocks live;
+  std::vector<Kept> kept;
+  std::size_t kept_bytes = 0;
   long budget = -1;  // allocations still allowed; -1 unlimited
+
+  // A kept block for a request of `bytes`, or null; `held` gets its size.
+  void* reuse(std::size_t bytes, std::size_t* held) {
+    for (std::size_t i = kept.size(); i-- > 0;) {
+      if (kept[i].bytes >= bytes && kept[i].bytes / 2 <= bytes) {
+        void* p = kept[i].p;
+        *held = kept[i].bytes;
+        kept_bytes -= kept[i].bytes;
+        kept[i] = kept.back();
+        kept.pop_back();
+        return p;
+      }
+    }
+    return nullptr;
+  }
+
+  void keep_or_free(void* p, std::size_t bytes) {
+    if (!esf::host::internal::kReuseFreedMemory || bytes > kKeptBytes) {
+      std::free(p);
+      return;
+    }
+    if (kept.capacity() == 0) kept.reserve(kKeptBlocks);
+    // The oldest kept blocks make room.
+    while (!kept.empty() && (kept.size() >= kKeptBlocks || kept_bytes + bytes > kKeptBytes)) {
+      std::free(kept.front().p);
+      kept_bytes -= kept.front().bytes;
+      kept.erase(kept.begin());
+    }
+    kept.push_back({p, bytes});
+    kept_bytes += bytes;
+  }
 
   // The pool owns its blocks: what nobody gave back (the method table, which
   // lives as long as the pool) goes when the pool goes, at the end of the
   // process.
   ~PoolState() {
-    for (auto& [p, size] : live) std::free(p);
+    live.for_each([](void* p) { std::free(p); });
+    for (const Kept& k : kept) std::free(k.p);
   }
 };
 
@@ -82,22 +194,29 @@ void* pool_alloc(VMPOOL* /*pool*/, long bytes, int flags) {
   }
   if (st.budget > 0) --st.budget;
   const std::size_t size = bytes > 0 ? static_cast<std::size_t>(bytes) : 1;
-  void* p = (flags & VM_CLEAR) != 0 ? std::calloc(1, size) : std::malloc(size);
-  if (p == nullptr) {
-    esf::host::internal::note_allocation_failure();
-    return nullptr;
+  // A kept block keeps its own size, which it is kept with again when it
+  // comes back.
+  std::size_t held = size;
+  void* p = st.kept.empty() ? nullptr : st.reuse(size, &held);
+  if (p != nullptr) {
+    if ((flags & VM_CLEAR) != 0) std::memset(p, 0, size);
+  } else {
+    p = (flags & VM_CLEAR) != 0 ? std::calloc(1, size) : std::malloc(size);
+    if (p == nullptr) {
+      esf::host::internal::note_allocation_failure();
+      return nullptr;
+    }
   }
-  st.live.emplace(p, size);
+  st.live.insert(p, held);
   return p;
 }
 
 int pool_free(VMPOOL* /*pool*/, void* p, long /*len*/, int /*flags*/) {
   if (p == nullptr) return 0;
   PoolState& st = pool_state();
-  auto it = st.live.find(p);
-  if (it == st.live.end()) return 1;  // not a block of this pool
-  st.live.erase(it);
-  std::free(p);
+  std::size_t bytes = 0;
+  if (!st.live.erase(p, &bytes)) return 1;  // not a block of this pool
+  st.keep_or_free(p, bytes);
   return 0;
 }
 

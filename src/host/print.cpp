@@ -40,13 +40,18 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
   if (fmt == nullptr) return;
   for (const char* p = fmt; *p != '\0'; ++p) {
     if (*p != '%') {
-      out.push_back(*p);
+      // The text up to the next directive, at once.
+      const char* end = p;
+      while (end[1] != '\0' && end[1] != '%') ++end;
+      out.append(p, static_cast<std::size_t>(end - p + 1));
+      p = end;
       continue;
     }
     const char* start = p++;
-    std::string flags;
+    char flags[5] = {};
+    std::size_t nflags = 0;
     while (*p == '-' || *p == '0' || *p == '+' || *p == ' ') {
-      if (flags.size() < 4) flags.push_back(*p);  // repeated flags add nothing
+      if (nflags < 4) flags[nflags++] = *p;  // repeated flags add nothing
       ++p;
     }
     bool star = false;
@@ -73,10 +78,27 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
     // The C conversion specification of this directive.
     char spec[64];
     auto c_spec = [&](char conv, const char* length) {
-      int n = std::snprintf(spec, sizeof spec, "%%%s", flags.c_str());
-      if (width >= 0) n += std::snprintf(spec + n, sizeof spec - static_cast<std::size_t>(n), "%d", width);
-      if (precision >= 0) n += std::snprintf(spec + n, sizeof spec - static_cast<std::size_t>(n), ".%d", precision);
-      std::snprintf(spec + n, sizeof spec - static_cast<std::size_t>(n), "%s%c", length, conv);
+      char* q = spec;
+      *q++ = '%';
+      for (std::size_t k = 0; k < nflags; ++k) *q++ = flags[k];
+      // Width and precision are at most 400: three digits.
+      auto digits = [&](int v) {
+        char d[4];
+        int k = 0;
+        do {
+          d[k++] = static_cast<char>('0' + v % 10);
+          v /= 10;
+        } while (v > 0);
+        while (k > 0) *q++ = d[--k];
+      };
+      if (width >= 0) digits(width);
+      if (precision >= 0) {
+        *q++ = '.';
+        digits(precision);
+      }
+      while (*length != '\0') *q++ = *length++;
+      *q++ = conv;
+      *q = '\0';
     };
     char buf[512];
     switch (*p) {
@@ -118,7 +140,7 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
           const char* text = va_arg(ap, const char*);
           std::string s = text != nullptr ? text : "";
           if (precision >= 0 && static_cast<int>(s.size()) > precision) s.resize(static_cast<std::size_t>(precision));
-          const bool left = flags.find('-') != std::string::npos;
+          const bool left = std::memchr(flags, '-', nflags) != nullptr;
           const std::size_t pad = width > static_cast<int>(s.size()) ? static_cast<std::size_t>(width) - s.size() : 0;
           if (!left) out.append(pad, ' ');
           out += s;

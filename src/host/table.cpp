@@ -44,13 +44,13 @@ namespace {
 
 std::string upper(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  for (char& c : out) c = ascii_upper(c);
   return out;
 }
 
 std::string lower(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (char& c : out) c = ascii_lower(c);
   return out;
 }
 
@@ -64,16 +64,14 @@ std::string trim(std::string_view s) {
 // A name: a letter or underscore, then letters, digits and underscores.
 bool is_name(std::string_view s, std::size_t max) {
   if (s.empty() || s.size() > max) return false;
-  if (!(std::isalpha(static_cast<unsigned char>(s[0])) || s[0] == '_')) return false;
-  return std::all_of(s.begin(), s.end(),
-                     [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; });
+  if (!(ascii_letter(s[0]) || s[0] == '_')) return false;
+  return std::all_of(s.begin(), s.end(), [](char c) { return ascii_letter(c) || ascii_digit(c) || c == '_'; });
 }
 
 // Two names equal but for the case of their letters.
 bool same_name(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::toupper(static_cast<unsigned char>(x)) == std::toupper(static_cast<unsigned char>(y));
-         });
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return ascii_upper(x) == ascii_upper(y); });
 }
 
 struct Librefs {
@@ -109,6 +107,10 @@ struct Table {
   esf::host::TableFileOptions file_options;  // of its libref, for a file
   std::string memory_key;                    // its catalogue name, "LIB.MEM"
   std::vector<std::vector<double>> columns;  // its values, one vector per variable
+  std::size_t nrows = 0;                     // rows in `columns`, which have room for more
+  std::size_t room = 0;                      // rows the columns have room for
+  std::vector<double*> column_data;          // where each column's values start
+  bool staged = false;                       // xyvput put a record at row `nrows`
   fs::path path;
   fs::path temp_path;
   // A file's text not yet written to `fd`: whole records, written out in
@@ -367,6 +369,21 @@ int read_table(Table& t, const fs::path& path) {
   return 0;
 }
 
+// Room in the columns of an in-memory table for row `nrows`: they are sized
+// ahead and grow together when full, so that a row is stored in place.
+void size_columns(Table& t, std::size_t rows) {
+  t.column_data.clear();
+  for (std::vector<double>& c : t.columns) {
+    c.resize(rows);
+    t.column_data.push_back(c.data());
+  }
+  t.room = rows;
+}
+
+void make_room(Table& t) {
+  if (t.nrows == t.room) size_columns(t, 2 * t.room);
+}
+
 // Records still to be written before one fails (table_fail_write); -1: none.
 std::atomic<long> g_writes_before_failure{-1};
 
@@ -380,7 +397,16 @@ int table_add(XO_PARMS* xoparm) {
     t.write_failed = true;
     status = fail(kTableWrite, fmt::format("writing a record of {} failed", t.path.string()));
   } else if (t.in_memory) {
-    for (std::size_t j = 0; j < t.record.size(); ++j) t.columns[j].push_back(t.record[j]);
+    // xyvput put the record in place as the next row; without it the row
+    // repeats the record of the last one.
+    if (!t.staged) {
+      make_room(t);
+      for (std::size_t j = 0; j < t.columns.size(); ++j) {
+        t.columns[j][t.nrows] = t.nrows > 0 ? t.columns[j][t.nrows - 1] : t.record[j];
+      }
+    }
+    ++t.nrows;
+    t.staged = false;
   } else {
     // Each field's text goes straight to the end of the pending text, which
     // has room for the longest record.
@@ -483,6 +509,7 @@ int close_memory_table(Table& t, int how) {
   esf::host::MemoryTable table;
   table.name = t.memory_key;
   table.variables = std::move(t.vars);
+  for (std::vector<double>& c : t.columns) c.resize(t.nrows);
   table.columns = std::move(t.columns);
   memory_catalogue()[t.memory_key] = std::move(table);
   return 0;
@@ -678,7 +705,7 @@ int xvpute(ptr xvp) {
   t.state = Table::State::Defined;
   if (t.in_memory) {
     t.columns.resize(t.vars.size());
-    for (std::vector<double>& c : t.columns) c.reserve(kFirstRows);
+    size_columns(t, kFirstRows);
     return 0;
   }
   t.pending.reserve(kFileChunk + t.vars.size() * (esf::host::kMaxTableFieldChars + 1));
@@ -694,7 +721,19 @@ int xyvput(ptr xvp, int /*flags*/) {
   if (xvp == nullptr) return kTableState;
   Table& t = *table_of(xvp);
   if (!t.output || t.state != Table::State::Defined) return kTableState;
-  for (std::size_t j = 0; j < t.slots.size(); ++j) t.record[j] = *t.slots[j];
+  double* const* slots = t.slots.data();
+  const std::size_t n = t.slots.size();
+  if (t.in_memory) {
+    // The record goes straight into the columns, as the next row.
+    if (t.nrows == t.room) make_room(t);
+    double* const* columns = t.column_data.data();
+    const std::size_t row = t.nrows;
+    for (std::size_t j = 0; j < n; ++j) columns[j][row] = *slots[j];
+    t.staged = true;
+    return 0;
+  }
+  double* record = t.record.data();
+  for (std::size_t j = 0; j < n; ++j) record[j] = *slots[j];
   return 0;
 }
 

@@ -167,36 +167,60 @@ long getseries(List tsList, TIMERANGE* datarange, TSERIES* ts) {
   double xmax = kStartMax;
   double sum = 0.0;
   long i = 0;
-  tsList->lastUsed = nullptr;
-  tsList->lastIndex = 0;
+  // Locals, not the records: the flag stores could alias them.
+  double* const x = ts->x;
+  char* const misflg = ts->misflg;
+  SLIST_ITEM* last = nullptr;
   for (SLIST_ITEM* item = tsList->head; item != nullptr && i < n; item = item->next, ++i) {
-    tsList->lastUsed = item;
-    ++tsList->lastIndex;
+    last = item;
+    // The number of each numeric kind of item, read here rather than
+    // through slgetnv: a call in the loop would keep the sums in memory.
     double value = kMissing;
     bool numeric = true;
-    if (item->type == SL_NUMBER) {
-      value = item->data.d;
-    } else {
-      value = slgetnv(item, 0);
-      numeric =
-          item->type == SL_COUNT || item->type == SL_INTEGER || item->type == SL_SHORT || item->type == SL_BOOLEAN;
+    switch (item->type) {
+      case SL_NUMBER:
+        value = item->data.d;
+        break;
+      case SL_INTEGER:
+      case SL_COUNT:
+        value = static_cast<double>(item->data.i);
+        break;
+      case SL_SHORT:
+        value = static_cast<double>(item->data.s);
+        break;
+      case SL_BOOLEAN:
+        value = item->data.b != 0 ? 1.0 : 0.0;
+        break;
+      default:
+        numeric = false;
+        break;
     }
-    if (numeric && zmissr(value, xextr, &nextr) == 0) {
-      ts->x[i] = value;
-      ts->misflg[i] = 0;
+    // A value is usable when present and within the extreme limit; one
+    // beyond it (or not a number) counts as extreme.
+    bool usable = false;
+    if (numeric && !esf::is_missing(value)) {
+      usable = std::fabs(value) <= xextr;
+      if (!usable) ++nextr;
+    }
+    if (usable) {
+      x[i] = value;
+      misflg[i] = 0;
       if (value < xmin) xmin = value;
       if (value > xmax) xmax = value;
       sum += value;
     } else {
-      ts->x[i] = kMissing;
-      ts->misflg[i] = 1;
+      x[i] = kMissing;
+      misflg[i] = 1;
       ++nmiss;
     }
   }
+  // The walk ends on the last item read.
+  tsList->lastUsed = last;
+  tsList->lastIndex = i;
   // A list shorter than the series leaves its tail missing, uncounted.
   for (; i < n; ++i) {
-    ts->x[i] = kMissing;
-    ts->misflg[i] = 1;
+    x[i] = kMissing;
+    misflg[i] = 1;
   }
 
   const long nn = n - nmiss;

@@ -1,8 +1,10 @@
 #include "runner/batch_text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <iterator>
+#include <string_view>
 
 #include <fmt/format.h>
 
@@ -140,20 +142,35 @@ std::string table_csv(const SeriesOutcome& o, const std::vector<int>& map, int l
   const std::size_t rows = t.rows();
   const std::size_t first_forecast = rows >= static_cast<std::size_t>(lead) ? rows - static_cast<std::size_t>(lead) : 0;
   const host::TimeForm form = time_form(t.units);
+  std::vector<const double*> data(map.size(), nullptr);
+  for (std::size_t j = 0; j < map.size(); ++j) {
+    if (map[j] >= 0) data[j] = t.columns[static_cast<std::size_t>(map[j])].values.data();
+  }
+  // Each row is written in place at the end of one buffer, in room for its
+  // longest text, which is then cut to what was written.
+  constexpr std::string_view kHistory = ",history,\n", kForecast = ",forecast,";
+  const std::size_t room =
+      key.size() + map.size() * (host::kMaxTableFieldChars + 1) + kForecast.size() + 24;  // the lead and the line end
+  const std::size_t first = future_only ? first_forecast : 0;
   std::string out;
-  for (std::size_t i = future_only ? first_forecast : 0; i < rows; ++i) {
-    out += key;
+  out.reserve((rows - std::min(first, rows)) * room);
+  for (std::size_t i = first; i < rows; ++i) {
+    const std::size_t at = out.size();
+    out.resize(at + room);
+    char* const begin = out.data() + at;
+    char* p = std::copy(key.begin(), key.end(), begin);
     for (std::size_t j = 0; j < map.size(); ++j) {
-      if (j > 0) out += ',';
-      if (map[j] < 0) continue;
-      const auto column = static_cast<std::size_t>(map[j]);
-      host::append_table_field(out, t.columns[column].values[i], column, form);
+      if (j > 0) *p++ = ',';
+      if (data[j] != nullptr) p = host::write_table_field(p, data[j][i], static_cast<std::size_t>(map[j]), form);
     }
     if (i >= first_forecast) {
-      fmt::format_to(std::back_inserter(out), ",forecast,{}\n", i - first_forecast + 1);
+      p = std::copy(kForecast.begin(), kForecast.end(), p);
+      p = std::to_chars(p, p + 20, i - first_forecast + 1).ptr;
+      *p++ = '\n';
     } else {
-      out += ",history,\n";
+      p = std::copy(kHistory.begin(), kHistory.end(), p);
     }
+    out.resize(at + static_cast<std::size_t>(p - begin));
   }
   return out;
 }

@@ -16,11 +16,11 @@ namespace {
 // The calendar routines of the loaded image that inference needs.
 struct Routines {
   explicit Routines(Loader& loader)
-      : zintfit(loader.symbol<int(double, double, char*, INTERVAL*, INTINFO*)>("zintfit")),
-        zintstr(loader.symbol<int(tchar*, int, INTERVAL*)>("zintstr")),
-        zintnx2(loader.symbol<double(INTERVAL*, double, double)>("zintnx2")),
-        zintck2(loader.symbol<double(INTERVAL*, double, double)>("zintck2")),
-        zintnx3(loader.symbol<double(INTERVAL*, double, double, tchar*, INTERVAL*)>("zintnx3")) {}
+      : zintfit(Loader::required(loader.routines().zintfit, "zintfit")),
+        zintstr(Loader::required(loader.routines().zintstr, "zintstr")),
+        zintnx2(Loader::required(loader.routines().zintnx2, "zintnx2")),
+        zintck2(Loader::required(loader.routines().zintck2, "zintck2")),
+        zintnx3(Loader::required(loader.routines().zintnx3, "zintnx3")) {}
   int (*zintfit)(double, double, char*, INTERVAL*, INTINFO*);
   int (*zintstr)(tchar*, int, INTERVAL*);
   double (*zintnx2)(INTERVAL*, double, double);
@@ -150,8 +150,9 @@ Inferred infer_interval(Loader& loader, const CsvSeries& series, TimeUnits units
 std::string placement_remark(Loader& loader, const CsvSeries& series, TimeUnits units, INTERVAL interval) {
   Routines fn(loader);
   const CsvRow* off = nullptr;
+  CalendarMemo& memo = CalendarMemo::rows_of(interval, CalendarMemo::kBegins);
   for (const CsvRow& r : series.rows) {
-    if (fn.zintnx2(&interval, r.time, 0.0) != r.time) {
+    if (memo.answer(CalendarMemo::kBegins, r.time, 0.0, [&] { return fn.zintnx2(&interval, r.time, 0.0); }) != r.time) {
       off = &r;
       break;
     }
@@ -165,6 +166,22 @@ std::string placement_remark(Loader& loader, const CsvSeries& series, TimeUnits 
     text += fmt::format(" ({} would fit the time IDs)", fit.interval);
   }
   return text;
+}
+
+CalendarMemo& CalendarMemo::rows_of(const INTERVAL& iv, Question q) {
+  thread_local CalendarMemo memo;
+  const INTERVAL& m = memo.interval_;
+  const bool same_interval = m.units == iv.units && m.intcode == iv.intcode && m.intper == iv.intper &&
+                             m.shiftper == iv.shiftper && m.nweekday == iv.nweekday &&
+                             std::equal(std::begin(m.weekend), std::end(m.weekend), std::begin(iv.weekend)) &&
+                             m.tokenlen == iv.tokenlen && std::equal(m.token, m.token + m.tokenlen, iv.token);
+  if (!same_interval) {
+    memo.interval_ = iv;
+    for (std::vector<Answer>& a : memo.answers_) a.clear();
+  }
+  memo.on_ = iv.intcode != kIntCustom;
+  memo.next_[q] = 0;
+  return memo;
 }
 
 }  // namespace esf::runner

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
+#include <type_traits>
 
 #include <fmt/format.h>
 
@@ -21,6 +22,10 @@ std::filesystem::path Loader::default_path() {
   const std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
   if (ec) return "libqorfmsm.so";
   return exe.parent_path() / "libqorfmsm.so";
+}
+
+void Loader::load() {
+  if (handle_ == nullptr) load(default_path());
 }
 
 void Loader::load(const std::filesystem::path& path) {
@@ -63,6 +68,21 @@ void Loader::load(const std::filesystem::path& path) {
   vi_ = vi;
   pcn_ = pcn;
   cmeths_ = cmeths;
+  auto find = [&](auto& routine, const char* name) {
+    routine = reinterpret_cast<std::remove_reference_t<decltype(routine)>>(::dlsym(handle, name));
+  };
+  find(routines_.zintstr, "zintstr");
+  find(routines_.zintnx2, "zintnx2");
+  find(routines_.zintck2, "zintck2");
+  find(routines_.zintnx3, "zintnx3");
+  find(routines_.zintfit, "zintfit");
+  find(routines_.zintsea, "zintsea");
+  find(routines_.fit_ended, "esf_fit_ended");
+  for (int slot = 0; slot < kNumMethods; ++slot) {
+    std::string& upper = upper_names_[static_cast<std::size_t>(slot)];
+    upper = esf::method_name(slot);
+    for (char& c : upper) c = static_cast<char>(c - ('a' <= c && c <= 'z' ? 'a' - 'A' : 0));
+  }
 }
 
 const VIMODCON& Loader::image_info() const {
@@ -92,9 +112,7 @@ int Loader::slot_of(std::string_view name) { return esf::method_slot(name); }
 int Loader::call(int slot, host::MethodCall& call, List self) {
   if (!loaded()) load();
   METHODFN fn = method(slot);
-  const std::string_view name = esf::method_name(slot);
-  std::string upper(name);
-  for (char& c : upper) c = static_cast<char>(c - ('a' <= c && c <= 'z' ? 'a' - 'A' : 0));
+  std::string& upper = upper_names_[static_cast<std::size_t>(slot)];
   return fn(call.plist(), self, reinterpret_cast<unsigned char*>(upper.data()), static_cast<int>(upper.size()));
 }
 

@@ -14,6 +14,7 @@
 #include "host/host.h"
 #include "module/families.h"
 #include "module/host_api.h"
+#include "module/qorfmsm.h"
 
 namespace esf::runner {
 
@@ -39,7 +40,10 @@ class Loader {
   static std::filesystem::path default_path();
 
   // Loads the image (once; later calls do nothing).  Throws LoadError.
-  void load(const std::filesystem::path& path = default_path());
+  void load(const std::filesystem::path& path);
+  // Loads the default image, when none is loaded yet (without looking for
+  // the file otherwise).
+  void load();
   bool loaded() const { return handle_ != nullptr; }
   const std::filesystem::path& path() const { return path_; }
 
@@ -58,6 +62,30 @@ class Loader {
   // function's result (always 0 for this module).  Loads first if needed.
   int call(int slot, host::MethodCall& call, List self = nullptr);
 
+  // The image's routines that every series calls, found once when the image
+  // is loaded; null where the image does not export one.
+  struct Routines {
+    int (*zintstr)(tchar*, int, INTERVAL*) = nullptr;
+    double (*zintnx2)(INTERVAL*, double, double) = nullptr;
+    double (*zintck2)(INTERVAL*, double, double) = nullptr;
+    double (*zintnx3)(INTERVAL*, double, double, tchar*, INTERVAL*) = nullptr;
+    int (*zintfit)(double, double, char*, INTERVAL*, INTINFO*) = nullptr;
+    int (*zintsea)(INTERVAL*, double, INTERVAL*, int*) = nullptr;
+    int (*fit_ended)(int, PSCPLIST*, List, FITEND*) = nullptr;
+  };
+  // Loads first if needed.
+  const Routines& routines() {
+    if (!loaded()) load();
+    return routines_;
+  }
+  // A routine of routines(); throws LoadError naming it when the image does
+  // not export it.
+  template <class F>
+  static F* required(F* routine, const char* name) {
+    if (routine == nullptr) throw LoadError(std::string("the module does not export ") + name);
+    return routine;
+  }
+
   // An exported routine of the image by name.  Loads first if needed;
   // throws LoadError when the image does not export it.
   template <class F>
@@ -74,6 +102,8 @@ class Loader {
   VIMODCON* vi_ = nullptr;
   WIPGMCON* pcn_ = nullptr;
   CMETHS cmeths_{};
+  Routines routines_;
+  std::array<std::string, kNumMethods> upper_names_;  // the method names as calls pass them
 };
 
 }  // namespace esf::runner

@@ -41,9 +41,9 @@ constexpr const char* kTableName = "ESFMEM.FORECAST";
 // The calendar routines of the loaded image that placing a series needs.
 struct ModuleCalendar {
   explicit ModuleCalendar(Loader& loader)
-      : zintstr(loader.symbol<int(tchar*, int, INTERVAL*)>("zintstr")),
-        zintnx2(loader.symbol<double(INTERVAL*, double, double)>("zintnx2")),
-        zintck2(loader.symbol<double(INTERVAL*, double, double)>("zintck2")) {}
+      : zintstr(Loader::required(loader.routines().zintstr, "zintstr")),
+        zintnx2(Loader::required(loader.routines().zintnx2, "zintnx2")),
+        zintck2(Loader::required(loader.routines().zintck2, "zintck2")) {}
   int (*zintstr)(tchar*, int, INTERVAL*);
   double (*zintnx2)(INTERVAL*, double, double);
   double (*zintck2)(INTERVAL*, double, double);
@@ -52,13 +52,10 @@ struct ModuleCalendar {
 // The length of the seasonal cycle the module gives the interval, when it
 // exports the routine; 0 when unknown.
 int seasons_of(Loader& loader, INTERVAL* iv, double date) {
-  try {
-    auto* zintsea = loader.symbol<int(INTERVAL*, double, INTERVAL*, int*)>("zintsea");
-    INTERVAL cycle{};
-    int n = 0;
-    if (zintsea(iv, date, &cycle, &n) == 0 && n > 0) return n;
-  } catch (const LoadError&) {
-  }
+  auto* zintsea = loader.routines().zintsea;
+  INTERVAL cycle{};
+  int n = 0;
+  if (zintsea != nullptr && zintsea(iv, date, &cycle, &n) == 0 && n > 0) return n;
   return 0;
 }
 
@@ -141,6 +138,8 @@ bool nothing_to_estimate(const ModelOptions& o, const Family& family) {
 }
 
 // ---- Lists -------------------------------------------------------------------
+
+std::shared_ptr<const FamilyPlans> make_family_plans(const Runner& runner, const Plan& automatic);
 
 // The lists of one method call, freed with it.
 struct Lists {
@@ -294,7 +293,10 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
   INTERVAL* iv = &interval;
   Calendar calendar;
   calendar.period_start = [&cal, iv](double t) { return cal.zintnx2(iv, t, 0.0); };
-  calendar.count = [&cal, iv](double from, double to) { return cal.zintck2(iv, from, to); };
+  CalendarMemo& memo = CalendarMemo::rows_of(interval, CalendarMemo::kCount);
+  calendar.count = [&cal, iv, &memo](double from, double to) {
+    return memo.answer(CalendarMemo::kCount, from, to, [&] { return cal.zintck2(iv, from, to); });
+  };
   calendar.is_missing = [](double v) { return esf::is_missing(v) || std::isnan(v); };
   p->placed = place_series(csv, calendar);
 
@@ -404,7 +406,7 @@ FITEND run_fit(Loader& loader, const Family& family, Lists& p) {
   host::MethodCall call;
   call.list(p.series).list(p.spec).list(p.fit_range).list(p.eval_range).list(p.model).number(0);
   FITEND end{};
-  auto* fit_ended = loader.symbol<int(int, PSCPLIST*, List, FITEND*)>("esf_fit_ended");
+  auto* fit_ended = Loader::required(loader.routines().fit_ended, "esf_fit_ended");
   const double t0 = clock_if(p.timed);
   fit_ended(family.fit_slot, call.plist(), nullptr, &end);
   p.fit_method_seconds += clock_if(p.timed) - t0;
@@ -784,8 +786,74 @@ Plan Runner::plan(const ModelOptions& options, bool forecast) const {
   if (!options.start_factors.empty() || !options.backcast_factors.empty()) {
     validate_cycle(options, options.nseasons.value_or(seasons_of(loader_, &p.interval, 0.0)));
   }
+  if (automatic) p.family_plans = make_family_plans(*this, p);
   return p;
 }
+
+// The plans of each family under the options of an automatic plan: the
+// fit a choice makes (one level, formula limits) and the run of the chosen
+// family.
+struct FamilyPlans {
+  struct Made {
+    std::optional<Plan> plan;
+    std::optional<RunError> error;  // why the options do not make a plan for the family
+  };
+  struct Entry {
+    Made fit, chosen;
+  };
+  std::vector<Entry> entries;  // in the order of families()
+};
+
+namespace {
+
+ModelOptions family_options(const Plan& automatic, const Family& family, bool fit) {
+  ModelOptions o = automatic.options;
+  o.model = family.name;
+  if (fit) {
+    o.levels.clear();
+    o.limits = LimitMethod::kFormula;
+  }
+  return o;
+}
+
+FamilyPlans::Made make_plan(const Runner& runner, const ModelOptions& o, bool forecast) {
+  FamilyPlans::Made m;
+  try {
+    m.plan = runner.plan(o, forecast);
+  } catch (const RunError& e) {
+    m.error = e;
+  }
+  return m;
+}
+
+std::shared_ptr<const FamilyPlans> make_family_plans(const Runner& runner, const Plan& automatic) {
+  auto plans = std::make_shared<FamilyPlans>();
+  for (const Family& family : families()) {
+    plans->entries.push_back({make_plan(runner, family_options(automatic, family, true), false),
+                              make_plan(runner, family_options(automatic, family, false), automatic.forecast)});
+  }
+  return plans;
+}
+
+// The plan of family `index` under an automatic plan, for its fit or as the
+// chosen one: the plan's own when it made them, else made now in *made.
+// Throws RunError when the options make no plan for the family.
+const Plan& family_plan(const Runner& runner, const Plan& automatic, std::size_t index, bool chosen,
+                        std::optional<Plan>* made) {
+  if (automatic.family_plans != nullptr) {
+    const FamilyPlans::Entry& e = automatic.family_plans->entries[index];
+    const FamilyPlans::Made& m = chosen ? e.chosen : e.fit;
+    if (m.error) throw *m.error;
+    if (m.plan->timed == automatic.timed) return *m.plan;
+    made->emplace(*m.plan);
+  } else {
+    made->emplace(runner.plan(family_options(automatic, families()[index], !chosen), chosen && automatic.forecast));
+  }
+  (*made)->timed = automatic.timed;
+  return **made;
+}
+
+}  // namespace
 
 namespace {
 
@@ -798,7 +866,8 @@ AutoChoice choose_family(const Runner& runner, const Plan& plan, const CsvSeries
   AutoChoice c;
   c.by = plan.options.select;
   double kept_score = kNaN;
-  for (const Family& family : families()) {
+  for (std::size_t index = 0; index < families().size(); ++index) {
+    const Family& family = families()[index];
     Candidate cand;
     cand.model = family.name;
     ModelOptions o = plan.options;
@@ -820,8 +889,8 @@ AutoChoice choose_family(const Runner& runner, const Plan& plan, const CsvSeries
         cand.holdout = r.holdout_accuracy;
         cand.score = r.holdout_accuracy.mase;
       } else {
-        Plan fit_plan = runner.plan(o, false);
-        fit_plan.timed = plan.timed;
+        std::optional<Plan> made;
+        const Plan& fit_plan = family_plan(runner, plan, index, false, &made);
         Fitted f = fit_series(loader, fit_plan, series, false);
         const Criteria& k = f.result.criteria;
         cand.criteria = k;
@@ -853,15 +922,15 @@ AutoChoice choose_family(const Runner& runner, const Plan& plan, const CsvSeries
 
 // The plan of the family --model auto chose, with the choice, and in *kept
 // (when given) that family's fit when the choice kept it.
-Plan chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series, std::optional<AutoChoice>* choice,
-                 std::optional<Fitted>* kept = nullptr) {
+const Plan& chosen_plan(const Runner& runner, const Plan& plan, const CsvSeries& series,
+                        std::optional<AutoChoice>* choice, std::optional<Plan>* made,
+                        std::optional<Fitted>* kept = nullptr) {
   if (plan.family != nullptr) return plan;
   *choice = choose_family(runner, plan, series, kept);
-  ModelOptions o = plan.options;
-  o.model = (*choice)->chosen;
-  Plan chosen = runner.plan(o, plan.forecast);
-  chosen.timed = plan.timed;
-  return chosen;
+  const std::span<const Family> all = families();
+  const auto chosen =
+      std::find_if(all.begin(), all.end(), [&](const Family& f) { return f.name == (*choice)->chosen; });
+  return family_plan(runner, plan, static_cast<std::size_t>(chosen - all.begin()), true, made);
 }
 
 }  // namespace
@@ -892,7 +961,8 @@ Plan Runner::plan_for_file(const ModelOptions& options, bool forecast, const std
 FitResult Runner::fit(const Plan& plan_in, const CsvSeries& series, bool keep_model_list) const {
   std::optional<AutoChoice> choice;
   std::optional<Fitted> kept;
-  const Plan plan = chosen_plan(*this, plan_in, series, &choice, &kept);
+  std::optional<Plan> made;
+  const Plan& plan = chosen_plan(*this, plan_in, series, &choice, &made, &kept);
   Fitted f = kept ? std::move(*kept) : fit_series(loader_, plan, series, keep_model_list);
   if (kept && keep_model_list) f.result.model_list = host::to_json(f.lists->model);
   f.result.choice = std::move(choice);
@@ -960,7 +1030,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   ForecastResult result;
   std::optional<AutoChoice> choice;
   std::optional<Fitted> fitted;  // the fit, when the model is fitted here
-  const Plan plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice, &fitted);
+  std::optional<Plan> made;
+  const Plan& plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice, &made, &fitted);
   const ModelOptions& o = plan.options;
   const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
   if (!remark.empty()) result.warnings.push_back(remark);

@@ -29,6 +29,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -117,6 +118,9 @@ struct ModelOptions {
   Selection select = Selection::kAicc;
 };
 
+// The plans --model auto runs each family on, made once with its plan.
+struct FamilyPlans;
+
 // Options checked once for many series.
 struct Plan {
   ModelOptions options;
@@ -131,6 +135,9 @@ struct Plan {
   // Record the CPU seconds of each stage (ForecastResult, SeriesOutcome):
   // a benchmark's figures, at the price of a clock reading per stage.
   bool timed = false;
+  // --model auto with an interval: each family's plans, shared by the copies
+  // of this plan.
+  std::shared_ptr<const FamilyPlans> family_plans;
 };
 
 struct WeightEstimate {

@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
-#include <map>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -258,9 +257,9 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
     throw CsvError(fmt::format("{}: the interval cannot place {}", where(series.path, earliest->line, series.id_column),
                                host::quote_input(earliest->id_text)));
   }
-  // Period index of every row, from the first period.
-  std::map<long, const CsvRow*> by_period;
-  long last = 0;
+  // The row of every period, from the first period.
+  std::vector<const CsvRow*> by_period;
+  by_period.reserve(series.rows.size());
   for (const CsvRow& row : series.rows) {
     const double k = calendar.count(placed.stdate, row.time);
     if (calendar.is_missing(k) || !std::isfinite(k) || k < 0) {
@@ -274,18 +273,20 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
           kMaxSeriesPeriods, series.path, earliest->line, row.line, host::quote_input(series.id_column),
           host::quote_input(earliest->id_text), host::quote_input(row.id_text)));
     }
-    const long index = static_cast<long>(k);
-    auto [it, inserted] = by_period.emplace(index, &row);
-    if (!inserted) {
+    const auto index = static_cast<std::size_t>(k);
+    if (index >= by_period.size()) by_period.resize(index + 1, nullptr);
+    if (const CsvRow* before = by_period[index]) {
       throw CsvError(fmt::format("{}: lines {} and {}, column {}: {} and {} fall in the same period", series.path,
-                                 it->second->line, row.line, host::quote_input(series.id_column),
-                                 host::quote_input(it->second->id_text), host::quote_input(row.id_text)));
+                                 before->line, row.line, host::quote_input(series.id_column),
+                                 host::quote_input(before->id_text), host::quote_input(row.id_text)));
     }
-    if (index > last) last = index;
+    by_period[index] = &row;
   }
-  placed.values.assign(static_cast<std::size_t>(last) + 1, std::numeric_limits<double>::quiet_NaN());
-  placed.lines.assign(static_cast<std::size_t>(last) + 1, 0);
-  for (const auto& [index, row] : by_period) {
+  placed.values.assign(by_period.size(), std::numeric_limits<double>::quiet_NaN());
+  placed.lines.assign(by_period.size(), 0);
+  for (std::size_t index = 0; index < by_period.size(); ++index) {
+    const CsvRow* row = by_period[index];
+    if (row == nullptr) continue;
     if (!row->missing) placed.values[index] = row->value;
     placed.lines[index] = row->line;
   }

@@ -163,16 +163,7 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
   // registers.
   template <class Run>
   static int derivative_pass(Pass& p, const double* w, Run run) {
-    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
-    const DerivativeStep step{
-        p.scodes, p.nseasons, p.xscale, w[0], w[1], p.smooth.sfactor, {p.der.season.wlevel, p.der.season.wseason}};
-    DerivativeStep::State st{p.smooth.level, p.smooth.xhat, {p.der.level[0], p.der.level[1]}};
-    const int rc = run(step, series, st);
-    p.smooth.level = st.level;
-    p.smooth.xhat = st.xhat;
-    p.der.level[0] = st.derlev[0];
-    p.der.level[1] = st.derlev[1];
-    return rc;
+    return factor_derivative_pass<Family, DerivativeStep>(p, w, run);
   }
 
   // Between the passes the factors are centred, at the start of the series.
@@ -214,27 +205,10 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family> {
     return rc;
   }
 
-  // Forecast.
-  static constexpr int kRowDoubles = 8;
-  static constexpr OutputColumn kStateColumns[2] = {{"LEVEL", kMsgLevel}, {"SEASON", kMsgSeason}};
-
-  static void forecast_start(WINMODEL* model, int startflg) {
-    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
-    model->smooth.level = from.level;
-    if (model->smooth.sfactor && from.sfactor) {
-      copy_factors(model, model->smooth.sfactor, from.sfactor);
-    }
-  }
-
-  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    if (model->ts.scodes == nullptr || model->smooth.sfactor == nullptr || model->ts.nseasons < 1) {
-      return kTooFew;
-    }
-    const long first = model->fitrange.start;
-    return zessprd(model->ts.x + first, model->ts.misflg + first, model->ts.descstats.norm, model->fitrange.nobs,
-                   model->ts.nseasons, w[0], w[1], &model->smooth.level, model->smooth.sfactor,
-                   model->ts.scodes + first, 0, end, model->lead, model->pest.mse, model->cl, startflg,
-                   &model->stats.mse, model->out.strptr);
+  // Forecast: the kernel's prediction pass.
+  using Kernel = ess::Kernel;
+  static Kernel kernel(const WINMODEL& model, const double* w, const int* scodes) {
+    return {model.ts.descstats.norm, w[0], w[1], model.ts.nseasons, scodes};
   }
 };
 

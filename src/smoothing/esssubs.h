@@ -171,53 +171,30 @@ inline int point_derivative(double x, double wlevel, double wseason, double llev
   return kOk;
 }
 
-// One observation of the estimation's derivative passes (the step record of
-// pass::derivative_backward and pass::derivative_forward): point and
-// point_derivative on the level and its derivatives held by value, the
-// factors and their derivatives in their arrays; a missing observation has
-// the prediction, level plus its season's factor, in its place.
-struct DerivativeStep {
-  static constexpr int kWeights = 2;
+// The update of the estimation's derivative passes: point and
+// point_derivative on the level and its derivatives held by value; a missing
+// observation has the prediction, level plus its season's factor, in its
+// place.
+struct FactorUpdate {
   struct State {
     double level;
     double xhat;       // the last prediction of a step that succeeded
     double derlev[2];  // d level / d wlevel, d wseason
   };
-
-  const int* scodes;
-  int nseasons;
-  double xscale;
-  double wlevel;
-  double wseason;
-  double* sfactor;
-  double* dersea[2];  // d factor[s] / d wlevel, d wseason
-
-  double missing_value(const State& s, long t) const noexcept { return s.level + sfactor[scodes[t]]; }
-  [[gnu::always_inline]] int step(State& s, long t, double value, double* wder) const noexcept {
-    const int code = scodes[t];
-    const double llevel = s.level;
-    const double lseason = sfactor[code];
-    double xhat = 0.0;
-    double e = 0.0;
-    int rc = point(value, xscale, wlevel, wseason, &s.level, sfactor, code, &xhat, &e);
-    if (rc < 0) return rc;
-    double* d0 = dersea[0];
-    double* d1 = dersea[1];
-    double ds[2] = {d0[code], d1[code]};
-    rc = point_derivative(value, wlevel, wseason, llevel, s.level, lseason, s.derlev, ds, wder);
-    d0[code] = ds[0];
-    d1[code] = ds[1];
-    if (rc < 0) return rc;
-    s.xhat = xhat;
-    wder[2] = e;
-    return smoothing::kOk;
+  static double prediction(const State& s, double factor) noexcept { return s.level + factor; }
+  [[gnu::always_inline]] static int point(const double* w, double xscale, State& s, double* sfactor, int code,
+                                          double value, double& xhat, double& e) noexcept {
+    return ess::point(value, xscale, w[0], w[1], &s.level, sfactor, code, &xhat, &e);
   }
-  long saved() const noexcept { return 3L * nseasons; }
-  void save(double* to) const noexcept { pass::save_arrays({sfactor, dersea[0], dersea[1]}, nseasons, to); }
-  void restore(const double* from) const noexcept {
-    pass::restore_arrays({sfactor, dersea[0], dersea[1]}, nseasons, from);
+  [[gnu::always_inline]] static int derive(const double* w, const State& before, State& s, double lseason, double value,
+                                           double* ds, double* wder) noexcept {
+    return point_derivative(value, w[0], w[1], before.level, s.level, lseason, s.derlev, ds, wder);
   }
 };
+
+// One observation of the estimation's derivative passes (the step record of
+// pass::derivative_backward and pass::derivative_forward).
+using DerivativeStep = pass::FactorStep<2, FactorUpdate>;
 
 // The body of zessnmd, inline so that the estimation frame's passes keep
 // their state in registers rather than hand its address to a call.
@@ -271,7 +248,7 @@ struct Kernel {
     double* sfactor;
     int code;
   };
-  static constexpr int kStates = 2;
+  static constexpr pass::Column kColumns[] = {pass::Column::level, pass::Column::season};
   static constexpr long kParms = 2;
   static constexpr bool kMissingRepeatsPrediction = false;
 

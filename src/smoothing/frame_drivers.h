@@ -24,7 +24,7 @@
 //   int <f>out(DATASET* out, INTERVAL* intv, u_sname* varname,
 //              u_slabel* label, u_sname* timeid, double stdate, char* align,
 //              long nobs, double cl)               frame::write_family_table<F>
-//       Writes `nobs` rows of F::kRowDoubles doubles from out->strptr as the
+//       Writes `nobs` rows of pass::kRowDoubles<F::Kernel> doubles from out->strptr as the
 //       table out->dsname: time ID, ACTUAL, FORECAST, the two limits,
 //       RESIDUAL, STD and the family's states.  Returns 0 or -101.
 #pragma once

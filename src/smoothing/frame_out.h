@@ -8,15 +8,13 @@
 //
 //   | time ID | ACTUAL | FORECAST | Uxx | Lxx | RESIDUAL | STD | states...
 //
-// A family trait F (see frame.h) adds for the forecast:
-//   static constexpr int kRowDoubles;              m
-//   static constexpr OutputColumn kStateColumns[]; m - 6 state variables
-//   static void forecast_start(WINMODEL*, int startflg);
-//        smooth from svi (startflg 0, the pass runs its backcast) or from
-//        startvals (the state at time 0 as given)
-//   static int predict(WINMODEL*, const double* w, long end, int startflg);
-//        the family's z..prd into model->out.strptr over 0..end of the fit
-//        range, lead forecasts, stats.mse from the pass
+// The forecast is the kernel's: a family trait F (see frame.h) names its
+// kernel record (smoothing/pass_kernel.h), whose states, state columns and
+// row width are stated there, and builds it from the model:
+//   using Kernel = ...;
+//   static Kernel kernel(const WINMODEL&, const double* w, const int* scodes);
+//        the record for the weights w and the season codes of the fit
+//        range (null when the series has none)
 #pragma once
 
 #include <cmath>
@@ -28,6 +26,7 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "smoothing/frame_limits.h"
+#include "smoothing/pass_kernel.h"
 
 namespace smoothing::frame {
 
@@ -50,6 +49,50 @@ inline constexpr int kLabelBytes = 256;
 inline constexpr int kMaxTableVars = 10;       // Winters: time ID + 9 doubles
 inline constexpr double kWeightLimit = 100.0;  // a forecast weight beyond +-this is unusable
 inline constexpr int kPoolNumbers = 0x2004;    // pool flag word for arrays of numbers
+
+// The state variable of a kernel's column.
+constexpr OutputColumn output_column(pass::Column column) {
+  switch (column) {
+    case pass::Column::level:
+      return {"LEVEL", kMsgLevel};
+    case pass::Column::trend:
+      return {"TREND", kMsgTrend};
+    case pass::Column::season:
+      break;
+  }
+  return {"SEASON", kMsgSeason};
+}
+
+// The state variables of the kernel K, in the order of its columns.
+template <class K>
+struct StateColumns {
+  OutputColumn column[pass::kStates<K>];
+  constexpr StateColumns() : column{} {
+    for (int k = 0; k < pass::kStates<K>; ++k) column[k] = output_column(K::kColumns[k]);
+  }
+};
+template <class K>
+inline constexpr StateColumns<K> kStateColumns{};
+
+// Bytes of one state's factors: one double per season.
+inline size_t factor_bytes(const WINMODEL* model) {
+  return static_cast<size_t>(model->ts.nseasons > 0 ? model->ts.nseasons : 0) * sizeof(double);
+}
+
+// Copies the factors of one state into another.
+inline void copy_factors(const WINMODEL* model, double* to, const double* from) {
+  const size_t bytes = factor_bytes(model);
+  if (bytes && to != from) std::memcpy(to, from, bytes);
+}
+
+// Every season code of rows 0..last lies within the cycle.
+inline bool codes_fit(const int* scodes, long last, int nseasons) {
+  if (nseasons < 1 || scodes == nullptr) return false;
+  for (long t = 0; t <= last; ++t) {
+    if (scodes[t] < 0 || scodes[t] >= nseasons) return false;
+  }
+  return true;
+}
 
 // Names of the two limits: with c = cl limited to [0.01, 0.99],
 // n = 100 - floor(c * 100 + 0.4999999999), printed with three characters:
@@ -199,13 +242,54 @@ inline int write_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel*
   return kOk;
 }
 
-// The writer of a family: its row width and its state variables.
+// The writer of a family: the row width and the state variables of its
+// kernel.
 template <class F>
 int write_family_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel* label, u_sname* timeid, double stdate,
                        char* align, long nobs, double cl) {
-  constexpr int nstates = static_cast<int>(sizeof F::kStateColumns / sizeof F::kStateColumns[0]);
-  return write_table(out, intv, varname, label, timeid, stdate, align, nobs, cl, F::kRowDoubles, F::kStateColumns,
-                     nstates);
+  using K = typename F::Kernel;
+  return write_table(out, intv, varname, label, timeid, stdate, align, nobs, cl, pass::kRowDoubles<K>,
+                     kStateColumns<K>.column, pass::kStates<K>);
+}
+
+// Sets model->smooth to the state the prediction pass starts from: svi
+// (startflg 0, the pass runs its backcast first) or startvals (the state at
+// time 0 as given); only the states that the kernel K has.
+template <class K>
+void forecast_start(WINMODEL* model, int startflg) {
+  const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
+  model->smooth.level = from.level;
+  if constexpr (pass::Trended<K>) model->smooth.trend = from.trend;
+  if constexpr (pass::Seasonal<K>) {
+    if (model->smooth.sfactor && from.sfactor) copy_factors(model, model->smooth.sfactor, from.sfactor);
+  }
+}
+
+// The kernel's prediction pass (z..prd) from model->smooth over observations
+// 0..end of the fit range into model->out.strptr, with model->lead
+// forecasts and stats.mse from the pass; model->smooth keeps the state where
+// the pass stopped.  A seasonal kernel needs its factors and a season code
+// within the cycle for every row it reads (-2).
+template <class F>
+int predict(WINMODEL* model, const double* w, long end, int startflg) {
+  using K = typename F::Kernel;
+  const long first = model->fitrange.start;
+  const int* scodes = model->ts.scodes ? model->ts.scodes + first : nullptr;
+  SMOOTHVALS& sm = model->smooth;
+  typename K::State s{};
+  s.level = sm.level;
+  if constexpr (pass::Trended<K>) s.trend = sm.trend;
+  if constexpr (pass::Seasonal<K>) {
+    const long last = end > model->fitrange.nobs - 1 ? end : model->fitrange.nobs - 1;
+    if (sm.sfactor == nullptr || !codes_fit(scodes, last, model->ts.nseasons)) return kTooFew;
+    s.sfactor = sm.sfactor;
+  }
+  const int rc =
+      pass::predict(F::kernel(*model, w, scodes), model->ts.x + first, model->ts.misflg + first, model->fitrange.nobs,
+                    s, 0, end, model->lead, model->pest.mse, model->cl, startflg, &model->stats.mse, model->out.strptr);
+  sm.level = s.level;
+  if constexpr (pass::Trended<K>) sm.trend = s.trend;
+  return rc;
 }
 
 // The forecast driver (nes1for and its sisters).  `startflg` non-zero means
@@ -214,12 +298,13 @@ int write_family_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel*
 // prediction pass's negative code.
 template <class F>
 int forecast(WINMODEL* model, int startflg) {
+  using K = typename F::Kernel;
   constexpr int p = F::kNumWeights;
-  F::forecast_start(model, startflg);
+  forecast_start<K>(model, startflg);
 
   const long end = model->evalrange.end - model->fitrange.start;
   const long rows = static_cast<long>(model->lead) + end + 1;
-  const long bytes = rows * static_cast<long>(F::kRowDoubles) * 8;
+  const long bytes = rows * static_cast<long>(pass::kRowDoubles<K>) * 8;
   model->out.strptr = static_cast<double*>(host_alloc(bytes, kPoolNumbers));
   if (!model->out.strptr) return kNoMemory;
   auto release = [&] {
@@ -240,7 +325,7 @@ int forecast(WINMODEL* model, int startflg) {
     }
   }
 
-  int rc = F::predict(model, w, end, startflg);
+  int rc = predict<F>(model, w, end, startflg);
   if (rc < 0) {
     release();
     return rc;

@@ -7,8 +7,13 @@
 // A family comes in as a small kernel record K, built from its weights and
 // the scale of the series, which holds:
 //
-//   struct State;                      the states, by value (level[, trend])
-//   static constexpr int kStates;      doubles of State written in a row
+//   struct State;                      the states, by value (level[, trend]
+//                                      [, the factors and the season])
+//   static constexpr Column kColumns[];
+//                                      the states written after the first
+//                                      six doubles of a row, in order: a
+//                                      row of z..prd has kRowDoubles<K>
+//                                      doubles, one of z..smo 3 + kStates<K>
 //   static constexpr long kParms;      weights: the prediction pass divides
 //                                      its sum of squares by nobs - kParms
 //   static constexpr bool kMissingRepeatsPrediction;
@@ -81,7 +86,6 @@
 #include <cmath>
 #include <concepts>
 #include <cstring>
-#include <initializer_list>
 
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
@@ -99,9 +103,29 @@ using smoothing::kStateLimit;
 using smoothing::kTiny;
 using smoothing::kTooFew;
 
+// A state column of a row: what put() writes there.
+enum class Column { level, trend, season };
+
+template <class K>
+inline constexpr int kStates = static_cast<int>(sizeof K::kColumns / sizeof K::kColumns[0]);
+
+// Doubles in a row of z..prd: the observation, the prediction, its two
+// limits, the error, the standard error and the states.
+template <class K>
+inline constexpr int kRowDoubles = 6 + kStates<K>;
+
+// A seasonal kernel: its state holds the factors (`sfactor`) and the season
+// of the step.
 template <class K>
 concept Seasonal = requires(const K& k, typename K::State& s, long t) {
   k.at(s, t);
+  s.sfactor;
+};
+
+// A kernel whose state holds a trend.
+template <class K>
+concept Trended = requires(typename K::State& s) {
+  s.trend;
 };
 
 template <class K>
@@ -175,7 +199,7 @@ inline int forward(const K& k, const double* x, const char* misflg, long n, type
       strptr[1] = xhat;
       strptr[2] = e;
       k.put(s, strptr + 3);
-      strptr += 3 + K::kStates;
+      strptr += 3 + kStates<K>;
     }
   }
 
@@ -241,7 +265,7 @@ inline int predict(const K& k, const double* x, const char* misflg, long n, type
     if (strptr && t >= start) {
       put_row(strptr, x[t], xhat, limit, e, std_fit);
       k.put(s, strptr + 6);
-      strptr += 6 + K::kStates;
+      strptr += kRowDoubles<K>;
     }
   }
 
@@ -266,7 +290,7 @@ inline int predict(const K& k, const double* x, const char* misflg, long n, type
       hw = z * sd;
     }
     put_row(strptr, kMissing, fc, hw, kMissing, sd);
-    strptr += 6 + K::kStates;
+    strptr += kRowDoubles<K>;
   }
   return kOk;
 }
@@ -496,19 +520,30 @@ struct DerivativeSeries {
   double min_nmiss;  // the forward pass stops with -2 past this many missing
 };
 
-// One pass, with its direction and the presence of missing observations
-// fixed at compile time.
+// A step record whose step can meet its guards deferred:
+//   int step(State&, long t, double value, double* wder,
+//            DeferredGuards& guards) const;
+template <class S>
+concept DefersGuards = requires(const S& step, typename S::State& st, double* wder, smoothing::DeferredGuards& g) {
+  step.step(st, 0L, 0.0, wder, g);
+};
+
+// One pass, with its direction, the presence of missing observations and
+// its checks fixed at compile time.
 //
-// kChecked (forward pass): the cross products are added as add_cross_products
-// adds them and tested against kBig after every step, as the frame does.
-// Unchecked, they are plain sums; derivative_forward then proves afterwards
-// that the checks could not have made a difference.
+// kChecked: every step meets its guards as they come, and (forward pass) the
+// cross products are added as add_cross_products adds them and tested
+// against kBig after every step, as the frame does.  Unchecked: the steps
+// meet their guards deferred (when the step record can) and the cross
+// products are plain sums; *tripped tells whether a guard tripped, and the
+// caller proves afterwards that the checks could not have made a difference
+// or runs the pass again checked.
 //
 // Never inlined: each loop gets the registers to itself (inlined together,
 // the loops spill their state to the stack).
 template <class S, bool kForward, bool kAnyMissing, bool kChecked>
 [[gnu::noinline]] int derivative_loop(const S& step_record, const DerivativeSeries& in, typename S::State& st,
-                                      double* sums, long* nmiss_out) noexcept {
+                                      double* sums, long* nmiss_out, bool* tripped) noexcept {
   constexpr int nv = S::kWeights + 1;
   constexpr int nx = nv * (nv + 1) / 2;
   const double* x = in.x;
@@ -522,6 +557,7 @@ template <class S, bool kForward, bool kAnyMissing, bool kChecked>
   if constexpr (kForward) {
     for (int k = 0; k < nx; ++k) acc[k] = sums[k];
   }
+  smoothing::DeferredGuards deferred;
   long nmiss = 0;
   int rc = kOk;
   for (long k = 0; k < n; ++k) {
@@ -540,7 +576,11 @@ template <class S, bool kForward, bool kAnyMissing, bool kChecked>
       }
     }
     double wder[nv];
-    rc = step.step(s, t, value, wder);
+    if constexpr (!kChecked && DefersGuards<S>) {
+      rc = step.step(s, t, value, wder, deferred);
+    } else {
+      rc = step.step(s, t, value, wder);
+    }
     if (rc < 0) break;
     if constexpr (kForward && kChecked) {
       add_cross_products<nv>(wder, acc);
@@ -563,24 +603,45 @@ template <class S, bool kForward, bool kAnyMissing, bool kChecked>
     for (int k = 0; k < nx; ++k) sums[k] = acc[k];
     *nmiss_out = nmiss;
   }
+  *tripped = deferred.tripped;
   return rc < 0 ? rc : kOk;
 }
 
 // derivative_loop for a series with or without missing observations.
-template <class S, bool kForward, bool kChecked = true>
-int derivative_run(const S& step, const DerivativeSeries& in, typename S::State& st, double* sums,
-                   long* nmiss) noexcept {
+template <class S, bool kForward, bool kChecked>
+int derivative_run(const S& step, const DerivativeSeries& in, typename S::State& st, double* sums, long* nmiss,
+                   bool* tripped) noexcept {
   bool any_missing = false;
   for (long t = 0; t < in.n; ++t) any_missing |= in.misflg[t] != 0;
-  return any_missing ? derivative_loop<S, kForward, true, kChecked>(step, in, st, sums, nmiss)
-                     : derivative_loop<S, kForward, false, kChecked>(step, in, st, sums, nmiss);
+  return any_missing ? derivative_loop<S, kForward, true, kChecked>(step, in, st, sums, nmiss, tripped)
+                     : derivative_loop<S, kForward, false, kChecked>(step, in, st, sums, nmiss, tripped);
 }
+
+// Arrays of up to this many doubles are saved on the stack so that a pass
+// can run unchecked first.
+inline constexpr long kSavedDoubles = 256;
 
 // The backward pass, from observation n-1 down to 0: the recursions run,
 // nothing accumulates. 0 or the step's negative code.
+//
+// With a step record that defers its guards, the pass runs unchecked first,
+// from a saved copy of the state; when a guard tripped, the state goes back
+// and the checked pass runs.
 template <class S>
 int derivative_backward(const S& step, const DerivativeSeries& in, typename S::State& st) noexcept {
-  return derivative_run<S, false>(step, in, st, nullptr, nullptr);
+  bool tripped = false;
+  if constexpr (DefersGuards<S>) {
+    if (step.saved() <= kSavedDoubles) {
+      const typename S::State start = st;
+      double saved[kSavedDoubles];
+      step.save(saved);
+      const int rc = derivative_run<S, false, false>(step, in, st, nullptr, nullptr, &tripped);
+      if (!tripped) return rc;
+      st = start;
+      step.restore(saved);
+    }
+  }
+  return derivative_run<S, false, true>(step, in, st, nullptr, nullptr, &tripped);
 }
 
 // After an unchecked forward pass (however it stopped): true when the
@@ -601,24 +662,75 @@ inline bool unchecked_sums_are_exact(const double* sums) noexcept {
   return small;
 }
 
-// The save and restore of a step record whose pass writes arrays of
-// `length` doubles each: they stand one after the other in the copy.
-inline void save_arrays(std::initializer_list<const double*> arrays, long length, double* to) noexcept {
-  for (const double* a : arrays) {
-    std::memcpy(to, a, static_cast<size_t>(length) * sizeof(double));
-    to += length;
-  }
-}
-inline void restore_arrays(std::initializer_list<double*> arrays, long length, const double* from) noexcept {
-  for (double* a : arrays) {
-    std::memcpy(a, from, static_cast<size_t>(length) * sizeof(double));
-    from += length;
-  }
-}
+// The step record of a seasonal family with P weights (the seasonal family
+// 2, the Winters forms 3): its states held by value in U::State, the factors
+// and their P derivative arrays in memory, indexed by the season code of
+// each observation.  U, the family's update in one form, gives
+//
+//   struct State;                      the level[, the trend], `xhat` (the
+//                                      last prediction of a step that
+//                                      succeeded) and their derivatives
+//   static double prediction(const State&, double factor);
+//                                      the prediction of an observation whose
+//                                      season has this factor: what stands
+//                                      in for a missing one
+//   static int point(const double* w, double xscale, State&, double* sfactor,
+//                    int code, double value, double& xhat, double& e);
+//                                      the family's z..pnt on the state and
+//                                      the factor of season `code`
+//   static int derive(const double* w, const State& before, State& after,
+//                     double lseason, double value, double* ds, double* wder);
+//                                      the family's z..dpd: `before` the state
+//                                      before point, lseason the factor
+//                                      before it, ds the factor's P
+//                                      derivatives (in and out), wder the P
+//                                      prediction derivatives
+//
+// A failed point leaves the derivatives alone; a failed derive still stores
+// what it left in the factor's derivatives.
+template <int P, class U>
+struct FactorStep {
+  static constexpr int kWeights = P;
+  using State = typename U::State;
 
-// Arrays of up to this many doubles are saved on the stack so that the
-// forward pass can run unchecked first.
-inline constexpr long kSavedDoubles = 256;
+  const int* scodes;
+  int nseasons;
+  double xscale;
+  double w[P];
+  double* sfactor;
+  double* dersea[P];  // d factor[s] / d weight i
+
+  double missing_value(const State& s, long t) const noexcept { return U::prediction(s, sfactor[scodes[t]]); }
+  [[gnu::always_inline]] int step(State& s, long t, double value, double* wder) const noexcept {
+    const int code = scodes[t];
+    const State before = s;
+    const double lseason = sfactor[code];
+    double xhat = 0.0;
+    double e = 0.0;
+    int rc = U::point(w, xscale, s, sfactor, code, value, xhat, e);
+    if (rc < 0) return rc;
+    double ds[P];
+    for (int i = 0; i < P; ++i) ds[i] = dersea[i][code];
+    rc = U::derive(w, before, s, lseason, value, ds, wder);
+    for (int i = 0; i < P; ++i) dersea[i][code] = ds[i];
+    if (rc < 0) return rc;
+    s.xhat = xhat;
+    wder[P] = e;
+    return kOk;
+  }
+  // The factors, then their derivatives by each weight.
+  long saved() const noexcept { return (P + 1L) * nseasons; }
+  void save(double* to) const noexcept {
+    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
+    std::memcpy(to, sfactor, bytes);
+    for (int i = 0; i < P; ++i) std::memcpy(to + (i + 1L) * nseasons, dersea[i], bytes);
+  }
+  void restore(const double* from) const noexcept {
+    const size_t bytes = static_cast<size_t>(nseasons) * sizeof(double);
+    std::memcpy(sfactor, from, bytes);
+    for (int i = 0; i < P; ++i) std::memcpy(dersea[i], from + (i + 1L) * nseasons, bytes);
+  }
+};
 
 // The forward pass from observation 0: adds to `acc` (the packed lower
 // triangle of the cross products, (p+1)(p+2)/2 doubles) and counts the
@@ -626,29 +738,29 @@ inline constexpr long kSavedDoubles = 256;
 // min_nmiss, or -9 when a cross product passes kBig; `acc` then holds the
 // sums up to the step that stopped the pass.
 //
-// The unchecked pass runs first, from a saved copy of the state; when it
-// cannot be shown exact (a sum near kBig, a NaN: rare), the state goes back
-// and the checked pass runs.
+// The unchecked pass runs first, from a saved copy of the state; when a
+// guard tripped or its sums cannot be shown exact (a sum near kBig, a NaN:
+// rare), the state goes back and the checked pass runs.
 template <class S>
 int derivative_forward(const S& step, const DerivativeSeries& in, typename S::State& st, double* acc,
                        long* nmiss) noexcept {
   constexpr int nv = S::kWeights + 1;
   constexpr int nx = nv * (nv + 1) / 2;
-  const long count = step.saved();
-  if (count > kSavedDoubles) return derivative_run<S, true>(step, in, st, acc, nmiss);
+  bool tripped = false;
+  if (step.saved() > kSavedDoubles) return derivative_run<S, true, true>(step, in, st, acc, nmiss, &tripped);
   const typename S::State start = st;
   double saved[kSavedDoubles];
   step.save(saved);
   double sums[nx];
   for (int k = 0; k < nx; ++k) sums[k] = acc[k];
-  const int rc = derivative_run<S, true, false>(step, in, st, sums, nmiss);
-  if (unchecked_sums_are_exact<nx>(sums)) {
+  const int rc = derivative_run<S, true, false>(step, in, st, sums, nmiss, &tripped);
+  if (!tripped && unchecked_sums_are_exact<nx>(sums)) {
     for (int k = 0; k < nx; ++k) acc[k] = sums[k];
     return rc;
   }
   st = start;
   step.restore(saved);
-  return derivative_run<S, true>(step, in, st, acc, nmiss);
+  return derivative_run<S, true, true>(step, in, st, acc, nmiss, &tripped);
 }
 
 // The backward_pass and forward_pass of an estimation frame's family trait

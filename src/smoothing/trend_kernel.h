@@ -96,7 +96,7 @@ struct TrendedKernel {
     double level;
     double trend;
   };
-  static constexpr int kStates = 2;
+  static constexpr pass::Column kColumns[] = {pass::Column::level, pass::Column::trend};
   static constexpr bool kMissingRepeatsPrediction = false;
 
   static void put(const State& s, double* cols) noexcept {

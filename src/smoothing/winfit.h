@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstring>
-#include <type_traits>
 
 #include "intervals/interval.h"
 #include "module/host_api.h"
@@ -166,30 +165,8 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
   // derivatives of level and trend in registers.
   template <class Run>
   static int derivative_pass(Pass& p, const double* w, Run run) {
-    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
-    auto in_form = [&](const auto& step) {
-      typename std::decay_t<decltype(step)>::State st{p.smooth.level,
-                                                      p.smooth.trend,
-                                                      p.smooth.xhat,
-                                                      {p.der.level[0], p.der.level[1], p.der.level[2]},
-                                                      {p.der.trend[0], p.der.trend[1], p.der.trend[2]}};
-      const int rc = run(step, series, st);
-      p.smooth.level = st.level;
-      p.smooth.trend = st.trend;
-      p.smooth.xhat = st.xhat;
-      for (int i = 0; i < 3; ++i) {
-        p.der.level[i] = st.derlev[i];
-        p.der.trend[i] = st.dertre[i];
-      }
-      return rc;
-    };
-    const WINT_DER_SEASON& d = p.der.season;
-    if (p.additive) {
-      return in_form(DerivativeStep<true>{
-          p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2], p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
-    }
-    return in_form(DerivativeStep<false>{
-        p.scodes, p.nseasons, p.xscale, w[0], w[1], w[2], p.smooth.sfactor, {d.wlevel, d.wtrend, d.wseason}});
+    return p.additive ? factor_derivative_pass<Family, DerivativeStep<true>>(p, w, run)
+                      : factor_derivative_pass<Family, DerivativeStep<false>>(p, w, run);
   }
 
   // At the first observation: normalise (trend still backward), then take
@@ -231,26 +208,10 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
                    pder);
   }
 
-  // Forecast.
-  static constexpr int kRowDoubles = 9;
-  static constexpr OutputColumn kStateColumns[3] = {{"LEVEL", kMsgLevel}, {"TREND", kMsgTrend}, {"SEASON", kMsgSeason}};
-
-  static void forecast_start(WINMODEL* model, int startflg) {
-    const SMOOTHVALS& from = startflg == 0 ? model->svi : model->startvals;
-    model->smooth.level = from.level;
-    model->smooth.trend = from.trend;
-    copy_factors(model, model->smooth.sfactor, from.sfactor);
-  }
-
-  static int predict(WINMODEL* model, const double* w, long end, int startflg) {
-    const long start = model->fitrange.start;
-    int* scodes = model->ts.scodes ? model->ts.scodes + start : nullptr;
-    const long last = end > model->fitrange.nobs - 1 ? end : model->fitrange.nobs - 1;
-    if (!codes_fit(scodes, last, model->ts.nseasons)) return kTooFew;
-    return zwinprd(model->ts.x + start, model->ts.misflg + start, model->ts.descstats.norm, model->fitrange.nobs,
-                   model->ts.nseasons, model->additive, w[0], w[1], w[2], &model->smooth.level, &model->smooth.trend,
-                   model->smooth.sfactor, scodes, 0, end, model->lead, model->pest.mse, model->cl, startflg,
-                   &model->stats.mse, model->out.strptr);
+  // Forecast: the kernel's prediction pass, in the model's form.
+  using Kernel = win::Kernel;
+  static Kernel kernel(const WINMODEL& model, const double* w, const int* scodes) {
+    return {model.ts.descstats.norm, model.additive, w[0], w[1], w[2], model.ts.nseasons, scodes};
   }
 };
 

@@ -266,7 +266,7 @@ struct Kernel {
     double* sfactor;
     int code;
   };
-  static constexpr int kStates = 3;
+  static constexpr pass::Column kColumns[] = {pass::Column::level, pass::Column::trend, pass::Column::season};
   static constexpr long kParms = 3;
   static constexpr bool kMissingRepeatsPrediction = false;
 
@@ -315,14 +315,12 @@ struct Kernel {
   }
 };
 
-// One observation of the estimation's derivative passes (the step record of
-// pass::derivative_backward and pass::derivative_forward) in the form
-// kAdditive: point and point_derivative on the state held by value, the
-// factors and their derivatives in their arrays; a missing observation has
-// the prediction (level + trend with its season's factor) in its place.
+// The update of the estimation's derivative passes in the form kAdditive:
+// point and point_derivative on the state held by value; a missing
+// observation has the prediction (level + trend with its season's factor)
+// in its place.
 template <bool kAdditive>
-struct DerivativeStep {
-  static constexpr int kWeights = 3;
+struct FactorUpdate {
   struct State {
     double level;
     double trend;
@@ -330,46 +328,25 @@ struct DerivativeStep {
     double derlev[3];  // d level / d weight i
     double dertre[3];  // d trend / d weight i
   };
-
-  const int* scodes;
-  int nseasons;
-  double xscale;
-  double wl, wt, ws;
-  double* sf;
-  double* dersea[3];  // d factor[s] / d weight i
-
-  double missing_value(const State& s, long t) const noexcept {
-    const double f = sf[scodes[t]];
-    return kAdditive ? s.level + s.trend + f : (s.level + s.trend) * f;
+  static double prediction(const State& s, double factor) noexcept {
+    return kAdditive ? s.level + s.trend + factor : (s.level + s.trend) * factor;
   }
-  [[gnu::always_inline]] int step(State& s, long t, double value, double* wder) const noexcept {
-    const int code = scodes[t];
-    const double llevel = s.level;
-    const double ltrend = s.trend;
-    const double lseason = sf[code];
-    double xhat = 0.0;
-    double e = 0.0;
-    int rc = point(value, xscale, kAdditive, wl, wt, ws, &s.level, &s.trend, sf, code, &xhat, &e);
-    if (rc < 0) return rc;
-    double* d0 = dersea[0];
-    double* d1 = dersea[1];
-    double* d2 = dersea[2];
-    double ds[3] = {d0[code], d1[code], d2[code]};
-    rc = point_derivative(value, wl, wt, ws, llevel, s.level, ltrend, lseason, kAdditive, s.derlev, s.dertre, ds, wder);
-    d0[code] = ds[0];
-    d1[code] = ds[1];
-    d2[code] = ds[2];
-    if (rc < 0) return rc;
-    s.xhat = xhat;
-    wder[3] = e;
-    return smoothing::kOk;
+  [[gnu::always_inline]] static int point(const double* w, double xscale, State& s, double* sfactor, int code,
+                                          double value, double& xhat, double& e) noexcept {
+    return win::point(value, xscale, kAdditive, w[0], w[1], w[2], &s.level, &s.trend, sfactor, code, &xhat, &e);
   }
-  long saved() const noexcept { return 4L * nseasons; }
-  void save(double* to) const noexcept { pass::save_arrays({sf, dersea[0], dersea[1], dersea[2]}, nseasons, to); }
-  void restore(const double* from) const noexcept {
-    pass::restore_arrays({sf, dersea[0], dersea[1], dersea[2]}, nseasons, from);
+  [[gnu::always_inline]] static int derive(const double* w, const State& before, State& s, double lseason, double value,
+                                           double* ds, double* wder) noexcept {
+    return point_derivative(value, w[0], w[1], w[2], before.level, s.level, before.trend, lseason, kAdditive, s.derlev,
+                            s.dertre, ds, wder);
   }
 };
+
+// One observation of the estimation's derivative passes (the step record of
+// pass::derivative_backward and pass::derivative_forward) in the form
+// kAdditive.
+template <bool kAdditive>
+using DerivativeStep = pass::FactorStep<3, FactorUpdate<kAdditive>>;
 
 // zwinsmo for `count` weight triples at once (w holding wlevel, wtrend,
 // wseason for each, count <= kManyLanes), all from the same start state,
