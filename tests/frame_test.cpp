@@ -316,8 +316,11 @@ TEST(FrameSteps, NoImprovementHalvesTheStepAndCapsLambda) {
 
 // Simple smoothing whose level derivative is overstated fifty times: every
 // step is a fiftieth of the Gauss-Newton step, improves, and leaves most of
-// the way still to go, so the search runs out of iterations.
+// the way still to go, so the search runs out of iterations.  The frame's
+// loops run it, one fitobs per observation.
 struct SluggishFamily : es1::Family {
+  static void backward_pass() = delete;
+  static void forward_pass() = delete;
   static int fitobs(fr::Pass& pass, const double* w, long t, double value, double* wder) {
     const int rc = es1::Family::fitobs(pass, w, t, value, wder);
     wder[0] *= 50.0;

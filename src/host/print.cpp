@@ -48,9 +48,10 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
       continue;
     }
     const char* start = p++;
-    std::string flags;
+    char flags[5] = {};
+    std::size_t nflags = 0;
     while (*p == '-' || *p == '0' || *p == '+' || *p == ' ') {
-      if (flags.size() < 4) flags.push_back(*p);  // repeated flags add nothing
+      if (nflags < 4) flags[nflags++] = *p;  // repeated flags add nothing
       ++p;
     }
     bool star = false;
@@ -79,7 +80,7 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
     auto c_spec = [&](char conv, const char* length) {
       char* q = spec;
       *q++ = '%';
-      for (char f : flags) *q++ = f;
+      for (std::size_t k = 0; k < nflags; ++k) *q++ = flags[k];
       // Width and precision are at most 400: three digits.
       auto digits = [&](int v) {
         char d[4];
@@ -139,7 +140,7 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
           const char* text = va_arg(ap, const char*);
           std::string s = text != nullptr ? text : "";
           if (precision >= 0 && static_cast<int>(s.size()) > precision) s.resize(static_cast<std::size_t>(precision));
-          const bool left = flags.find('-') != std::string::npos;
+          const bool left = std::memchr(flags, '-', nflags) != nullptr;
           const std::size_t pad = width > static_cast<int>(s.size()) ? static_cast<std::size_t>(width) - s.size() : 0;
           if (!left) out.append(pad, ' ');
           out += s;
