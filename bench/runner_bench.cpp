@@ -17,8 +17,9 @@
 //
 // Counters: series/s and us/series are wall time.  The rest are CPU time per
 // series, so that a loaded machine does not inflate them: cpu_us (the whole
-// process), module_us (inside the module's fit method and the forecast method
-// that writes the table), read_us (the rows read as times and values),
+// process), module_us (inside the module's methods: the fit, and under
+// --model auto every candidate family's fit with the forecast method run to
+// measure it, then the forecast method that writes the table), read_us (the rows read as times and values),
 // fit_us (placing, lists, the fit and its report), forecast_us (the forecast
 // methods and the table), write_us (the table as CSV text), and overhead_pct,
 // the process's CPU time beyond the module's, in percent of the module's.
