@@ -1,11 +1,8 @@
 #include "runner/batch_text.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <charconv>
 #include <cmath>
-#include <cstdint>
 #include <iterator>
 #include <string_view>
 
@@ -140,26 +137,11 @@ std::vector<int> column_map(const SeriesOutcome& o, const std::vector<std::strin
 
 namespace {
 
-// The time ID of row `row` as write_table_field writes it.  The texts of the
-// last table written on this thread are kept by row: the tables of a batch
-// mostly share their time IDs, and a date's text costs more than a copy.
-char* time_field(char* out, double t, std::size_t row, host::TimeForm form) {
-  struct Text {
-    std::uint64_t bits = 0;
-    host::TimeForm form = host::TimeForm::kNumber;
-    std::uint8_t size = 0;
-    std::array<char, host::kMaxTableFieldChars> text{};
-  };
-  thread_local std::vector<Text> texts;
-  if (form == host::TimeForm::kNumber || esf::is_missing(t)) return host::write_table_field(out, t, 0, form);
-  if (row >= texts.size()) texts.resize(row + 1);
-  Text& known = texts[row];
-  const auto bits = std::bit_cast<std::uint64_t>(t);
-  if (known.size == 0 || known.bits != bits || known.form != form) {
-    char* end = host::write_table_field(known.text.data(), t, 0, form);
-    known = {bits, form, static_cast<std::uint8_t>(end - known.text.data()), known.text};
-  }
-  return std::copy_n(known.text.data(), known.size, out);
+// The time ID of row `row` as write_table_field writes it.
+char* time_field(char* out, double t, std::size_t row, TimeUnits units) {
+  if (units == TimeUnits::kNumber || esf::is_missing(t)) return host::write_table_field(out, t, 0, time_form(units));
+  const std::string_view text = row_time_text(t, units, row);
+  return std::copy(text.begin(), text.end(), out);
 }
 
 }  // namespace
@@ -191,7 +173,7 @@ std::string table_csv(const SeriesOutcome& o, const std::vector<int>& map, int l
     for (std::size_t j = 0; j < map.size(); ++j) {
       if (j > 0) *p++ = ',';
       if (data[j] == nullptr) continue;
-      p = map[j] == 0 ? time_field(p, data[j][i], i, form) : host::write_table_field(p, data[j][i], map[j], form);
+      p = map[j] == 0 ? time_field(p, data[j][i], i, t.units) : host::write_table_field(p, data[j][i], map[j], form);
     }
     if (i >= first_forecast) {
       p = std::copy(kForecast.begin(), kForecast.end(), p);
