@@ -377,10 +377,10 @@ SeriesForChecks checks_of(const Plan& plan, const CsvSeries& csv, const Lists& p
   SeriesForChecks c;
   c.path = csv.path;
   c.column = csv.var_column;
-  for (long i = p.fit_first; i <= p.fit_last; ++i) {
-    c.values.push_back(p.placed.values[static_cast<std::size_t>(i)]);
-    c.lines.push_back(p.placed.lines[static_cast<std::size_t>(i)]);
-  }
+  const auto first = static_cast<std::size_t>(p.fit_first);
+  const auto count = static_cast<std::size_t>(std::max(0L, p.fit_last - p.fit_first + 1));
+  c.values = std::span<const double>(p.placed.values).subspan(first, count);
+  c.lines = std::span<const long>(p.placed.lines).subspan(first, count);
   c.seasonal = plan.family->seasonal;
   c.multiplicative = plan.family->code != nullptr && std::string_view(plan.family->code) == "WINTM";
   c.nseasons = p.nseasons;
