@@ -1,10 +1,10 @@
 // Bad input at the command line, one row per class: the exit status, the
 // first words of the first message (after any warnings), nothing on standard
 // output after a failure, and an output file that was there before left as
-// it was. Each row runs in a fresh directory
-// holding s.csv (the monthly airline series), q.csv (a quarterly series) and
-// out.csv; $E is the program, which the command line follows. A message of
-// the form "head*tail" must start with head and hold tail further on.
+// it was. Each row runs in a fresh directory holding s.csv (the monthly
+// airline series), q.csv (a quarterly series) and out.csv; $E is the program,
+// which the command line follows. A message of the form "head*tail" must
+// start with head and hold tail further on.
 #include <unistd.h>
 
 #include <algorithm>

@@ -240,11 +240,4 @@ TEST_F(Es3Fit, ThreeObservationsLeaveTheMeanSquareAndNoStandardErrors) {
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(is_miss(m->pest.stderr[i]));
 }
 
-TEST_F(Es3Fit, NoUsableGridRowIsNoStart) {
-  Model m(example_series("AirPassengers.csv"), 3);
-  start(m.get());
-  m->ts.descstats.norm = 1e-6;  // every prediction passes 10000 * xscale
-  EXPECT_EQ(nes3fit(m.get()), -8);
-}
-
 }  // namespace

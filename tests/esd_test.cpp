@@ -172,11 +172,4 @@ TEST_F(EsdFit, TwoObservationsCarryTheCorrectionButNoStandardError) {
   EXPECT_TRUE(is_miss(m->pest.tvals[0]));
 }
 
-TEST_F(EsdFit, AZeroWeightFixedByTheBoundsHasNoGridStart) {
-  Model m(example_series("UKgas.csv"), 1);
-  start(m.get());
-  m.level_bounds(0.0, 0.0);
-  EXPECT_EQ(nesdfit(m.get()), -8);
-}
-
 }  // namespace

@@ -1,10 +1,11 @@
 // What every smoothing family must do, written once and run over all of them
 // through their traits: side-by-side grid passes give the bits of single
 // passes, analytic gradients agree with numeric ones, a kernel's own
-// derivative loops give the frame's bits, start values begin at
-// the last observation, the estimates are a minimum within the bounds and
-// the stable region, fixed weights stay, and a fit feeds a forecast through
-// the host's lists with the weights a direct fit finds.
+// derivative loops give the frame's bits, start values begin at the last
+// observation, the estimates are a minimum within the bounds and the stable
+// region, no usable grid candidate is no start, fixed weights stay, and a fit
+// feeds a forecast through the host's lists with the weights a direct fit
+// finds and the table the command line writes.
 #include <unistd.h>
 
 #include <bit>
@@ -302,6 +303,14 @@ TYPED_TEST(FamilyTest, EstimatesAreAMinimumWithinTheBounds) {
       }
     }
   }
+}
+
+// With every prediction past 10000 times the series' scale no grid
+// candidate can be evaluated, and the search has no start.
+TYPED_TEST(FamilyTest, NoUsableGridCandidateIsNoStart) {
+  Case<TypeParam> c(kAir);
+  c.m->ts.descstats.norm = 1e-6;
+  EXPECT_EQ(fit<TypeParam>(c.m.get()), -8);
 }
 
 // Weights fixed by equal bounds are the estimates, with the error variance

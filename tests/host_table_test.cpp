@@ -217,6 +217,11 @@ TEST_F(HostTable, MemoryTableIsTakenOnceByItsOwnThread) {
       std::copy(row, row + 2, slots);
       ASSERT_EQ(add(xoparm, xvp), 0);
     }
+    // More rows than the columns first have room for.
+    for (int i = 2; i < 600; ++i) {
+      slots[0] = i;
+      ASSERT_EQ(add(xoparm, xvp), 0);
+    }
     ASSERT_EQ(xvputt(xvp), 0);
     ASSERT_EQ(xoclose(xoparm.fileid, abort ? XO_ABORT : 0), 0);
   }
@@ -227,8 +232,9 @@ TEST_F(HostTable, MemoryTableIsTakenOnceByItsOwnThread) {
   ASSERT_EQ(t->variables.size(), 2u);
   EXPECT_EQ(t->variables[1].name, "U95");
   EXPECT_EQ(t->variables[1].label, "label of U95");
-  ASSERT_EQ(t->rows(), 2u);
+  ASSERT_EQ(t->rows(), 600u);
   EXPECT_EQ(t->columns[0][1], -3622.0);
+  EXPECT_EQ(t->columns[0][599], 599.0);
   EXPECT_EQ(std::bit_cast<std::uint64_t>(t->columns[1][0]), std::bit_cast<std::uint64_t>(1.0 / 3.0));
   EXPECT_EQ(std::bit_cast<std::uint64_t>(t->columns[1][1]), std::bit_cast<std::uint64_t>(dot_a()));
   EXPECT_FALSE(esf::host::take_memory_table("OUT.FCST"));

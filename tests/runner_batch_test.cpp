@@ -61,7 +61,8 @@ TEST(RunnerBatch, OutcomesInKeyOrderAndTheSameOnAnyNumberOfThreads) {
   const fs::path wide = fs::path(table).replace_extension("wide.csv");
   {
     // Twelve series, rows interleaved, and the same as one column each;
-    // series 5 has one non-positive value.
+    // series 5 has one non-positive value, series 7 lacks a row (an empty
+    // field in the wide table).
     std::ofstream out(table), out_wide(wide);
     out << "id,date,value\n";
     out_wide << "date,s0,s1,s2,s3,s4,s5,s6,s7,s8,s9,s10,s11\n";
@@ -70,6 +71,10 @@ TEST(RunnerBatch, OutcomesInKeyOrderAndTheSameOnAnyNumberOfThreads) {
       out_wide << date;
       for (int s = 0; s < 12; ++s) {
         const double v = (s == 5 && i == 20) ? -1.0 : (50.0 + s + i) * (1.0 + 0.1 * std::sin(0.5236 * (i + s)));
+        if (s == 7 && i == 30) {
+          out_wide << ',';
+          continue;
+        }
         out << 's' << s << ',' << date << ',' << v << '\n';
         out_wide << ',' << v;
       }

@@ -78,6 +78,8 @@ TEST(TimeText, FormsAcceptedAndRefused) {
 
   EXPECT_EQ(esf::host::read_number_text("1e-320"), 1e-320);
   EXPECT_EQ(esf::host::read_number_text("-2.5"), -2.5);
+  for (const auto& [text, v] : {std::pair{"+.5", 0.5}, {"5.", 5.0}, {"0x1p3", 8.0}, {"-0", -0.0}})
+    EXPECT_EQ(esf::host::read_number_text(text), v) << text;
   for (const char* bad : {"1e400", "inf", "nan", "1.5x", "", "-"})
     EXPECT_FALSE(esf::host::read_number_text(bad)) << bad;
 }
@@ -117,6 +119,9 @@ TEST(NumberText, ShortestTextInTheLayoutOfFmt) {
     const std::string written(text, esf::host::write_number(text, v));
     ASSERT_EQ(written, fmt::format("{}", v));
     ASSERT_EQ(std::bit_cast<std::uint64_t>(std::strtod(written.c_str(), nullptr)), std::bit_cast<std::uint64_t>(v))
+        << written;
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(esf::host::read_number_text(written).value()),
+              std::bit_cast<std::uint64_t>(v))
         << written;
   }
   EXPECT_EQ(std::string(text, esf::host::write_number(text, -std::numeric_limits<double>::infinity())), "-inf");

@@ -139,7 +139,7 @@ CsvSeries series_of(std::size_t s, const std::vector<std::int64_t>& offsets, con
     CsvRow row;
     row.line = static_cast<long>(rows[i]) + 1;
     row.time = times[i];
-    row.id_text = runner::format_time(esf::is_missing(times[i]) ? runner::kNaN : times[i], units);
+    row.id_text = runner::row_time_text(esf::is_missing(times[i]) ? runner::kNaN : times[i], units, i - first);
     row.missing = !std::isfinite(values[i]);
     row.value = row.missing ? 0.0 : values[i];
     series.rows.push_back(std::move(row));
@@ -248,12 +248,13 @@ SeriesOutcome run_series(const runner::Runner& run, const Plan& plan, const CsvS
       out.fit = std::move(f);
     }
     if (!forecast) return out;
-    Plan chosen = plan;
+    std::optional<Plan> chosen;
     if (saved && saved->model != plan.options.model) {  // the family auto chose, or the saved one
-      chosen.options.model = saved->model;
-      chosen = run.plan(chosen.options, true);
+      ModelOptions o = plan.options;
+      o.model = saved->model;
+      chosen = run.plan(o, true);
     }
-    ForecastResult r = run.forecast(chosen, series, saved ? &*saved : nullptr);
+    ForecastResult r = run.forecast(chosen ? *chosen : plan, series, saved ? &*saved : nullptr);
     if (r.fitted) {
       out.warnings = r.fit.warnings;
       out.fit = std::move(r.fit);

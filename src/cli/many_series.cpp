@@ -166,8 +166,9 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
   }
 
   const int lead = std::max(model.lead, model.holdout);
-  // The output's columns, from the first table made; every table maps onto them.
-  std::mutex columns_mutex;
+  // The output's columns, from the first table made; every table maps onto
+  // them.  Set once, then only read.
+  std::once_flag columns_made;
   std::vector<std::string> columns;
   bool header_written = false;
   std::vector<std::string> reasons;
@@ -179,12 +180,8 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
   b.saved = saved;
   b.prepare = [&](runner::SeriesOutcome& out) {
     if (!out.ok || !forecast) return;
-    std::vector<std::string> names;
-    {
-      std::lock_guard lock(columns_mutex);
-      if (columns.empty()) columns = runner::output_columns(out.result.table, plan);
-      names = columns;
-    }
+    std::call_once(columns_made, [&] { columns = runner::output_columns(out.result.table, plan); });
+    const std::vector<std::string>& names = columns;
     std::vector<int> map;
     try {
       map = runner::column_map(out, names);
@@ -238,7 +235,6 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
       if (!header_written) {
         header_written = true;
         std::vector<std::string> h = shape.key_columns;
-        std::lock_guard lock(columns_mutex);
         h.insert(h.end(), columns.begin(), columns.end());
         h.emplace_back("KIND");
         h.emplace_back("LEAD");

@@ -11,6 +11,13 @@
 
 namespace esf::host::internal {
 
+// Character classes of names, by ASCII alone: names read and compare the same
+// whatever locale the host program runs under.
+inline char ascii_upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+inline char ascii_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+inline bool ascii_letter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+inline bool ascii_digit(char c) { return c >= '0' && c <= '9'; }
+
 // Whether the host keeps memory given back for its next requests: not under
 // AddressSanitizer, which must see every block freed to find a use after
 // the free.

@@ -30,18 +30,10 @@ FMCOM& session_fmcom() {
   return fmcom;
 }
 
-namespace {
-// ASCII letters in capitals, every other byte as it is: names compare the
-// same whatever locale the host program runs under.
-unsigned char ascii_upper(unsigned char c) { return c >= 'a' && c <= 'z' ? static_cast<unsigned char>(c - 32) : c; }
-}  // namespace
-
 bool same_name(const tchar* a, int alen, const tchar* b, int blen) {
   if (alen != blen) return false;
   for (int i = 0; i < alen; ++i) {
-    const auto x = static_cast<unsigned char>(a[i]);
-    const auto y = static_cast<unsigned char>(b[i]);
-    if (x != y && ascii_upper(x) != ascii_upper(y)) return false;
+    if (a[i] != b[i] && ascii_upper(a[i]) != ascii_upper(b[i])) return false;
   }
   return true;
 }
@@ -284,8 +276,9 @@ HostList* unregister(Registry& reg, ListId id) {
   return list;
 }
 
-void free_list_rec(FMCOM* fmcomp, ListId id, bool deep, std::set<ListId>& seen) {
-  if (!seen.insert(id).second) return;
+void free_list_rec(FMCOM* fmcomp, ListId id, bool deep) {
+  // A list is out of the registry before its items go, so a sublist met
+  // twice (or a list that holds itself) is freed once.
   Registry* reg = registry_of(fmcomp);
   if (reg == nullptr) return;
   HostList* list = unregister(*reg, id);
@@ -293,7 +286,7 @@ void free_list_rec(FMCOM* fmcomp, ListId id, bool deep, std::set<ListId>& seen) 
   SLIST_ITEM* item = list->head;
   while (item != nullptr) {
     SLIST_ITEM* next = item->next;
-    if (deep && item->type == SL_LIST) free_list_rec(fmcomp, item->data.id, deep, seen);
+    if (deep && item->type == SL_LIST) free_list_rec(fmcomp, item->data.id, deep);
     delete_item(item);
     item = next;
   }

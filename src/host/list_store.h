@@ -71,7 +71,7 @@ void delete_list(HostList* list);
 List lookup(FMCOM* fmcomp, ListId id);
 // Takes the list out of the registry; null when there is no such list.
 HostList* unregister(Registry& reg, ListId id);
-void free_list_rec(FMCOM* fmcomp, ListId id, bool deep, std::set<ListId>& seen);
+void free_list_rec(FMCOM* fmcomp, ListId id, bool deep);
 ListId copy_list_rec(List list, FMCOM* fmcomp, std::set<ListId>& path);
 
 }  // namespace esf::host::internal

@@ -27,8 +27,7 @@ List slistp(ListId id, FMCOM* fmcomp) { return lookup(fmcomp, id); }
 
 int slfree(ListId id, int deep, FMCOM* fmcomp) {
   if (lookup(fmcomp, id) == nullptr) return 1;
-  std::set<ListId> seen;
-  free_list_rec(fmcomp, id, deep != 0, seen);
+  free_list_rec(fmcomp, id, deep != 0);
   return 0;
 }
 

@@ -19,7 +19,7 @@ namespace {
 
 std::string upper(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  for (char& c : out) c = esf::host::internal::ascii_upper(c);
   return out;
 }
 
@@ -388,7 +388,7 @@ tchar* xoptcgt(const char* name, int* len) {
     }
     std::memcpy(env_name, kEnvPrefix.data(), kEnvPrefix.size());
     char* key = env_name + kEnvPrefix.size();
-    for (std::size_t i = 0; i < n; ++i) key[i] = static_cast<char>(std::toupper(static_cast<unsigned char>(name[i])));
+    for (std::size_t i = 0; i < n; ++i) key[i] = esf::host::internal::ascii_upper(name[i]);
     key[n] = '\0';
     bool found = false;
     {

@@ -1,6 +1,7 @@
 // The print service: the host's own format directives, the current print
 // line, the page, the message catalogue, status reports and debug output.
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -48,9 +49,10 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
       continue;
     }
     const char* start = p++;
-    std::string flags;
+    char flags[5] = {};
+    std::size_t nflags = 0;
     while (*p == '-' || *p == '0' || *p == '+' || *p == ' ') {
-      if (flags.size() < 4) flags.push_back(*p);  // repeated flags add nothing
+      if (nflags < 4) flags[nflags++] = *p;  // repeated flags add nothing
       ++p;
     }
     bool star = false;
@@ -79,7 +81,7 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
     auto c_spec = [&](char conv, const char* length) {
       char* q = spec;
       *q++ = '%';
-      for (char f : flags) *q++ = f;
+      for (std::size_t k = 0; k < nflags; ++k) *q++ = flags[k];
       // Width and precision are at most 400: three digits.
       auto digits = [&](int v) {
         char d[4];
@@ -103,12 +105,18 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
     switch (*p) {
       case 'i':
       case 'd': {
-        c_spec('d', is_long ? "l" : "");
-        if (is_long) {
-          std::snprintf(buf, sizeof buf, spec, va_arg(ap, long));
-        } else {
-          std::snprintf(buf, sizeof buf, spec, va_arg(ap, int));
+        const long v = is_long ? va_arg(ap, long) : va_arg(ap, int);
+        if (nflags == 0 && precision < 0 && !star) {
+          // The common plain or width-only integer, right-aligned in blanks
+          // as C prints it.
+          const std::to_chars_result r = std::to_chars(buf, buf + sizeof buf, v);
+          const auto len = static_cast<int>(r.ptr - buf);
+          if (width > len) out.append(static_cast<std::size_t>(width - len), ' ');
+          out.append(buf, static_cast<std::size_t>(len));
+          break;
         }
+        c_spec('d', "l");
+        std::snprintf(buf, sizeof buf, spec, v);
         out += buf;
         break;
       }
@@ -139,7 +147,7 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
           const char* text = va_arg(ap, const char*);
           std::string s = text != nullptr ? text : "";
           if (precision >= 0 && static_cast<int>(s.size()) > precision) s.resize(static_cast<std::size_t>(precision));
-          const bool left = flags.find('-') != std::string::npos;
+          const bool left = std::memchr(flags, '-', nflags) != nullptr;
           const std::size_t pad = width > static_cast<int>(s.size()) ? static_cast<std::size_t>(width) - s.size() : 0;
           if (!left) out.append(pad, ' ');
           out += s;

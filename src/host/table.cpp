@@ -44,13 +44,13 @@ namespace {
 
 std::string upper(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  for (char& c : out) c = ascii_upper(c);
   return out;
 }
 
 std::string lower(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (char& c : out) c = ascii_lower(c);
   return out;
 }
 
@@ -64,16 +64,14 @@ std::string trim(std::string_view s) {
 // A name: a letter or underscore, then letters, digits and underscores.
 bool is_name(std::string_view s, std::size_t max) {
   if (s.empty() || s.size() > max) return false;
-  if (!(std::isalpha(static_cast<unsigned char>(s[0])) || s[0] == '_')) return false;
-  return std::all_of(s.begin(), s.end(),
-                     [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; });
+  if (!(ascii_letter(s[0]) || s[0] == '_')) return false;
+  return std::all_of(s.begin(), s.end(), [](char c) { return ascii_letter(c) || ascii_digit(c) || c == '_'; });
 }
 
 // Two names equal but for the case of their letters.
 bool same_name(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::toupper(static_cast<unsigned char>(x)) == std::toupper(static_cast<unsigned char>(y));
-         });
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return ascii_upper(x) == ascii_upper(y); });
 }
 
 struct Librefs {
@@ -110,6 +108,8 @@ struct Table {
   std::string memory_key;                    // its catalogue name, "LIB.MEM"
   std::vector<std::vector<double>> columns;  // its values, one vector per variable
   std::size_t nrows = 0;                     // rows in `columns`, which have room for more
+  std::size_t room = 0;                      // rows the columns have room for
+  std::vector<double*> column_data;          // where each column's values start
   bool staged = false;                       // xyvput put a record at row `nrows`
   fs::path path;
   fs::path temp_path;
@@ -371,10 +371,17 @@ int read_table(Table& t, const fs::path& path) {
 
 // Room in the columns of an in-memory table for row `nrows`: they are sized
 // ahead and grow together when full, so that a row is stored in place.
-void make_room(Table& t) {
-  if (t.nrows == t.columns[0].size()) {
-    for (std::vector<double>& c : t.columns) c.resize(2 * t.nrows);
+void size_columns(Table& t, std::size_t rows) {
+  t.column_data.clear();
+  for (std::vector<double>& c : t.columns) {
+    c.resize(rows);
+    t.column_data.push_back(c.data());
   }
+  t.room = rows;
+}
+
+void make_room(Table& t) {
+  if (t.nrows == t.room) size_columns(t, 2 * t.room);
 }
 
 // Records still to be written before one fails (table_fail_write); -1: none.
@@ -698,7 +705,7 @@ int xvpute(ptr xvp) {
   t.state = Table::State::Defined;
   if (t.in_memory) {
     t.columns.resize(t.vars.size());
-    for (std::vector<double>& c : t.columns) c.resize(kFirstRows);
+    size_columns(t, kFirstRows);
     return 0;
   }
   t.pending.reserve(kFileChunk + t.vars.size() * (esf::host::kMaxTableFieldChars + 1));
@@ -718,10 +725,10 @@ int xyvput(ptr xvp, int /*flags*/) {
   const std::size_t n = t.slots.size();
   if (t.in_memory) {
     // The record goes straight into the columns, as the next row.
-    make_room(t);
-    std::vector<double>* columns = t.columns.data();
+    if (t.nrows == t.room) make_room(t);
+    double* const* columns = t.column_data.data();
     const std::size_t row = t.nrows;
-    for (std::size_t j = 0; j < n; ++j) columns[j].data()[row] = *slots[j];
+    for (std::size_t j = 0; j < n; ++j) columns[j][row] = *slots[j];
     t.staged = true;
     return 0;
   }

@@ -1,9 +1,11 @@
 #include "host/time_text.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <string>
+#include <system_error>
 
 #include <fmt/compile.h>
 #include <fmt/format.h>
@@ -15,6 +17,28 @@
 
 namespace esf::host {
 namespace {
+
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+// A sign, digits with at most one point among them, and an exponent: a
+// number with no blank, hexadecimal prefix or name.
+bool plain_decimal(std::string_view s) {
+  std::size_t i = 0, digits = 0;
+  if (i < s.size() && (s[i] == '+' || s[i] == '-')) ++i;
+  for (; i < s.size() && is_digit(s[i]); ++i) ++digits;
+  if (i < s.size() && s[i] == '.') {
+    for (++i; i < s.size() && is_digit(s[i]); ++i) ++digits;
+  }
+  if (digits == 0) return false;
+  if (i < s.size() && (s[i] == 'e' || s[i] == 'E')) {
+    ++i;
+    if (i < s.size() && (s[i] == '+' || s[i] == '-')) ++i;
+    std::size_t exponent = 0;
+    for (; i < s.size() && is_digit(s[i]); ++i) ++exponent;
+    if (exponent == 0) return false;
+  }
+  return i == s.size();
+}
 
 // Exactly `width` digits at text[*pos].
 bool digits(std::string_view text, std::size_t* pos, std::size_t width, int* out) {
@@ -123,6 +147,16 @@ std::optional<double> read_missing_text(std::string_view text) {
 std::optional<double> read_number_text(std::string_view text) {
   text = trimmed(text);
   if (text.empty()) return std::nullopt;
+  if (plain_decimal(text)) {
+    // from_chars reads a plain decimal to the same double as strtod (both
+    // round correctly), without a copy; a value out of range goes to strtod,
+    // which keeps a subnormal result.
+    const std::string_view body = text.front() == '+' ? text.substr(1) : text;
+    double v = 0.0;
+    const auto [end, ec] = std::from_chars(body.data(), body.data() + body.size(), v);
+    if (ec == std::errc{} && end == body.data() + body.size())
+      return std::isfinite(v) ? std::optional(v) : std::nullopt;
+  }
   const std::string copy(text);  // strtod needs a terminated string
   errno = 0;
   char* end = nullptr;

@@ -7,6 +7,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <shared_mutex>
 #include <thread>
 
 #include "host/host.h"
@@ -16,26 +17,36 @@ namespace esf::runner {
 namespace {
 
 // Outcomes wait here until every series before them has been handed on.
+// One thread at a time hands them on, outside the lock, so that a worker
+// that finishes a series while another thread writes earlier ones leaves it
+// waiting and goes on to its next series.
 class InOrder {
  public:
   explicit InOrder(const std::function<void(SeriesOutcome&)>& take) : take_(take) {}
 
   void deliver(SeriesOutcome&& o) {
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     if (error_) return;
     waiting_.emplace(o.ordinal, std::move(o));
-    try {
-      while (!waiting_.empty() && waiting_.begin()->first == next_) {
-        SeriesOutcome& first = waiting_.begin()->second;
-        if (!first.ok) ++failed_;
+    if (handing_) return;  // the thread handing them on takes this one too
+    handing_ = true;
+    while (!error_ && !waiting_.empty() && waiting_.begin()->first == next_) {
+      SeriesOutcome first = std::move(waiting_.begin()->second);
+      waiting_.erase(waiting_.begin());
+      lock.unlock();
+      try {
+        if (!first.ok) failed_.fetch_add(1, std::memory_order_relaxed);
         take_(first);
-        waiting_.erase(waiting_.begin());
-        handed_.store(++next_, std::memory_order_relaxed);
+      } catch (...) {
+        lock.lock();
+        error_ = std::current_exception();
+        waiting_.clear();
+        break;
       }
-    } catch (...) {
-      error_ = std::current_exception();
-      waiting_.clear();
+      lock.lock();
+      handed_.store(++next_, std::memory_order_relaxed);
     }
+    handing_ = false;
   }
   bool failed_to_take() {
     std::lock_guard lock(mutex_);
@@ -46,15 +57,16 @@ class InOrder {
     if (error_) std::rethrow_exception(error_);
   }
   std::size_t handed() const { return handed_.load(std::memory_order_relaxed); }
-  std::size_t failed() const { return failed_; }
+  std::size_t failed() const { return failed_.load(std::memory_order_relaxed); }
 
  private:
   const std::function<void(SeriesOutcome&)>& take_;
   std::mutex mutex_;
   std::map<std::size_t, SeriesOutcome> waiting_;
   std::size_t next_ = 0;
+  bool handing_ = false;  // a thread is handing outcomes on
   std::atomic<std::size_t> handed_{0};
-  std::size_t failed_ = 0;
+  std::atomic<std::size_t> failed_{0};
   std::exception_ptr error_;
 };
 
@@ -108,6 +120,10 @@ class IntervalPlans {
  public:
   IntervalPlans(const Runner& runner, const Plan& plan) : runner_(runner), plan_(plan) {}
   const Plan& of(const std::string& interval) {
+    {
+      std::shared_lock lock(mutex_);
+      if (auto it = plans_.find(interval); it != plans_.end()) return it->second;
+    }
     std::lock_guard lock(mutex_);
     auto it = plans_.find(interval);
     if (it == plans_.end()) {
@@ -122,7 +138,7 @@ class IntervalPlans {
  private:
   const Runner& runner_;
   const Plan& plan_;
-  std::mutex mutex_;
+  std::shared_mutex mutex_;
   std::map<std::string, Plan> plans_;  // nodes stay put: references to them hold
 };
 

@@ -150,8 +150,9 @@ Inferred infer_interval(Loader& loader, const CsvSeries& series, TimeUnits units
 std::string placement_remark(Loader& loader, const CsvSeries& series, TimeUnits units, INTERVAL interval) {
   Routines fn(loader);
   const CsvRow* off = nullptr;
+  CalendarMemo& memo = CalendarMemo::rows_of(interval, CalendarMemo::kBegins);
   for (const CsvRow& r : series.rows) {
-    if (fn.zintnx2(&interval, r.time, 0.0) != r.time) {
+    if (memo.answer(CalendarMemo::kBegins, r.time, 0.0, [&] { return fn.zintnx2(&interval, r.time, 0.0); }) != r.time) {
       off = &r;
       break;
     }
@@ -165,6 +166,22 @@ std::string placement_remark(Loader& loader, const CsvSeries& series, TimeUnits 
     text += fmt::format(" ({} would fit the time IDs)", fit.interval);
   }
   return text;
+}
+
+CalendarMemo& CalendarMemo::rows_of(const INTERVAL& iv, Question q) {
+  thread_local CalendarMemo memo;
+  const INTERVAL& m = memo.interval_;
+  const bool same_interval = m.units == iv.units && m.intcode == iv.intcode && m.intper == iv.intper &&
+                             m.shiftper == iv.shiftper && m.nweekday == iv.nweekday &&
+                             std::equal(std::begin(m.weekend), std::end(m.weekend), std::begin(iv.weekend)) &&
+                             m.tokenlen == iv.tokenlen && std::equal(m.token, m.token + m.tokenlen, iv.token);
+  if (!same_interval) {
+    memo.interval_ = iv;
+    for (std::vector<Answer>& a : memo.answers_) a.clear();
+  }
+  memo.on_ = iv.intcode != kIntCustom;
+  memo.next_[q] = 0;
+  return memo;
 }
 
 }  // namespace esf::runner

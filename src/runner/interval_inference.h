@@ -6,8 +6,12 @@
 //   Inferred i = infer_interval(loader, s, units);   // i.interval == "MONTH"
 #pragma once
 
+#include <array>
+#include <bit>
+#include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "intervals/interval.h"
 #include "runner/loader.h"
@@ -40,5 +44,45 @@ Inferred infer_interval(Loader& loader, const CsvSeries& series, TimeUnits units
 // `interval`: the first such row and the interval that would fit; empty when
 // every time ID begins its period.
 std::string placement_remark(Loader& loader, const CsvSeries& series, TimeUnits units, INTERVAL interval);
+
+// The module's calendar answers for the rows of the last series placed on
+// this thread, in the order they were asked, so that the next series with
+// the same time IDs (most series of a batch) takes them instead of asking
+// again.  Built-in intervals only: a custom interval's table may change
+// between runs.
+class CalendarMemo {
+ public:
+  enum Question { kCount, kBegins, kNumQuestions };
+  // The calling thread's memo for `iv`, ready to answer `q` for the rows of
+  // a series from its first on.
+  static CalendarMemo& rows_of(const INTERVAL& iv, Question q);
+  // The answer to `q` for (a, b): the remembered one when the same row of
+  // the last series asked the same, else ask().
+  template <class Ask>
+  double answer(Question q, double a, double b, Ask ask) {
+    std::vector<Answer>& seen = answers_[q];
+    std::size_t& at = next_[q];
+    if (!on_) return ask();
+    if (at < seen.size() && same(seen[at].a, a) && same(seen[at].b, b)) return seen[at++].value;
+    const double v = ask();
+    if (at < seen.size()) {
+      seen[at] = {a, b, v};
+    } else {
+      seen.push_back({a, b, v});
+    }
+    ++at;
+    return v;
+  }
+
+ private:
+  struct Answer {
+    double a, b, value;
+  };
+  static bool same(double x, double y) { return std::bit_cast<std::uint64_t>(x) == std::bit_cast<std::uint64_t>(y); }
+  INTERVAL interval_{};
+  bool on_ = false;
+  std::array<std::vector<Answer>, kNumQuestions> answers_;
+  std::array<std::size_t, kNumQuestions> next_{};
+};
 
 }  // namespace esf::runner

@@ -25,7 +25,7 @@ using namespace smoothing::frame;
 //
 // One weight, the level, tried on level_grid (LevelWeightShape); one state,
 // the level.
-struct Family : FamilyDefaults, LevelWeightShape, KernelGrid<Family> {
+struct Family : FamilyDefaults, LevelWeightShape, LevelTrendPasses<Family>, KernelGrid<Family> {
   static constexpr bool kJumpOverZero = false;
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
   static long stderr_min_nobs(const WINMODEL&) { return 2; }
@@ -43,21 +43,17 @@ struct Family : FamilyDefaults, LevelWeightShape, KernelGrid<Family> {
     return kOk;
   }
 
-  // A missing observation takes the current level as its value, so that the
+  // The derivative passes (LevelTrendPasses), which leave the trend alone. A
+  // missing observation takes the current level as its value, so that the
   // level stays where it is.
-  static double missing_value(const Pass& pass, const double*, long) { return pass.smooth.level; }
-
-  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
-    const double before = pass.smooth.level;
-    double xhat = 0.0;
-    double e = 0.0;
-    int rc = es1::point(value, pass.xscale, w[0], &pass.smooth.level, &xhat, &e);
-    if (rc < 0) return rc;
-    rc = es1::point_derivative(value, w[0], before, &pass.der.level[0], wder);
-    if (rc < 0) return rc;
-    pass.smooth.xhat = xhat;
-    wder[1] = e;
-    return kOk;
+  static auto derivative_step(const Pass& pass, const double* w) {
+    const double xscale = pass.xscale, wlevel = w[0];
+    return level_trend_step<1>([=](double x, double* l, double*, double* xhat, double* e,
+                                   auto& guards) { return es1::point(x, xscale, wlevel, l, xhat, e, guards); },
+                               [=](double x, double ll, double, double, double* dl, double*, double* dv, auto& guards) {
+                                 return es1::point_derivative(x, wlevel, ll, dl, dv, guards);
+                               },
+                               [](double l, double) { return l; });
   }
 
   static void turn(Pass&, const double*) {}

@@ -85,15 +85,17 @@ namespace es1 {
 // The bodies of zes1pnt and zes1dpd, inline so that the estimation frame's
 // passes run without a call per observation.  The exported routines call
 // these, so both give the same bits.
-inline int point(double x, double xscale, double wlevel, double* level, double* xhat, double* e) noexcept {
+template <class Guards = smoothing::CheckedGuards>
+inline int point(double x, double xscale, double wlevel, double* level, double* xhat, double* e,
+                 Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   const double l = *level;
-  if (std::fabs(l) > kStateLimit) {
+  if (guards.trips(std::fabs(l) > kStateLimit)) {
     *level = kMissing;
     return kOverflow;
   }
   *xhat = l;
-  if (l > xscale * kRelativeLimit) {
+  if (guards.trips(l > xscale * kRelativeLimit)) {
     *level = kMissing;
     return kOverflow;
   }
@@ -102,10 +104,12 @@ inline int point(double x, double xscale, double wlevel, double* level, double* 
   return kOk;
 }
 
-inline int point_derivative(double x, double wlevel, double llevel, double* derlev, double* dervec) noexcept {
+template <class Guards = smoothing::CheckedGuards>
+inline int point_derivative(double x, double wlevel, double llevel, double* derlev, double* dervec,
+                            Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   const double d = *derlev;
-  if (std::fabs(d) > kErrorLimit) {
+  if (guards.trips(std::fabs(d) > kErrorLimit)) {
     *derlev = kMissing;
     return kOverflow;
   }

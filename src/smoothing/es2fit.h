@@ -20,7 +20,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Two weights, level and trend; two states, level and trend.
-struct Family : TrendedFamily, KernelGrid<Family> {
+struct Family : TrendedFamily, LevelTrendPasses<Family>, KernelGrid<Family> {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::trend};
 
@@ -46,19 +46,19 @@ struct Family : TrendedFamily, KernelGrid<Family> {
     grid_side_by_side<2, es2::smooth_many>(model, fitcon, w, eligible, rc, mse);
   }
 
-  // A missing observation takes the prediction L + T as its value: its error
-  // is 0 and its state change the step over a missing observation.
-  static double missing_value(const Pass& pass, const double*, long) { return pass.smooth.level + pass.smooth.trend; }
-
-  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
-    return fit_observation<2>(
-        pass, value, wder,
-        [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
-          return es2::point(x, xscale, w[0], w[1], l, t, xhat, e);
+  // The derivative passes (LevelTrendPasses). A missing observation takes
+  // the prediction L + T as its value: its error is 0 and its state change
+  // the step over a missing observation.
+  static auto derivative_step(const Pass& pass, const double* w) {
+    const double xscale = pass.xscale, wlevel = w[0], wtrend = w[1];
+    return level_trend_step<2>(
+        [=](double x, double* l, double* t, double* xhat, double* e, auto& guards) {
+          return es2::point(x, xscale, wlevel, wtrend, l, t, xhat, e, guards);
         },
-        [w](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv) {
-          return es2::point_derivative(x, w[0], w[1], ll, cl, lt, dl, dt, dv);
-        });
+        [=](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv, auto& guards) {
+          return es2::point_derivative(x, wlevel, wtrend, ll, cl, lt, dl, dt, dv, guards);
+        },
+        [](double l, double t) { return l + t; });
   }
 
   // Between the passes the state turns round, and its derivatives with it.

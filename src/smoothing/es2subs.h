@@ -56,18 +56,19 @@ namespace es2 {
 // The bodies of zes2pnt and zes2dpd, inline so that the estimation frame's
 // passes run without a call per observation. The exported routines call
 // these, so both give the same bits.
+template <class Guards = smoothing::CheckedGuards>
 inline int point(double x, double xscale, double wlevel, double wtrend, double* level, double* trend, double* xhat,
-                 double* e) noexcept {
+                 double* e, Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   const double l = *level;
   const double t = *trend;
-  if (std::fabs(l) > kStateLimit || std::fabs(t) > kStateLimit) {
+  if (guards.trips((std::fabs(l) > kStateLimit) | (std::fabs(t) > kStateLimit))) {
     *level = kMissing;
     *trend = kMissing;
     return kOverflow;
   }
   *xhat = l + t;
-  if (*xhat > xscale * kRelativeLimit) {
+  if (guards.trips(*xhat > xscale * kRelativeLimit)) {
     *level = kMissing;
     *trend = kMissing;
     return kOverflow;
@@ -82,15 +83,16 @@ inline int point(double x, double xscale, double wlevel, double wtrend, double* 
 
 // derlev and dertre hold d(level)/d(wlevel, wtrend) and d(trend)/d(...)
 // before the observation; dervec gets the derivatives of its prediction.
+template <class Guards = smoothing::CheckedGuards>
 inline int point_derivative(double x, double wlevel, double wtrend, double llevel, double clevel, double ltrend,
-                            double* derlev, double* dertre, double* dervec) noexcept {
+                            double* derlev, double* dertre, double* dervec, Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   const double dl0 = derlev[0];
   const double dl1 = derlev[1];
   const double dt0 = dertre[0];
   const double dt1 = dertre[1];
-  if (std::fabs(dl0) > kErrorLimit || std::fabs(dl1) > kErrorLimit || std::fabs(dt0) > kErrorLimit ||
-      std::fabs(dt1) > kErrorLimit) {
+  if (guards.trips((std::fabs(dl0) > kErrorLimit) | (std::fabs(dl1) > kErrorLimit) | (std::fabs(dt0) > kErrorLimit) |
+                   (std::fabs(dt1) > kErrorLimit))) {
     derlev[0] = derlev[1] = kMissing;
     dertre[0] = dertre[1] = kMissing;
     return kOverflow;

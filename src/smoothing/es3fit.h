@@ -20,7 +20,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Three weights, level, trend and damping; two states, level and trend.
-struct Family : TrendedFamily, ThreeWeightShape<Slot::damp>, KernelGrid<Family> {
+struct Family : TrendedFamily, ThreeWeightShape<Slot::damp>, LevelTrendPasses<Family>, KernelGrid<Family> {
   // Candidate k tries entry k of the three tables.
   static constexpr double kDampGrid[kGridRows] = {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98,
                                                   0.97, 0.97, 0.97, 0.97, 0.97, 0.9,  0.9,  0.9,  0.9,  0.8};
@@ -41,21 +41,18 @@ struct Family : TrendedFamily, ThreeWeightShape<Slot::damp>, KernelGrid<Family> 
     grid_side_by_side<3, es3::smooth_many>(model, fitcon, w, eligible, rc, mse);
   }
 
-  // A missing observation takes the prediction L + wdamp * T as its value,
-  // so that it has no error.
-  static double missing_value(const Pass& pass, const double* w, long) {
-    return pass.smooth.level + pass.smooth.trend * w[2];
-  }
-
-  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
-    return fit_observation<3>(
-        pass, value, wder,
-        [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
-          return es3::point(x, xscale, w[0], w[1], w[2], l, t, xhat, e);
+  // The derivative passes (LevelTrendPasses). A missing observation takes
+  // the prediction L + wdamp * T as its value, so that it has no error.
+  static auto derivative_step(const Pass& pass, const double* w) {
+    const double xscale = pass.xscale, wlevel = w[0], wtrend = w[1], wdamp = w[2];
+    return level_trend_step<3>(
+        [=](double x, double* l, double* t, double* xhat, double* e, auto& guards) {
+          return es3::point(x, xscale, wlevel, wtrend, wdamp, l, t, xhat, e, guards);
         },
-        [w](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv) {
-          return es3::point_derivative(x, w[0], w[1], w[2], ll, cl, lt, dl, dt, dv);
-        });
+        [=](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv, auto& guards) {
+          return es3::point_derivative(x, wlevel, wtrend, wdamp, ll, cl, lt, dl, dt, dv, guards);
+        },
+        [=](double l, double t) { return l + t * wdamp; });
   }
 
   // The reversal between the passes: one more damped step back, and the

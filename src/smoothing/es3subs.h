@@ -55,18 +55,19 @@ namespace es3 {
 
 // The bodies of zes3pnt and zes3dpd, inline for the estimation frame's
 // passes; the exported routines call these.
+template <class Guards = smoothing::CheckedGuards>
 inline int point(double x, double xscale, double wlevel, double wtrend, double wdamp, double* level, double* trend,
-                 double* xhat, double* e) noexcept {
+                 double* xhat, double* e, Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   const double llevel = *level;
   const double dtrend = wdamp * *trend;
-  if (std::fabs(llevel) > kStateLimit || std::fabs(dtrend) > kStateLimit) {
+  if (guards.trips((std::fabs(llevel) > kStateLimit) | (std::fabs(dtrend) > kStateLimit))) {
     *level = kMissing;
     *trend = kMissing;
     return kOverflow;
   }
   *xhat = llevel + dtrend;
-  if (*xhat > xscale * kRelativeLimit) {
+  if (guards.trips(*xhat > xscale * kRelativeLimit)) {
     *level = kMissing;
     *trend = kMissing;
     return kOverflow;
@@ -82,8 +83,10 @@ inline int point(double x, double xscale, double wlevel, double wtrend, double w
 
 // derlev and dertre hold the derivatives of level and trend by the three
 // weights before the observation; dervec gets those of its prediction.
+template <class Guards = smoothing::CheckedGuards>
 inline int point_derivative(double x, double wlevel, double wtrend, double wdamp, double llevel, double clevel,
-                            double ltrend, double* derlev, double* dertre, double* dervec) noexcept {
+                            double ltrend, double* derlev, double* dertre, double* dervec,
+                            Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   double lderlev[3];
   double ddertre[3];
@@ -91,14 +94,14 @@ inline int point_derivative(double x, double wlevel, double wtrend, double wdamp
     lderlev[i] = derlev[i];
     ddertre[i] = dertre[i] * wdamp;
   }
-  for (int i = 0; i < 3; ++i) {
-    if (std::fabs(lderlev[i]) > kErrorLimit || std::fabs(ddertre[i]) > kErrorLimit) {
-      for (int j = 0; j < 3; ++j) {
-        derlev[j] = kMissing;
-        dertre[j] = kMissing;
-      }
-      return kOverflow;
+  bool over = false;
+  for (int i = 0; i < 3; ++i) over |= (std::fabs(lderlev[i]) > kErrorLimit) | (std::fabs(ddertre[i]) > kErrorLimit);
+  if (guards.trips(over)) {
+    for (int j = 0; j < 3; ++j) {
+      derlev[j] = kMissing;
+      dertre[j] = kMissing;
     }
+    return kOverflow;
   }
   const double u = 1.0 - wlevel;
   const double v = 1.0 - wtrend;

@@ -24,7 +24,7 @@ using namespace smoothing::frame;
 // One weight for both states, level and trend, with the shape and grid of
 // simple smoothing. The prediction divides the trend by the weight, so a
 // weight at 0 cannot be evaluated.
-struct Family : TrendedFamily, LevelWeightShape, KernelGrid<Family> {
+struct Family : TrendedFamily, LevelWeightShape, LevelTrendPasses<Family>, KernelGrid<Family> {
   // A trial weight near 0 fails without bounds, and jumps over 0 with them.
   static constexpr bool kJumpOverZero = true;
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
@@ -43,21 +43,19 @@ struct Family : TrendedFamily, LevelWeightShape, KernelGrid<Family> {
     return TrendedFamily::pass_begin(model, pass, w);
   }
 
-  // A missing observation takes the prediction L + T / w as its value,
-  // without a step of the state first.
-  static double missing_value(const Pass& pass, const double* w, long) {
-    return pass.smooth.level + pass.smooth.trend / w[0];
-  }
-
-  static int fitobs(Pass& pass, const double* w, long, double value, double* wder) {
-    return fit_observation<1>(
-        pass, value, wder,
-        [w](double x, double xscale, double* l, double* t, double* xhat, double* e) {
-          return esd::point(x, xscale, w[0], l, t, xhat, e);
+  // The derivative passes (LevelTrendPasses). A missing observation takes
+  // the prediction L + T / w as its value, without a step of the state
+  // first.
+  static auto derivative_step(const Pass& pass, const double* w) {
+    const double xscale = pass.xscale, weight = w[0];
+    return level_trend_step<1>(
+        [=](double x, double* l, double* t, double* xhat, double* e, auto& guards) {
+          return esd::point(x, xscale, weight, l, t, xhat, e, guards);
         },
-        [w](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv) {
-          return esd::point_derivative(x, w[0], ll, cl, lt, dl, dt, dv);
-        });
+        [=](double x, double ll, double cl, double lt, double* dl, double* dt, double* dv, auto& guards) {
+          return esd::point_derivative(x, weight, ll, cl, lt, dl, dt, dv, guards);
+        },
+        [=](double l, double t) { return l + t / weight; });
   }
 
   // Between the passes the state and its derivatives turn round.

@@ -49,16 +49,18 @@ namespace esd {
 
 // The bodies of zesdpnt and zesddpd, inline for the estimation frame's
 // passes; the exported routines call these.
-inline int point(double x, double xscale, double w, double* level, double* trend, double* xhat, double* e) noexcept {
+template <class Guards = smoothing::CheckedGuards>
+inline int point(double x, double xscale, double w, double* level, double* trend, double* xhat, double* e,
+                 Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   const double l = *level;
   const double t = *trend;
-  if (std::fabs(l) > kStateLimit || std::fabs(t) > kStateLimit) {
+  if (guards.trips((std::fabs(l) > kStateLimit) | (std::fabs(t) > kStateLimit))) {
     *level = kMissing;  // only the level
     return kOverflow;
   }
   *xhat = l + t / w;
-  if (*xhat > xscale * kRelativeLimit) {
+  if (guards.trips(*xhat > xscale * kRelativeLimit)) {
     *level = kMissing;
     return kOverflow;
   }
@@ -72,12 +74,13 @@ inline int point(double x, double xscale, double w, double* level, double* trend
 
 // derlev and dertre hold d(level)/dw and d(trend)/dw before the observation;
 // dervec[0] gets the derivative of its prediction L + T / w.
+template <class Guards = smoothing::CheckedGuards>
 inline int point_derivative(double x, double w, double llevel, double clevel, double ltrend, double* derlev,
-                            double* dertre, double* dervec) noexcept {
+                            double* dertre, double* dervec, Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   const double d = *derlev;
   const double g = *dertre;
-  if (std::fabs(d) > kErrorLimit || std::fabs(g) > kErrorLimit) {
+  if (guards.trips((std::fabs(d) > kErrorLimit) | (std::fabs(g) > kErrorLimit))) {
     *derlev = kMissing;
     *dertre = kMissing;
     return kOverflow;

@@ -11,7 +11,9 @@
 //                      Winters)
 //   TrendedFamily      the trait members of the families with the states
 //                      level and trend (linear, double, damped)
-//   fit_observation    fitobs of a trended family from its z..pnt and z..dpd
+//   LevelTrendStep,    the derivative passes of the families with a level
+//   LevelTrendPasses   and a trend (and the simple family): the step record
+//                      of their own loops, and fitobs on the same step
 //   turn_level_trend   the turn of the linear and double families, for the
 //                      states and their derivatives
 //   grid_side_by_side  grid_mse_all of a trended family from its
@@ -27,6 +29,7 @@
 #pragma once
 
 #include <cstring>
+#include <type_traits>
 
 #include "module/win_model.h"
 #include "smoothing/frame.h"
@@ -86,26 +89,107 @@ struct TrendedFamily : FamilyDefaults {
   }
 };
 
-// fitobs of a trended family with P weights: point(value, xscale, &level,
-// &trend, &xhat, &e) is its z..pnt and derive(value, llevel, clevel, ltrend,
-// derlev, dertre, wder) its z..dpd, with llevel and ltrend the states before
-// the observation and clevel the level after it. The state goes to
-// pass.smooth, the error to wder[P].
-template <int P, class Point, class Derive>
-inline int fit_observation(Pass& pass, double value, double* wder, Point point, Derive derive) {
-  SMOOTHVALS& s = pass.smooth;
-  const double llevel = s.level;
-  const double ltrend = s.trend;
-  double xhat = 0.0;
-  double e = 0.0;
-  int rc = point(value, pass.xscale, &s.level, &s.trend, &xhat, &e);
-  if (rc < 0) return rc;
-  rc = derive(value, llevel, s.level, ltrend, pass.der.level, pass.der.trend, wder);
-  if (rc < 0) return rc;
-  s.xhat = xhat;
-  wder[P] = e;
-  return kOk;
+// The step record of the derivative loops (pass_kernel.h) of a family whose
+// states are a level and a trend, with P weights (the simple family leaves
+// the trend as it is): the family's z..pnt and z..dpd on the state and its
+// derivatives held by value, through
+//   point(value, &level, &trend, &xhat, &e)
+//   derive(value, llevel, clevel, ltrend, derlev, dertre, wder)
+// with llevel and ltrend the states before the observation and clevel the
+// level after it, and missing(level, trend), the prediction that stands in
+// for a missing observation. The error goes to wder[P]. No array is
+// written, so nothing is saved.
+template <int P, class Point, class Derive, class Missing>
+struct LevelTrendStep {
+  static constexpr int kWeights = P;
+  struct State {
+    double level;
+    double trend;
+    double xhat;  // the last prediction of a step that succeeded
+    double derlev[P];
+    double dertre[P];
+  };
+
+  Point point;
+  Derive derive;
+  Missing missing;
+
+  double missing_value(const State& s, long) const noexcept { return missing(s.level, s.trend); }
+  template <class Guards = CheckedGuards>
+  [[gnu::always_inline]] int step(State& s, long, double value, double* wder,
+                                  Guards&& guards = Guards{}) const noexcept {
+    const double llevel = s.level;
+    const double ltrend = s.trend;
+    double xhat = 0.0;
+    double e = 0.0;
+    int rc = point(value, &s.level, &s.trend, &xhat, &e, guards);
+    if (rc < 0) return rc;
+    rc = derive(value, llevel, s.level, ltrend, s.derlev, s.dertre, wder, guards);
+    if (rc < 0) return rc;
+    s.xhat = xhat;
+    wder[P] = e;
+    return kOk;
+  }
+  static long saved() noexcept { return 0; }
+  static void save(double*) noexcept {}
+  static void restore(const double*) noexcept {}
+};
+
+template <int P, class Point, class Derive, class Missing>
+LevelTrendStep<P, Point, Derive, Missing> level_trend_step(Point point, Derive derive, Missing missing) {
+  return {point, derive, missing};
 }
+
+// The derivative passes of a family F with a level and a trend, built on its
+//   static auto derivative_step(const Pass&, const double* w);
+// (a LevelTrendStep with the weights and the scale of the evaluation):
+// missing_value and fitobs for the frame's loops, one observation at a
+// time, and derivative_pass for the family's own loops over the series
+// (OwnDerivativeLoops), which keep the state and its derivatives in
+// registers.
+template <class F>
+struct LevelTrendPasses : pass::OwnDerivativeLoops<F> {
+  template <class Step>
+  static typename Step::State state_of(const Pass& pass) {
+    typename Step::State st{pass.smooth.level, pass.smooth.trend, pass.smooth.xhat, {}, {}};
+    for (int i = 0; i < Step::kWeights; ++i) {
+      st.derlev[i] = pass.der.level[i];
+      st.dertre[i] = pass.der.trend[i];
+    }
+    return st;
+  }
+  template <class State>
+  static void store(Pass& pass, const State& st) {
+    pass.smooth.level = st.level;
+    pass.smooth.trend = st.trend;
+    pass.smooth.xhat = st.xhat;
+    for (int i = 0; i < F::kNumWeights; ++i) {
+      pass.der.level[i] = st.derlev[i];
+      pass.der.trend[i] = st.dertre[i];
+    }
+  }
+
+  static double missing_value(const Pass& pass, const double* w, long t) {
+    const auto step = F::derivative_step(pass, w);
+    return step.missing_value(state_of<std::remove_cvref_t<decltype(step)>>(pass), t);
+  }
+  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
+    const auto step = F::derivative_step(pass, w);
+    auto st = state_of<std::remove_cvref_t<decltype(step)>>(pass);
+    const int rc = step.step(st, t, value, wder);
+    store(pass, st);
+    return rc;
+  }
+  template <class Run>
+  static int derivative_pass(Pass& pass, const double* w, Run run) {
+    const pass::DerivativeSeries series{pass.x, pass.misflg, pass.n, pass.min_nmiss};
+    const auto step = F::derivative_step(pass, w);
+    auto st = state_of<std::remove_cvref_t<decltype(step)>>(pass);
+    const int rc = run(step, series, st);
+    store(pass, st);
+    return rc;
+  }
+};
 
 // The turn between the passes of the linear and double families (P weights)
 // applied to the state and its derivatives: the level steps forward by the

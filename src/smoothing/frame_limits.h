@@ -43,6 +43,23 @@ inline constexpr int kNotConverged = 90;  // weights usable; counts as success
 
 inline constexpr double kMissing = esf::kMissing;
 
+// How a step meets its guards.  Checked: a guard that trips stops the step
+// at once, with its code.  Deferred: the step goes on as though no guard had
+// tripped and only remembers that one did, so that a loop over the series
+// carries no branch on them; a pass that tripped is run again checked (its
+// results are then those of the checked pass), and one that did not has
+// the bits of the checked pass, which no guard would have stopped.
+struct CheckedGuards {
+  static bool trips(bool over) noexcept { return over; }
+};
+struct DeferredGuards {
+  bool tripped = false;
+  bool trips(bool over) noexcept {
+    tripped |= over;
+    return false;
+  }
+};
+
 // The host's positive and negative overflow values, held in its global
 // control block.  Without a host (a kernel called before the image is
 // loaded) the largest finite doubles stand in.

@@ -86,6 +86,7 @@
 #include <cmath>
 #include <concepts>
 #include <cstring>
+#include <type_traits>
 
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
@@ -520,19 +521,30 @@ struct DerivativeSeries {
   double min_nmiss;  // the forward pass stops with -2 past this many missing
 };
 
-// One pass, with its direction and the presence of missing observations
-// fixed at compile time.
+// A step record whose step can meet its guards deferred:
+//   int step(State&, long t, double value, double* wder,
+//            DeferredGuards& guards) const;
+template <class S>
+concept DefersGuards = requires(const S& step, typename S::State& st, double* wder, smoothing::DeferredGuards& g) {
+  step.step(st, 0L, 0.0, wder, g);
+};
+
+// One pass, with its direction, the presence of missing observations and
+// its checks fixed at compile time.
 //
-// kChecked (forward pass): the cross products are added as add_cross_products
-// adds them and tested against kBig after every step, as the frame does.
-// Unchecked, they are plain sums; derivative_forward then proves afterwards
-// that the checks could not have made a difference.
+// kChecked: every step meets its guards as they come, and (forward pass) the
+// cross products are added as add_cross_products adds them and tested
+// against kBig after every step, as the frame does.  Unchecked: the steps
+// meet their guards deferred (when the step record can) and the cross
+// products are plain sums; *tripped tells whether a guard tripped, and the
+// caller proves afterwards that the checks could not have made a difference
+// or runs the pass again checked.
 //
 // Never inlined: each loop gets the registers to itself (inlined together,
 // the loops spill their state to the stack).
 template <class S, bool kForward, bool kAnyMissing, bool kChecked>
 [[gnu::noinline]] int derivative_loop(const S& step_record, const DerivativeSeries& in, typename S::State& st,
-                                      double* sums, long* nmiss_out) noexcept {
+                                      double* sums, long* nmiss_out, bool* tripped) noexcept {
   constexpr int nv = S::kWeights + 1;
   constexpr int nx = nv * (nv + 1) / 2;
   const double* x = in.x;
@@ -546,6 +558,7 @@ template <class S, bool kForward, bool kAnyMissing, bool kChecked>
   if constexpr (kForward) {
     for (int k = 0; k < nx; ++k) acc[k] = sums[k];
   }
+  smoothing::DeferredGuards deferred;
   long nmiss = 0;
   int rc = kOk;
   for (long k = 0; k < n; ++k) {
@@ -564,7 +577,11 @@ template <class S, bool kForward, bool kAnyMissing, bool kChecked>
       }
     }
     double wder[nv];
-    rc = step.step(s, t, value, wder);
+    if constexpr (!kChecked && DefersGuards<S>) {
+      rc = step.step(s, t, value, wder, deferred);
+    } else {
+      rc = step.step(s, t, value, wder);
+    }
     if (rc < 0) break;
     if constexpr (kForward && kChecked) {
       add_cross_products<nv>(wder, acc);
@@ -587,24 +604,45 @@ template <class S, bool kForward, bool kAnyMissing, bool kChecked>
     for (int k = 0; k < nx; ++k) sums[k] = acc[k];
     *nmiss_out = nmiss;
   }
+  *tripped = deferred.tripped;
   return rc < 0 ? rc : kOk;
 }
 
 // derivative_loop for a series with or without missing observations.
-template <class S, bool kForward, bool kChecked = true>
-int derivative_run(const S& step, const DerivativeSeries& in, typename S::State& st, double* sums,
-                   long* nmiss) noexcept {
+template <class S, bool kForward, bool kChecked>
+int derivative_run(const S& step, const DerivativeSeries& in, typename S::State& st, double* sums, long* nmiss,
+                   bool* tripped) noexcept {
   bool any_missing = false;
   for (long t = 0; t < in.n; ++t) any_missing |= in.misflg[t] != 0;
-  return any_missing ? derivative_loop<S, kForward, true, kChecked>(step, in, st, sums, nmiss)
-                     : derivative_loop<S, kForward, false, kChecked>(step, in, st, sums, nmiss);
+  return any_missing ? derivative_loop<S, kForward, true, kChecked>(step, in, st, sums, nmiss, tripped)
+                     : derivative_loop<S, kForward, false, kChecked>(step, in, st, sums, nmiss, tripped);
 }
+
+// Arrays of up to this many doubles are saved on the stack so that a pass
+// can run unchecked first.
+inline constexpr long kSavedDoubles = 256;
 
 // The backward pass, from observation n-1 down to 0: the recursions run,
 // nothing accumulates. 0 or the step's negative code.
+//
+// With a step record that defers its guards, the pass runs unchecked first,
+// from a saved copy of the state; when a guard tripped, the state goes back
+// and the checked pass runs.
 template <class S>
 int derivative_backward(const S& step, const DerivativeSeries& in, typename S::State& st) noexcept {
-  return derivative_run<S, false>(step, in, st, nullptr, nullptr);
+  bool tripped = false;
+  if constexpr (DefersGuards<S>) {
+    if (step.saved() <= kSavedDoubles) {
+      const typename S::State start = st;
+      double saved[kSavedDoubles];
+      step.save(saved);
+      const int rc = derivative_run<S, false, false>(step, in, st, nullptr, nullptr, &tripped);
+      if (!tripped) return rc;
+      st = start;
+      step.restore(saved);
+    }
+  }
+  return derivative_run<S, false, true>(step, in, st, nullptr, nullptr, &tripped);
 }
 
 // After an unchecked forward pass (however it stopped): true when the
@@ -651,6 +689,14 @@ inline bool unchecked_sums_are_exact(const double* sums) noexcept {
 //
 // A failed point leaves the derivatives alone; a failed derive still stores
 // what it left in the factor's derivatives.
+// An update whose point and derive can meet their guards deferred (a last
+// argument, the guards).
+template <class U>
+concept UpdateDefersGuards = requires(const double* w, typename U::State& s, double* f, double& d,
+                                      smoothing::DeferredGuards& g) {
+  U::point(w, 0.0, s, f, 0, 0.0, d, d, g);
+};
+
 template <int P, class U>
 struct FactorStep {
   static constexpr int kWeights = P;
@@ -664,17 +710,29 @@ struct FactorStep {
   double* dersea[P];  // d factor[s] / d weight i
 
   double missing_value(const State& s, long t) const noexcept { return U::prediction(s, sfactor[scodes[t]]); }
-  [[gnu::always_inline]] int step(State& s, long t, double value, double* wder) const noexcept {
+  template <class Guards = smoothing::CheckedGuards>
+  requires(UpdateDefersGuards<U> || std::same_as<std::remove_cvref_t<Guards>, smoothing::CheckedGuards>)
+      [[gnu::always_inline]] int step(State& s, long t, double value, double* wder,
+                                      Guards&& guards = Guards{}) const noexcept {
     const int code = scodes[t];
     const State before = s;
     const double lseason = sfactor[code];
     double xhat = 0.0;
     double e = 0.0;
-    int rc = U::point(w, xscale, s, sfactor, code, value, xhat, e);
+    int rc = kOk;
+    if constexpr (UpdateDefersGuards<U>) {
+      rc = U::point(w, xscale, s, sfactor, code, value, xhat, e, guards);
+    } else {
+      rc = U::point(w, xscale, s, sfactor, code, value, xhat, e);
+    }
     if (rc < 0) return rc;
     double ds[P];
     for (int i = 0; i < P; ++i) ds[i] = dersea[i][code];
-    rc = U::derive(w, before, s, lseason, value, ds, wder);
+    if constexpr (UpdateDefersGuards<U>) {
+      rc = U::derive(w, before, s, lseason, value, ds, wder, guards);
+    } else {
+      rc = U::derive(w, before, s, lseason, value, ds, wder);
+    }
     for (int i = 0; i < P; ++i) dersea[i][code] = ds[i];
     if (rc < 0) return rc;
     s.xhat = xhat;
@@ -695,39 +753,35 @@ struct FactorStep {
   }
 };
 
-// Arrays of up to this many doubles are saved on the stack so that the
-// forward pass can run unchecked first.
-inline constexpr long kSavedDoubles = 256;
-
 // The forward pass from observation 0: adds to `acc` (the packed lower
 // triangle of the cross products, (p+1)(p+2)/2 doubles) and counts the
 // missing observations in *nmiss.  0, the step's negative code, -2 past
 // min_nmiss, or -9 when a cross product passes kBig; `acc` then holds the
 // sums up to the step that stopped the pass.
 //
-// The unchecked pass runs first, from a saved copy of the state; when it
-// cannot be shown exact (a sum near kBig, a NaN: rare), the state goes back
-// and the checked pass runs.
+// The unchecked pass runs first, from a saved copy of the state; when a
+// guard tripped or its sums cannot be shown exact (a sum near kBig, a NaN:
+// rare), the state goes back and the checked pass runs.
 template <class S>
 int derivative_forward(const S& step, const DerivativeSeries& in, typename S::State& st, double* acc,
                        long* nmiss) noexcept {
   constexpr int nv = S::kWeights + 1;
   constexpr int nx = nv * (nv + 1) / 2;
-  const long count = step.saved();
-  if (count > kSavedDoubles) return derivative_run<S, true>(step, in, st, acc, nmiss);
+  bool tripped = false;
+  if (step.saved() > kSavedDoubles) return derivative_run<S, true, true>(step, in, st, acc, nmiss, &tripped);
   const typename S::State start = st;
   double saved[kSavedDoubles];
   step.save(saved);
   double sums[nx];
   for (int k = 0; k < nx; ++k) sums[k] = acc[k];
-  const int rc = derivative_run<S, true, false>(step, in, st, sums, nmiss);
-  if (unchecked_sums_are_exact<nx>(sums)) {
+  const int rc = derivative_run<S, true, false>(step, in, st, sums, nmiss, &tripped);
+  if (!tripped && unchecked_sums_are_exact<nx>(sums)) {
     for (int k = 0; k < nx; ++k) acc[k] = sums[k];
     return rc;
   }
   st = start;
   step.restore(saved);
-  return derivative_run<S, true>(step, in, st, acc, nmiss);
+  return derivative_run<S, true, true>(step, in, st, acc, nmiss, &tripped);
 }
 
 // The backward_pass and forward_pass of an estimation frame's family trait
