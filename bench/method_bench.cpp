@@ -20,21 +20,26 @@
 // BM_Methods counts the CPU time of its thread; the others' CPU column is
 // the one to read on a shared machine.  Run from a Release build.
 //
-// Run on 2 shared cores with a load average near 20 (so every figure is
-// inflated), Release, 2026-11-24, CPU time in microseconds:
+// Run on 2 shared cores with a load average of 6 to 9, Release, 2026-11-24,
+// CPU time in microseconds (medians of 5; methods and kernels from one run):
 //
 //   model             methods  kernels  table to memory  other method work
-//   simple              17.3      5.4        5.3               6.6
-//   double              30.3     17.1        5.5               7.7
-//   linear              32.6     19.6        5.5               7.5
-//   damped              36.3     23.2        5.5               7.6
-//   seasonal            71.8     54.8        5.6              11.4
-//   winters             56.4     39.8        5.8              10.9
-//   winters-additive    61.0     44.4        5.8              10.9
+//   simple              12.4      5.2        4.2               3.0
+//   double              23.9     16.7        4.2               3.0
+//   linear              25.7     18.5        4.2               3.0
+//   damped              29.4     22.3        4.2               2.9
+//   seasonal            60.9     51.7        4.2               5.0
+//   winters             47.8     38.0        4.4               5.4
+//   winters-additive    56.6     47.7        4.3               4.6
 //
-// The Winters table (156 rows): to memory 5.8 (8.4 when each value went
-// through a string), as CSV text 37 (95), to a CSV file 156 of CPU, most of
-// the rest the file system's (235).
+// About half of the table to memory is the date of each row (zintnx3, some
+// 13 ns a row); the rest is the host's per-row transfer and the variables'
+// definition.  Instructions (callgrind) of the multiplicative Winters road:
+// 941,000 through the methods against 797,000 for the kernels alone.
+//
+// The Winters table (156 rows), measured earlier: as CSV text 37 (95 when
+// each value went through a string), to a CSV file 156 of CPU, most of the
+// rest the file system's (235).
 #include <time.h>
 #include <unistd.h>
 

@@ -17,23 +17,29 @@
 //
 // Counters: series/s and us/series are wall time.  The rest are CPU time per
 // series, so that a loaded machine does not inflate them: cpu_us (the whole
-// process), module_us (inside the module's fit method and the forecast method
-// that writes the table), read_us (the rows read as times and values),
-// fit_us (placing, lists, the fit and its report), forecast_us (the forecast
-// methods and the table), write_us (the table as CSV text), and overhead_pct,
-// the process's CPU time beyond the module's, in percent of the module's.
+// process), module_us (inside the module's methods: the fit, and under
+// --model auto every candidate family's fit with the forecast method run to
+// measure it, then the forecast method that writes the table), read_us (the
+// rows read as times and values), fit_us (placing, lists, the fit and its
+// report), forecast_us (the forecast methods and the table), write_us (the
+// table as CSV text), and overhead_pct, the process's CPU time beyond the
+// module's, in percent of the module's.
 //
-// Run on the project's 2-core machine shared with six other builds and test
-// runs (load average about 14), Release, 2026-11-24; wall figures say more
-// about the load than about the runner, CPU figures less so:
-//   BM_Forecast winters, 1 thread: 1,400 series/s wall; cpu_us 220 (4,550
-//     series per second of one core's CPU), of which module_us 121, write_us
-//     52 (the value and date texts), read_us 11, fit_us 126 and forecast_us
-//     15 (the module's methods included); overhead_pct 82 (39 without the
-//     text)
-//   BM_Forecast winters, 2 threads: 1,828 series/s wall (1.31 times one
-//     thread, on cores the other jobs kept busy); cpu_us 236
-//   BM_M3Sizes: 3.64 s wall on 1 thread, 1.15 s of CPU; 3.38 s on 2 threads
+// Run on the project's 2-core machine shared with other builds and test runs
+// (load average about 9), Release, 2026-11-24, medians of 5 repetitions;
+// wall figures say more about the load than about the runner, CPU figures
+// less so:
+//   BM_Memory winters, 1 thread: cpu_us 133 (7,500 series per second of one
+//     core's CPU), module_us 119, overhead_pct 13
+//   BM_Memory winters, 2 threads: cpu_us 135, overhead_pct 14 (about the
+//     CPU per series of one thread: little is lost to contention)
+//   BM_Forecast winters, 1 thread: cpu_us 189 (5,300 series per second of
+//     one core), module_us 119, write_us 36, read_us 6; overhead_pct 57
+//   BM_Forecast winters, 2 threads: cpu_us 195 (the reading thread besides
+//     the two that run series)
+//   BM_M3Sizes: 0.88 s of CPU on 1 thread (2.2 s wall), overhead_pct 57
+//     (each candidate family's lists and measures, short series)
+// The wall rates of 1 and 2 threads cannot be compared on a loaded machine.
 // Rerun on an idle machine before comparing them with a target.
 #include <time.h>
 #include <unistd.h>

@@ -139,7 +139,7 @@ CsvSeries series_of(std::size_t s, const std::vector<std::int64_t>& offsets, con
     CsvRow row;
     row.line = static_cast<long>(rows[i]) + 1;
     row.time = times[i];
-    row.id_text = runner::format_time(esf::is_missing(times[i]) ? runner::kNaN : times[i], units);
+    row.id_text = runner::row_time_text(esf::is_missing(times[i]) ? runner::kNaN : times[i], units, i - first);
     row.missing = !std::isfinite(values[i]);
     row.value = row.missing ? 0.0 : values[i];
     series.rows.push_back(std::move(row));

@@ -130,7 +130,7 @@ class LiveBlocks {
 // up to its size and at least half of it.
 struct PoolState {
   static constexpr std::size_t kKeptBlocks = 32;
-  static constexpr std::size_t kKeptBytes = std::size_t{4} << 20;
+  static constexpr std::size_t kKeptBytes = std::size_t{1} << 20;
   struct Kept {
     void* p;
     std::size_t bytes;

@@ -1,6 +1,7 @@
 // The print service: the host's own format directives, the current print
 // line, the page, the message catalogue, status reports and debug output.
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -104,12 +105,18 @@ void vformat(std::string& out, const char* fmt, va_list ap) {
     switch (*p) {
       case 'i':
       case 'd': {
-        c_spec('d', is_long ? "l" : "");
-        if (is_long) {
-          std::snprintf(buf, sizeof buf, spec, va_arg(ap, long));
-        } else {
-          std::snprintf(buf, sizeof buf, spec, va_arg(ap, int));
+        const long v = is_long ? va_arg(ap, long) : va_arg(ap, int);
+        if (nflags == 0 && precision < 0 && !star) {
+          // The common plain or width-only integer, right-aligned in blanks
+          // as C prints it.
+          const std::to_chars_result r = std::to_chars(buf, buf + sizeof buf, v);
+          const auto len = static_cast<int>(r.ptr - buf);
+          if (width > len) out.append(static_cast<std::size_t>(width - len), ' ');
+          out.append(buf, static_cast<std::size_t>(len));
+          break;
         }
+        c_spec('d', "l");
+        std::snprintf(buf, sizeof buf, spec, v);
         out += buf;
         break;
       }

@@ -135,6 +135,17 @@ std::vector<int> column_map(const SeriesOutcome& o, const std::vector<std::strin
   return map;
 }
 
+namespace {
+
+// The time ID of row `row` as write_table_field writes it.
+char* time_field(char* out, double t, std::size_t row, TimeUnits units) {
+  if (units == TimeUnits::kNumber || esf::is_missing(t)) return host::write_table_field(out, t, 0, time_form(units));
+  const std::string_view text = row_time_text(t, units, row);
+  return std::copy(text.begin(), text.end(), out);
+}
+
+}  // namespace
+
 std::string table_csv(const SeriesOutcome& o, const std::vector<int>& map, int lead, bool future_only) {
   const ForecastTable& t = o.result.table;
   std::string key;
@@ -161,7 +172,8 @@ std::string table_csv(const SeriesOutcome& o, const std::vector<int>& map, int l
     char* p = std::copy(key.begin(), key.end(), begin);
     for (std::size_t j = 0; j < map.size(); ++j) {
       if (j > 0) *p++ = ',';
-      if (data[j] != nullptr) p = host::write_table_field(p, data[j][i], static_cast<std::size_t>(map[j]), form);
+      if (data[j] == nullptr) continue;
+      p = map[j] == 0 ? time_field(p, data[j][i], i, t.units) : host::write_table_field(p, data[j][i], map[j], form);
     }
     if (i >= first_forecast) {
       p = std::copy(kForecast.begin(), kForecast.end(), p);

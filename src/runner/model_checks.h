@@ -4,22 +4,25 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace esf::runner {
 
 // What the checks need to know of the model and the series.
+// It refers to the caller's texts and values, which must outlive it.
 struct SeriesForChecks {
-  std::string path;             // the series file, for messages
-  std::string column;           // the value column
-  std::vector<double> values;   // the fit range; NaN for missing
-  std::vector<long> lines;      // source line of each value, 0 if none
-  bool seasonal = false;        // the family has seasonal factors
-  bool multiplicative = false;  // the factors multiply the trended line
-  int nseasons = 0;             // length of the cycle the fit will use
-  bool nseasons_given = false;  // the user set the cycle
-  std::string interval;         // the interval as written, for messages
+  std::string_view path;           // the series file, for messages
+  std::string_view column;         // the value column
+  std::span<const double> values;  // the fit range; NaN for missing
+  std::span<const long> lines;     // source line of each value, 0 if none
+  bool seasonal = false;           // the family has seasonal factors
+  bool multiplicative = false;     // the factors multiply the trended line
+  int nseasons = 0;                // length of the cycle the fit will use
+  bool nseasons_given = false;     // the user set the cycle
+  std::string_view interval;       // the interval as written, for messages
 };
 
 // The reason the family cannot be fitted to the series, or nothing:

@@ -157,7 +157,7 @@ struct Lists {
   long eval_last = -1;
   std::function<double(long)> period;  // start of the i-th period of the series
   bool timed = false;                  // the plan's: stage times wanted
-  double fit_method_seconds = 0.0;     // thread CPU time in the fit method
+  double fit_method_seconds = 0.0;     // thread CPU time in the module's methods for the fit
 
   Lists() = default;
   Lists(const Lists&) = delete;
@@ -377,10 +377,10 @@ SeriesForChecks checks_of(const Plan& plan, const CsvSeries& csv, const Lists& p
   SeriesForChecks c;
   c.path = csv.path;
   c.column = csv.var_column;
-  for (long i = p.fit_first; i <= p.fit_last; ++i) {
-    c.values.push_back(p.placed.values[static_cast<std::size_t>(i)]);
-    c.lines.push_back(p.placed.lines[static_cast<std::size_t>(i)]);
-  }
+  const auto first = static_cast<std::size_t>(p.fit_first);
+  const auto count = static_cast<std::size_t>(std::max(0L, p.fit_last - p.fit_first + 1));
+  c.values = std::span<const double>(p.placed.values).subspan(first, count);
+  c.lines = std::span<const long>(p.placed.lines).subspan(first, count);
   c.seasonal = plan.family->seasonal;
   c.multiplicative = plan.family->code != nullptr && std::string_view(plan.family->code) == "WINTM";
   c.nseasons = p.nseasons;
@@ -690,7 +690,9 @@ Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool k
   read_positions(plan, &r);
   if (keep_model_list) r.model_list = host::to_json(f.lists->model);
   if (measure) {
-    measure_fit(plan, f, call_forecast(loader, plan, *f.lists, plan.options.cl, 0));
+    double seconds = 0.0;
+    measure_fit(plan, f, call_forecast(loader, plan, *f.lists, plan.options.cl, 0, &seconds));
+    f.lists->fit_method_seconds += seconds;
     f.measured = true;
   }
   return f;
@@ -892,6 +894,7 @@ AutoChoice choose_family(const Runner& runner, const Plan& plan, const CsvSeries
         std::optional<Plan> made;
         const Plan& fit_plan = family_plan(runner, plan, index, false, &made);
         Fitted f = fit_series(loader, fit_plan, series, false);
+        c.fit_method_seconds += f.lists->fit_method_seconds;
         const Criteria& k = f.result.criteria;
         cand.criteria = k;
         cand.score = c.by == Selection::kAic ? k.aic : c.by == Selection::kBic ? k.bic : k.aicc;
@@ -1032,6 +1035,7 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   std::optional<Fitted> fitted;  // the fit, when the model is fitted here
   std::optional<Plan> made;
   const Plan& plan = saved != nullptr ? plan_in : chosen_plan(*this, plan_in, series, &choice, &made, &fitted);
+  const bool kept_fit = fitted.has_value();  // the choice's fit, whose method time the choice counted
   const ModelOptions& o = plan.options;
   const std::string remark = placement_remark(loader_, series, plan.units, plan.interval);
   if (!remark.empty()) result.warnings.push_back(remark);
@@ -1108,7 +1112,8 @@ ForecastResult Runner::forecast(const Plan& plan_in, const CsvSeries& series, co
   const int lead = std::max(o.lead, o.holdout);
   double forecast_method_seconds = 0.0;
   result.table = call_forecast(loader_, plan, p, cls[0], lead, &forecast_method_seconds);
-  result.module_seconds = p.fit_method_seconds + forecast_method_seconds;
+  result.module_seconds = (kept_fit ? 0.0 : p.fit_method_seconds) + forecast_method_seconds;
+  if (choice) result.module_seconds += choice->fit_method_seconds;
   if (fitted) {
     // The criteria from this table, before limits or held-out values change it.
     if (!fitted->measured) measure_fit(plan, *fitted, result.table);

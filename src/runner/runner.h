@@ -171,6 +171,9 @@ struct AutoChoice {
   long selection_holdout = 0;  // observations held out to choose (--select holdout)
   std::vector<Candidate> candidates;
   std::string chosen;
+  // With plan.timed, thread CPU seconds in the module's methods for the
+  // candidates' fits.
+  double fit_method_seconds = 0.0;
 };
 
 // What the fit wrote for one series.  New results go at the end.

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <array>
 #include <bit>
 #include <cerrno>
 #include <cmath>
@@ -13,6 +14,7 @@
 #include <fstream>
 #include <limits>
 #include <string_view>
+#include <vector>
 
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -136,6 +138,26 @@ host::TimeForm time_form(TimeUnits units) {
 }
 
 std::string format_time(double t, TimeUnits units) { return host::write_time_text(t, time_form(units)); }
+
+std::string_view row_time_text(double t, TimeUnits units, std::size_t row) {
+  struct Text {
+    std::uint64_t bits = 0;
+    TimeUnits units = TimeUnits::kNumber;
+    std::uint8_t size = 0;
+    std::array<char, host::kMaxTimeTextChars> text{};
+  };
+  thread_local std::vector<Text> texts;
+  if (row >= texts.size()) texts.resize(row + 1);
+  Text& known = texts[row];
+  const auto bits = std::bit_cast<std::uint64_t>(t);
+  if (known.size == 0 || known.bits != bits || known.units != units) {
+    known.bits = bits;
+    known.units = units;
+    known.size =
+        static_cast<std::uint8_t>(host::write_time_text(known.text.data(), t, time_form(units)) - known.text.data());
+  }
+  return {known.text.data(), known.size};
+}
 
 CsvRow parse_csv_row(const std::string& path, long lineno, const std::string& id_text, const std::string& value_text,
                      const std::string& id_column, const std::string& var_column, TimeUnits units) {

@@ -11,6 +11,7 @@
 #include <istream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/time_text.h"
@@ -103,6 +104,11 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar);
 
 // Text of a time value: an ISO date, an ISO datetime, or a number.
 std::string format_time(double t, TimeUnits units);
+// The same for the time of row `row` of a series.  The texts of the last
+// series on this thread are kept by row, as the series of a batch mostly
+// share their times and a copy costs less than a date's text; the view holds
+// until the next call for that row on this thread.
+std::string_view row_time_text(double t, TimeUnits units, std::size_t row);
 // How the host writes a time value of `units`.
 host::TimeForm time_form(TimeUnits units);
 

@@ -121,18 +121,19 @@ namespace ess {
 // The bodies of zesspnt and zessdpd, inline so that the estimation frame's
 // passes run without a call per observation.  The exported routines call
 // these, so both give the same bits.
+template <class Guards = smoothing::CheckedGuards>
 inline int point(double x, double xscale, double wlevel, double wseason, double* level, double* sfactor, int scode,
-                 double* xhat, double* e) noexcept {
+                 double* xhat, double* e, Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   const double llevel = *level;
   const double lseason = sfactor[scode];
-  if (std::fabs(llevel) > kStateLimit || std::fabs(lseason) > kStateLimit) {
+  if (guards.trips((std::fabs(llevel) > kStateLimit) | (std::fabs(lseason) > kStateLimit))) {
     *level = kMissing;
     sfactor[scode] = kMissing;
     return kOverflow;
   }
   *xhat = llevel + lseason;
-  if (*xhat > xscale * kRelativeLimit) {
+  if (guards.trips(*xhat > xscale * kRelativeLimit)) {
     *level = kMissing;
     sfactor[scode] = kMissing;
     return kOverflow;
@@ -145,15 +146,16 @@ inline int point(double x, double xscale, double wlevel, double wseason, double*
   return kOk;
 }
 
+template <class Guards = smoothing::CheckedGuards>
 inline int point_derivative(double x, double wlevel, double wseason, double llevel, double clevel, double lseason,
-                            double* derlev, double* dersea, double* dervec) noexcept {
+                            double* derlev, double* dersea, double* dervec, Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   const double a = derlev[0];
   const double b = derlev[1];
   const double c = dersea[0];
   const double d = dersea[1];
-  if (std::fabs(a) > kErrorLimit || std::fabs(b) > kErrorLimit || std::fabs(c) > kErrorLimit ||
-      std::fabs(d) > kErrorLimit) {
+  if (guards.trips((std::fabs(a) > kErrorLimit) | (std::fabs(b) > kErrorLimit) | (std::fabs(c) > kErrorLimit) |
+                   (std::fabs(d) > kErrorLimit))) {
     derlev[0] = derlev[1] = kMissing;
     dersea[0] = dersea[1] = kMissing;
     return kOverflow;
@@ -182,13 +184,15 @@ struct FactorUpdate {
     double derlev[2];  // d level / d wlevel, d wseason
   };
   static double prediction(const State& s, double factor) noexcept { return s.level + factor; }
+  template <class Guards>
   [[gnu::always_inline]] static int point(const double* w, double xscale, State& s, double* sfactor, int code,
-                                          double value, double& xhat, double& e) noexcept {
-    return ess::point(value, xscale, w[0], w[1], &s.level, sfactor, code, &xhat, &e);
+                                          double value, double& xhat, double& e, Guards& guards) noexcept {
+    return ess::point(value, xscale, w[0], w[1], &s.level, sfactor, code, &xhat, &e, guards);
   }
+  template <class Guards>
   [[gnu::always_inline]] static int derive(const double* w, const State& before, State& s, double lseason, double value,
-                                           double* ds, double* wder) noexcept {
-    return point_derivative(value, w[0], w[1], before.level, s.level, lseason, s.derlev, ds, wder);
+                                           double* ds, double* wder, Guards& guards) noexcept {
+    return point_derivative(value, w[0], w[1], before.level, s.level, lseason, s.derlev, ds, wder, guards);
   }
 };
 

@@ -86,6 +86,7 @@
 #include <cmath>
 #include <concepts>
 #include <cstring>
+#include <type_traits>
 
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
@@ -688,6 +689,14 @@ inline bool unchecked_sums_are_exact(const double* sums) noexcept {
 //
 // A failed point leaves the derivatives alone; a failed derive still stores
 // what it left in the factor's derivatives.
+// An update whose point and derive can meet their guards deferred (a last
+// argument, the guards).
+template <class U>
+concept UpdateDefersGuards = requires(const double* w, typename U::State& s, double* f, double& d,
+                                      smoothing::DeferredGuards& g) {
+  U::point(w, 0.0, s, f, 0, 0.0, d, d, g);
+};
+
 template <int P, class U>
 struct FactorStep {
   static constexpr int kWeights = P;
@@ -701,17 +710,29 @@ struct FactorStep {
   double* dersea[P];  // d factor[s] / d weight i
 
   double missing_value(const State& s, long t) const noexcept { return U::prediction(s, sfactor[scodes[t]]); }
-  [[gnu::always_inline]] int step(State& s, long t, double value, double* wder) const noexcept {
+  template <class Guards = smoothing::CheckedGuards>
+  requires(UpdateDefersGuards<U> || std::same_as<std::remove_cvref_t<Guards>, smoothing::CheckedGuards>)
+      [[gnu::always_inline]] int step(State& s, long t, double value, double* wder,
+                                      Guards&& guards = Guards{}) const noexcept {
     const int code = scodes[t];
     const State before = s;
     const double lseason = sfactor[code];
     double xhat = 0.0;
     double e = 0.0;
-    int rc = U::point(w, xscale, s, sfactor, code, value, xhat, e);
+    int rc = kOk;
+    if constexpr (UpdateDefersGuards<U>) {
+      rc = U::point(w, xscale, s, sfactor, code, value, xhat, e, guards);
+    } else {
+      rc = U::point(w, xscale, s, sfactor, code, value, xhat, e);
+    }
     if (rc < 0) return rc;
     double ds[P];
     for (int i = 0; i < P; ++i) ds[i] = dersea[i][code];
-    rc = U::derive(w, before, s, lseason, value, ds, wder);
+    if constexpr (UpdateDefersGuards<U>) {
+      rc = U::derive(w, before, s, lseason, value, ds, wder, guards);
+    } else {
+      rc = U::derive(w, before, s, lseason, value, ds, wder);
+    }
     for (int i = 0; i < P; ++i) dersea[i][code] = ds[i];
     if (rc < 0) return rc;
     s.xhat = xhat;
