@@ -26,18 +26,18 @@
 // module's, in percent of the module's.
 //
 // Run on the project's 2-core machine shared with other builds and test runs
-// (load average about 9), Release, 2026-11-24, medians of 5 repetitions;
+// (load average 9 to 13), Release, 2026-11-24, medians of 5 repetitions;
 // wall figures say more about the load than about the runner, CPU figures
 // less so:
-//   BM_Memory winters, 1 thread: cpu_us 133 (7,500 series per second of one
-//     core's CPU), module_us 119, overhead_pct 13
-//   BM_Memory winters, 2 threads: cpu_us 135, overhead_pct 14 (about the
+//   BM_Memory winters, 1 thread: cpu_us 129 (7,750 series per second of one
+//     core's CPU), module_us 117, overhead_pct 10.6
+//   BM_Memory winters, 2 threads: cpu_us 132, overhead_pct 12 (about the
 //     CPU per series of one thread: little is lost to contention)
-//   BM_Forecast winters, 1 thread: cpu_us 189 (5,300 series per second of
-//     one core), module_us 119, write_us 36, read_us 6; overhead_pct 57
+//   BM_Forecast winters, 1 thread: cpu_us 182 (5,500 series per second of
+//     one core), module_us 118, write_us 36, read_us 6; overhead_pct 54
 //   BM_Forecast winters, 2 threads: cpu_us 195 (the reading thread besides
 //     the two that run series)
-//   BM_M3Sizes: 0.88 s of CPU on 1 thread (2.2 s wall), overhead_pct 57
+//   BM_M3Sizes: 0.85 s of CPU on 1 thread (2.5 s wall), overhead_pct 54
 //     (each candidate family's lists and measures, short series)
 // The wall rates of 1 and 2 threads cannot be compared on a loaded machine.
 // Rerun on an idle machine before comparing them with a target.

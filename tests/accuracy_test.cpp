@@ -13,10 +13,11 @@ namespace {
 
 using namespace esf::runner;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using V = std::vector<double>;
 
 TEST(Accuracy, MeasuresOfAHandWorkedExample) {
   // Errors f - a: 1, 0, -2; the NaN rows drop out.
-  const Accuracy a = accuracy({1.0, 2.0, kNaN, 4.0, 5.0}, {2.0, 2.0, 3.0, 2.0, kNaN}, 0.5);
+  const Accuracy a = accuracy(V{1.0, 2.0, kNaN, 4.0, 5.0}, V{2.0, 2.0, 3.0, 2.0, kNaN}, 0.5);
   EXPECT_EQ(a.n, 3);
   EXPECT_DOUBLE_EQ(a.me, -1.0 / 3.0);
   EXPECT_DOUBLE_EQ(a.rmse, std::sqrt(5.0 / 3.0));
@@ -26,17 +27,17 @@ TEST(Accuracy, MeasuresOfAHandWorkedExample) {
   EXPECT_DOUBLE_EQ(a.mase, 2.0);
 
   // A zero actual leaves MAPE to the other rows; no scale, no MASE.
-  const Accuracy z = accuracy({0.0, 2.0}, {1.0, 3.0}, kNaN);
+  const Accuracy z = accuracy(V{0.0, 2.0}, V{1.0, 3.0}, kNaN);
   EXPECT_DOUBLE_EQ(z.mape, 50.0);
   EXPECT_DOUBLE_EQ(z.smape, 100.0 * (1.0 + 0.2));  // 200 * (1/1 + 1/5) / 2
   EXPECT_TRUE(std::isnan(z.mase));
-  EXPECT_TRUE(std::isnan(accuracy({kNaN}, {1.0}, 1.0).rmse));
+  EXPECT_TRUE(std::isnan(accuracy(V{kNaN}, V{1.0}, 1.0).rmse));
 }
 
 TEST(Accuracy, SeasonalNaiveScaleAndCoverage) {
-  EXPECT_DOUBLE_EQ(seasonal_naive_mae({1.0, 5.0, 2.0, 7.0, kNaN, 8.0}, 2), (1.0 + 2.0 + 1.0) / 3.0);
-  EXPECT_DOUBLE_EQ(seasonal_naive_mae({1.0, 3.0, 2.0}, 1), 1.5);
-  EXPECT_TRUE(std::isnan(seasonal_naive_mae({1.0, 2.0}, 4)));
+  EXPECT_DOUBLE_EQ(seasonal_naive_mae(V{1.0, 5.0, 2.0, 7.0, kNaN, 8.0}, 2), (1.0 + 2.0 + 1.0) / 3.0);
+  EXPECT_DOUBLE_EQ(seasonal_naive_mae(V{1.0, 3.0, 2.0}, 1), 1.5);
+  EXPECT_TRUE(std::isnan(seasonal_naive_mae(V{1.0, 2.0}, 4)));
   // Limits are inclusive; a row with a missing limit does not count.
   EXPECT_DOUBLE_EQ(coverage({1.0, 2.0, 3.0, 4.0, 5.0}, {0.0, 2.0, 3.5, kNaN, 0.0}, {1.0, 3.0, 4.0, 5.0, 4.0}),
                    2.0 / 4.0);
@@ -72,7 +73,7 @@ TEST(Accuracy, InformationCriteria) {
       EXPECT_NEAR(r.aicc, c.aicc, 1e-12);
     }
   }
-  EXPECT_TRUE(std::isnan(information_criteria({0.0, 0.0}, 1).aic));
+  EXPECT_TRUE(std::isnan(information_criteria(V{0.0, 0.0}, 1).aic));
   // Weights, level, trend, 11 free factors of 12, and the variance.
   EXPECT_EQ(parameter_count(3, true, 12), 3 + 1 + 1 + 11 + 1);
   EXPECT_EQ(parameter_count(1, false, 0), 3);

@@ -129,6 +129,7 @@ TEST(HostLists, DeleteSearchAndRename) {
   ASSERT_EQ(slditm(g.list, 3), 0);
   EXPECT_EQ(g.list->length, 2);
   esf::host::append_text(g.list, "D");
+  EXPECT_EQ(esf::host::items(g.list).size(), 3u);  // the chain from the head reaches the new tail
   tchar* s = nullptr;
   int n = 0;
   ASSERT_EQ(slitmc(g.list, 3, &s, &n), 0);

@@ -15,7 +15,7 @@ bool present(double v) { return std::isfinite(v); }
 
 }  // namespace
 
-Criteria information_criteria(const std::vector<double>& errors, int k) {
+Criteria information_criteria(std::span<const double> errors, int k) {
   Criteria c;
   c.k = k;
   c.loglik = c.aic = c.aicc = c.bic = kNaN;
@@ -38,7 +38,7 @@ int parameter_count(int estimated_weights, bool trended, int nseasons) {
   return estimated_weights + 1 + (trended ? 1 : 0) + (nseasons > 1 ? nseasons - 1 : 0) + 1;
 }
 
-Accuracy accuracy(const std::vector<double>& actual, const std::vector<double>& forecast, double scale) {
+Accuracy accuracy(std::span<const double> actual, std::span<const double> forecast, double scale) {
   Accuracy a;
   a.me = a.rmse = a.mae = a.mape = a.smape = a.mase = kNaN;
   double sum = 0.0, sum2 = 0.0, sum_abs = 0.0, sum_pct = 0.0, sum_spct = 0.0;
@@ -73,7 +73,7 @@ Accuracy accuracy(const std::vector<double>& actual, const std::vector<double>& 
   return a;
 }
 
-double seasonal_naive_mae(const std::vector<double>& x, int period) {
+double seasonal_naive_mae(std::span<const double> x, int period) {
   if (period < 1) period = 1;
   double sum = 0.0;
   long n = 0;

@@ -8,6 +8,7 @@
 //   Accuracy a = accuracy(actual, forecast, seasonal_naive_mae(fit_values, 12));
 #pragma once
 
+#include <span>
 #include <vector>
 
 namespace esf::runner {
@@ -25,7 +26,7 @@ struct Criteria {
   int k = 0;
   double loglik, aic, aicc, bic;
 };
-Criteria information_criteria(const std::vector<double>& errors, int k);
+Criteria information_criteria(std::span<const double> errors, int k);
 
 // The number of parameters of a model, counted as state-space smoothing
 // models are counted: the estimated weights, the start states (the level,
@@ -45,12 +46,12 @@ struct Accuracy {
   long n = 0;
   double me, rmse, mae, mape, smape, mase;
 };
-Accuracy accuracy(const std::vector<double>& actual, const std::vector<double>& forecast, double scale);
+Accuracy accuracy(std::span<const double> actual, std::span<const double> forecast, double scale);
 
 // Mean absolute difference x[t] - x[t - period] over the pairs present:
 // the error of the naive forecast that repeats the value one season back
 // (period 1 for a series without seasons).  NaN when no pair is present.
-double seasonal_naive_mae(const std::vector<double>& x, int period);
+double seasonal_naive_mae(std::span<const double> x, int period);
 
 // Share of the actual values that lie within [lower, upper], over the rows
 // where all three are present; NaN when there is none.

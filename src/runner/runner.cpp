@@ -649,25 +649,26 @@ void measure_fit(const Plan& plan, Fitted& f, const ForecastTable& t) {
   Lists& p = *f.lists;
   FitResult& r = f.result;
   const std::size_t rows = std::min<std::size_t>(t.rows(), static_cast<std::size_t>(p.fit_last - p.fit_first + 1));
-  auto head = [&](Column c) {
-    return std::vector<double>(t.columns[c].values.begin(), t.columns[c].values.begin() + static_cast<long>(rows));
+  // Rows [first, end) of column c.
+  auto rows_of = [&](Column c, std::size_t first, std::size_t end) {
+    return std::span<const double>(t.columns[c].values).subspan(first, end - first);
   };
   int estimated = 0;
   for (const WeightEstimate& w : r.weights) estimated += w.position != WeightPosition::kFixed;
-  r.criteria = information_criteria(head(kResidual), parameter_count(estimated, plan.family->trended, r.nseasons));
-  const std::vector<double> fitted(p.placed.values.begin() + p.fit_first, p.placed.values.begin() + p.fit_last + 1);
+  r.criteria =
+      information_criteria(rows_of(kResidual, 0, rows), parameter_count(estimated, plan.family->trended, r.nseasons));
+  const auto fitted =
+      std::span<const double>(p.placed.values)
+          .subspan(static_cast<std::size_t>(p.fit_first), static_cast<std::size_t>(p.fit_last - p.fit_first + 1));
   const double scale = seasonal_naive_mae(fitted, p.nseasons > 1 ? p.nseasons : 1);
-  r.fit_accuracy = accuracy(head(kActual), head(kForecast), scale);
+  r.fit_accuracy = accuracy(rows_of(kActual, 0, rows), rows_of(kForecast, 0, rows), scale);
   // The one-step errors over the evaluation range, whose rows the table
   // holds from the start of the fit range on.
-  std::vector<double> a, fc;
-  for (long i = std::max(p.eval_first, p.fit_first); i <= p.eval_last; ++i) {
-    const std::size_t row = static_cast<std::size_t>(i - p.fit_first);
-    if (row >= t.rows()) break;
-    a.push_back(t.columns[kActual].values[row]);
-    fc.push_back(t.columns[kForecast].values[row]);
-  }
-  r.eval_accuracy = accuracy(a, fc, scale);
+  const std::size_t eval_first =
+      std::min(t.rows(), static_cast<std::size_t>(std::max(p.eval_first, p.fit_first) - p.fit_first));
+  const long eval_last = p.eval_last - p.fit_first;
+  const std::size_t eval_end = std::clamp(static_cast<std::size_t>(std::max(eval_last + 1, 0L)), eval_first, t.rows());
+  r.eval_accuracy = accuracy(rows_of(kActual, eval_first, eval_end), rows_of(kForecast, eval_first, eval_end), scale);
 }
 
 // A fit with its report: the thorough search when asked, the check that
