@@ -612,10 +612,11 @@ template <class S, bool kForward, bool kAnyMissing, bool kChecked>
 template <class S, bool kForward, bool kChecked>
 int derivative_run(const S& step, const DerivativeSeries& in, typename S::State& st, double* sums, long* nmiss,
                    bool* tripped) noexcept {
-  bool any_missing = false;
-  for (long t = 0; t < in.n; ++t) any_missing |= in.misflg[t] != 0;
-  return any_missing ? derivative_loop<S, kForward, true, kChecked>(step, in, st, sums, nmiss, tripped)
-                     : derivative_loop<S, kForward, false, kChecked>(step, in, st, sums, nmiss, tripped);
+  // The flags or-ed together as bytes: a loop the compiler runs as vectors.
+  unsigned char flags = 0;
+  for (long t = 0; t < in.n; ++t) flags |= static_cast<unsigned char>(in.misflg[t]);
+  return flags != 0 ? derivative_loop<S, kForward, true, kChecked>(step, in, st, sums, nmiss, tripped)
+                    : derivative_loop<S, kForward, false, kChecked>(step, in, st, sums, nmiss, tripped);
 }
 
 // Arrays of up to this many doubles are saved on the stack so that a pass
