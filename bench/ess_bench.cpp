@@ -122,11 +122,11 @@ BENCHMARK(BM_SeasonalForecast)->Arg(144)->Unit(benchmark::kMicrosecond);
 }  // namespace
 
 // Per observation step, beside the floor (bench/floor.h), on the airline
-// series.  Run on (2 X 2596 MHz CPUs, shared, load 16); 2026-11-24, medians
-// of 5, ns per step, module / plain loop = ratio:
-//   BM_SeasonalPlainPassStep       3.07 / 2.79 = 1.10
-//   BM_SeasonalDerivativePassStep  6.21 / 4.39 = 1.41
-//   BM_SeasonalGridStep            0.82 / 0.72 = 1.13
+// series.  Run on (2 X 2596 MHz CPUs, shared, load 12); 2026-11-24, medians
+// of 5, ns per step timed over batches of calls, module / plain loop = ratio:
+//   BM_SeasonalPlainPassStep       1.72 / 1.43 = 1.21
+//   BM_SeasonalDerivativePassStep  4.31 / 3.13 = 1.38 (guards met deferred)
+//   BM_SeasonalGridStep            0.74 / 0.64 = 1.15
 // (BM_SeasonalFit/144 56.4 us, 101 us before the derivative passes ran in
 // loops of their own.)
 //

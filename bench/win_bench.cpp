@@ -114,12 +114,12 @@ BENCHMARK(BM_Pass)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 //   BM_PlainPassStep/<additive>  zwinsmo
 //   BM_GridStep/<additive> the twenty grid candidates side by side
 //
-// Run on (2 X 2596 MHz CPUs, shared, load 16, AVX); 2026-11-24, medians of 5,
-// ns per step, module / plain loop = ratio:
-//   BM_PlainPassStep/0  5.76 / 5.30 = 1.08    BM_PlainPassStep/1  5.51 / 5.32 = 1.04
-//   BM_DerivativePassStep  14.3 / 11.5 = 1.25 (1.92 through the frame's
-//                          loop one observation at a time)
-//   BM_GridStep/0       1.25 / 1.98 = 0.63    BM_GridStep/1       0.73 / 1.77 = 0.41
+// Run on (2 X 2596 MHz CPUs, shared, load 12, AVX); 2026-11-24, medians of 5,
+// ns per step timed over batches of calls, module / plain loop = ratio:
+//   BM_PlainPassStep/0  4.25 / 3.82 = 1.12    BM_PlainPassStep/1  3.97 / 3.79 = 1.05
+//   BM_DerivativePassStep  12.4 / 9.56 = 1.29 (1.92 through the frame's
+//                          loop one observation at a time, before batches)
+//   BM_GridStep/0       1.15 / 1.88 = 0.61    BM_GridStep/1       0.62 / 1.63 = 0.38
 //                       (four lanes to a vector; the plain loop is scalar)
 namespace {
 

@@ -46,27 +46,21 @@ struct PairCase {
   const char* expected;
 };
 
+// Fixed multiples of two or more between names of the grid below are also
+// checked there, by counting; the table keeps one of each kind and pins
+// the answers the grid can't: varying multiples, 0, and the missing kinds.
 TEST(IntervalCompare, TableOfPairs) {
   const PairCase cases[] = {
       // Calendar months and their multiples.
       {"MONTH", "MONTH", "0"},
       {"MONTH3", "MONTH", "3"},
-      {"MONTH", "MONTH3", "-3"},
       {"MONTH2", "MONTH3", ".M"},
-      {"QTR", "MONTH", "3"},
       {"YEAR", "QTR", "4"},
-      {"YEAR2", "QTR", "8"},
-      {"QTR.2", "MONTH", "3"},
       {"QTR.2", "QTR", ".S"},
       {"MONTH3.2", "QTR", ".S"},
       {"MONTH3", "QTR", "0"},
-      {"SEMIYEAR", "YEAR", "-2"},
-      {"SEMIMONTH", "MONTH", "-2"},
       {"SEMIMONTH2.2", "MONTH", ".S"},
-      {"YEAR", "SEMIMONTH", "24"},
       {"TENDAY", "MONTH", "-3"},
-      {"MONTH", "TENDAY", "3"},
-      {"QTR.2", "TENDAY", "9"},
       {"TENDAY", "SEMIMONTH", ".B"},
       {"SEMIMONTH", "TENDAY", ".B"},
       // Time against time and days.
@@ -77,7 +71,6 @@ TEST(IntervalCompare, TableOfPairs) {
       {"HOUR6.2", "DAY", ".S"},
       {"HOUR5", "DAY", ".M"},
       {"DTDAY", "HOUR", "24"},
-      {"SECOND30", "MINUTE", "-2"},
       // Varying multiples.
       {"MONTH", "DAY", "1"},
       {"DAY", "MONTH", "-1"},
@@ -88,13 +81,10 @@ TEST(IntervalCompare, TableOfPairs) {
       {"SECOND7", "MONTH", "."},
       // Weeks against days and each other.
       {"WEEK", "DAY", "7"},
-      {"DAY", "WEEK", "-7"},
       {"WEEK", "DAY2", ".M"},
       {"WEEK2", "DAY7", ".S"},
       {"WEEK", "WEEKV", ".S"},
       {"WEEK.2", "WEEKV", "0"},
-      {"WEEKV", "DAY", "7"},
-      {"DAY", "WEEKV", "-7"},
       {"SECOND", "WEEKV", "-604800"},
       {"WEEKV", "SECOND", "604800"},
       {"YEARV", "SECOND", "1"},
@@ -111,9 +101,6 @@ TEST(IntervalCompare, TableOfPairs) {
       {"R445YR", "R445MON", "12"},
       {"R445QTR", "R454QTR", "0"},
       {"R445MON", "R454MON", ".M"},
-      {"R445QTR", "R445MON", "3"},
-      {"R445YR", "R454QTR", "4"},
-      {"R445MON3", "R454MON", "3"},
       {"R445MON", "WEEKV", "1"},
       {"WEEKV", "R445MON", "-1"},
       {"WEEKV2", "R445MON", ".M"},
@@ -127,7 +114,6 @@ TEST(IntervalCompare, TableOfPairs) {
       {"SECOND", "R445MON", "-1"},
       {"R445YR", "YEARV", "0"},
       {"YEARV", "R445YR", "0"},
-      {"R445MON", "YEARV", "-12"},
       // ISO years.
       {"YEARV", "WEEKV", "1"},
       {"YEARV2", "WEEKV", "1"},
@@ -139,16 +125,13 @@ TEST(IntervalCompare, TableOfPairs) {
       {"WEEKDAY5", "DAY", "7"},
       {"DAY7", "WEEKDAY5", "0"},
       {"WEEKDAY", "WEEK", ".S"},
-      {"WEEKDAY", "WEEK.2", "-5"},
       {"WEEKDAY", "WEEKV", "-5"},
       {"WEEKDAY5.2", "WEEK.2", "0"},
       {"WEEKDAY5.2", "WEEKV", "0"},
       {"WEEKDAY5", "WEEK.2", ".S"},
-      {"WEEKDAY10.2", "WEEK.2", "2"},
       {"WEEKDAY5", "WEEK2.2", ".S"},
       {"WEEKDAY5.2", "WEEK2.2", "-2"},
       {"WEEKDAY2", "WEEK.2", ".M"},
-      {"WEEKDAY", "WEEKDAY2", "-2"},
       {"WEEKDAY17W", "WEEKDAY", "0"},
       {"WEEKDAY", "WEEKDAY1W", ".W"},
       {"WEEKDAY", "WEEKDAY67W", ".W"},

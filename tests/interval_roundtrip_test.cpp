@@ -23,14 +23,14 @@ using cases::parse;
 using cases::Parsed;
 using cases::same_interval;
 
-std::string print(const INTERVAL& iv) { return cases::text_of(iv); }
+using cases::text_of;
 
 // A parsed name prints to a text that parses back to the same interval, and
 // printing that again gives the same text, as long as the printed text is
 // within the parser's 21 characters. DTOBS and DTNONE are the two names whose
 // datetime units the printer drops.
 void expect_round_trip(const std::string& text, const INTERVAL& iv) {
-  const std::string printed = print(iv);
+  const std::string printed = text_of(iv);
   const Parsed back = parse(printed);
   if (printed.size() > 21) {
     // The printed form may be longer than the text ("TDAY2147483647.13"
@@ -46,7 +46,7 @@ void expect_round_trip(const std::string& text, const INTERVAL& iv) {
   }
   ASSERT_EQ(back.rc, 0) << text << " -> " << printed;
   EXPECT_TRUE(same_interval(back.iv, iv)) << text << " -> " << printed;
-  EXPECT_EQ(print(back.iv), printed) << text;
+  EXPECT_EQ(text_of(back.iv), printed) << text;
 }
 
 // Sub-periods of one interval of multiplier 1, written out from the table of

@@ -60,6 +60,10 @@ TEST(Zprobit, MatchesHighPrecisionQuantilesFrom1e300To1Minus1e16) {
     // while t = sqrt(-2 ln q) - sqrt(2 ln 2) is a difference of two numbers
     // near 1.18, so the error is absolute, a few 1e-16.
     EXPECT_NEAR(zprobit(c.arg), c.ref, std::fmax(1e-14 * std::fabs(c.ref), 1e-15)) << "p = " << c.arg;
+    // The Newton branch on its own, also at 1e-16 where zprobit takes the rational form.
+    if (c.arg <= 1e-16) {
+      EXPECT_NEAR(szprobit(c.arg), c.ref, 1e-14 * std::fabs(c.ref)) << "p = " << c.arg;
+    }
   }
 }
 
@@ -81,12 +85,6 @@ TEST(Zprobit, EndsCentreAndDocumentedValues) {
   EXPECT_EQ(zprobit(1.0), 7.941345326170997);
   EXPECT_EQ(zprobit(0.5), 0.0);
   EXPECT_TRUE(std::signbit(zprobit(0.5)));
-}
-
-TEST(Zprobit, NewtonAndRationalBranchesJoinAt1e16) {
-  const double below = std::nextafter(1e-16, 0.0);  // Newton branch
-  EXPECT_LT(rel_err(zprobit(below), zprobit(1e-16)), 1e-14);
-  EXPECT_LT(rel_err(szprobit(1e-16), zprobit(1e-16)), 1e-14);
 }
 
 struct ErfRef {
@@ -208,7 +206,6 @@ TEST(Zln1px, MatchesHighPrecisionLog1p) {
     EXPECT_NEAR(zln1px(c.arg), c.ref, tol) << "z = " << c.arg;
   }
   EXPECT_EQ(zln1px(0.0), 0.0);
-  EXPECT_EQ(zln1px(0.03126), std::log(0.03126 + 1.0));
 }
 
 TEST(ZlnSumOfExp, LargeEqualAndFarApartArguments) {
