@@ -243,10 +243,8 @@ void BM_SeasonalGridStep(benchmark::State& state) {
   WINMODEL* m = sm.get();
   const long n = m->fitrange.nobs;
   constexpr int kCount = smoothing::frame::kGridRows;
-  double w[2 * kCount];
-  for (int k = 0; k < kCount; ++k) {
-    for (int i = 0; i < 2; ++i) w[2 * k + i] = ess::Family::kGrid[i][k];
-  }
+  const auto candidates = bench_floor::grid_candidates<ess::Family>();
+  const double* w = candidates.data();
   std::vector<double> work(kCount * kSeasons);
   int rc[kCount];
   double mse[kCount];

@@ -11,6 +11,7 @@
 
 #include <time.h>
 
+#include <array>
 #include <cstring>
 
 #include <benchmark/benchmark.h>
@@ -37,6 +38,18 @@ inline double thread_ns() {
 // towards 1.  So each is timed over a batch of calls long enough (about
 // kBatchNs) for the readings not to count.
 inline constexpr double kBatchNs = 100000.0;
+
+// The grid's candidates of the trait F as the side-by-side passes read them:
+// candidate k's weights from w[stride * k], those beyond F's count 0.
+template <class F, int Stride = F::kNumWeights>
+std::array<double, Stride * smoothing::frame::kGridRows> grid_candidates() {
+  static_assert(Stride >= F::kNumWeights);
+  std::array<double, Stride * smoothing::frame::kGridRows> w{};
+  for (int k = 0; k < smoothing::frame::kGridRows; ++k) {
+    for (int i = 0; i < F::kNumWeights; ++i) w[Stride * k + i] = F::kGrid[i][k];
+  }
+  return w;
+}
 
 template <class Module, class Plain>
 void time_against_floor(benchmark::State& state, double steps, Module module, Plain plain) {

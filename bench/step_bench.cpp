@@ -402,17 +402,13 @@ void BM_DerivativePassStep(benchmark::State& state) {
 
 template <class F>
 void BM_GridStep(benchmark::State& state) {
-  using Trait = typename F::Trait;
-  constexpr int p = Trait::kNumWeights;
   Airline<F> air(state);
   WINMODEL* m = air.get();
-  // The family's candidates, p weights each, and three each for the plain
-  // loop (the unused ones 0).
-  double w[p * kCount];
-  double w3[3 * kCount] = {};
-  for (int k = 0; k < kCount; ++k) {
-    for (int i = 0; i < p; ++i) w[p * k + i] = w3[3 * k + i] = Trait::kGrid[i][k];
-  }
+  // The family's candidates, and three weights each for the plain loop.
+  const auto candidates = bench_floor::grid_candidates<typename F::Trait>();
+  const auto candidates3 = bench_floor::grid_candidates<typename F::Trait, 3>();
+  const double* w = candidates.data();
+  const double* w3 = candidates3.data();
   int rc[kCount];
   double mse[kCount];
   time_against_floor(

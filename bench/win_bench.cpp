@@ -295,10 +295,8 @@ void BM_GridStep(benchmark::State& state) {
   WINMODEL* m = air.get();
   const long n = m->fitrange.nobs;
   constexpr int kCount = smoothing::frame::kGridRows;
-  double w[3 * kCount];
-  for (int k = 0; k < kCount; ++k) {
-    for (int i = 0; i < 3; ++i) w[3 * k + i] = win::Family::kGrid[i][k];
-  }
+  const auto candidates = bench_floor::grid_candidates<win::Family>();
+  const double* w = candidates.data();
   std::vector<double> work(kCount * kSeasons);
   int rc[kCount];
   double mse[kCount];
