@@ -85,13 +85,57 @@ int zesdstd(double* xpxdiag, double mse, long /*nobs*/, double* parms, double* s
 
 }  // extern "C"
 
-void esd::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
-                      double level, double trend, int* rc, double* mse) {
-  Lanes lanes;
-  for (int j = 0; j < count; ++j) {
-    lanes.w[j] = w[j];
-    lanes.keep[j] = 1.0 - w[j];
+namespace {
+
+// Double smoothing in the lanes of trend::smooth_lanes.
+struct LaneUpdate {
+  static constexpr int kWeights = 1;
+  static constexpr bool kPredictionIsLevel = false;
+  template <class V>
+  struct Weights {
+    V w, keep;
+  };
+  template <class V>
+  static void weights(const V* w, Weights<V>& out) noexcept {
+    out = {w[0], (V{} + 1.0) - w[0]};
   }
-  lanes.start(count, level, trend);
-  pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
+  template <class V>
+  static void step(const Weights<V>& w, const V& x, V& l, V& t, V& xhat, V& hi, V& lo) noexcept {
+    const V lj = l;
+    const V tj = t;
+    trend::raise(hi, lj);
+    trend::raise(hi, tj);
+    trend::lower(lo, lj);
+    trend::lower(lo, tj);
+    xhat = lj + tj / w.w;
+    const V clevel = x * w.w + w.keep * lj;
+    t = tj * w.keep + w.w * (clevel - lj);
+    l = clevel;
+  }
+  template <class V>
+  static void skip(const Weights<V>&, V& l, V& t) noexcept {
+    l = l + t;
+  }
+  template <class V>
+  static void turn(const Weights<V>&, V& l, V& t) noexcept {
+    l = l + t;
+    t = -t;
+  }
+  static bool unusable(const double* w) noexcept { return weight_unusable(w[0]); }
+};
+
+}  // namespace
+
+void esd::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
+                      double level, double trend, int* rc, double* mse, int width) {
+  const trend::LanesInput in{x, misflg, xscale, n, w, count, level, trend};
+  trend::smooth_lanes<LaneUpdate>(in, rc, mse, width, [&](int* rc_out, double* mse_out) {
+    Lanes lanes;
+    for (int j = 0; j < count; ++j) {
+      lanes.w[j] = w[j];
+      lanes.keep[j] = 1.0 - w[j];
+    }
+    lanes.start(count, level, trend);
+    pass::smooth_many(lanes, x, misflg, xscale, n, count, rc_out, mse_out);
+  });
 }
