@@ -86,17 +86,8 @@ int zes1std(double* xpxdiag, double mse, long nobs, double* parms, double* stder
 namespace {
 
 // Simple smoothing in the lanes of trend::smooth_lanes.
-struct LaneUpdate {
-  static constexpr int kWeights = 1;
+struct LaneUpdate : trend::OneWeightLanes {
   static constexpr bool kPredictionIsLevel = true;
-  template <class V>
-  struct Weights {
-    V w, keep;
-  };
-  template <class V>
-  static void weights(const V* w, Weights<V>& out) noexcept {
-    out = {w[0], (V{} + 1.0) - w[0]};
-  }
   template <class V>
   static void step(const Weights<V>& w, const V& x, V& l, V&, V& xhat, V& hi, V& lo) noexcept {
     const V lj = l;

@@ -93,9 +93,8 @@ int zes2stb(double wlevel, double wtrend) {
 namespace {
 
 // Linear smoothing in the lanes of trend::smooth_lanes.
-struct LaneUpdate {
+struct LaneUpdate : trend::LevelTrendLanes {
   static constexpr int kWeights = 2;
-  static constexpr bool kPredictionIsLevel = false;
   template <class V>
   struct Weights {
     V a, g, ka, kg;
@@ -109,23 +108,11 @@ struct LaneUpdate {
   static void step(const Weights<V>& w, const V& x, V& l, V& t, V& xhat, V& hi, V& lo) noexcept {
     const V lj = l;
     const V tj = t;
-    trend::raise(hi, lj);
-    trend::raise(hi, tj);
-    trend::lower(lo, lj);
-    trend::lower(lo, tj);
+    trend::peaks(hi, lo, lj, tj);
     xhat = lj + tj;
     const V clevel = xhat * w.ka + x * w.a;
     t = w.kg * tj + w.g * (clevel - lj);
     l = clevel;
-  }
-  template <class V>
-  static void skip(const Weights<V>&, V& l, V& t) noexcept {
-    l = l + t;
-  }
-  template <class V>
-  static void turn(const Weights<V>&, V& l, V& t) noexcept {
-    l = l + t;
-    t = -t;
   }
   static bool unusable(const double* w) noexcept { return es2::weights_overflow(w[0], w[1]); }
 };

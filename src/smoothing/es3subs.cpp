@@ -125,10 +125,7 @@ struct LaneUpdate {
   static void step(const Weights<V>& w, const V& x, V& l, V& t, V& xhat, V& hi, V& lo) noexcept {
     const V lj = l;
     const V dtrend = w.phi * t;
-    trend::raise(hi, lj);
-    trend::raise(hi, dtrend);
-    trend::lower(lo, lj);
-    trend::lower(lo, dtrend);
+    trend::peaks(hi, lo, lj, dtrend);
     xhat = lj + dtrend;
     const V clevel = xhat * w.ka + x * w.a;
     t = w.g * (clevel - lj) + dtrend * w.kg;

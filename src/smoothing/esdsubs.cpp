@@ -88,38 +88,16 @@ int zesdstd(double* xpxdiag, double mse, long /*nobs*/, double* parms, double* s
 namespace {
 
 // Double smoothing in the lanes of trend::smooth_lanes.
-struct LaneUpdate {
-  static constexpr int kWeights = 1;
-  static constexpr bool kPredictionIsLevel = false;
-  template <class V>
-  struct Weights {
-    V w, keep;
-  };
-  template <class V>
-  static void weights(const V* w, Weights<V>& out) noexcept {
-    out = {w[0], (V{} + 1.0) - w[0]};
-  }
+struct LaneUpdate : trend::OneWeightLanes, trend::LevelTrendLanes {
   template <class V>
   static void step(const Weights<V>& w, const V& x, V& l, V& t, V& xhat, V& hi, V& lo) noexcept {
     const V lj = l;
     const V tj = t;
-    trend::raise(hi, lj);
-    trend::raise(hi, tj);
-    trend::lower(lo, lj);
-    trend::lower(lo, tj);
+    trend::peaks(hi, lo, lj, tj);
     xhat = lj + tj / w.w;
     const V clevel = x * w.w + w.keep * lj;
     t = tj * w.keep + w.w * (clevel - lj);
     l = clevel;
-  }
-  template <class V>
-  static void skip(const Weights<V>&, V& l, V& t) noexcept {
-    l = l + t;
-  }
-  template <class V>
-  static void turn(const Weights<V>&, V& l, V& t) noexcept {
-    l = l + t;
-    t = -t;
   }
   static bool unusable(const double* w) noexcept { return weight_unusable(w[0]); }
 };

@@ -196,6 +196,42 @@ template <class V>
   peak = a < peak ? a : peak;
 }
 
+// hi and lo take in a and b.
+template <class V>
+[[gnu::always_inline]] inline void peaks(V& hi, V& lo, const V& a, const V& b) noexcept {
+  raise(hi, a);
+  raise(hi, b);
+  lower(lo, a);
+  lower(lo, b);
+}
+
+// The weights of a family with one weight w in lanes: w and 1 - w.
+struct OneWeightLanes {
+  static constexpr int kWeights = 1;
+  template <class V>
+  struct Weights {
+    V w, keep;
+  };
+  template <class V>
+  static void weights(const V* w, Weights<V>& out) noexcept {
+    out = {w[0], (V{} + 1.0) - w[0]};
+  }
+};
+
+// The missing step and the turn of the linear and double families in lanes.
+struct LevelTrendLanes {
+  static constexpr bool kPredictionIsLevel = false;
+  template <class W, class V>
+  static void skip(const W&, V& l, V& t) noexcept {
+    l = l + t;
+  }
+  template <class W, class V>
+  static void turn(const W&, V& l, V& t) noexcept {
+    l = l + t;
+    t = -t;
+  }
+};
+
 struct LanesInput {
   const double* x;
   const char* misflg;
@@ -237,57 +273,39 @@ template <class U, class V, class M, int kWidth, int kGroups>
     pred[g] = V{} - DBL_MAX;
     bad[g] = M{};
   }
-// The update of group g on observation xv, with the peak of its
-// predictions: xhat.
-#define ESF_OBSERVE(g, xv, xhat)                      \
-  U::step(wt[g], xv, l[g], t[g], xhat, hi[g], lo[g]); \
-  if constexpr (!U::kPredictionIsLevel) raise(pred[g], xhat)
-
-  // The backcast.
-  for (long k = n - 1; k >= 0; --k) {
-    if (misflg[k]) {
-      for (int g = 0; g < kGroups; ++g) U::skip(wt[g], l[g], t[g]);
-      continue;
-    }
-    const V xv = V{} + x[k];
-    for (int g = 0; g < kGroups; ++g) {
-      V xhat;
-      ESF_OBSERVE(g, xv, xhat);
-    }
-  }
-  for (int g = 0; g < kGroups; ++g) U::turn(wt[g], l[g], t[g]);
-
-  // The forward pass up to the last observation, and the last with the
-  // error and sum-of-squares guards.  The missing steps after it change
-  // nothing the pass gives.
+  // The backcast, the turn, and the forward pass up to the last observation
+  // (the missing steps after it change nothing the pass gives), which alone
+  // meets the error and sum-of-squares guards.
   long last = n - 1;
   while (last >= 0 && misflg[last]) --last;
-  for (long k = 0; k < last; ++k) {
-    if (misflg[k]) {
-      for (int g = 0; g < kGroups; ++g) U::skip(wt[g], l[g], t[g]);
-      continue;
+  const M abs_mask = M{} + 0x7fffffffffffffffLL;
+  for (int pass = 0; pass < 2; ++pass) {
+    const bool forward = pass == 1;
+    if (forward) {
+      for (int g = 0; g < kGroups; ++g) U::turn(wt[g], l[g], t[g]);
     }
-    const V xv = V{} + x[k];
-    for (int g = 0; g < kGroups; ++g) {
-      V xhat;
-      ESF_OBSERVE(g, xv, xhat);
-      const V e = xhat - xv;
-      sse[g] = sse[g] + e * e;
+    const long steps = forward ? last + 1 : n;
+    for (long k = 0; k < steps; ++k) {
+      const long at = forward ? k : n - 1 - k;
+      if (misflg[at]) {
+        for (int g = 0; g < kGroups; ++g) U::skip(wt[g], l[g], t[g]);
+        continue;
+      }
+      const V xv = V{} + x[at];
+      for (int g = 0; g < kGroups; ++g) {
+        V xhat;
+        U::step(wt[g], xv, l[g], t[g], xhat, hi[g], lo[g]);
+        if constexpr (!U::kPredictionIsLevel) raise(pred[g], xhat);
+        if (!forward) continue;
+        const V e = xhat - xv;
+        if (at == last) {
+          const V abs_e = reinterpret_cast<V>(reinterpret_cast<M>(e) & abs_mask);
+          bad[g] = (abs_e > kErrorLimit) | (sse[g] > kSseLimit);
+        }
+        sse[g] = sse[g] + e * e;
+      }
     }
   }
-  if (last >= 0) {
-    const V xv = V{} + x[last];
-    const M abs_mask = M{} + 0x7fffffffffffffffLL;
-    for (int g = 0; g < kGroups; ++g) {
-      V xhat;
-      ESF_OBSERVE(g, xv, xhat);
-      const V e = xhat - xv;
-      const V abs_e = reinterpret_cast<V>(reinterpret_cast<M>(e) & abs_mask);
-      bad[g] = (abs_e > kErrorLimit) | (sse[g] > kSseLimit);
-      sse[g] = sse[g] + e * e;
-    }
-  }
-#undef ESF_OBSERVE
 
   const V upper = V{} + in.xscale * kRelativeLimit;
   for (int g = 0; g < kGroups; ++g) {
