@@ -611,21 +611,6 @@ TEST_F(CustomTest, DirectReadingFindsTheRows) {
 
 // ---- Options from the environment -----------------------------------------------------
 
-// An option the host program hasn't set comes from ESF_OPTION_<NAME>; a
-// value the program sets comes first. (The command line's calendar reads
-// its tables this way: the custom-table rows of bad_input_cli_test.)
-TEST_F(CustomTest, UnsetOptionsComeFromTheEnvironment) {
-  esf::host::clear_option("INTERVALDS");
-  ::setenv("ESF_OPTION_INTERVALDS", "(envcal=custt.cal)", 1);
-  int len = 0;
-  const tchar* value = xoptcgt("IntervalDS", &len);
-  EXPECT_EQ(std::string(value, static_cast<size_t>(len)), "(envcal=custt.cal)");
-  esf::host::set_option("INTERVALDS", "(other=custt.cal)");
-  value = xoptcgt("INTERVALDS", &len);
-  EXPECT_EQ(std::string(value, static_cast<size_t>(len)), "(other=custt.cal)");
-  ::unsetenv("ESF_OPTION_INTERVALDS");
-}
-
 // ---- The time-ID check ----------------------------------------------------------
 
 // A series of time IDs on the custom interval `name`, whose table TID

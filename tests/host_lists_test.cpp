@@ -162,20 +162,6 @@ TEST(HostLists, CopyIsDeepAndFreeIsComplete) {
   EXPECT_EQ(esf::host::live_lists(), before);
 }
 
-TEST(HostLists, SetByNameReplacesTheFirstAndAppendsOtherwise) {
-  ListGuard g(esf::host::new_list());
-  ASSERT_EQ(slsnd(g.list, 1.0, "EVAL_VARIANCE", 13, 1, 1), 0);
-  ASSERT_EQ(slsnd(g.list, 2.0, "EVAL_VARIANCE", 13, 1, 1), 0);
-  ASSERT_EQ(slsni(g.list, 3, "NPARMS", 6, 1, 1), 0);
-  EXPECT_EQ(g.list->length, 2);
-  EXPECT_EQ(esf::host::find_number(g.list, "EVAL_VARIANCE"), 2.0);
-  EXPECT_EQ(esf::host::find_item(g.list, "NPARMS")->type, SL_INTEGER);
-  // Inserting a named double always appends; lookups then see the first.
-  ASSERT_EQ(slinsd(g.list, 9.0, -1, "EVAL_VARIANCE", 13), 0);
-  EXPECT_EQ(esf::host::find_number(g.list, "EVAL_VARIANCE"), 2.0);
-  EXPECT_EQ(slsrchn(g.list, "EVAL_VARIANCE", 13, 2, 1), 3);
-}
-
 // ---- Method arguments --------------------------------------------------------
 
 TEST(HostArguments, PosargsReadsEachKind) {

@@ -1,5 +1,6 @@
-// Host options, memory pools, task resource slots, journals, the kernel
-// handle's transcoding and the custom interval cache extension.
+// Host options, memory pools, the custom interval cache extension and
+// format names. (Task slots, journals and the kernel handle's transcoding
+// serve the custom intervals, whose tests run through them.)
 #include <cstring>
 #include <string>
 #include <vector>
@@ -54,79 +55,6 @@ TEST(HostPool, BlocksAreCountedAndFailuresReportedOnce) {
   EXPECT_EQ(pool->free(pool, last, 0, 4), 0);
   EXPECT_NE(pool->free(pool, last, 0, 4), 0);  // not a live block any more
   EXPECT_EQ(esf::host::pool_outstanding(), before);
-}
-
-// Counts destructor runs of task slots.
-int g_destroyed = 0;
-void count_destroy(rebid reb, rebslotid slot) {
-  ptr value = nullptr;
-  // The slot's pointer is still readable while its destructor runs.
-  if (wtrsget(reb, slot, &value) == 0 && value != nullptr) ++*static_cast<int*>(value);
-  ++g_destroyed;
-}
-
-TEST(HostTask, NamedSlotsHoldPointersUntilDeleted) {
-  rebid reb = esf::host::gcb()->task->xreb;
-  const char* name = "_TESTSLOT_";
-  rebslotid slot = 0;
-  EXPECT_EQ(xytngl(reb, XYT_LOOKUP, name, 10, &slot, nullptr), XYT_NOTFOUND);
-
-  int payload = 0;
-  ASSERT_EQ(
-      wtrscrt(reb, reinterpret_cast<REBDTOR>(vir2g(reinterpret_cast<ptr>(count_destroy), nullptr)), &payload, &slot),
-      0);
-  ASSERT_EQ(xytnsl(reb, XYT_ENTER, name, 10, slot), 0);
-  rebslotid found = 0;
-  rebid where = nullptr;
-  ASSERT_EQ(xytngl(reb, XYT_LOOKUP, name, 10, &found, &where), 0);
-  EXPECT_EQ(found, slot);
-  EXPECT_EQ(where, reb);
-  ptr value = nullptr;
-  ASSERT_EQ(wtrsget(reb, slot, &value), 0);
-  EXPECT_EQ(value, &payload);
-
-  g_destroyed = 0;
-  ASSERT_EQ(wtrsdel(reb, slot), 0);
-  EXPECT_EQ(g_destroyed, 1);
-  EXPECT_EQ(payload, 1);
-  EXPECT_EQ(xytngl(reb, XYT_LOOKUP, name, 10, &found, nullptr), XYT_NOTFOUND);
-  EXPECT_NE(wtrsdel(reb, slot), 0);
-
-  // Ending the task runs the destructors of the slots left.
-  ASSERT_EQ(wtrscrt(reb, count_destroy, &payload, &slot), 0);
-  g_destroyed = 0;
-  esf::host::end_task();
-  EXPECT_EQ(g_destroyed, 1);
-}
-
-TEST(HostKernel, JournalAndTranscoding) {
-  WRJnlh jnl = wrjnlc(0, 0);
-  ASSERT_NE(jnl, nullptr);
-  EXPECT_EQ(jnl->sig, WRJNL_SIG);
-  QKStatus rc = 1;
-  EXPECT_EQ(jnl->dumpToList(jnl, &rc), 0);
-  EXPECT_EQ(rc, 0);
-
-  QKHANDLE* qk = esf::host::gcb()->qkhandle;
-  QKChar buf[4];
-  QKMemSize out = 0;
-  // Cut to the room given, in whole wide characters.
-  ASSERT_EQ(qk->toWide("MYCAL", 5, buf, sizeof buf, &out), 0);
-  EXPECT_EQ(out, 4 * sizeof(QKChar));
-  EXPECT_EQ(buf[3], 'A');
-  char back[8];
-  ASSERT_EQ(qk->fromWide(buf, out, back, sizeof back, &out), 0);
-  EXPECT_EQ(std::string(back, out), "MYCA");
-  const QKChar beyond[1] = {0x263A};
-  EXPECT_NE(qk->fromWide(beyond, sizeof beyond, back, sizeof back, &out), 0);
-
-  const auto name = wide("qkecintc");
-  EXPECT_NE(qk->loadExtension(qk, name.data(), 8, jnl), nullptr);
-  const auto other = wide("nothere");
-  EXPECT_EQ(qk->loadExtension(qk, other.data(), 7, jnl), nullptr);
-  ASSERT_EQ(jnl->dumpToList(jnl, &rc), 0);
-  EXPECT_NE(rc, 0);  // the refusal left its status
-  jnl->destroy(jnl);
 }
 
 // ---- The cache extension -------------------------------------------------------
