@@ -38,49 +38,6 @@ List sample_list() {
   return list;
 }
 
-TEST(HostLists, GetByNameAnswersByKind) {
-  ListGuard g(sample_list());
-  struct Case {
-    const char* name;
-    int want_d, want_i, want_c, want_l;  // 0 = found, non-zero = refused
-    double value;                        // numeric value when found
-  };
-  const Case cases[] = {
-      {"NUM", 0, 0, 1, 1, 2.5},    // a double reads as double and long
-      {"int", 0, 0, 1, 1, 7.0},    // names are case-insensitive
-      {"TEXT", 1, 1, 0, 1, 0.0},   // characters are not numbers
-      {"SUB", 1, 1, 1, 0, 0.0},    // a sublist is only a list
-      {"SHORT", 0, 0, 1, 1, 3.0},  // a short is numeric
-      {"NONE", 1, 1, 1, 1, 0.0},   // absent
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const int len = static_cast<int>(std::strlen(c.name));
-    double d = -1;
-    long i = -1;
-    tchar* s = nullptr;
-    int n = -1;
-    ListId id = 0;
-    EXPECT_EQ(slgnd(g.list, c.name, len, 1, 1, &d, nullptr) != 0, c.want_d != 0);
-    EXPECT_EQ(slgni(g.list, c.name, len, 1, 1, &i, nullptr) != 0, c.want_i != 0);
-    EXPECT_EQ(slgnc(g.list, c.name, len, 1, 1, &s, &n, nullptr, 0) != 0, c.want_c != 0);
-    EXPECT_EQ(slgnl(g.list, c.name, len, 1, 1, &id, nullptr) != 0, c.want_l != 0);
-    if (c.want_d == 0) {
-      EXPECT_EQ(d, c.value);
-    }
-    if (c.want_i == 0) {
-      EXPECT_EQ(i, static_cast<long>(c.value));
-    }
-    if (c.want_l == 0) {
-      EXPECT_NE(slistp(id, esf::host::fmcomp()), nullptr);
-    }
-  }
-  tchar* s = nullptr;
-  int n = 0;
-  ASSERT_EQ(slgnc(g.list, "TEXT", 4, 1, 1, &s, &n, nullptr, 0), 0);
-  EXPECT_EQ(std::string(s, static_cast<size_t>(n)), "abc  ");  // kept as stored, blanks and all
-}
-
 TEST(HostLists, DefaultsOfAbsentItems) {
   ListGuard g(esf::host::new_list());
   double d = 0;
