@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include "host/host.h"
+#include "support/interval_cases.h"
 
 namespace fs = std::filesystem;
 
@@ -31,11 +32,7 @@ bool same(double a, double b) {
   if (esf::is_missing(a) || esf::is_missing(b)) return esf::missing_kind(a) == esf::missing_kind(b);
   return a == b;
 }
-std::string show(double v) {
-  if (!esf::is_missing(v)) return std::to_string(v);
-  const int k = esf::missing_kind(v);
-  return k == 1 ? "." : k == 0 ? "._" : std::string(".") + static_cast<char>('A' + k - 2);
-}
+using cases::show;
 #define EXPECT_SAME(a, b) EXPECT_TRUE(same((a), (b))) << show(a) << " vs " << show(b)
 
 class CustomTest : public ::testing::Test {

@@ -7,15 +7,11 @@
 #include <gtest/gtest.h>
 
 #include "host/host.h"
+#include "primitives/primitives.h"
 
 namespace {
 
 using esf::host::MethodCall;
-
-bool is_missing(double v) { return (std::bit_cast<std::uint64_t>(v) >> 48) == 0xFFFF; }
-double missing_kind(char letter) {  // ".A" to ".Z"
-  return std::bit_cast<double>((std::uint64_t{0xFFFF} << 48) | (std::uint64_t(0xFD - (letter - 'A')) << 40));
-}
 
 // Frees the lists a test made, whatever happens.
 struct ListGuard {
@@ -60,7 +56,7 @@ TEST(HostLists, StoringPastTheEndExtendsWithEmptyItems) {
   ASSERT_EQ(g.list->length, 3);
   const auto items = esf::host::items(g.list);
   EXPECT_EQ(items[0]->type, SL_EMPTY);
-  EXPECT_TRUE(is_missing(slgetnv(items[0], 0)));  // an empty item has no number
+  EXPECT_TRUE(esf::is_missing(slgetnv(items[0], 0)));  // an empty item has no number
   EXPECT_EQ(slgetnv(items[2], 0), 1.5);
   // Storing over an item replaces its kind.
   ASSERT_EQ(slsetc(g.list, 3, "LEVEL", 5, 1), 0);
@@ -170,8 +166,8 @@ TEST(HostJson, RoundTripKeepsKindsOrderNamesAndMissingValues) {
   ListGuard g(esf::host::new_list());
   List l = g.list;
   esf::host::append_number(l, 1.0 / 3.0, "THIRD");
-  esf::host::append_number(l, std::bit_cast<double>(std::uint64_t{0xFFFFFE0000000000}), "DOT");
-  esf::host::append_number(l, missing_kind('M'), "DOTM");
+  esf::host::append_number(l, esf::kMissing, "DOT");
+  esf::host::append_number(l, esf::missing_letter('M'), "DOTM");
   esf::host::append_integer(l, -4, "COUNT");
   esf::host::append_text(l, "x\"y", "QUOTE");
   List dup = esf::host::add_list(l, "DUP");  // duplicate names and an unnamed item
@@ -192,7 +188,7 @@ TEST(HostJson, RoundTripKeepsKindsOrderNamesAndMissingValues) {
   ASSERT_EQ(items.size(), 8u);
   EXPECT_EQ(std::bit_cast<std::uint64_t>(items[0]->data.d), std::bit_cast<std::uint64_t>(1.0 / 3.0));
   EXPECT_EQ(std::bit_cast<std::uint64_t>(items[1]->data.d), 0xFFFFFE0000000000u);
-  EXPECT_EQ(std::bit_cast<std::uint64_t>(items[2]->data.d), std::bit_cast<std::uint64_t>(missing_kind('M')));
+  EXPECT_EQ(std::bit_cast<std::uint64_t>(items[2]->data.d), std::bit_cast<std::uint64_t>(esf::missing_letter('M')));
   EXPECT_EQ(items[3]->type, SL_INTEGER);
   EXPECT_EQ(esf::host::find_text(back.list, "QUOTE"), "x\"y");
   List dup_back = esf::host::find_list(back.list, "DUP");

@@ -1,6 +1,6 @@
-// Host options, memory pools, the custom interval cache extension and
-// format names. (Task slots, journals and the kernel handle's transcoding
-// serve the custom intervals, whose tests run through them.)
+// Host options, memory pools and the custom interval cache extension. (Task
+// slots, journals, format names and the kernel handle's transcoding serve
+// the custom intervals, whose tests run through them.)
 #include <cstring>
 #include <string>
 #include <vector>
@@ -117,19 +117,6 @@ TEST_F(HostCache, TokensResolveToTheLongestMappedNameWithMultiplierAndShift) {
   CINTCIntDSMap cleared{};
   EXPECT_EQ(ext_->getDSMapByIntName(cache_, name.data(), 6, &cleared), 0);
   EXPECT_NE(ext_->getDSMapByIntName(cache_, name.data(), 4, &cleared), 0);  // "MYCA" is not mapped
-}
-
-TEST(HostFormats, AttributesOfKnownFormatNames) {
-  FATTRSTR attr{};
-  int code = 0;
-  ASSERT_EQ(xfrname(0, "date    ", 8, 'F', &attr, &code), 0);
-  EXPECT_GT(code, 0);
-  EXPECT_EQ(attr.fwdef, 7);
-  EXPECT_GE(attr.fwmax, 9);
-  ASSERT_EQ(xfrname(0, "DATETIME", 8, 'F', &attr, &code), 0);
-  EXPECT_EQ(attr.fwdef, 16);
-  EXPECT_NE(xfrname(0, "NOSUCHFMT", 9, 'F', &attr, &code), 0);
-  EXPECT_EQ(code, 0);
 }
 
 }  // namespace

@@ -21,19 +21,6 @@
 
 namespace {
 
-// The answer as text: a number, "." or ".X" for a special missing value.
-std::string answer(double r) {
-  if (esf::is_missing(r)) {
-    const int kind = esf::missing_kind(r);
-    if (kind == 1) return ".";
-    if (kind >= 2) return std::string(".") + static_cast<char>('A' + kind - 2);
-    return "?";
-  }
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "%g", r);
-  return buf;
-}
-
 double compare_names(const char* a, const char* b) {
   INTERVAL ia = oracle::interval(a);
   INTERVAL ib = oracle::interval(b);
@@ -112,7 +99,7 @@ TEST(IntervalCompare, TableOfPairs) {
       {"WEEKDAY", "MONTH", ".B"},
   };
   for (const PairCase& c : cases) {
-    EXPECT_EQ(answer(compare_names(c.a, c.b)), c.expected) << c.a << " and " << c.b;
+    EXPECT_EQ(cases::show(compare_names(c.a, c.b)), c.expected) << c.a << " and " << c.b;
   }
 }
 
@@ -120,15 +107,15 @@ TEST(IntervalCompare, CustomIntervalsCompareByName) {
   INTERVAL a = cases::custom_record();
   INTERVAL b = cases::custom_record();
   std::memcpy(b.token, "mYcAl", 5);
-  EXPECT_EQ(answer(zintc(&a, &b)), "0");
+  EXPECT_EQ(cases::show(zintc(&a, &b)), "0");
   b.tokenlen = 4;
-  EXPECT_EQ(answer(zintc(&a, &b)), ".");
+  EXPECT_EQ(cases::show(zintc(&a, &b)), ".");
   std::memcpy(b.token, "OTHER", 5);
   b.tokenlen = 5;
-  EXPECT_EQ(answer(zintc(&a, &b)), ".");
+  EXPECT_EQ(cases::show(zintc(&a, &b)), ".");
   INTERVAL month = oracle::interval("MONTH");
-  EXPECT_EQ(answer(zintc(&a, &month)), ".");
-  EXPECT_EQ(answer(zintc(&month, &a)), ".");
+  EXPECT_EQ(cases::show(zintc(&a, &month)), ".");
+  EXPECT_EQ(cases::show(zintc(&month, &a)), ".");
 }
 
 TEST(IntervalCompare, CodesOutsideTheTableGoToTheDebugOutput) {
@@ -148,13 +135,13 @@ TEST(IntervalCompare, CodesOutsideTheTableGoToTheDebugOutput) {
     INTERVAL b = oracle::interval("MONTH");
     a.intcode = static_cast<char>(c.a_code);
     b.intcode = static_cast<char>(c.b_code);
-    EXPECT_EQ(answer(zintc(&a, &b)), ".") << c.message;
+    EXPECT_EQ(cases::show(zintc(&a, &b)), ".") << c.message;
     EXPECT_NE(esf::host::take_log().find(c.message), std::string::npos) << c.message;
   }
   // A custom b is no error: it just has no relation.
   INTERVAL month = oracle::interval("MONTH");
   INTERVAL custom = cases::custom_record();
-  EXPECT_EQ(answer(zintc(&month, &custom)), ".");
+  EXPECT_EQ(cases::show(zintc(&month, &custom)), ".");
   EXPECT_EQ(esf::host::take_log(), "");
   esf::host::capture_output(false);
 }
@@ -271,7 +258,7 @@ TEST(IntervalCompare, NestedIntervalsShareBoundaries) {
       const bool seconds = a.units == kUnitsDatetime;
       const double start = seconds ? start_day * 86400.0 : start_day;
       const int periods = (is_time_name(an) && is_time_name(bn)) ? 200 : 60;
-      const std::string what = a_text + " and " + b_text + " (" + answer(r) + ")";
+      const std::string what = a_text + " and " + b_text + " (" + cases::show(r) + ")";
       if (r >= 0.0) check_nesting(&a, &b, start, periods, r, what);
       if (r <= 0.0) check_nesting(&b, &a, start, periods, -r, what);
     }
