@@ -1,4 +1,5 @@
-// The host's named lists, method arguments and the JSON form of lists.
+// The host's named lists and the JSON form of lists. (Method arguments are
+// read and written through every method call of the module's tests.)
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -10,8 +11,6 @@
 #include "primitives/primitives.h"
 
 namespace {
-
-using esf::host::MethodCall;
 
 // Frees the lists a test made, whatever happens.
 struct ListGuard {
@@ -113,51 +112,6 @@ TEST(HostLists, CopyIsDeepAndFreeIsComplete) {
     EXPECT_EQ(esf::host::find_number(esf::host::find_list(g.list, "SUB"), "X"), 1.0);
   }
   EXPECT_EQ(esf::host::live_lists(), before);
-}
-
-// ---- Method arguments --------------------------------------------------------
-
-TEST(HostArguments, PosargsReadsEachKind) {
-  ListGuard a(esf::host::new_list());
-  MethodCall call;
-  call.list(a.list).text("WORK.OUT").number(0.05).missing_number().number(7);
-  List list = nullptr;
-  tchar* name = nullptr;
-  int name_l = 0;
-  double cl = -1;
-  char cl_missing = -1;
-  int lead = 12;
-  char lead_missing = -1;
-  int rc = 0;
-  char rc_missing = -1;
-  int nargs = 0;
-  ASSERT_EQ(posargs(call.plist(), nullptr, 5, 5, &nargs, POS_LIST, &list, POS_CHAR, &name, &name_l, POS_DOUBLE, &cl,
-                    &cl_missing, POS_INT, &lead, &lead_missing, POS_INT, &rc, &rc_missing),
-            0);
-  EXPECT_EQ(nargs, 5);
-  EXPECT_EQ(list, a.list);
-  EXPECT_EQ(std::string(name, static_cast<size_t>(name_l)), "WORK.OUT");
-  EXPECT_EQ(cl, 0.05);
-  EXPECT_EQ(cl_missing, 0);
-  EXPECT_EQ(lead_missing, 1);  // a missing number is flagged ...
-  EXPECT_EQ(lead, 12);         // ... and leaves the caller's value
-  EXPECT_EQ(rc, 7);
-  EXPECT_EQ(rc_missing, 0);
-}
-
-TEST(HostArguments, PosretdWritesTheArgumentBeforeTheSlot) {
-  MethodCall call;
-  call.number(1).number(2).number(0);
-  // Slot s is argument s - 1: the return code of a three-argument call is slot 4.
-  ASSERT_EQ(posretd(call.plist(), 4, 999.0, 0), 0);
-  EXPECT_EQ(call.return_code(), 999);
-  EXPECT_EQ(call.written(4), 999.0);
-  EXPECT_FALSE(call.written(3).has_value());
-  // A slot beyond the passed arguments still lands, so a caller can read it.
-  ASSERT_EQ(posretd(call.plist(), 8, 12.0, 0), 0);
-  EXPECT_EQ(call.written(8), 12.0);
-  EXPECT_NE(posretd(call.plist(), 1, 0.0, 0), 0);
-  EXPECT_NE(posretd(call.plist(), PSCP_MAXARGS + 2, 0.0, 0), 0);
 }
 
 // ---- JSON ----------------------------------------------------------------------
