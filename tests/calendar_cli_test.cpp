@@ -29,21 +29,14 @@ using support::slurp;
 
 // Runs `esforecast calendar ARGS` with `input` on standard input.
 CliRun calendar(const std::string& args, const std::string& input = "") {
-  static int serial = 0;
   const fs::path dir = fs::temp_directory_path() / ("esf_calendar_cli_" + std::to_string(::getpid()));
   fs::create_directories(dir);
-  const std::string stem = std::to_string(++serial);
-  const fs::path in = dir / (stem + ".in");
-  const fs::path out = dir / (stem + ".out");
-  const fs::path err = dir / (stem + ".err");
-  std::ofstream(in, std::ios::binary) << input;
-  const std::string command = std::string("'") + ESF_CLI + "' calendar " + args + " < '" + in.string() + "' > '" +
-                              out.string() + "' 2> '" + err.string() + "'";
-  const int raw = std::system(command.c_str());
-  CliRun r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
-  fs::remove(in);
-  fs::remove(out);
-  fs::remove(err);
+  std::ofstream(dir / "in", std::ios::binary) << input;
+  const std::string at = " '" + dir.string() + "/";
+  const int raw = std::system(
+      (std::string("'") + ESF_CLI + "' calendar " + args + " <" + at + "in' >" + at + "out' 2>" + at + "err'").c_str());
+  CliRun r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir / "out"), slurp(dir / "err")};
+  fs::remove_all(dir);
   return r;
 }
 

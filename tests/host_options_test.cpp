@@ -1,6 +1,7 @@
-// Host options, memory pools and the custom interval cache extension. (Task
-// slots, journals, format names and the kernel handle's transcoding serve
-// the custom intervals, whose tests run through them.)
+// Host options and the custom interval cache extension. (Task slots,
+// journals, format names and the kernel handle's transcoding serve the
+// custom intervals, whose tests run through them; the memory pools serve
+// the module, whose tests make them fail.)
 #include <cstring>
 #include <string>
 #include <vector>
@@ -28,33 +29,6 @@ TEST(HostOptions, OptionValuesAreCopiesFoundWithoutRegardToCase) {
   esf::host::clear_option("INTERVALDS");
   xoptcgt("INTERVALDS", &len);
   EXPECT_EQ(len, 0);
-}
-
-TEST(HostPool, BlocksAreCountedAndFailuresReportedOnce) {
-  VMPOOL* pool = esf::host::gcb()->curpool;
-  const std::size_t before = esf::host::pool_outstanding();
-  auto* cleared = static_cast<unsigned char*>(vmalcp_handler(pool, 64, VM_NUMBERS));
-  ASSERT_NE(cleared, nullptr);
-  for (int i = 0; i < 64; ++i) ASSERT_EQ(cleared[i], 0);
-  void* plain = vmalloc_handler(pool, 16, VM_FLAGS);
-  ASSERT_NE(plain, nullptr);
-  EXPECT_EQ(esf::host::pool_outstanding(), before + 2);
-  EXPECT_EQ(xmemdef(), 0);
-
-  esf::host::pool_fail_after(1);
-  void* last = pool->alloc(pool, 8, VM_NUMBERS);
-  void* refused = pool->alloc(pool, 8, VM_NUMBERS);
-  esf::host::pool_fail_after(-1);
-  EXPECT_NE(last, nullptr);
-  EXPECT_EQ(refused, nullptr);
-  EXPECT_NE(xmemdef(), 0);  // the failure is seen once ...
-  EXPECT_EQ(xmemdef(), 0);  // ... and then cleared
-
-  EXPECT_EQ(vmfree_handler(pool, cleared, 0, 4), 0);
-  EXPECT_EQ(pool->free(pool, plain, 0, 4), 0);
-  EXPECT_EQ(pool->free(pool, last, 0, 4), 0);
-  EXPECT_NE(pool->free(pool, last, 0, 4), 0);  // not a live block any more
-  EXPECT_EQ(esf::host::pool_outstanding(), before);
 }
 
 // ---- The cache extension -------------------------------------------------------
