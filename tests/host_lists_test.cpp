@@ -49,24 +49,6 @@ TEST(HostLists, DefaultsOfAbsentItems) {
   EXPECT_NE(slgnc(g.list, "NAME", 4, 1, 1, &s, &n, nullptr, 0), 0);
 }
 
-TEST(HostLists, StoringPastTheEndExtendsWithEmptyItems) {
-  ListGuard g(esf::host::new_list());
-  ASSERT_EQ(slsetd(g.list, 3, 1.5, 1), 0);
-  ASSERT_EQ(g.list->length, 3);
-  const auto items = esf::host::items(g.list);
-  EXPECT_EQ(items[0]->type, SL_EMPTY);
-  EXPECT_TRUE(esf::is_missing(slgetnv(items[0], 0)));  // an empty item has no number
-  EXPECT_EQ(slgetnv(items[2], 0), 1.5);
-  // Storing over an item replaces its kind.
-  ASSERT_EQ(slsetc(g.list, 3, "LEVEL", 5, 1), 0);
-  tchar* s = nullptr;
-  int n = 0;
-  ASSERT_EQ(slitmc(g.list, 3, &s, &n), 0);
-  EXPECT_EQ(std::string(s, static_cast<size_t>(n)), "LEVEL");
-  EXPECT_NE(slitmc(g.list, 1, &s, &n), 0);  // an empty item is not a string
-  EXPECT_NE(slsetd(g.list, 0, 1.0, 1), 0);  // indexes start at 1
-}
-
 TEST(HostLists, DeleteSearchAndRename) {
   ListGuard g(esf::host::new_list());
   for (const char* t : {"A", "B", "A ", "C"}) esf::host::append_text(g.list, t, "ITEM");

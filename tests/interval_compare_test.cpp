@@ -51,7 +51,6 @@ TEST(IntervalCompare, TableOfPairs) {
       // Varying multiples.
       {"MONTH", "DAY", "1"},
       {"MONTH", "DAY2", "."},
-      {"MONTH", "HOUR", "1"},
       {"MONTH", "HOUR7", "."},
       // Weeks against days and each other.
       {"WEEK", "DAY2", ".M"},
@@ -73,7 +72,6 @@ TEST(IntervalCompare, TableOfPairs) {
       {"R445MON", "WEEKV", "1"},
       {"WEEKV2", "R445MON", ".M"},
       {"R445MON", "WEEK", ".S"},
-      {"R445MON", "WEEK.2", "1"},
       {"DAY", "R445MON", "-1"},
       {"DAY7.4", "R445YR", "-1"},
       {"SECOND", "R445MON", "-1"},
@@ -93,7 +91,6 @@ TEST(IntervalCompare, TableOfPairs) {
       {"WEEKDAY", "WEEKDAY1W", ".W"},
       {"WEEKDAY123456W", "DAY7.2", "0"},  // Saturdays alone: weeks from Saturday
       {"WEEKDAY", "R445MON", "-1"},
-      {"WEEKDAY1W2", "R445MON", "-1"},
       {"WEEKDAY1W2.2", "R445MON", ".S"},
       {"WEEKDAY12W", "R445MON", ".B"},
       {"WEEKDAY", "MONTH", ".B"},

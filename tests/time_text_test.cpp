@@ -80,28 +80,11 @@ TEST(TimeText, FormsAcceptedAndRefused) {
 // exponent forms, zeros, subnormals, the extremes, and random bit patterns
 // over every exponent.
 TEST(NumberText, ShortestTextInTheLayoutOfFmt) {
-  std::vector<double> values = {0.0,
-                                -0.0,
-                                1.0,
-                                -1.5,
-                                0.1 + 0.2,
-                                1e15,
-                                9999999999999998.0,
-                                1e16,
-                                1.5e16,
-                                1e-4,
-                                1.25e-4,
-                                9.999e-5,
-                                1e-5,
-                                123456.789,
-                                5e-324,
-                                -2.2250738585072014e-308,
-                                std::numeric_limits<double>::max(),
-                                1e100,
-                                1e-100,
-                                112.0,
-                                1e22,
-                                1e23};
+  const double kMax = std::numeric_limits<double>::max();
+  std::vector<double> values = {
+      0.0,    -0.0,    1.0,      -1.5, 0.1 + 0.2,  1e15,   9999999999999998.0,       1e16, 1.5e16,
+      1e-4,   1.25e-4, 9.999e-5, 1e-5, 123456.789, 5e-324, -2.2250738585072014e-308, kMax, 1e100,
+      1e-100, 112.0,   1e22,     1e23};
   std::mt19937_64 bits(5);
   for (int i = 0; i < 200000; ++i) values.push_back(std::bit_cast<double>(bits()));
   char text[esf::host::kMaxNumberChars];
