@@ -1,4 +1,4 @@
-// Host options and the custom interval cache extension. (Task slots,
+// The host's custom interval cache extension. (Options, task slots,
 // journals, format names and the kernel handle's transcoding serve the
 // custom intervals, whose tests run through them; the memory pools serve
 // the module, whose tests make them fail.)
@@ -13,23 +13,6 @@
 namespace {
 
 std::vector<QKChar> wide(const std::string& s) { return std::vector<QKChar>(s.begin(), s.end()); }
-
-TEST(HostOptions, OptionValuesAreCopiesFoundWithoutRegardToCase) {
-  int len = -1;
-  const tchar* unset = xoptcgt("NOSUCHOPTION", &len);
-  ASSERT_NE(unset, nullptr);
-  EXPECT_EQ(len, 0);
-
-  esf::host::set_option("IntervalDS", "(mycal=work.cal)");
-  tchar* value = xoptcgt("INTERVALDS", &len);
-  ASSERT_EQ(std::string(value, static_cast<size_t>(len)), "(mycal=work.cal)");
-  value[1] = 'X';  // a caller may upper-case its copy in place
-  value = xoptcgt("intervalds", &len);
-  EXPECT_EQ(std::string(value, static_cast<size_t>(len)), "(mycal=work.cal)");
-  esf::host::clear_option("INTERVALDS");
-  xoptcgt("INTERVALDS", &len);
-  EXPECT_EQ(len, 0);
-}
 
 // ---- The cache extension -------------------------------------------------------
 
