@@ -241,9 +241,7 @@ TEST(Zidywdds, AgreesWithTheWeekYearOpenings) {
     EXPECT_EQ(week, std::floor((x - start) / 7.0) + 1) << oracle::date_text(x);
     EXPECT_EQ(day, oracle::weekday_of(x) + 1.0);
   }
-}
-
-TEST(Zidywdds, MissingDateGivesMissingResults) {
+  // A missing date gives missing results.
   double year = 0, week = 0, day = 0;
   EXPECT_EQ(zidywdds(esf::kMissing, 1, &year, &week, &day), 0);
   EXPECT_TRUE(esf::is_missing(year) && esf::is_missing(week) && esf::is_missing(day));

@@ -6,15 +6,13 @@
 #include <gtest/gtest.h>
 
 #include "module/host_api.h"
+#include "numeric/numeric.h"
 
 namespace {
 
 using Matrix = std::vector<std::vector<double>>;
 
-std::size_t place(int i, int j) {
-  const int hi = i > j ? i : j, lo = i > j ? j : i;
-  return static_cast<std::size_t>(lo + hi * (hi + 1) / 2);
-}
+std::size_t place(int i, int j) { return static_cast<std::size_t>(esf::packed_index(i, j)); }
 
 // Cross products X'X of a few columns, so the matrices are positive
 // definite, and their lower triangle packed by rows.

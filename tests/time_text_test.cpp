@@ -67,9 +67,7 @@ TEST(TimeText, FormsAcceptedAndRefused) {
   EXPECT_FALSE(esf::host::read_missing_text("N"));
   EXPECT_FALSE(esf::host::read_missing_text("0"));
 
-  EXPECT_EQ(esf::host::read_number_text("1e-320"), 1e-320);
-  EXPECT_EQ(esf::host::read_number_text("-2.5"), -2.5);
-  for (const auto& [text, v] : {std::pair{"+.5", 0.5}, {"5.", 5.0}, {"0x1p3", 8.0}, {"-0", -0.0}})
+  for (const auto& [text, v] : {std::pair{"1e-320", 1e-320}, {"+.5", 0.5}, {"5.", 5.0}, {"0x1p3", 8.0}, {"-0", -0.0}})
     EXPECT_EQ(esf::host::read_number_text(text), v) << text;
   for (const char* bad : {"1e400", "inf", "nan", "1.5x", "", "-"})
     EXPECT_FALSE(esf::host::read_number_text(bad)) << bad;
