@@ -1,7 +1,7 @@
 // Linear exponential smoothing: the kernel against an independent Holt loop
 // and the closed form of its forecast variance, the stability region, the
-// guards, and the estimation at its edges (the properties every family
-// shares are in family_test.cpp).
+// guards, and stable estimates beyond the usual box (the properties every
+// family shares are in family_test.cpp).
 #include <cmath>
 #include <vector>
 
@@ -226,14 +226,6 @@ TEST_F(Es2Fit, WeightsStayStableBeyondTheUsualBox) {
   const int rc = nes2fit(m.get());
   ASSERT_GE(rc, 0);
   EXPECT_NE(zes2stb(m->pest.parms[0], m->pest.parms[1]), 0);
-}
-
-TEST_F(Es2Fit, TwoObservationsLeaveStandardErrorsMissing) {
-  Model m({4.0, std::nan(""), 7.0, std::nan("")}, 2);
-  start(m.get());
-  ASSERT_GE(nes2fit(m.get()), 0);
-  EXPECT_TRUE(is_miss(m->pest.stderr[0]));
-  EXPECT_TRUE(is_miss(m->pest.tvals[1]));
 }
 
 }  // namespace
