@@ -183,6 +183,9 @@ TEST(Es1Predict, RowsLimitsAndForecasts) {
     EXPECT_NEAR(r[5], sd, 1e-15 * sd);
     EXPECT_NEAR(r[2] - r[1], z * sd, 1e-13);
     EXPECT_NEAR(r[1] - r[3], z * sd, 1e-13);
+    double limit = 0.0;  // the exported variance routine agrees with the rows
+    EXPECT_NEAR(zes1cla(w, se2, k, 0.05, &limit), sd * sd, 1e-13);
+    EXPECT_NEAR(limit, z * sd, 1e-13);
     EXPECT_TRUE(is_miss(r[4]));
     EXPECT_EQ(r[6], l);
   }
