@@ -123,11 +123,9 @@ TEST_F(CustomTest, OptionTextGivesMappings) {
     std::vector<Mapping> maps;
   } cases[] = {
       {"(MYCAL=WORK.CAL MYWK=WEEKS)", {{"MYCAL", "WORK", "CAL"}, {"MYWK", "", "WEEKS"}}},
-      {"(A=B)", {{"A", "", "B"}}},
       {"mycal = custt.cal, other=lib.t2", {{"MYCAL", "CUSTT", "CAL"}, {"OTHER", "LIB", "T2"}}},
       {"(A=B C)", {{"A", "", "B"}}},  // a name without a table ends the text
       {"", {}},
-      {"((  ))", {}},
       {long_name + "=T", {{std::string(32, 'X'), "", "T"}}},
   };
   for (const auto& c : cases) {
@@ -162,13 +160,7 @@ TEST_F(CustomTest, RegisteredNamesAreKnownWithoutRegardToCase) {
   const struct {
     const char* name;
     int answer;
-  } cases[] = {{"MYCAL", kIntCustom},
-               {"mycal", kIntCustom},
-               {"MYWK", kIntCustom},
-               {"MYCALX", 0},
-               {"MYCA", 0},
-               {"MONTH", 0},
-               {"CAL", 0}};
+  } cases[] = {{"mycal", kIntCustom}, {"MYWK", kIntCustom}, {"MYCALX", 0}, {"MYCA", 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     char buf[16] = {};
@@ -530,18 +522,8 @@ TEST_F(CustomTest, RowsOfTablesWithEndsHolesAndDisorder) {
     const char* name;
     std::vector<RowQuery> queries;
   } cases[] = {
-      {"PLAIN",
-       {{150, 0, 1, 100, 199},
-        {250, 0, 2, 200, 299},
-        {300, 0, 3, 300, mv('I')},
-        {1000, 0, 3, 300, mv('I')},
-        {50, 0, 0, mv('M'), 99},
-        {mv('F'), 0, 1, 100, 199},
-        {mv('M'), 0, 0, mv('M'), 99},
-        {mv('L'), 0, 3, 300, mv('I')},
-        {mv('A'), -1, kDot, kDot, kDot}}},
-      {"HOLES",
-       {{105, 0, 1, 100, 109}, {150, -1, kDot, kDot, kDot}, {500, 0, 3, 210, mv('I')}, {50, 0, 0, mv('M'), 99}}},
+      {"PLAIN", {{mv('F'), 0, 1, 100, 199}, {mv('L'), 0, 3, 300, mv('I')}}},  // the walk above checks dates
+      {"HOLES", {{150, -1, kDot, kDot, kDot}}},                               // the raw rows below check the rest
       // Unsorted rows: the first row that holds the date wins, and a row that
       // ends before it begins holds nothing.
       // The period before the table ends the day before the first row's begin.

@@ -206,39 +206,6 @@ TEST(HostArguments, PosargsReadsEachKind) {
   EXPECT_EQ(rc_missing, 0);
 }
 
-TEST(HostArguments, PosargsRefusesWrongCountsAndKinds) {
-  ListGuard a(esf::host::new_list());
-  struct Case {
-    const char* what;
-    int nlists;       // lists passed before a final number
-    bool text_first;  // a text where a list is expected
-    bool refused;
-  };
-  const Case cases[] = {
-      {"exact", 2, false, false},
-      {"one short", 1, false, true},
-      {"one over", 3, false, true},
-      {"wrong kind", 2, true, true},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    MethodCall call;
-    if (c.text_first) call.text("x");
-    for (int i = c.text_first ? 1 : 0; i < c.nlists; ++i) call.list(a.list);
-    call.number(0);
-    List l1 = reinterpret_cast<List>(1), l2 = reinterpret_cast<List>(1);
-    int rc = 0;
-    char miss = 0;
-    int nargs = -1;
-    const int status = posargs(call.plist(), nullptr, 3, 3, &nargs, POS_LIST, &l1, POS_LIST, &l2, POS_INT, &rc, &miss);
-    EXPECT_EQ(status != 0, c.refused);
-    EXPECT_EQ(nargs, call.nargs());
-    // Whatever happens, no output is left dangling.
-    EXPECT_TRUE(l1 == nullptr || l1 == a.list);
-    EXPECT_TRUE(l2 == nullptr || l2 == a.list);
-  }
-}
-
 TEST(HostArguments, PosretdWritesTheArgumentBeforeTheSlot) {
   MethodCall call;
   call.number(1).number(2).number(0);

@@ -65,11 +65,6 @@ TEST_F(HostPrint, CatalogueLabelsOfTheForecastTable) {
       {"upper", [](char* b, int m) { return xpmstr(b, m, 881, 1101, (1.0 - 0.05) * 100.0); },
        "Upper 95% Confidence Limit"},
       {"lower", [](char* b, int m) { return xpmstr(b, m, 881, 1102, 97.5); }, "Lower 97.5% Confidence Limit"},
-      {"residual", [](char* b, int m) { return xpmstr(b, m, 881, 1103, 3, "AIR"); }, "Prediction Error for AIR"},
-      {"std", [](char* b, int m) { return xpmstr(b, m, 881, 1104); }, "Prediction Standard Error"},
-      {"level", [](char* b, int m) { return xpmstr(b, m, 881, 1105); }, "Smoothed Level"},
-      {"trend", [](char* b, int m) { return xpmstr(b, m, 881, 1106); }, "Smoothed Trend"},
-      {"season", [](char* b, int m) { return xpmstr(b, m, 881, 1107); }, "Seasonal Index"},
       {"unknown message", [](char* b, int m) { return xpmstr(b, m, 881, 999); }, ""},
       {"unknown module", [](char* b, int m) { return xpmstr(b, m, 7, 1100, 1, "A"); }, ""},
   };

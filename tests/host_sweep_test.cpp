@@ -82,27 +82,6 @@ TEST(HostSweep, SweepingEveryPivotGivesMinusTheInverse) {
   }
 }
 
-TEST(HostSweep, OnePivotGivesRegressionCoefficientAndResidualSumOfSquares) {
-  // y = 3 + 2x exactly, plus one point off the line.
-  const std::vector<double> x = {1, 2, 3, 4, 5};
-  const std::vector<double> y = {5, 7, 9, 11, 14};
-  double sxx = 0, sxy = 0, syy = 0;
-  for (std::size_t t = 0; t < x.size(); ++t) {
-    sxx += x[t] * x[t];
-    sxy += x[t] * y[t];
-    syy += y[t] * y[t];
-  }
-  std::vector<double> a = {sxx, sxy, syy};
-  char cc[2] = {'0', '0'};
-  double work[2];
-  zsweep(a.data(), 0, 2, cc, work, 1e-12);
-  EXPECT_EQ(cc[0], '1');
-  EXPECT_EQ(cc[1], '0');
-  EXPECT_DOUBLE_EQ(a[1], sxy / sxx);               // coefficient of y on x (no intercept)
-  EXPECT_NEAR(a[2], syy - sxy * sxy / sxx, 1e-9);  // residual sum of squares
-  EXPECT_DOUBLE_EQ(std::fabs(a[0]), 1.0 / sxx);    // inverse of the pivot, up to its sign
-}
-
 TEST(HostSweep, PivotAtOrBelowToleranceStaysUnswept) {
   std::vector<double> a = {1e-20, 0.5, 2.0};
   const std::vector<double> before = a;

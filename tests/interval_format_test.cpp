@@ -84,24 +84,18 @@ const NamedFormat kDefaultFormats[] = {
     {"DTQTR.3", {"DTMONYY", 7, 5}},
     {"YEAR", {"YEAR", 4, 2}},
     {"DTYEAR", {"DTYEAR", 4, 2}},
-    {"DTYEAR2.13", {"DTMONYY", 7, 5}},
     {"MONTH3.2", {"MONYY", 7, 5}},
-    {"SEMIYEAR.4", {"MONYY", 7, 5}},
-    {"R544QTR.2", {"WEEKV", 9, 7}},
     {"YEARV", {"WEEKV", 9, 7}},
     {"DTR445MON", {"DTWEEKV", 9, 7}},
     {"WEEK.2", {"WEEKDATX", 17, 15}},
     {"DTWEEK", {"DTWKDATX", 17, 15}},
-    {"WEEKDAY67W", {"DATE", 9, 7}},
     {"SEMIMONTH", {"DATE", 9, 7}},
     {"TTENDAY", {"DTDATE", 9, 7}},
     {"SECOND5", {"DATETIME", 16, 16}},
     {"MINUTE", {"DATETIME", 13, 13}},
     {"MINUTE2.2", {"DATETIME", 16, 16}},
     {"DTHOUR", {"DATETIME", 10, 10}},
-    {"HOUR3.2", {"DATETIME", 13, 13}},
     {"OBS7.", {"F", 6, 4}},
-    {"12", {"F", 6, 4}},
     {"DTNONE", {"D", 9, 7}},          // intcode 0 is tested before the units
     {"DTOBS", {"DATETIME", 16, 16}},  // OBS in datetime units: no row of its own
 };
@@ -155,7 +149,6 @@ TEST(Zintfmm, SmallValuesOfTimeIntervalsAreTimesOfDay) {
       {"HOUR", skMissVal('A'), {"DATETIME", 10, 10}},
       {"HOUR2.2", 172801.0, {"TIME", 13, 8}},  // span 1 + 2 * 86400
       {"HOUR2.2", 172801.5, {"DATETIME", 13, 13}},
-      {"MINUTE3.2", 600.0, {"TIME", 13, 8}},
       {"DAY", 3.0, {"DATE", 9, 7}},
   };
   for (const auto& c : cases) {

@@ -177,7 +177,7 @@ CalendarMemo& CalendarMemo::rows_of(const INTERVAL& iv, Question q) {
                              m.tokenlen == iv.tokenlen && std::equal(m.token, m.token + m.tokenlen, iv.token);
   if (!same_interval) {
     memo.interval_ = iv;
-    for (std::vector<Answer>& a : memo.answers_) a.clear();
+    for (auto& a : memo.answers_) a.clear();
   }
   memo.on_ = iv.intcode != kIntCustom;
   memo.next_[q] = 0;

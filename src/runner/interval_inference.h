@@ -7,7 +7,6 @@
 #pragma once
 
 #include <array>
-#include <bit>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -15,6 +14,7 @@
 
 #include "intervals/interval.h"
 #include "runner/loader.h"
+#include "runner/row_memo.h"
 #include "runner/series_csv.h"
 
 namespace esf::runner {
@@ -60,28 +60,14 @@ class CalendarMemo {
   // the last series asked the same, else ask().
   template <class Ask>
   double answer(Question q, double a, double b, Ask ask) {
-    std::vector<Answer>& seen = answers_[q];
-    std::size_t& at = next_[q];
     if (!on_) return ask();
-    if (at < seen.size() && same(seen[at].a, a) && same(seen[at].b, b)) return seen[at++].value;
-    const double v = ask();
-    if (at < seen.size()) {
-      seen[at] = {a, b, v};
-    } else {
-      seen.push_back({a, b, v});
-    }
-    ++at;
-    return v;
+    return answers_[q].at(next_[q]++, {key_bits(a), key_bits(b)}, ask);
   }
 
  private:
-  struct Answer {
-    double a, b, value;
-  };
-  static bool same(double x, double y) { return std::bit_cast<std::uint64_t>(x) == std::bit_cast<std::uint64_t>(y); }
   INTERVAL interval_{};
   bool on_ = false;
-  std::array<std::vector<Answer>, kNumQuestions> answers_;
+  std::array<RowMemo<std::array<std::uint64_t, 2>, double>, kNumQuestions> answers_;
   std::array<std::size_t, kNumQuestions> next_{};
 };
 

@@ -803,8 +803,10 @@ struct FamilyPlans {
   };
   struct Entry {
     Made fit, chosen;
+    Made holdout;  // --select holdout: the candidate's run with selection_holdout observations held out
   };
   std::vector<Entry> entries;  // in the order of families()
+  long selection_holdout = 0;  // what the holdout plans hold out; 0 when they were not made
 };
 
 namespace {
@@ -816,6 +818,23 @@ ModelOptions family_options(const Plan& automatic, const Family& family, bool fi
     o.levels.clear();
     o.limits = LimitMethod::kFormula;
   }
+  return o;
+}
+
+// The observations --select holdout keeps out of a candidate's fit to choose
+// by: a season's worth of the interval from `first` on, at least 4.
+long selection_holdout_of(Loader& loader, const Plan& automatic, double first) {
+  INTERVAL iv = automatic.interval;
+  const int m = automatic.options.nseasons ? *automatic.options.nseasons : seasons_of(loader, &iv, first);
+  return std::max(4, m);
+}
+
+// The options of a candidate's run under --select holdout: its fit's, with
+// `held` more observations held out and forecast.
+ModelOptions holdout_options(const Plan& automatic, const Family& family, long held) {
+  ModelOptions o = family_options(automatic, family, true);
+  o.holdout += static_cast<int>(held);
+  o.lead = static_cast<int>(held);
   return o;
 }
 
@@ -831,11 +850,30 @@ FamilyPlans::Made make_plan(const Runner& runner, const ModelOptions& o, bool fo
 
 std::shared_ptr<const FamilyPlans> make_family_plans(const Runner& runner, const Plan& automatic) {
   auto plans = std::make_shared<FamilyPlans>();
+  const bool by_holdout = automatic.options.select == Selection::kHoldout;
+  if (by_holdout) plans->selection_holdout = selection_holdout_of(runner.loader(), automatic, 0.0);
   for (const Family& family : families()) {
-    plans->entries.push_back({make_plan(runner, family_options(automatic, family, true), false),
-                              make_plan(runner, family_options(automatic, family, false), automatic.forecast)});
+    plans->entries.push_back(
+        {make_plan(runner, family_options(automatic, family, true), false),
+         make_plan(runner, family_options(automatic, family, false), automatic.forecast),
+         by_holdout ? make_plan(runner, holdout_options(automatic, family, plans->selection_holdout), true)
+                    : FamilyPlans::Made{}});
   }
   return plans;
+}
+
+// The plan of family `index`'s run under --select holdout with `held`
+// observations held out: the automatic plan's when it made it for as many,
+// else made now in *made.  Throws RunError when the options make no plan.
+const Plan& holdout_plan(const Runner& runner, const Plan& automatic, std::size_t index, long held,
+                         std::optional<Plan>* made) {
+  const FamilyPlans* plans = automatic.family_plans.get();
+  if (plans != nullptr && plans->selection_holdout == held) {
+    const FamilyPlans::Made& m = plans->entries[index].holdout;
+    if (m.error) throw *m.error;
+    return *m.plan;
+  }
+  return made->emplace(runner.plan(holdout_options(automatic, families()[index], held), true));
 }
 
 // The plan of family `index` under an automatic plan, for its fit or as the
@@ -873,21 +911,14 @@ AutoChoice choose_family(const Runner& runner, const Plan& plan, const CsvSeries
     const Family& family = families()[index];
     Candidate cand;
     cand.model = family.name;
-    ModelOptions o = plan.options;
-    o.model = family.name;
-    o.levels.clear();
-    o.limits = LimitMethod::kFormula;
     try {
       if (c.by == Selection::kHoldout) {
         if (c.selection_holdout == 0) {
-          INTERVAL iv = plan.interval;
-          const double first = series.rows.empty() ? 0.0 : series.rows.front().time;
-          const int m = plan.options.nseasons ? *plan.options.nseasons : seasons_of(loader, &iv, first);
-          c.selection_holdout = std::max(4, m);
+          c.selection_holdout =
+              selection_holdout_of(loader, plan, series.rows.empty() ? 0.0 : series.rows.front().time);
         }
-        o.holdout += static_cast<int>(c.selection_holdout);
-        o.lead = static_cast<int>(c.selection_holdout);
-        const ForecastResult r = runner.forecast(runner.plan(o, true), series);
+        std::optional<Plan> made;
+        const ForecastResult r = runner.forecast(holdout_plan(runner, plan, index, c.selection_holdout, &made), series);
         cand.criteria = r.fit.criteria;
         cand.holdout = r.holdout_accuracy;
         cand.score = r.holdout_accuracy.mase;

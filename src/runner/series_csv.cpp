@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <bit>
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
@@ -24,6 +23,7 @@
 #include "host/host_dates.h"
 #include "host/time_text.h"
 #include "intervals/interval.h"
+#include "runner/row_memo.h"
 
 namespace esf::runner {
 namespace {
@@ -141,21 +141,16 @@ std::string format_time(double t, TimeUnits units) { return host::write_time_tex
 
 std::string_view row_time_text(double t, TimeUnits units, std::size_t row) {
   struct Text {
-    std::uint64_t bits = 0;
-    TimeUnits units = TimeUnits::kNumber;
     std::uint8_t size = 0;
     std::array<char, host::kMaxTimeTextChars> text{};
   };
-  thread_local std::vector<Text> texts;
-  if (row >= texts.size()) texts.resize(row + 1);
-  Text& known = texts[row];
-  const auto bits = std::bit_cast<std::uint64_t>(t);
-  if (known.size == 0 || known.bits != bits || known.units != units) {
-    known.bits = bits;
-    known.units = units;
-    known.size =
-        static_cast<std::uint8_t>(host::write_time_text(known.text.data(), t, time_form(units)) - known.text.data());
-  }
+  thread_local RowMemo<std::array<std::uint64_t, 2>, Text> texts;
+  const Text& known = texts.at(row, {key_bits(t), static_cast<std::uint64_t>(units)}, [&] {
+    Text made;
+    made.size =
+        static_cast<std::uint8_t>(host::write_time_text(made.text.data(), t, time_form(units)) - made.text.data());
+    return made;
+  });
   return {known.text.data(), known.size};
 }
 
