@@ -298,7 +298,7 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
     return memo.answer(CalendarMemo::kCount, from, to, [&] { return cal.zintck2(iv, from, to); });
   };
   calendar.is_missing = [](double v) { return esf::is_missing(v) || std::isnan(v); };
-  p->placed = place_series(csv, calendar);
+  p->placed = PlacementMemo::of(interval, csv).place(csv, calendar);
 
   p->timeid = is_variable_name(csv.id_column) && !is_table_column(csv.id_column) ? csv.id_column : "DATE";
   p->series = new_list();
