@@ -10,6 +10,7 @@
 
 #include "host/host_dates.h"
 #include "intervals/calendar_arith.h"
+#include "intervals/date_runs.h"
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 #include "support/calendar_oracle.h"
@@ -361,6 +362,31 @@ TEST(DayCounts, UnknownConventionWritesNothingAndEmptySpans) {
   ASSERT_EQ(zdatdif(100.0, 100.0, 2, &days, &years), 0);
   EXPECT_EQ(days, 0);
   EXPECT_EQ(years, 0.0);
+}
+
+// The dates of a run of rows are those of zintnx3 row by row, bit for bit,
+// for every alignment, from dates inside the range and near both its ends,
+// where some rows leave it; the kinds not computed together (ISO years,
+// working days, datetimes, times, observations) take the routine itself.
+TEST(RowDates, RunsAreTheRowsOneByOne) {
+  oracle::Dates dates(99);
+  for (const char* name : {"DAY",          "DAY3.2",  "WEEK",     "WEEK2.3",  "WEEKV",    "WEEKDAY", "TENDAY3.2",
+                           "SEMIMONTH2.2", "MONTH",   "MONTH5.3", "QTR.3",    "SEMIYEAR", "YEAR",    "YEAR2.14",
+                           "YEARV",        "R445MON", "R454QTR",  "R544YR.5", "DTMONTH",  "HOUR4.2", "OBS"}) {
+    INTERVAL iv = oracle::interval(name);
+    for (const double x : {static_cast<double>(dates.inner(60000)), kMinDate + 0.5, kMaxDate - 30.0}) {
+      for (tchar align : {'B', 'E', 'M', 'S'}) {
+        const long first = dates.between(0, 3);
+        double run[40];
+        calendar::aligned_run(&iv, x, first, 40, &align, run);
+        for (long k = 0; k < 40; ++k) {
+          const double one = zintnx3(&iv, x, static_cast<double>(first + k), &align, nullptr);
+          ASSERT_EQ(std::bit_cast<std::uint64_t>(run[k]), std::bit_cast<std::uint64_t>(one))
+              << name << " " << align << " from " << x << " row " << first + k;
+        }
+      }
+    }
+  }
 }
 
 }  // namespace
