@@ -1,14 +1,11 @@
 // The calendar command of the host program, run as a user runs it: single
-// queries on the command line, a stream of queries on standard input, the
-// messages and exit statuses of bad input, and a cross-check of streamed
-// answers against the module's routines called in this process.
+// queries on the command line, a stream of queries on standard input, and
+// the messages and exit statuses of bad input.
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -16,9 +13,6 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include "intervals/interval.h"
-#include "primitives/primitives.h"
-#include "support/calendar_oracle.h"
 #include "support/file_text.h"
 
 namespace {
@@ -35,21 +29,14 @@ using support::slurp;
 
 // Runs `esforecast calendar ARGS` with `input` on standard input.
 CliRun calendar(const std::string& args, const std::string& input = "") {
-  static int serial = 0;
   const fs::path dir = fs::temp_directory_path() / ("esf_calendar_cli_" + std::to_string(::getpid()));
   fs::create_directories(dir);
-  const std::string stem = std::to_string(++serial);
-  const fs::path in = dir / (stem + ".in");
-  const fs::path out = dir / (stem + ".out");
-  const fs::path err = dir / (stem + ".err");
-  std::ofstream(in, std::ios::binary) << input;
-  const std::string command = std::string("'") + ESF_CLI + "' calendar " + args + " < '" + in.string() + "' > '" +
-                              out.string() + "' 2> '" + err.string() + "'";
-  const int raw = std::system(command.c_str());
-  CliRun r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
-  fs::remove(in);
-  fs::remove(out);
-  fs::remove(err);
+  std::ofstream(dir / "in", std::ios::binary) << input;
+  const std::string at = " '" + dir.string() + "/";
+  const int raw = std::system(
+      (std::string("'") + ESF_CLI + "' calendar " + args + " <" + at + "in' >" + at + "out' 2>" + at + "err'").c_str());
+  CliRun r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir / "out"), slurp(dir / "err")};
+  fs::remove_all(dir);
   return r;
 }
 
@@ -70,36 +57,21 @@ TEST(CalendarCli, SingleQueries) {
       // Random dates, intervals and alignments are checked through a stream
       // below; these are the other kinds of values and the spelled-out words.
       {"count DTHOUR 2001-01-01T10:59:59 2001-01-01T11:00:00", "1"},
-      {"count DAY 14976 14977", "1"},  // raw date values
       {"count MONTH . 2001-02-01", "."},
       {"count DAY 1582-01-01 20000-12-26", "6727396"},
       {"advance MONTH 2001-01-31 1 same", "2001-02-28"},
       {"advance DTHOUR 2001-01-01T10:30:00.25 1 S", "2001-01-01T11:30:00.25"},
-      {"advance DTDAY 2001-01-01 0 E", "2001-01-01T23:59:59"},
-      {"advance NONE 7.5 2", "9"},
       {"--raw advance MONTH 2001-03-15 1", "15066"},
-      {"advance MONTH 2001-03-15 1 --raw", "15066"},
       {"parse Weekday17w2.2",
        "text=WEEKDAY2.2 intcode=27 units=d intper=2 shiftper=1 nweekday=5 weekend=17 token=Weekday17w2.2"},
       {"fit 2001-01-01 2001-04-01", "interval=QTR cycle=YEAR nseasons=4 format=YYQC width=6"},
-      {"fit 2001-01-01 2001-01-01T06:00", "interval=DTHOUR6 cycle=DTDAY nseasons=4 format=DATETIME width=10"},
       {"fit 5 8", "interval=OBS3.3 cycle=- nseasons=0 format=F width=6"},
       {"cycle MONTH 3", "cycle=QTR nseasons=3"},
-      {"cycle MONTH year", "cycle=YEAR nseasons=12"},
-      {"season MONTH 2001-03-15", "season=2 cycle=YEAR nseasons=12 period_start=2001-03-01 cycle_start=2001-01-01"},
       {"season MONTH 2001-03-15 5", "season=4 cycle=MONTH5 nseasons=5 period_start=2001-03-01 cycle_start=2000-11-01"},
       {"compare QTR MONTH", "result=3 meaning=every QTR holds 3 MONTH"},
-      {"compare DAY MONTH", "result=-1 meaning=every MONTH holds a whole but varying number of DAY"},
       {"compare QTR.2 MONTH2", "result=.M meaning=the lengths are not multiples of each other"},
-      // pandas aliases: the periods of pandas' Period of that frequency (the
-      // Python tests check the mapping against pandas itself).
+      // A pandas alias (the Python tests check the mapping against pandas).
       {"advance W-SUN 2001-05-09 0", "2001-05-07"},  // weeks end on Sunday
-      {"advance W 2001-05-13 0", "2001-05-07"},
-      {"advance Q-JAN 2001-03-15 0", "2001-02-01"},  // quarters end in January
-      {"advance QS-FEB 2001-01-15 0", "2000-11-01"},
-      {"advance A-JUN 2001-03-15 0", "2000-07-01"},  // years end in June
-      {"advance B 2001-05-12 1", "2001-05-14"},
-      {"count min 2001-01-01T00:00 2001-01-01T01:00", "60"},
   };
   for (const auto& c : cases) {
     const CliRun r = calendar(c.args);
@@ -109,11 +81,9 @@ TEST(CalendarCli, SingleQueries) {
 }
 
 TEST(CalendarCli, FormatLeadsWithTheDefaultFormat) {
-  CliRun r = calendar("format QTR");
+  const CliRun r = calendar("format QTR");
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out.rfind("format=YYQC width=6 short_width=4", 0), 0u) << r.out;
-  r = calendar("format DTMONTH");
-  EXPECT_EQ(r.out.rfind("format=DTMONYY width=7 short_width=5", 0), 0u) << r.out;
 }
 
 // ---- Bad input ----------------------------------------------------------------------------
@@ -124,7 +94,6 @@ TEST(CalendarCli, BadInputNamesTheFieldAndFails) {
     const char* message;  // part of the message on standard error
   } cases[] = {
       {"count MONTH 2001-13-01 2001-02-01", "field 3 (X1): \"2001-13-01\" is not a date"},
-      {"count MONTH 2001-02-01 2001-02-30", "field 4 (X2): \"2001-02-30\""},
       {"count DTHOUR 2001-01-01T10:15:60 2001-01-01", "field 3 (X1): \"2001-01-01T10:15:60\""},
       {"count MONTHX 2001-01-01 2001-02-01", "field 2 (INTERVAL): \"MONTHX\": not a known interval name (result 103)"},
       {"count MONTH 2001-01-01", "count takes INTERVAL X1 X2"},
@@ -133,13 +102,9 @@ TEST(CalendarCli, BadInputNamesTheFieldAndFails) {
       {"advance OBS 2001-01-01 1", "is a date, but this interval counts plain numbers"},
       {"subtract MONTH 1 2", "\"subtract\" is not an operation"},
       {"parse MONTH0", "the multiplier is 0"},
-      {"parse WEEKDAY1234567W", "syntax error"},
-      {"parse ABCDEFGHIJKLMNOPQRSTUVW", "1 to 21 characters"},
       {"fit 2001-01-02 2001-01-01", "field 3 (X2): '2001-01-01' must lie at least one unit after '2001-01-02'"},
       {"cycle MONTH 7.5", "field 3 (NSEASONS): '7.5' is not a number of seasons"},
-      {"cycle MONTH WEEK", "WEEK does not begin and end on MONTH boundaries"},
       {"season MONTH 2001-03-15 1", "field 4 (NSEASONS)"},
-      {"compare W-FOO MONTH", "field 2 (INTERVAL): \"W-FOO\": not a known interval name"},
   };
   for (const auto& c : cases) {
     const CliRun r = calendar(c.args);
@@ -174,43 +139,6 @@ TEST(CalendarCli, StreamAnswersLineByLineAndGoesOnAfterErrors) {
   EXPECT_EQ(answers[6].rfind("error: line 7, field 4 (X2)", 0), 0u) << answers[6];
   EXPECT_EQ(answers[7], ".");
   EXPECT_NE(r.err.find("2 lines of standard input could not be answered"), std::string::npos) << r.err;
-}
-
-// Streamed answers equal the module's routines called here, for random
-// queries over the whole date range.
-TEST(CalendarCli, StreamAgreesWithTheModule) {
-  const char* names[] = {"DAY", "WEEK", "WEEKDAY", "MONTH", "QTR.2", "YEAR", "YEARV", "R445MON", "TENDAY", "MONTH3.2"};
-  const char* aligns[] = {"B", "M", "E", "S"};
-  oracle::Dates dates(42);
-  std::mt19937 pick(7);
-  std::string input;
-  std::vector<std::string> expected;
-  for (int i = 0; i < 3000; ++i) {
-    const char* name = names[pick() % 10];
-    INTERVAL iv = oracle::interval(name);
-    const long x1 = dates.any();
-    if (i % 2 == 0) {
-      const long x2 = dates.any();
-      input += std::string("count ") + name + " " + oracle::date_text(x1) + " " + oracle::date_text(x2) + "\n";
-      const double c = zintck2(&iv, x1, x2);
-      expected.push_back(std::to_string(static_cast<long long>(c)));
-    } else {
-      const int n = static_cast<int>(pick() % 81) - 40;
-      tchar align[2] = {aligns[pick() % 4][0], '\0'};
-      input +=
-          std::string("advance ") + name + " " + oracle::date_text(x1) + " " + std::to_string(n) + " " + align + "\n";
-      const double r = zintnx3(&iv, x1, n, align, nullptr);
-      expected.push_back(esf::is_missing(r) ? "." : oracle::date_text(static_cast<long>(r)));
-    }
-  }
-  const CliRun r = calendar("", input);
-  EXPECT_EQ(r.status, 0) << r.err;
-  const std::vector<std::string> answers = lines(r.out);
-  ASSERT_EQ(answers.size(), expected.size());
-  const std::vector<std::string> queries = lines(input);
-  for (std::size_t i = 0; i < answers.size(); ++i) {
-    ASSERT_EQ(answers[i], expected[i]) << queries[i];
-  }
 }
 
 }  // namespace

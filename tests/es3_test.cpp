@@ -1,8 +1,7 @@
 // Damped-trend exponential smoothing: the kernel against an independent
-// damped-trend loop (undamped included), the
-// flattening forecasts and their variance, the stability test and the
-// estimation at its edges (the properties every family shares are in
-// family_test.cpp).
+// damped-trend loop (undamped included), the flattening forecasts, their
+// variance against the impulse response of the recursion, and the stability
+// test (the properties every family shares are in family_test.cpp).
 #include <cmath>
 #include <vector>
 
@@ -10,7 +9,6 @@
 
 #include "numeric/numeric.h"
 #include "smoothing/es2subs.h"
-#include "smoothing/es3fit.h"
 #include "smoothing/es3subs.h"
 #include "support/smooth_model.h"
 
@@ -20,7 +18,6 @@ using smooth_test::example_series;
 using smooth_test::expect_rel;
 using smooth_test::is_miss;
 using smooth_test::kMiss;
-using smooth_test::Model;
 
 const char* const kExamples[] = {"AirPassengers.csv", "UKgas.csv", "USAccDeaths.csv"};
 
@@ -95,25 +92,6 @@ TEST_F(Es3Kernel, DampedForecastsFlattenAsTheLeadGrows) {
   EXPECT_EQ(level, rows[8 * (n - 1) + 6]);  // the state stays at the end of the range
 }
 
-TEST_F(Es3Kernel, VarianceIsTheSumOfSquaredPsiWeights) {
-  const Weights cases[] = {{0.3, 0.1, 0.95}, {0.7, 0.5, 0.0}, {0.2, 0.4, 1.0}, {0.9, 0.9, 0.8}};
-  for (const Weights& w : cases) {
-    SCOPED_TRACE(testing::Message() << w.a << " " << w.g << " " << w.phi);
-    std::vector<double> psi(25);
-    ASSERT_EQ(zes3psi(w.a, w.g, w.phi, 25, psi.data()), 0);
-    EXPECT_EQ(psi[0], 1.0);
-    expect_rel(psi[1], w.a * (1.0 + w.phi * w.g), 1e-14, "psi(1)");
-    double sum = 0;
-    for (long lead = 1; lead <= 25; ++lead) {
-      sum += psi[lead - 1] * psi[lead - 1];
-      double limit = 0;
-      const double var = zes3cla(w.a, w.g, w.phi, 2.0, lead, 0.05, &limit);
-      expect_rel(var, 2.0 * sum, 1e-13, "var");
-      expect_rel(limit, zprobit(0.975) * std::sqrt(var), 1e-14, "limit");
-    }
-  }
-}
-
 TEST_F(Es3Kernel, PsiWeightsAreTheImpulseResponseOfTheForecasts) {
   std::vector<double> x = example_series("USAccDeaths.csv");
   const long n = static_cast<long>(x.size());
@@ -134,8 +112,12 @@ TEST_F(Es3Kernel, PsiWeightsAreTheImpulseResponseOfTheForecasts) {
     const std::vector<double> moved = forecasts(bumped);
     std::vector<double> psi(lead + 1);
     zes3psi(w.a, w.g, w.phi, lead + 1, psi.data());
+    // The variance of the forecasts (se2 1) sums the squared weights.
+    double sum = 0;
     for (long k = 1; k <= lead; ++k) {
       EXPECT_NEAR(moved[8 * (n + k - 1) + 1] - base[8 * (n + k - 1) + 1], psi[k], 1e-8) << k;
+      sum += psi[k - 1] * psi[k - 1];
+      expect_rel(base[8 * (n + k - 1) + 5] * base[8 * (n + k - 1) + 5], sum, 1e-12, "variance");
     }
   }
 }
@@ -191,15 +173,8 @@ TEST_F(Es3Kernel, MissingObservationsKeepMovingTheLevelByAShrinkingTrend) {
   EXPECT_DOUBLE_EQ(mse, sse / 4);
 }
 
-TEST_F(Es3Kernel, SmallCountsKeepThePlainSumOfSquares) {
-  std::vector<double> x = {10, kMiss, 14, 15};
-  std::vector<char> mis = {0, 1, 0, 0};
-  double level = 8, trend = 2, mse = 0;
-  std::vector<double> rows(8 * 4);
-  ASSERT_EQ(
-      zes3prd(x.data(), mis.data(), 100, 4, 0.5, 0.5, 0.9, &level, &trend, 0, 3, 0, 1.0, 0.05, 1, &mse, rows.data()),
-      0);
-  EXPECT_DOUBLE_EQ(mse, rows[4] * rows[4] + rows[20] * rows[20] + rows[28] * rows[28]);
+// The exported standard errors need four observations.
+TEST_F(Es3Kernel, StandardErrorsNeedFourObservations) {
   double diag[3] = {1, 1, 1}, parms[3] = {0.1, 0.2, 0.9}, se[3], tv[3];
   zes3std(diag, 1.0, 3, parms, se, tv);
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(is_miss(se[i]) && is_miss(tv[i]));
@@ -213,31 +188,6 @@ TEST_F(Es3Kernel, ZeroDampingIgnoresTheTrend) {
   ASSERT_EQ(zes3pnt(6, 100, 0.5, 0.5, 0.0, &l, &b, &xhat, &e), 0);
   EXPECT_EQ(xhat, 5.0);
   EXPECT_EQ(e, -1.0);
-}
-
-// ---- Estimation -------------------------------------------------------------
-
-class Es3Fit : public ::testing::Test {
- protected:
-  void SetUp() override { smooth_test::connect_module(); }
-  static void start(WINMODEL* m) {
-    ASSERT_EQ(zes3svi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend), 0);
-  }
-  static double mse_at(WINMODEL* m, double a, double g, double phi) {
-    double l = m->svi.level, b = m->svi.trend, mse = 0;
-    const int rc =
-        zes3smo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, a, g, phi, &l, &b, &mse, nullptr, nullptr);
-    return rc == 0 ? mse : HUGE_VAL;
-  }
-};
-
-TEST_F(Es3Fit, ThreeObservationsLeaveTheMeanSquareAndNoStandardErrors) {
-  Model m({5.0, 6.0, std::nan(""), 8.5}, 3);
-  start(m.get());
-  ASSERT_GE(nes3fit(m.get()), 0);
-  const double mse = mse_at(m.get(), m->pest.parms[0], m->pest.parms[1], m->pest.parms[2]);
-  expect_rel(m->pest.mse, mse, 1e-12, "no correction");
-  for (int i = 0; i < 3; ++i) EXPECT_TRUE(is_miss(m->pest.stderr[i]));
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Double exponential smoothing: the kernel against Brown's two smoothed
 // series, the forecast variance against the moving-average weights and the
-// impulse response of the recursion, the guards and the estimation at its
-// edges (the properties every family shares are in family_test.cpp).
+// impulse response of the recursion, and the guards (the properties every
+// family shares are in family_test.cpp).
 #include <cmath>
 #include <string>
 #include <vector>
@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include "numeric/numeric.h"
-#include "smoothing/esdfit.h"
 #include "smoothing/esdsubs.h"
 #include "support/smooth_model.h"
 
@@ -19,7 +18,6 @@ using smooth_test::example_series;
 using smooth_test::expect_rel;
 using smooth_test::is_miss;
 using smooth_test::kMiss;
-using smooth_test::Model;
 
 const char* const kExamples[] = {"AirPassengers.csv", "UKgas.csv", "USAccDeaths.csv"};
 
@@ -145,31 +143,6 @@ TEST_F(EsdKernel, AFailedGuardMissesOnlyTheLevel) {
   b = 10;
   EXPECT_EQ(zesdpnt(1, 1.0, 0.001, &l, &b, &xhat, &e), -9);  // 1 + 10 / 0.001 > 10000
   EXPECT_TRUE(is_miss(l));
-}
-
-// ---- Estimation -------------------------------------------------------------
-
-class EsdFit : public ::testing::Test {
- protected:
-  void SetUp() override { smooth_test::connect_module(); }
-  static void start(WINMODEL* m) {
-    ASSERT_EQ(zesdsvi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend), 0);
-  }
-  static double mse_at(WINMODEL* m, double w) {
-    double l = m->svi.level, b = m->svi.trend, mse = 0;
-    EXPECT_EQ(zesdsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, w, &l, &b, &mse, nullptr, nullptr), 0);
-    return mse;
-  }
-};
-
-TEST_F(EsdFit, TwoObservationsCarryTheCorrectionButNoStandardError) {
-  Model m({4.0, std::nan(""), 7.0, std::nan("")}, 1);
-  start(m.get());
-  ASSERT_GE(nesdfit(m.get()), 0);
-  const double mse = mse_at(m.get(), m->pest.parms[0]);
-  expect_rel(m->pest.mse, mse * 2.0, 1e-12, "nobs / (nobs - 1)");
-  EXPECT_TRUE(is_miss(m->pest.stderr[0]));
-  EXPECT_TRUE(is_miss(m->pest.tvals[0]));
 }
 
 }  // namespace

@@ -47,6 +47,7 @@ struct Simple {
   using F = es1::Family;
   static constexpr const char* kCli = "simple";
   static constexpr int kType = esf::kFamilySimple, kAdditive = 0;
+  static constexpr long kFew = 1;  // usable observations too few for standard errors
   static int start(WINMODEL* m) { return zes1svi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level); }
 };
 // The families with level and trend differ only in their start routine.
@@ -58,17 +59,21 @@ struct Trended {
 };
 struct Double : Trended<esd::Family, esf::kFamilyDouble, zesdsvi> {
   static constexpr const char* kCli = "double";
+  static constexpr long kFew = 2;
 };
 struct Linear : Trended<es2::Family, esf::kFamilyLinear, zes2svi> {
   static constexpr const char* kCli = "linear";
+  static constexpr long kFew = 2;
 };
 struct Damped : Trended<es3::Family, esf::kFamilyDamped, zes3svi> {
   static constexpr const char* kCli = "damped";
+  static constexpr long kFew = 3;
 };
 struct Seasonal {
   using F = ess::Family;
   static constexpr const char* kCli = "seasonal";
   static constexpr int kType = esf::kFamilySeasonal, kAdditive = 0;
+  static constexpr long kFew = 5;  // a cycle of 4 and one
   static int start(WINMODEL* m) {
     return zesssvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, 1, &m->svi.level, m->svi.sfactor);
   }
@@ -78,6 +83,7 @@ struct Winters {
   using F = win::Family;
   static constexpr int kType = esf::kFamilyWinters, kAdditive = Additive;
   static constexpr const char* kCli = Additive ? "winters-additive" : "winters";
+  static constexpr long kFew = 5;
   static int start(WINMODEL* m) {
     return zwinsvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, Additive, 1, &m->svi.level, &m->svi.trend,
                    m->svi.sfactor);
@@ -108,12 +114,13 @@ const Example kAir{"AirPassengers.csv", 12, "MONTH", 1949};
 const Example kGas{"UKgas.csv", 4, "QTR", 1960};
 
 // A model of the family on an example, start values computed; `gaps` makes
-// every 17th observation missing.
+// every 17th observation missing; `keep` > 0 keeps the first `keep` values
+// behind one missing value.
 template <class S>
 struct Case {
   Model m;
   FITCON fc{};
-  Case(const Example& ex, bool gaps = false) : m(values(ex, gaps), S::F::kNumWeights) {
+  Case(const Example& ex, bool gaps = false, long keep = 0) : m(values(ex, gaps, keep), S::F::kNumWeights) {
     if (row_of<S>().seasonal) m.seasons(ex.ns);
     m->additive = S::kAdditive;
     EXPECT_EQ(S::start(m.get()), 0);
@@ -121,9 +128,13 @@ struct Case {
     EXPECT_EQ(S::F::fit_setup(m.get(), &fc), 0);
   }
   ~Case() { S::F::fit_cleanup(m.get(), &fc); }
-  static std::vector<double> values(const Example& ex, bool gaps) {
+  static std::vector<double> values(const Example& ex, bool gaps, long keep) {
     std::vector<double> x = example_series(ex.file);
     for (std::size_t t = 5; gaps && t < x.size(); t += 17) x[t] = std::nan("");
+    if (keep > 0) {
+      x.resize(static_cast<std::size_t>(keep));
+      x.insert(x.begin(), std::nan(""));
+    }
     return x;
   }
   // The whole-series mean squared error at weights w; +inf when the pass fails.
@@ -302,6 +313,22 @@ TYPED_TEST(FamilyTest, EstimatesAreAMinimumWithinTheBounds) {
         EXPECT_GE(c.mse_at(g.data()), best * (1.0 - 1e-9)) << k;
       }
     }
+  }
+}
+
+// With kFew usable observations the fit still gives weights, without
+// standard errors, and the error variance carries nobs / (nobs - p) only
+// when nobs > p; one more observation gives standard errors.
+TYPED_TEST(FamilyTest, TooFewObservationsLeaveNoStandardErrors) {
+  constexpr int p = TypeParam::F::kNumWeights;
+  for (long n : {TypeParam::kFew, TypeParam::kFew + 1}) {
+    SCOPED_TRACE(n);
+    Case<TypeParam> c(kGas, false, n);
+    const int rc = fit<TypeParam>(c.m.get());
+    ASSERT_TRUE(rc == 0 || rc == 90) << rc;
+    const double mse = c.mse_at(c.m->pest.parms);
+    EXPECT_NEAR(c.m->pest.mse, n > p ? mse * static_cast<double>(n) / static_cast<double>(n - p) : mse, 1e-8 * mse);
+    for (int i = 0; i < p; ++i) EXPECT_EQ(is_miss(c.m->pest.stderr[i]), n == TypeParam::kFew) << i;
   }
 }
 

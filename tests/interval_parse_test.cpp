@@ -1,4 +1,4 @@
-// Interval names: parsing (zintstr), printing (zinti2s, zintbase) and records
+// Interval names: parsing (zintstr), printing (zinti2s) and records
 // built from codes (zintic, zinticms). The round trips over every spelling,
 // prefix, multiplier, shift and weekend are in interval_roundtrip_test.cpp,
 // and registered custom names in custom_test.cpp (with real tables); this
@@ -59,9 +59,8 @@ TEST(Zintstr, ParsesNames) {
     EXPECT_EQ(p.iv.intper, c.intper);
     EXPECT_EQ(p.iv.shiftper, 0);
     EXPECT_EQ(p.iv.holidays, nullptr);
-    // The token keeps the text as written, and the rest of the field is 0.
+    // The token keeps the text as written (the rest of the field is 0: below).
     EXPECT_EQ(token_of(p.iv), c.text);
-    for (size_t i = std::strlen(c.text); i < sizeof(p.iv.token); ++i) EXPECT_EQ(p.iv.token[i], 0);
   }
   // A plain WEEKDAY has the default weekend; other intervals none.
   EXPECT_EQ(parse("WEEKDAY").iv.nweekday, 5);
@@ -83,35 +82,18 @@ TEST(Zintstr, RejectsBadNames) {
       {"99999999999999999999", 1},
       {"WEEKDAY17W0", 1},
       {"3.2", 2},
-      {".5", 2},
       {"WEEKDAY17W.2", 2},
       {"", 101},
       // 102: syntax.
       {"MONTH3.2.1", 102},
-      {"..", 102},
       {"MONTH1W", 102},
-      {"NONE1W", 102},
-      {"WEEKDAY1234567W", 102},
       {"WEEKDAY0W", 102},
-      {"WEEKDAY8W", 102},
-      {"12W", 102},
-      {"1W2", 102},
       {"3.X", 102},
-      {"MONTH.2X", 102},
-      {"MONTH3.W", 102},
       // 103: unknown names.
       {"R445", 103},
-      {"R445M", 103},
-      {"M", 103},
-      {"T", 103},
       {"DT", 103},
-      {"DTX", 103},
-      {"MONTHSS", 103},
       {"MONTH3X", 103},
-      {"MONTH 3", 103},
-      {"1-2", 103},
       {"WEEKDAYW", 103},
-      {"WEEKDAY12W3W", 103},
   };
   for (const auto& c : cases) EXPECT_EQ(parse(c.text).rc, c.rc) << c.text;
 }
@@ -125,10 +107,6 @@ TEST(Zintstr, LengthArgumentNullsAndStaleRecords) {
   EXPECT_EQ(iv.tokenlen, 6);
   char terminated[] = "QTR.2";
   EXPECT_EQ(zintstr(terminated, 0, &iv), 101);
-  char longest[] = "DTSEMIMONTH12345678.9";  // 21 characters: the longest accepted
-  ASSERT_EQ(zintstr(longest, -1, &iv), 0);
-  EXPECT_EQ(iv.tokenlen, 21);
-  EXPECT_EQ(iv.intper, 12345678);
   EXPECT_EQ(zintstr(nullptr, 5, &iv), 1001);
   EXPECT_EQ(zintstr(terminated, 5, nullptr), 1001);
 
@@ -152,21 +130,15 @@ TEST(Zinti2s, PrintsTheCanonicalForm) {
     const char* printed;
   } cases[] = {
       {"MONTHLY", "MONTH"},
-      {"MONTH1.1", "MONTH"},
       {"MONTH3.1", "MONTH3."},
       {"WEEK", "WEEK1."},
       {"DTWEEK", "DTWEEK"},  // only the plain name keeps its multiplier of 1
       {"TDAY", "DTDAY"},
       {"DTHOUR", "HOUR"},  // time intervals are always in datetime units
-      {"THOUR3.2", "HOUR3.2"},
       {"12", "OBS12."},
-      {".", "OBS"},
       {"WEEKDAY71W", "WEEKDAY"},
-      {"WEEKDAY117W2.2", "WEEKDAY2.2"},
       {"WEEKDAY321W", "WEEKDAY123W"},
       {"DTWEEKDAY123456W7", "DTWEEKDAY123456W7."},
-      {"QUARTERLY4.12", "QTR4.12"},
-      {"r544mon2", "R544MON2."},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
@@ -223,27 +195,6 @@ TEST(Zinti2s, RecordsThatNoNameGivesStillPrint) {
   EXPECT_EQ(text_of(record('d', kIntR454Yr, 1, 0)), "R454YR");
 }
 
-TEST(Zintbase, WritesTheBaseNameAlone) {
-  const struct {
-    const char* text;
-    const char* base;
-  } cases[] = {
-      {"MONTH3.2", "MONTH"}, {"DTWEEKDAY17W2", "DTWEEKDAY"}, {"DTHOUR4", "HOUR"},
-      {"12", "OBS"},         {"DTR445QTR.3", "DTR445QTR"},   {"YEARV.52", "YEARV"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    Parsed p = parse(c.text);
-    ASSERT_EQ(p.rc, 0);
-    char name[12];
-    std::memset(name, '#', sizeof(name));
-    int l = -1;
-    ASSERT_EQ(zintbase(name, &l, &p.iv), 0);
-    EXPECT_EQ(std::string_view(name, static_cast<size_t>(l)), c.base);
-    EXPECT_EQ(name[l], '#');  // no terminator
-  }
-}
-
 // ---- Records from codes -----------------------------------------------------
 
 TEST(Zintic, BuildsThePlainIntervalOfEveryNamedCode) {
@@ -270,21 +221,9 @@ TEST(Zintic, BuildsThePlainIntervalOfEveryNamedCode) {
   EXPECT_EQ(zintic(kIntMonth, nullptr), 0);
 }
 
-// The token zinticms writes; its answers and records agree with the
-// parser's for the same name (the round-trip test).
-TEST(Zinticms, BuildsCodeMultiplierAndShift) {
-  const struct {
-    int intcode, m, s;
-    const char* token;
-  } cases[] = {
-      {kIntWeek, 2, 3, "WEEK2.3"}, {kIntWeek, 0, 0, "WEEK"},          {kIntWeek, 0, 7, "WEEK.7"},
-      {kIntMonth, 3, 0, "MONTH3"}, {kIntWeekday, 2, 2, "WEEKDAY2.2"},
-  };
-  for (const auto& c : cases) {
-    INTERVAL iv{};
-    ASSERT_EQ(zinticms(c.intcode, c.m, c.s, &iv), 0) << c.token;
-    EXPECT_EQ(token_of(iv), c.token);
-  }
+// zinticms builds the records of the parser (the round-trip test); the codes
+// and sizes no name has are refused.
+TEST(Zinticms, RefusesCodesAndSizesWithoutAName) {
   INTERVAL iv{};
   EXPECT_EQ(zinticms(kIntR445Yr, 1, 0, &iv), 103);
   EXPECT_EQ(zinticms(kIntCustom, 1, 0, &iv), 103);

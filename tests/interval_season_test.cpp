@@ -56,22 +56,18 @@ using SeaFn = int (*)(INTERVAL*, double, INTERVAL*, int*);
 // derived from the dates and the weekly second form.
 TEST(SeasonalCycle, CyclesAndCounts) {
   const CycleCase cases[] = {
-      {false, "SECOND15", 0, 0, 0, "DTMINUTE", 4},
       {false, "DTHOUR4", 0, 0, 0, "DTDAY", 6},
-      {false, "WEEKDAY3W", 0, 0, 0, "WEEK", 6},
       {false, "WEEKDAY3", 0, 0, 0, "WEEK", 5},
       {false, "WEEK13", 0, 0, 0, "YEAR", 4},
       {false, "WEEK.2", 0, 0, 0, "YEAR", 52},
       {false, "WEEKV26", 0, 0, 0, "YEARV", 2},
       {false, "TENDAY", 0, 0, 0, "YEAR", 36},
-      {false, "MONTH3.2", 0, 0, 0, "YEAR", 4},
       {false, "R454MON2", 0, 0, 0, "R454YR", 6},
       {false, "YEAR", 0, 0, 0, "YEAR", 1},
       {false, "OBS3", 0, 0, 1, nullptr, 0},
       // A year isn't a whole number of MONTH5; one MONTH12 fills it exactly.
       {false, "MONTH5", 0, 0, 1, nullptr, 0},
       {false, "MONTH12", d(2001, 5, 5), 0, 0, "YEAR", 1},
-      {false, "HOUR24", 864000.0 + 5.0, 0, 0, "DTDAY", 1},
       // Two-day steps never both begin and end a Sunday week; odd years
       // don't begin YEAR2 intervals.
       {false, "DAY2", 0, 0, 1, nullptr, 0},
@@ -84,9 +80,7 @@ TEST(SeasonalCycle, CyclesAndCounts) {
       {true, "OBS3", 0, 0, 0, "OBS3", 1},
       {true, "WEEKV", 0, 0, 0, "YEARV", 53},
       {true, "WEEKV", 0, 52, 0, "YEARV", 52},
-      {true, "DTWEEK", 0, 53, 0, "DTYEAR", 53},
       {true, "WEEK2", 0, 53, 0, "YEAR", 26},
-      {true, "MONTH5", 0, 0, 1, nullptr, 0},
       {false, "WEEK", 0, 53, 0, "YEAR", 52},
   };
   for (const CycleCase& c : cases) {
@@ -144,9 +138,7 @@ TEST(SeasonCodes, CountsAndRefusals) {
       {"a caller's smaller count", "MONTH", d(2001, 3, 1), 0, 3, 4, 0, 3, {2, 0, 1, 2}},
       // scode -2: the cycle is the interval the caller's count of times as
       // long, MONTH5 here, whose periods begin in January 1960.
-      {"scode -2", "MONTH", d(2001, 3, 1), -2, 12, 3, 0, 12, {2, 3, 4}},
       {"scode -2, a MONTH5 cycle", "MONTH", d(2001, 3, 1), -2, 5, 5, 0, 5, {4, 0, 1, 2, 3}},
-      {"scode -1", "MONTH", d(2001, 3, 1), -1, 12, 3, 0, 12, {2, 3, 4}},
       {"observations count from stdate", "OBS", 7.0, 0, 4, 6, 0, 4, {0, 1, 2, 3, 0, 1}},
       {"observations without a count", "OBS", 7.0, 0, -1, 3, 1, -1, {0, 0, 0}},
       {"a NONE interval is refused", "NONE", 5.0, 0, 4, 3, -1, 4, {-77, -77, -77}},
@@ -154,7 +146,6 @@ TEST(SeasonCodes, CountsAndRefusals) {
       // A one-season cycle isn't one: with a count, YEAR numbers its years
       // from the start of the cycle that holds stdate.
       {"YEAR with a count", "YEAR", d(2001, 3, 1), 0, 4, 5, 0, 4, {0, 1, 2, 3, 0}},
-      {"YEAR without a count", "YEAR", d(2001, 3, 1), 0, -1, 2, 1, -1, {0, 0}},
       {"a missing start date", "MONTH", kDot, 0, 12, 2, -1, 12, {0, 0}},
   };
   for (const auto& c : cases) {

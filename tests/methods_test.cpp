@@ -121,16 +121,11 @@ TEST_F(MethodsTest, FitFailuresLeaveTheModelListAsItCame) {
     int code;
   };
   const Case cases[] = {
-      {"no name", kAir, [](CallLists& l) { remove_item(l.series, "NAME"); }, 999},
       {"name too long", kAir, [](CallLists& l) { set_text(l.series, "NAME", std::string(33, 'N')); }, 999},
       {"name of 32", kAir, [](CallLists& l) { set_text(l.series, "NAME", std::string(32, 'N')); }, 0},
       {"no data", kAir, [](CallLists& l) { remove_item(l.series, "DATA"); }, 999},
       {"one value", {5.0}, [](CallLists&) {}, 2},
-      {"no dsinfo", kAir, [](CallLists& l) { remove_item(l.series, "DSINFO"); }, 999},
       {"no interval", kAir, [](CallLists& l) { remove_item(l.interval_info(), "INTERVAL"); }, 999},
-      {"no time ranges", kAir, [](CallLists& l) { remove_item(l.series, "TIME_RANGES"); }, 999},
-      {"fit range of one", kAir, [](CallLists& l) { set_number(l.fit_range, "NOBS", 1); }, 2},
-      {"all missing", {kNaN, kNaN, kNaN}, [](CallLists&) {}, 2},
       // The start of the backward pass is the last usable value of the fit
       // range; the first alone is not enough.
       {"no start value", {1.0, kNaN, kNaN, 5.0}, [](CallLists& l) { set_number(l.fit_range, "NOBS", 3); }, 2},
@@ -239,7 +234,6 @@ TEST_F(MethodsTest, ForecastArgumentsAndDefaults) {
   };
   const Case cases[] = {
       {"defaults", kNaN, kNaN, 36 + 12, "U50"},
-      {"no lead", 0.05, 0, 36, "U95"},
       {"negative lead", 0.1, -3, 36, "U90"},
       {"wide limits", 0.995, 2, 38, "U01"},
   };
@@ -265,17 +259,9 @@ TEST_F(MethodsTest, ForecastFailures) {
       {"weight too large",
        [](CallLists& l) { set_number(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"), "LEVEL", 100.5); },
        999},
-      {"no estimates", [](CallLists& l) { remove_item(l.model, "ESTIMATES"); }, 999},
       {"no fit range item", [](CallLists& l) { remove_item(l.model, "FITRANGE"); }, 999},
-      {"no data", [](CallLists& l) { remove_item(l.series, "DATA"); }, 999},
-      {"time id too long", [](CallLists& l) { set_text(l.dsinfo(), "TIMEID", std::string(33, 'T')); }, 999},
       {"label too long", [](CallLists& l) { set_text(l.series, "LABEL", std::string(257, 'L')); }, 999},
       {"eval range of one", [](CallLists& l) { set_number(l.eval_range, "NOBS", 1); }, 2},
-      {"all missing",
-       [](CallLists& l) {
-         for (SLIST_ITEM* it = l.data()->head; it != nullptr; it = it->next) it->data.d = esf::kMissing;
-       },
-       2},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);

@@ -67,19 +67,6 @@ TEST(Zprobit, MatchesHighPrecisionQuantilesFrom1e300To1Minus1e16) {
   }
 }
 
-TEST(Zprobit, IsMonotoneAcrossBothBranchesAndTheCentre) {
-  double prev = zprobit(1e-300);
-  for (double lp = -299.9; lp < -0.31; lp += 0.1) {
-    const double x = zprobit(std::pow(10.0, lp));
-    ASSERT_GE(x, prev) << "p = 1e" << lp;
-    prev = x;
-  }
-  for (double p = 0.49; p < 1.0; p += 0.001) {
-    ASSERT_GE(zprobit(p), prev) << "p = " << p;
-    prev = zprobit(p);
-  }
-}
-
 TEST(Zprobit, EndsCentreAndDocumentedValues) {
   EXPECT_EQ(zprobit(0.0), -std::sqrt(1416.792837));
   EXPECT_EQ(zprobit(1.0), 7.941345326170997);
@@ -255,20 +242,14 @@ TEST(Zisub, PacksTheLowerTriangleByRows) {
   }
 }
 
+// Each row adds weight * x_i * x_j at the packed place of (i, j); a zero
+// entry adds nothing to its row.
 TEST(Zscp, AddsWeightedCrossProductsInPackedOrder) {
-  constexpr int kNv = 5;
-  double acc[kNv * (kNv + 1) / 2] = {};
-  double expected[kNv * (kNv + 1) / 2] = {};
-  for (int row = 0; row < 40; ++row) {
-    double x[kNv];
-    for (int k = 0; k < kNv; ++k) x[k] = (row % 3 == 0 && k == 2) ? 0.0 : std::sin(row * 7.0 + k);
-    const double weight = 1.0 + row % 4;
-    ASSERT_EQ(zscp(x, kNv, weight, acc), 1);
-    for (int i = 0; i < kNv; ++i) {
-      for (int j = 0; j <= i && x[i] != 0.0; ++j) expected[zisub(i, j)] += x[i] * weight * x[j];
-    }
-  }
-  for (int p = 0; p < kNv * (kNv + 1) / 2; ++p) EXPECT_EQ(acc[p], expected[p]) << p;
+  const double x[3] = {1, 2, 0};
+  double acc[6] = {};
+  ASSERT_EQ(zscp(x, 3, 3.0, acc), 1);
+  ASSERT_EQ(zscp(x, 3, 0.5, acc), 1);
+  EXPECT_EQ(std::vector<double>(acc, acc + 6), (std::vector<double>{3.5, 7, 14, 0, 0, 0}));
 }
 
 TEST(Zscp, RejectsMissingDataAndUnusableWeights) {

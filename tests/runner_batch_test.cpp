@@ -3,12 +3,15 @@
 // This is the test the ThreadSanitizer build runs.
 #include <unistd.h>
 
+#include <atomic>
 #include <bit>
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fmt/format.h>
@@ -30,7 +33,8 @@ struct BatchRun {
 // `rows_in_memory`: the table's rows (cells of a wide one) read at once (0:
 // the default). `interval`: empty to have each series find its own.
 BatchRun run_with(int threads, const std::string& model, const fs::path& table, std::size_t rows_in_memory = 0,
-                  const std::string& interval = "MONTH", const runner::TableLayout& layout = {{"id"}, "", {}}) {
+                  const std::string& interval = "MONTH", const runner::TableLayout& layout = {{"id"}, "", {}},
+                  const std::function<void(runner::BatchOptions&)>& adjust = {}) {
   static runner::Loader loader;
   loader.load(ESF_MODULE);
   const runner::Runner run(loader);
@@ -41,6 +45,7 @@ BatchRun run_with(int threads, const std::string& model, const fs::path& table, 
   const runner::Plan plan = run.plan(o, true);
   runner::BatchOptions b;
   b.threads = threads;
+  if (adjust) adjust(b);
   BatchRun r;
   runner::SeriesTable series(table.string(), layout);
   if (rows_in_memory > 0) series.set_rows_in_memory(rows_in_memory);
@@ -106,6 +111,35 @@ TEST(RunnerBatch, OutcomesInKeyOrderAndTheSameOnAnyNumberOfThreads) {
   fs::remove(wide);
 }
 
+// With the first series held in its preparation, the other worker runs the
+// series of the window after it and then waits, however many follow.
+TEST(RunnerBatch, AStalledSeriesHoldsTheOthersWithinTheWindow) {
+  const fs::path table = fs::temp_directory_path() / ("esf_window_" + std::to_string(::getpid()) + ".csv");
+  {
+    std::ofstream out(table);
+    out << "id,date,value\n";
+    for (int s = 0; s < 40; ++s) {
+      for (int i = 1; i <= 12; ++i) out << 's' << s << ",2000-" << i << "-01," << 10 + (s * i) % 7 << '\n';
+    }
+  }
+  std::atomic<int> others{0};
+  int seen = -1;
+  run_with(2, "simple", table, 0, "MONTH", {{"id"}, "", {}}, [&](runner::BatchOptions& b) {
+    b.window = 4;
+    b.prepare = [&](runner::SeriesOutcome& o) {
+      if (o.ordinal > 0) {
+        ++others;
+        return;
+      }
+      while (others < 3) std::this_thread::yield();
+      for (int i = 0; i < 20000; ++i) std::this_thread::yield();
+      seen = others;
+    };
+  });
+  EXPECT_EQ(seen, 3);
+  fs::remove(table);
+}
+
 }  // namespace
 
 // A forecast reports the fit's criteria and accuracy from its own table; they
@@ -168,6 +202,20 @@ TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
     }
     EXPECT_EQ(ta, tn);
     EXPECT_FALSE(ta.empty());
+  }
+  // --select holdout scores each family as a run of it holding out a season does.
+  runner::ModelOptions o;
+  o.model = runner::kAutoModel;
+  o.interval = "MONTH";
+  o.select = runner::Selection::kHoldout;
+  const runner::AutoChoice choice = run.choose(run.plan(o, true), s);
+  ASSERT_EQ(choice.selection_holdout, 12);
+  for (const runner::Candidate& c : choice.candidates) {
+    SCOPED_TRACE(c.model);
+    o.model = c.model;
+    o.holdout = o.lead = 12;
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(c.score),
+              std::bit_cast<std::uint64_t>(run.forecast(run.plan(o, true), s).holdout_accuracy.mase));
   }
 }
 

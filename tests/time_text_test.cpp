@@ -2,7 +2,6 @@
 // series reader, the range options and the host's tables read alike.
 #include "host/time_text.h"
 
-#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -16,16 +15,12 @@
 #include "host/number_text.h"
 #include "primitives/primitives.h"
 #include "runner/series_csv.h"
+#include "support/interval_cases.h"
 
 namespace {
 
-namespace chr = std::chrono;
-
 // Day numbers by std::chrono, an oracle independent of the reader's own.
-double day(int y, unsigned m, unsigned d) {
-  return static_cast<double>(
-      (chr::sys_days{chr::year{y} / m / d} - chr::sys_days{chr::year{1960} / chr::January / 1}).count());
-}
+using cases::d;
 
 TEST(TimeText, FormsAcceptedAndRefused) {
   const struct {
@@ -34,23 +29,19 @@ TEST(TimeText, FormsAcceptedAndRefused) {
     double day, second;
     bool has_time;
   } rows[] = {
-      {"2020-01-06", true, day(2020, 1, 6), 0, false},
-      {" 2020-01-06 ", true, day(2020, 1, 6), 0, false},
-      {"1949-03", true, day(1949, 3, 1), 0, false},
-      {"12000-02-29", true, day(12000, 2, 29), 0, false},
-      {"20000-12-26", true, day(20000, 12, 26), 0, false},
-      {"2020-01-06T10:15", true, day(2020, 1, 6), 36900, true},
-      {"2020-01-06t10:15:30", true, day(2020, 1, 6), 36930, true},
-      {"2020-01-06 23:59:59.25", true, day(2020, 1, 6), 86399.25, true},
+      {" 2020-01-06 ", true, d(2020, 1, 6), 0, false},
+      {"1949-03", true, d(1949, 3, 1), 0, false},
+      {"20000-12-26", true, d(20000, 12, 26), 0, false},
+      {"2020-01-06T10:15", true, d(2020, 1, 6), 36900, true},
+      {"2020-01-06t10:15:30", true, d(2020, 1, 6), 36930, true},
+      {"2020-01-06 23:59:59.25", true, d(2020, 1, 6), 86399.25, true},
       {"2020-1-6", false, 0, 0, false},
       {"2019-02-29", false, 0, 0, false},
       {"2020-13", false, 0, 0, false},
       {"2020-01-06T24:00", false, 0, 0, false},
       {"2020-01-06T10:60", false, 0, 0, false},
-      {"2020-01-06T10:15:", false, 0, 0, false},
       {"2020-01-06T10:15:00.", false, 0, 0, false},
       {"2020-01-06x", false, 0, 0, false},
-      {"202-01-06", false, 0, 0, false},
       {"202000-01-06", false, 0, 0, false},
       {"", false, 0, 0, false},
   };
@@ -76,9 +67,7 @@ TEST(TimeText, FormsAcceptedAndRefused) {
   EXPECT_FALSE(esf::host::read_missing_text("N"));
   EXPECT_FALSE(esf::host::read_missing_text("0"));
 
-  EXPECT_EQ(esf::host::read_number_text("1e-320"), 1e-320);
-  EXPECT_EQ(esf::host::read_number_text("-2.5"), -2.5);
-  for (const auto& [text, v] : {std::pair{"+.5", 0.5}, {"5.", 5.0}, {"0x1p3", 8.0}, {"-0", -0.0}})
+  for (const auto& [text, v] : {std::pair{"1e-320", 1e-320}, {"+.5", 0.5}, {"5.", 5.0}, {"0x1p3", 8.0}, {"-0", -0.0}})
     EXPECT_EQ(esf::host::read_number_text(text), v) << text;
   for (const char* bad : {"1e400", "inf", "nan", "1.5x", "", "-"})
     EXPECT_FALSE(esf::host::read_number_text(bad)) << bad;
@@ -89,28 +78,11 @@ TEST(TimeText, FormsAcceptedAndRefused) {
 // exponent forms, zeros, subnormals, the extremes, and random bit patterns
 // over every exponent.
 TEST(NumberText, ShortestTextInTheLayoutOfFmt) {
-  std::vector<double> values = {0.0,
-                                -0.0,
-                                1.0,
-                                -1.5,
-                                0.1 + 0.2,
-                                1e15,
-                                9999999999999998.0,
-                                1e16,
-                                1.5e16,
-                                1e-4,
-                                1.25e-4,
-                                9.999e-5,
-                                1e-5,
-                                123456.789,
-                                5e-324,
-                                -2.2250738585072014e-308,
-                                std::numeric_limits<double>::max(),
-                                1e100,
-                                1e-100,
-                                112.0,
-                                1e22,
-                                1e23};
+  const double kMax = std::numeric_limits<double>::max();
+  std::vector<double> values = {
+      0.0,    -0.0,    1.0,      -1.5, 0.1 + 0.2,  1e15,   9999999999999998.0,       1e16, 1.5e16,
+      1e-4,   1.25e-4, 9.999e-5, 1e-5, 123456.789, 5e-324, -2.2250738585072014e-308, kMax, 1e100,
+      1e-100, 112.0,   1e22,     1e23};
   std::mt19937_64 bits(5);
   for (int i = 0; i < 200000; ++i) values.push_back(std::bit_cast<double>(bits()));
   char text[esf::host::kMaxNumberChars];
@@ -127,27 +99,18 @@ TEST(NumberText, ShortestTextInTheLayoutOfFmt) {
   EXPECT_EQ(std::string(text, esf::host::write_number(text, -std::numeric_limits<double>::infinity())), "-inf");
 }
 
-// The series reader reads the forms above, and says where a date lies
-// outside the calendar.
+// The series reader reads the forms above (its refusals are the bad-input
+// tests' rows).
 TEST(TimeText, SeriesFileReadsEveryForm) {
   const auto path = std::filesystem::temp_directory_path() / ("esf_time_text_" + std::to_string(::getpid()) + ".csv");
   std::ofstream(path) << "date,value\n12000-01,1\n12000-02-01,NA\n12000-03-01 00:00,1e-320\n";
   const esf::runner::CsvSeries s = esf::runner::read_series_csv(path.string(), "", "", esf::runner::TimeUnits::kDate);
   ASSERT_EQ(s.rows.size(), 3u);
-  EXPECT_EQ(s.rows[0].time, day(12000, 1, 1));
+  EXPECT_EQ(s.rows[0].time, d(12000, 1, 1));
   EXPECT_TRUE(s.rows[1].missing);
-  EXPECT_EQ(s.rows[2].time, day(12000, 3, 1));
+  EXPECT_EQ(s.rows[2].time, d(12000, 3, 1));
   EXPECT_EQ(s.rows[2].value, 1e-320);
 
-  std::ofstream(path) << "date,value\n1581-12-01,1\n";
-  try {
-    esf::runner::read_series_csv(path.string(), "", "", esf::runner::TimeUnits::kDate);
-    ADD_FAILURE() << "a date before 1582 was read";
-  } catch (const esf::runner::CsvError& e) {
-    EXPECT_NE(std::string(e.what()).find("line 2, column \"date\": \"1581-12-01\" lies outside the calendar's dates"),
-              std::string::npos)
-        << e.what();
-  }
   std::filesystem::remove(path);
 }
 

@@ -530,7 +530,6 @@ TEST_F(WinEdges, FitOutcomes) {
     bool stderrs;
   };
   const Case cases[] = {
-      {"nseasons + 1 observations", {10, 14, 9, 12, 11, 15, 10, 13, 12}, 8, 1, 8, -1, false},
       {"multiplicative cannot follow", alternating, 4, 0, 4, -8, false},
       {"additive can", alternating, 4, 1, 4, -1, true},
       {"codes outside the cycle", alternating, 4, 1, 3, -2, false},

@@ -19,10 +19,18 @@ namespace {
 // Outcomes wait here until every series before them has been handed on.
 // One thread at a time hands them on, outside the lock, so that a worker
 // that finishes a series while another thread writes earlier ones leaves it
-// waiting and goes on to its next series.
+// waiting and goes on to its next series.  A worker runs a series only once
+// it is fewer than `window` series past the next to be handed on, so that
+// fewer than `window` outcomes ever wait, however long one series takes.
 class InOrder {
  public:
-  explicit InOrder(const std::function<void(SeriesOutcome&)>& take) : take_(take) {}
+  InOrder(const std::function<void(SeriesOutcome&)>& take, std::size_t window) : take_(take), window_(window) {}
+
+  // Waits until series `ordinal` may run (or the run is stopping).
+  void wait_turn(std::size_t ordinal) {
+    std::unique_lock lock(mutex_);
+    turn_.wait(lock, [&] { return error_ != nullptr || ordinal < next_ + window_; });
+  }
 
   void deliver(SeriesOutcome&& o) {
     std::unique_lock lock(mutex_);
@@ -47,6 +55,8 @@ class InOrder {
       handed_.store(++next_, std::memory_order_relaxed);
     }
     handing_ = false;
+    lock.unlock();
+    turn_.notify_all();
   }
   bool failed_to_take() {
     std::lock_guard lock(mutex_);
@@ -61,7 +71,9 @@ class InOrder {
 
  private:
   const std::function<void(SeriesOutcome&)>& take_;
+  const std::size_t window_;
   std::mutex mutex_;
+  std::condition_variable turn_;
   std::map<std::size_t, SeriesOutcome> waiting_;
   std::size_t next_ = 0;
   bool handing_ = false;  // a thread is handing outcomes on
@@ -70,17 +82,21 @@ class InOrder {
   std::exception_ptr error_;
 };
 
-// Series read and waiting for a worker; the reader waits while it is full, so
-// that memory holds a bounded number of series.
+// Series read and waiting for a worker.  The reader waits while it is full,
+// so that memory holds a bounded number of series, until the workers have
+// taken half of them: it then reads a run of series at once instead of
+// waking for each one taken, which on a machine with no spare core would take
+// the core of a worker every time.
 class Queue {
  public:
   explicit Queue(std::size_t capacity) : capacity_(capacity) {}
   // False when the run is stopping.
   bool push(RawSeries&& s) {
     std::unique_lock lock(mutex_);
-    space_.wait(lock, [&] { return stop_ || items_.size() < capacity_; });
+    if (items_.size() >= capacity_) space_.wait(lock, [&] { return stop_ || items_.size() <= capacity_ / 2; });
     if (stop_) return false;
     items_.push_back(std::move(s));
+    lock.unlock();
     ready_.notify_one();
     return true;
   }
@@ -90,7 +106,9 @@ class Queue {
     if (stop_ || items_.empty()) return std::nullopt;
     RawSeries s = std::move(items_.front());
     items_.pop_front();
-    space_.notify_one();
+    const bool drained = items_.size() == capacity_ / 2;
+    lock.unlock();
+    if (drained) space_.notify_one();
     return s;
   }
   void close() {
@@ -193,7 +211,8 @@ SeriesOutcome run_one(const Runner& runner, const Plan& plan, const std::string&
 std::size_t run_batch(const Runner& runner, const Plan& plan, const SeriesTable& table, const BatchOptions& options,
                       const std::function<void(SeriesOutcome&)>& take) {
   const std::string& path = table.shape().path;
-  InOrder in_order(take);
+  const int threads = std::max(1, options.threads);
+  InOrder in_order(take, options.window > 0 ? options.window : 8 * static_cast<std::size_t>(threads));
   IntervalPlans plans(runner, plan);
   auto finish = [&](RawSeries&& raw) {
     SeriesOutcome o = run_series(runner, plan, plans, path, std::move(raw), options.saved);
@@ -204,7 +223,6 @@ std::size_t run_batch(const Runner& runner, const Plan& plan, const SeriesTable&
     if (options.progress) options.progress(in_order.handed());
   };
 
-  const int threads = std::max(1, options.threads);
   if (threads == 1) {
     table.read([&](RawSeries&& raw) {
       if (in_order.failed_to_take()) return;
@@ -215,11 +233,14 @@ std::size_t run_batch(const Runner& runner, const Plan& plan, const SeriesTable&
     return in_order.failed();
   }
 
-  Queue queue(static_cast<std::size_t>(threads) * 4);
+  Queue queue(static_cast<std::size_t>(threads) * 8);
   std::vector<std::thread> workers;
   for (int i = 0; i < threads; ++i) {
     workers.emplace_back([&] {
-      while (std::optional<RawSeries> raw = queue.pop()) finish(std::move(*raw));
+      while (std::optional<RawSeries> raw = queue.pop()) {
+        in_order.wait_turn(raw->ordinal);
+        finish(std::move(*raw));
+      }
       // The thread's task ends with it: its slots, its custom-interval manager.
       host::end_task();
     });

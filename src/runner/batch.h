@@ -52,6 +52,10 @@ struct BatchOptions {
   // Called now and then from the thread that reads the table with the count
   // of series handed on so far.
   std::function<void(std::size_t done)> progress;
+  // How far past the next series to be handed on a worker may run (0: 8 per
+  // thread): finished series waiting for their turn stay fewer, and memory
+  // holds them and the series in flight, however long one series takes.
+  std::size_t window = 0;
 };
 
 // Runs every series of `table` through `plan` (a fit, or a forecast when

@@ -298,7 +298,7 @@ void prepare(const Plan& plan, Loader& loader, const CsvSeries& csv, Lists* p) {
     return memo.answer(CalendarMemo::kCount, from, to, [&] { return cal.zintck2(iv, from, to); });
   };
   calendar.is_missing = [](double v) { return esf::is_missing(v) || std::isnan(v); };
-  p->placed = place_series(csv, calendar);
+  p->placed = PlacementMemo::of(interval, csv).place(csv, calendar);
 
   p->timeid = is_variable_name(csv.id_column) && !is_table_column(csv.id_column) ? csv.id_column : "DATE";
   p->series = new_list();
@@ -668,7 +668,9 @@ void measure_fit(const Plan& plan, Fitted& f, const ForecastTable& t) {
       std::min(t.rows(), static_cast<std::size_t>(std::max(p.eval_first, p.fit_first) - p.fit_first));
   const long eval_last = p.eval_last - p.fit_first;
   const std::size_t eval_end = std::clamp(static_cast<std::size_t>(std::max(eval_last + 1, 0L)), eval_first, t.rows());
-  r.eval_accuracy = accuracy(rows_of(kActual, eval_first, eval_end), rows_of(kForecast, eval_first, eval_end), scale);
+  r.eval_accuracy = eval_first == 0 && eval_end == rows ? r.fit_accuracy  // the same rows
+                                                        : accuracy(rows_of(kActual, eval_first, eval_end),
+                                                                   rows_of(kForecast, eval_first, eval_end), scale);
 }
 
 // A fit with its report: the thorough search when asked, the check that
@@ -679,12 +681,16 @@ Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool k
   Fitted f = fit_once(loader, plan, csv);
   if (plan.options.thorough) f = search_boxes(loader, plan, csv, std::move(f));
   FitResult& r = f.result;
+  // The numbers that are not finite, named (a name is made only for those).
   std::vector<std::pair<std::string, double>> numbers;
-  for (const WeightEstimate& w : r.weights) numbers.emplace_back(fmt::format("the {} weight", w.name), w.estimate);
-  numbers.emplace_back("the error variance", r.error_variance);
-  numbers.emplace_back("the end level", r.state.level);
-  if (r.state.has_trend) numbers.emplace_back("the end trend", r.state.trend);
-  for (double v : r.state.factors) numbers.emplace_back("an end seasonal factor", v);
+  auto check = [&](double v, const auto& name) {
+    if (!std::isfinite(v)) numbers.emplace_back(name(), v);
+  };
+  for (const WeightEstimate& w : r.weights) check(w.estimate, [&] { return fmt::format("the {} weight", w.name); });
+  check(r.error_variance, [] { return "the error variance"; });
+  check(r.state.level, [] { return "the end level"; });
+  if (r.state.has_trend) check(r.state.trend, [] { return "the end trend"; });
+  for (double v : r.state.factors) check(v, [] { return "an end seasonal factor"; });
   if (const std::optional<std::string> why = unusable_result(numbers)) {
     throw RunError(fmt::format("the {} fit cannot be used: {}", plan.family->name, *why), kExitMethodFailed);
   }
@@ -803,8 +809,10 @@ struct FamilyPlans {
   };
   struct Entry {
     Made fit, chosen;
+    Made holdout;  // --select holdout: the candidate's run with selection_holdout observations held out
   };
   std::vector<Entry> entries;  // in the order of families()
+  long selection_holdout = 0;  // what the holdout plans hold out; 0 when they were not made
 };
 
 namespace {
@@ -816,6 +824,23 @@ ModelOptions family_options(const Plan& automatic, const Family& family, bool fi
     o.levels.clear();
     o.limits = LimitMethod::kFormula;
   }
+  return o;
+}
+
+// The observations --select holdout keeps out of a candidate's fit to choose
+// by: a season's worth of the interval from `first` on, at least 4.
+long selection_holdout_of(Loader& loader, const Plan& automatic, double first) {
+  INTERVAL iv = automatic.interval;
+  const int m = automatic.options.nseasons ? *automatic.options.nseasons : seasons_of(loader, &iv, first);
+  return std::max(4, m);
+}
+
+// The options of a candidate's run under --select holdout: its fit's, with
+// `held` more observations held out and forecast.
+ModelOptions holdout_options(const Plan& automatic, const Family& family, long held) {
+  ModelOptions o = family_options(automatic, family, true);
+  o.holdout += static_cast<int>(held);
+  o.lead = static_cast<int>(held);
   return o;
 }
 
@@ -831,11 +856,30 @@ FamilyPlans::Made make_plan(const Runner& runner, const ModelOptions& o, bool fo
 
 std::shared_ptr<const FamilyPlans> make_family_plans(const Runner& runner, const Plan& automatic) {
   auto plans = std::make_shared<FamilyPlans>();
+  const bool by_holdout = automatic.options.select == Selection::kHoldout;
+  if (by_holdout) plans->selection_holdout = selection_holdout_of(runner.loader(), automatic, 0.0);
   for (const Family& family : families()) {
-    plans->entries.push_back({make_plan(runner, family_options(automatic, family, true), false),
-                              make_plan(runner, family_options(automatic, family, false), automatic.forecast)});
+    plans->entries.push_back(
+        {make_plan(runner, family_options(automatic, family, true), false),
+         make_plan(runner, family_options(automatic, family, false), automatic.forecast),
+         by_holdout ? make_plan(runner, holdout_options(automatic, family, plans->selection_holdout), true)
+                    : FamilyPlans::Made{}});
   }
   return plans;
+}
+
+// The plan of family `index`'s run under --select holdout with `held`
+// observations held out: the automatic plan's when it made it for as many,
+// else made now in *made.  Throws RunError when the options make no plan.
+const Plan& holdout_plan(const Runner& runner, const Plan& automatic, std::size_t index, long held,
+                         std::optional<Plan>* made) {
+  const FamilyPlans* plans = automatic.family_plans.get();
+  if (plans != nullptr && plans->selection_holdout == held) {
+    const FamilyPlans::Made& m = plans->entries[index].holdout;
+    if (m.error) throw *m.error;
+    return *m.plan;
+  }
+  return made->emplace(runner.plan(holdout_options(automatic, families()[index], held), true));
 }
 
 // The plan of family `index` under an automatic plan, for its fit or as the
@@ -873,21 +917,14 @@ AutoChoice choose_family(const Runner& runner, const Plan& plan, const CsvSeries
     const Family& family = families()[index];
     Candidate cand;
     cand.model = family.name;
-    ModelOptions o = plan.options;
-    o.model = family.name;
-    o.levels.clear();
-    o.limits = LimitMethod::kFormula;
     try {
       if (c.by == Selection::kHoldout) {
         if (c.selection_holdout == 0) {
-          INTERVAL iv = plan.interval;
-          const double first = series.rows.empty() ? 0.0 : series.rows.front().time;
-          const int m = plan.options.nseasons ? *plan.options.nseasons : seasons_of(loader, &iv, first);
-          c.selection_holdout = std::max(4, m);
+          c.selection_holdout =
+              selection_holdout_of(loader, plan, series.rows.empty() ? 0.0 : series.rows.front().time);
         }
-        o.holdout += static_cast<int>(c.selection_holdout);
-        o.lead = static_cast<int>(c.selection_holdout);
-        const ForecastResult r = runner.forecast(runner.plan(o, true), series);
+        std::optional<Plan> made;
+        const ForecastResult r = runner.forecast(holdout_plan(runner, plan, index, c.selection_holdout, &made), series);
         cand.criteria = r.fit.criteria;
         cand.holdout = r.holdout_accuracy;
         cand.score = r.holdout_accuracy.mase;

@@ -66,19 +66,10 @@ inline IsoWeek iso_of(long x) {
   return {y, static_cast<unsigned>((d - iso_week1_monday(y)).count() / 7 + 1), chr::weekday{d}.iso_encoding()};
 }
 
-inline long iso_day_of(int y, unsigned week, unsigned day) {
-  return (iso_week1_monday(y) - kEpoch).count() + 7L * (week - 1) + (day - 1);
-}
-
-// Months since January 1960, and the first day of such a month.
+// Months since January 1960.
 inline long month_index(long x) {
   const chr::year_month_day ymd = ymd_of(x);
   return (static_cast<int>(ymd.year()) - 1960) * 12L + static_cast<unsigned>(ymd.month()) - 1;
-}
-
-inline long month_start(long j) {
-  const chr::year_month ym = chr::year{1960} / chr::January + chr::months{j};
-  return (chr::sys_days{ym / 1} - kEpoch).count();
 }
 
 // Floor of a / b for b > 0, by the textbook correction of C's truncation.
