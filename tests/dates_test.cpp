@@ -155,7 +155,7 @@ TEST(HostDates, WholeRangeAgreesWithChrono) {
 
 // "U" counts weeks from the year's first Sunday and "W" from its first
 // Monday, as a real quotient; the whole part is the strftime %U and %W.
-TEST(Zidywdd, SundayAndMondayWeeks) {
+TEST(Zidywdd, SundayMondayAndOtherWeeks) {
   oracle::Dates dates(7);
   for (int i = 0; i < 20000; ++i) {
     const long x = dates.any();
@@ -170,9 +170,7 @@ TEST(Zidywdd, SundayAndMondayWeeks) {
     EXPECT_EQ(std::floor(w.week), static_cast<double>((yday + 7 - (wday + 6) % 7) / 7)) << oracle::date_text(x);
     EXPECT_EQ(w.day, wday == 0 ? 7.0 : static_cast<double>(wday));
   }
-}
-
-TEST(Zidywdd, OtherConventionGivesTheCalendarYearAndAShiftedDay) {
+  // Another convention gives the calendar year and a shifted day.
   const long x = day_of(2001, 1, 3);  // the third day of the year
   const YearWeekDay r = ywd(static_cast<double>(x), kFmtX);
   EXPECT_EQ(r.year, 2001.0);
@@ -182,15 +180,10 @@ TEST(Zidywdd, OtherConventionGivesTheCalendarYearAndAShiftedDay) {
 
 // ---- ziddywds ---------------------------------------------------------------
 
-TEST(Ziddywds, RefusesDaysAndWeeksOutsideTheCalendar) {
-  const struct { int week, day; } bad[] = {{0, 1}, {1, 8}, {1, 0}, {54, 1}, {-1, 3}};
-  for (const auto& c : bad) EXPECT_TRUE(esf::is_missing(ziddywds(2000, c.week, c.day))) << c.week << "/" << c.day;
-}
-
 // Week 1 is the Sunday-to-Saturday week that holds 4 January; week 53
 // exists only in a year whose next week-year opens 371 days later, and
 // its first day passes even when it equals that opening.
-TEST(Ziddywds, WeekYearsAgreeWithChrono) {
+TEST(Ziddywds, WeekYearsAgreeWithChronoAndBadWeeksAreRefused) {
   for (int y = 1583; y <= 19999; ++y) {
     const long jan4 = day_of(y, 1, 4);
     const long start = jan4 - static_cast<long>(oracle::weekday_of(jan4));
@@ -203,6 +196,9 @@ TEST(Ziddywds, WeekYearsAgreeWithChrono) {
     ASSERT_FALSE(esf::is_missing(ziddywds(y, 53, 1))) << y;
     ASSERT_EQ(esf::is_missing(ziddywds(y, 53, 2)), !long_year) << y;
   }
+  // Days and weeks outside the calendar are refused.
+  const struct { int week, day; } bad[] = {{0, 1}, {1, 8}, {1, 0}, {54, 1}, {-1, 3}};
+  for (const auto& c : bad) EXPECT_TRUE(esf::is_missing(ziddywds(2000, c.week, c.day))) << c.week << "/" << c.day;
 }
 
 // ---- zidywdds ---------------------------------------------------------------------------

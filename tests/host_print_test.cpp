@@ -1,5 +1,6 @@
-// The host's print service: format directives and print lines. (Status
-// reports and debug lines are read back by the custom and interval tests.)
+// The host's print service: format directives. (Print lines are read back by
+// the command line's tests, status reports and debug lines by the custom and
+// interval tests.)
 #include <bit>
 #include <cstdint>
 #include <functional>
@@ -52,15 +53,6 @@ TEST_F(HostPrint, DirectivesOfTheFormatString) {
     SCOPED_TRACE(c.what);
     EXPECT_EQ(format(c.call), c.want);
   }
-}
-
-TEST_F(HostPrint, LinesEndWithXpsoutOrNewLineDirectives) {
-  xps("Iter ");
-  xps("%4i", 3);
-  EXPECT_EQ(esf::host::take_printed(), "");  // the line is still open
-  xpsout(" done");
-  xpsout("%n two%nthree");
-  EXPECT_EQ(esf::host::take_printed(), "Iter    3 done\n\n two\nthree\n");
 }
 
 }  // namespace

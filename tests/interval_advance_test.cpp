@@ -116,9 +116,7 @@ TEST(AlignBuiltIn, BeginMiddleEndAndSamePlace) {
       {"YEARV", d(2004, 12, 29), 1, d(2006, 1, 1), "S"},   // week 53 has no place in ISO 2005
       {"OBS3", 7, 1, 10, "S"},
   });
-}
-
-TEST(AlignBuiltIn, SubIntervalRecordIsBuiltOnceAndThenUsed) {
+  // The record of the sub-interval "S" uses is built once, then used.
   INTERVAL year = oracle::interval("YEAR");
   tchar same[] = "S";
   INTERVAL cleared{};
@@ -132,7 +130,7 @@ TEST(AlignBuiltIn, SubIntervalRecordIsBuiltOnceAndThenUsed) {
 
 // ---- zintshft -------------------------------------------------------------------------------
 
-TEST(SubInterval, NextFinerIntervals) {
+TEST(SubInterval, NextFinerIntervalsOrAClearedRecord) {
   const struct {
     const char* name;
     const char* sub;
@@ -151,9 +149,7 @@ TEST(SubInterval, NextFinerIntervals) {
     EXPECT_EQ(sub.intper, 1) << c.name;
     EXPECT_EQ(sub.shiftper, 0) << c.name;
   }
-}
-
-TEST(SubInterval, CodesWithoutOneClearTheRecord) {
+  // Codes without a finer interval clear the record.
   for (const int code : {28, 38, 21, 66}) {
     INTERVAL iv = oracle::interval("MONTH");
     iv.intcode = static_cast<char>(code);

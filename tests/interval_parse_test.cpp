@@ -155,7 +155,16 @@ TEST(Zinti2s, PrintsTheCanonicalForm) {
   }
 }
 
-TEST(Zinti2s, BufferMustHoldTheTextAndItsTerminator) {
+INTERVAL record(char units, int intcode, int intper, int shiftper) {
+  INTERVAL iv{};
+  iv.units = units;
+  iv.intcode = static_cast<char>(intcode);
+  iv.intper = intper;
+  iv.shiftper = shiftper;
+  return iv;
+}
+
+TEST(Zinti2s, BuffersAndRecordsThatNoNameGives) {
   Parsed p = parse("MONTH3.2");
   char text[16];
   int len = 9;  // 8 characters and the NUL
@@ -169,19 +178,8 @@ TEST(Zinti2s, BufferMustHoldTheTextAndItsTerminator) {
   len = sizeof(text);
   EXPECT_EQ(zinti2s(nullptr, &len, &p.iv), 1001);
   EXPECT_EQ(zinti2s(text, &len, nullptr), 1001);
-}
-
-INTERVAL record(char units, int intcode, int intper, int shiftper) {
-  INTERVAL iv{};
-  iv.units = units;
-  iv.intcode = static_cast<char>(intcode);
-  iv.intper = intper;
-  iv.shiftper = shiftper;
-  return iv;
-}
-
-TEST(Zinti2s, RecordsThatNoNameGivesStillPrint) {
-  // The longest text: longer than any name the parser takes.
+  // Records that no name gives still print, the longest longer than any
+  // name the parser takes.
   const INTERVAL longest = record('s', kIntSemimonth, 2147483647, 2147483646);
   EXPECT_EQ(text_of(longest), "DTSEMIMONTH2147483647.2147483647");
   EXPECT_EQ(parse(text_of(longest)).rc, 101);

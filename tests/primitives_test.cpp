@@ -45,7 +45,7 @@ TEST(MissingValues, SkMissValSelectsByCharacter) {
   }
 }
 
-TEST(MissingValues, WzmisIsABitTestNotANanTest) {
+TEST(MissingValues, WzmisAndSkMissArrayTestBitsNotNans) {
   struct Case {
     std::uint64_t pattern;
     int missing;
@@ -63,9 +63,7 @@ TEST(MissingValues, WzmisIsABitTestNotANanTest) {
     EXPECT_EQ(esf::is_missing(std::bit_cast<double>(c.pattern)) ? 1 : 0, c.missing) << std::hex << c.pattern;
   }
   EXPECT_EQ(esf::missing_kind(std::bit_cast<double>(0xFFFF000000000000ULL)), -1);  // no such kind byte
-}
-
-TEST(MissingValues, SkMissArrayLooksAtLenValuesOnly) {
+  // skMissArray looks at len values only.
   std::vector<double> v = {1.0, std::numeric_limits<double>::quiet_NaN(), -0.0, skMissVal('Q')};
   EXPECT_EQ(skMissArray(v.data(), 4), 1);
   EXPECT_EQ(skMissArray(v.data(), 3), 0);
@@ -252,13 +250,7 @@ TEST(SkMemory, NotSetCompareAndScan) {
   EXPECT_EQ(skMemNScan("  ", 2, ' '), kNone);
 }
 
-TEST(SkMemory, PlainCopyIsForwardByteByByte) {
-  char buf[8] = "abcdefg";
-  skMemCpy(buf, buf + 1, 5);  // overlapping: the first byte repeats
-  EXPECT_STREQ(buf, "aaaaaag");
-}
-
-TEST(SkMemory, SafeCopyMatchesANonOverlappingMove) {
+TEST(SkMemory, SafeCopyMatchesAMoveAndPlainCopyRunsForward) {
   // Every length up to 24 and every shift of the target, which covers both
   // overlap cases (offset >= overlap and offset < overlap), among them the
   // moves of 10 bytes by 3 and by 7.
@@ -273,6 +265,10 @@ TEST(SkMemory, SafeCopyMatchesANonOverlappingMove) {
       ASSERT_EQ(std::memcmp(buf, expected, sizeof buf), 0) << "len " << len << " shift " << shift;
     }
   }
+  // The plain copy runs forward byte by byte: an overlap repeats the first byte.
+  char buf[8] = "abcdefg";
+  skMemCpy(buf, buf + 1, 5);  // overlapping: the first byte repeats
+  EXPECT_STREQ(buf, "aaaaaag");
 }
 
 // A pool that hands out one block, or nothing once told to fail.
