@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "intervals/calendar_arith.h"
+#include "intervals/date_runs.h"
 #include "intervals/interval.h"
 #include "module/host_api.h"
 #include "primitives/primitives.h"
@@ -182,7 +183,64 @@ double timenx(const INTERVAL& iv, double x, double n) {
   return calendar::with_custom_record(iv, [&](INTERVALX* ix) { return customINTNX(ix, x, n); });
 }
 
+// The results of one advance for the counts first .. first + count - 1:
+// start(base + step * n), a day of the range or missing. `base` and `step`
+// are the first index of the period that holds x and the indices of a
+// period, so that base + step * n is period_advance(..., n) exactly.
+template <class Start>
+[[gnu::always_inline]] inline void fill_run(calendar::IndexNumber base, std::int64_t step, std::int64_t first,
+                                            long count, Start start, double* out) {
+  for (long k = 0; k < count; ++k) {
+    const DayNumber r = start(base + step * (first + k));
+    out[k] = r < kMinDate || r > kMaxDate ? esf::kMissing : static_cast<double>(r);
+  }
+}
+
 }  // namespace
+
+bool calendar::advance_run(const INTERVAL& iv, double x, long first, long count, double* out) noexcept {
+  const int code = iv.intcode;
+  const double day = x + 1e-12;
+  // The counts stay small enough for the plain arithmetic of the entry.
+  constexpr long kSmall = 1L << 24;
+  if (code < kIntFirstDate || code > kIntYearv || iv.units != kUnitsDate || !(day >= kMinDate) ||
+      !(day < kMaxDate + 1.0) || first < 0 || count < 0 || count > kSmall - first) {
+    return false;
+  }
+  if (count == 0) return true;
+  const DayNumber date = calendar::floor_to_int(day);
+  const std::int64_t last = first + count - 1;
+  const std::int64_t f = calendar::interval_multiplier(iv);
+  std::int64_t s = iv.shiftper;
+  if (code == kIntYearv || code == kIntWeekday) return false;
+  if (code < kIntMonthFamily) {
+    std::int64_t days = f;
+    if (code == kIntWeek || code == kIntWeekv) {
+      s -= code == kIntWeek ? 5 : 4;
+      days *= 7;
+    }
+    if (!calendar::advance_within_limit(first, days) || !calendar::advance_within_limit(last, days)) return false;
+    const calendar::Period p = calendar::make_period(days, s);
+    fill_run(
+        calendar::period_advance(p, date, 0), p.f, first, count, [](DayNumber d) { return d; }, out);
+    return true;
+  }
+  return calendar::with_calendar_code(
+      code, [&](auto c) __attribute__((always_inline))->bool {
+        constexpr calendar::CalendarKind kind = calendar::calendar_kind(decltype(c)::value);
+        if constexpr (!kind.valid) {
+          return false;
+        } else {
+          if (f >= (1 << 20)) return false;
+          const calendar::Period p = calendar::make_period(kind.factor * f, s);
+          const calendar::IndexNumber base = calendar::period_advance(p, calendar::calendar_index(kind, date), 0);
+          fill_run(
+              base, p.f, first, count, [&](calendar::IndexNumber j) { return calendar::calendar_index_start(kind, j); },
+              out);
+          return true;
+        }
+      });
+}
 
 extern "C" double zintnx2(struct INTERVAL* istr, double x, double n) {
   if (istr == nullptr) return esf::kMissing;

@@ -8,6 +8,7 @@
 
 #include "host/host_dates.h"
 #include "intervals/calendar_arith.h"
+#include "intervals/date_runs.h"
 #include "intervals/interval.h"
 #include "primitives/primitives.h"
 
@@ -125,4 +126,27 @@ extern "C" double zintnx3(struct INTERVAL* istr, double inptDate, double n, tcha
     default:
       return begin;
   }
+}
+
+void calendar::aligned_run(INTERVAL* iv, double x, long first, long count, tchar* align, double* out) noexcept {
+  const char alignment = align != nullptr ? align[0] : 'B';
+  if (iv != nullptr && count > 0 && alignment != 'S' && advance_run(*iv, x, first, count, out)) {
+    if (alignment != 'E' && alignment != 'M') return;
+    // The begin of the interval after the last, then each end or middle
+    // from its begin and the next one, in place.
+    double after = 0.0;
+    if (advance_run(*iv, x, first + count, 1, &after)) {
+      for (long k = 0; k < count; ++k) {
+        const double begin = out[k];
+        const double next = k + 1 < count ? out[k + 1] : after;
+        if (alignment == 'E') {
+          out[k] = esf::is_missing(next) ? next : next - 1.0;
+        } else if (!esf::is_missing(begin)) {
+          out[k] = esf::is_missing(next) ? next : std::floor((next + begin - 1.0) * 0.5);
+        }
+      }
+      return;
+    }
+  }
+  for (long k = 0; k < count; ++k) out[k] = zintnx3(iv, x, static_cast<double>(first + k), align, nullptr);
 }

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <iterator>
 #include <string_view>
 
 #include <fmt/format.h>
 
 #include "host/host.h"
+#include "runner/row_memo.h"
 
 namespace esf::runner {
 
@@ -163,6 +165,14 @@ std::string table_csv(const SeriesOutcome& o, const std::vector<int>& map, int l
   const std::size_t room =
       key.size() + map.size() * (host::kMaxTableFieldChars + 1) + kForecast.size() + 24;  // the lead and the line end
   const std::size_t first = future_only ? first_forecast : 0;
+  // A value the same to the bit as the one above it in its column (a
+  // constant STD over the history, a trend over the forecasts) copies that
+  // one's text instead of writing it again.
+  struct Above {
+    std::uint64_t bits = 0;
+    std::size_t at = 0, size = 0;  // where its text lies in `out`; size 0 for none
+  };
+  std::vector<Above> above(map.size());
   std::string out;
   out.reserve((rows - std::min(first, rows)) * room);
   for (std::size_t i = first; i < rows; ++i) {
@@ -173,7 +183,19 @@ std::string table_csv(const SeriesOutcome& o, const std::vector<int>& map, int l
     for (std::size_t j = 0; j < map.size(); ++j) {
       if (j > 0) *p++ = ',';
       if (data[j] == nullptr) continue;
-      p = map[j] == 0 ? time_field(p, data[j][i], i, t.units) : host::write_table_field(p, data[j][i], map[j], form);
+      if (map[j] == 0) {
+        p = time_field(p, data[j][i], i, t.units);
+        continue;
+      }
+      Above& a = above[j];
+      const std::uint64_t bits = key_bits(data[j][i]);
+      if (a.size > 0 && a.bits == bits) {
+        p = std::copy_n(out.data() + a.at, a.size, p);
+        continue;
+      }
+      char* const field = p;
+      p = host::write_table_field(p, data[j][i], map[j], form);
+      a = {bits, static_cast<std::size_t>(field - out.data()), static_cast<std::size_t>(p - field)};
     }
     if (i >= first_forecast) {
       p = std::copy(kForecast.begin(), kForecast.end(), p);

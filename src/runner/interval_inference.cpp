@@ -149,15 +149,20 @@ Inferred infer_interval(Loader& loader, const CsvSeries& series, TimeUnits units
 
 std::string placement_remark(Loader& loader, const CsvSeries& series, TimeUnits units, INTERVAL interval) {
   Routines fn(loader);
-  const CsvRow* off = nullptr;
-  CalendarMemo& memo = CalendarMemo::rows_of(interval, CalendarMemo::kBegins);
-  for (const CsvRow& r : series.rows) {
-    if (memo.answer(CalendarMemo::kBegins, r.time, 0.0, [&] { return fn.zintnx2(&interval, r.time, 0.0); }) != r.time) {
-      off = &r;
-      break;
+  const std::size_t first_off = PlacementMemo::of(interval, series).first_off([&] {
+    CalendarMemo& memo = CalendarMemo::rows_of(interval, CalendarMemo::kBegins);
+    std::size_t i = 0;
+    for (const CsvRow& r : series.rows) {
+      if (memo.answer(CalendarMemo::kBegins, r.time, 0.0, [&] { return fn.zintnx2(&interval, r.time, 0.0); }) !=
+          r.time) {
+        break;
+      }
+      ++i;
     }
-  }
-  if (off == nullptr) return {};
+    return i;
+  });
+  if (first_off == series.rows.size()) return {};
+  const CsvRow* off = &series.rows[first_off];
   const Inferred fit = infer(fn, in_order(series), units, series);
   std::string text = fmt::format(
       "{}: line {}, column {}: {} does not begin a period of {}; each row is placed in the period that holds it",
@@ -168,14 +173,47 @@ std::string placement_remark(Loader& loader, const CsvSeries& series, TimeUnits 
   return text;
 }
 
+namespace {
+
+bool same_interval(const INTERVAL& m, const INTERVAL& iv) {
+  return m.units == iv.units && m.intcode == iv.intcode && m.intper == iv.intper && m.shiftper == iv.shiftper &&
+         m.nweekday == iv.nweekday && std::equal(std::begin(m.weekend), std::end(m.weekend), std::begin(iv.weekend)) &&
+         m.tokenlen == iv.tokenlen && std::equal(m.token, m.token + m.tokenlen, iv.token);
+}
+
+}  // namespace
+
+PlacementMemo& PlacementMemo::of(const INTERVAL& iv, const CsvSeries& series) {
+  thread_local PlacementMemo memo;
+  memo.on_ = iv.intcode != kIntCustom;
+  const std::vector<CsvRow>& rows = series.rows;
+  const bool same = same_interval(memo.interval_, iv) && memo.times_.size() == rows.size() &&
+                    std::equal(rows.begin(), rows.end(), memo.times_.begin(),
+                               [](const CsvRow& r, std::uint64_t t) { return key_bits(r.time) == t; });
+  if (!same) {
+    memo.interval_ = iv;
+    memo.times_.clear();
+    for (const CsvRow& r : rows) memo.times_.push_back(key_bits(r.time));
+    memo.placed_ = false;
+    memo.off_known_ = false;
+  }
+  return memo;
+}
+
+PlacedSeries PlacementMemo::place(const CsvSeries& series, const Calendar& calendar) {
+  if (on_ && placed_) return place_in_periods(series, stdate_, periods_, count_);
+  PlacedSeries placed = place_series(series, calendar, on_ ? &periods_ : nullptr);
+  if (on_) {
+    stdate_ = placed.stdate;
+    count_ = placed.values.size();
+    placed_ = true;
+  }
+  return placed;
+}
+
 CalendarMemo& CalendarMemo::rows_of(const INTERVAL& iv, Question q) {
   thread_local CalendarMemo memo;
-  const INTERVAL& m = memo.interval_;
-  const bool same_interval = m.units == iv.units && m.intcode == iv.intcode && m.intper == iv.intper &&
-                             m.shiftper == iv.shiftper && m.nweekday == iv.nweekday &&
-                             std::equal(std::begin(m.weekend), std::end(m.weekend), std::begin(iv.weekend)) &&
-                             m.tokenlen == iv.tokenlen && std::equal(m.token, m.token + m.tokenlen, iv.token);
-  if (!same_interval) {
+  if (!same_interval(memo.interval_, iv)) {
     memo.interval_ = iv;
     for (auto& a : memo.answers_) a.clear();
   }

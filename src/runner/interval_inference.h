@@ -71,4 +71,40 @@ class CalendarMemo {
   std::array<std::size_t, kNumQuestions> next_{};
 };
 
+// What placing the last series on this thread found, for the next series
+// with the same time IDs on the same interval (most series of a batch): the
+// period of every row, and the first row that does not begin its period.
+// Built-in intervals only, as CalendarMemo.
+class PlacementMemo {
+ public:
+  // The calling thread's memo for `series` on `iv`: what was found for the
+  // last series when its time IDs were the same, else nothing yet.
+  static PlacementMemo& of(const INTERVAL& iv, const CsvSeries& series);
+  // `series` placed by place_series through `calendar`, or in the periods
+  // the last series' rows took.
+  PlacedSeries place(const CsvSeries& series, const Calendar& calendar);
+  // The index of the first row that does not begin its period (the count
+  // of rows when every one does): find()'s answer, or the one remembered.
+  template <class Find>
+  std::size_t first_off(Find find) {
+    if (!on_) return find();
+    if (!off_known_) {
+      first_off_ = find();
+      off_known_ = true;
+    }
+    return first_off_;
+  }
+
+ private:
+  INTERVAL interval_{};
+  bool on_ = false;
+  std::vector<std::uint64_t> times_;  // the time IDs' bits
+  bool placed_ = false;
+  double stdate_ = 0.0;
+  std::vector<std::uint32_t> periods_;  // of each row
+  std::size_t count_ = 0;               // periods of the series
+  bool off_known_ = false;
+  std::size_t first_off_ = 0;
+};
+
 }  // namespace esf::runner

@@ -41,11 +41,11 @@ std::string trim(std::string s) {
 // Splits one CSV line. Fields may be quoted with double quotes; a doubled
 // quote inside a quoted field stands for one. Returns false on an
 // unterminated quote.
-bool split_fields(const std::string& line, std::vector<std::string>* fields) {
+bool split_fields(std::string_view line, std::vector<std::string>* fields) {
   if (line.find('"') == std::string::npos) {
     // No quotes: the fields lie between the commas.  The strings already in
     // *fields are reused, so that a row of short fields allocates nothing.
-    const std::string_view text(line);
+    const std::string_view text = line;
     std::size_t n = 0;
     for (std::size_t start = 0;; ++n) {
       const std::size_t comma = text.find(',', start);
@@ -99,7 +99,7 @@ std::string where(const std::string& path, long line, const std::string& column)
 
 }  // namespace
 
-bool split_csv_line(const std::string& line, std::vector<std::string>* fields) { return split_fields(line, fields); }
+bool split_csv_line(std::string_view line, std::vector<std::string>* fields) { return split_fields(line, fields); }
 
 TimeUnits time_units_of(char units) {
   switch (units) {
@@ -263,22 +263,23 @@ CsvSeries read_series_csv(std::istream& in, const std::string& path, const std::
   return series;
 }
 
-PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
-  PlacedSeries placed;
+PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar, std::vector<std::uint32_t>* periods) {
   const CsvRow* earliest = &series.rows.front();
   for (const CsvRow& row : series.rows) {
     if (row.time < earliest->time) earliest = &row;
   }
-  placed.stdate = calendar.period_start(earliest->time);
-  if (calendar.is_missing(placed.stdate)) {
+  const double stdate = calendar.period_start(earliest->time);
+  if (calendar.is_missing(stdate)) {
     throw CsvError(fmt::format("{}: the interval cannot place {}", where(series.path, earliest->line, series.id_column),
                                host::quote_input(earliest->id_text)));
   }
-  // The row of every period, from the first period.
+  // The row of every period, from the first period, and the period of every row.
   std::vector<const CsvRow*> by_period;
   by_period.reserve(series.rows.size());
+  std::vector<std::uint32_t> period_of_row;
+  period_of_row.reserve(series.rows.size());
   for (const CsvRow& row : series.rows) {
-    const double k = calendar.count(placed.stdate, row.time);
+    const double k = calendar.count(stdate, row.time);
     if (calendar.is_missing(k) || !std::isfinite(k) || k < 0) {
       throw CsvError(fmt::format("{}: the interval cannot place {}", where(series.path, row.line, series.id_column),
                                  host::quote_input(row.id_text)));
@@ -298,14 +299,23 @@ PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar) {
                                  host::quote_input(before->id_text), host::quote_input(row.id_text)));
     }
     by_period[index] = &row;
+    period_of_row.push_back(static_cast<std::uint32_t>(index));
   }
-  placed.values.assign(by_period.size(), std::numeric_limits<double>::quiet_NaN());
-  placed.lines.assign(by_period.size(), 0);
-  for (std::size_t index = 0; index < by_period.size(); ++index) {
-    const CsvRow* row = by_period[index];
-    if (row == nullptr) continue;
-    if (!row->missing) placed.values[index] = row->value;
-    placed.lines[index] = row->line;
+  PlacedSeries placed = place_in_periods(series, stdate, period_of_row, by_period.size());
+  if (periods != nullptr) *periods = std::move(period_of_row);
+  return placed;
+}
+
+PlacedSeries place_in_periods(const CsvSeries& series, double stdate, std::span<const std::uint32_t> periods,
+                              std::size_t count) {
+  PlacedSeries placed;
+  placed.stdate = stdate;
+  placed.values.assign(count, std::numeric_limits<double>::quiet_NaN());
+  placed.lines.assign(count, 0);
+  for (std::size_t i = 0; i < series.rows.size(); ++i) {
+    const CsvRow& row = series.rows[i];
+    if (!row.missing) placed.values[periods[i]] = row.value;
+    placed.lines[periods[i]] = row.line;
   }
   return placed;
 }

@@ -7,8 +7,10 @@
 // ".", NA or NaN is a missing value. Every error names the file, the line and the column.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <istream>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -59,7 +61,7 @@ struct CsvSeries {
 
 // Splits one CSV line into trimmed fields; fields may be quoted with double
 // quotes, a doubled quote standing for one.  False on an unterminated quote.
-bool split_csv_line(const std::string& line, std::vector<std::string>* fields);
+bool split_csv_line(std::string_view line, std::vector<std::string>* fields);
 
 // Reads one row's time ID and value as `units` say.  Throws CsvError naming
 // the file, the line and the column.
@@ -100,7 +102,13 @@ inline constexpr long kMaxSeriesPeriods = 10'000'000;
 // calendar cannot place a date, naming both lines when two rows fall in one
 // period, and naming the first and the last row when the series spans more
 // than kMaxSeriesPeriods periods.
-PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar);
+// *periods, when given, gets the period of each row.
+PlacedSeries place_series(const CsvSeries& series, const Calendar& calendar,
+                          std::vector<std::uint32_t>* periods = nullptr);
+// The series placed as place_series placed it, from the period of each row
+// that it found and the periods' count: for series of the same time IDs.
+PlacedSeries place_in_periods(const CsvSeries& series, double stdate, std::span<const std::uint32_t> periods,
+                              std::size_t count);
 
 // Text of a time value: an ISO date, an ISO datetime, or a number.
 std::string format_time(double t, TimeUnits units);

@@ -21,6 +21,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "intervals/date_runs.h"
 #include "intervals/interval.h"
 #include "module/host_api.h"
 #include "module/win_model.h"
@@ -50,6 +51,7 @@ inline constexpr int kLabelBytes = 256;
 inline constexpr int kMaxTableVars = 10;       // Winters: time ID + 9 doubles
 inline constexpr double kWeightLimit = 100.0;  // a forecast weight beyond +-this is unusable
 inline constexpr int kPoolNumbers = 0x2004;    // pool flag word for arrays of numbers
+inline constexpr long kDateRun = 256;          // row dates computed together
 
 // The state variable of a kernel's column.
 constexpr OutputColumn output_column(pass::Column column) {
@@ -225,15 +227,21 @@ inline int write_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel*
   if (rc < 0) return abandon(rc);
   if (rc > 0) xprrlog(0, rc);
 
-  // 8. Rows, dated from the first date of the fit range.
+  // 8. Rows, dated from the first date of the fit range: row t takes
+  // zintnx3(intv, stdate, t, align, 0), computed for a run of rows at once.
   const double* row = out->strptr;
-  for (long t = 0; t < nobs; ++t) {
-    buf[0] = zintnx3(intv, stdate, static_cast<double>(t), align, nullptr);
-    for (int j = 1; j < nvars; ++j) buf[j] = row[j - 1];
-    row += row_doubles;
-    xyvput(out->xvp, 0);
-    fileid->vector->add(&out->xoparm);
-    if (fileid->status != 0) xofprc(&out->xoparm, fileid->status, 4);
+  double dates[kDateRun];
+  for (long t0 = 0; t0 < nobs; t0 += kDateRun) {
+    const long run = nobs - t0 < kDateRun ? nobs - t0 : kDateRun;
+    calendar::aligned_run(intv, stdate, t0, run, align, dates);
+    for (long k = 0; k < run; ++k) {
+      buf[0] = dates[k];
+      for (int j = 1; j < nvars; ++j) buf[j] = row[j - 1];
+      row += row_doubles;
+      xyvput(out->xvp, 0);
+      fileid->vector->add(&out->xoparm);
+      if (fileid->status != 0) xofprc(&out->xoparm, fileid->status, 4);
+    }
   }
 
   // 9. End the transfer and keep the table.
