@@ -1,7 +1,7 @@
-// Double exponential smoothing: the kernel against Brown's two smoothed
-// series, the forecast variance against the moving-average weights and the
-// impulse response of the recursion, and the guards (the properties every
-// family shares are in family_test.cpp).
+// Double exponential smoothing: the forecast variance against the
+// moving-average weights and the impulse response of the recursion, and the
+// guards (the passes against Brown's two smoothed series and the properties
+// every family shares are in family_test.cpp).
 #include <cmath>
 #include <string>
 #include <vector>
@@ -19,43 +19,10 @@ using smooth_test::expect_rel;
 using smooth_test::is_miss;
 using smooth_test::kMiss;
 
-const char* const kExamples[] = {"AirPassengers.csv", "UKgas.csv", "USAccDeaths.csv"};
-
 class EsdKernel : public ::testing::Test {
  protected:
   void SetUp() override { smooth_test::connect_module(); }
 };
-
-TEST_F(EsdKernel, PredictionsAreBrownsDoubleSmoothing) {
-  // Brown's form: S1 = w x + (1 - w) S1, S2 = w S1 + (1 - w) S2, one-step
-  // prediction 2 S1 - S2 + w / (1 - w) (S1 - S2). The kernel's level is S1
-  // and its trend w / (1 - w) (S1 - S2).
-  for (const char* name : kExamples) {
-    std::vector<double> x = example_series(name);
-    const long n = static_cast<long>(x.size());
-    std::vector<char> mis(n, 0);
-    for (double w : {0.1, 0.45, 0.8}) {
-      SCOPED_TRACE(testing::Message() << name << " " << w);
-      const double l0 = x[0], t0 = 0.5 * (x[1] - x[0]);
-      double s1 = l0, s2 = l0 - t0 * (1.0 - w) / w;
-      double level = l0, trend = t0, mse = 0;
-      std::vector<double> rows(8 * n);
-      ASSERT_EQ(zesdprd(x.data(), mis.data(), 1e9, n, w, &level, &trend, 0, n - 1, 0, 1.0, 0.05, 1, &mse, rows.data()),
-                0);
-      double sse = 0;
-      for (long t = 0; t < n; ++t) {
-        const double pred = 2.0 * s1 - s2 + w / (1.0 - w) * (s1 - s2);
-        EXPECT_NEAR(rows[8 * t + 1], pred, 1e-11 * std::fabs(pred)) << t;
-        sse += (pred - x[t]) * (pred - x[t]);
-        s1 = w * x[t] + (1.0 - w) * s1;
-        s2 = w * s1 + (1.0 - w) * s2;
-        EXPECT_NEAR(rows[8 * t + 6], s1, 1e-11 * std::fabs(s1));
-      }
-      expect_rel(mse, sse / (n - 1), 1e-9, "mse divides by nobs - 1");
-      EXPECT_NEAR(trend, w / (1.0 - w) * (s1 - s2), 1e-9 * std::fabs(s1));
-    }
-  }
-}
 
 TEST_F(EsdKernel, ForecastRowsAndTheirVariance) {
   std::vector<double> x = example_series("USAccDeaths.csv");
