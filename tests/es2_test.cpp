@@ -17,7 +17,6 @@ namespace {
 using smooth_test::example_series;
 using smooth_test::expect_rel;
 using smooth_test::is_miss;
-using smooth_test::kMiss;
 using smooth_test::Model;
 
 // The standard closed form of the h-step variance factor of Holt's method:
@@ -75,24 +74,6 @@ TEST_F(Es2Kernel, StabilityRegion) {
   for (const Case& c : cases) {
     EXPECT_EQ(zes2stb(c.a, c.g) != 0, c.stable != 0) << c.a << " " << c.g;
   }
-}
-
-TEST_F(Es2Kernel, AMissingObservationMovesTheLevelByTheTrend) {
-  std::vector<double> x = {10, 12, kMiss, 16, 18};
-  std::vector<char> mis = {0, 0, 1, 0, 0};
-  double level = 18, trend = -2, mse = 0;
-  std::vector<double> rows(25);
-  ASSERT_EQ(zes2smo(x.data(), mis.data(), 100, 5, 0.5, 0.5, &level, &trend, &mse, nullptr, rows.data()), 0);
-  const double* before = &rows[5];
-  const double* gap = &rows[10];
-  EXPECT_TRUE(is_miss(gap[2]));
-  EXPECT_EQ(gap[3], before[3] + before[4]);  // level moves by the trend
-  EXPECT_EQ(gap[1], gap[3]);                 // the prediction is the new level
-  EXPECT_EQ(gap[4], before[4]);              // the trend stays
-  // Four errors enter the mean.
-  double sse = 0;
-  for (int t : {0, 1, 3, 4}) sse += rows[5 * t + 2] * rows[5 * t + 2];
-  EXPECT_DOUBLE_EQ(mse, sse / 4);
 }
 
 TEST_F(Es2Kernel, Guards) {

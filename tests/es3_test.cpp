@@ -119,26 +119,6 @@ TEST_F(Es3Kernel, StabilityTest) {
   }
 }
 
-TEST_F(Es3Kernel, MissingObservationsKeepMovingTheLevelByAShrinkingTrend) {
-  std::vector<double> x = {10, 12, kMiss, kMiss, 18, 20};
-  std::vector<char> mis = {0, 0, 1, 1, 0, 0};
-  const double phi = 0.8;
-  double level = 22, trend = -2, mse = 0;
-  std::vector<double> rows(5 * 6);
-  ASSERT_EQ(zes3smo(x.data(), mis.data(), 100, 6, 0.5, 0.5, phi, &level, &trend, &mse, nullptr, rows.data()), 0);
-  for (int t : {2, 3}) {
-    const double* prev = &rows[5 * (t - 1)];
-    const double* gap = &rows[5 * t];
-    EXPECT_TRUE(is_miss(gap[2]));
-    EXPECT_EQ(gap[4], phi * prev[4]);
-    EXPECT_EQ(gap[3], prev[3] + gap[4]);
-    EXPECT_EQ(gap[1], gap[3]);
-  }
-  double sse = 0;
-  for (int t : {0, 1, 4, 5}) sse += rows[5 * t + 2] * rows[5 * t + 2];
-  EXPECT_DOUBLE_EQ(mse, sse / 4);
-}
-
 // The exported standard errors need four observations.
 TEST_F(Es3Kernel, StandardErrorsNeedFourObservations) {
   double diag[3] = {1, 1, 1}, parms[3] = {0.1, 0.2, 0.9}, se[3], tv[3];

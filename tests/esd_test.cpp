@@ -17,7 +17,6 @@ namespace {
 using smooth_test::example_series;
 using smooth_test::expect_rel;
 using smooth_test::is_miss;
-using smooth_test::kMiss;
 
 class EsdKernel : public ::testing::Test {
  protected:
@@ -75,21 +74,6 @@ TEST_F(EsdKernel, PsiWeightsAreTheImpulseResponseOfTheForecasts) {
   for (long k = 1; k <= lead; ++k) {
     EXPECT_NEAR(moved[8 * (n + k - 1) + 1] - base[8 * (n + k - 1) + 1], psi[k] * d, 1e-9) << k;
   }
-}
-
-TEST_F(EsdKernel, AMissingObservationAddsTheTrendNotTheTrendOverTheWeight) {
-  std::vector<double> x = {10, 11, kMiss, 14, 15};
-  std::vector<char> mis = {0, 0, 1, 0, 0};
-  const double w = 0.25;
-  double level = 20, trend = -1, mse = 0;
-  std::vector<double> rows(5 * 5);
-  ASSERT_EQ(zesdsmo(x.data(), mis.data(), 100, 5, w, &level, &trend, &mse, nullptr, rows.data()), 0);
-  const double* before = &rows[5];
-  const double* gap = &rows[10];
-  EXPECT_TRUE(is_miss(gap[2]));
-  EXPECT_EQ(gap[1], before[3] + before[4] / w);  // prediction from the level before
-  EXPECT_EQ(gap[3], before[3] + before[4]);      // the level moves by the trend
-  EXPECT_EQ(gap[4], before[4]);
 }
 
 TEST_F(EsdKernel, AWeightOfZeroCannotBeEvaluated) {
