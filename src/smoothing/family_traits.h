@@ -118,6 +118,12 @@ struct LevelTrendStep {
   template <class Guards = CheckedGuards>
   [[gnu::always_inline]] int step(State& s, long, double value, double* wder,
                                   Guards&& guards = Guards{}) const noexcept {
+#if defined(__x86_64__)
+    // The derivatives of the level go into the step as scalars: left to
+    // itself, the compiler carries them from step to step in the pairs it
+    // builds for the cross products, a shuffle more on the recursion's path.
+    for (int i = 0; i < P; ++i) asm("" : "+x"(s.derlev[i]));
+#endif
     const double llevel = s.level;
     const double ltrend = s.trend;
     double xhat = 0.0;
