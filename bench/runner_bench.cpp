@@ -26,19 +26,20 @@
 // module's, in percent of the module's.
 //
 // Run on the project's 2-core machine shared with other builds and test runs
-// (load average 9 to 13), Release, 2026-11-24, medians of 5 repetitions;
+// (load average 11 to 13), Release, 2026-11-24, medians of 5 repetitions;
 // wall figures say more about the load than about the runner, CPU figures
 // less so:
-//   BM_Memory winters, 1 thread: cpu_us 129 (7,750 series per second of one
-//     core's CPU), module_us 117, overhead_pct 10.6
-//   BM_Memory winters, 2 threads: cpu_us 132, overhead_pct 12 (about the
+//   BM_Memory winters, 1 thread: cpu_us 122 (8,180 series per second of one
+//     core's CPU), module_us 113, overhead_pct 8.0
+//   BM_Memory winters, 2 threads: cpu_us 125, overhead_pct 9.0 (about the
 //     CPU per series of one thread: little is lost to contention)
-//   BM_Forecast winters, 1 thread: cpu_us 182 (5,500 series per second of
-//     one core), module_us 118, write_us 36, read_us 6; overhead_pct 54
-//   BM_Forecast winters, 2 threads: cpu_us 195 (the reading thread besides
-//     the two that run series)
-//   BM_M3Sizes: 0.85 s of CPU on 1 thread (2.5 s wall), overhead_pct 54
-//     (each candidate family's lists and measures, short series)
+//   BM_Forecast winters, 1 thread: cpu_us 174 (5,750 series per second of
+//     one core), module_us 114, write_us 35, read_us 6; overhead_pct 53
+//   BM_Forecast winters, 2 threads: cpu_us 178 (the reading thread besides
+//     the two that run series; it refills the queue a run of series at a time)
+//   BM_M3Sizes: 0.82 s of CPU on 1 thread (2.6 s wall), overhead_pct 51
+//     (each candidate family's lists and measures, short series, and each
+//     series' interval found from its time IDs: read_us 22)
 // The wall rates of 1 and 2 threads cannot be compared on a loaded machine.
 // Rerun on an idle machine before comparing them with a target.
 #include <time.h>

@@ -108,9 +108,7 @@ TEST(HostDates, TriplesThatNameNoDateAreMissing) {
 }
 
 TEST(HostDates, UnsplittableDatesFail) {
-  int m = 7;
-  int d = 7;
-  int y = 7;
+  int m = 7, d = 7, y = 7;
   for (const double bad : {esf::kMissing, esf::missing_letter('I'), 1e300, -1e300, std::nan("")}) {
     EXPECT_NE(zidmdyd(&m, &d, &y, bad), 0);
     EXPECT_EQ(m, 0);
@@ -136,9 +134,7 @@ TEST(HostDates, WholeRangeAgreesWithChrono) {
   EXPECT_EQ(ziddmdy(12, 26, 20000), static_cast<double>(kMaxDate));
   for (long x = oracle::kFirstDay; x <= oracle::kLastDay; ++x) {
     const auto ymd = oracle::ymd_of(x);
-    int m = 0;
-    int d = 0;
-    int y = 0;
+    int m = 0, d = 0, y = 0;
     ASSERT_EQ(zidmdyd(&m, &d, &y, static_cast<double>(x) + ((x & 1) != 0 ? 0.75 : 0.0)), 0);
     ASSERT_EQ(y, static_cast<int>(ymd.year())) << x;
     ASSERT_EQ(static_cast<unsigned>(m), static_cast<unsigned>(ymd.month())) << x;
@@ -159,7 +155,7 @@ TEST(HostDates, WholeRangeAgreesWithChrono) {
 
 // "U" counts weeks from the year's first Sunday and "W" from its first
 // Monday, as a real quotient; the whole part is the strftime %U and %W.
-TEST(Zidywdd, SundayAndMondayWeeks) {
+TEST(Zidywdd, SundayMondayAndOtherWeeks) {
   oracle::Dates dates(7);
   for (int i = 0; i < 20000; ++i) {
     const long x = dates.any();
@@ -174,9 +170,7 @@ TEST(Zidywdd, SundayAndMondayWeeks) {
     EXPECT_EQ(std::floor(w.week), static_cast<double>((yday + 7 - (wday + 6) % 7) / 7)) << oracle::date_text(x);
     EXPECT_EQ(w.day, wday == 0 ? 7.0 : static_cast<double>(wday));
   }
-}
-
-TEST(Zidywdd, OtherConventionGivesTheCalendarYearAndAShiftedDay) {
+  // Another convention gives the calendar year and a shifted day.
   const long x = day_of(2001, 1, 3);  // the third day of the year
   const YearWeekDay r = ywd(static_cast<double>(x), kFmtX);
   EXPECT_EQ(r.year, 2001.0);
@@ -186,15 +180,10 @@ TEST(Zidywdd, OtherConventionGivesTheCalendarYearAndAShiftedDay) {
 
 // ---- ziddywds ---------------------------------------------------------------
 
-TEST(Ziddywds, RefusesDaysAndWeeksOutsideTheCalendar) {
-  const struct { int week, day; } bad[] = {{0, 1}, {1, 8}, {1, 0}, {54, 1}, {-1, 3}};
-  for (const auto& c : bad) EXPECT_TRUE(esf::is_missing(ziddywds(2000, c.week, c.day))) << c.week << "/" << c.day;
-}
-
 // Week 1 is the Sunday-to-Saturday week that holds 4 January; week 53
 // exists only in a year whose next week-year opens 371 days later, and
 // its first day passes even when it equals that opening.
-TEST(Ziddywds, WeekYearsAgreeWithChrono) {
+TEST(Ziddywds, WeekYearsAgreeWithChronoAndBadWeeksAreRefused) {
   for (int y = 1583; y <= 19999; ++y) {
     const long jan4 = day_of(y, 1, 4);
     const long start = jan4 - static_cast<long>(oracle::weekday_of(jan4));
@@ -207,6 +196,9 @@ TEST(Ziddywds, WeekYearsAgreeWithChrono) {
     ASSERT_FALSE(esf::is_missing(ziddywds(y, 53, 1))) << y;
     ASSERT_EQ(esf::is_missing(ziddywds(y, 53, 2)), !long_year) << y;
   }
+  // Days and weeks outside the calendar are refused.
+  const struct { int week, day; } bad[] = {{0, 1}, {1, 8}, {1, 0}, {54, 1}, {-1, 3}};
+  for (const auto& c : bad) EXPECT_TRUE(esf::is_missing(ziddywds(2000, c.week, c.day))) << c.week << "/" << c.day;
 }
 
 // ---- zidywdds ---------------------------------------------------------------------------
@@ -226,9 +218,7 @@ TEST(Zidywdds, LeapWeekRules) {
       {2005, 1, 1, 1, 2005, 1, 7},   {2005, 1, 2, 1, 2005, 1, 1},
   };
   for (const WeekYearCase& c : cases) {
-    double year = 0;
-    double week = 0;
-    double day = 0;
+    double year = 0, week = 0, day = 0;
     EXPECT_EQ(zidywdds(static_cast<double>(day_of(c.y, c.m, c.d)), c.leap_index, &year, &week, &day), 0);
     EXPECT_EQ(year, c.year) << c.y << "-" << c.m << "-" << c.d << " leap " << c.leap_index;
     EXPECT_EQ(week, c.week) << c.y << "-" << c.m << "-" << c.d << " leap " << c.leap_index;
@@ -240,9 +230,7 @@ TEST(Zidywdds, AgreesWithTheWeekYearOpenings) {
   oracle::Dates dates(4);
   for (int i = 0; i < 20000; ++i) {
     const long x = dates.inner(800);
-    double year = 0;
-    double week = 0;
-    double day = 0;
+    double year = 0, week = 0, day = 0;
     zidywdds(static_cast<double>(x), 53, &year, &week, &day);
     const double start = ziddywds(static_cast<int>(year), 1, 1);
     EXPECT_LE(start, x);
@@ -250,12 +238,8 @@ TEST(Zidywdds, AgreesWithTheWeekYearOpenings) {
     EXPECT_EQ(week, std::floor((x - start) / 7.0) + 1) << oracle::date_text(x);
     EXPECT_EQ(day, oracle::weekday_of(x) + 1.0);
   }
-}
-
-TEST(Zidywdds, MissingDateGivesMissingResults) {
-  double year = 0;
-  double week = 0;
-  double day = 0;
+  // A missing date gives missing results.
+  double year = 0, week = 0, day = 0;
   EXPECT_EQ(zidywdds(esf::kMissing, 1, &year, &week, &day), 0);
   EXPECT_TRUE(esf::is_missing(year) && esf::is_missing(week) && esf::is_missing(day));
 }
@@ -265,9 +249,7 @@ TEST(Zidywdds, MissingDateGivesMissingResults) {
 // Retail dates are checked against ISO weeks below; format 0 is the civil
 // calendar, and other formats and missing dates are refused.
 TEST(Zidmdydf, CivilFormatAndRefusals) {
-  int m = 0;
-  int d = 0;
-  int y = 0;
+  int m = 0, d = 0, y = 0;
   EXPECT_EQ(zidmdydf(&m, &d, &y, static_cast<double>(day_of(2001, 1, 31)), 0), 0);
   EXPECT_EQ(y * 10000 + m * 100 + d, 20010131);
   EXPECT_EQ(zidmdydf(&m, &d, &y, 100.0, 7), -2);
@@ -285,9 +267,7 @@ TEST(Zidmdydf, RetailMonthsAgreeWithIsoWeeksAndTables) {
     const long x = dates.any();
     const oracle::IsoWeek iso = oracle::iso_of(x);
     for (const auto& cal : calendars) {
-      int m = 0;
-      int d = 0;
-      int y = 0;
+      int m = 0, d = 0, y = 0;
       ASSERT_EQ(zidmdydf(&m, &d, &y, static_cast<double>(x), cal.format), 0);
       EXPECT_EQ(y, iso.year);
       ASSERT_GE(m, 1);
@@ -357,8 +337,7 @@ TEST(DayCounts, ActualConventionsAgreeWithChrono) {
     if (i % 2 == 0) {
       const long lo = a < b ? a : b;
       const long hi = a < b ? b : a;
-      long n365 = 0;
-      long n366 = 0;
+      long n365 = 0, n366 = 0;
       for (long x = lo; x < hi; ++x) (isLeapYear(oracle::year_of(x)) ? n366 : n365) += 1;
       const double span_years = n365 / 365.0 + n366 / 366.0;
       ASSERT_EQ(zdatdif(a, b, 2, &days, &years), 0);

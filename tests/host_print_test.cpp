@@ -1,5 +1,6 @@
-// The host's print service: format directives, print lines, the message
-// catalogue, status reports and debug output.
+// The host's print service: format directives. (Print lines are read back by
+// the command line's tests, status reports and debug lines by the custom and
+// interval tests.)
 #include <bit>
 #include <cstdint>
 #include <functional>
@@ -52,54 +53,6 @@ TEST_F(HostPrint, DirectivesOfTheFormatString) {
     SCOPED_TRACE(c.what);
     EXPECT_EQ(format(c.call), c.want);
   }
-}
-
-TEST_F(HostPrint, CatalogueLabelsOfTheForecastTable) {
-  struct Case {
-    const char* what;
-    std::function<int(char*, int)> call;
-    const char* want;
-  };
-  const Case cases[] = {
-      {"forecast", [](char* b, int m) { return xpmstr(b, m, 881, 1100, 3, "AIRxx"); }, "Forecast for AIR"},
-      {"upper", [](char* b, int m) { return xpmstr(b, m, 881, 1101, (1.0 - 0.05) * 100.0); },
-       "Upper 95% Confidence Limit"},
-      {"lower", [](char* b, int m) { return xpmstr(b, m, 881, 1102, 97.5); }, "Lower 97.5% Confidence Limit"},
-      {"unknown message", [](char* b, int m) { return xpmstr(b, m, 881, 999); }, ""},
-      {"unknown module", [](char* b, int m) { return xpmstr(b, m, 7, 1100, 1, "A"); }, ""},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    EXPECT_EQ(format(c.call), c.want);
-  }
-}
-
-TEST_F(HostPrint, LinesEndWithXpsoutOrNewLineDirectives) {
-  xps("Iter ");
-  xps("%4i", 3);
-  EXPECT_EQ(esf::host::take_printed(), "");  // the line is still open
-  xpsout(" done");
-  xpsout("%n two%nthree");
-  EXPECT_EQ(esf::host::take_printed(), "Iter    3 done\n\n two\nthree\n");
-}
-
-TEST_F(HostPrint, PageCountsLinesDown) {
-  xppage(0);
-  const int full = xpprnl(0)->left;
-  xpsout("one");
-  xpsout("two");
-  EXPECT_EQ(xpprnl(0)->left, full - 2);
-  xppage(0);
-  EXPECT_EQ(xpprnl(0)->left, full);
-}
-
-TEST_F(HostPrint, StatusReportsAndDebugLinesGoToTheLog) {
-  xprrlog(0, static_cast<rctype>(0x8000080B));
-  xebug("zintck2: bad intcode=%i", 77);
-  const std::string log = esf::host::take_log();
-  EXPECT_NE(log.find("ERROR: status 0x8000080B: the table has no rows"), std::string::npos) << log;
-  EXPECT_NE(log.find("zintck2: bad intcode=77"), std::string::npos) << log;
-  EXPECT_EQ(esf::host::take_printed(), "");
 }
 
 }  // namespace

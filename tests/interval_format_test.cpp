@@ -38,14 +38,6 @@ struct Outputs {
 
 using oracle::interval;
 
-// Runs one of the routines on fresh outputs.
-template <class Routine>
-Format call(Routine routine) {
-  Outputs out;
-  routine(out.name, &out.namelen, &out.width1, &out.width2);
-  return out.format();
-}
-
 Format fmt(INTERVAL* iv) {
   Outputs out;
   zintfmt(iv, out.name, &out.namelen, &out.width1, &out.width2);
@@ -56,16 +48,6 @@ Format fmt(const char* text) {
   INTERVAL iv = interval(text);
   return fmt(&iv);
 }
-Format fmm(INTERVAL* iv, double idval) {
-  return call([&](auto... out) { zintfmm(iv, idval, out...); });
-}
-Format fmp(INTERVAL* iv, double minval, double maxval) {
-  return call([&](auto... out) { zintfmp(iv, minval, maxval, out...); });
-}
-Format fmd(INTERVAL* iv) {
-  return call([&](auto... out) { zintfmd(iv, out...); });
-}
-
 const double kMissing = skMissVal('.');
 
 // ---- zintfmt ------------------------------------------------------------------
@@ -132,101 +114,88 @@ TEST(Zintfmt, RecordsWithoutAName) {
   }
 }
 
-// ---- zintfmm ------------------------------------------------------------------
+// ---- zintfmm, zintfmp, zintfmd ----------------------------------------------------
 
-// Values within a span of days of a time interval are times of day; outside
-// it, or for other intervals, the default format stands.
-TEST(Zintfmm, SmallValuesOfTimeIntervalsAreTimesOfDay) {
-  const struct {
-    const char* text;
-    double idval;
-    Format expected;
-  } cases[] = {
-      {"HOUR", 0.0, {"TIME", 10, 8}},
-      {"HOUR", 86400.0, {"TIME", 10, 8}},  // the span is closed
-      {"HOUR", 86400.5, {"DATETIME", 10, 10}},
-      {"HOUR", -1.0, {"DATETIME", 10, 10}},
-      {"HOUR", skMissVal('A'), {"DATETIME", 10, 10}},
-      {"HOUR2.2", 172801.0, {"TIME", 13, 8}},  // span 1 + 2 * 86400
-      {"HOUR2.2", 172801.5, {"DATETIME", 13, 13}},
-      {"DAY", 3.0, {"DATE", 9, 7}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.text << " " << c.idval);
-    INTERVAL iv = interval(c.text);
-    EXPECT_EQ(fmm(&iv, c.idval), c.expected);
+// zintfmm formats an ID value `a`, zintfmp a range from `a` to `b`, zintfmd
+// the duration of one interval; a null name is a null record.
+enum Routine { kFmm, kFmp, kFmd };
+
+struct RoutineCase {
+  Routine routine;
+  const char* text;
+  double a, b;
+  Format expected;
+};
+
+// Values within a span of days of a time interval are times of day, elapsed
+// times by their range, durations by the widths; outside the conditions,
+// or for other intervals, the default format stands.
+const RoutineCase kRoutineCases[] = {
+    {kFmm, "HOUR", 0.0, 0, {"TIME", 10, 8}},
+    {kFmm, "HOUR", 86400.0, 0, {"TIME", 10, 8}},  // the span is closed
+    {kFmm, "HOUR", 86400.5, 0, {"DATETIME", 10, 10}},
+    {kFmm, "HOUR", -1.0, 0, {"DATETIME", 10, 10}},
+    {kFmm, "HOUR", skMissVal('A'), 0, {"DATETIME", 10, 10}},
+    {kFmm, "HOUR2.2", 172801.0, 0, {"TIME", 13, 8}},  // span 1 + 2 * 86400
+    {kFmm, "HOUR2.2", 172801.5, 0, {"DATETIME", 13, 13}},
+    {kFmm, "DAY", 3.0, 0, {"DATE", 9, 7}},
+    {kFmm, nullptr, 3600.0, 0, {"D", 9, 7}},
+    {kFmp, "MINUTE", 0, 90, {"HHMM", 3, 3}},
+    // SECOND: minutes and seconds up to 1000 periods, a time beyond.
+    {kFmp, "SECOND", 0, 900, {"MMSS", 5, 5}},
+    {kFmp, "SECOND", 0, 1001, {"TIME", 6, 6}},
+    {kFmp, "SECOND1000", 0, 999000, {"TIME", 8, 8}},  // 277 hours
+    {kFmp, "SECOND", 0, 1e30, {"TIME", 20, 20}},      // widths are capped
+    {kFmp, "MINUTE", 0, 60 * 999.0, {"HHMM", 5, 5}},  // 999 minutes
+    {kFmp, "HOUR", 0, 3600 * 99.0, {"HHMM", 4, 1}},
+    {kFmp, "HOUR", 0, 3600 * 2000.0, {"HOUR", 3, 3}},
+    // 1000 hours: log(1000) / 2.302585092994046 is just below 3.
+    {kFmp, "HOUR", 0, 3600 * 1000.0, {"HHMM", 5, 2}},
+    {kFmp, "HOUR", 3600 * 20.0, 3600 * 20.0, {"HHMM", 3, 0}},  // no periods
+    // minval at the top of its range: twice the span of a day.
+    {kFmp, "HOUR", 172800.0, 172800.0 + 3600 * 5, {"HHMM", 3, 0}},
+    {kFmp, "dtminute", 0, 90, {"DATETIME", 13, 13}},  // spelled with DT
+    {kFmp, "HOUR", -1, 3600, {"DATETIME", 10, 10}},
+    {kFmp, "HOUR", 172800.5, 180000, {"DATETIME", 10, 10}},
+    {kFmp, "MINUTE", 0, kMissing, {"DATETIME", 13, 13}},
+    {kFmp, "DAY", 0, 90, {"DATE", 9, 7}},
+    {kFmp, nullptr, 0, 90, {"D", 9, 7}},
+    // Each boundary of the widths of a duration, on both sides.
+    {kFmd, "SECOND5", 0, 0, {"MMSS", 5, 5}},
+    {kFmd, "SECOND6", 0, 0, {"MMSS", 6, 5}},
+    {kFmd, "SECOND16", 0, 0, {"TIME", 8, 5}},
+    {kFmd, "SECOND86399", 0, 0, {"TIME", 8, 5}},
+    {kFmd, "SECOND86400", 0, 0, {"DATETIME", 16, 16}},
+    {kFmd, "MINUTE15", 0, 0, {"HHMM", 6, 5}},
+    {kFmd, "MINUTE16", 0, 0, {"HHMM", 7, 5}},
+    {kFmd, "MINUTE61", 0, 0, {"HHMM", 7, 6}},
+    {kFmd, "MINUTE1440", 0, 0, {"DATETIME", 13, 13}},
+    {kFmd, "HOUR4", 0, 0, {"HHMM", 10, 8}},
+    {kFmd, "HOUR5", 0, 0, {"HHMM", 11, 8}},
+    {kFmd, "HOUR24", 0, 0, {"DATETIME", 10, 10}},
+    {kFmd, "DTHOUR", 0, 0, {"DATETIME", 10, 10}},  // its token begins with "D"
+    {kFmd, "MONTH", 0, 0, {"MONYY", 7, 5}},
+    {kFmd, "NONE", 0, 0, {"D", 9, 7}},
+    {kFmd, nullptr, 0, 0, {"D", 9, 7}},
+};
+
+TEST(FormatRoutines, TimesOfDayElapsedTimesAndDurations) {
+  for (const RoutineCase& c : kRoutineCases) {
+    SCOPED_TRACE(::testing::Message() << "routine " << c.routine << " " << (c.text ? c.text : "null") << " " << c.a
+                                      << " " << c.b);
+    INTERVAL parsed = c.text != nullptr ? interval(c.text) : INTERVAL{};
+    INTERVAL* iv = c.text != nullptr ? &parsed : nullptr;
+    Outputs out;
+    if (c.routine == kFmm) zintfmm(iv, c.a, out.name, &out.namelen, &out.width1, &out.width2);
+    if (c.routine == kFmp) zintfmp(iv, c.a, c.b, out.name, &out.namelen, &out.width1, &out.width2);
+    if (c.routine == kFmd) zintfmd(iv, out.name, &out.namelen, &out.width1, &out.width2);
+    EXPECT_EQ(out.format(), c.expected);
   }
-  EXPECT_EQ(fmm(nullptr, 3600.0), (Format{"D", 9, 7}));
   INTERVAL hour_in_obs = interval("HOUR");
   hour_in_obs.units = 'o';
-  EXPECT_EQ(fmm(&hour_in_obs, 3600.0), (Format{"F", 6, 4}));
-}
-
-// ---- zintfmp ------------------------------------------------------------------
-
-TEST(Zintfmp, ElapsedTimesByTheirRange) {
-  const struct {
-    const char* text;
-    double minval;
-    double maxval;
-    Format expected;
-  } cases[] = {
-      {"MINUTE", 0, 90, {"HHMM", 3, 3}},
-      // SECOND: minutes and seconds up to 1000 periods, a time beyond.
-      {"SECOND", 0, 900, {"MMSS", 5, 5}},
-      {"SECOND", 0, 1001, {"TIME", 6, 6}},
-      {"SECOND1000", 0, 999000, {"TIME", 8, 8}},  // 277 hours
-      {"SECOND", 0, 1e30, {"TIME", 20, 20}},      // widths are capped
-      {"MINUTE", 0, 60 * 999.0, {"HHMM", 5, 5}},  // 999 minutes
-      {"HOUR", 0, 3600 * 99.0, {"HHMM", 4, 1}},
-      {"HOUR", 0, 3600 * 2000.0, {"HOUR", 3, 3}},
-      // 1000 hours: log(1000) / 2.302585092994046 is just below 3.
-      {"HOUR", 0, 3600 * 1000.0, {"HHMM", 5, 2}},
-      {"HOUR", 3600 * 20.0, 3600 * 20.0, {"HHMM", 3, 0}},  // no periods
-      // minval at the top of its range: twice the span of a day.
-      {"HOUR", 172800.0, 172800.0 + 3600 * 5, {"HHMM", 3, 0}},
-      // Outside the condition the default format stands.
-      {"dtminute", 0, 90, {"DATETIME", 13, 13}},  // spelled with DT
-      {"HOUR", -1, 3600, {"DATETIME", 10, 10}},
-      {"HOUR", 172800.5, 180000, {"DATETIME", 10, 10}},
-      {"MINUTE", 0, kMissing, {"DATETIME", 13, 13}},
-      {"DAY", 0, 90, {"DATE", 9, 7}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.text << " " << c.minval << ".." << c.maxval);
-    INTERVAL iv = interval(c.text);
-    EXPECT_EQ(fmp(&iv, c.minval, c.maxval), c.expected);
-  }
-  EXPECT_EQ(fmp(nullptr, 0, 90), (Format{"D", 9, 7}));
-}
-
-// ---- zintfmd ------------------------------------------------------------------
-
-TEST(Zintfmd, DurationOfOneInterval) {
-  const NamedFormat cases[] = {
-      // Each boundary of the widths, on both sides.
-      {"SECOND5", {"MMSS", 5, 5}},
-      {"SECOND6", {"MMSS", 6, 5}},
-      {"SECOND16", {"TIME", 8, 5}},
-      {"SECOND86399", {"TIME", 8, 5}},
-      {"SECOND86400", {"DATETIME", 16, 16}},
-      {"MINUTE15", {"HHMM", 6, 5}},
-      {"MINUTE16", {"HHMM", 7, 5}},
-      {"MINUTE61", {"HHMM", 7, 6}},
-      {"MINUTE1440", {"DATETIME", 13, 13}},
-      {"HOUR4", {"HHMM", 10, 8}},
-      {"HOUR5", {"HHMM", 11, 8}},
-      {"HOUR24", {"DATETIME", 10, 10}},
-      {"DTHOUR", {"DATETIME", 10, 10}},  // its token begins with "D"
-      {"MONTH", {"MONYY", 7, 5}},
-      {"NONE", {"D", 9, 7}},
-  };
-  for (const NamedFormat& c : cases) {
-    SCOPED_TRACE(c.text);
-    INTERVAL iv = interval(c.text);
-    EXPECT_EQ(fmd(&iv), c.expected);
-  }
-  EXPECT_EQ(fmd(nullptr), (Format{"D", 9, 7}));
+  Outputs out;
+  zintfmm(&hour_in_obs, 3600.0, out.name, &out.namelen, &out.width1, &out.width2);
+  EXPECT_EQ(out.format(), (Format{"F", 6, 4}));
 }
 
 }  // namespace

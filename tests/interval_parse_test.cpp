@@ -1,4 +1,4 @@
-// Interval names: parsing (zintstr), printing (zinti2s, zintbase) and records
+// Interval names: parsing (zintstr), printing (zinti2s) and records
 // built from codes (zintic, zinticms). The round trips over every spelling,
 // prefix, multiplier, shift and weekend are in interval_roundtrip_test.cpp,
 // and registered custom names in custom_test.cpp (with real tables); this
@@ -59,9 +59,8 @@ TEST(Zintstr, ParsesNames) {
     EXPECT_EQ(p.iv.intper, c.intper);
     EXPECT_EQ(p.iv.shiftper, 0);
     EXPECT_EQ(p.iv.holidays, nullptr);
-    // The token keeps the text as written, and the rest of the field is 0.
+    // The token keeps the text as written (the rest of the field is 0: below).
     EXPECT_EQ(token_of(p.iv), c.text);
-    for (size_t i = std::strlen(c.text); i < sizeof(p.iv.token); ++i) EXPECT_EQ(p.iv.token[i], 0);
   }
   // A plain WEEKDAY has the default weekend; other intervals none.
   EXPECT_EQ(parse("WEEKDAY").iv.nweekday, 5);
@@ -87,17 +86,12 @@ TEST(Zintstr, RejectsBadNames) {
       {"", 101},
       // 102: syntax.
       {"MONTH3.2.1", 102},
-      {"..", 102},
       {"MONTH1W", 102},
       {"WEEKDAY0W", 102},
-      {"12W", 102},
       {"3.X", 102},
-      {"MONTH3.W", 102},
       // 103: unknown names.
       {"R445", 103},
-      {"T", 103},
       {"DT", 103},
-      {"MONTHSS", 103},
       {"MONTH3X", 103},
       {"WEEKDAYW", 103},
   };
@@ -113,10 +107,6 @@ TEST(Zintstr, LengthArgumentNullsAndStaleRecords) {
   EXPECT_EQ(iv.tokenlen, 6);
   char terminated[] = "QTR.2";
   EXPECT_EQ(zintstr(terminated, 0, &iv), 101);
-  char longest[] = "DTSEMIMONTH12345678.9";  // 21 characters: the longest accepted
-  ASSERT_EQ(zintstr(longest, -1, &iv), 0);
-  EXPECT_EQ(iv.tokenlen, 21);
-  EXPECT_EQ(iv.intper, 12345678);
   EXPECT_EQ(zintstr(nullptr, 5, &iv), 1001);
   EXPECT_EQ(zintstr(terminated, 5, nullptr), 1001);
 
@@ -147,7 +137,6 @@ TEST(Zinti2s, PrintsTheCanonicalForm) {
       {"DTHOUR", "HOUR"},  // time intervals are always in datetime units
       {"12", "OBS12."},
       {"WEEKDAY71W", "WEEKDAY"},
-      {"WEEKDAY117W2.2", "WEEKDAY2.2"},
       {"WEEKDAY321W", "WEEKDAY123W"},
       {"DTWEEKDAY123456W7", "DTWEEKDAY123456W7."},
   };
@@ -166,7 +155,16 @@ TEST(Zinti2s, PrintsTheCanonicalForm) {
   }
 }
 
-TEST(Zinti2s, BufferMustHoldTheTextAndItsTerminator) {
+INTERVAL record(char units, int intcode, int intper, int shiftper) {
+  INTERVAL iv{};
+  iv.units = units;
+  iv.intcode = static_cast<char>(intcode);
+  iv.intper = intper;
+  iv.shiftper = shiftper;
+  return iv;
+}
+
+TEST(Zinti2s, BuffersAndRecordsThatNoNameGives) {
   Parsed p = parse("MONTH3.2");
   char text[16];
   int len = 9;  // 8 characters and the NUL
@@ -180,19 +178,8 @@ TEST(Zinti2s, BufferMustHoldTheTextAndItsTerminator) {
   len = sizeof(text);
   EXPECT_EQ(zinti2s(nullptr, &len, &p.iv), 1001);
   EXPECT_EQ(zinti2s(text, &len, nullptr), 1001);
-}
-
-INTERVAL record(char units, int intcode, int intper, int shiftper) {
-  INTERVAL iv{};
-  iv.units = units;
-  iv.intcode = static_cast<char>(intcode);
-  iv.intper = intper;
-  iv.shiftper = shiftper;
-  return iv;
-}
-
-TEST(Zinti2s, RecordsThatNoNameGivesStillPrint) {
-  // The longest text: longer than any name the parser takes.
+  // Records that no name gives still print, the longest longer than any
+  // name the parser takes.
   const INTERVAL longest = record('s', kIntSemimonth, 2147483647, 2147483646);
   EXPECT_EQ(text_of(longest), "DTSEMIMONTH2147483647.2147483647");
   EXPECT_EQ(parse(text_of(longest)).rc, 101);
@@ -204,27 +191,6 @@ TEST(Zinti2s, RecordsThatNoNameGivesStillPrint) {
   EXPECT_EQ(text_of(INTERVAL{}), "NONE");
   EXPECT_EQ(text_of(record('d', 28, 1, 0)), "NONE");
   EXPECT_EQ(text_of(record('d', kIntR454Yr, 1, 0)), "R454YR");
-}
-
-TEST(Zintbase, WritesTheBaseNameAlone) {
-  const struct {
-    const char* text;
-    const char* base;
-  } cases[] = {
-      {"MONTH3.2", "MONTH"}, {"DTWEEKDAY17W2", "DTWEEKDAY"}, {"DTHOUR4", "HOUR"},
-      {"12", "OBS"},         {"DTR445QTR.3", "DTR445QTR"},   {"YEARV.52", "YEARV"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    Parsed p = parse(c.text);
-    ASSERT_EQ(p.rc, 0);
-    char name[12];
-    std::memset(name, '#', sizeof(name));
-    int l = -1;
-    ASSERT_EQ(zintbase(name, &l, &p.iv), 0);
-    EXPECT_EQ(std::string_view(name, static_cast<size_t>(l)), c.base);
-    EXPECT_EQ(name[l], '#');  // no terminator
-  }
 }
 
 // ---- Records from codes -----------------------------------------------------
@@ -253,22 +219,9 @@ TEST(Zintic, BuildsThePlainIntervalOfEveryNamedCode) {
   EXPECT_EQ(zintic(kIntMonth, nullptr), 0);
 }
 
-// The token zinticms writes; its answers and records agree with the
-// parser's for the same name (the round-trip test).
-TEST(Zinticms, BuildsCodeMultiplierAndShift) {
-  const struct {
-    int intcode, m, s;
-    const char* token;
-  } cases[] = {
-      {kIntWeek, 2, 3, "WEEK2.3"},
-      {kIntWeek, 0, 0, "WEEK"},
-      {kIntMonth, 3, 0, "MONTH3"},
-  };
-  for (const auto& c : cases) {
-    INTERVAL iv{};
-    ASSERT_EQ(zinticms(c.intcode, c.m, c.s, &iv), 0) << c.token;
-    EXPECT_EQ(token_of(iv), c.token);
-  }
+// zinticms builds the records of the parser (the round-trip test); the codes
+// and sizes no name has are refused.
+TEST(Zinticms, RefusesCodesAndSizesWithoutAName) {
   INTERVAL iv{};
   EXPECT_EQ(zinticms(kIntR445Yr, 1, 0, &iv), 103);
   EXPECT_EQ(zinticms(kIntCustom, 1, 0, &iv), 103);

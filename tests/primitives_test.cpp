@@ -45,7 +45,7 @@ TEST(MissingValues, SkMissValSelectsByCharacter) {
   }
 }
 
-TEST(MissingValues, WzmisIsABitTestNotANanTest) {
+TEST(MissingValues, WzmisAndSkMissArrayTestBitsNotNans) {
   struct Case {
     std::uint64_t pattern;
     int missing;
@@ -63,9 +63,7 @@ TEST(MissingValues, WzmisIsABitTestNotANanTest) {
     EXPECT_EQ(esf::is_missing(std::bit_cast<double>(c.pattern)) ? 1 : 0, c.missing) << std::hex << c.pattern;
   }
   EXPECT_EQ(esf::missing_kind(std::bit_cast<double>(0xFFFF000000000000ULL)), -1);  // no such kind byte
-}
-
-TEST(MissingValues, SkMissArrayLooksAtLenValuesOnly) {
+  // skMissArray looks at len values only.
   std::vector<double> v = {1.0, std::numeric_limits<double>::quiet_NaN(), -0.0, skMissVal('Q')};
   EXPECT_EQ(skMissArray(v.data(), 4), 1);
   EXPECT_EQ(skMissArray(v.data(), 3), 0);
@@ -252,13 +250,7 @@ TEST(SkMemory, NotSetCompareAndScan) {
   EXPECT_EQ(skMemNScan("  ", 2, ' '), kNone);
 }
 
-TEST(SkMemory, PlainCopyIsForwardByteByByte) {
-  char buf[8] = "abcdefg";
-  skMemCpy(buf, buf + 1, 5);  // overlapping: the first byte repeats
-  EXPECT_STREQ(buf, "aaaaaag");
-}
-
-TEST(SkMemory, SafeCopyMatchesANonOverlappingMove) {
+TEST(SkMemory, SafeCopyMatchesAMoveAndPlainCopyRunsForward) {
   // Every length up to 24 and every shift of the target, which covers both
   // overlap cases (offset >= overlap and offset < overlap), among them the
   // moves of 10 bytes by 3 and by 7.
@@ -273,36 +265,26 @@ TEST(SkMemory, SafeCopyMatchesANonOverlappingMove) {
       ASSERT_EQ(std::memcmp(buf, expected, sizeof buf), 0) << "len " << len << " shift " << shift;
     }
   }
+  // The plain copy runs forward byte by byte: an overlap repeats the first byte.
+  char buf[8] = "abcdefg";
+  skMemCpy(buf, buf + 1, 5);  // overlapping: the first byte repeats
+  EXPECT_STREQ(buf, "aaaaaag");
 }
 
-// A pool that counts its requests and can be told to fail.
-struct CountingPool {
-  QKPool pool;
-  int requests = 0;
-  bool fail = false;
-  std::vector<unsigned char> block = std::vector<unsigned char>(64);
-};
-
-QKMemPtr counting_alloc(QKPool* pool, QKMemSize size, int32_t flags) {
-  auto* self = reinterpret_cast<CountingPool*>(pool);
-  ++self->requests;
-  EXPECT_EQ(flags, 0);
-  EXPECT_LE(size, self->block.size());
-  return self->fail ? nullptr : self->block.data();
-}
+// A pool that hands out one block, or nothing once told to fail.
+unsigned char g_block[64];
+bool g_fail = false;
+QKMemPtr one_block(QKPool*, QKMemSize size, int32_t) { return g_fail || size > sizeof g_block ? nullptr : g_block; }
 
 TEST(SkMemory, DupCopiesIntoPoolMemory) {
-  CountingPool p;
-  p.pool.memAlloc = counting_alloc;
-  p.pool.memFree = nullptr;
-  const char text[] = "abcdef";
-  auto* copy = static_cast<const char*>(skMemDup(text, 6, &p.pool));
-  ASSERT_EQ(static_cast<const void*>(copy), p.block.data());
-  EXPECT_EQ(std::string(copy, 6), "abcdef");
-  EXPECT_EQ(skMemDup(text, 6, nullptr), nullptr);
-  EXPECT_EQ(p.requests, 1);
-  p.fail = true;
-  EXPECT_EQ(skMemDup(text, 6, &p.pool), nullptr);
+  QKPool pool{};
+  pool.memAlloc = one_block;
+  const void* copy = skMemDup("abcdef", 6, &pool);
+  ASSERT_EQ(copy, g_block);
+  EXPECT_EQ(std::string(static_cast<const char*>(copy), 6), "abcdef");
+  EXPECT_EQ(skMemDup("abcdef", 6, nullptr), nullptr);
+  g_fail = true;
+  EXPECT_EQ(skMemDup("abcdef", 6, &pool), nullptr);
 }
 
 }  // namespace

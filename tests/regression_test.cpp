@@ -38,7 +38,6 @@ struct ModelCase {
 const ModelCase kModelCases[] = {
     {"mean_gaps", 1, 40, 0, Gaps::sparse},
     {"origin_line", 2, 30, 0, Gaps::sparse},
-    {"line", 3, 144, 0, Gaps::none},
     {"line_gaps", 3, 144, 0, Gaps::block},
     {"origin_quadratic", 6, 50, 0, Gaps::sparse},
     {"quadratic_gaps", 7, 144, 0, Gaps::block},
@@ -283,11 +282,6 @@ TEST_F(RegressionEdge, TwoSeasonsSetNoSeasonalBitButAreCleared) {
   EXPECT_DOUBLE_EQ(c, 3.0);
   EXPECT_TRUE(is_miss(sd[0]));
   EXPECT_TRUE(is_miss(sd[1]));
-  // With n of 2 the short path still fills them.
-  EXPECT_EQ(ztsrdmy(y, m, 2, 2, &c, nullptr, nullptr, sd, nullptr), 1);
-  EXPECT_DOUBLE_EQ(c, 1.5);
-  EXPECT_DOUBLE_EQ(sd[0], -0.5);
-  EXPECT_DOUBLE_EQ(sd[1], 0.5);
 }
 
 TEST_F(RegressionEdge, ShortSeriesGivesEachPointItsSeason) {

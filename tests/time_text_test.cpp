@@ -67,9 +67,7 @@ TEST(TimeText, FormsAcceptedAndRefused) {
   EXPECT_FALSE(esf::host::read_missing_text("N"));
   EXPECT_FALSE(esf::host::read_missing_text("0"));
 
-  EXPECT_EQ(esf::host::read_number_text("1e-320"), 1e-320);
-  EXPECT_EQ(esf::host::read_number_text("-2.5"), -2.5);
-  for (const auto& [text, v] : {std::pair{"+.5", 0.5}, {"5.", 5.0}, {"0x1p3", 8.0}, {"-0", -0.0}})
+  for (const auto& [text, v] : {std::pair{"1e-320", 1e-320}, {"+.5", 0.5}, {"5.", 5.0}, {"0x1p3", 8.0}, {"-0", -0.0}})
     EXPECT_EQ(esf::host::read_number_text(text), v) << text;
   for (const char* bad : {"1e400", "inf", "nan", "1.5x", "", "-"})
     EXPECT_FALSE(esf::host::read_number_text(bad)) << bad;
@@ -80,28 +78,11 @@ TEST(TimeText, FormsAcceptedAndRefused) {
 // exponent forms, zeros, subnormals, the extremes, and random bit patterns
 // over every exponent.
 TEST(NumberText, ShortestTextInTheLayoutOfFmt) {
-  std::vector<double> values = {0.0,
-                                -0.0,
-                                1.0,
-                                -1.5,
-                                0.1 + 0.2,
-                                1e15,
-                                9999999999999998.0,
-                                1e16,
-                                1.5e16,
-                                1e-4,
-                                1.25e-4,
-                                9.999e-5,
-                                1e-5,
-                                123456.789,
-                                5e-324,
-                                -2.2250738585072014e-308,
-                                std::numeric_limits<double>::max(),
-                                1e100,
-                                1e-100,
-                                112.0,
-                                1e22,
-                                1e23};
+  const double kMax = std::numeric_limits<double>::max();
+  std::vector<double> values = {
+      0.0,    -0.0,    1.0,      -1.5, 0.1 + 0.2,  1e15,   9999999999999998.0,       1e16, 1.5e16,
+      1e-4,   1.25e-4, 9.999e-5, 1e-5, 123456.789, 5e-324, -2.2250738585072014e-308, kMax, 1e100,
+      1e-100, 112.0,   1e22,     1e23};
   std::mt19937_64 bits(5);
   for (int i = 0; i < 200000; ++i) values.push_back(std::bit_cast<double>(bits()));
   char text[esf::host::kMaxNumberChars];
@@ -118,8 +99,8 @@ TEST(NumberText, ShortestTextInTheLayoutOfFmt) {
   EXPECT_EQ(std::string(text, esf::host::write_number(text, -std::numeric_limits<double>::infinity())), "-inf");
 }
 
-// The series reader reads the forms above, and says where a date lies
-// outside the calendar.
+// The series reader reads the forms above (its refusals are the bad-input
+// tests' rows).
 TEST(TimeText, SeriesFileReadsEveryForm) {
   const auto path = std::filesystem::temp_directory_path() / ("esf_time_text_" + std::to_string(::getpid()) + ".csv");
   std::ofstream(path) << "date,value\n12000-01,1\n12000-02-01,NA\n12000-03-01 00:00,1e-320\n";
@@ -130,15 +111,6 @@ TEST(TimeText, SeriesFileReadsEveryForm) {
   EXPECT_EQ(s.rows[2].time, d(12000, 3, 1));
   EXPECT_EQ(s.rows[2].value, 1e-320);
 
-  std::ofstream(path) << "date,value\n1581-12-01,1\n";
-  try {
-    esf::runner::read_series_csv(path.string(), "", "", esf::runner::TimeUnits::kDate);
-    ADD_FAILURE() << "a date before 1582 was read";
-  } catch (const esf::runner::CsvError& e) {
-    EXPECT_NE(std::string(e.what()).find("line 2, column \"date\": \"1581-12-01\" lies outside the calendar's dates"),
-              std::string::npos)
-        << e.what();
-  }
   std::filesystem::remove(path);
 }
 

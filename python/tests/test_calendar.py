@@ -23,8 +23,6 @@ PERIODS = [
     ("YEAR.7", "A-JUN"),
     ("HOUR", "H"),
     ("MINUTE", "T"),
-    ("WEEK.4", "W-TUE"),
-    ("QTR.3", "Q-FEB"),
 ]
 
 

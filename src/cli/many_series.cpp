@@ -202,8 +202,6 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
   const std::size_t failed = runner::run_batch(run, plan, table, b, [&](runner::SeriesOutcome& out) {
     ++done;
     if (plan.interval_token.empty() && !out.interval.empty()) ++intervals[out.interval];
-    Json key = Json::object();
-    for (std::size_t k = 0; k < out.key.size(); ++k) key[shape.key_columns[k]] = out.key[k];
     if (!out.ok) reasons.push_back(fmt::format("{}: {}", fmt::join(out.key, ","), out.reason));
     if (status_out) {
       std::vector<std::string> row = out.key;
@@ -215,8 +213,10 @@ int run_many(const char* command, runner::Loader& loader, const runner::ModelOpt
     }
     const std::vector<Cell> cells = runner::estimate_cells(out);
     if (o.json) {
+      Json key = Json::object();
+      for (std::size_t k = 0; k < out.key.size(); ++k) key[shape.key_columns[k]] = out.key[k];
       Json line;
-      line["key"] = key;
+      line["key"] = std::move(key);
       for (std::size_t c = 0; c < cells.size(); ++c) line[runner::estimate_names()[c]] = runner::cell_json(cells[c]);
       if (!out.ok) line["REASON"] = out.reason;
       std::string text = line.dump();

@@ -668,7 +668,9 @@ void measure_fit(const Plan& plan, Fitted& f, const ForecastTable& t) {
       std::min(t.rows(), static_cast<std::size_t>(std::max(p.eval_first, p.fit_first) - p.fit_first));
   const long eval_last = p.eval_last - p.fit_first;
   const std::size_t eval_end = std::clamp(static_cast<std::size_t>(std::max(eval_last + 1, 0L)), eval_first, t.rows());
-  r.eval_accuracy = accuracy(rows_of(kActual, eval_first, eval_end), rows_of(kForecast, eval_first, eval_end), scale);
+  r.eval_accuracy = eval_first == 0 && eval_end == rows ? r.fit_accuracy  // the same rows
+                                                        : accuracy(rows_of(kActual, eval_first, eval_end),
+                                                                   rows_of(kForecast, eval_first, eval_end), scale);
 }
 
 // A fit with its report: the thorough search when asked, the check that
@@ -679,12 +681,16 @@ Fitted fit_series(Loader& loader, const Plan& plan, const CsvSeries& csv, bool k
   Fitted f = fit_once(loader, plan, csv);
   if (plan.options.thorough) f = search_boxes(loader, plan, csv, std::move(f));
   FitResult& r = f.result;
+  // The numbers that are not finite, named (a name is made only for those).
   std::vector<std::pair<std::string, double>> numbers;
-  for (const WeightEstimate& w : r.weights) numbers.emplace_back(fmt::format("the {} weight", w.name), w.estimate);
-  numbers.emplace_back("the error variance", r.error_variance);
-  numbers.emplace_back("the end level", r.state.level);
-  if (r.state.has_trend) numbers.emplace_back("the end trend", r.state.trend);
-  for (double v : r.state.factors) numbers.emplace_back("an end seasonal factor", v);
+  auto check = [&](double v, const auto& name) {
+    if (!std::isfinite(v)) numbers.emplace_back(name(), v);
+  };
+  for (const WeightEstimate& w : r.weights) check(w.estimate, [&] { return fmt::format("the {} weight", w.name); });
+  check(r.error_variance, [] { return "the error variance"; });
+  check(r.state.level, [] { return "the end level"; });
+  if (r.state.has_trend) check(r.state.trend, [] { return "the end trend"; });
+  for (double v : r.state.factors) check(v, [] { return "an end seasonal factor"; });
   if (const std::optional<std::string> why = unusable_result(numbers)) {
     throw RunError(fmt::format("the {} fit cannot be used: {}", plan.family->name, *why), kExitMethodFailed);
   }

@@ -41,11 +41,11 @@ std::string trim(std::string s) {
 // Splits one CSV line. Fields may be quoted with double quotes; a doubled
 // quote inside a quoted field stands for one. Returns false on an
 // unterminated quote.
-bool split_fields(const std::string& line, std::vector<std::string>* fields) {
+bool split_fields(std::string_view line, std::vector<std::string>* fields) {
   if (line.find('"') == std::string::npos) {
     // No quotes: the fields lie between the commas.  The strings already in
     // *fields are reused, so that a row of short fields allocates nothing.
-    const std::string_view text(line);
+    const std::string_view text = line;
     std::size_t n = 0;
     for (std::size_t start = 0;; ++n) {
       const std::size_t comma = text.find(',', start);
@@ -99,7 +99,7 @@ std::string where(const std::string& path, long line, const std::string& column)
 
 }  // namespace
 
-bool split_csv_line(const std::string& line, std::vector<std::string>* fields) { return split_fields(line, fields); }
+bool split_csv_line(std::string_view line, std::vector<std::string>* fields) { return split_fields(line, fields); }
 
 TimeUnits time_units_of(char units) {
   switch (units) {

@@ -61,7 +61,7 @@ struct CsvSeries {
 
 // Splits one CSV line into trimmed fields; fields may be quoted with double
 // quotes, a doubled quote standing for one.  False on an unterminated quote.
-bool split_csv_line(const std::string& line, std::vector<std::string>* fields);
+bool split_csv_line(std::string_view line, std::vector<std::string>* fields);
 
 // Reads one row's time ID and value as `units` say.  Throws CsvError naming
 // the file, the line and the column.

@@ -113,7 +113,7 @@ std::string key_text(const std::vector<std::string>& fields, const std::vector<s
   return k;
 }
 
-void split_row(const std::string& path, long lineno, const std::string& line, std::size_t width,
+void split_row(const std::string& path, long lineno, std::string_view line, std::size_t width,
                std::vector<std::string>* fields) {
   if (!split_csv_line(line, fields)) throw CsvError(fmt::format("{}: line {}: unterminated quote", path, lineno));
   if (fields->size() != width) {
@@ -211,15 +211,13 @@ SeriesTable::SeriesTable(std::string path, TableLayout layout) : layout_(std::mo
 void SeriesTable::scan_long() {
   BlockReader in(shape_.path);
   std::string_view view;
-  std::string line;
   std::vector<std::string> fields;
   std::unordered_map<std::string, std::size_t> ordinal_of;
   while (in.number() < header_line_ && in.next(&view)) {
   }
   while (in.next(&view)) {
     if (is_blank(view)) continue;
-    line.assign(view);
-    split_row(shape_.path, in.number(), line, header_.size(), &fields);
+    split_row(shape_.path, in.number(), view, header_.size(), &fields);
     auto [it, fresh] = ordinal_of.emplace(key_text(fields, key_cols_), keys_.size());
     if (fresh) {
       if (keys_.size() > std::numeric_limits<std::uint32_t>::max()) {
@@ -284,15 +282,13 @@ void SeriesTable::read_group(std::size_t first, std::size_t end, const std::func
   std::size_t row = keys_[first].first_row;
   std::size_t next = first;  // the next series to hand on
   std::string_view view;
-  std::string line;
   std::vector<std::string> fields;
   while (next < end && in.next(&view)) {
     if (is_blank(view)) continue;
     if (row >= row_key_.size()) throw changed();
     const std::size_t o = row_key_[row++];
     if (o < first || o >= end) continue;
-    line.assign(view);
-    split_row(shape_.path, in.number(), line, header_.size(), &fields);
+    split_row(shape_.path, in.number(), view, header_.size(), &fields);
     for (std::size_t c = 0; c < key_cols_.size(); ++c) {
       if (fields[key_cols_[c]] != keys_[o].key[c]) throw changed();
     }
@@ -349,7 +345,6 @@ std::vector<RawSeries> SeriesTable::read_columns(std::size_t first, std::size_t 
   }
   BlockReader in(shape_.path);
   std::string_view view;
-  std::string line;
   std::vector<std::string> fields;
   while (in.number() < header_line_ && in.next(&view)) {
   }
@@ -357,8 +352,7 @@ std::vector<RawSeries> SeriesTable::read_columns(std::size_t first, std::size_t 
   while (in.next(&view)) {
     if (is_blank(view)) continue;
     if (++seen > rows) break;
-    line.assign(view);
-    split_row(shape_.path, in.number(), line, header_.size(), &fields);
+    split_row(shape_.path, in.number(), view, header_.size(), &fields);
     for (std::size_t j = first; j < end; ++j) {
       RawSeries& r = group[j - first];
       r.lines.push_back(in.number());

@@ -5,6 +5,7 @@
 #include "smoothing/esssubs.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstring>
 
@@ -12,6 +13,7 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "regression/regression.h"
+#include "smoothing/factor_lanes.h"
 #include "smoothing/pass_kernel.h"
 
 using namespace smoothing;
@@ -31,7 +33,85 @@ double mean_of(const double* v, int n) {
   return sum / static_cast<double>(n);
 }
 
+using pass::lanes::V2;
+
+// The derivative passes' lanes (smoothing/factor_lanes.h): ess::point and
+// ess::point_derivative with the derivatives by the two weights in the two
+// lanes of a vector.
+struct DerivativeLanes {
+  using V = V2;
+  using Update = ess::FactorUpdate;
+  struct State {
+    double level;
+    double xhat;
+    V dl;  // d level / d weight i
+  };
+  struct Peaks {
+    double state = 0.0;      // |level|, |factor| before a step
+    double pred = -DBL_MAX;  // the prediction
+    V derivatives = {};      // |derivative| before a step
+  };
+  static void load(const Update::State& u, State& s) noexcept {
+    s = State{u.level, u.xhat, V{u.derlev[0], u.derlev[1]}};
+  }
+  static void store(const State& s, Update::State& u) noexcept {
+    u.level = s.level;
+    u.xhat = s.xhat;
+    u.derlev[0] = s.dl[0];
+    u.derlev[1] = s.dl[1];
+  }
+  static double prediction(const State& s, double factor) noexcept { return s.level + factor; }
+
+  double wl, ws;
+  double u, v;   // 1 - each weight
+  double upper;  // xscale * kRelativeLimit
+
+  explicit DerivativeLanes(const pass::FactorStep<2, Update>& step) noexcept
+      : wl(step.w[0]), ws(step.w[1]), u(1.0 - wl), v(1.0 - ws), upper(step.xscale * kRelativeLimit) {}
+
+  bool tripped(const Peaks& pk) const noexcept {
+    return pk.state > kStateLimit || pk.pred > upper || pass::lanes::any_above(pk.derivatives, kErrorLimit);
+  }
+
+  [[gnu::always_inline]] void step(State& s, double* factor, V* dsp, double x, V& d, double& e,
+                                   Peaks& pk) const noexcept {
+    using pass::lanes::keep_max;
+    const double ll = s.level;
+    const double ls = *factor;
+    const V dl = s.dl;
+    const V ds = *dsp;
+    pass::lanes::keep_max_magnitude(pk.derivatives, dl);
+    pass::lanes::keep_max_magnitude(pk.derivatives, ds);
+    keep_max(pk.state, std::fabs(ll));
+    keep_max(pk.state, std::fabs(ls));
+    const double xhat = ll + ls;
+    keep_max(pk.pred, xhat);
+    const double cl = (x - ls) * wl + ll * u;
+    const double cs = (x - cl) * ws + ls * v;
+    // The level's derivatives one by one: the one by wlevel is the longest
+    // chain from step to step, which a vector would lengthen by its moves
+    // between lanes.
+    const V nl = {u * dl[0] + x - wl * ds[0] - ll - ls, u * dl[1] - wl * ds[1]};
+    V nds = v * ds;
+    nds[1] = ((nds[1] + x) - cl) - ls;
+    nds = nds - ws * nl;
+    d = ds + dl;
+    e = xhat - x;
+    s.level = cl;
+    s.xhat = xhat;
+    s.dl = nl;
+    *factor = cs;
+    *dsp = nds;
+  }
+};
+
 }  // namespace
+
+int ess::FactorUpdate::unchecked(const pass::FactorStep<2, FactorUpdate>& step, bool forward,
+                                 const pass::DerivativeSeries& in, State& s, double* sums, long* nmiss,
+                                 bool* tripped) noexcept {
+  return pass::lanes::unchecked_pass(DerivativeLanes(step), step, forward, in, s, sums, nmiss, tripped);
+}
 
 using ess::Kernel;
 

@@ -176,7 +176,8 @@ inline int point_derivative(double x, double wlevel, double wseason, double llev
 // The update of the estimation's derivative passes: point and
 // point_derivative on the level and its derivatives held by value; a missing
 // observation has the prediction, level plus its season's factor, in its
-// place.
+// place.  The unchecked passes run the derivatives by the two weights side
+// by side in the two lanes of an SSE2 vector (smoothing/factor_lanes.h).
 struct FactorUpdate {
   struct State {
     double level;
@@ -194,6 +195,8 @@ struct FactorUpdate {
                                            double* ds, double* wder, Guards& guards) noexcept {
     return point_derivative(value, w[0], w[1], before.level, s.level, lseason, s.derlev, ds, wder, guards);
   }
+  static int unchecked(const pass::FactorStep<2, FactorUpdate>& step, bool forward, const pass::DerivativeSeries& in,
+                       State& s, double* sums, long* nmiss, bool* tripped) noexcept;
 };
 
 // One observation of the estimation's derivative passes (the step record of

@@ -521,12 +521,44 @@ struct DerivativeSeries {
   double min_nmiss;  // the forward pass stops with -2 past this many missing
 };
 
+// The value of observation t in a derivative pass: x[t], or for a missing
+// one the prediction that stands in for it, missing().  A forward pass
+// counts the missing observations in nmiss: false past min_nmiss.
+template <bool kForward, bool kAnyMissing, class Missing>
+[[gnu::always_inline]] inline bool observation(const DerivativeSeries& in, long t, long& nmiss, double& value,
+                                               Missing missing) noexcept {
+  value = in.x[t];
+  if constexpr (kAnyMissing) {
+    if (in.misflg[t]) {
+      if constexpr (kForward) {
+        ++nmiss;
+        if (static_cast<double>(nmiss) > in.min_nmiss) return false;
+      }
+      value = missing();
+    }
+  }
+  return true;
+}
+
 // A step record whose step can meet its guards deferred:
 //   int step(State&, long t, double value, double* wder,
 //            DeferredGuards& guards) const;
 template <class S>
 concept DefersGuards = requires(const S& step, typename S::State& st, double* wder, smoothing::DeferredGuards& g) {
   step.step(st, 0L, 0.0, wder, g);
+};
+
+// A step record that runs its unchecked passes in a loop of its own (the
+// seasonal families, with the derivatives of their weights side by side in
+// SIMD lanes):
+//   int unchecked(bool forward, const DerivativeSeries&, State&,
+//                 double* sums, long* nmiss, bool* tripped) const;
+// It meets its guards deferred, and where no guard tripped it leaves what
+// derivative_loop<S, forward, *, false> would leave, to the bit.
+template <class S>
+concept OwnUncheckedLoop = requires(const S& step, const DerivativeSeries& in, typename S::State& st, double* sums,
+                                    long* nmiss, bool* tripped) {
+  { step.unchecked(true, in, st, sums, nmiss, tripped) } -> std::same_as<int>;
 };
 
 // One pass, with its direction, the presence of missing observations and
@@ -547,11 +579,10 @@ template <class S, bool kForward, bool kAnyMissing, bool kChecked>
                                       double* sums, long* nmiss_out, bool* tripped) noexcept {
   constexpr int nv = S::kWeights + 1;
   constexpr int nx = nv * (nv + 1) / 2;
-  const double* x = in.x;
-  const char* misflg = in.misflg;
   const long n = in.n;
   // Local copies: no store to the series' arrays can reach them, so the
-  // weights and the state may stay in registers across the loop.
+  // series, the weights and the state may stay in registers across the loop.
+  const DerivativeSeries series = in;
   const S step = step_record;
   typename S::State s = st;
   double acc[nx];
@@ -563,18 +594,10 @@ template <class S, bool kForward, bool kAnyMissing, bool kChecked>
   int rc = kOk;
   for (long k = 0; k < n; ++k) {
     const long t = kForward ? k : n - 1 - k;
-    double value = x[t];
-    if constexpr (kAnyMissing) {
-      if (misflg[t]) {
-        if constexpr (kForward) {
-          ++nmiss;
-          if (static_cast<double>(nmiss) > in.min_nmiss) {
-            rc = kTooFew;
-            break;
-          }
-        }
-        value = step.missing_value(s, t);
-      }
+    double value = 0.0;
+    if (!observation<kForward, kAnyMissing>(series, t, nmiss, value, [&] { return step.missing_value(s, t); })) {
+      rc = kTooFew;
+      break;
     }
     double wder[nv];
     if constexpr (!kChecked && DefersGuards<S>) {
@@ -612,11 +635,15 @@ template <class S, bool kForward, bool kAnyMissing, bool kChecked>
 template <class S, bool kForward, bool kChecked>
 int derivative_run(const S& step, const DerivativeSeries& in, typename S::State& st, double* sums, long* nmiss,
                    bool* tripped) noexcept {
-  // The flags or-ed together as bytes: a loop the compiler runs as vectors.
-  unsigned char flags = 0;
-  for (long t = 0; t < in.n; ++t) flags |= static_cast<unsigned char>(in.misflg[t]);
-  return flags != 0 ? derivative_loop<S, kForward, true, kChecked>(step, in, st, sums, nmiss, tripped)
-                    : derivative_loop<S, kForward, false, kChecked>(step, in, st, sums, nmiss, tripped);
+  if constexpr (!kChecked && OwnUncheckedLoop<S>) {
+    return step.unchecked(kForward, in, st, sums, nmiss, tripped);
+  } else {
+    // The flags or-ed together as bytes: a loop the compiler runs as vectors.
+    unsigned char flags = 0;
+    for (long t = 0; t < in.n; ++t) flags |= static_cast<unsigned char>(in.misflg[t]);
+    return flags != 0 ? derivative_loop<S, kForward, true, kChecked>(step, in, st, sums, nmiss, tripped)
+                      : derivative_loop<S, kForward, false, kChecked>(step, in, st, sums, nmiss, tripped);
+  }
 }
 
 // Arrays of up to this many doubles are saved on the stack so that a pass
@@ -632,7 +659,7 @@ inline constexpr long kSavedDoubles = 256;
 template <class S>
 int derivative_backward(const S& step, const DerivativeSeries& in, typename S::State& st) noexcept {
   bool tripped = false;
-  if constexpr (DefersGuards<S>) {
+  if constexpr (DefersGuards<S> || OwnUncheckedLoop<S>) {
     if (step.saved() <= kSavedDoubles) {
       const typename S::State start = st;
       double saved[kSavedDoubles];
@@ -689,7 +716,18 @@ inline bool unchecked_sums_are_exact(const double* sums) noexcept {
 //                                      prediction derivatives
 //
 // A failed point leaves the derivatives alone; a failed derive still stores
-// what it left in the factor's derivatives.
+// what it left in the factor's derivatives.  An update may also run the
+// unchecked passes in a loop of its own (see OwnUncheckedLoop):
+//
+//   static int unchecked(const FactorStep<P, U>&, bool forward,
+//                        const DerivativeSeries&, State&, double* sums,
+//                        long* nmiss, bool* tripped);
+template <class U, class Step>
+concept UpdateOwnsLoop = requires(const Step& step, const DerivativeSeries& in, typename U::State& s, double* sums,
+                                  long* nmiss, bool* tripped) {
+  { U::unchecked(step, true, in, s, sums, nmiss, tripped) } -> std::same_as<int>;
+};
+
 // An update whose point and derive can meet their guards deferred (a last
 // argument, the guards).
 template <class U>
@@ -739,6 +777,10 @@ struct FactorStep {
     s.xhat = xhat;
     wder[P] = e;
     return kOk;
+  }
+  int unchecked(bool forward, const DerivativeSeries& in, State& s, double* sums, long* nmiss,
+                bool* tripped) const noexcept requires UpdateOwnsLoop<U, FactorStep> {
+    return U::unchecked(*this, forward, in, s, sums, nmiss, tripped);
   }
   // The factors, then their derivatives by each weight.
   long saved() const noexcept { return (P + 1L) * nseasons; }

@@ -11,6 +11,7 @@
 // record of winsubs.h.
 #include "smoothing/winsubs.h"
 
+#include <cfloat>
 #include <cmath>
 #include <cstring>
 
@@ -18,6 +19,7 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "regression/regression.h"
+#include "smoothing/factor_lanes.h"
 #include "smoothing/pass_kernel.h"
 
 namespace {
@@ -312,10 +314,10 @@ template <class V, class M, int kWidth, bool kAdditive>
   }
 }
 
-typedef double V2 __attribute__((vector_size(16)));
-typedef long long M2 __attribute__((vector_size(16)));
-typedef double V4 __attribute__((vector_size(32)));
-typedef long long M4 __attribute__((vector_size(32)));
+using pass::lanes::M2;
+using pass::lanes::M4;
+using pass::lanes::V2;
+using pass::lanes::V4;
 
 template <class V, class M, int kWidth>
 [[gnu::always_inline]] inline void lanes_pass_of_form(int additive, const LanesInput& in, bool* failed,
@@ -343,7 +345,172 @@ __attribute__((target("avx"))) void lanes_pass_4(int additive, const LanesInput&
 bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
 #endif
 
+// The derivative passes' lanes (smoothing/factor_lanes.h) of the form
+// kAdditive: win::point and win::point_derivative with the derivatives by
+// the three weights in lanes 0..2 of a vector (lane 3 stays 0 while the
+// guards hold, and takes e for the cross products).
+template <bool kAdditive>
+struct DerivativeLanes {
+  using V = V4;
+  using Update = win::FactorUpdate<kAdditive>;
+  struct State {
+    double level;
+    double trend;
+    double xhat;
+    V dl;  // d level / d weight i
+    V dt;  // d trend / d weight i
+  };
+  struct Peaks {
+    double state = 0.0;      // |level|, |trend|, |factor| before a step
+    double pred = -DBL_MAX;  // the prediction
+    double low = DBL_MAX;    // multiplicative: prediction, new level, new factor
+    double quotients = 0.0;  // multiplicative: sum of |quotient|
+    V derivatives = {};      // |derivative| before a step
+  };
+  static void load(const typename Update::State& u, State& s) noexcept {
+    s = State{u.level, u.trend, u.xhat, V{}, V{}};
+    for (int i = 0; i < 3; ++i) {
+      s.dl[i] = u.derlev[i];
+      s.dt[i] = u.dertre[i];
+    }
+  }
+  static void store(const State& s, typename Update::State& u) noexcept {
+    u.level = s.level;
+    u.trend = s.trend;
+    u.xhat = s.xhat;
+    for (int i = 0; i < 3; ++i) {
+      u.derlev[i] = s.dl[i];
+      u.dertre[i] = s.dt[i];
+    }
+  }
+  static double prediction(const State& s, double factor) noexcept {
+    return kAdditive ? s.level + s.trend + factor : (s.level + s.trend) * factor;
+  }
+
+  double wl, wt, ws;
+  double u, v, w;  // 1 - each weight
+  double upper;    // xscale * kRelativeLimit
+  double minval;   // xscale * kMinValFactor
+
+  explicit DerivativeLanes(const pass::FactorStep<3, Update>& step) noexcept
+      : wl(step.w[0]),
+        wt(step.w[1]),
+        ws(step.w[2]),
+        u(1.0 - wl),
+        v(1.0 - wt),
+        w(1.0 - ws),
+        upper(step.xscale * kRelativeLimit),
+        minval(step.xscale * win::kMinValFactor) {}
+
+  bool tripped(const Peaks& pk) const noexcept {
+    return pk.state > kStateLimit || pk.pred > upper || pass::lanes::any_above(pk.derivatives, kErrorLimit) ||
+           (!kAdditive && (pk.low < minval || pass::lanes::quotients_fail(pk.quotients)));
+  }
+
+  [[gnu::always_inline]] void step(State& s, double* factor, V* dsp, double x, V& d, double& e,
+                                   Peaks& pk) const noexcept {
+    using pass::lanes::keep_max;
+    using pass::lanes::keep_min;
+    const double ll = s.level;
+    const double lt = s.trend;
+    const double ls = *factor;
+    const V dl = s.dl;
+    const V dt = s.dt;
+    const V ds = *dsp;
+    pass::lanes::keep_max_magnitude(pk.derivatives, dl);
+    pass::lanes::keep_max_magnitude(pk.derivatives, dt);
+    pass::lanes::keep_max_magnitude(pk.derivatives, ds);
+    keep_max(pk.state, std::fabs(ll));
+    keep_max(pk.state, std::fabs(lt));
+    keep_max(pk.state, std::fabs(ls));
+    const double b = ll + lt;
+    const V p = dl + dt;
+    double xhat = 0.0;
+    double cl = 0.0;
+    double ct = 0.0;
+    double cs = 0.0;
+    V nl;
+    V nds;
+    if constexpr (kAdditive) {
+      xhat = ls + ll + lt;
+      cl = (ll + lt) * u + (x - ls) * wl;
+      ct = lt * v + wt * (cl - ll);
+      cs = (x - cl) * ws + ls * w;
+      nl = u * p - wl * ds;
+      nl[0] = ((nl[0] + x) - ls) - b;
+      nds = w * ds;
+      nds[2] = ((nds[2] + x) - cl) - ls;
+      nds = nds - ws * nl;
+      d = p + ds;
+    } else {
+      xhat = (lt + ll) * ls;
+      const double xa = x / ls;
+      cl = xa * wl + u * (lt + ll);
+      const double xc = x / cl;
+      ct = (cl - ll) * wt + v * lt;
+      cs = xc * ws + w * ls;
+      const double f = (wl * xa) / ls;
+      nl = u * p;
+      nl[0] = (nl[0] + xa) - b;
+      nl = nl - f * ds;
+      d = p * ls + ds * b;
+      const double g = (ws * xc) / cl;
+      nds = w * ds;
+      nds[2] = (nds[2] + xc) - ls;
+      nds = nds - g * nl;
+      keep_min(pk.low, xhat);
+      keep_min(pk.low, cl);
+      keep_min(pk.low, cs);
+      pk.quotients = pk.quotients + ((std::fabs(xa) + std::fabs(f)) + (std::fabs(xc) + std::fabs(g)));
+    }
+    keep_max(pk.pred, xhat);
+    V nt = v * dt + wt * (nl - dl);
+    nt[1] = ((nt[1] + cl) - ll) - lt;
+    e = xhat - x;
+    s.level = cl;
+    s.trend = ct;
+    s.xhat = xhat;
+    s.dl = nl;
+    s.dt = nt;
+    *factor = cs;
+    *dsp = nds;
+  }
+};
+
+template <bool kAdditive>
+using WinStep = pass::FactorStep<3, win::FactorUpdate<kAdditive>>;
+
+// The lanes on SSE2 (a vector of four as two of two), and on AVX where the
+// processor has it.
+template <bool kAdditive>
+int derivative_lanes(const WinStep<kAdditive>& step, bool forward, const pass::DerivativeSeries& in,
+                     typename win::FactorUpdate<kAdditive>::State& s, double* sums, long* nmiss,
+                     bool* tripped) noexcept {
+  return pass::lanes::unchecked_pass(DerivativeLanes<kAdditive>(step), step, forward, in, s, sums, nmiss, tripped);
+}
+#if defined(__x86_64__)
+template <bool kAdditive>
+__attribute__((target("avx"))) int derivative_lanes_avx(const WinStep<kAdditive>& step, bool forward,
+                                                        const pass::DerivativeSeries& in,
+                                                        typename win::FactorUpdate<kAdditive>::State& s, double* sums,
+                                                        long* nmiss, bool* tripped) noexcept {
+  return pass::lanes::unchecked_pass(DerivativeLanes<kAdditive>(step), step, forward, in, s, sums, nmiss, tripped);
+}
+#endif
+
 }  // namespace
+
+template <bool kAdditive>
+int win::FactorUpdate<kAdditive>::unchecked(const pass::FactorStep<3, FactorUpdate>& step, bool forward,
+                                            const pass::DerivativeSeries& in, State& s, double* sums, long* nmiss,
+                                            bool* tripped) noexcept {
+#if defined(__x86_64__)
+  if (has_avx()) return derivative_lanes_avx<kAdditive>(step, forward, in, s, sums, nmiss, tripped);
+#endif
+  return derivative_lanes<kAdditive>(step, forward, in, s, sums, nmiss, tripped);
+}
+template struct win::FactorUpdate<true>;
+template struct win::FactorUpdate<false>;
 
 // The triples in SIMD lanes; a triple whose lane failed runs again alone,
 // for the code zwinsmo gives it.

@@ -318,7 +318,9 @@ struct Kernel {
 // The update of the estimation's derivative passes in the form kAdditive:
 // point and point_derivative on the state held by value; a missing
 // observation has the prediction (level + trend with its season's factor)
-// in its place.
+// in its place.  The unchecked passes run the derivatives by the three
+// weights side by side in SIMD lanes (smoothing/factor_lanes.h): four to a
+// vector on a processor with AVX, two and two on others.
 template <bool kAdditive>
 struct FactorUpdate {
   struct State {
@@ -340,6 +342,8 @@ struct FactorUpdate {
     return point_derivative(value, w[0], w[1], w[2], before.level, s.level, before.trend, lseason, kAdditive, s.derlev,
                             s.dertre, ds, wder);
   }
+  static int unchecked(const pass::FactorStep<3, FactorUpdate>& step, bool forward, const pass::DerivativeSeries& in,
+                       State& s, double* sums, long* nmiss, bool* tripped) noexcept;
 };
 
 // One observation of the estimation's derivative passes (the step record of

@@ -1,10 +1,10 @@
 // Shared pieces of the interval tests: parsing and printing names, tokens
-// and extended records, dates by
-// year, month and day, equality that treats all missing values alike, a
-// custom-interval record, and the check that a routine refuses codes
+// and extended records, dates by year, month and day, equality that treats
+// all missing values alike, values as text, a custom-interval record, and the check that a routine refuses codes
 // outside its tables with a line on the debug output.
 #pragma once
 
+#include <cstdio>
 #include <cstring>
 #include <initializer_list>
 #include <string>
@@ -24,6 +24,16 @@ inline double d(int y, unsigned m, unsigned dd) { return static_cast<double>(ora
 inline bool same(double a, double b) {
   if (esf::is_missing(a) || esf::is_missing(b)) return esf::is_missing(a) && esf::is_missing(b);
   return a == b;
+}
+
+// A value as text: the number, or "._", "." and ".A" to ".Z" for the
+// missing values.
+inline std::string show(double v) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%g", v);
+  if (!esf::is_missing(v)) return buf;
+  const int k = esf::missing_kind(v);
+  return k == 1 ? "." : k == 0 ? "._" : std::string(".") + static_cast<char>('A' + k - 2);
 }
 
 struct Parsed {
