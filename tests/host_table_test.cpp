@@ -204,7 +204,7 @@ TEST_F(HostTable, RowsInOneCallAreTheRowsOneByOne) {
   for (int i = 0; i < kRows; ++i) {
     dates[i] = i;
     values[2 * i] = i / 7.0;
-    values[2 * i + 1] = i % 5 != 0 ? -i : dot_a();
+    values[2 * i + 1] = i % 5 != 0 ? -i : kDotA;
   }
   for (const bool memory : {false, true}) {
     if (memory) esf::host::assign_memory_libref("OUT");
