@@ -234,7 +234,7 @@ TYPED_TEST_SUITE(FamilyTest, Families);
 // The grid's side-by-side passes give every candidate the return code of its
 // own pass and the bits of its mean squared error, also where guards trip:
 // the grid, the grid stretched past the stable region, and a prediction
-// limit the series exceeds.
+// limit the series exceeds; in every lane width a family offers.
 TYPED_TEST(FamilyTest, SideBySidePassesEqualSinglePasses) {
   using F = typename TypeParam::F;
   constexpr int p = F::kNumWeights;
@@ -253,16 +253,24 @@ TYPED_TEST(FamilyTest, SideBySidePassesEqualSinglePasses) {
           for (int i = 0; i < p; ++i) w[p * k + i] = F::kGrid[i][k] * (k % 2 ? stretch : 1.0);
           eligible[k] = true;
         }
-        F::grid_mse_all(c.m.get(), &c.fc, w, eligible, rc, mse);
-        for (int k = 0; k < fr::kGridRows; ++k) {
-          double one = 0.0;
-          const int want = F::grid_mse(c.m.get(), &c.fc, w + p * k, &one);
-          EXPECT_EQ(rc[k], want) << k;
-          if (want != 0) {
-            ++failed;
+        for (int width : {0, 1, 2, 4}) {
+          if constexpr (requires { F::grid_mse_all(c.m.get(), &c.fc, w, eligible, rc, mse, width); }) {
+            F::grid_mse_all(c.m.get(), &c.fc, w, eligible, rc, mse, width);
+          } else if (width == 0) {
+            F::grid_mse_all(c.m.get(), &c.fc, w, eligible, rc, mse);
           } else {
-            ++ok;
-            EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[k]), std::bit_cast<std::uint64_t>(one)) << k;
+            continue;
+          }
+          for (int k = 0; k < fr::kGridRows; ++k) {
+            double one = 0.0;
+            const int want = F::grid_mse(c.m.get(), &c.fc, w + p * k, &one);
+            EXPECT_EQ(rc[k], want) << "width " << width << " candidate " << k;
+            if (want != 0) {
+              ++failed;
+            } else {
+              ++ok;
+              EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[k]), std::bit_cast<std::uint64_t>(one)) << width << " " << k;
+            }
           }
         }
       }
