@@ -47,6 +47,11 @@ using MaskOf = std::conditional_t<kWidth<V> == 2, M2, M4>;
 // scalar operand of a vector operation stands in every lane as it is (-0
 // and NaN included).
 
+#if defined(__x86_64__)
+// Whether the processor runs AVX (the lanes' own clones for it).
+inline bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
+#endif
+
 // The running extremes of the guards: a NaN value leaves them as they are.
 [[gnu::always_inline]] inline void keep_max(double& peak, double v) noexcept { peak = peak < v ? v : peak; }
 [[gnu::always_inline]] inline void keep_min(double& low, double v) noexcept { low = v < low ? v : low; }

@@ -342,7 +342,7 @@ __attribute__((target("avx"))) void lanes_pass_4(int additive, const LanesInput&
                                                  double* sse) noexcept {
   lanes_pass_of_form<V4, M4, 4>(additive, in, failed, sse);
 }
-bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
+using pass::lanes::has_avx;
 #endif
 
 // The derivative passes' lanes (smoothing/factor_lanes.h) of the form
