@@ -43,6 +43,8 @@ using pass::lanes::V2;
 struct DerivativeLanes {
   using V = V2;
   using Update = ess::FactorUpdate;
+  static constexpr int kWeightOfLane[2] = {0, 1};
+  static constexpr int kValueOfLane[2] = {0, 1};
   struct State {
     double level;
     double xhat;
