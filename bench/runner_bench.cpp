@@ -29,17 +29,17 @@
 // (load average 11 to 13), Release, 2026-11-24, medians of 5 repetitions;
 // wall figures say more about the load than about the runner, CPU figures
 // less so:
-//   BM_Memory winters, 1 thread: cpu_us 122 (8,180 series per second of one
-//     core's CPU), module_us 113, overhead_pct 8.0
-//   BM_Memory winters, 2 threads: cpu_us 125, overhead_pct 9.0 (about the
+//   BM_Memory winters, 1 thread: cpu_us 104 (9,600 series per second of one
+//     core's CPU), module_us 95, overhead_pct 9.4 (9 us beyond the module)
+//   BM_Memory winters, 2 threads: cpu_us 107, overhead_pct 11 (about the
 //     CPU per series of one thread: little is lost to contention)
-//   BM_Forecast winters, 1 thread: cpu_us 174 (5,750 series per second of
-//     one core), module_us 114, write_us 35, read_us 6; overhead_pct 53
-//   BM_Forecast winters, 2 threads: cpu_us 178 (the reading thread besides
+//   BM_Forecast winters, 1 thread: cpu_us 156 (6,400 series per second of
+//     one core), module_us 96, write_us 35, read_us 6; overhead_pct 62
+//   BM_Forecast winters, 2 threads: cpu_us 162 (the reading thread besides
 //     the two that run series; it refills the queue a run of series at a time)
-//   BM_M3Sizes: 0.82 s of CPU on 1 thread (2.6 s wall), overhead_pct 51
+//   BM_M3Sizes: 0.77 s of CPU on 1 thread (2.3 s wall), overhead_pct 53
 //     (each candidate family's lists and measures, short series, and each
-//     series' interval found from its time IDs: read_us 22)
+//     series' interval found from its time IDs: read_us 21)
 // The wall rates of 1 and 2 threads cannot be compared on a loaded machine.
 // Rerun on an idle machine before comparing them with a target.
 #include <time.h>

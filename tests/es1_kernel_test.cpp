@@ -1,6 +1,7 @@
-// The simple smoothing kernel against a pass worked by hand and an
-// independent smoothing loop, its prediction rows and variance, and its
-// guards (the derivatives are checked for every family in family_test.cpp).
+// The simple smoothing kernel against a pass worked by hand, its prediction
+// rows and variance, and its guards (the passes against the textbook
+// recursion and the derivatives are checked for every family in
+// family_test.cpp).
 #include <cmath>
 #include <vector>
 
@@ -92,25 +93,6 @@ TEST(Es1Smooth, MatchesHandWorkedPasses) {
   }
   EXPECT_EQ(level, 3.1796875);
   EXPECT_EQ(mse, sse / 4);
-}
-
-TEST(Es1Smooth, AgreesWithAnIndependentLoop) {
-  smooth_test::Noise noise(7);
-  std::vector<double> v;
-  double lvl = 50;
-  for (int t = 0; t < 60; ++t) {
-    lvl += noise.next();
-    v.push_back(lvl + 2 * noise.next());
-  }
-  v[5] = v[17] = v[40] = std::nan("");
-  Series s(v);
-  for (double w : {0.05, 0.3, 0.77, 0.999}) {
-    SCOPED_TRACE(w);
-    double level = smooth_test::last_usable(v), mse = 0.0, time0 = 0.0;
-    const double expect = smooth_test::ses_backcast_mse(v, w, level, &time0);
-    ASSERT_EQ(zes1smo(s.data(), s.mis(), 60.0, s.n(), w, &level, &mse, nullptr, nullptr), 0);
-    EXPECT_NEAR(mse, expect, 1e-12 * expect);
-  }
 }
 
 TEST(Es1Smooth, EdgeResults) {

@@ -1,7 +1,7 @@
-// Linear exponential smoothing: the kernel against an independent Holt loop
-// and the closed form of its forecast variance, the stability region, the
-// guards, and stable estimates beyond the usual box (the properties every
-// family shares are in family_test.cpp).
+// Linear exponential smoothing: the closed form of its forecast variance,
+// the stability region, the guards, and stable estimates beyond the usual
+// box (the passes against Holt's method and the properties every family
+// shares are in family_test.cpp).
 #include <cmath>
 #include <vector>
 
@@ -17,27 +17,7 @@ namespace {
 using smooth_test::example_series;
 using smooth_test::expect_rel;
 using smooth_test::is_miss;
-using smooth_test::kMiss;
 using smooth_test::Model;
-
-// Holt's linear method written in its textbook form, independently of the
-// kernel: from level l and trend b before observation 0,
-//   prediction l + b,  l' = a x + (1 - a)(l + b),  b' = g (l' - l) + (1 - g) b.
-struct Holt {
-  std::vector<double> pred, level, trend;
-};
-Holt holt(const std::vector<double>& x, double a, double g, double l, double b) {
-  Holt h;
-  for (double v : x) {
-    h.pred.push_back(l + b);
-    const double nl = a * v + (1.0 - a) * (l + b);
-    b = g * (nl - l) + (1.0 - g) * b;
-    l = nl;
-    h.level.push_back(l);
-    h.trend.push_back(b);
-  }
-  return h;
-}
 
 // The standard closed form of the h-step variance factor of Holt's method:
 // 1 + sum_{j=1}^{h-1} (a + j a g)^2.
@@ -50,64 +30,6 @@ class Es2Kernel : public ::testing::Test {
  protected:
   void SetUp() override { smooth_test::connect_module(); }
 };
-
-TEST_F(Es2Kernel, PredictionPassAgreesWithHoltsMethod) {
-  struct Case {
-    const char* series;
-    double a, g;
-  } const cases[] = {
-      {"AirPassengers.csv", 0.3, 0.1},
-      {"UKgas.csv", 0.05, 0.6},
-      {"USAccDeaths.csv", 0.9, 0.02},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.series);
-    std::vector<double> x = example_series(c.series);
-    const long n = static_cast<long>(x.size());
-    std::vector<char> mis(n, 0);
-    const double l0 = x[0], b0 = x[1] - x[0];
-    double level = l0, trend = b0, mse = 0;
-    std::vector<double> rows(8 * (n + 12));
-    ASSERT_EQ(
-        zes2prd(x.data(), mis.data(), 1e6, n, c.a, c.g, &level, &trend, 0, n - 1, 12, 4.0, 0.05, 1, &mse, rows.data()),
-        0);
-    const Holt h = holt(x, c.a, c.g, l0, b0);
-    double sse = 0;
-    for (long t = 0; t < n; ++t) {
-      const double* r = &rows[8 * t];
-      expect_rel(r[1], h.pred[t], 1e-12, "prediction");
-      expect_rel(r[4], h.pred[t] - x[t], 1e-9, "error");
-      expect_rel(r[6], h.level[t], 1e-12, "level");
-      EXPECT_NEAR(r[7], h.trend[t], 1e-12 * (std::fabs(h.trend[t]) + std::fabs(h.level[t])));
-      sse += (h.pred[t] - x[t]) * (h.pred[t] - x[t]);
-    }
-    expect_rel(mse, sse / (n - 2), 1e-10, "mse divides by nobs - 2");
-    expect_rel(level, h.level.back(), 1e-12, "end level");
-  }
-}
-
-TEST_F(Es2Kernel, BackcastRunsHoltsMethodBackwardThenTurns) {
-  std::vector<double> x = example_series("AirPassengers.csv");
-  const long n = static_cast<long>(x.size());
-  std::vector<char> mis(n, 0);
-  const double a = 0.4, g = 0.2;
-  double l = 0, b = 0;
-  ASSERT_EQ(zes2svi(x.data(), mis.data(), n, 1, &l, &b), 0);
-  // Backward in time from the start values, then one step forward.
-  std::vector<double> reversed(x.rbegin(), x.rend());
-  const Holt back = holt(reversed, a, g, l, b);
-  const double l0 = back.level.back() + back.trend.back();
-  const double b0 = -back.trend.back();
-  const Holt fwd = holt(x, a, g, l0, b0);
-  double sse = 0;
-  for (long t = 0; t < n; ++t) sse += (fwd.pred[t] - x[t]) * (fwd.pred[t] - x[t]);
-  double level = l, trend = b, mse = 0;
-  std::vector<double> smoothed(n);
-  ASSERT_EQ(zes2smo(x.data(), mis.data(), 1e6, n, a, g, &level, &trend, &mse, smoothed.data(), nullptr), 0);
-  expect_rel(mse, sse / n, 1e-10, "mse");
-  for (long t = 0; t < n; ++t) expect_rel(smoothed[t], fwd.pred[t], 1e-11, "prediction");
-  expect_rel(level, fwd.level.back(), 1e-11, "end level");
-}
 
 TEST_F(Es2Kernel, ForecastVarianceHasHoltsClosedForm) {
   std::vector<double> x = example_series("UKgas.csv");
@@ -152,24 +74,6 @@ TEST_F(Es2Kernel, StabilityRegion) {
   for (const Case& c : cases) {
     EXPECT_EQ(zes2stb(c.a, c.g) != 0, c.stable != 0) << c.a << " " << c.g;
   }
-}
-
-TEST_F(Es2Kernel, AMissingObservationMovesTheLevelByTheTrend) {
-  std::vector<double> x = {10, 12, kMiss, 16, 18};
-  std::vector<char> mis = {0, 0, 1, 0, 0};
-  double level = 18, trend = -2, mse = 0;
-  std::vector<double> rows(25);
-  ASSERT_EQ(zes2smo(x.data(), mis.data(), 100, 5, 0.5, 0.5, &level, &trend, &mse, nullptr, rows.data()), 0);
-  const double* before = &rows[5];
-  const double* gap = &rows[10];
-  EXPECT_TRUE(is_miss(gap[2]));
-  EXPECT_EQ(gap[3], before[3] + before[4]);  // level moves by the trend
-  EXPECT_EQ(gap[1], gap[3]);                 // the prediction is the new level
-  EXPECT_EQ(gap[4], before[4]);              // the trend stays
-  // Four errors enter the mean.
-  double sse = 0;
-  for (int t : {0, 1, 3, 4}) sse += rows[5 * t + 2] * rows[5 * t + 2];
-  EXPECT_DOUBLE_EQ(mse, sse / 4);
 }
 
 TEST_F(Es2Kernel, Guards) {

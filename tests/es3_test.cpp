@@ -1,7 +1,7 @@
-// Damped-trend exponential smoothing: the kernel against an independent
-// damped-trend loop (undamped included), the flattening forecasts, their
+// Damped-trend exponential smoothing: the flattening forecasts, their
 // variance against the impulse response of the recursion, and the stability
-// test (the properties every family shares are in family_test.cpp).
+// test (the passes against the damped-trend method and the properties every
+// family shares are in family_test.cpp).
 #include <cmath>
 #include <vector>
 
@@ -19,8 +19,6 @@ using smooth_test::expect_rel;
 using smooth_test::is_miss;
 using smooth_test::kMiss;
 
-const char* const kExamples[] = {"AirPassengers.csv", "UKgas.csv", "USAccDeaths.csv"};
-
 struct Weights {
   double a, g, phi;
 };
@@ -29,38 +27,6 @@ class Es3Kernel : public ::testing::Test {
  protected:
   void SetUp() override { smooth_test::connect_module(); }
 };
-
-TEST_F(Es3Kernel, PredictionPassAgreesWithTheDampedTrendMethod) {
-  // The textbook form: prediction l + phi b,
-  //   l' = a x + (1 - a)(l + phi b),  b' = g (l' - l) + (1 - g) phi b.
-  const Weights cases[] = {{0.3, 0.1, 0.95}, {0.8, 0.4, 0.9}, {0.05, 0.6, 0.99}, {0.5, 0.2, 1.0}};
-  for (const char* name : kExamples) {
-    std::vector<double> x = example_series(name);
-    const long n = static_cast<long>(x.size());
-    std::vector<char> mis(n, 0);
-    for (const Weights& w : cases) {
-      SCOPED_TRACE(testing::Message() << name << " " << w.a << " " << w.g << " " << w.phi);
-      double l = x[0], b = x[1] - x[0];
-      double level = l, trend = b, mse = 0;
-      std::vector<double> rows(8 * n);
-      ASSERT_EQ(zes3prd(x.data(), mis.data(), 1e9, n, w.a, w.g, w.phi, &level, &trend, 0, n - 1, 0, 1.0, 0.05, 1, &mse,
-                        rows.data()),
-                0);
-      double sse = 0;
-      for (long t = 0; t < n; ++t) {
-        const double pred = l + w.phi * b;
-        const double nl = w.a * x[t] + (1.0 - w.a) * (l + w.phi * b);
-        b = w.g * (nl - l) + (1.0 - w.g) * w.phi * b;
-        l = nl;
-        EXPECT_NEAR(rows[8 * t + 1], pred, 1e-12 * std::fabs(pred)) << t;
-        EXPECT_NEAR(rows[8 * t + 6], l, 1e-12 * std::fabs(l)) << t;
-        EXPECT_NEAR(rows[8 * t + 7], b, 1e-11 * (std::fabs(b) + std::fabs(l))) << t;
-        sse += (pred - x[t]) * (pred - x[t]);
-      }
-      expect_rel(mse, sse / (n - 3), 1e-9, "mse divides by nobs - 3");
-    }
-  }
-}
 
 TEST_F(Es3Kernel, DampedForecastsFlattenAsTheLeadGrows) {
   std::vector<double> x = example_series("AirPassengers.csv");
@@ -151,26 +117,6 @@ TEST_F(Es3Kernel, StabilityTest) {
       EXPECT_EQ(zes3stb(a, g, 1.0) != 0, zes2stb(a, g) != 0) << a << " " << g;
     }
   }
-}
-
-TEST_F(Es3Kernel, MissingObservationsKeepMovingTheLevelByAShrinkingTrend) {
-  std::vector<double> x = {10, 12, kMiss, kMiss, 18, 20};
-  std::vector<char> mis = {0, 0, 1, 1, 0, 0};
-  const double phi = 0.8;
-  double level = 22, trend = -2, mse = 0;
-  std::vector<double> rows(5 * 6);
-  ASSERT_EQ(zes3smo(x.data(), mis.data(), 100, 6, 0.5, 0.5, phi, &level, &trend, &mse, nullptr, rows.data()), 0);
-  for (int t : {2, 3}) {
-    const double* prev = &rows[5 * (t - 1)];
-    const double* gap = &rows[5 * t];
-    EXPECT_TRUE(is_miss(gap[2]));
-    EXPECT_EQ(gap[4], phi * prev[4]);
-    EXPECT_EQ(gap[3], prev[3] + gap[4]);
-    EXPECT_EQ(gap[1], gap[3]);
-  }
-  double sse = 0;
-  for (int t : {0, 1, 4, 5}) sse += rows[5 * t + 2] * rows[5 * t + 2];
-  EXPECT_DOUBLE_EQ(mse, sse / 4);
 }
 
 // The exported standard errors need four observations.

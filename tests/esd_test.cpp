@@ -1,7 +1,7 @@
-// Double exponential smoothing: the kernel against Brown's two smoothed
-// series, the forecast variance against the moving-average weights and the
-// impulse response of the recursion, and the guards (the properties every
-// family shares are in family_test.cpp).
+// Double exponential smoothing: the forecast variance against the
+// moving-average weights and the impulse response of the recursion, and the
+// guards (the passes against Brown's two smoothed series and the properties
+// every family shares are in family_test.cpp).
 #include <cmath>
 #include <string>
 #include <vector>
@@ -17,45 +17,11 @@ namespace {
 using smooth_test::example_series;
 using smooth_test::expect_rel;
 using smooth_test::is_miss;
-using smooth_test::kMiss;
-
-const char* const kExamples[] = {"AirPassengers.csv", "UKgas.csv", "USAccDeaths.csv"};
 
 class EsdKernel : public ::testing::Test {
  protected:
   void SetUp() override { smooth_test::connect_module(); }
 };
-
-TEST_F(EsdKernel, PredictionsAreBrownsDoubleSmoothing) {
-  // Brown's form: S1 = w x + (1 - w) S1, S2 = w S1 + (1 - w) S2, one-step
-  // prediction 2 S1 - S2 + w / (1 - w) (S1 - S2). The kernel's level is S1
-  // and its trend w / (1 - w) (S1 - S2).
-  for (const char* name : kExamples) {
-    std::vector<double> x = example_series(name);
-    const long n = static_cast<long>(x.size());
-    std::vector<char> mis(n, 0);
-    for (double w : {0.1, 0.45, 0.8}) {
-      SCOPED_TRACE(testing::Message() << name << " " << w);
-      const double l0 = x[0], t0 = 0.5 * (x[1] - x[0]);
-      double s1 = l0, s2 = l0 - t0 * (1.0 - w) / w;
-      double level = l0, trend = t0, mse = 0;
-      std::vector<double> rows(8 * n);
-      ASSERT_EQ(zesdprd(x.data(), mis.data(), 1e9, n, w, &level, &trend, 0, n - 1, 0, 1.0, 0.05, 1, &mse, rows.data()),
-                0);
-      double sse = 0;
-      for (long t = 0; t < n; ++t) {
-        const double pred = 2.0 * s1 - s2 + w / (1.0 - w) * (s1 - s2);
-        EXPECT_NEAR(rows[8 * t + 1], pred, 1e-11 * std::fabs(pred)) << t;
-        sse += (pred - x[t]) * (pred - x[t]);
-        s1 = w * x[t] + (1.0 - w) * s1;
-        s2 = w * s1 + (1.0 - w) * s2;
-        EXPECT_NEAR(rows[8 * t + 6], s1, 1e-11 * std::fabs(s1));
-      }
-      expect_rel(mse, sse / (n - 1), 1e-9, "mse divides by nobs - 1");
-      EXPECT_NEAR(trend, w / (1.0 - w) * (s1 - s2), 1e-9 * std::fabs(s1));
-    }
-  }
-}
 
 TEST_F(EsdKernel, ForecastRowsAndTheirVariance) {
   std::vector<double> x = example_series("USAccDeaths.csv");
@@ -108,21 +74,6 @@ TEST_F(EsdKernel, PsiWeightsAreTheImpulseResponseOfTheForecasts) {
   for (long k = 1; k <= lead; ++k) {
     EXPECT_NEAR(moved[8 * (n + k - 1) + 1] - base[8 * (n + k - 1) + 1], psi[k] * d, 1e-9) << k;
   }
-}
-
-TEST_F(EsdKernel, AMissingObservationAddsTheTrendNotTheTrendOverTheWeight) {
-  std::vector<double> x = {10, 11, kMiss, 14, 15};
-  std::vector<char> mis = {0, 0, 1, 0, 0};
-  const double w = 0.25;
-  double level = 20, trend = -1, mse = 0;
-  std::vector<double> rows(5 * 5);
-  ASSERT_EQ(zesdsmo(x.data(), mis.data(), 100, 5, w, &level, &trend, &mse, nullptr, rows.data()), 0);
-  const double* before = &rows[5];
-  const double* gap = &rows[10];
-  EXPECT_TRUE(is_miss(gap[2]));
-  EXPECT_EQ(gap[1], before[3] + before[4] / w);  // prediction from the level before
-  EXPECT_EQ(gap[3], before[3] + before[4]);      // the level moves by the trend
-  EXPECT_EQ(gap[4], before[4]);
 }
 
 TEST_F(EsdKernel, AWeightOfZeroCannotBeEvaluated) {

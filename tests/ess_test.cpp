@@ -1,7 +1,7 @@
-// Seasonal exponential smoothing: the kernel against an independent loop,
-// the stability region, the centring, the forecast variance against the
-// moving-average weights and start values against the regression (the
-// properties every family shares are in family_test.cpp).
+// Seasonal exponential smoothing: the guards, the stability region, the
+// centring, the forecast variance against the moving-average weights and
+// start values against the regression (the passes against the textbook
+// recursion and the properties every family shares are in family_test.cpp).
 
 #include <cmath>
 #include <filesystem>
@@ -45,96 +45,17 @@ struct Seasonal {
   long n() const { return static_cast<long>(x.size()); }
 };
 
-// The textbook additive seasonal recursion without trend: prediction l + s,
-// l' = a (x - s) + (1 - a) l, s' = g (x - l') + (1 - g) s.
-struct Ref {
-  double level;
-  std::vector<double> f;
-  double step(double x, double a, double g, int s) {
-    const double pred = level + f[s];
-    const double nl = a * (x - f[s]) + (1.0 - a) * level;
-    f[s] = g * (x - nl) + (1.0 - g) * f[s];
-    level = nl;
-    return pred;
-  }
-};
-
 struct Pair {
   double a, g;
 };
 const Pair kWeights[] = {{0.3, 0.2}, {0.8, 0.05}, {0.05, 0.9}, {0.4, 0.0}, {0.0, 0.4}, {0.999, 0.001}};
-struct Example {
-  const char* file;
-  int ns;
-};
-const Example kExamples[] = {{"UKgas.csv", 4}, {"AirPassengers.csv", 12}, {"USAccDeaths.csv", 12}};
-
-std::vector<double> some_factors(int ns) {
-  std::vector<double> f(ns);
-  for (int s = 0; s < ns; ++s) f[s] = 3.0 * std::sin(0.7 * s) - 1.0;
-  return f;
-}
-
 class Ess : public ::testing::Test {
  protected:
   void SetUp() override { smooth_test::connect_module(); }
 };
 
-TEST_F(Ess, PassesAgreeWithTheTextbookRecursion) {
-  for (const Example& ex : kExamples) {
-    std::vector<double> v = example_series(ex.file);
-    v[5] = v[v.size() - 3] = kNaN;
-    Seasonal ser(v, ex.ns, 1);
-    const long n = ser.n();
-    for (const Pair& w : kWeights) {
-      SCOPED_TRACE(testing::Message() << ex.file << " " << w.a << " " << w.g);
-      std::vector<double> f = some_factors(ex.ns);
-      Ref ref{250.0, f};
-      for (long t = n - 1; t >= 0; --t) {
-        if (!ser.mis[t]) ref.step(ser.x[t], w.a, w.g, ser.codes[t]);
-      }
-      Ref start = ref;  // the backward pass leaves the state before observation 0
-      double level = 250.0, mse = 0.0, sse = 0.0;
-      std::vector<double> rows(5 * n);
-      ASSERT_EQ(zesssmo(ser.x.data(), ser.mis.data(), ser.norm, n, ex.ns, w.a, w.g, &level, f.data(), ser.codes.data(),
-                        &mse, nullptr, rows.data()),
-                0);
-      for (long t = 0; t < n; ++t) {
-        const int s = ser.codes[t];
-        const double* row = &rows[5 * t];
-        if (ser.mis[t]) {  // no state changes; the prediction is level plus factor
-          expect_rel(row[1], ref.level + ref.f[s], 1e-12);
-          EXPECT_TRUE(is_miss(row[2]));
-        } else {
-          const double pred = ref.step(ser.x[t], w.a, w.g, s);
-          expect_rel(row[1], pred, 1e-12, std::to_string(t));
-          sse += (pred - ser.x[t]) * (pred - ser.x[t]);
-        }
-        expect_rel(row[3], ref.level, 1e-12, std::to_string(t));
-        EXPECT_NEAR(row[4], ref.f[s], 1e-9 * ser.norm) << t;
-      }
-      expect_rel(mse, sse / (n - 2), 1e-10);
-      for (int s = 0; s < ex.ns; ++s) EXPECT_NEAR(f[s], ref.f[s], 1e-9 * ser.norm);
-
-      // The prediction pass from the state before observation 0, rows from
-      // 10 on; its error variance divides by nobs - 2.
-      std::vector<double> prow(8 * n);
-      double plevel = start.level, pmse = 0.0;
-      ASSERT_EQ(zessprd(ser.x.data(), ser.mis.data(), ser.norm, n, ex.ns, w.a, w.g, &plevel, start.f.data(),
-                        ser.codes.data(), 10, n - 1, 0, kMiss, 0.05, 1, &pmse, prow.data()),
-                0);
-      expect_rel(pmse, sse / (n - 4), 1e-10);
-      expect_rel(prow[8 * (n - 11) + 1], rows[5 * (n - 1) + 1], 1e-12);
-      EXPECT_EQ(prow[5], 0.0);  // a missing se2 gives std 0
-    }
-  }
-}
-
 TEST_F(Ess, GuardsOfTheKernel) {
   double f[3] = {1.0, -2.0, 4.0}, level = 10.0, xhat = 0.0, e = 0.0;
-  ASSERT_EQ(zesspnt(5.0, 100.0, 0.25, 0.5, &level, f, 1, &xhat, &e), 0);
-  EXPECT_EQ(e, 3.0);                                  // prediction minus observation
-  EXPECT_EQ(f[1], 0.5 * (5.0 - level) + 0.5 * -2.0);  // against the new level
   // Only the upper side of the prediction is limited; the level and the one
   // factor in question become missing.
   level = 996.0;

@@ -1,11 +1,12 @@
 // What every smoothing family must do, written once and run over all of them
-// through their traits: side-by-side grid passes give the bits of single
-// passes, analytic gradients agree with numeric ones, a kernel's own
-// derivative loops give the frame's bits, start values begin at the last
-// observation, the estimates are a minimum within the bounds and the stable
-// region, no usable grid candidate is no start, fixed weights stay, and a fit
-// feeds a forecast through the host's lists with the weights a direct fit
-// finds and the table the command line writes.
+// through their traits: the prediction pass follows the family's textbook
+// recursion, side-by-side grid passes give the bits of single passes,
+// analytic gradients agree with numeric ones, a kernel's own derivative loops
+// give the frame's bits, start values begin at the last observation, the
+// estimates are a minimum within the bounds and the stable region, too few
+// observations give no standard errors, no usable grid candidate is no start,
+// fixed weights stay, and a fit feeds a forecast through the host's lists
+// with the weights a direct fit finds and the table the command line writes.
 #include <unistd.h>
 
 #include <bit>
@@ -40,15 +41,30 @@ namespace fr = smoothing::frame;
 using smooth_test::example_series;
 using smooth_test::Model;
 
+// A state of the textbook recursions: level, trend, seasonal factors.
+struct Ref {
+  double l = 0.0, b = 0.0;
+  std::vector<double> f;
+};
+
 // The test's view of one family (Winters in each of its two forms): the
-// trait, the row of the family table, the drivers, and the start values as
-// the fit method computes them.
+// trait, the row of the family table, the drivers, the start values as the
+// fit method computes them, and the family's recursion in its textbook form,
+// written without the module: step(r, x, s, w) returns the one-step
+// prediction and moves the state over observation x of season s (NaN:
+// missing), turn(r, w) turns the state after the backcast.
 struct Simple {
   using F = es1::Family;
   static constexpr const char* kCli = "simple";
   static constexpr int kType = esf::kFamilySimple, kAdditive = 0;
   static constexpr long kFew = 1;  // usable observations too few for standard errors
   static int start(WINMODEL* m) { return zes1svi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level); }
+  static double step(Ref& r, double x, int, const double* w) {
+    const double pred = r.l;
+    if (!std::isnan(x)) r.l = w[0] * x + (1.0 - w[0]) * r.l;
+    return pred;
+  }
+  static void turn(Ref&, const double*) {}
 };
 // The families with level and trend differ only in their start routine.
 template <class Trait, int Type, auto Start>
@@ -56,18 +72,46 @@ struct Trended {
   using F = Trait;
   static constexpr int kType = Type, kAdditive = 0;
   static int start(WINMODEL* m) { return Start(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend); }
+  static void turn(Ref& r, const double*) {
+    r.l += r.b;
+    r.b = -r.b;
+  }
 };
 struct Double : Trended<esd::Family, esf::kFamilyDouble, zesdsvi> {
   static constexpr const char* kCli = "double";
   static constexpr long kFew = 2;
+  // Brown's S1 = w x + (1 - w) S1, S2 = w S1 + (1 - w) S2 with level S1 and
+  // trend w / (1 - w) (S1 - S2): prediction l + b / w.
+  static double step(Ref& r, double x, int, const double* w) {
+    const double pred = r.l + r.b / w[0], l = r.l;
+    r.l = std::isnan(x) ? l + r.b : w[0] * x + (1.0 - w[0]) * l;
+    if (!std::isnan(x)) r.b = w[0] * (r.l - l) + (1.0 - w[0]) * r.b;
+    return pred;
+  }
 };
 struct Linear : Trended<es2::Family, esf::kFamilyLinear, zes2svi> {
   static constexpr const char* kCli = "linear";
   static constexpr long kFew = 2;
+  static double step(Ref& r, double x, int, const double* w) {
+    const double pred = r.l + r.b, l = r.l;
+    r.l = std::isnan(x) ? pred : w[0] * x + (1.0 - w[0]) * pred;  // Holt's method
+    if (!std::isnan(x)) r.b = w[1] * (r.l - l) + (1.0 - w[1]) * r.b;
+    return pred;
+  }
 };
 struct Damped : Trended<es3::Family, esf::kFamilyDamped, zes3svi> {
   static constexpr const char* kCli = "damped";
   static constexpr long kFew = 3;
+  static double step(Ref& r, double x, int, const double* w) {
+    const double pred = r.l + w[2] * r.b, l = r.l;
+    r.l = std::isnan(x) ? pred : w[0] * x + (1.0 - w[0]) * pred;
+    r.b = std::isnan(x) ? w[2] * r.b : w[1] * (r.l - l) + (1.0 - w[1]) * w[2] * r.b;
+    return pred;
+  }
+  static void turn(Ref& r, const double* w) {  // one more damped step back
+    r.b = -(r.b * w[2]);
+    r.l -= r.b;
+  }
 };
 struct Seasonal {
   using F = ess::Family;
@@ -77,6 +121,15 @@ struct Seasonal {
   static int start(WINMODEL* m) {
     return zesssvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, 1, &m->svi.level, m->svi.sfactor);
   }
+  static double step(Ref& r, double x, int s, const double* w) {
+    const double pred = r.l + r.f[s];
+    if (std::isnan(x)) return pred;
+    const double l = w[0] * (x - r.f[s]) + (1.0 - w[0]) * r.l;
+    r.f[s] = w[1] * (x - l) + (1.0 - w[1]) * r.f[s];
+    r.l = l;
+    return pred;
+  }
+  static void turn(Ref&, const double*) {}
 };
 template <int Additive>
 struct Winters {
@@ -87,6 +140,23 @@ struct Winters {
   static int start(WINMODEL* m) {
     return zwinsvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, Additive, 1, &m->svi.level, &m->svi.trend,
                    m->svi.sfactor);
+  }
+  // Holt-Winters: prediction (l + b) + s or (l + b) s.
+  static double step(Ref& r, double x, int s, const double* w) {
+    if (std::isnan(x)) {
+      r.l += r.b;
+      return Additive ? r.l + r.f[s] : r.l * r.f[s];
+    }
+    const double pred = Additive ? r.l + r.b + r.f[s] : (r.l + r.b) * r.f[s];
+    const double l = w[0] * (Additive ? x - r.f[s] : x / r.f[s]) + (1.0 - w[0]) * (r.l + r.b);
+    r.f[s] = w[2] * (Additive ? x - l : x / l) + (1.0 - w[2]) * r.f[s];
+    r.b = w[1] * (l - r.l) + (1.0 - w[1]) * r.b;
+    r.l = l;
+    return pred;
+  }
+  static void turn(Ref& r, const double*) {
+    r.l += r.b;
+    r.b = -r.b;
   }
 };
 
@@ -164,7 +234,7 @@ TYPED_TEST_SUITE(FamilyTest, Families);
 // The grid's side-by-side passes give every candidate the return code of its
 // own pass and the bits of its mean squared error, also where guards trip:
 // the grid, the grid stretched past the stable region, and a prediction
-// limit the series exceeds.
+// limit the series exceeds; in every lane width a family offers.
 TYPED_TEST(FamilyTest, SideBySidePassesEqualSinglePasses) {
   using F = typename TypeParam::F;
   constexpr int p = F::kNumWeights;
@@ -183,16 +253,24 @@ TYPED_TEST(FamilyTest, SideBySidePassesEqualSinglePasses) {
           for (int i = 0; i < p; ++i) w[p * k + i] = F::kGrid[i][k] * (k % 2 ? stretch : 1.0);
           eligible[k] = true;
         }
-        F::grid_mse_all(c.m.get(), &c.fc, w, eligible, rc, mse);
-        for (int k = 0; k < fr::kGridRows; ++k) {
-          double one = 0.0;
-          const int want = F::grid_mse(c.m.get(), &c.fc, w + p * k, &one);
-          EXPECT_EQ(rc[k], want) << k;
-          if (want != 0) {
-            ++failed;
+        for (int width : {0, 1, 2, 4}) {
+          if constexpr (requires { F::grid_mse_all(c.m.get(), &c.fc, w, eligible, rc, mse, width); }) {
+            F::grid_mse_all(c.m.get(), &c.fc, w, eligible, rc, mse, width);
+          } else if (width == 0) {
+            F::grid_mse_all(c.m.get(), &c.fc, w, eligible, rc, mse);
           } else {
-            ++ok;
-            EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[k]), std::bit_cast<std::uint64_t>(one)) << k;
+            continue;
+          }
+          for (int k = 0; k < fr::kGridRows; ++k) {
+            double one = 0.0;
+            const int want = F::grid_mse(c.m.get(), &c.fc, w + p * k, &one);
+            EXPECT_EQ(rc[k], want) << "width " << width << " candidate " << k;
+            if (want != 0) {
+              ++failed;
+            } else {
+              ++ok;
+              EXPECT_EQ(std::bit_cast<std::uint64_t>(mse[k]), std::bit_cast<std::uint64_t>(one)) << width << " " << k;
+            }
           }
         }
       }
@@ -200,6 +278,54 @@ TYPED_TEST(FamilyTest, SideBySidePassesEqualSinglePasses) {
   }
   EXPECT_GT(ok, 0);
   EXPECT_GT(failed, 0);
+}
+
+// The prediction pass (backcast from the start values, turn, forward pass)
+// against the family's textbook recursion: every prediction, error and
+// level, and the error variance over nobs - p, on series with gaps.
+TYPED_TEST(FamilyTest, PredictionPassFollowsTheTextbookRecursion) {
+  using F = typename TypeParam::F;
+  using K = typename F::Kernel;
+  constexpr int width = pass::kRowDoubles<K>;
+  for (const Example& ex : {kAir, kGas}) {
+    Case<TypeParam> c(ex, true);
+    WINMODEL* m = c.m.get();
+    const long n = m->ts.nobs, ns = m->ts.nseasons;
+    std::vector<double> rows(static_cast<std::size_t>(n * width));
+    for (int k : {3, 9, 12}) {
+      const std::vector<double> w = grid_row<F>(k);
+      SCOPED_TRACE(testing::Message() << ex.file << " grid row " << k);
+      Ref r{m->svi.level, row_of<TypeParam>().trended ? m->svi.trend : 0.0, {}};
+      if (ns > 0) r.f.assign(m->svi.sfactor, m->svi.sfactor + ns);
+      auto x = [&](long t) { return m->ts.misflg[t] ? std::nan("") : m->ts.x[t]; };
+      auto season = [&](long t) { return ns > 0 ? m->ts.scodes[t] : 0; };
+      for (long t = n - 1; t >= 0; --t) TypeParam::step(r, x(t), season(t), w.data());
+      TypeParam::turn(r, w.data());
+      fr::forecast_start<K>(m, 0);
+      m->lead = 0;
+      m->out.strptr = rows.data();
+      ASSERT_EQ(fr::predict<F>(m, w.data(), n - 1, 0), 0);
+      double sse = 0.0;
+      long used = 0;
+      for (long t = 0; t < n; ++t) {
+        const double pred = TypeParam::step(r, x(t), season(t), w.data());
+        const double* row = &rows[static_cast<std::size_t>(t * width)];
+        EXPECT_NEAR(row[1], pred, 1e-9 * std::fabs(pred)) << t;
+        EXPECT_NEAR(row[6], r.l, 1e-9 * std::fabs(r.l)) << t;
+        if (row_of<TypeParam>().trended) {
+          EXPECT_NEAR(row[7], r.b, 1e-9 * (std::fabs(r.b) + std::fabs(r.l))) << t;
+        }
+        if (ns > 0) {
+          EXPECT_NEAR(row[width - 1], r.f[season(t)], 1e-9 * m->ts.descstats.norm) << t;
+        }
+        if (std::isnan(x(t))) continue;
+        EXPECT_NEAR(row[4], pred - x(t), 1e-9 * std::fabs(pred)) << t;
+        sse += (pred - x(t)) * (pred - x(t));
+        ++used;
+      }
+      EXPECT_NEAR(m->stats.mse, sse / static_cast<double>(used - K::kParms), 1e-9 * m->stats.mse);
+    }
+  }
 }
 
 // The gradient the frame builds from the derivative recursions (backward

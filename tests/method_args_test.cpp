@@ -128,34 +128,16 @@ TEST_F(ArgsTest, SeriesValuesFlagsAndStatistics) {
     long nmiss, nextr;
     double min, max, mean, norm;  // norm 42: statistics left unset
   };
+  const double past = -std::nextafter(xextr, 1e308);  // just past the limit
   const Case cases[] = {
-      {"text and missing items",
-       {4.0, -6.0, kText, esf::kMissing, 2.5},
-       5,
-       3,
-       {0, 0, 1, 1, 0},
-       2,
-       0,
-       -6.0,
-       4.0,
-       (4.0 - 6.0 + 2.5) / 3,
-       6.0},
+      {"text, missing", {4.0, -6.0, kText, esf::kMissing, 2.5}, 5, 3, {0, 0, 1, 1, 0}, 2, 0, -6, 4, 0.5 / 3, 6},
       // The extreme limit is inclusive: a value exactly on it is kept.
-      {"extreme limit",
-       {xextr, -std::nextafter(xextr, 1e308), 1.0},
-       3,
-       2,
-       {0, 1, 0},
-       1,
-       1,
-       1.0,
-       xextr,
-       (xextr + 1.0) / 2,
-       xextr},
+      {"extreme limit", {xextr, past, 1.0}, 3, 2, {0, 1, 0}, 1, 1, 1.0, xextr, (xextr + 1.0) / 2, xextr},
       // A short list leaves the tail missing but not counted: rc is n - nmiss.
       {"short list", {1.0, 3.0}, 4, 4, {0, 0, 1, 1}, 0, 0, 1.0, 3.0, 4.0 / 4.0, 3.0},
       {"all missing", {esf::kMissing, kText}, 2, 0, {1, 1}, 0, 0, 0, 0, 0, 42.0},
   };
+
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     List data = make();
@@ -240,14 +222,7 @@ TEST_F(ArgsTest, TimesRangeCases) {
       {"fit end date", {{"ENDDATE", date(1949, 6, 1)}}, {}, 0, 0, 5, 0, 23},
       {"one observation", {{"NOBS", 1}}, {}, -2, 0, 0, 0, 0},
       // The evaluation range is raised to the start of the fit range.
-      {"early eval start",
-       {{"STDATE", date(1949, 4, 1)}, {"NOBS", 12}},
-       {{"STDATE", date(1949, 1, 1)}},
-       0,
-       3,
-       14,
-       3,
-       23},
+      {"early eval", {{"STDATE", date(1949, 4, 1)}, {"NOBS", 12}}, {{"STDATE", date(1949, 1, 1)}}, 0, 3, 14, 3, 23},
       {"eval end date", {}, {{"ENDDATE", date(1950, 6, 1)}}, 0, 0, 23, 0, 17},
       {"short eval", {}, {{"NOBS", 1}}, -2, 0, 23, 0, 0},
   };

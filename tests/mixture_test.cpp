@@ -1,7 +1,6 @@
 // Normal mixture: log tails and density against a direct sum of erfc terms
-// in long double, the density against a numerical integral, quantiles
-// against bisection of the direct sum, and the record's normalisation,
-// sorting and refusals.
+// in long double, quantiles against bisection of the direct sum, and the
+// record's normalisation, sorting and refusals.
 
 #include <cfloat>
 #include <cmath>
@@ -87,31 +86,6 @@ TEST(Mixture, TailsAndDensityMatchDirectSum) {
   EXPECT_DOUBLE_EQ(zero.LogLeftPr, std::log(0.5));
   EXPECT_DOUBLE_EQ(zero.LogRightPr, std::log(0.5));
   EXPECT_EQ(zero.LogDensity, -0.9189385332046728);
-}
-
-// Simpson's rule over the density gives the difference of the left tails.
-TEST(Mixture, DensityIntegratesToProbability) {
-  const double ranges[][2] = {{-6.0, -1.0}, {-1.0, 2.5}, {-12.0, 12.0}};
-  for (const Mixture* given : kMixtures) {
-    Mixture m = *given;
-    NORMAL_MIX_ARG q = make_arg(m, 0);  // verified by the first call, then reused
-    auto eval = [&q](double x) {
-      q.Quantile = x;
-      EXPECT_EQ(zmxnorm(&q), 0);
-      return q;
-    };
-    for (const auto& ab : ranges) {
-      const int steps = 40000;
-      const double h = (ab[1] - ab[0]) / steps;
-      double sum = 0;
-      for (int i = 0; i <= steps; ++i) {
-        const double w = (i == 0 || i == steps) ? 1 : (i % 2 ? 4 : 2);
-        sum += w * std::exp(eval(ab[0] + i * h).LogDensity);
-      }
-      EXPECT_NEAR(sum * h / 3, std::exp(eval(ab[1]).LogLeftPr) - std::exp(eval(ab[0]).LogLeftPr), 1e-9)
-          << m.mu[0] << " on " << ab[0] << ".." << ab[1];
-    }
-  }
 }
 
 // A zero weight drops its component and a zero sigma acts as 1.053671212772351e-08:

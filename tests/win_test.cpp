@@ -1,8 +1,9 @@
 // Winters smoothing, additive and multiplicative: the seasonal-dummy start
-// model against an independent least-squares solve, the kernel against an
-// independent Holt-Winters loop, forecasts and their variance, stability,
-// the estimation at its edges, and CODE and TYPE (the properties every
-// family shares are in family_test.cpp).
+// model against an independent least-squares solve, forecasts and their
+// variance, the side-by-side passes in every lane width, stability, the
+// estimation at its edges, and CODE and TYPE (the passes against the
+// Holt-Winters recursions and the properties every family shares are in
+// family_test.cpp).
 #include <unistd.h>
 
 #include <algorithm>
@@ -199,121 +200,11 @@ struct W {
   double a, g, c;
 };
 
-// The textbook recursions, written without the module: returns the
-// one-step predictions of the forward pass after a backward pass from the
-// state handed in, and leaves the end state in l, b, s.
-std::vector<double> holt_winters(const std::vector<double>& x, const std::vector<int>& code, bool additive, W w,
-                                 double& l, double& b, std::vector<double>& s) {
-  auto step = [&](double v, int k) {
-    double pred, nl, ns;
-    if (additive) {
-      pred = l + b + s[k];
-      nl = w.a * (v - s[k]) + (1 - w.a) * (l + b);
-      ns = w.c * (v - nl) + (1 - w.c) * s[k];
-    } else {
-      pred = (l + b) * s[k];
-      nl = w.a * v / s[k] + (1 - w.a) * (l + b);
-      ns = w.c * v / nl + (1 - w.c) * s[k];
-    }
-    b = w.g * (nl - l) + (1 - w.g) * b;
-    l = nl;
-    s[k] = ns;
-    return pred;
-  };
-  const long n = static_cast<long>(x.size());
-  for (long t = n - 1; t >= 0; --t) {
-    if (std::isnan(x[t])) {
-      l += b;
-    } else {
-      step(x[t], code[t]);
-    }
-  }
-  l += b;
-  b = -b;
-  std::vector<double> pred(n);
-  for (long t = 0; t < n; ++t) {
-    if (std::isnan(x[t])) {
-      l += b;
-      pred[t] = additive ? l + s[code[t]] : l * s[code[t]];
-    } else {
-      pred[t] = step(x[t], code[t]);
-    }
-  }
-  return pred;
-}
-
-struct Series {
-  const char* file;
-  int ns;
-};
-const Series kSeries[] = {{"AirPassengers.csv", 12}, {"UKgas.csv", 4}, {"USAccDeaths.csv", 12}};
-const W kWeights[] = {{0.3, 0.05, 0.2}, {0.8, 0.4, 0.6}, {0.05, 0.9, 0.9}, {0.5, 0.0, 0.0}};
-
 class WinKernel : public ::testing::TestWithParam<int> {
  protected:
   void SetUp() override { smooth_test::connect_module(); }
   bool additive() const { return GetParam() != 0; }
 };
-
-TEST_P(WinKernel, PassesAgreeWithTheTextbookRecursions) {
-  for (const Series& ser : kSeries) {
-    std::vector<double> x = example_series(ser.file);
-    x[17] = std::nan("");  // one gap
-    const long n = static_cast<long>(x.size());
-    std::vector<double> xm(x);
-    std::vector<char> mis(n, 0);
-    std::vector<int> code(n);
-    for (long t = 0; t < n; ++t) {
-      code[t] = static_cast<int>((t + 2) % ser.ns);  // the series starts in season 2
-      if (std::isnan(x[t])) {
-        xm[t] = kMiss;
-        mis[t] = 1;
-      }
-    }
-    for (const W& w : kWeights) {
-      SCOPED_TRACE(testing::Message() << ser.file << " " << w.a << " " << w.g << " " << w.c);
-      std::vector<double> s0(ser.ns);
-      for (int k = 0; k < ser.ns; ++k) s0[k] = additive() ? 3.0 * (k % 3) - 3.0 : 1.0 + 0.02 * (k % 5);
-      double l = x[n - 1], b = -0.5;
-      std::vector<double> s = s0;
-      const std::vector<double> pred = holt_winters(x, code, additive(), w, l, b, s);
-
-      double level = x[n - 1], trend = -0.5, mse = 0;
-      std::vector<double> sf = s0, rows(6 * n), smoothed(n);
-      ASSERT_EQ(zwinsmo(xm.data(), mis.data(), 1e4, n, ser.ns, additive(), w.a, w.g, w.c, &level, &trend, sf.data(),
-                        code.data(), &mse, smoothed.data(), rows.data()),
-                0);
-      double sse = 0;
-      long used = 0;
-      for (long t = 0; t < n; ++t) {
-        expect_rel(rows[6 * t + 1], pred[t], 1e-10, "prediction");
-        EXPECT_EQ(smoothed[t], rows[6 * t + 1]);
-        if (mis[t]) {
-          EXPECT_TRUE(is_miss(rows[6 * t + 2]));
-          continue;
-        }
-        EXPECT_EQ(rows[6 * t + 2], rows[6 * t + 1] - x[t]);
-        sse += (pred[t] - x[t]) * (pred[t] - x[t]);
-        ++used;
-      }
-      expect_rel(mse, sse / used, 1e-9, "mse");
-      expect_rel(level, l, 1e-10, "end level");
-      EXPECT_NEAR(trend, b, 1e-9 * std::fabs(l));
-      for (int k = 0; k < ser.ns; ++k) EXPECT_NEAR(sf[k], s[k], 1e-9 * (std::fabs(s[k]) + 1)) << k;
-      EXPECT_EQ(rows[6 * (n - 1) + 5], sf[code[n - 1]]);
-
-      // The prediction pass from the same start follows the same road.
-      double plevel = x[n - 1], ptrend = -0.5, pmse = 0;
-      std::vector<double> psf = s0, prow(9 * (n + 3));
-      ASSERT_EQ(zwinprd(xm.data(), mis.data(), 1e4, n, ser.ns, additive(), w.a, w.g, w.c, &plevel, &ptrend, psf.data(),
-                        code.data(), 0, n - 1, 3, 4.0, 0.05, 0, &pmse, prow.data()),
-                0);
-      for (long t = 0; t < n; ++t) EXPECT_EQ(prow[9 * t + 1], rows[6 * t + 1]) << t;
-      expect_rel(pmse, sse / (used - 3), 1e-9, "prediction mse");
-      EXPECT_EQ(plevel, level);
-    }
-  }
-}
 
 TEST_P(WinKernel, ForecastsFollowTheTrendedLineAndTheEndFactors) {
   const int ns = 4;

@@ -141,10 +141,38 @@ CsvSeries read_series_any_units(const std::string& path, const std::string& id_c
   return read_in_any_units([&](TimeUnits u) { return read_series_csv(path, id_column, var_column, u); }, units);
 }
 
+namespace {
+
+// Whether `rows` have the time IDs whose bits `times` holds, in the same
+// order; when not, `times` takes theirs.
+bool same_times(std::vector<std::uint64_t>& times, const std::vector<CsvRow>& rows) {
+  if (times.size() == rows.size() && std::equal(rows.begin(), rows.end(), times.begin(),
+                                                [](const CsvRow& r, auto t) { return key_bits(r.time) == t; })) {
+    return true;
+  }
+  times.clear();
+  for (const CsvRow& r : rows) times.push_back(key_bits(r.time));
+  return false;
+}
+
+}  // namespace
+
 Inferred infer_interval(Loader& loader, const CsvSeries& series, TimeUnits units) {
   if (!loader.loaded()) loader.load();
+  // The interval found for the last series on this thread, for the next
+  // series with the same time IDs (most series of a batch).
+  struct Found {
+    std::vector<std::uint64_t> times;
+    TimeUnits units = TimeUnits::kNumber;
+    std::string interval;  // empty when none was found
+  };
+  thread_local Found last;
+  if (same_times(last.times, series.rows) && last.units == units && !last.interval.empty()) return {last.interval, {}};
   Routines fn(loader);
-  return infer(fn, in_order(series), units, series);
+  Inferred found = infer(fn, in_order(series), units, series);
+  last.units = units;
+  last.interval = found.interval;
+  return found;
 }
 
 std::string placement_remark(Loader& loader, const CsvSeries& series, TimeUnits units, INTERVAL interval) {
@@ -186,14 +214,8 @@ bool same_interval(const INTERVAL& m, const INTERVAL& iv) {
 PlacementMemo& PlacementMemo::of(const INTERVAL& iv, const CsvSeries& series) {
   thread_local PlacementMemo memo;
   memo.on_ = iv.intcode != kIntCustom;
-  const std::vector<CsvRow>& rows = series.rows;
-  const bool same = same_interval(memo.interval_, iv) && memo.times_.size() == rows.size() &&
-                    std::equal(rows.begin(), rows.end(), memo.times_.begin(),
-                               [](const CsvRow& r, std::uint64_t t) { return key_bits(r.time) == t; });
-  if (!same) {
+  if (!same_times(memo.times_, series.rows) || !same_interval(memo.interval_, iv)) {
     memo.interval_ = iv;
-    memo.times_.clear();
-    for (const CsvRow& r : rows) memo.times_.push_back(key_bits(r.time));
     memo.placed_ = false;
     memo.off_known_ = false;
   }

@@ -154,7 +154,7 @@ std::string_view row_time_text(double t, TimeUnits units, std::size_t row) {
   return {known.text.data(), known.size};
 }
 
-CsvRow parse_csv_row(const std::string& path, long lineno, const std::string& id_text, const std::string& value_text,
+CsvRow parse_csv_row(const std::string& path, long lineno, std::string_view id_text, std::string_view value_text,
                      const std::string& id_column, const std::string& var_column, TimeUnits units) {
   CsvRow row;
   row.line = lineno;

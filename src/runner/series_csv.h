@@ -65,7 +65,7 @@ bool split_csv_line(std::string_view line, std::vector<std::string>* fields);
 
 // Reads one row's time ID and value as `units` say.  Throws CsvError naming
 // the file, the line and the column.
-CsvRow parse_csv_row(const std::string& path, long line, const std::string& id_text, const std::string& value_text,
+CsvRow parse_csv_row(const std::string& path, long line, std::string_view id_text, std::string_view value_text,
                      const std::string& id_column, const std::string& var_column, TimeUnits units);
 
 // Reads `path`. `id_column` and `var_column` name header fields; empty means

@@ -274,8 +274,7 @@ void SeriesTable::read_group(std::size_t first, std::size_t end, const std::func
     r.id_column = header_[id_col_];
     r.var_column = header_[var_cols_[0]];
     r.lines.reserve(keys_[o].rows);
-    r.id_texts.reserve(keys_[o].rows);
-    r.value_texts.reserve(keys_[o].rows);
+    r.ends.reserve(2 * keys_[o].rows);
   }
   BlockReader in(shape_.path);
   in.seek(keys_[first].first_offset, keys_[first].first_line - 1);
@@ -292,10 +291,7 @@ void SeriesTable::read_group(std::size_t first, std::size_t end, const std::func
     for (std::size_t c = 0; c < key_cols_.size(); ++c) {
       if (fields[key_cols_[c]] != keys_[o].key[c]) throw changed();
     }
-    RawSeries& r = group[o - first];
-    r.lines.push_back(in.number());
-    r.id_texts.push_back(std::move(fields[id_col_]));
-    r.value_texts.push_back(std::move(fields[var_cols_[0]]));
+    group[o - first].add_row(in.number(), fields[id_col_], fields[var_cols_[0]]);
     while (next < end && group[next - first].lines.size() == keys_[next].rows) {
       take(std::move(group[next - first]));
       group[next - first] = RawSeries{};
@@ -340,8 +336,7 @@ std::vector<RawSeries> SeriesTable::read_columns(std::size_t first, std::size_t 
     r.id_column = header_[id_col_];
     r.var_column = header_[var_cols_[j]];
     r.lines.reserve(rows);
-    r.id_texts.reserve(rows);
-    r.value_texts.reserve(rows);
+    r.ends.reserve(2 * rows);
   }
   BlockReader in(shape_.path);
   std::string_view view;
@@ -353,12 +348,8 @@ std::vector<RawSeries> SeriesTable::read_columns(std::size_t first, std::size_t 
     if (is_blank(view)) continue;
     if (++seen > rows) break;
     split_row(shape_.path, in.number(), view, header_.size(), &fields);
-    for (std::size_t j = first; j < end; ++j) {
-      RawSeries& r = group[j - first];
-      r.lines.push_back(in.number());
-      r.id_texts.push_back(fields[id_col_]);
-      r.value_texts.push_back(std::move(fields[var_cols_[j]]));
-    }
+    for (std::size_t j = first; j < end; ++j)
+      group[j - first].add_row(in.number(), fields[id_col_], fields[var_cols_[j]]);
   }
   if (seen != rows) throw CsvError(fmt::format("{}: the file changed while it was read", shape_.path));
   return group;
@@ -372,7 +363,7 @@ CsvSeries parse_raw_series(const RawSeries& raw, const std::string& path, TimeUn
   s.rows.reserve(raw.lines.size());
   for (std::size_t i = 0; i < raw.lines.size(); ++i) {
     s.rows.push_back(
-        parse_csv_row(path, raw.lines[i], raw.id_texts[i], raw.value_texts[i], raw.id_column, raw.var_column, units));
+        parse_csv_row(path, raw.lines[i], raw.id_text(i), raw.value_text(i), raw.id_column, raw.var_column, units));
   }
   return s;
 }

@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "runner/series_csv.h"
@@ -41,8 +42,26 @@ struct RawSeries {
   std::string id_column;
   std::string var_column;
   std::vector<long> lines;
-  std::vector<std::string> id_texts;
-  std::vector<std::string> value_texts;
+  // The time ID and the value of every row as written, one after the other
+  // in one text (no string per field): field k ends at ends[k].
+  std::string text;
+  std::vector<std::size_t> ends;
+
+  void add_row(long line, std::string_view id, std::string_view value) {
+    lines.push_back(line);
+    text += id;
+    ends.push_back(text.size());
+    text += value;
+    ends.push_back(text.size());
+  }
+  std::string_view id_text(std::size_t row) const { return field(2 * row); }
+  std::string_view value_text(std::size_t row) const { return field(2 * row + 1); }
+
+ private:
+  std::string_view field(std::size_t k) const {
+    const std::size_t begin = k == 0 ? 0 : ends[k - 1];
+    return std::string_view(text).substr(begin, ends[k] - begin);
+  }
 };
 
 // What a first look at the table found.

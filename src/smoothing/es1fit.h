@@ -30,12 +30,13 @@ struct Family : FamilyDefaults, LevelWeightShape, LevelTrendPasses<Family>, Kern
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
   static long stderr_min_nobs(const WINMODEL&) { return 2; }
 
-  // The twenty candidates side by side in one backward and forward pass.
+  // The twenty candidates side by side in one backward and forward pass, in
+  // lanes of the given width (es1::smooth_many).
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w,
-                           const bool* /*eligible: no stability test*/, int* rc, double* mse) {
+                           const bool* /*eligible: no stability test*/, int* rc, double* mse, int width = 0) {
     model->smooth = model->svi;
-    smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w, kGridRows, model->svi.level, rc,
-                mse);
+    smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w, kGridRows, model->svi.level, rc, mse,
+                width);
   }
 
   static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {

@@ -83,13 +83,38 @@ int zes1std(double* xpxdiag, double mse, long nobs, double* parms, double* stder
 
 }  // extern "C"
 
-void es1::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
-                      double level, int* rc, double* mse) {
-  Lanes lanes;
-  for (int j = 0; j < count; ++j) {
-    lanes.w[j] = w[j];
-    lanes.keep[j] = 1.0 - w[j];
-    lanes.l[j] = level;
+namespace {
+
+// Simple smoothing in the lanes of trend::smooth_lanes.
+struct LaneUpdate : trend::OneWeightLanes {
+  static constexpr bool kPredictionIsLevel = true;
+  template <class V>
+  static void step(const Weights<V>& w, const V& x, V& l, V&, V& xhat, V& hi, V& lo) noexcept {
+    const V lj = l;
+    trend::raise(hi, lj);
+    trend::lower(lo, lj);
+    l = x * w.w + lj * w.keep;
+    xhat = lj;
   }
-  pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
+  template <class V>
+  static void skip(const Weights<V>&, V&, V&) noexcept {}
+  template <class V>
+  static void turn(const Weights<V>&, V&, V&) noexcept {}
+  static bool unusable(const double* w) noexcept { return std::fabs(w[0]) > kStateLimit; }
+};
+
+}  // namespace
+
+void es1::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
+                      double level, int* rc, double* mse, int width) {
+  const trend::LanesInput in{x, misflg, xscale, n, w, count, level, 0.0};
+  trend::smooth_lanes<LaneUpdate>(in, rc, mse, width, [&](int* rc_out, double* mse_out) {
+    Lanes lanes;
+    for (int j = 0; j < count; ++j) {
+      lanes.w[j] = w[j];
+      lanes.keep[j] = 1.0 - w[j];
+      lanes.l[j] = level;
+    }
+    pass::smooth_many(lanes, x, misflg, xscale, n, count, rc_out, mse_out);
+  });
 }

@@ -177,10 +177,12 @@ struct Lanes : pass::LanePeaks {
 // weights run side by side through one loop over the series, so that the
 // grid of the estimation frame costs one pass instead of twenty.  Each
 // weight meets exactly the arithmetic of zes1smo; a guard that trips marks
-// the weight failed (-9), whatever follows.
+// the weight failed (-9), whatever follows.  width: the lanes of a vector,
+// 0 the widest the processor has, 2 or 4; 1 the weights in arrays, one at a
+// time (the way a lane whose sum of squares ends missing is decided).
 inline constexpr int kManyWeights = pass::kManyWeights;
 void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count, double level,
-                 int* rc, double* mse);
+                 int* rc, double* mse, int width = 0);
 
 }  // namespace es1
 #endif

@@ -42,8 +42,8 @@ struct Family : TrendedFamily, LevelTrendPasses<Family>, KernelGrid<Family> {
 
   // The eligible candidates side by side in one backward and forward pass.
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
-                           double* mse) {
-    grid_side_by_side<2, es2::smooth_many>(model, fitcon, w, eligible, rc, mse);
+                           double* mse, int width = 0) {
+    grid_side_by_side<2, es2::smooth_many>(model, fitcon, w, eligible, rc, mse, width);
   }
 
   // The derivative passes (LevelTrendPasses). A missing observation takes

@@ -90,15 +90,47 @@ int zes2stb(double wlevel, double wtrend) {
 
 }  // extern "C"
 
-void es2::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
-                      double level, double trend, int* rc, double* mse) {
-  Lanes lanes;
-  for (int j = 0; j < count; ++j) {
-    lanes.a[j] = w[2 * j];
-    lanes.g[j] = w[2 * j + 1];
-    lanes.ka[j] = 1.0 - lanes.a[j];
-    lanes.kg[j] = 1.0 - lanes.g[j];
+namespace {
+
+// Linear smoothing in the lanes of trend::smooth_lanes.
+struct LaneUpdate : trend::LevelTrendLanes {
+  static constexpr int kWeights = 2;
+  template <class V>
+  struct Weights {
+    V a, g, ka, kg;
+  };
+  template <class V>
+  static void weights(const V* w, Weights<V>& out) noexcept {
+    const V one = V{} + 1.0;
+    out = {w[0], w[1], one - w[0], one - w[1]};
   }
-  lanes.start(count, level, trend);
-  pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
+  template <class V>
+  static void step(const Weights<V>& w, const V& x, V& l, V& t, V& xhat, V& hi, V& lo) noexcept {
+    const V lj = l;
+    const V tj = t;
+    trend::peaks(hi, lo, lj, tj);
+    xhat = lj + tj;
+    const V clevel = xhat * w.ka + x * w.a;
+    t = w.kg * tj + w.g * (clevel - lj);
+    l = clevel;
+  }
+  static bool unusable(const double* w) noexcept { return es2::weights_overflow(w[0], w[1]); }
+};
+
+}  // namespace
+
+void es2::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
+                      double level, double trend, int* rc, double* mse, int width) {
+  const trend::LanesInput in{x, misflg, xscale, n, w, count, level, trend};
+  trend::smooth_lanes<LaneUpdate>(in, rc, mse, width, [&](int* rc_out, double* mse_out) {
+    Lanes lanes;
+    for (int j = 0; j < count; ++j) {
+      lanes.a[j] = w[2 * j];
+      lanes.g[j] = w[2 * j + 1];
+      lanes.ka[j] = 1.0 - lanes.a[j];
+      lanes.kg[j] = 1.0 - lanes.g[j];
+    }
+    lanes.start(count, level, trend);
+    pass::smooth_many(lanes, x, misflg, xscale, n, count, rc_out, mse_out);
+  });
 }

@@ -175,7 +175,7 @@ struct Lanes : trend::TrendedLanes {
 // run side by side through one loop over the series, so that the grid of the
 // estimation frame costs one pass instead of twenty.
 void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count, double level,
-                 double trend, int* rc, double* mse);
+                 double trend, int* rc, double* mse, int width = 0);
 
 }  // namespace es2
 #endif

@@ -106,16 +106,59 @@ int zes3std(double* xpxdiag, double mse, long nobs, double* parms, double* stder
 
 }  // extern "C"
 
-void es3::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
-                      double level, double trend, int* rc, double* mse) {
-  Lanes lanes;
-  for (int j = 0; j < count; ++j) {
-    lanes.a[j] = w[3 * j];
-    lanes.g[j] = w[3 * j + 1];
-    lanes.phi[j] = w[3 * j + 2];
-    lanes.ka[j] = 1.0 - lanes.a[j];
-    lanes.kg[j] = 1.0 - lanes.g[j];
+namespace {
+
+// Damped-trend smoothing in the lanes of trend::smooth_lanes.
+struct LaneUpdate {
+  static constexpr int kWeights = 3;
+  static constexpr bool kPredictionIsLevel = false;
+  template <class V>
+  struct Weights {
+    V a, g, phi, ka, kg;
+  };
+  template <class V>
+  static void weights(const V* w, Weights<V>& out) noexcept {
+    const V one = V{} + 1.0;
+    out = {w[0], w[1], w[2], one - w[0], one - w[1]};
   }
-  lanes.start(count, level, trend);
-  pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
+  template <class V>
+  static void step(const Weights<V>& w, const V& x, V& l, V& t, V& xhat, V& hi, V& lo) noexcept {
+    const V lj = l;
+    const V dtrend = w.phi * t;
+    trend::peaks(hi, lo, lj, dtrend);
+    xhat = lj + dtrend;
+    const V clevel = xhat * w.ka + x * w.a;
+    t = w.g * (clevel - lj) + dtrend * w.kg;
+    l = clevel;
+  }
+  template <class V>
+  static void skip(const Weights<V>& w, V& l, V& t) noexcept {
+    t = w.phi * t;
+    l = l + t;
+  }
+  template <class V>
+  static void turn(const Weights<V>& w, V& l, V& t) noexcept {
+    t = -(t * w.phi);
+    l = l - t;
+  }
+  static bool unusable(const double* w) noexcept { return es3::weights_overflow(w[0], w[1], w[2]); }
+};
+
+}  // namespace
+
+void es3::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
+                      double level, double trend, int* rc, double* mse, int width) {
+  const trend::LanesInput in{x, misflg, xscale, n, w, count, level, trend};
+  trend::smooth_lanes<LaneUpdate>(in, rc, mse, width, [&](int* rc_out, double* mse_out) {
+    Lanes lanes;
+    for (int j = 0; j < count; ++j) {
+      lanes.a[j] = w[3 * j];
+      lanes.g[j] = w[3 * j + 1];
+      lanes.phi[j] = w[3 * j + 2];
+      lanes.ka[j] = 1.0 - lanes.a[j];
+      lanes.kg[j] = 1.0 - lanes.g[j];
+    }
+    lanes.start(count, level, trend);
+    pass::smooth_many(lanes, x, misflg, xscale, n, count, rc_out, mse_out);
+  });
 }

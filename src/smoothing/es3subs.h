@@ -215,7 +215,7 @@ struct Lanes : trend::TrendedLanes {
 // wtrend, wdamp for each), all from the same start state, without the
 // smoothed and row outputs: rc[j] and mse[j] are what zes3smo gives.
 void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count, double level,
-                 double trend, int* rc, double* mse);
+                 double trend, int* rc, double* mse, int width = 0);
 
 }  // namespace es3
 #endif

@@ -33,8 +33,8 @@ struct Family : TrendedFamily, LevelWeightShape, LevelTrendPasses<Family>, Kerne
 
   // The eligible candidates side by side in one backward and forward pass.
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
-                           double* mse) {
-    grid_side_by_side<1, esd::smooth_many>(model, fitcon, w, eligible, rc, mse);
+                           double* mse, int width = 0) {
+    grid_side_by_side<1, esd::smooth_many>(model, fitcon, w, eligible, rc, mse, width);
   }
 
   // A weight of 0 cannot start a pass.

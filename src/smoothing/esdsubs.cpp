@@ -85,13 +85,35 @@ int zesdstd(double* xpxdiag, double mse, long /*nobs*/, double* parms, double* s
 
 }  // extern "C"
 
-void esd::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
-                      double level, double trend, int* rc, double* mse) {
-  Lanes lanes;
-  for (int j = 0; j < count; ++j) {
-    lanes.w[j] = w[j];
-    lanes.keep[j] = 1.0 - w[j];
+namespace {
+
+// Double smoothing in the lanes of trend::smooth_lanes.
+struct LaneUpdate : trend::OneWeightLanes, trend::LevelTrendLanes {
+  template <class V>
+  static void step(const Weights<V>& w, const V& x, V& l, V& t, V& xhat, V& hi, V& lo) noexcept {
+    const V lj = l;
+    const V tj = t;
+    trend::peaks(hi, lo, lj, tj);
+    xhat = lj + tj / w.w;
+    const V clevel = x * w.w + w.keep * lj;
+    t = tj * w.keep + w.w * (clevel - lj);
+    l = clevel;
   }
-  lanes.start(count, level, trend);
-  pass::smooth_many(lanes, x, misflg, xscale, n, count, rc, mse);
+  static bool unusable(const double* w) noexcept { return weight_unusable(w[0]); }
+};
+
+}  // namespace
+
+void esd::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
+                      double level, double trend, int* rc, double* mse, int width) {
+  const trend::LanesInput in{x, misflg, xscale, n, w, count, level, trend};
+  trend::smooth_lanes<LaneUpdate>(in, rc, mse, width, [&](int* rc_out, double* mse_out) {
+    Lanes lanes;
+    for (int j = 0; j < count; ++j) {
+      lanes.w[j] = w[j];
+      lanes.keep[j] = 1.0 - w[j];
+    }
+    lanes.start(count, level, trend);
+    pass::smooth_many(lanes, x, misflg, xscale, n, count, rc_out, mse_out);
+  });
 }

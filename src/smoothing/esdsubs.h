@@ -155,7 +155,7 @@ struct Lanes : trend::TrendedLanes {
 // state, without the smoothed and row outputs: rc[j] and mse[j] are what
 // zesdsmo gives for w[j].
 void smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count, double level,
-                 double trend, int* rc, double* mse);
+                 double trend, int* rc, double* mse, int width = 0);
 
 }  // namespace esd
 #endif

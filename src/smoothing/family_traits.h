@@ -206,16 +206,16 @@ inline void turn_level_trend(Pass& pass) {
 
 // grid_mse_all of a trended family with P weights: the eligible candidates
 // side by side in one backward and forward pass from svi, through
-// Many(x, misflg, xscale, n, w, count, level, trend, rc, mse), the family's
-// smooth_many.
+// Many(x, misflg, xscale, n, w, count, level, trend, rc, mse, width), the
+// family's smooth_many, in lanes of the given width.
 template <int P, auto Many>
 inline void grid_side_by_side(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
-                              double* mse) {
+                              double* mse, int width) {
   model->smooth = model->svi;
   trend::evaluate_eligible<P>(w, eligible, kGridRows, rc, mse,
                               [&](const double* lanes, int count, int* lane_rc, double* lane_mse) {
                                 Many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, lanes, count,
-                                     model->svi.level, model->svi.trend, lane_rc, lane_mse);
+                                     model->svi.level, model->svi.trend, lane_rc, lane_mse, width);
                               });
 }
 

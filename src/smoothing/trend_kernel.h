@@ -6,7 +6,9 @@
 #pragma once
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
+#include <cstring>
 
 #include "primitives/primitives.h"
 #include "regression/regression.h"
@@ -132,5 +134,256 @@ struct TrendedLanes : pass::LanePeaks {
     tr[j] = -tr[j];
   }
 };
+
+// ---------------------------------------------------------------------------
+// The grid in SIMD lanes
+// ---------------------------------------------------------------------------
+//
+// z..smo for the grid's weight sets kWidth to a vector of type V (M: the
+// vector of 64-bit integers its comparisons give), kGroups vectors at a time
+// held in registers across the whole series, so that each step of the
+// recursion meets the steps of the other groups while its own result is on
+// its way.  Every lane runs the operations of its family's z..smo in their
+// order, so its values are those of its own pass to the bit.  A family's
+// update in lanes, U, gives
+//
+//   static constexpr int kWeights;
+//   static constexpr bool kPredictionIsLevel;
+//                                      the prediction is the level, whose
+//                                      guard peaks then serve both
+//   template <class V> struct Weights; the weights of a group of lanes and
+//                                      what the update derives from them
+//   template <class V>
+//   static void weights(const V* w, Weights<V>&);
+//                                      from weight i of every lane in w[i]
+//   template <class V>
+//   static void step(const Weights<V>&, const V& x, V& l, V& t, V& xhat,
+//                    V& hi, V& lo);    the update on observation x and its
+//                                      prediction; hi and lo take the
+//                                      largest and smallest of the states
+//                                      the update guards (before it)
+//   template <class V> static void skip(const Weights<V>&, V& l, V& t);
+//   template <class V> static void turn(const Weights<V>&, V& l, V& t);
+//
+// (Vectors go by reference: these are inlined where AVX is on, and a vector
+// by value would be passed another way where it is not.)
+//   static bool unusable(const double* w);
+//                                      the weight guard of one weight set
+//
+// The guards do not stop a lane.  A state or prediction guard trips at some
+// step exactly when the largest (smallest) value its quantity takes passes
+// the limit, so the loops only keep those peaks (a NaN, which no guard
+// catches, leaves a peak as it is).  The error and sum-of-squares guards are
+// tested at the last observation only: while sse holds no NaN it never
+// falls, so it passes its limit before some addition exactly when it does so
+// before the last, and an error past kErrorLimit squares to more than
+// kSseLimit, which the sum holds from then on.  A lane whose sse ends NaN
+// (an observation missing but not flagged) proves nothing: the caller runs
+// the grid again the checked way.
+typedef double V2 __attribute__((vector_size(16)));
+typedef long long M2 __attribute__((vector_size(16)));
+typedef double V4 __attribute__((vector_size(32)));
+typedef long long M4 __attribute__((vector_size(32)));
+
+// peak becomes the larger (smaller) of a and itself, lane by lane; a NaN in
+// a leaves it as it is (a single maxpd or minpd on x86).
+template <class V>
+[[gnu::always_inline]] inline void raise(V& peak, const V& a) noexcept {
+  peak = a > peak ? a : peak;
+}
+template <class V>
+[[gnu::always_inline]] inline void lower(V& peak, const V& a) noexcept {
+  peak = a < peak ? a : peak;
+}
+
+// hi and lo take in a and b.
+template <class V>
+[[gnu::always_inline]] inline void peaks(V& hi, V& lo, const V& a, const V& b) noexcept {
+  raise(hi, a);
+  raise(hi, b);
+  lower(lo, a);
+  lower(lo, b);
+}
+
+// The weights of a family with one weight w in lanes: w and 1 - w.
+struct OneWeightLanes {
+  static constexpr int kWeights = 1;
+  template <class V>
+  struct Weights {
+    V w, keep;
+  };
+  template <class V>
+  static void weights(const V* w, Weights<V>& out) noexcept {
+    out = {w[0], (V{} + 1.0) - w[0]};
+  }
+};
+
+// The missing step and the turn of the linear and double families in lanes.
+struct LevelTrendLanes {
+  static constexpr bool kPredictionIsLevel = false;
+  template <class W, class V>
+  static void skip(const W&, V& l, V& t) noexcept {
+    l = l + t;
+  }
+  template <class W, class V>
+  static void turn(const W&, V& l, V& t) noexcept {
+    l = l + t;
+    t = -t;
+  }
+};
+
+struct LanesInput {
+  const double* x;
+  const char* misflg;
+  double xscale;
+  long n;
+  const double* w;  // kWeights per lane
+  int count;
+  double level;
+  double trend;
+};
+
+// Lanes first .. first + kWidth * kGroups - 1 (those past count repeat lane
+// `first`): failed[j] whether a guard tripped, sse[j] the sum of squares.
+template <class U, class V, class M, int kWidth, int kGroups>
+[[gnu::always_inline]] inline void lanes_chunk(const LanesInput& in, int first, bool* failed,
+                                               double* sse_out) noexcept {
+  constexpr int P = U::kWeights;
+  const double* x = in.x;
+  const char* misflg = in.misflg;
+  const long n = in.n;
+  typename U::template Weights<V> wt[kGroups];
+  V l[kGroups], t[kGroups], sse[kGroups], hi[kGroups], lo[kGroups], pred[kGroups];
+  M bad[kGroups];
+  for (int g = 0; g < kGroups; ++g) {
+    double lane_w[P][kWidth];
+    for (int i = 0; i < kWidth; ++i) {
+      const int lane = first + g * kWidth + i;
+      const int j = lane < in.count ? lane : first;
+      for (int k = 0; k < P; ++k) lane_w[k][i] = in.w[P * j + k];
+    }
+    V w[P];
+    std::memcpy(w, lane_w, sizeof w);
+    U::weights(w, wt[g]);
+    l[g] = V{} + in.level;
+    t[g] = V{} + in.trend;
+    sse[g] = V{};
+    hi[g] = V{} - DBL_MAX;
+    lo[g] = V{} + DBL_MAX;
+    pred[g] = V{} - DBL_MAX;
+    bad[g] = M{};
+  }
+  // The backcast, the turn, and the forward pass up to the last observation
+  // (the missing steps after it change nothing the pass gives), which alone
+  // meets the error and sum-of-squares guards.
+  long last = n - 1;
+  while (last >= 0 && misflg[last]) --last;
+  const M abs_mask = M{} + 0x7fffffffffffffffLL;
+  for (int pass = 0; pass < 2; ++pass) {
+    const bool forward = pass == 1;
+    if (forward) {
+      for (int g = 0; g < kGroups; ++g) U::turn(wt[g], l[g], t[g]);
+    }
+    const long steps = forward ? last + 1 : n;
+    for (long k = 0; k < steps; ++k) {
+      const long at = forward ? k : n - 1 - k;
+      if (misflg[at]) {
+        for (int g = 0; g < kGroups; ++g) U::skip(wt[g], l[g], t[g]);
+        continue;
+      }
+      const V xv = V{} + x[at];
+      for (int g = 0; g < kGroups; ++g) {
+        V xhat;
+        U::step(wt[g], xv, l[g], t[g], xhat, hi[g], lo[g]);
+        if constexpr (!U::kPredictionIsLevel) raise(pred[g], xhat);
+        if (!forward) continue;
+        const V e = xhat - xv;
+        if (at == last) {
+          const V abs_e = reinterpret_cast<V>(reinterpret_cast<M>(e) & abs_mask);
+          bad[g] = (abs_e > kErrorLimit) | (sse[g] > kSseLimit);
+        }
+        sse[g] = sse[g] + e * e;
+      }
+    }
+  }
+
+  const V upper = V{} + in.xscale * kRelativeLimit;
+  for (int g = 0; g < kGroups; ++g) {
+    if constexpr (U::kPredictionIsLevel) pred[g] = hi[g];
+    bad[g] |= (hi[g] > kStateLimit) | (lo[g] < -kStateLimit) | (pred[g] > upper);
+    for (int i = 0; i < kWidth; ++i) {
+      const int lane = first + g * kWidth + i;
+      if (lane >= in.count) return;
+      failed[lane] = bad[g][i] != 0;
+      sse_out[lane] = sse[g][i];
+    }
+  }
+}
+
+// Every lane, kWidth * kGroups at a time.
+template <class U, class V, class M, int kWidth, int kGroups>
+[[gnu::always_inline]] inline void lanes_pass(const LanesInput& in, bool* failed, double* sse) noexcept {
+  for (int first = 0; first < in.count; first += kWidth * kGroups) {
+    lanes_chunk<U, V, M, kWidth, kGroups>(in, first, failed, sse);
+  }
+}
+
+// Two lanes to a vector: SSE2, which every x86-64 processor has (elsewhere
+// the compiler maps the vectors on what the processor has).
+template <class U>
+[[gnu::noinline]] void lanes_pass_2(const LanesInput& in, bool* failed, double* sse) noexcept {
+  lanes_pass<U, V2, M2, 2, 5>(in, failed, sse);
+}
+
+#if defined(__x86_64__)
+// Four lanes to a vector, for processors with AVX, chosen at run time.  No
+// fused multiply-add: AVX has none, and contraction is off.
+template <class U>
+[[gnu::noinline]] __attribute__((target("avx"))) void lanes_pass_4(const LanesInput& in, bool* failed,
+                                                                   double* sse) noexcept {
+  lanes_pass<U, V4, M4, 4, 5>(in, failed, sse);
+}
+inline bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
+#endif
+
+// The side-by-side z..smo of a family: rc[j] and mse[j] for each of the
+// count weight sets of in.w, in lanes of the given width (0 the widest the
+// processor has, 2 or 4), or by `checked(rc, mse)` (width 1, or when a
+// lane's sum of squares ends NaN).
+template <class U, class Checked>
+void smooth_lanes(const LanesInput& in, int* rc, double* mse, int width, Checked checked) noexcept {
+  if (in.count < 1) return;
+  if (in.n < 1 || width == 1) {
+    checked(rc, mse);
+    return;
+  }
+  bool failed[kManyWeights];
+  double sse[kManyWeights];
+#if defined(__x86_64__)
+  if ((width == 0 || width == 4) && has_avx()) {
+    lanes_pass_4<U>(in, failed, sse);
+  } else
+#endif
+  {
+    lanes_pass_2<U>(in, failed, sse);
+  }
+  long nmiss = 0;
+  for (long t = 0; t < in.n; ++t) nmiss += in.misflg[t] != 0;
+  const long nobs = in.n - nmiss;
+  for (int j = 0; j < in.count; ++j) {
+    rc[j] = kOk;
+    mse[j] = kMissing;
+    if (failed[j] || U::unusable(in.w + U::kWeights * j)) {
+      rc[j] = kOverflow;
+    } else if (std::isnan(sse[j])) {
+      checked(rc, mse);
+      return;
+    } else if (nobs < 1) {
+      rc[j] = kTooFew;
+    } else {
+      mse[j] = sse[j] / static_cast<double>(nobs);
+    }
+  }
+}
 
 }  // namespace trend
