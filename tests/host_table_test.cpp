@@ -195,6 +195,60 @@ TEST_F(HostTable, MemoryTableIsTakenOnceByItsOwnThread) {
   EXPECT_FALSE(esf::host::take_memory_table("OUT.GONE"));
 }
 
+// Rows handed over in one call (xyvputn, columns read with strides) make the
+// table that one xyvput and add per row make, to the byte and the bit, in a
+// file and in memory, also when a record fails: it is reported alike.
+TEST_F(HostTable, RowsInOneCallAreTheRowsOneByOne) {
+  constexpr int kRows = 300;  // beyond the room a memory table starts with
+  std::vector<double> dates(kRows), values(2 * kRows);
+  for (int i = 0; i < kRows; ++i) {
+    dates[i] = i;
+    values[2 * i] = i / 7.0;
+    values[2 * i + 1] = i % 5 != 0 ? -i : kDotA;
+  }
+  for (const bool memory : {false, true}) {
+    if (memory) esf::host::assign_memory_libref("OUT");
+    for (const long fail : {0L, 130L}) {
+      std::string log[2], text[2];
+      for (int bulk = 0; bulk < 2; ++bulk) {
+        esf::host::table_fail_write(fail);
+        XO_PARMS xoparm;
+        ASSERT_EQ(open_output("T", &xoparm), 0);
+        ptr xvp = nullptr;
+        double slots[3];
+        ASSERT_EQ(define(xoparm, &xvp, {"DATE", "A", "B"}, slots), 0);
+        if (bulk == 1) {
+          const double* first[] = {dates.data(), values.data(), values.data() + 1};
+          const long stride[] = {1, 2, 2};
+          EXPECT_EQ(xyvputn(xvp, &xoparm, kRows, first, stride) != 0, fail != 0);
+        } else {
+          for (int i = 0; i < kRows; ++i) {
+            slots[0] = dates[i];
+            std::copy(&values[2 * i], &values[2 * i + 2], slots + 1);
+            if (const int status = add(xoparm, xvp); status != 0) xofprc(&xoparm, status, 4);
+          }
+        }
+        xvputt(xvp);
+        xoclose(xoparm.fileid, 0);
+        log[bulk] = esf::host::take_log();
+        if (memory) {
+          const std::optional<esf::host::MemoryTable> table = esf::host::take_memory_table("OUT.T");
+          for (const std::vector<double>& c : table->columns)
+            for (double v : c) text[bulk] += std::to_string(std::bit_cast<std::uint64_t>(v)) + ",";
+        } else if (fs::exists(dir_ / "t.csv")) {
+          text[bulk] = slurp(dir_ / "t.csv");
+          fs::remove(dir_ / "t.csv");
+        }
+      }
+      EXPECT_EQ(log[0].empty(), fail == 0) << log[0];
+      EXPECT_EQ(log[1], log[0]);
+      EXPECT_EQ(text[1], text[0]);
+      EXPECT_EQ(text[0].empty(), !memory && fail != 0);
+    }
+  }
+  esf::host::table_fail_write(0);
+}
+
 // An aborted table leaves no file, and an earlier table of its name alone.
 TEST_F(HostTable, BadDefinitionsAreRefusedAndTheAbortCleansUp) {
   std::ofstream(dir_ / "bad.csv") << "X\n1\n";

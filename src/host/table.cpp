@@ -737,6 +737,41 @@ int xyvput(ptr xvp, int /*flags*/) {
   return 0;
 }
 
+int xyvputn(ptr xvp, XO_PARMS* xoparm, long nrows, const double* const* first, const long* stride) {
+  if (xvp == nullptr || xoparm == nullptr || xoparm->fileid == nullptr || first == nullptr || stride == nullptr)
+    return kTableState;
+  Table& t = *table_of(xvp);
+  if (!t.output || t.state != Table::State::Defined) return kTableState;
+  const std::size_t n = t.slots.size();
+  if (t.in_memory && g_writes_before_failure.load() < 0 && nrows > 0) {
+    // No record can fail: the values go straight into the columns, one
+    // column at a time.
+    const auto rows = static_cast<std::size_t>(nrows);
+    if (t.nrows + rows > t.room) size_columns(t, std::max(2 * t.room, t.nrows + rows));
+    for (std::size_t j = 0; j < n; ++j) {
+      double* to = t.column_data[j] + t.nrows;
+      const double* from = first[j];
+      const long step = stride[j];
+      for (std::size_t i = 0; i < rows; ++i) to[i] = from[static_cast<long>(i) * step];
+    }
+    t.nrows += rows;
+    t.staged = false;
+    return 0;
+  }
+  int last = 0;
+  for (long i = 0; i < nrows; ++i) {
+    if (t.in_memory) {
+      make_room(t);
+      for (std::size_t j = 0; j < n; ++j) t.column_data[j][t.nrows] = first[j][i * stride[j]];
+      t.staged = true;
+    } else {
+      for (std::size_t j = 0; j < n; ++j) t.record[j] = first[j][i * stride[j]];
+    }
+    if (const int status = table_add(xoparm); status != 0) last = xofprc(xoparm, status, 4);
+  }
+  return last;
+}
+
 int xvputt(ptr xvp) {
   if (xvp == nullptr) return kTableState;
   Table& t = *table_of(xvp);

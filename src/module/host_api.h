@@ -411,6 +411,11 @@ int xvputd(ptr xvp, NAMESTR* namestr, int flags, double* slot, int len, int a, i
 int xvpute(ptr xvp);
 int xvputt(ptr xvp);
 int xyvput(ptr xvp, int flags);
+// Writes `nrows` records at once, as many calls of xyvput and the add entry
+// would, a non-zero status of a record going to xofprc(xoparm, status, 4):
+// the value of variable j (in the order of definition) in record i is
+// first[j][i * stride[j]].  Returns the last such status, or 0.
+int xyvputn(ptr xvp, XO_PARMS* xoparm, long nrows, const double* const* first, const long* stride);
 
 // Reading variables.
 int xvgeti(XOFILE* fileid, int flags, ptr* xvp);

@@ -234,14 +234,17 @@ inline int write_table(DATASET* out, INTERVAL* intv, u_sname* varname, u_slabel*
   for (long t0 = 0; t0 < nobs; t0 += kDateRun) {
     const long run = nobs - t0 < kDateRun ? nobs - t0 : kDateRun;
     calendar::aligned_run(intv, stdate, t0, run, align, dates);
-    for (long k = 0; k < run; ++k) {
-      buf[0] = dates[k];
-      for (int j = 1; j < nvars; ++j) buf[j] = row[j - 1];
-      row += row_doubles;
-      xyvput(out->xvp, 0);
-      fileid->vector->add(&out->xoparm);
-      if (fileid->status != 0) xofprc(&out->xoparm, fileid->status, 4);
+    // The run goes to the host in one call, its columns read in place.
+    const double* first[kMaxTableVars];
+    long stride[kMaxTableVars];
+    first[0] = dates;
+    stride[0] = 1;
+    for (int j = 1; j < nvars; ++j) {
+      first[j] = row + (j - 1);
+      stride[j] = row_doubles;
     }
+    xyvputn(out->xvp, &out->xoparm, run, first, stride);
+    row += run * row_doubles;
   }
 
   // 9. End the transfer and keep the table.
