@@ -20,26 +20,22 @@
 // BM_Methods counts the CPU time of its thread; the others' CPU column is
 // the one to read on a shared machine.  Run from a Release build.
 //
-// Run on 2 shared cores with a load average of 6 to 9, Release, 2026-11-24,
-// CPU time in microseconds (medians of 5; methods and kernels from one run):
+// Run on 2 shared cores with a load average of 7, Release, 2026-11-24, CPU
+// time in microseconds (medians of 5; methods and kernels from one run):
 //
-//   model             methods  kernels  table to memory  other method work
-//   simple              12.4      5.2        4.2               3.0
-//   double              23.9     16.7        4.2               3.0
-//   linear              25.7     18.5        4.2               3.0
-//   damped              29.4     22.3        4.2               2.9
-//   seasonal            60.9     51.7        4.2               5.0
-//   winters             47.8     38.0        4.4               5.4
-//   winters-additive    56.6     47.7        4.3               4.6
+//   model             methods  kernels  table to memory
+//   simple               8.2      3.0        2.1
+//   double              17.7     12.3        2.2
+//   linear              17.0     11.9        2.2
+//   damped              23.6     18.0        2.2
+//   seasonal            55.0     47.8        2.2
+//   winters             39.7     32.7        2.3
+//   winters-additive    48.7     41.7        2.3
 //
-// About half of the table to memory is the date of each row (zintnx3, some
-// 13 ns a row); the rest is the host's per-row transfer and the variables'
-// definition.  Instructions (callgrind) of the multiplicative Winters road:
-// 941,000 through the methods against 797,000 for the kernels alone.
-//
-// The Winters table (156 rows), measured earlier: as CSV text 37 (95 when
-// each value went through a string), to a CSV file 156 of CPU, most of the
-// rest the file system's (235).
+// The table to memory was 4.2 before the row dates were computed for a run
+// of rows at once (calendar::aligned_run) and the rows handed to the host in
+// one call (xyvputn).  The Winters table (156 rows) as CSV text: 35.8; to a
+// CSV file 128 of CPU, the elapsed time mostly the file system's.
 #include <time.h>
 #include <unistd.h>
 

@@ -37,28 +37,31 @@ using pass::lanes::V2;
 
 // The derivative passes' lanes (smoothing/factor_lanes.h): ess::point and
 // ess::point_derivative with the derivatives by the two weights in the two
-// lanes of a vector.
+// lanes of a vector.  The level's derivatives, the longest chain from step
+// to step, stay scalar: a vector would lengthen that chain by its moves
+// between lanes.
 struct DerivativeLanes {
   using V = V2;
   using Update = ess::FactorUpdate;
+  static constexpr int kWeightOfLane[2] = {0, 1};
+  static constexpr int kValueOfLane[2] = {0, 1};
   struct State {
     double level;
     double xhat;
-    V dl;  // d level / d weight i
+    double dl0;  // d level / d wlevel
+    double dl1;  // d level / d wseason
   };
   struct Peaks {
     double state = 0.0;      // |level|, |factor| before a step
     double pred = -DBL_MAX;  // the prediction
     V derivatives = {};      // |derivative| before a step
   };
-  static void load(const Update::State& u, State& s) noexcept {
-    s = State{u.level, u.xhat, V{u.derlev[0], u.derlev[1]}};
-  }
+  static void load(const Update::State& u, State& s) noexcept { s = State{u.level, u.xhat, u.derlev[0], u.derlev[1]}; }
   static void store(const State& s, Update::State& u) noexcept {
     u.level = s.level;
     u.xhat = s.xhat;
-    u.derlev[0] = s.dl[0];
-    u.derlev[1] = s.dl[1];
+    u.derlev[0] = s.dl0;
+    u.derlev[1] = s.dl1;
   }
   static double prediction(const State& s, double factor) noexcept { return s.level + factor; }
 
@@ -78,7 +81,7 @@ struct DerivativeLanes {
     using pass::lanes::keep_max;
     const double ll = s.level;
     const double ls = *factor;
-    const V dl = s.dl;
+    const V dl = {s.dl0, s.dl1};
     const V ds = *dsp;
     pass::lanes::keep_max_magnitude(pk.derivatives, dl);
     pass::lanes::keep_max_magnitude(pk.derivatives, ds);
@@ -88,10 +91,9 @@ struct DerivativeLanes {
     keep_max(pk.pred, xhat);
     const double cl = (x - ls) * wl + ll * u;
     const double cs = (x - cl) * ws + ls * v;
-    // The level's derivatives one by one: the one by wlevel is the longest
-    // chain from step to step, which a vector would lengthen by its moves
-    // between lanes.
-    const V nl = {u * dl[0] + x - wl * ds[0] - ll - ls, u * dl[1] - wl * ds[1]};
+    const double nl0 = u * s.dl0 + x - wl * ds[0] - ll - ls;
+    const double nl1 = u * s.dl1 - wl * ds[1];
+    const V nl = {nl0, nl1};
     V nds = v * ds;
     nds[1] = ((nds[1] + x) - cl) - ls;
     nds = nds - ws * nl;
@@ -99,7 +101,8 @@ struct DerivativeLanes {
     e = xhat - x;
     s.level = cl;
     s.xhat = xhat;
-    s.dl = nl;
+    s.dl0 = nl0;
+    s.dl1 = nl1;
     *factor = cs;
     *dsp = nds;
   }
@@ -107,9 +110,23 @@ struct DerivativeLanes {
 
 }  // namespace
 
+#if defined(__x86_64__)
+// The same lanes in the AVX encoding, whose three operands spare the copies
+// between registers that SSE2's two need.
+__attribute__((target("avx"))) int derivative_lanes_avx(const pass::FactorStep<2, ess::FactorUpdate>& step,
+                                                        bool forward, const pass::DerivativeSeries& in,
+                                                        ess::FactorUpdate::State& s, double* sums, long* nmiss,
+                                                        bool* tripped) noexcept {
+  return pass::lanes::unchecked_pass(DerivativeLanes(step), step, forward, in, s, sums, nmiss, tripped);
+}
+#endif
+
 int ess::FactorUpdate::unchecked(const pass::FactorStep<2, FactorUpdate>& step, bool forward,
                                  const pass::DerivativeSeries& in, State& s, double* sums, long* nmiss,
                                  bool* tripped) noexcept {
+#if defined(__x86_64__)
+  if (pass::lanes::has_avx()) return derivative_lanes_avx(step, forward, in, s, sums, nmiss, tripped);
+#endif
   return pass::lanes::unchecked_pass(DerivativeLanes(step), step, forward, in, s, sums, nmiss, tripped);
 }
 

@@ -177,7 +177,8 @@ inline int point_derivative(double x, double wlevel, double wseason, double llev
 // point_derivative on the level and its derivatives held by value; a missing
 // observation has the prediction, level plus its season's factor, in its
 // place.  The unchecked passes run the derivatives by the two weights side
-// by side in the two lanes of an SSE2 vector (smoothing/factor_lanes.h).
+// by side in the two lanes of an SSE2 vector, in the AVX encoding where the
+// processor has it (smoothing/factor_lanes.h).
 struct FactorUpdate {
   struct State {
     double level;

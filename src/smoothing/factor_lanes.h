@@ -47,6 +47,11 @@ using MaskOf = std::conditional_t<kWidth<V> == 2, M2, M4>;
 // scalar operand of a vector operation stands in every lane as it is (-0
 // and NaN included).
 
+#if defined(__x86_64__)
+// Whether the processor runs AVX (the lanes' own clones for it).
+inline bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
+#endif
+
 // The running extremes of the guards: a NaN value leaves them as they are.
 [[gnu::always_inline]] inline void keep_max(double& peak, double v) noexcept { peak = peak < v ? v : peak; }
 [[gnu::always_inline]] inline void keep_min(double& low, double v) noexcept { low = v < low ? v : low; }
@@ -65,9 +70,13 @@ template <class V>
 // The quotients' sum allows no failed guarded division.
 [[gnu::always_inline]] inline bool quotients_fail(double sum) noexcept { return !(sum < smoothing::kBig * 0.5); }
 
+// Element (i, j) of a packed lower triangle.
+constexpr int packed(int i, int j) noexcept { return i >= j ? i * (i + 1) / 2 + j : j * (j + 1) / 2 + i; }
+
 // The running sums of the cross products of one row of NV values, the packed
 // lower triangle as pass::derivative_loop sums it (element (i, j), i >= j,
-// at i (i + 1) / 2 + j, summed as s + v[i] * v[j]), in vectors V.
+// summed as s + v[i] * v[j]), in vectors V; lane k of the row's vector holds
+// value kValueOfLane[k].
 template <class V, int NV>
 struct CrossSums;
 
@@ -77,20 +86,24 @@ struct CrossSums;
 template <>
 struct CrossSums<V4, 4> {
   V4 sq, next, far;
-  void load(const double* s) noexcept {
-    sq = V4{s[0], s[2], s[5], s[9]};
-    next = V4{s[1], s[4], s[8], s[6]};
-    far = V4{s[3], s[7], s[3], s[7]};
+  void load(const double* s, const int* of) noexcept {
+    for (int k = 0; k < 4; ++k) {
+      sq[k] = s[packed(of[k], of[k])];
+      next[k] = s[packed(of[k], of[(k + 1) % 4])];
+      far[k] = s[packed(of[k], of[(k + 2) % 4])];
+    }
   }
   [[gnu::always_inline]] void add(const V4& v) noexcept {
     sq = sq + v * v;
     next = next + v * __builtin_shufflevector(v, v, 1, 2, 3, 0);
     far = far + v * __builtin_shufflevector(v, v, 2, 3, 0, 1);
   }
-  void store(double* s) const noexcept {
-    s[0] = sq[0], s[2] = sq[1], s[5] = sq[2], s[9] = sq[3];
-    s[1] = next[0], s[4] = next[1], s[8] = next[2], s[6] = next[3];
-    s[3] = far[0], s[7] = far[1];
+  void store(double* s, const int* of) const noexcept {
+    for (int k = 0; k < 4; ++k) {
+      s[packed(of[k], of[k])] = sq[k];
+      s[packed(of[k], of[(k + 1) % 4])] = next[k];
+      if (k < 2) s[packed(of[k], of[k + 2])] = far[k];
+    }
   }
 };
 
@@ -99,10 +112,10 @@ template <>
 struct CrossSums<V2, 3> {
   V2 sq, cross, last_row;
   double last;
-  void load(const double* s) noexcept {
-    sq = V2{s[0], s[2]};
+  void load(const double* s, const int* of) noexcept {
+    sq = V2{s[packed(of[0], of[0])], s[packed(of[1], of[1])]};
     cross = V2{s[1], s[1]};
-    last_row = V2{s[3], s[4]};
+    last_row = V2{s[packed(2, of[0])], s[packed(2, of[1])]};
     last = s[5];
   }
   [[gnu::always_inline]] void add(const V2& v, double e) noexcept {
@@ -111,17 +124,24 @@ struct CrossSums<V2, 3> {
     last_row = last_row + e * v;
     last = last + e * e;
   }
-  void store(double* s) const noexcept {
-    s[0] = sq[0], s[2] = sq[1], s[1] = cross[0];
-    s[3] = last_row[0], s[4] = last_row[1], s[5] = last;
+  void store(double* s, const int* of) const noexcept {
+    s[packed(of[0], of[0])] = sq[0], s[packed(of[1], of[1])] = sq[1], s[1] = cross[0];
+    s[packed(2, of[0])] = last_row[0], s[packed(2, of[1])] = last_row[1], s[5] = last;
   }
 };
 
 // One pass over the series in the direction kForward, with or without
 // missing observations.  L, the family's lanes on vectors L::V:
 //
+//   static constexpr int kWeightOfLane[];
+//                                  the weight whose derivative each lane of
+//                                  a factor's derivatives holds
+//   static constexpr int kValueOfLane[];
+//                                  the value of the cross products' row
+//                                  (a weight, or P for e) each lane of d
+//                                  holds
 //   struct State;                  the scalar states, `xhat`, and the
-//                                  derivatives of the states as vectors
+//                                  derivatives of the states
 //   struct Peaks;                  the extremes of the guards, from their
 //                                  start values
 //   static double prediction(const State&, double factor);
@@ -195,11 +215,10 @@ template <class L, int P, class U>
   }
   V ds[kSavedDoubles / kW];
   for (int c = 0; c < ns; ++c) {
-    ds[c] = V{};
-    for (int i = 0; i < P; ++i) ds[c][i] = step.dersea[i][c];
+    for (int k = 0; k < kW; ++k) ds[c][k] = step.dersea[L::kWeightOfLane[k]][c];
   }
   CrossSums<V, P + 1> cross{};
-  if (forward) cross.load(sums);
+  if (forward) cross.load(sums, L::kValueOfLane);
   typename L::State s;
   L::load(st, s);
   unsigned char flags = 0;
@@ -216,9 +235,9 @@ template <class L, int P, class U>
   }
   L::store(s, st);
   for (int c = 0; c < ns; ++c) {
-    for (int i = 0; i < P; ++i) step.dersea[i][c] = ds[c][i];
+    for (int k = 0; k < kW; ++k) step.dersea[L::kWeightOfLane[k]][c] = ds[c][k];
   }
-  if (forward) cross.store(sums);
+  if (forward) cross.store(sums, L::kValueOfLane);
   return rc;
 }
 

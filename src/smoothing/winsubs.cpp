@@ -342,46 +342,52 @@ __attribute__((target("avx"))) void lanes_pass_4(int additive, const LanesInput&
                                                  double* sse) noexcept {
   lanes_pass_of_form<V4, M4, 4>(additive, in, failed, sse);
 }
-bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
+using pass::lanes::has_avx;
 #endif
 
 // The derivative passes' lanes (smoothing/factor_lanes.h) of the form
 // kAdditive: win::point and win::point_derivative with the derivatives by
-// the three weights in lanes 0..2 of a vector (lane 3 stays 0 while the
-// guards hold, and takes e for the cross products).
+// the three weights side by side.  The derivatives of level and trend, the
+// chains from step to step, run by wlevel and wseason in the two lanes of
+// one vector and by wtrend alone: its term of the trend's derivative and the
+// level's term of wlevel's, in one vector, would lengthen the chain of every
+// lane by both.  The factors' derivatives and the cross products run in
+// four lanes: wlevel, wseason, wtrend and wtrend again (e in the cross
+// products).
 template <bool kAdditive>
 struct DerivativeLanes {
   using V = V4;
   using Update = win::FactorUpdate<kAdditive>;
+  static constexpr int kWeightOfLane[4] = {0, 2, 1, 1};
+  static constexpr int kValueOfLane[4] = {0, 2, 1, 3};
   struct State {
     double level;
     double trend;
     double xhat;
-    V dl;  // d level / d weight i
-    V dt;  // d trend / d weight i
+    V2 dl;       // d level / d wlevel, wseason
+    V2 dt;       // d trend / d wlevel, wseason
+    double dl1;  // d level / d wtrend
+    double dt1;  // d trend / d wtrend
   };
   struct Peaks {
-    double state = 0.0;      // |level|, |trend|, |factor| before a step
-    double pred = -DBL_MAX;  // the prediction
-    double low = DBL_MAX;    // multiplicative: prediction, new level, new factor
-    double quotients = 0.0;  // multiplicative: sum of |quotient|
-    V derivatives = {};      // |derivative| before a step
+    double state = 0.0;       // |level|, |trend|, |factor| before a step
+    double pred = -DBL_MAX;   // the prediction
+    double low = DBL_MAX;     // multiplicative: prediction, new level, new factor
+    double quotients = 0.0;   // multiplicative: sum of |quotient|
+    double derivative = 0.0;  // |derivative by wtrend| before a step
+    V2 derivatives = {};      // |derivatives by wlevel, wseason| before a step
+    V factor_derivatives = {};
   };
   static void load(const typename Update::State& u, State& s) noexcept {
-    s = State{u.level, u.trend, u.xhat, V{}, V{}};
-    for (int i = 0; i < 3; ++i) {
-      s.dl[i] = u.derlev[i];
-      s.dt[i] = u.dertre[i];
-    }
+    s = State{u.level,     u.trend,    u.xhat, V2{u.derlev[0], u.derlev[2]}, V2{u.dertre[0], u.dertre[2]},
+              u.derlev[1], u.dertre[1]};
   }
   static void store(const State& s, typename Update::State& u) noexcept {
     u.level = s.level;
     u.trend = s.trend;
     u.xhat = s.xhat;
-    for (int i = 0; i < 3; ++i) {
-      u.derlev[i] = s.dl[i];
-      u.dertre[i] = s.dt[i];
-    }
+    u.derlev[0] = s.dl[0], u.derlev[1] = s.dl1, u.derlev[2] = s.dl[1];
+    u.dertre[0] = s.dt[0], u.dertre[1] = s.dt1, u.dertre[2] = s.dt[1];
   }
   static double prediction(const State& s, double factor) noexcept {
     return kAdditive ? s.level + s.trend + factor : (s.level + s.trend) * factor;
@@ -403,45 +409,58 @@ struct DerivativeLanes {
         minval(step.xscale * win::kMinValFactor) {}
 
   bool tripped(const Peaks& pk) const noexcept {
-    return pk.state > kStateLimit || pk.pred > upper || pass::lanes::any_above(pk.derivatives, kErrorLimit) ||
+    using pass::lanes::any_above;
+    return pk.state > kStateLimit || pk.pred > upper || pk.derivative > kErrorLimit ||
+           any_above(pk.derivatives, kErrorLimit) || any_above(pk.factor_derivatives, kErrorLimit) ||
            (!kAdditive && (pk.low < minval || pass::lanes::quotients_fail(pk.quotients)));
   }
 
   [[gnu::always_inline]] void step(State& s, double* factor, V* dsp, double x, V& d, double& e,
                                    Peaks& pk) const noexcept {
     using pass::lanes::keep_max;
+    using pass::lanes::keep_max_magnitude;
     using pass::lanes::keep_min;
     const double ll = s.level;
     const double lt = s.trend;
     const double ls = *factor;
-    const V dl = s.dl;
-    const V dt = s.dt;
+    const V2 dl = s.dl;
+    const V2 dt = s.dt;
+    const double dl1 = s.dl1;
+    const double dt1 = s.dt1;
     const V ds = *dsp;
-    pass::lanes::keep_max_magnitude(pk.derivatives, dl);
-    pass::lanes::keep_max_magnitude(pk.derivatives, dt);
-    pass::lanes::keep_max_magnitude(pk.derivatives, ds);
+    const V2 ds02 = {ds[0], ds[1]};
+    const double ds1 = ds[2];
+    keep_max_magnitude(pk.derivatives, dl);
+    keep_max_magnitude(pk.derivatives, dt);
+    keep_max(pk.derivative, std::fabs(dl1));
+    keep_max(pk.derivative, std::fabs(dt1));
+    keep_max_magnitude(pk.factor_derivatives, ds);
     keep_max(pk.state, std::fabs(ll));
     keep_max(pk.state, std::fabs(lt));
     keep_max(pk.state, std::fabs(ls));
     const double b = ll + lt;
-    const V p = dl + dt;
+    const V2 p = dl + dt;
+    const double p1 = dl1 + dt1;
+    const V pp = {p[0], p[1], p1, p1};
     double xhat = 0.0;
     double cl = 0.0;
     double ct = 0.0;
     double cs = 0.0;
-    V nl;
+    V2 nl;
+    double nl1 = 0.0;
     V nds;
+    double g = ws;  // what multiplies the new level's derivatives in the factors'
     if constexpr (kAdditive) {
       xhat = ls + ll + lt;
       cl = (ll + lt) * u + (x - ls) * wl;
       ct = lt * v + wt * (cl - ll);
       cs = (x - cl) * ws + ls * w;
-      nl = u * p - wl * ds;
+      nl = u * p - wl * ds02;
       nl[0] = ((nl[0] + x) - ls) - b;
+      nl1 = u * p1 - wl * ds1;
       nds = w * ds;
-      nds[2] = ((nds[2] + x) - cl) - ls;
-      nds = nds - ws * nl;
-      d = p + ds;
+      nds[1] = ((nds[1] + x) - cl) - ls;
+      d = pp + ds;
     } else {
       xhat = (lt + ll) * ls;
       const double xa = x / ls;
@@ -452,26 +471,28 @@ struct DerivativeLanes {
       const double f = (wl * xa) / ls;
       nl = u * p;
       nl[0] = (nl[0] + xa) - b;
-      nl = nl - f * ds;
-      d = p * ls + ds * b;
-      const double g = (ws * xc) / cl;
+      nl = nl - f * ds02;
+      nl1 = u * p1 - f * ds1;
+      d = pp * ls + ds * b;
+      g = (ws * xc) / cl;
       nds = w * ds;
-      nds[2] = (nds[2] + xc) - ls;
-      nds = nds - g * nl;
+      nds[1] = (nds[1] + xc) - ls;
       keep_min(pk.low, xhat);
       keep_min(pk.low, cl);
       keep_min(pk.low, cs);
       pk.quotients = pk.quotients + ((std::fabs(xa) + std::fabs(f)) + (std::fabs(xc) + std::fabs(g)));
     }
     keep_max(pk.pred, xhat);
-    V nt = v * dt + wt * (nl - dl);
-    nt[1] = ((nt[1] + cl) - ll) - lt;
+    const V nll = {nl[0], nl[1], nl1, nl1};
+    nds = nds - g * nll;
+    s.dt = v * dt + wt * (nl - dl);
+    s.dt1 = v * dt1 + wt * (nl1 - dl1) + cl - ll - lt;
     e = xhat - x;
     s.level = cl;
     s.trend = ct;
     s.xhat = xhat;
     s.dl = nl;
-    s.dt = nt;
+    s.dl1 = nl1;
     *factor = cs;
     *dsp = nds;
   }
@@ -480,8 +501,9 @@ struct DerivativeLanes {
 template <bool kAdditive>
 using WinStep = pass::FactorStep<3, win::FactorUpdate<kAdditive>>;
 
-// The lanes on SSE2 (a vector of four as two of two), and on AVX where the
-// processor has it.
+// The lanes on SSE2 (a vector of four as two of two), and where the
+// processor has them on AVX, and on AVX-512, whose 32 registers hold the
+// whole state of the loop.
 template <bool kAdditive>
 int derivative_lanes(const WinStep<kAdditive>& step, bool forward, const pass::DerivativeSeries& in,
                      typename win::FactorUpdate<kAdditive>::State& s, double* sums, long* nmiss,
@@ -496,6 +518,14 @@ __attribute__((target("avx"))) int derivative_lanes_avx(const WinStep<kAdditive>
                                                         long* nmiss, bool* tripped) noexcept {
   return pass::lanes::unchecked_pass(DerivativeLanes<kAdditive>(step), step, forward, in, s, sums, nmiss, tripped);
 }
+template <bool kAdditive>
+__attribute__((target("avx512f,avx512vl"))) int derivative_lanes_avx512(const WinStep<kAdditive>& step, bool forward,
+                                                                        const pass::DerivativeSeries& in,
+                                                                        typename win::FactorUpdate<kAdditive>::State& s,
+                                                                        double* sums, long* nmiss,
+                                                                        bool* tripped) noexcept {
+  return pass::lanes::unchecked_pass(DerivativeLanes<kAdditive>(step), step, forward, in, s, sums, nmiss, tripped);
+}
 #endif
 
 }  // namespace
@@ -503,9 +533,14 @@ __attribute__((target("avx"))) int derivative_lanes_avx(const WinStep<kAdditive>
 template <bool kAdditive>
 int win::FactorUpdate<kAdditive>::unchecked(const pass::FactorStep<3, FactorUpdate>& step, bool forward,
                                             const pass::DerivativeSeries& in, State& s, double* sums, long* nmiss,
-                                            bool* tripped) noexcept {
+                                            bool* tripped, int isa) noexcept {
 #if defined(__x86_64__)
-  if (has_avx()) return derivative_lanes_avx<kAdditive>(step, forward, in, s, sums, nmiss, tripped);
+  if ((isa == 0 || isa == 3) && __builtin_cpu_supports("avx512vl")) {
+    return derivative_lanes_avx512<kAdditive>(step, forward, in, s, sums, nmiss, tripped);
+  }
+  if ((isa == 0 || isa == 2) && has_avx()) {
+    return derivative_lanes_avx<kAdditive>(step, forward, in, s, sums, nmiss, tripped);
+  }
 #endif
   return derivative_lanes<kAdditive>(step, forward, in, s, sums, nmiss, tripped);
 }

@@ -320,7 +320,8 @@ struct Kernel {
 // observation has the prediction (level + trend with its season's factor)
 // in its place.  The unchecked passes run the derivatives by the three
 // weights side by side in SIMD lanes (smoothing/factor_lanes.h): four to a
-// vector on a processor with AVX, two and two on others.
+// vector on a processor with AVX (AVX-512 where it has that), two and two
+// on others.
 template <bool kAdditive>
 struct FactorUpdate {
   struct State {
@@ -342,8 +343,11 @@ struct FactorUpdate {
     return point_derivative(value, w[0], w[1], w[2], before.level, s.level, before.trend, lseason, kAdditive, s.derlev,
                             s.dertre, ds, wder);
   }
+  // isa picks the lanes' instruction set, for the tests that hold them to
+  // one another: 1 SSE2, 2 AVX, 3 AVX-512 (where the processor has it); 0
+  // the widest the processor has.
   static int unchecked(const pass::FactorStep<3, FactorUpdate>& step, bool forward, const pass::DerivativeSeries& in,
-                       State& s, double* sums, long* nmiss, bool* tripped) noexcept;
+                       State& s, double* sums, long* nmiss, bool* tripped, int isa = 0) noexcept;
 };
 
 // One observation of the estimation's derivative passes (the step record of
