@@ -125,7 +125,9 @@ BENCHMARK(BM_SeasonalForecast)->Arg(144)->Unit(benchmark::kMicrosecond);
 // series.  Run on (2 X 2596 MHz CPUs, shared, load 12); 2026-11-24, medians
 // of 5, ns per step timed over batches of calls, module / plain loop = ratio:
 //   BM_SeasonalPlainPassStep       1.72 / 1.43 = 1.21
-//   BM_SeasonalDerivativePassStep  4.31 / 3.13 = 1.38 (guards met deferred)
+//   BM_SeasonalDerivativePassStep  4.31 / 3.13 = 1.38 (guards met deferred);
+//                                  3.52 / 3.12 = 1.13 with the two weights'
+//                                  derivatives in SIMD lanes (load 5.5)
 //   BM_SeasonalGridStep            0.74 / 0.64 = 1.15
 // (BM_SeasonalFit/144 56.4 us, 101 us before the derivative passes ran in
 // loops of their own.)
