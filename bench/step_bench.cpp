@@ -14,15 +14,18 @@
 // in locals) compiled here; the counter `ratio` is module / plain loop.
 // Run from a Release build.
 //
-// Run on (2 X 2596 MHz CPUs, shared, load 12); 2026-11-24, medians of 5, ns
+// Run on (2 X 2596 MHz CPUs, shared, load 4); 2026-11-24, medians of 5, ns
 // per step timed over batches of calls, module / plain loop = ratio:
 //              plain pass          derivative passes   grid (per candidate)
-//   Simple     1.51 / 1.29 = 1.17  1.85 / 1.41 = 1.32  0.53 / 0.15 = 3.41
-//   Linear     3.59 / 3.56 = 1.01  5.77 / 4.61 = 1.25  0.64 / 0.42 = 1.54
-//   Double     1.91 / 1.45 = 1.32  3.01 / 2.41 = 1.25  0.78 / 0.41 = 1.92
-//   Damped     4.49 / 4.46 = 1.01  9.50 / 7.26 = 1.31  0.72 / 0.47 = 1.54
-// The plain grid loops run the candidates as vectors without the guards'
-// peaks; the simple family's grid is the furthest from its floor.
+//   Simple     1.50 / 1.28 = 1.17  1.70 / 1.39 = 1.22  0.165 / 0.153 = 1.08
+//   Linear     3.56 / 3.53 = 1.01  4.70 / 4.58 = 1.03  0.323 / 0.415 = 0.78
+//   Double     1.90 / 1.43 = 1.33  2.92 / 2.38 = 1.23  0.310 / 0.402 = 0.77
+//   Damped     4.46 / 4.43 = 1.01  8.79 / 7.19 = 1.22  0.331 / 0.464 = 0.71
+// The grid runs its lanes four to a vector (AVX, chosen at run time; the
+// plain loops here are compiled for SSE2, two to a vector).  In SSE2 lanes
+// (width 2 of smooth_many) the grid ratios were Simple 2.2, Linear 1.53,
+// Double 1.60, Damped 1.50: the guards' peaks cost as much again as the
+// simple family's update.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
