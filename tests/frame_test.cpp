@@ -342,7 +342,6 @@ struct OffsetFamily : fr::FamilyDefaults {
   static constexpr bool kHasStability = false;
   static bool stable(const double*) { return true; }
   static constexpr fr::GradDivisor kGradDivisor = fr::GradDivisor::nobs;
-  static constexpr fr::MseScaling kMseScaling = fr::MseScaling::scale_then_divide;
   static long stderr_min_nobs(const WINMODEL&) { return 3; }
 
   static double mse(const FITCON* f, double start, double w, double c) {
