@@ -202,12 +202,6 @@ SeriesOutcome run_series(const Runner& runner, const Plan& given, IntervalPlans&
 
 }  // namespace
 
-SeriesOutcome run_one(const Runner& runner, const Plan& plan, const std::string& path, RawSeries&& raw,
-                      const SavedModel* saved) {
-  IntervalPlans plans(runner, plan);
-  return run_series(runner, plan, plans, path, std::move(raw), saved);
-}
-
 std::size_t run_batch(const Runner& runner, const Plan& plan, const SeriesTable& table, const BatchOptions& options,
                       const std::function<void(SeriesOutcome&)>& take) {
   const std::string& path = table.shape().path;

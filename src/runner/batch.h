@@ -68,9 +68,4 @@ struct BatchOptions {
 std::size_t run_batch(const Runner& runner, const Plan& plan, const SeriesTable& table, const BatchOptions& options,
                       const std::function<void(SeriesOutcome&)>& take);
 
-// Runs one series as a batch does: the reason of a failure lands in the
-// outcome instead of being thrown.
-SeriesOutcome run_one(const Runner& runner, const Plan& plan, const std::string& path, RawSeries&& raw,
-                      const SavedModel* saved);
-
 }  // namespace esf::runner
