@@ -2,6 +2,7 @@
 // both as the linked chain the module walks and as an index by position.
 #include "host/list_store.h"
 
+#include <atomic>
 #include <cstring>
 #include <new>
 
@@ -14,8 +15,17 @@ constexpr uint32_t kFmcomMagic = 0x464D434Fu;  // "FMCO"
 // Items a list's index has room for at first: most lists of a method call
 // hold a few.
 constexpr std::size_t kFirstItems = 8;
-// The low 32 bits of an id: its slot's number, from 1.
+// The low 32 bits of an id: (slot << kShardBits | shard) + 1.
 constexpr ListId kSlotBits = 0xFFFFFFFF;
+constexpr unsigned kShardBits = Registry::kShardBits;
+constexpr unsigned kShardMask = (1u << kShardBits) - 1;
+
+// The shard of the calling thread: threads take shards in turn.
+unsigned thread_shard() {
+  static std::atomic<unsigned> next{0};
+  thread_local const unsigned shard = next.fetch_add(1, std::memory_order_relaxed) & kShardMask;
+  return shard;
+}
 
 }  // namespace
 
@@ -223,30 +233,48 @@ void set_chars(SLIST_ITEM* item, const tchar* s, int len) {
 HostList* make_list(Registry& reg, FMCOM* fmcomp) {
   auto* list = new (ListBlocks::take()) HostList{};
   list->fmcomp = fmcomp;
-  std::lock_guard lock(reg.mutex);
+  const unsigned shard = thread_shard();
+  RegistryShard& sh = reg.shards[shard];
+  std::lock_guard lock(sh.mutex);
   std::uint32_t slot = 0;
-  if (!reg.free_slots.empty()) {
-    slot = reg.free_slots.back();
-    reg.free_slots.pop_back();
+  if (!sh.free_slots.empty()) {
+    slot = sh.free_slots.back();
+    sh.free_slots.pop_back();
   } else {
-    slot = static_cast<std::uint32_t>(reg.slots.size());
-    reg.slots.push_back(nullptr);
-    reg.generation.push_back(0);
+    slot = static_cast<std::uint32_t>(sh.slots.size());
+    sh.slots.push_back(nullptr);
+    sh.generation.push_back(0);
   }
-  reg.slots[slot] = list;
-  list->id = static_cast<ListId>(reg.generation[slot]) << 32 | static_cast<ListId>(slot + 1);
-  ++reg.live;
+  sh.slots[slot] = list;
+  const ListId number = (static_cast<ListId>(slot) << kShardBits | shard) + 1;
+  list->id = static_cast<ListId>(sh.generation[slot]) << 32 | number;
+  ++sh.live;
   return list;
 }
 
+std::size_t live_lists(Registry& reg) {
+  std::size_t live = 0;
+  for (RegistryShard& sh : reg.shards) {
+    std::lock_guard lock(sh.mutex);
+    live += sh.live;
+  }
+  return live;
+}
+
 namespace {
-// The slot of an id in the registry, or -1 when no list of the registry
-// holds it; the registry's mutex must be held.
-long slot_of(const Registry& reg, ListId id) {
+// The shard that holds an id, or null when no id can be there.
+RegistryShard* shard_of(Registry& reg, ListId id) {
   const ListId number = id & kSlotBits;
-  if (id <= 0 || number == 0 || number > static_cast<ListId>(reg.slots.size())) return -1;
-  const HostList* list = reg.slots[static_cast<std::size_t>(number - 1)];
-  return list != nullptr && list->id == id ? static_cast<long>(number - 1) : -1;
+  if (id <= 0 || number == 0) return nullptr;
+  return &reg.shards[static_cast<std::size_t>((number - 1) & kShardMask)];
+}
+// The slot of an id in its shard, or -1 when no list of the shard holds it;
+// the shard's mutex must be held.
+long slot_of(const RegistryShard& sh, ListId id) {
+  const ListId slot = ((id & kSlotBits) - 1) >> kShardBits;
+  if (slot >= static_cast<ListId>(sh.slots.size())) return -1;
+  const HostList* list = sh.slots[static_cast<std::size_t>(slot)];
+  return list != nullptr && list->id == id ? static_cast<long>(slot) : -1;
 }
 }  // namespace
 
@@ -258,21 +286,25 @@ void delete_list(HostList* list) {
 List lookup(FMCOM* fmcomp, ListId id) {
   Registry* reg = registry_of(fmcomp);
   if (reg == nullptr || id == 0) return nullptr;
-  std::lock_guard lock(reg->mutex);
-  const long slot = slot_of(*reg, id);
-  return slot < 0 ? nullptr : reg->slots[static_cast<std::size_t>(slot)];
+  RegistryShard* sh = shard_of(*reg, id);
+  if (sh == nullptr) return nullptr;
+  std::lock_guard lock(sh->mutex);
+  const long slot = slot_of(*sh, id);
+  return slot < 0 ? nullptr : sh->slots[static_cast<std::size_t>(slot)];
 }
 
 HostList* unregister(Registry& reg, ListId id) {
-  std::lock_guard lock(reg.mutex);
-  const long slot = slot_of(reg, id);
+  RegistryShard* sh = shard_of(reg, id);
+  if (sh == nullptr) return nullptr;
+  std::lock_guard lock(sh->mutex);
+  const long slot = slot_of(*sh, id);
   if (slot < 0) return nullptr;
   const auto s = static_cast<std::size_t>(slot);
-  HostList* list = reg.slots[s];
-  reg.slots[s] = nullptr;
+  HostList* list = sh->slots[s];
+  sh->slots[s] = nullptr;
   // A slot whose generations ran out is not used again.
-  if (++reg.generation[s] < 0x7FFFFFFFu) reg.free_slots.push_back(static_cast<std::uint32_t>(s));
-  --reg.live;
+  if (++sh->generation[s] < 0x7FFFFFFFu) sh->free_slots.push_back(static_cast<std::uint32_t>(s));
+  --sh->live;
   return list;
 }
 

@@ -20,16 +20,24 @@ struct HostList : SLIST {
   std::vector<SLIST_ITEM*> index;  // index[i - 1] is item i
 };
 
-// All lists of one component, found by id.  A list lives in a numbered slot;
-// its id is the slot's number (from 1) in the low 32 bits and the slot's
-// generation, counted up each time a list of the slot is freed, in the high
-// ones, so an id is never given twice and finding a list costs an index.
-struct Registry {
+// The lists of one shard of a registry.  A list lives in a numbered slot of
+// the shard of the thread that made it, so threads that each make and free
+// their own lists do not share a mutex or a cache line.
+struct alignas(64) RegistryShard {
   std::mutex mutex;
   std::vector<HostList*> slots;           // the list of each slot, null when free
   std::vector<std::uint32_t> generation;  // of each slot
   std::vector<std::uint32_t> free_slots;  // slots to use again, the last first
   std::size_t live = 0;                   // lists held
+};
+
+// All lists of one component, found by id.  The low 32 bits of an id number
+// its shard and its slot in the shard (from 1); the high ones hold the slot's
+// generation, counted up each time a list of the slot is freed, so an id is
+// never given twice and finding a list costs an index.
+struct Registry {
+  static constexpr unsigned kShardBits = 4;
+  RegistryShard shards[1u << kShardBits];
 };
 
 Registry* registry_of(FMCOM* fmcomp);
@@ -66,6 +74,8 @@ void set_long(SLIST_ITEM* item, long value);
 void set_chars(SLIST_ITEM* item, const tchar* s, int len);
 
 HostList* make_list(Registry& reg, FMCOM* fmcomp);
+// Lists held in all shards.
+std::size_t live_lists(Registry& reg);
 // Frees a list taken out of the registry; its items must be gone.
 void delete_list(HostList* list);
 List lookup(FMCOM* fmcomp, ListId id);

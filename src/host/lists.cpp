@@ -273,11 +273,7 @@ void free_list(List list) {
   if (list != nullptr) slfree(list->id, 1, list->fmcomp);
 }
 
-std::size_t live_lists() {
-  Registry* reg = registry_of(fmcomp());
-  std::lock_guard lock(reg->mutex);
-  return reg->live;
-}
+std::size_t live_lists() { return live_lists(*registry_of(fmcomp())); }
 
 namespace {
 const tchar* name_ptr(std::string_view name) { return name.empty() ? nullptr : name.data(); }
