@@ -384,6 +384,24 @@ void make_room(Table& t) {
   if (t.nrows == t.room) size_columns(t, 2 * t.room);
 }
 
+// Puts the record whose variable j has value(j) where the add entry takes it:
+// in an in-memory table straight into the columns, as the next row; in a
+// file table into the record buffer.
+template <class Value>
+void stage_record(Table& t, Value value) {
+  const std::size_t n = t.slots.size();
+  if (t.in_memory) {
+    make_room(t);
+    double* const* columns = t.column_data.data();
+    const std::size_t row = t.nrows;
+    for (std::size_t j = 0; j < n; ++j) columns[j][row] = value(j);
+    t.staged = true;
+    return;
+  }
+  double* record = t.record.data();
+  for (std::size_t j = 0; j < n; ++j) record[j] = value(j);
+}
+
 // Records still to be written before one fails (table_fail_write); -1: none.
 std::atomic<long> g_writes_before_failure{-1};
 
@@ -722,18 +740,7 @@ int xyvput(ptr xvp, int /*flags*/) {
   Table& t = *table_of(xvp);
   if (!t.output || t.state != Table::State::Defined) return kTableState;
   double* const* slots = t.slots.data();
-  const std::size_t n = t.slots.size();
-  if (t.in_memory) {
-    // The record goes straight into the columns, as the next row.
-    if (t.nrows == t.room) make_room(t);
-    double* const* columns = t.column_data.data();
-    const std::size_t row = t.nrows;
-    for (std::size_t j = 0; j < n; ++j) columns[j][row] = *slots[j];
-    t.staged = true;
-    return 0;
-  }
-  double* record = t.record.data();
-  for (std::size_t j = 0; j < n; ++j) record[j] = *slots[j];
+  stage_record(t, [slots](std::size_t j) { return *slots[j]; });
   return 0;
 }
 
@@ -760,13 +767,7 @@ int xyvputn(ptr xvp, XO_PARMS* xoparm, long nrows, const double* const* first, c
   }
   int last = 0;
   for (long i = 0; i < nrows; ++i) {
-    if (t.in_memory) {
-      make_room(t);
-      for (std::size_t j = 0; j < n; ++j) t.column_data[j][t.nrows] = first[j][i * stride[j]];
-      t.staged = true;
-    } else {
-      for (std::size_t j = 0; j < n; ++j) t.record[j] = first[j][i * stride[j]];
-    }
+    stage_record(t, [&](std::size_t j) { return first[j][i * stride[j]]; });
     if (const int status = table_add(xoparm); status != 0) last = xofprc(xoparm, status, 4);
   }
   return last;

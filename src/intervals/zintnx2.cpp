@@ -203,8 +203,8 @@ bool calendar::advance_run(const INTERVAL& iv, double x, long first, long count,
   const double day = x + 1e-12;
   // The counts stay small enough for the plain arithmetic of the entry.
   constexpr long kSmall = 1L << 24;
-  if (code < kIntFirstDate || code > kIntYearv || iv.units != kUnitsDate || !(day >= kMinDate) ||
-      !(day < kMaxDate + 1.0) || first < 0 || count < 0 || count > kSmall - first) {
+  if (code < kIntFirstDate || code >= kIntYearv || code == kIntWeekday || iv.units != kUnitsDate ||
+      !(day >= kMinDate) || !(day < kMaxDate + 1.0) || first < 0 || count < 0 || count > kSmall - first) {
     return false;
   }
   if (count == 0) return true;
@@ -212,7 +212,6 @@ bool calendar::advance_run(const INTERVAL& iv, double x, long first, long count,
   const std::int64_t last = first + count - 1;
   const std::int64_t f = calendar::interval_multiplier(iv);
   std::int64_t s = iv.shiftper;
-  if (code == kIntYearv || code == kIntWeekday) return false;
   if (code < kIntMonthFamily) {
     std::int64_t days = f;
     if (code == kIntWeek || code == kIntWeekv) {
