@@ -18,6 +18,7 @@
 #include "numeric/numeric.h"
 #include "smoothing/es1fit.h"
 #include "smoothing/es1subs.h"
+#include "smoothing/es2fit.h"
 #include "smoothing/es3fit.h"
 #include "smoothing/winfit.h"
 #include "support/smooth_model.h"
@@ -326,137 +327,6 @@ TEST(FrameDiagnostics, TraceAndDerivativeCheckPrintThroughTheHost) {
   EXPECT_NE(out.find("     NUMERICAL :"), std::string::npos);
 }
 
-// ---- The two-weight form, on a model made for the test -------------------------------
-
-// Simple smoothing whose prediction carries a constant offset c, the second
-// weight: xhat = L + c, L' = x w + L (1 - w): a two-weight family small
-// enough to follow a trial step by hand.
-struct OffsetFamily : fr::FamilyDefaults {
-  static constexpr int kNumWeights = 2;
-  static constexpr fr::Slot kSlots[2] = {fr::Slot::level, fr::Slot::trend};
-  static constexpr double kGrid[2][fr::kGridRows] = {
-      {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0.1, 0.2, 0.3, 0.4, 0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9},
-      {0.5, 0.55, 0.45, 0.6, 0.4, 0.5, 0.7, 0.3, 0.5, 0.5, 0.8, 0.2, 0.5, 0.9, 0.1, 0.5, 0.5, 0.5, 0.5, 0.65}};
-  static constexpr double kGridLo[2] = {0.001, 0.001};
-  static constexpr double kGridScale[2] = {0.998, 0.998};
-  static constexpr bool kHasStability = false;
-  static bool stable(const double*) { return true; }
-  static constexpr fr::GradDivisor kGradDivisor = fr::GradDivisor::nobs;
-  static long stderr_min_nobs(const WINMODEL&) { return 3; }
-
-  static double mse(const FITCON* f, double start, double w, double c) {
-    double level = start;
-    for (long t = f->n - 1; t >= 0; --t) level = f->x[t] * w + level * (1.0 - w);
-    double sse = 0.0;
-    for (long t = 0; t < f->n; ++t) {
-      const double e = level + c - f->x[t];
-      sse += e * e;
-      level = f->x[t] * w + level * (1.0 - w);
-    }
-    return sse / static_cast<double>(f->n);
-  }
-  static int grid_mse(WINMODEL* m, const FITCON* f, const double* w, double* out) {
-    *out = mse(f, m->svi.level, w[0], w[1]);
-    return 0;
-  }
-  static int pass_begin(const WINMODEL& m, fr::Pass& pass, const double*) {
-    pass.smooth.level = m.svi.level;
-    return 0;
-  }
-  static double missing_value(const fr::Pass& pass, const double* w, long) { return pass.smooth.level + w[1]; }
-  static int fitobs(fr::Pass& pass, const double* w, long, double value, double* wder) {
-    const double l = pass.smooth.level;
-    wder[0] = pass.der.level[0];
-    wder[1] = 1.0;
-    wder[2] = l + w[1] - value;
-    pass.der.level[0] = value - l + (1.0 - w[0]) * pass.der.level[0];
-    pass.smooth.level = value * w[0] + l * (1.0 - w[0]);
-    return 0;
-  }
-  static void turn(fr::Pass&, const double*) {}
-  static void save_start(const fr::Pass& pass, WINMODEL* m) { m->startvals.level = pass.smooth.level; }
-  static int std_errors(double* xpxdiag, double mse, long, double* parms, double* se, double* t) {
-    for (int i = 0; i < 2; ++i) {
-      se[i] = std::sqrt(std::fabs(xpxdiag[i]) * mse);
-      t[i] = parms[i] / se[i];
-    }
-    return 0;
-  }
-  static constexpr fr::Diagnostics kDiagnostics = {"   Level    Offset   ",
-                                                   "%8.93f  %8.93f  ",
-                                                   nullptr,
-                                                   nullptr,
-                                                   " Offset Smoothing Partial Derivative Information    ",
-                                                   "                  LEVEL    OFFSET                   "};
-  static int numeric_gradient(WINMODEL* m, const FITCON* f, const double* w, const double* d, int, double* pder) {
-    for (int i = 0; i < 2; ++i) {
-      double up[2] = {w[0], w[1]}, down[2] = {w[0], w[1]};
-      up[i] += d[i];
-      down[i] -= d[i];
-      pder[i] = (mse(f, m->svi.level, up[0], up[1]) - mse(f, m->svi.level, down[0], down[1])) / (2.0 * d[i]);
-    }
-    return 0;
-  }
-};
-
-// A line with slope 1 and noise: the level lags, so the best offset is
-// positive and depends on the weight.
-std::vector<double> sloped(std::uint64_t seed, int n) {
-  smooth_test::Noise noise(seed);
-  std::vector<double> x;
-  for (int t = 0; t < n; ++t) x.push_back(50.0 + t + 3.0 * noise.next());
-  return x;
-}
-
-void offset_bounds(Model& m, double lo, double hi) {
-  m->wbnds.wtrend[0] = lo;
-  m->wbnds.wtrend[1] = hi;
-  m->wbnds.wtreflg = lo == hi;
-}
-
-TEST(TwoWeightFrame, TrialIsCutAlongItsDirectionAtTheFirstBound) {
-  Model m(sloped(74, 30), 2);
-  m.level_bounds(0.001, 0.5);
-  offset_bounds(m, -4.0, 4.0);
-  set_svi(m);
-  Search s(m);
-  ASSERT_EQ(fr::grid<OffsetFamily>(m.get(), &s.fitcon, &s.point), 0);
-
-  // Inside the box, a step that would carry the level to 0.75: cut at 0.5,
-  // and the offset moves by the same fraction (one half).
-  POINT current = s.point;
-  current.wlevel = 0.25;
-  current.wtrend = 1.0;
-  current.wbnds.wlevflg = 0;
-  current.wbnds.wtreflg = 0;
-  current.delta[0] = 0.5;
-  current.delta[1] = 0.125;
-  POINT trial{};
-  ASSERT_EQ(fr::trystep<OffsetFamily>(m.get(), &s.fitcon, &current, 1.0, &trial), 0);
-  EXPECT_EQ(trial.wlevel, 0.5);
-  EXPECT_EQ(trial.wtrend, 1.0625);
-  EXPECT_EQ(trial.change, std::sqrt(0.25 * 0.25 + 0.0625 * 0.0625));
-  EXPECT_EQ(trial.wbnds.dim, 2);
-  EXPECT_EQ(trial.wbnds.wlevflg, 1);
-  EXPECT_EQ(trial.wbnds.wtreflg, 0);
-  EXPECT_EQ(trial.wbnds.nextdim, 1);
-
-  // Pressed against the same bound again: the level is pinned and the
-  // subset step moves the offset alone.
-  POINT pressed = trial;
-  pressed.delta[0] = 0.5;
-  pressed.delta[1] = 0.125;
-  pressed.delta1[0] = 0.0;
-  pressed.delta1[1] = -0.25;
-  POINT next{};
-  ASSERT_EQ(fr::trystep<OffsetFamily>(m.get(), &s.fitcon, &pressed, 0.5, &next), 0);
-  EXPECT_EQ(next.wlevel, 0.5);
-  EXPECT_EQ(next.wtrend, 1.0625 - 0.125);
-  EXPECT_EQ(next.wbnds.dim, 1);
-  EXPECT_EQ(next.wbnds.wlevchn, 1);
-  EXPECT_EQ(next.r, next.rr[0]);
-}
-
 // ---- Three weights: the solves against least squares, the trial in the box ----------
 
 constexpr double kBig = 1.3407807929943e+154;
@@ -733,10 +603,17 @@ class ThreeWeightBox : public ::testing::Test {
     current_.wdamp = 0.95;
     current_.wbnds.dim = current_.wbnds.nextdim = 3;
   }
-  int step(double stepsize, bool season = false) {
+  enum Form { kDamped, kWinters, kLinear };  // level, trend and damping, season or nothing
+  int step(double stepsize, Form form = kDamped) {
     using fr::trystepn;
-    return season ? trystepn<win::Family>(&model_, &fitcon_, &current_, stepsize, &new_, fake_nextstep)
-                  : trystepn<es3::Family>(&model_, &fitcon_, &current_, stepsize, &new_, fake_nextstep);
+    switch (form) {
+      case kWinters:
+        return trystepn<win::Family>(&model_, &fitcon_, &current_, stepsize, &new_, fake_nextstep);
+      case kLinear:
+        return trystepn<es2::Family>(&model_, &fitcon_, &current_, stepsize, &new_, fake_nextstep);
+      default:
+        return trystepn<es3::Family>(&model_, &fitcon_, &current_, stepsize, &new_, fake_nextstep);
+    }
   }
   void fix(double* bounds, double value) { bounds[0] = bounds[1] = value; }
   WINMODEL model_;
@@ -756,7 +633,7 @@ TEST_F(ThreeWeightBox, TrialsAreCutToTheBoxAndPinnedWeightsStay) {
     W lo, hi;     // bounds; equal bounds fix a weight
     W d, d2, d1;  // full, pair and single steps
     double stepsize;
-    bool season;
+    Form form;
     W want;
     int dim, nextdim;  // -1: not checked
     double r;          // rr[0], rr[1] or rr[2] of the evaluation
@@ -764,31 +641,38 @@ TEST_F(ThreeWeightBox, TrialsAreCutToTheBoxAndPinnedWeightsStay) {
   const double cut = (0.999 - 0.95) / 0.2;  // the damping weight reaches its bound first
   const Case cases[] = {
       {"crossing a bound stops on it", W{0.5, 0.2, 0.95}, Flags{0, 0, 0}, W{kFree, kFree, kFree},
-       W{kFree, kFree, kFree}, W{0.1, 0.1, 0.2}, W{}, W{}, 1.0, false, W{0.5 + 0.1 * cut, 0.2 + 0.1 * cut, 0.999}, 3, 2,
-       0.33},
+       W{kFree, kFree, kFree}, W{0.1, 0.1, 0.2}, W{}, W{}, 1.0, kDamped, W{0.5 + 0.1 * cut, 0.2 + 0.1 * cut, 0.999}, 3,
+       2, 0.33},
       {"pressing the same bound takes the pair step", W{0.5, 0.2, 0.999}, Flags{0, 0, 1}, W{kFree, kFree, kFree},
-       W{kFree, kFree, kFree}, W{0.1, 0.1, 0.2}, W{0.05, -0.02, 0.0}, W{}, 1.0, false, W{0.55, 0.18, 0.999}, 2, -1,
+       W{kFree, kFree, kFree}, W{0.1, 0.1, 0.2}, W{0.05, -0.02, 0.0}, W{}, 1.0, kDamped, W{0.55, 0.18, 0.999}, 2, -1,
        0.22},
       // A fixed weight sits on both its bounds, so it is not strictly inside.
       {"a fixed weight is held from the first step", W{0.5, 0.2, 0.95}, Flags{0, 0, 0}, W{kFree, 0.2, kFree},
-       W{kFree, 0.2, kFree}, W{0.1, 0.3, 0.01}, W{0.04, 0.0, 0.02}, W{}, 1.0, false, W{0.54, 0.2, 0.97}, -1, 2, 0.22},
+       W{kFree, 0.2, kFree}, W{0.1, 0.3, 0.01}, W{0.04, 0.0, 0.02}, W{}, 1.0, kDamped, W{0.54, 0.2, 0.97}, -1, 2, 0.22},
       {"two fixed weights leave the single step", W{0.5, 0.2, 0.95}, Flags{0, 0, 0}, W{0.5, 0.2, kFree},
-       W{0.5, 0.2, kFree}, W{0.1, 0.3, 0.01}, W{0.1, 0.3, 0.01}, W{0.0, 0.0, 0.03}, 0.5, false, W{0.5, 0.2, 0.965}, 1,
+       W{0.5, 0.2, kFree}, W{0.1, 0.3, 0.01}, W{0.1, 0.3, 0.01}, W{0.0, 0.0, 0.03}, 0.5, kDamped, W{0.5, 0.2, 0.965}, 1,
        -1, 0.11},
       // A cut fraction of 0 is not passed over: the trial is the point.
       {"trend on its lower bound stepping out", W{0.5, 0.0011, 0.95}, Flags{0, 0, 0}, W{kFree, 0.0011, kFree},
-       W{kFree, kFree, kFree}, W{0.1, -0.2, 0.01}, W{}, W{}, 1.0, false, W{0.5, 0.0011, 0.95}, -1, -1, 0.33},
+       W{kFree, kFree, kFree}, W{0.1, -0.2, 0.01}, W{}, W{}, 1.0, kDamped, W{0.5, 0.0011, 0.95}, -1, -1, 0.33},
       {"the Winters family moves its seasonal weight", W{0.5, 0.2, 0.3}, Flags{0, 0, 0}, W{kFree, kFree, kFree},
-       W{kFree, kFree, 0.35}, W{0.0, 0.01, 0.1}, W{}, W{}, 1.0, true, W{0.5, 0.205, 0.35}, 3, 2, 0.33},
+       W{kFree, kFree, 0.35}, W{0.0, 0.01, 0.1}, W{}, W{}, 1.0, kWinters, W{0.5, 0.205, 0.35}, 3, 2, 0.33},
+      // Two weights: the trend moves by the fraction that takes the level to
+      // its bound; pressed on it again, the single step moves the trend.
+      {"two weights stop on a bound", W{0.25, 0.5, 0}, Flags{0, 0, 0}, W{kFree, kFree, kFree}, W{0.5, kFree, kFree},
+       W{0.5, 0.125, 0}, W{}, W{}, 1.0, kLinear, W{0.5, 0.5625, 0}, 2, 1, 0.22},
+      {"two weights pressing a bound", W{0.5, 0.5625, 0}, Flags{1, 0, 0}, W{kFree, kFree, kFree}, W{0.5, kFree, kFree},
+       W{0.5, 0.125, 0}, W{}, W{0.0, -0.25, 0}, 0.5, kLinear, W{0.5, 0.4375, 0}, 1, 1, 0.11},
   };
   for (const Case& c : cases) {
     SetUp();
     SCOPED_TRACE(c.what);
-    const bool season = c.season;
+    const bool season = c.form == kWinters;
+    const int p = c.form == kLinear ? 2 : 3;
     double* bounds[3] = {model_.wbnds.wlevel, model_.wbnds.wtrend, season ? model_.wbnds.wseason : model_.wbnds.wdamp};
     char* fixed[3] = {&model_.wbnds.wlevflg, &model_.wbnds.wtreflg,
                       season ? &model_.wbnds.wseaflg : &model_.wbnds.wdamflg};
-    for (int k = 0; k < 3; ++k) {
+    for (int k = 0; k < p; ++k) {
       if (!std::isnan(c.lo[k])) bounds[k][0] = c.lo[k];
       if (!std::isnan(c.hi[k])) bounds[k][1] = c.hi[k];
       *fixed[k] = bounds[k][0] == bounds[k][1];
@@ -803,10 +687,10 @@ TEST_F(ThreeWeightBox, TrialsAreCutToTheBoxAndPinnedWeightsStay) {
     current_.wbnds.wlevflg = c.flags[0];
     current_.wbnds.wtreflg = c.flags[1];
     current_.wbnds.wdamflg = c.flags[2];
-    ASSERT_EQ(step(c.stepsize, c.season), 0);
+    ASSERT_EQ(step(c.stepsize, c.form), 0);
     const double got[3] = {new_.wlevel, new_.wtrend, season ? new_.wseason : new_.wdamp};
     double change = 0.0;
-    for (int k = 0; k < 3; ++k) {
+    for (int k = 0; k < p; ++k) {
       EXPECT_NEAR(got[k], c.want[k], 1e-15) << k;
       // A weight stopped by a bound lands on it exactly.
       if (c.want[k] == bounds[k][0] || c.want[k] == bounds[k][1]) {
