@@ -206,15 +206,12 @@ struct W {
 // factors it is the additive one.
 TEST(WinForecast, MultiplicativeVarianceScalesByTheFactorRatios) {
   const int ns = 4;
-  std::vector<double> x = example_series("UKgas.csv");
-  const long n = static_cast<long>(x.size());
-  std::vector<char> mis(n, 0);
-  std::vector<int> code(n);
-  for (long t = 0; t < n; ++t) code[t] = static_cast<int>(t % ns);
-  double level = x[n - 1], trend = 0, mse = 0;
+  smooth_test::Series x(example_series("UKgas.csv"), ns);
+  const long n = x.n();
+  double level = x.x[n - 1], trend = 0, mse = 0;
   std::vector<double> sf(ns, 1.0), rows(9 * (n + 9));
   const W w{0.2, 0.1, 0.3};
-  ASSERT_EQ(zwinprd(x.data(), mis.data(), 1300, n, ns, 0, w.a, w.g, w.c, &level, &trend, sf.data(), code.data(), 0,
+  ASSERT_EQ(zwinprd(x.data(), x.mis(), 1300, n, ns, 0, w.a, w.g, w.c, &level, &trend, sf.data(), x.codes.data(), 0,
                     n - 1, 9, kMiss, 0.05, 0, &mse, rows.data()),
             0);
   for (long k = 1; k <= 9; ++k) {
@@ -338,20 +335,15 @@ TEST(WinKernel, SideBySidePassesInEveryLaneWidth) {
 // the failed division left: missing for 0 / 0, the root of the overflow value
 // for 1 / 0.
 TEST(WinForecast, FailedFactorRatioKeepsThePreviousHalfWidth) {
-  const int ns = 4;
-  std::vector<double> x{5, 6, 7, 8, 5, 6, 7, 8};
-  const long n = static_cast<long>(x.size());
-  std::vector<char> mis(n, 0);
-  std::vector<int> code(n);
-  for (long t = 0; t < n; ++t) code[t] = static_cast<int>(t % ns);
+  smooth_test::Series x({5, 6, 7, 8, 5, 6, 7, 8}, 4);
   std::vector<double> sf{1.0, 0.0, 0.0, 1.0};
   double level = 10.0, trend = 1.0, mse = 0.0;
   const double se2 = 4.0;
   std::vector<double> rows(9 * 3);
   // No observation rows (end -1): the forecasts start from the season after
   // season 0 with the state handed in.
-  ASSERT_EQ(zwinprd(x.data(), mis.data(), 10.0, n, ns, 0, 0.2, 0.1, 0.3, &level, &trend, sf.data(), code.data(), 0, -1,
-                    3, se2, 0.05, 1, &mse, rows.data()),
+  ASSERT_EQ(zwinprd(x.data(), x.mis(), 10.0, x.n(), 4, 0, 0.2, 0.1, 0.3, &level, &trend, sf.data(), x.codes.data(), 0,
+                    -1, 3, se2, 0.05, 1, &mse, rows.data()),
             0);
   const double hw = zprobit(0.975) * std::sqrt(se2);
   for (int k = 0; k < 3; ++k) {
@@ -480,57 +472,15 @@ TEST_F(WinEdges, FitOutcomes) {
 
 // ---- Methods and the command line --------------------------------------------------
 
-struct MethodOutcome {
-  double fit_rc = -1, forecast_rc = -1;
-  std::vector<double> weights;
-  smooth_test::Table table;
-};
-
-// `code` null leaves CODE out; `forecast_type` replaces TYPE before the
-// forecast when given.
-MethodOutcome run_methods(const std::vector<double>& values, const char* interval, double stdate, int ns,
-                          const char* code, double lead, const char* fit_type = "WINT",
-                          const char* forecast_type = nullptr) {
+// TYPE is compared over the item's own length in the fit and over all of
+// "WINT" in the forecast, so a prefix passes only the fit and a longer text
+// only the forecast (CODE's default: family_test.cpp).
+TEST(WinMethodSpecification, TypeComparisons) {
   using namespace esf::host;
   method_test::connect_module();
   const fs::path dir = fs::temp_directory_path() / ("win_methods_" + std::to_string(::getpid()));
   fs::create_directories(dir);
   assign_libref("WINM", dir);
-  MethodOutcome run;
-  {
-    method_test::CallLists l(values, interval, stdate);
-    set_integer(l.interval_info(), "NSEASONS", ns);
-    set_text(l.spec, "TYPE", fit_type);
-    if (code != nullptr) set_text(l.spec, "CODE", code);
-    MethodCall fit;
-    fit.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
-    EXPECT_EQ(mwinfit(fit.plist(), nullptr, nullptr, 0), 0);
-    run.fit_rc = fit.written(7).value_or(-1);
-    for (const SLIST_ITEM* it : items(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"))) {
-      run.weights.push_back(slgetnv(it, 0));
-    }
-    if (forecast_type != nullptr) set_text(l.spec, "TYPE", forecast_type);
-    MethodCall fc;
-    fc.list(l.series).list(l.model).list(l.eval_range).text("WINM.FC").number(0.05).number(lead).number(0);
-    EXPECT_EQ(mwinfor(fc.plist(), nullptr, nullptr, 0), 0);
-    run.forecast_rc = fc.written(8).value_or(-1);
-  }
-  run.table = smooth_test::read_table(dir / "fc.csv");
-  fs::remove_all(dir);
-  return run;
-}
-
-// CODE defaults to the additive form.  TYPE is compared over the item's own
-// length in the fit and over all of "WINT" in the forecast, so a prefix
-// passes only the fit and a longer text only the forecast.
-TEST(WinMethodSpecification, CodeDefaultAndTypeComparisons) {
-  const std::vector<double> x = example_series("UKgas.csv");
-  const double start = method_test::date(1960, 1, 1);
-  const MethodOutcome additive = run_methods(x, "QTR", start, 4, "WINTA", 4);
-  const MethodOutcome multiplicative = run_methods(x, "QTR", start, 4, "WINTM", 4);
-  ASSERT_NE(additive.weights, multiplicative.weights);
-  EXPECT_EQ(run_methods(x, "QTR", start, 4, nullptr, 4).weights, additive.weights);
-
   struct Case {
     const char* fit_type;
     const char* forecast_type;
@@ -542,10 +492,14 @@ TEST(WinMethodSpecification, CodeDefaultAndTypeComparisons) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.fit_type) + " / " + c.forecast_type);
-    const MethodOutcome run = run_methods(x, "QTR", start, 4, "WINTA", 4, c.fit_type, c.forecast_type);
-    EXPECT_EQ(run.fit_rc, c.fit_rc);
-    EXPECT_EQ(run.forecast_rc, c.forecast_rc);
+    method_test::CallLists l(example_series("UKgas.csv"), "QTR", method_test::date(1960, 1, 1));
+    set_integer(l.interval_info(), "NSEASONS", 4);
+    set_text(l.spec, "TYPE", c.fit_type);
+    EXPECT_EQ(method_test::call_fit(mwinfit, l), c.fit_rc);
+    set_text(l.spec, "TYPE", c.forecast_type);
+    EXPECT_EQ(method_test::call_forecast(mwinfor, l, "WINM.FC", 0.05, 4), c.forecast_rc);
   }
+  fs::remove_all(dir);
 }
 
 }  // namespace
