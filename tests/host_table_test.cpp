@@ -369,6 +369,7 @@ TEST_F(HostInputTable, BadDataNamesFileLineAndField) {
       {"BEGIN,END\n1,2,3\n", "line 2: 3 fields where the header has 2"},
       {"BEGIN,END\n1,\"a\"\"b, c\"\n", "field 2 (END): \"a\\\"b, c\" is not a number"},  // one quoted field
       {"BEGIN\n2020-02-30\n", "line 2, field 1 (BEGIN): \"2020-02-30\" is not a number or an ISO date"},
+      {"BEGIN\nnan\n", "line 2, field 1 (BEGIN): \"nan\" is not a number"},  // strtod reads it whole
       {"", "line 1: the header line is missing"},
   };
   for (const Case& c : cases) {
