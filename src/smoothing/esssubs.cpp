@@ -38,30 +38,34 @@ using pass::lanes::V2;
 // The derivative passes' lanes (smoothing/factor_lanes.h): ess::point and
 // ess::point_derivative with the derivatives by the two weights in the two
 // lanes of a vector.  The level's derivatives, the longest chain from step
-// to step, stay scalar: a vector would lengthen that chain by its moves
-// between lanes.
+// to step, run in a vector of their own, lane 0 (by wlevel) on the chain
+// with no move between lanes.  The guards keep their extremes in two vectors
+// of four: the magnitudes of the four derivatives, and those of the level
+// and the factor beside the prediction (twice).
 struct DerivativeLanes {
   using V = V2;
+  using V4 = pass::lanes::V4;
+  using M4 = pass::lanes::M4;
   using Update = ess::FactorUpdate;
   static constexpr int kWeightOfLane[2] = {0, 1};
   static constexpr int kValueOfLane[2] = {0, 1};
   struct State {
     double level;
     double xhat;
-    double dl0;  // d level / d wlevel
-    double dl1;  // d level / d wseason
+    V dl;  // d level / d wlevel, d wseason
   };
   struct Peaks {
-    double state = 0.0;      // |level|, |factor| before a step
-    double pred = -DBL_MAX;  // the prediction
-    V derivatives = {};      // |derivative| before a step
+    V4 state = {0.0, 0.0, -DBL_MAX, -DBL_MAX};  // |level|, |factor|, the prediction
+    V4 derivatives = {};                        // |derivative| before a step
   };
-  static void load(const Update::State& u, State& s) noexcept { s = State{u.level, u.xhat, u.derlev[0], u.derlev[1]}; }
+  static void load(const Update::State& u, State& s) noexcept {
+    s = State{u.level, u.xhat, V{u.derlev[0], u.derlev[1]}};
+  }
   static void store(const State& s, Update::State& u) noexcept {
     u.level = s.level;
     u.xhat = s.xhat;
-    u.derlev[0] = s.dl0;
-    u.derlev[1] = s.dl1;
+    u.derlev[0] = s.dl[0];
+    u.derlev[1] = s.dl[1];
   }
   static double prediction(const State& s, double factor) noexcept { return s.level + factor; }
 
@@ -73,27 +77,29 @@ struct DerivativeLanes {
       : wl(step.w[0]), ws(step.w[1]), u(1.0 - wl), v(1.0 - ws), upper(step.xscale * kRelativeLimit) {}
 
   bool tripped(const Peaks& pk) const noexcept {
-    return pk.state > kStateLimit || pk.pred > upper || pass::lanes::any_above(pk.derivatives, kErrorLimit);
+    return pk.state[0] > kStateLimit || pk.state[1] > kStateLimit || pk.state[2] > upper ||
+           pass::lanes::any_above(pk.derivatives, kErrorLimit);
   }
 
   [[gnu::always_inline]] void step(State& s, double* factor, V* dsp, double x, V& d, double& e,
                                    Peaks& pk) const noexcept {
-    using pass::lanes::keep_max;
     const double ll = s.level;
     const double ls = *factor;
-    const V dl = {s.dl0, s.dl1};
+    const V dl = s.dl;
     const V ds = *dsp;
-    pass::lanes::keep_max_magnitude(pk.derivatives, dl);
-    pass::lanes::keep_max_magnitude(pk.derivatives, ds);
-    keep_max(pk.state, std::fabs(ll));
-    keep_max(pk.state, std::fabs(ls));
+    pass::lanes::keep_max_magnitude(pk.derivatives, __builtin_shufflevector(dl, ds, 0, 1, 2, 3));
     const double xhat = ll + ls;
-    keep_max(pk.pred, xhat);
+    // The prediction keeps its sign: the mask clears the sign bits of the
+    // level and the factor alone.
+    const V4 guarded = {ll, ls, xhat, xhat};
+    const M4 mask = {0x7fffffffffffffffLL, 0x7fffffffffffffffLL, -1LL, -1LL};
+    const V4 magnitudes = reinterpret_cast<V4>(reinterpret_cast<M4>(guarded) & mask);
+    pk.state = pk.state < magnitudes ? magnitudes : pk.state;
     const double cl = (x - ls) * wl + ll * u;
     const double cs = (x - cl) * ws + ls * v;
-    const double nl0 = u * s.dl0 + x - wl * ds[0] - ll - ls;
-    const double nl1 = u * s.dl1 - wl * ds[1];
-    const V nl = {nl0, nl1};
+    // Lane 1 adds -0 and subtracts +0 where lane 0 adds x and subtracts the
+    // level and the factor: each leaves it as it is, to the bit.
+    const V nl = (((u * dl + V{x, -0.0}) - wl * ds) - V{ll, 0.0}) - V{ls, 0.0};
     V nds = v * ds;
     nds[1] = ((nds[1] + x) - cl) - ls;
     nds = nds - ws * nl;
@@ -101,8 +107,7 @@ struct DerivativeLanes {
     e = xhat - x;
     s.level = cl;
     s.xhat = xhat;
-    s.dl0 = nl0;
-    s.dl1 = nl1;
+    s.dl = nl;
     *factor = cs;
     *dsp = nds;
   }
@@ -122,10 +127,12 @@ __attribute__((target("avx"))) int derivative_lanes_avx(const pass::FactorStep<2
 #endif
 
 int ess::FactorUpdate::unchecked(const pass::FactorStep<2, FactorUpdate>& step, bool forward,
-                                 const pass::DerivativeSeries& in, State& s, double* sums, long* nmiss,
-                                 bool* tripped) noexcept {
+                                 const pass::DerivativeSeries& in, State& s, double* sums, long* nmiss, bool* tripped,
+                                 int isa) noexcept {
 #if defined(__x86_64__)
-  if (pass::lanes::has_avx()) return derivative_lanes_avx(step, forward, in, s, sums, nmiss, tripped);
+  if ((isa == 0 || isa == 2) && pass::lanes::has_avx()) {
+    return derivative_lanes_avx(step, forward, in, s, sums, nmiss, tripped);
+  }
 #endif
   return pass::lanes::unchecked_pass(DerivativeLanes(step), step, forward, in, s, sums, nmiss, tripped);
 }

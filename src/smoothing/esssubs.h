@@ -196,8 +196,11 @@ struct FactorUpdate {
                                            double* ds, double* wder, Guards& guards) noexcept {
     return point_derivative(value, w[0], w[1], before.level, s.level, lseason, s.derlev, ds, wder, guards);
   }
+  // isa picks the lanes' instruction set, for the tests that hold them to
+  // the checked pass: 1 SSE2, 2 AVX (where the processor has it); 0 the
+  // widest the processor has.
   static int unchecked(const pass::FactorStep<2, FactorUpdate>& step, bool forward, const pass::DerivativeSeries& in,
-                       State& s, double* sums, long* nmiss, bool* tripped) noexcept;
+                       State& s, double* sums, long* nmiss, bool* tripped, int isa = 0) noexcept;
 };
 
 // One observation of the estimation's derivative passes (the step record of
