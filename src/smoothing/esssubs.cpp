@@ -251,9 +251,109 @@ int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stder
 
 }  // extern "C"
 
+namespace {
+
+struct GridInput {
+  const double* x;
+  const char* misflg;
+  long n;
+  int nseasons;
+  const int* scodes;
+  const double* w;  // wlevel, wseason of each pair
+  int count;
+  double level;
+  const double* sfactor;
+  double* work;
+};
+
+// The pairs kWidth to a vector V: the update of ess::point on every lane,
+// with the extremes of its guards kept as pass::smooth_many keeps them, into
+// `out` (lanes past count repeat pair 0).
+template <class V, int kWidth>
+[[gnu::always_inline]] inline void grid_lanes(const GridInput& in, pass::LanePeaks& out) noexcept {
+  using M = pass::lanes::MaskOf<V>;
+  constexpr int kGroups = ess::kManyPairs / kWidth;
+  const int groups = (in.count + kWidth - 1) / kWidth;
+  const long lanes = static_cast<long>(groups) * kWidth;
+  V wl[kGroups], ws[kGroups], keep_l[kGroups], keep_s[kGroups], l[kGroups];
+  V sse[kGroups], peak_state[kGroups], peak_pred[kGroups], peak_e[kGroups], peak_sse[kGroups];
+  for (int g = 0; g < groups; ++g) {
+    for (int i = 0; i < kWidth; ++i) {
+      const int lane = g * kWidth + i;
+      const int j = lane < in.count ? lane : 0;
+      wl[g][i] = in.w[2 * j];
+      ws[g][i] = in.w[2 * j + 1];
+    }
+    keep_l[g] = 1.0 - wl[g];
+    keep_s[g] = 1.0 - ws[g];
+    l[g] = V{} + in.level;
+    sse[g] = V{};
+    peak_state[g] = V{};
+    peak_pred[g] = V{} - DBL_MAX;
+    peak_e[g] = V{};
+    peak_sse[g] = V{};
+  }
+  for (int s = 0; s < in.nseasons; ++s) {
+    for (long j = 0; j < lanes; ++j) in.work[s * lanes + j] = in.sfactor[s];
+  }
+  const M abs_mask = M{} + 0x7fffffffffffffffLL;
+#define ESF_ABS(v) (reinterpret_cast<V>(reinterpret_cast<M>(v) & abs_mask))
+#define ESF_MAX(a, b) ((a) < (b) ? (b) : (a))  // std::max, lane by lane
+  for (int pass = 0; pass < 2; ++pass) {
+    const bool forward = pass == 1;
+    for (long k = 0; k < in.n; ++k) {
+      const long t = forward ? k : in.n - 1 - k;
+      if (in.misflg[t]) continue;  // no state changes
+      const V xv = V{} + in.x[t];
+      double* f = in.work + in.scodes[t] * lanes;
+      for (int g = 0; g < groups; ++g) {
+        const V lg = l[g];
+        V fg;
+        std::memcpy(&fg, f + g * kWidth, sizeof fg);
+        peak_state[g] = ESF_MAX(peak_state[g], ESF_MAX(ESF_ABS(lg), ESF_ABS(fg)));
+        const V xhat = lg + fg;
+        peak_pred[g] = ESF_MAX(peak_pred[g], xhat);
+        const V cl = (xv - fg) * wl[g] + lg * keep_l[g];
+        const V cs = (xv - cl) * ws[g] + fg * keep_s[g];
+        std::memcpy(f + g * kWidth, &cs, sizeof cs);
+        l[g] = cl;
+        if (forward) {
+          const V e = xhat - xv;
+          peak_e[g] = ESF_MAX(peak_e[g], ESF_ABS(e));
+          peak_sse[g] = ESF_MAX(peak_sse[g], sse[g]);
+          sse[g] = sse[g] + e * e;
+        }
+      }
+    }
+  }
+#undef ESF_MAX
+#undef ESF_ABS
+  for (int j = 0; j < in.count; ++j) {
+    const int g = j / kWidth, i = j % kWidth;
+    out.sse[j] = sse[g][i];
+    out.peak_state[j] = peak_state[g][i];
+    out.peak_pred[j] = peak_pred[g][i];
+    out.peak_e[j] = peak_e[g][i];
+    out.peak_sse[j] = peak_sse[g][i];
+  }
+}
+
+// Two lanes to a vector: SSE2, which every x86-64 processor has (elsewhere
+// the compiler maps the vectors on what the processor has).
+void grid_lanes_2(const GridInput& in, pass::LanePeaks& out) noexcept { grid_lanes<V2, 2>(in, out); }
+
+#if defined(__x86_64__)
+// Four lanes to a vector, for processors with AVX, chosen at run time.
+__attribute__((target("avx"))) void grid_lanes_4(const GridInput& in, pass::LanePeaks& out) noexcept {
+  grid_lanes<pass::lanes::V4, 4>(in, out);
+}
+#endif
+
+}  // namespace
+
 void ess::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons, const double* w,
                       int count, double level, const double* sfactor, const int* scodes, double* work, int* rc,
-                      double* mse) {
+                      double* mse, int width) {
   Lanes lanes;
   for (int j = 0; j < count; ++j) {
     lanes.wl[j] = w[2 * j];
@@ -261,6 +361,21 @@ void ess::smooth_many(const double* x, const char* misflg, double xscale, long n
     lanes.keep_l[j] = 1.0 - lanes.wl[j];
     lanes.keep_s[j] = 1.0 - lanes.ws[j];
     lanes.l[j] = level;
+  }
+  if (width != 1 && n >= 1 && count >= 1) {
+    const GridInput in{x, misflg, n, nseasons, scodes, w, count, level, sfactor, work};
+#if defined(__x86_64__)
+    if ((width == 0 || width == 4) && pass::lanes::has_avx()) {
+      grid_lanes_4(in, lanes);
+    } else
+#endif
+    {
+      grid_lanes_2(in, lanes);
+    }
+    long nmiss = 0;
+    for (long t = 0; t < n; ++t) nmiss += misflg[t] != 0;
+    pass::many_results(lanes, xscale, n - nmiss, count, rc, mse);
+    return;
   }
   for (int s = 0; s < nseasons; ++s) {
     for (int j = 0; j < count; ++j) work[s * count + j] = sfactor[s];

@@ -325,11 +325,14 @@ struct Lanes : pass::LanePeaks {
 // pair), each from the same start level and factors: rc[j] and mse[j] are
 // what zesssmo gives the pair j on copies of `level` and `sfactor`.  The
 // pairs run side by side through one loop over the series, so that the grid
-// of the estimation costs one pass instead of twenty.  `work` holds
-// count * nseasons doubles, the factors of every pair.
+// of the estimation costs one pass instead of twenty: in SIMD lanes of the
+// given width (0 the widest the processor has, 2 or 4), or one pair after
+// another (width 1).  `work` holds the factors of every pair, count rounded
+// up to a multiple of four times nseasons doubles.
 inline constexpr int kManyPairs = 32;
 void smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons, const double* w, int count,
-                 double level, const double* sfactor, const int* scodes, double* work, int* rc, double* mse);
+                 double level, const double* sfactor, const int* scodes, double* work, int* rc, double* mse,
+                 int width = 0);
 
 }  // namespace ess
 #endif
