@@ -160,6 +160,7 @@ struct FITCON {
   double min_nmiss;  // largest tolerated count of missing observations
   double min_mse;    // best grid mse so far
   WINT_DER derwork;  // running derivatives of the state
+  double last_w[3];  // weights of the last evaluation (states in smooth)
 };
 
 // Position of a point against the bounds.
@@ -679,6 +680,7 @@ int nextstep(WINMODEL* model, FITCON* fitcon, POINT* point, double* /*old_delta*
   double xpx[(p + 1) * (p + 2) / 2];
   long nmiss = 0;
   int rc = passes<F>(model, fitcon, point, w, xpx, &nmiss);
+  std::memcpy(fitcon->last_w, w, sizeof w);
   if (rc < 0) return rc;
   if constexpr (p == 1) {
     rc = solve1<F>(model, fitcon, point, xpx, nmiss);
@@ -1133,6 +1135,7 @@ inline FITCON fit_control(const WINMODEL* model) {
   fitcon.lambda = kStartLambda;
   fitcon.min_nmiss = kUnevaluatedNmiss;
   fitcon.min_mse = DBL_MAX;
+  for (double& w : fitcon.last_w) w = kMissing;  // nothing evaluated yet
   return fitcon;
 }
 
@@ -1188,11 +1191,17 @@ int fit(WINMODEL* model) {
       }
     }
     // The last trial evaluated may have been rejected, leaving its states in
-    // smooth and startvals.  One more pass at the returned weights, on a copy
-    // of the point so that the estimates stay those of the search, makes the
-    // end state and the time-0 state those of the returned weights.
-    POINT again = point;
-    nextstep<F>(model, &fitcon, &again, nullptr);
+    // smooth and startvals, and the derivative check leaves those of its
+    // numeric passes.  Unless the last evaluation was of the returned weights
+    // themselves, one more pass at them, on a copy of the point so that the
+    // estimates stay those of the search, makes the end state and the time-0
+    // state those of the returned weights.
+    double w[p];
+    weights_of<F>(point, w);
+    if (model->opt.numeric || std::memcmp(w, fitcon.last_w, sizeof w) != 0) {
+      POINT again = point;
+      nextstep<F>(model, &fitcon, &again, nullptr);
+    }
   }
 
   store_estimates<F>(model, point);
