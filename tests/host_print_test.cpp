@@ -48,6 +48,9 @@ TEST_F(HostPrint, DirectivesOfTheFormatString) {
       {"new line and percent", [](char* b, int m) { return xpsstr(b, m, "a%nb%%"); }, "a\nb%"},
       {"missing value", [dot](char* b, int m) { return xpsstr(b, m, "[%4.1f]", dot); }, "[   .]"},
       {"cut to the buffer", [](char* b, int) { return xpsstr(b, 4, "abcdef"); }, "abc"},
+      {"general, width", [](char* b, int m) { return xpsstr(b, m, "[%6g|%G]", 97.5, 1.25e-7); }, "[  97.5|1.25E-07]"},
+      {"flags", [](char* b, int m) { return xpsstr(b, m, "%+.1f|%08.2e", 2.25, -0.5); }, "+2.2|-5.00e-01"},
+      {"number cut to the buffer", [](char* b, int) { return xpsstr(b, 5, "%f", 3.14159); }, "3.14"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);

@@ -171,7 +171,7 @@ TEST_F(HostTable, MemoryTableIsTakenOnceByItsOwnThread) {
       std::copy(row, row + 2, slots);
       ASSERT_EQ(add(xoparm, xvp), 0);
     }
-    // More rows than the columns first have room for.
+    // Enough rows for the columns to grow more than once.
     for (int i = 2; i < 600; ++i) {
       slots[0] = i;
       ASSERT_EQ(add(xoparm, xvp), 0);
@@ -199,7 +199,7 @@ TEST_F(HostTable, MemoryTableIsTakenOnceByItsOwnThread) {
 // table that one xyvput and add per row make, to the byte and the bit, in a
 // file and in memory, also when a record fails: it is reported alike.
 TEST_F(HostTable, RowsInOneCallAreTheRowsOneByOne) {
-  constexpr int kRows = 300;  // beyond the room a memory table starts with
+  constexpr int kRows = 300;  // enough for the columns to grow more than once
   std::vector<double> dates(kRows), values(2 * kRows);
   for (int i = 0; i < kRows; ++i) {
     dates[i] = i;

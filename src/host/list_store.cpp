@@ -13,8 +13,8 @@ namespace esf::host::internal {
 namespace {
 constexpr uint32_t kFmcomMagic = 0x464D434Fu;  // "FMCO"
 // Items a list's index has room for at first: most lists of a method call
-// hold a few.
-constexpr std::size_t kFirstItems = 8;
+// hold a few, and the room for them is one cached block.
+constexpr std::size_t kFirstItems = IndexAllocator<SLIST_ITEM*>::kItems;
 // The low 32 bits of an id: (slot << kShardBits | shard) + 1.
 constexpr ListId kSlotBits = 0xFFFFFFFF;
 constexpr unsigned kShardBits = Registry::kShardBits;
@@ -115,7 +115,7 @@ void reset_walk(List list) {
   list->lastIndex = 0;
 }
 
-std::vector<SLIST_ITEM*>& index_of(List list) { return static_cast<HostList*>(list)->index; }
+HostList::Index& index_of(List list) { return static_cast<HostList*>(list)->index; }
 
 }  // namespace
 
@@ -128,7 +128,7 @@ void append_item(List list, SLIST_ITEM* item) {
   }
   list->tail = item;
   ++list->length;
-  std::vector<SLIST_ITEM*>& index = index_of(list);
+  HostList::Index& index = index_of(list);
   if (index.capacity() == 0) index.reserve(kFirstItems);
   index.push_back(item);
 }
@@ -140,7 +140,7 @@ void insert_item(List list, SLIST_ITEM* item, SLIndex index) {
     return;
   }
   reset_walk(list);
-  std::vector<SLIST_ITEM*>& index_items = index_of(list);
+  HostList::Index& index_items = index_of(list);
   if (index == 1) {
     item->next = list->head;
     list->head = item;
@@ -156,7 +156,7 @@ void insert_item(List list, SLIST_ITEM* item, SLIndex index) {
 bool delete_item_at(List list, SLIndex index) {
   if (list == nullptr || index < 1 || index > list->length) return false;
   reset_walk(list);
-  std::vector<SLIST_ITEM*>& index_items = index_of(list);
+  HostList::Index& index_items = index_of(list);
   const auto at = static_cast<std::size_t>(index - 1);
   SLIST_ITEM* item = index_items[at];
   SLIST_ITEM* prev = at > 0 ? index_items[at - 1] : nullptr;

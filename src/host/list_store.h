@@ -9,15 +9,40 @@
 #include <set>
 #include <vector>
 
+#include "host/host_internal.h"
 #include "module/host_api.h"
 
 namespace esf::host::internal {
+
+// Storage of the indexes of lists: a block of room for up to kItems items
+// comes from the calling thread's cache of such blocks, as the lists and
+// items do, since a method call makes and frees a dozen short lists.
+template <class T>
+struct IndexAllocator {
+  using value_type = T;
+  static constexpr std::size_t kItems = 16;
+  using Blocks = BlockCache<kItems * sizeof(T), 256>;
+
+  IndexAllocator() = default;
+  template <class U>
+  explicit IndexAllocator(const IndexAllocator<U>&) {}
+  T* allocate(std::size_t n) { return static_cast<T*>(n <= kItems ? Blocks::take() : ::operator new(n * sizeof(T))); }
+  void deallocate(T* p, std::size_t n) {
+    if (n <= kItems) {
+      Blocks::give(p);
+    } else {
+      ::operator delete(p);
+    }
+  }
+  friend bool operator==(const IndexAllocator&, const IndexAllocator&) { return true; }
+};
 
 // A list as the host keeps it: the record the module reads, and an index of
 // its items by position, so that indexed access costs the same at any
 // position.
 struct HostList : SLIST {
-  std::vector<SLIST_ITEM*> index;  // index[i - 1] is item i
+  using Index = std::vector<SLIST_ITEM*, IndexAllocator<SLIST_ITEM*>>;
+  Index index;  // index[i - 1] is item i
 };
 
 // The lists of one shard of a registry.  A list lives in a numbered slot of

@@ -54,12 +54,14 @@ std::string lower(std::string_view s) {
   return out;
 }
 
-std::string trim(std::string_view s) {
+std::string_view trim_view(std::string_view s) {
   std::size_t b = 0, e = s.size();
   while (b < e && (s[b] == ' ' || s[b] == '\t' || s[b] == '\r')) ++b;
   while (e > b && (s[e - 1] == ' ' || s[e - 1] == '\t' || s[e - 1] == '\r')) --e;
-  return std::string(s.substr(b, e - b));
+  return s.substr(b, e - b);
 }
+
+std::string trim(std::string_view s) { return std::string(trim_view(s)); }
 
 // A name: a letter or underscore, then letters, digits and underscores.
 bool is_name(std::string_view s, std::size_t max) {
@@ -90,12 +92,18 @@ Librefs& librefs() {
 
 std::atomic<long> g_temp_counter{0};
 
-// Output tables of memory librefs closed on this thread, by upper-case
-// "LIB.MEM", until the host program takes them.  One catalogue per thread,
-// so that tasks on different threads never see each other's tables.
-std::map<std::string, esf::host::MemoryTable>& memory_catalogue() {
-  thread_local std::map<std::string, esf::host::MemoryTable> catalogue;
+// Output tables of memory librefs closed on this thread, each under its
+// upper-case name "LIB.MEM", until the host program takes them.  One
+// catalogue per thread, so that tasks on different threads never see each
+// other's tables; it holds the few tables not taken yet.
+std::vector<esf::host::MemoryTable>& memory_catalogue() {
+  thread_local std::vector<esf::host::MemoryTable> catalogue;
   return catalogue;
+}
+
+std::vector<esf::host::MemoryTable>::iterator catalogued(std::string_view key) {
+  auto& catalogue = memory_catalogue();
+  return std::find_if(catalogue.begin(), catalogue.end(), [key](const auto& m) { return m.name == key; });
 }
 
 // The host's open table.  `file` comes first, so an XOFILE* is a Table*; the
@@ -107,10 +115,6 @@ struct Table {
   esf::host::TableFileOptions file_options;  // of its libref, for a file
   std::string memory_key;                    // its catalogue name, "LIB.MEM"
   std::vector<std::vector<double>> columns;  // its values, one vector per variable
-  std::size_t nrows = 0;                     // rows in `columns`, which have room for more
-  std::size_t room = 0;                      // rows the columns have room for
-  std::vector<double*> column_data;          // where each column's values start
-  bool staged = false;                       // xyvput put a record at row `nrows`
   fs::path path;
   fs::path temp_path;
   // A file's text not yet written to `fd`: whole records, written out in
@@ -159,10 +163,10 @@ int fail(int rc, std::string detail) {
   return rc;
 }
 
-// Rows an in-memory table has room for before its columns grow, and the
-// bytes of a file's text gathered before they are written.
-constexpr std::size_t kFirstRows = 256;
+// The bytes of a file's text gathered before they are written, and the
+// most variables whose rows xyvputn stores straight into the columns.
 constexpr std::size_t kFileChunk = 1 << 16;
+constexpr std::size_t kMaxRowColumns = 64;
 
 std::string format_value(double v) {
   char text[esf::host::kMaxTableValueChars];
@@ -369,35 +373,15 @@ int read_table(Table& t, const fs::path& path) {
   return 0;
 }
 
-// Room in the columns of an in-memory table for row `nrows`: they are sized
-// ahead and grow together when full, so that a row is stored in place.
-void size_columns(Table& t, std::size_t rows) {
-  t.column_data.clear();
-  for (std::vector<double>& c : t.columns) {
-    c.resize(rows);
-    t.column_data.push_back(c.data());
-  }
-  t.room = rows;
-}
+// The name that messages give a table: its catalogue name in memory, else
+// its file.
+std::string shown_name(const Table& t) { return t.in_memory ? t.memory_key : t.path.string(); }
 
-void make_room(Table& t) {
-  if (t.nrows == t.room) size_columns(t, 2 * t.room);
-}
-
-// Puts the record whose variable j has value(j) where the add entry takes it:
-// in an in-memory table straight into the columns, as the next row; in a
-// file table into the record buffer.
+// Puts the record whose variable j has value(j) in the record buffer, where
+// the add entry takes it.
 template <class Value>
 void stage_record(Table& t, Value value) {
   const std::size_t n = t.slots.size();
-  if (t.in_memory) {
-    make_room(t);
-    double* const* columns = t.column_data.data();
-    const std::size_t row = t.nrows;
-    for (std::size_t j = 0; j < n; ++j) columns[j][row] = value(j);
-    t.staged = true;
-    return;
-  }
   double* record = t.record.data();
   for (std::size_t j = 0; j < n; ++j) record[j] = value(j);
 }
@@ -413,18 +397,11 @@ int table_add(XO_PARMS* xoparm) {
     status = fail(kTableState, "a record was added to a table whose variables are not defined");
   } else if (g_writes_before_failure.load() >= 0 && g_writes_before_failure.fetch_sub(1) == 0) {
     t.write_failed = true;
-    status = fail(kTableWrite, fmt::format("writing a record of {} failed", t.path.string()));
+    status = fail(kTableWrite, fmt::format("writing a record of {} failed", shown_name(t)));
   } else if (t.in_memory) {
-    // xyvput put the record in place as the next row; without it the row
-    // repeats the record of the last one.
-    if (!t.staged) {
-      make_room(t);
-      for (std::size_t j = 0; j < t.columns.size(); ++j) {
-        t.columns[j][t.nrows] = t.nrows > 0 ? t.columns[j][t.nrows - 1] : t.record[j];
-      }
-    }
-    ++t.nrows;
-    t.staged = false;
+    // The record is the next row; without an xyvput since the last add it
+    // repeats the last row.
+    for (std::size_t j = 0; j < t.columns.size(); ++j) t.columns[j].push_back(t.record[j]);
   } else {
     // Each field's text goes straight to the end of the pending text, which
     // has room for the longest record.
@@ -477,37 +454,39 @@ int znamdiv(int /*flags*/, const tchar* name, int len, int* count, int n, struct
   if (count != nullptr) *count = 0;
   if (name == nullptr) return 1;
   if (len < 0) len = static_cast<int>(std::strlen(name));
-  const std::string whole = trim(std::string_view(name, static_cast<std::size_t>(len)));
-  std::vector<std::string> pieces;
-  std::size_t start = 0;
-  for (;;) {
+  const std::string_view whole = trim_view(std::string_view(name, static_cast<std::size_t>(len)));
+  // At most three parts; a fourth makes the name unusable.
+  std::string_view pieces[3];
+  std::size_t npieces = 0;
+  for (std::size_t start = 0;;) {
     const std::size_t dot = whole.find('.', start);
-    pieces.push_back(trim(whole.substr(start, dot == std::string::npos ? std::string::npos : dot - start)));
-    if (dot == std::string::npos) break;
+    if (npieces == 3) return 1;
+    pieces[npieces++] = trim_view(whole.substr(start, dot == std::string_view::npos ? dot : dot - start));
+    if (dot == std::string_view::npos) break;
     start = dot + 1;
   }
-  if (whole.empty() || pieces.size() > static_cast<std::size_t>(std::min(n, 3))) return 1;
+  if (whole.empty() || npieces > static_cast<std::size_t>(std::min(n, 3))) return 1;
   // One part is a member of WORK; two are library and member; three add a type.
   const std::size_t limits[3] = {8, 32, 8};
   XSNAME* targets[3] = {nullptr, nullptr, nullptr};
   std::size_t lims[3] = {0, 0, 0};
-  if (pieces.size() == 1) {
+  if (npieces == 1) {
     targets[0] = parts[1];
     lims[0] = limits[1];
   } else {
-    for (std::size_t i = 0; i < pieces.size(); ++i) {
+    for (std::size_t i = 0; i < npieces; ++i) {
       targets[i] = parts[i];
       lims[i] = limits[i];
     }
   }
-  for (std::size_t i = 0; i < pieces.size(); ++i) {
+  for (std::size_t i = 0; i < npieces; ++i) {
     if (!is_name(pieces[i], lims[i])) return 2;
     if (targets[i] != nullptr) {
       targets[i]->name_l = static_cast<short>(pieces[i].size());
       std::memcpy(targets[i]->name, pieces[i].data(), pieces[i].size());
     }
   }
-  if (count != nullptr) *count = static_cast<int>(pieces.size());
+  if (count != nullptr) *count = static_cast<int>(npieces);
   return 0;
 }
 
@@ -525,11 +504,14 @@ int close_memory_table(Table& t, int how) {
     return fail(kTableState, fmt::format("table {} was closed before its variables were defined", t.memory_key));
   }
   esf::host::MemoryTable table;
-  table.name = t.memory_key;
+  table.name = std::move(t.memory_key);
   table.variables = std::move(t.vars);
-  for (std::vector<double>& c : t.columns) c.resize(t.nrows);
   table.columns = std::move(t.columns);
-  memory_catalogue()[t.memory_key] = std::move(table);
+  if (auto it = catalogued(table.name); it != memory_catalogue().end()) {
+    *it = std::move(table);
+  } else {
+    memory_catalogue().push_back(std::move(table));
+  }
   return 0;
 }
 
@@ -548,7 +530,6 @@ int xoopen(XO_PARMS* xoparm, XOPNSTR* xopnstr) {
     t->output = true;
     t->in_memory = true;
     t->memory_key = libref + "." + upper(mem);
-    t->path = t->memory_key;
     xoparm->fileid = &t.release()->file;
     return 0;
   }
@@ -723,7 +704,6 @@ int xvpute(ptr xvp) {
   t.state = Table::State::Defined;
   if (t.in_memory) {
     t.columns.resize(t.vars.size());
-    size_columns(t, kFirstRows);
     return 0;
   }
   t.pending.reserve(kFileChunk + t.vars.size() * (esf::host::kMaxTableFieldChars + 1));
@@ -750,19 +730,28 @@ int xyvputn(ptr xvp, XO_PARMS* xoparm, long nrows, const double* const* first, c
   Table& t = *table_of(xvp);
   if (!t.output || t.state != Table::State::Defined) return kTableState;
   const std::size_t n = t.slots.size();
-  if (t.in_memory && g_writes_before_failure.load() < 0 && nrows > 0) {
-    // No record can fail: the values go straight into the columns, one
-    // column at a time.
+  if (t.in_memory && g_writes_before_failure.load() < 0 && nrows > 0 && n <= kMaxRowColumns) {
+    // No record can fail: the values go straight into the columns, a row
+    // at a time (the rows of the caller's buffer are read in order), and
+    // the last row stays the record an add repeats.
     const auto rows = static_cast<std::size_t>(nrows);
-    if (t.nrows + rows > t.room) size_columns(t, std::max(2 * t.room, t.nrows + rows));
+    double* to[kMaxRowColumns];
+    const double* from[kMaxRowColumns];
     for (std::size_t j = 0; j < n; ++j) {
-      double* to = t.column_data[j] + t.nrows;
-      const double* from = first[j];
-      const long step = stride[j];
-      for (std::size_t i = 0; i < rows; ++i) to[i] = from[static_cast<long>(i) * step];
+      std::vector<double>& c = t.columns[j];
+      const std::size_t at = c.size();
+      if (c.capacity() < at + rows) c.reserve(std::max(at + rows, 2 * c.capacity()));
+      c.resize(at + rows);
+      to[j] = c.data() + at;
+      from[j] = first[j];
     }
-    t.nrows += rows;
-    t.staged = false;
+    for (std::size_t i = 0; i < rows; ++i) {
+      for (std::size_t j = 0; j < n; ++j) {
+        to[j][i] = *from[j];
+        from[j] += stride[j];
+      }
+    }
+    for (std::size_t j = 0; j < n; ++j) t.record[j] = to[j][rows - 1];
     return 0;
   }
   int last = 0;
@@ -883,13 +872,14 @@ void put_memory_table(MemoryTable table) {
 }
 
 std::optional<MemoryTable> take_memory_table(std::string_view two_level_name) {
-  const std::string name = upper(trim(two_level_name));
+  const std::string name = upper(trim_view(two_level_name));
   const std::string key = name.find('.') == std::string::npos ? "WORK." + name : name;
   auto& catalogue = memory_catalogue();
-  auto it = catalogue.find(key);
+  auto it = catalogued(key);
   if (it == catalogue.end()) return std::nullopt;
-  MemoryTable table = std::move(it->second);
-  catalogue.erase(it);
+  MemoryTable table = std::move(*it);
+  if (it != catalogue.end() - 1) *it = std::move(catalogue.back());
+  catalogue.pop_back();
   return table;
 }
 

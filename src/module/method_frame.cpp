@@ -85,6 +85,22 @@ struct SeriesLists {
   List data_range = nullptr;
 };
 
+// NSEASONS into ts.nseasons when the method reads it (its absence leaves
+// 0), then TIME_RANGES and its DATA_RANGE; false when either list is
+// absent.
+bool read_cycle_and_data_range(bool reads_nseasons, List seriesList, FMCOM* fmcomp, SeriesLists* lists,
+                               WINMODEL* model) {
+  if (reads_nseasons) {
+    const long none = 0;
+    long nseasons = 0;
+    slgni(lists->interval_info, "NSEASONS", 8, 1, 1, &nseasons, &none);
+    model->ts.nseasons = static_cast<int>(nseasons);
+  }
+  List time_ranges = get_list(seriesList, "TIME_RANGES", fmcomp);
+  lists->data_range = get_list(time_ranges, "DATA_RANGE", fmcomp);
+  return lists->data_range != nullptr;
+}
+
 // The pool arrays of one call, requested together and tested once.
 struct Arrays {
   double* sfactor = nullptr;  // block of 3 * nseasons doubles
@@ -231,15 +247,7 @@ int run_fit_method(const Family& family, Drivers drivers, PSCPLIST* plist, List 
   Text interval;
   if (lists.interval_info == nullptr || !get_text(lists.interval_info, "INTERVAL", &interval)) return 0;
   zintstr(interval.p, interval.n, &model.ts.interval);
-  if (family.fit_reads_nseasons) {
-    const long none = 0;
-    long nseasons = 0;
-    slgni(lists.interval_info, "NSEASONS", 8, 1, 1, &nseasons, &none);
-    model.ts.nseasons = static_cast<int>(nseasons);
-  }
-  List time_ranges = get_list(seriesList, "TIME_RANGES", fmcomp);
-  lists.data_range = get_list(time_ranges, "DATA_RANGE", fmcomp);
-  if (lists.data_range == nullptr) return 0;
+  if (!read_cycle_and_data_range(family.fit_reads_nseasons, seriesList, fmcomp, &lists, &model)) return 0;
 
   // The model description.
   if (family.seasonal && !read_code_and_type(family, modSpecList, true, &model)) return 0;
@@ -364,15 +372,7 @@ int run_forecast_method(const Family& family, Drivers drivers, PSCPLIST* plist, 
   zintstr(text.p, text.n, &model.ts.interval);
   if (!get_text(dsinfo, "TIMEID", &text, "DATE") || text.n > kMaxName) return 0;
   set_sname(&model.ts.timeid, text);
-  if (family.forecast_reads_nseasons) {
-    const long none = 0;
-    long nseasons = 0;
-    slgni(lists.interval_info, "NSEASONS", 8, 1, 1, &nseasons, &none);
-    model.ts.nseasons = static_cast<int>(nseasons);
-  }
-  List time_ranges = get_list(seriesList, "TIME_RANGES", fmcomp);
-  lists.data_range = get_list(time_ranges, "DATA_RANGE", fmcomp);
-  if (lists.data_range == nullptr) return 0;
+  if (!read_cycle_and_data_range(family.forecast_reads_nseasons, seriesList, fmcomp, &lists, &model)) return 0;
 
   // The model a fit left. FITRANGE and EVALRANGE must be there, but may hold
   // no list; then the default ranges apply.
