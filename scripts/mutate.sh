@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Mutation check: does the test suite notice small faults in the code?
 #
-#   scripts/mutate.sh [-l LIST] [-d DIR] [-R REGEX] [-o REPORT] [NAME_FILTER]
+#   scripts/mutate.sh [-l LIST] [-d DIR] [-R REGEX] [-o REPORT] [-t TIMEOUT] [NAME_FILTER]
 #
 # Each row of LIST (default scripts/mutations.txt) names one small fault:
 #
@@ -17,7 +17,9 @@
 # every mutation is applied to the copy alone, the tree is rebuilt
 # incrementally and the tests run (all of ctest, or those matching -R). A
 # mutation is KILLED when a test fails, SURVIVED when all pass, and NO-BUILD
-# when it does not compile (not counted). The copy's file is restored after
+# when it does not compile (not counted). Every test may run TIMEOUT seconds
+# (-t, default 60); a mutation that makes a test run longer is KILLED and
+# its report line says "timeout". The copy's file is restored after
 # every row, also when the script is interrupted; the working tree itself is
 # never written. NAME_FILTER, if given, is a regular expression that selects
 # rows by name.
@@ -28,13 +30,15 @@ list=$root/scripts/mutations.txt
 dir=$root/build-mutate
 regex=""
 report=""
-while getopts "l:d:R:o:h" opt; do
+timeout=60
+while getopts "l:d:R:o:t:h" opt; do
   case $opt in
     l) list=$(realpath "$OPTARG") ;;
     d) dir=$(realpath -m "$OPTARG") ;;
     R) regex=$OPTARG ;;
     o) report=$(realpath -m "$OPTARG") ;;
-    *) sed -n '2,22p' "$0" | sed 's/^# \{0,1\}//'; exit 2 ;;
+    t) timeout=$OPTARG ;;
+    *) sed -n '2,25p' "$0" | sed 's/^# \{0,1\}//'; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
@@ -68,16 +72,15 @@ open(manifest, "w").write("\0".join(sorted(files)))
 PY
 
 # Tests do not relink when a shared library they load changes: a mutation in
-# the module rebuilds one object and one library.
-if [ ! -f "$build/build.ninja" ]; then
-  cmake -S "$tree" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DESF_BENCH=OFF \
-    -DCMAKE_LINK_DEPENDS_NO_SHARED=ON >/dev/null
-fi
+# the module rebuilds one object and one library. Configuring again is cheap
+# and keeps the per-test timeout current.
+cmake -S "$tree" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DESF_BENCH=OFF \
+  -DCMAKE_LINK_DEPENDS_NO_SHARED=ON -DESF_TEST_TIMEOUT="$timeout" >/dev/null
 echo "mutate: building the unmutated copy in $build"
 cmake --build "$build" -j2 >"$dir/build.log" 2>&1 || { echo "mutate: the unmutated tree does not build (see $dir/build.log)" >&2; exit 1; }
 
 run_tests() {
-  local args=(--test-dir "$build" -j2 --stop-on-failure --timeout 120 -Q)
+  local args=(--test-dir "$build" -j2 --stop-on-failure --timeout "$timeout")
   [ -n "$regex" ] && args+=(-R "$regex")
   ctest "${args[@]}" >"$dir/ctest.log" 2>&1
 }
@@ -124,6 +127,7 @@ killed=0 survived=0 nobuild=0 stale=0
 while IFS=$'\t' read -r -u 3 name file orig repl || [ -n "$name" ]; do
   case $name in '' | '#'*) continue ;; esac
   if [ -n "$filter" ] && ! [[ $name =~ $filter ]]; then continue; fi
+  note=""
   if [ ! -f "$tree/$file" ]; then
     verdict=STALE
   else
@@ -141,6 +145,7 @@ while IFS=$'\t' read -r -u 3 name file orig repl || [ -n "$name" ]; do
       verdict=SURVIVED
     else
       verdict=KILLED
+      grep -q '\*\*\*Timeout' "$dir/ctest.log" && note=" (timeout)"
     fi
     restore
   fi
@@ -150,7 +155,7 @@ while IFS=$'\t' read -r -u 3 name file orig repl || [ -n "$name" ]; do
     NO-BUILD) nobuild=$((nobuild + 1)) ;;
     STALE) stale=$((stale + 1)) ;;
   esac
-  printf '%-9s %-32s %s\n' "$verdict" "$name" "$file" | tee -a "$report"
+  printf '%-9s %-32s %s%s\n' "$verdict" "$name" "$file" "$note" | tee -a "$report"
 done 3<"$list"
 
 # Leave the copy's build unmutated.

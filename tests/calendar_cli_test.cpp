@@ -3,39 +3,29 @@
 // the messages and exit statuses of bad input.
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include "support/file_text.h"
+#include "support/cli_run.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct CliRun {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-using support::slurp;
+using CliRun = support::CliOutcome;
 
 // Runs `esforecast calendar ARGS` with `input` on standard input.
 CliRun calendar(const std::string& args, const std::string& input = "") {
   const fs::path dir = fs::temp_directory_path() / ("esf_calendar_cli_" + std::to_string(::getpid()));
   fs::create_directories(dir);
-  std::ofstream(dir / "in", std::ios::binary) << input;
-  const std::string at = " '" + dir.string() + "/";
-  const int raw = std::system(
-      (std::string("'") + ESF_CLI + "' calendar " + args + " <" + at + "in' >" + at + "out' 2>" + at + "err'").c_str());
-  CliRun r{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir / "out"), slurp(dir / "err")};
+  std::vector<std::string> words = {"calendar"};
+  std::istringstream in(args);
+  for (std::string w; in >> w;) words.push_back(w);
+  const CliRun r = support::run_cli(dir, words, input);
   fs::remove_all(dir);
   return r;
 }

@@ -52,15 +52,12 @@ VIMODCON* Image::vi_ = nullptr;
 WIPGMCON* Image::pcn_ = nullptr;
 VIMODCON* Image::answered_ = nullptr;
 
-TEST_F(Image, StartRoutineStoresTheAnchorsAndAnswersTheImageRecord) {
+TEST_F(Image, StartRoutineStoresTheAnchorsAndTheRecordsLinkTheProgram) {
   ASSERT_NE(vi_, nullptr);
   EXPECT_EQ(answered_, vi_);
   EXPECT_EQ(*sym<GCB**>("v_global_gcb_anchor"), esf::host::gcb_anchor());
   EXPECT_EQ(*sym<VI_PIDB*>("v_global_pidb_anchor"), esf::host::pidb());
   EXPECT_EQ(*sym<QKHANDLE*>("Exported_QKHandle"), esf::host::gcb()->qkhandle);
-}
-
-TEST_F(Image, RecordsLinkTheProgramAndItsEntry) {
   // The host finds the program through the image record and checks its tag.
   EXPECT_EQ(std::memcmp(vi_->tag, "QOR_Image_Information=\0\0", 24), 0);
   EXPECT_NE(std::strlen(vi_->builddate), 0u);
@@ -69,6 +66,13 @@ TEST_F(Image, RecordsLinkTheProgramAndItsEntry) {
   EXPECT_EQ(vi_->pgmcons[1], nullptr);
   EXPECT_EQ(std::string(pcn_->name, 8), "qorfmsm ");
   EXPECT_EQ(reinterpret_cast<void*>(pcn_->ep), sym<void>("qorfmsm"));
+  auto* qkvercn1_fn = sym<void(QKS_Version_Info*)>("qkvercn1");
+  ASSERT_NE(qkvercn1_fn, nullptr);
+  QKS_Version_Info info{};
+  qkvercn1_fn(&info);
+  ASSERT_NE(info.product_name, nullptr);
+  EXPECT_STRNE(info.product_name, "");
+  EXPECT_NE(info.version, nullptr);
 }
 
 TEST_F(Image, EntryWithoutArgumentsTouchesNothing) {
@@ -144,16 +148,6 @@ TEST_F(Image, WrongArgumentCountLeaves999AndResultZero) {
     }
   }
   for (List l : lists) esf::host::free_list(l);
-}
-
-TEST_F(Image, RevisionRecordIsFilled) {
-  auto* qkvercn1_fn = sym<void(QKS_Version_Info*)>("qkvercn1");
-  ASSERT_NE(qkvercn1_fn, nullptr);
-  QKS_Version_Info info{};
-  qkvercn1_fn(&info);
-  ASSERT_NE(info.product_name, nullptr);
-  EXPECT_STRNE(info.product_name, "");
-  EXPECT_NE(info.version, nullptr);
 }
 
 // Runs a shell command; gives its standard output and exit status.

@@ -22,12 +22,18 @@
 #include "host/host.h"
 #include "module/families.h"
 #include "module/method_frame.h"
+#include "numeric/numeric.h"
 #include "smoothing/es1fit.h"
+#include "smoothing/es1subs.h"
 #include "smoothing/es2fit.h"
+#include "smoothing/es2subs.h"
 #include "smoothing/es3fit.h"
+#include "smoothing/es3subs.h"
 #include "smoothing/esdfit.h"
+#include "smoothing/esdsubs.h"
 #include "smoothing/essfit.h"
 #include "smoothing/winfit.h"
+#include "smoothing/winsubs.h"
 #include "support/cli_run.h"
 #include "support/method_session.h"
 #include "support/pass_compare.h"
@@ -52,7 +58,9 @@ struct Ref {
 // fit method computes them, and the family's recursion in its textbook form,
 // written without the module: step(r, x, s, w) returns the one-step
 // prediction and moves the state over observation x of season s (NaN:
-// missing), turn(r, w) turns the state after the backcast.
+// missing), turn(r, w) turns the state after the backcast; cla(w, ns, k,
+// limit) is the family's exported forecast variance at se2 1 and cl 0.05
+// (NaN: none).
 struct Simple {
   using F = es1::Family;
   static constexpr const char* kCli = "simple";
@@ -65,6 +73,7 @@ struct Simple {
     return pred;
   }
   static void turn(Ref&, const double*) {}
+  static double cla(const double* w, int, long k, double* hw) { return zes1cla(w[0], 1.0, k, 0.05, hw); }
 };
 // The families with level and trend differ only in their start routine.
 template <class Trait, int Type, auto Start>
@@ -88,6 +97,7 @@ struct Double : Trended<esd::Family, esf::kFamilyDouble, zesdsvi> {
     if (!std::isnan(x)) r.b = w[0] * (r.l - l) + (1.0 - w[0]) * r.b;
     return pred;
   }
+  static double cla(const double* w, int, long k, double* hw) { return zesdcla(w[0], 1.0, k, 0.05, hw); }
 };
 struct Linear : Trended<es2::Family, esf::kFamilyLinear, zes2svi> {
   static constexpr const char* kCli = "linear";
@@ -98,6 +108,7 @@ struct Linear : Trended<es2::Family, esf::kFamilyLinear, zes2svi> {
     if (!std::isnan(x)) r.b = w[1] * (r.l - l) + (1.0 - w[1]) * r.b;
     return pred;
   }
+  static double cla(const double* w, int, long k, double* hw) { return zes2cla(w[0], w[1], 1.0, k, 0.05, hw); }
 };
 struct Damped : Trended<es3::Family, esf::kFamilyDamped, zes3svi> {
   static constexpr const char* kCli = "damped";
@@ -112,6 +123,7 @@ struct Damped : Trended<es3::Family, esf::kFamilyDamped, zes3svi> {
     r.b = -(r.b * w[2]);
     r.l -= r.b;
   }
+  static double cla(const double* w, int, long k, double* hw) { return zes3cla(w[0], w[1], w[2], 1.0, k, 0.05, hw); }
 };
 struct Seasonal {
   using F = ess::Family;
@@ -130,6 +142,7 @@ struct Seasonal {
     return pred;
   }
   static void turn(Ref&, const double*) {}
+  static double cla(const double*, int, long, double*) { return std::nan(""); }
 };
 template <int Additive>
 struct Winters {
@@ -157,6 +170,9 @@ struct Winters {
   static void turn(Ref& r, const double*) {
     r.l += r.b;
     r.b = -r.b;
+  }
+  static double cla(const double* w, int ns, long k, double* hw) {
+    return zwincla(w[0], w[1], w[2], ns, 1.0, k, 0.05, hw);
   }
 };
 
@@ -280,35 +296,40 @@ TYPED_TEST(FamilyTest, SideBySidePassesEqualSinglePasses) {
   EXPECT_GT(failed, 0);
 }
 
-// The prediction pass (backcast from the start values, turn, forward pass)
-// against the family's textbook recursion: every prediction, error and
-// level, and the error variance over nobs - p, on series with gaps.
+// The prediction pass (backcast from the start values, turn, forward pass,
+// forecasts) against the family's textbook recursion, the forecasts being
+// its steps over missing observations: every prediction, error, limit and
+// state, and the error variance over nobs - p, on series with gaps.
 TYPED_TEST(FamilyTest, PredictionPassFollowsTheTextbookRecursion) {
   using F = typename TypeParam::F;
   using K = typename F::Kernel;
   constexpr int width = pass::kRowDoubles<K>;
+  constexpr long lead = 6;
+  const double hw = zprobit(1.0 - 0.05 * 0.5) * 2.0;  // se2 4, cl 0.05
   for (const Example& ex : {kAir, kGas}) {
     Case<TypeParam> c(ex, true);
     WINMODEL* m = c.m.get();
     const long n = m->ts.nobs, ns = m->ts.nseasons;
-    std::vector<double> rows(static_cast<std::size_t>(n * width));
+    std::vector<double> rows(static_cast<std::size_t>((n + lead) * width));
     for (int k : {3, 9, 12}) {
       const std::vector<double> w = grid_row<F>(k);
       SCOPED_TRACE(testing::Message() << ex.file << " grid row " << k);
       Ref r{m->svi.level, row_of<TypeParam>().trended ? m->svi.trend : 0.0, {}};
       if (ns > 0) r.f.assign(m->svi.sfactor, m->svi.sfactor + ns);
       auto x = [&](long t) { return m->ts.misflg[t] ? std::nan("") : m->ts.x[t]; };
-      auto season = [&](long t) { return ns > 0 ? m->ts.scodes[t] : 0; };
+      auto season = [&](long t) { return ns > 0 ? static_cast<int>(t % ns) : 0; };
       for (long t = n - 1; t >= 0; --t) TypeParam::step(r, x(t), season(t), w.data());
       TypeParam::turn(r, w.data());
       fr::forecast_start<K>(m, 0);
-      m->lead = 0;
+      m->lead = lead;
+      m->pest.mse = 4.0;
       m->out.strptr = rows.data();
       ASSERT_EQ(fr::predict<F>(m, w.data(), n - 1, 0), 0);
       double sse = 0.0;
       long used = 0;
-      for (long t = 0; t < n; ++t) {
-        const double pred = TypeParam::step(r, x(t), season(t), w.data());
+      for (long t = 0; t < n + lead; ++t) {
+        const double xt = t < n ? x(t) : std::nan("");
+        const double pred = TypeParam::step(r, xt, season(t), w.data());
         const double* row = &rows[static_cast<std::size_t>(t * width)];
         EXPECT_NEAR(row[1], pred, 1e-9 * std::fabs(pred)) << t;
         EXPECT_NEAR(row[6], r.l, 1e-9 * std::fabs(r.l)) << t;
@@ -318,12 +339,62 @@ TYPED_TEST(FamilyTest, PredictionPassFollowsTheTextbookRecursion) {
         if (ns > 0) {
           EXPECT_NEAR(row[width - 1], r.f[season(t)], 1e-9 * m->ts.descstats.norm) << t;
         }
-        if (std::isnan(x(t))) continue;
-        EXPECT_NEAR(row[4], pred - x(t), 1e-9 * std::fabs(pred)) << t;
-        sse += (pred - x(t)) * (pred - x(t));
+        if (t < n) {  // the limits of an observation row: se2 given
+          EXPECT_TRUE(row[2] == row[1] + hw && row[3] == row[1] - hw && row[5] == 2.0) << t;
+        }
+        if (std::isnan(xt)) continue;
+        EXPECT_NEAR(row[4], pred - xt, 1e-9 * std::fabs(pred)) << t;
+        sse += (pred - xt) * (pred - xt);
         ++used;
       }
       EXPECT_NEAR(m->stats.mse, sse / static_cast<double>(used - K::kParms), 1e-9 * m->stats.mse);
+    }
+  }
+}
+
+// Raising the last observation by one moves the forecast k steps ahead by
+// psi_k, the impulse response of the recursion; the forecast's variance is
+// se2 (1 + psi_1^2 + ... + psi_{k-1}^2), for seasonal smoothing up to a
+// cycle and at whole cycles past it, and more in between.  The
+// multiplicative Winters form is not linear (win_test.cpp).
+TYPED_TEST(FamilyTest, ForecastVarianceSumsTheImpulseResponse) {
+  using F = typename TypeParam::F;
+  using K = typename F::Kernel;
+  constexpr int width = pass::kRowDoubles<K>;
+  constexpr long lead = 14;
+  if (row_of<TypeParam>().winters && !TypeParam::kAdditive) GTEST_SKIP() << "not linear";
+  Case<TypeParam> c(kGas);
+  WINMODEL* m = c.m.get();
+  const long n = m->ts.nobs, ns = m->ts.nseasons;
+  for (int k : {3, 9}) {
+    const std::vector<double> w = grid_row<F>(k);
+    std::vector<double> rows[2];
+    for (int bump : {0, 1}) {
+      rows[bump].resize(static_cast<std::size_t>((n + lead) * width));
+      m->ts.x[n - 1] += bump;
+      fr::forecast_start<K>(m, 0);  // the svi as the state at time 0
+      m->lead = lead;
+      m->pest.mse = 1.0;
+      m->out.strptr = rows[bump].data();
+      ASSERT_EQ(fr::predict<F>(m, w.data(), n - 1, 1), 0);
+      m->ts.x[n - 1] -= bump;
+    }
+    double sum = 1.0;
+    for (long j = 1; j <= lead; ++j) {
+      const double* r = &rows[0][static_cast<std::size_t>((n - 1 + j) * width)];
+      if (ns == 0 || row_of<TypeParam>().winters || j <= ns || (j - 1) % ns == 0) {
+        EXPECT_NEAR(r[5] * r[5], sum, 1e-8 * sum) << k << " lead " << j;
+      } else {
+        EXPECT_GT(r[5] * r[5], sum * (1.0 + 1e-12)) << k << " lead " << j;
+      }
+      EXPECT_NEAR(r[2] - r[1], zprobit(1.0 - m->cl * 0.5) * r[5], 1e-9 * r[5]) << j;
+      double hw = 0.0;
+      if (!std::isnan(TypeParam::cla(w.data(), ns, j, &hw))) {
+        EXPECT_NEAR(TypeParam::cla(w.data(), ns, j, nullptr), r[5] * r[5], 1e-12 * sum) << j;
+        EXPECT_NEAR(hw, r[2] - r[1], 1e-12 * r[5]) << j;
+      }
+      const double psi = rows[1][static_cast<std::size_t>((n - 1 + j) * width + 1)] - r[1];
+      sum += psi * psi;
     }
   }
 }
@@ -500,22 +571,14 @@ TYPED_TEST(FamilyTest, FitFeedsForecastThroughTheLists) {
     if (ns != 4 && !row.seasonal) continue;
     method_test::CallLists l(x, kGas.interval, method_test::date(kGas.year, 1, 1));
     if (row.seasonal) set_integer(l.interval_info(), "NSEASONS", ns);
-    if (row.winters) set_text(l.spec, "CODE", TypeParam::kAdditive ? "WINTA" : "WINTM");
+    if (row.winters && !TypeParam::kAdditive) set_text(l.spec, "CODE", "WINTM");  // CODE defaults to WINTA
     const std::size_t outstanding = pool_outstanding();
-    MethodCall fit_call;
-    fit_call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
-    ASSERT_EQ(esf::method_named(row.fit_method)(fit_call.plist(), nullptr, nullptr, 0), 0);
-    MethodCall fc;
-    fc.list(l.series).list(l.model).list(l.eval_range).text("FAM.FC").number(0.05).number(6).number(0);
-    ASSERT_EQ(esf::method_named(row.forecast_method)(fc.plist(), nullptr, nullptr, 0), 0);
+    const double fit_rc = method_test::call_fit(esf::method_named(row.fit_method), l);
+    const double forecast_rc = method_test::call_forecast(esf::method_named(row.forecast_method), l, "FAM.FC", 0.05, 6);
     EXPECT_EQ(pool_outstanding(), outstanding);
-    if (ns != 4) {  // codes 0..3 do not fit a cycle of 3
-      EXPECT_EQ(fit_call.written(7), 999.0);
-      EXPECT_EQ(fc.written(8), 999.0);
-      continue;
-    }
-    EXPECT_EQ(fit_call.written(7), 0.0);
-    EXPECT_EQ(fc.written(8), 0.0);
+    EXPECT_EQ(fit_rc, ns == 4 ? 0.0 : 999.0);  // codes 0..3 do not fit a cycle of 3
+    EXPECT_EQ(forecast_rc, ns == 4 ? 0.0 : 999.0);
+    if (ns != 4) continue;
 
     Case<TypeParam> direct(kGas);
     ASSERT_GE(fit<TypeParam>(direct.m.get()), 0);

@@ -42,12 +42,10 @@ TEST(IntervalCompare, TableOfPairs) {
       {"MONTH", "MONTH", "0"},
       {"MONTH2", "MONTH3", ".M"},
       {"QTR.2", "QTR", ".S"},
-      {"MONTH3", "QTR", "0"},
       {"TENDAY", "MONTH", "-3"},
       {"TENDAY", "SEMIMONTH", ".B"},
       // Time against time and days.
       {"HOUR6.2", "DAY", ".S"},
-      {"HOUR5", "DAY", ".M"},
       // Varying multiples.
       {"MONTH", "DAY", "1"},
       {"MONTH", "DAY2", "."},
@@ -56,7 +54,6 @@ TEST(IntervalCompare, TableOfPairs) {
       {"WEEK", "DAY2", ".M"},
       {"WEEK2", "DAY7", ".S"},
       {"WEEK", "WEEKV", ".S"},
-      {"WEEK.2", "WEEKV", "0"},
       {"SECOND", "WEEKV", "-604800"},
       {"YEARV", "SECOND", "1"},
       {"HOUR2.2", "WEEKV", ".S"},
@@ -72,7 +69,6 @@ TEST(IntervalCompare, TableOfPairs) {
       {"R445MON", "WEEKV", "1"},
       {"WEEKV2", "R445MON", ".M"},
       {"R445MON", "WEEK", ".S"},
-      {"DAY", "R445MON", "-1"},
       {"DAY7.4", "R445YR", "-1"},
       {"SECOND", "R445MON", "-1"},
       {"R445YR", "YEARV", "0"},

@@ -61,23 +61,13 @@ struct NamedFormat {
 // the DT prefix, the retail and ISO calendars, the widths that grow with
 // the multiplier and shift of a time interval, and the units' fallbacks.
 const NamedFormat kDefaultFormats[] = {
-    {"QTR", {"YYQC", 6, 4}},
-    {"QTR.2", {"MONYY", 7, 5}},
-    {"DTQTR.3", {"DTMONYY", 7, 5}},
-    {"YEAR", {"YEAR", 4, 2}},
-    {"DTYEAR", {"DTYEAR", 4, 2}},
-    {"MONTH3.2", {"MONYY", 7, 5}},
-    {"YEARV", {"WEEKV", 9, 7}},
-    {"DTR445MON", {"DTWEEKV", 9, 7}},
-    {"WEEK.2", {"WEEKDATX", 17, 15}},
-    {"DTWEEK", {"DTWKDATX", 17, 15}},
-    {"SEMIMONTH", {"DATE", 9, 7}},
-    {"TTENDAY", {"DTDATE", 9, 7}},
-    {"SECOND5", {"DATETIME", 16, 16}},
-    {"MINUTE", {"DATETIME", 13, 13}},
-    {"MINUTE2.2", {"DATETIME", 16, 16}},
-    {"DTHOUR", {"DATETIME", 10, 10}},
-    {"OBS7.", {"F", 6, 4}},
+    {"QTR", {"YYQC", 6, 4}},          {"DTQTR.3", {"DTMONYY", 7, 5}},
+    {"YEAR", {"YEAR", 4, 2}},         {"DTYEAR", {"DTYEAR", 4, 2}},
+    {"YEARV", {"WEEKV", 9, 7}},       {"DTR445MON", {"DTWEEKV", 9, 7}},
+    {"WEEK.2", {"WEEKDATX", 17, 15}}, {"DTWEEK", {"DTWKDATX", 17, 15}},
+    {"TTENDAY", {"DTDATE", 9, 7}},    {"SECOND5", {"DATETIME", 16, 16}},
+    {"MINUTE", {"DATETIME", 13, 13}}, {"MINUTE2.2", {"DATETIME", 16, 16}},
+    {"DTHOUR", {"DATETIME", 10, 10}}, {"OBS7.", {"F", 6, 4}},
     {"DTNONE", {"D", 9, 7}},          // intcode 0 is tested before the units
     {"DTOBS", {"DATETIME", 16, 16}},  // OBS in datetime units: no row of its own
 };
@@ -158,7 +148,6 @@ const RoutineCase kRoutineCases[] = {
     {kFmp, "HOUR", -1, 3600, {"DATETIME", 10, 10}},
     {kFmp, "HOUR", 172800.5, 180000, {"DATETIME", 10, 10}},
     {kFmp, "MINUTE", 0, kMissing, {"DATETIME", 13, 13}},
-    {kFmp, "DAY", 0, 90, {"DATE", 9, 7}},
     {kFmp, nullptr, 0, 90, {"D", 9, 7}},
     // Each boundary of the widths of a duration, on both sides.
     {kFmd, "SECOND5", 0, 0, {"MMSS", 5, 5}},

@@ -318,12 +318,6 @@ TEST_F(ArgsTest, StartValuesFromTheSpecification) {
   }
 }
 
-TEST_F(ArgsTest, StartValuesFailWhenOnlyTheFirstValueIsUsable) {
-  StartModel m({5.0, kNaN, kNaN});
-  List spec = make();
-  EXPECT_EQ(getstartvals(spec, esf::host::fmcomp(), kFamilySimple, 0, &m.model), -2);
-}
-
 // ---- getweights ----------------------------------------------------------------
 
 TEST_F(ArgsTest, WeightsFromSpecificationOrFit) {
@@ -334,12 +328,10 @@ TEST_F(ArgsTest, WeightsFromSpecificationOrFit) {
     int rc;
     double level, trend;
   };
-  const double miss = esf::kMissing;
   const Case cases[] = {
       {"specification", {{"LEVEL", 0.3}}, {{"LEVEL", 0.7}}, false, 0, 0.3, 0},
       // One requested weight absent: all of them come from the fit.
       {"spec lacks trend", {{"LEVEL", 0.3}}, {{"LEVEL", 0.7}, {"TREND", 0.1}}, true, 0, 0.7, 0.1},
-      {"spec weight missing", {{"LEVEL", miss}}, {{"LEVEL", 0.7}}, false, 0, 0.7, 0},
       {"spec weight too large", {{"LEVEL", 100.5}}, {{"LEVEL", -100.0}}, false, 0, -100.0, 0},
       {"fit lacks trend", {}, {{"LEVEL", 0.2}}, true, -999, 0, 0},
       {"fit weight too large", {}, {{"LEVEL", 101.0}}, false, -999, 0, 0},

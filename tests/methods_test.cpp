@@ -84,23 +84,9 @@ class MethodsTest : public ::testing::Test {
     fs::remove_all(dir_);
   }
 
-  // mes1fit with the five lists of `l`; returns the return code written.
-  static std::optional<int> fit(CallLists& l) {
-    MethodCall call;
-    call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
-    EXPECT_EQ(mes1fit(call.plist(), nullptr, nullptr, 0), 0);
-    return call.written(7).has_value() ? std::optional<int>(static_cast<int>(*call.written(7))) : std::nullopt;
-  }
-
-  // mes1for writing the table OUT.FC; cl and lead as given (NaN: missing).
-  static std::optional<int> forecast(CallLists& l, double cl = 0.05, double lead = 12) {
-    MethodCall call;
-    call.list(l.series).list(l.model).list(l.eval_range).text("OUT.FC");
-    std::isnan(cl) ? call.missing_number() : call.number(cl);
-    std::isnan(lead) ? call.missing_number() : call.number(lead);
-    call.number(0);
-    EXPECT_EQ(mes1for(call.plist(), nullptr, nullptr, 0), 0);
-    return call.written(8).has_value() ? std::optional<int>(static_cast<int>(*call.written(8))) : std::nullopt;
+  static double fit(CallLists& l) { return method_test::call_fit(mes1fit, l); }
+  static double forecast(CallLists& l, double cl = 0.05, double lead = 12) {
+    return method_test::call_forecast(mes1for, l, "OUT.FC", cl, lead);
   }
 
   fs::path table_file() const { return dir_ / "fc.csv"; }
@@ -196,10 +182,6 @@ TEST_F(MethodsTest, FitWritesWeightsEstimatesAndStates) {
   const double mse = backcast_mse(kAir, w);
   const double n = static_cast<double>(kAir.size());
   EXPECT_NEAR(*find_number(est, "SIGMA"), mse * n / (n - 1.0), 1e-9 * mse);
-
-  List state = find_list(est, "SMOOTHED_STATE");
-  EXPECT_EQ(names_of(state), (std::vector<std::string>{"SFACTORS", "LEVEL"}));
-  EXPECT_TRUE(items(find_list(state, "SFACTORS")).empty());
 
   // The model description receives the computed start and the time-0 state.
   EXPECT_EQ(names_of(l.spec), (std::vector<std::string>{"SVI", "STARTVALS"}));

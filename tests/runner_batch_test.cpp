@@ -24,6 +24,15 @@ namespace {
 namespace fs = std::filesystem;
 namespace runner = esf::runner;
 
+// Every value of a forecast table, as raw bits.
+std::vector<std::uint64_t> table_bits(const runner::ForecastTable& table) {
+  std::vector<std::uint64_t> bits;
+  for (const runner::TableColumn& c : table.columns) {
+    for (double v : c.values) bits.push_back(std::bit_cast<std::uint64_t>(v));
+  }
+  return bits;
+}
+
 struct BatchRun {
   std::vector<std::size_t> order;
   std::vector<bool> ok;
@@ -52,11 +61,7 @@ BatchRun run_with(int threads, const std::string& model, const fs::path& table, 
   runner::run_batch(run, plan, series, b, [&](runner::SeriesOutcome& out) {
     r.order.push_back(out.ordinal);
     r.ok.push_back(out.ok);
-    std::vector<std::uint64_t> bits;
-    for (const runner::TableColumn& c : out.result.table.columns) {
-      for (double v : c.values) bits.push_back(std::bit_cast<std::uint64_t>(v));
-    }
-    r.bits.push_back(std::move(bits));
+    r.bits.push_back(table_bits(out.result.table));
   });
   return r;
 }
@@ -193,15 +198,8 @@ TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
     o.model = a.fit.choice->chosen;
     const runner::ForecastResult named = run.forecast(run.plan(o, true), s);
     EXPECT_EQ(bits(a.fit), bits(named.fit));
-    std::vector<std::uint64_t> ta, tn;
-    for (const runner::TableColumn& c : a.table.columns) {
-      for (double v : c.values) ta.push_back(std::bit_cast<std::uint64_t>(v));
-    }
-    for (const runner::TableColumn& c : named.table.columns) {
-      for (double v : c.values) tn.push_back(std::bit_cast<std::uint64_t>(v));
-    }
-    EXPECT_EQ(ta, tn);
-    EXPECT_FALSE(ta.empty());
+    EXPECT_EQ(table_bits(a.table), table_bits(named.table));
+    EXPECT_FALSE(a.table.columns.empty());
   }
   // --select holdout scores each family as a run of it holding out a season does.
   runner::ModelOptions o;

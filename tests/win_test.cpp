@@ -200,49 +200,30 @@ struct W {
   double a, g, c;
 };
 
-class WinKernel : public ::testing::TestWithParam<int> {
- protected:
-  void SetUp() override { smooth_test::connect_module(); }
-  bool additive() const { return GetParam() != 0; }
-};
-
-TEST_P(WinKernel, ForecastsFollowTheTrendedLineAndTheEndFactors) {
+// The multiplicative forecast variance: psi(i) = a + i a g, plus c (1 - a)
+// at multiples of ns, each term scaled by the ratio of the factors (the
+// forecasts and the additive variance: family_test.cpp); with neutral
+// factors it is the additive one.
+TEST(WinForecast, MultiplicativeVarianceScalesByTheFactorRatios) {
   const int ns = 4;
-  std::vector<double> x = example_series("UKgas.csv");
-  const long n = static_cast<long>(x.size());
-  std::vector<char> mis(n, 0);
-  std::vector<int> code(n);
-  for (long t = 0; t < n; ++t) code[t] = static_cast<int>(t % ns);
-  double level = x[n - 1], trend = 0, mse = 0;
-  std::vector<double> sf(ns, additive() ? 0.0 : 1.0), rows(9 * (n + 9));
+  smooth_test::Series x(example_series("UKgas.csv"), ns);
+  const long n = x.n();
+  double level = x.x[n - 1], trend = 0, mse = 0;
+  std::vector<double> sf(ns, 1.0), rows(9 * (n + 9));
   const W w{0.2, 0.1, 0.3};
-  ASSERT_EQ(zwinprd(x.data(), mis.data(), 1300, n, ns, additive(), w.a, w.g, w.c, &level, &trend, sf.data(),
-                    code.data(), 0, n - 1, 9, kMiss, 0.05, 0, &mse, rows.data()),
+  ASSERT_EQ(zwinprd(x.data(), x.mis(), 1300, n, ns, 0, w.a, w.g, w.c, &level, &trend, sf.data(), x.codes.data(), 0,
+                    n - 1, 9, kMiss, 0.05, 0, &mse, rows.data()),
             0);
-  const double z = zprobit(0.975);
-  const double* last = &rows[9 * (n - 1)];
   for (long k = 1; k <= 9; ++k) {
-    const double* r = &rows[9 * (n - 1 + k)];
     const int s = static_cast<int>((n - 1 + k) % ns);
-    const double predlev = last[6] + k * last[7];
-    EXPECT_NEAR(r[6], predlev, 1e-9 * std::fabs(predlev));
-    EXPECT_EQ(r[8], sf[s]);
-    EXPECT_EQ(r[1], additive() ? r[6] + r[8] : r[6] * r[8]);
-    EXPECT_TRUE(is_miss(r[0]) && is_miss(r[4]));
-    // Variance with psi(i) = a + i a g, plus c (1 - a) at multiples of ns;
-    // the factors' ratios enter the multiplicative form.
     double vm = 1.0;
     for (long i = 1; i < k; ++i) {
-      double psi = w.a + i * w.a * w.g + (i % ns == 0 ? w.c * (1 - w.a) : 0.0);
-      const double ratio = additive() ? 1.0 : sf[s] / sf[((s - i) % ns + ns) % ns];
+      const double psi = w.a + i * w.a * w.g + (i % ns == 0 ? w.c * (1 - w.a) : 0.0);
+      const double ratio = sf[s] / sf[((s - i) % ns + ns) % ns];
       vm += ratio * ratio * psi * psi;
     }
-    expect_rel(r[5], std::sqrt(mse * vm), 1e-12, "std");
-    expect_rel(r[2] - r[1], z * std::sqrt(mse * vm), 1e-9, "half-width");
+    expect_rel(rows[9 * (n - 1 + k) + 5], std::sqrt(mse * vm), 1e-12, "std");
   }
-  // Lead 1 has the variance of the base.
-  expect_rel(rows[9 * n + 5], std::sqrt(mse), 1e-15);
-  // With neutral factors the multiplicative variance is the additive one.
   std::vector<double> ones(ns, 1.0);
   EXPECT_EQ(zwinclm(w.a, w.g, w.c, ns, 2.0, ns + 1, 0.05, ones.data(), 1, nullptr),
             zwincla(w.a, w.g, w.c, ns, 2.0, ns + 1, 0.05, nullptr));
@@ -295,7 +276,8 @@ void expect_derivative_lanes(const WINMODEL* m, int ns, const double* w, int isa
 // the bits of its own pass, also where guards trip; the family suite runs
 // the grid only in the widest.  The same for the derivative passes' lanes
 // on every instruction set the processor has.
-TEST_P(WinKernel, SideBySidePassesInEveryLaneWidth) {
+TEST(WinKernel, SideBySidePassesInEveryLaneWidth) {
+  smooth_test::connect_module();
   std::vector<double> w;
   for (double a : {0.05, 0.3, 0.9, 1.6}) {
     for (double g : {0.01, 0.5, 0.99}) {
@@ -309,20 +291,21 @@ TEST_P(WinKernel, SideBySidePassesInEveryLaneWidth) {
   std::vector<double> gaps = example_series("AirPassengers.csv");
   gaps[5] = gaps[40] = gaps[143] = std::nan("");
   int ok = 0, failed = 0, lane_passes[2] = {};
-  for (const auto& [x, ns] : {std::pair{gaps, 12}, std::pair{alternating, 4}}) {
-    WinModel m(x, ns, additive());
+  for (int form = 0; form < 4; ++form) {
+    const int additive = form / 2, ns = form % 2 ? 12 : 4;
+    WinModel m(form % 2 ? gaps : alternating, ns, additive);
     std::vector<double> work(win::kManyLanes * ns), mse(count);
     std::vector<int> rc(count);
     for (const int width : {0, 1, 2}) {
       for (int from = 0; from < count; from += win::kManyLanes) {
-        win::smooth_many(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ns, additive(), &w[3 * from],
+        win::smooth_many(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ns, additive, &w[3 * from],
                          std::min(win::kManyLanes, count - from), m->svi.level, m->svi.trend, m->svi.sfactor,
                          m->ts.scodes, work.data(), &rc[from], &mse[from], width);
       }
       for (int j = 0; j < count; ++j) {
         std::vector<double> sf(m->svi.sfactor, m->svi.sfactor + ns);
         double l = m->svi.level, b = m->svi.trend, one = 0;
-        const int want = zwinsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ns, additive(), w[3 * j],
+        const int want = zwinsmo(m->ts.x, m->ts.misflg, m->ts.descstats.norm, m->ts.nobs, ns, additive, w[3 * j],
                                  w[3 * j + 1], w[3 * j + 2], &l, &b, sf.data(), m->ts.scodes, &one, nullptr, nullptr);
         EXPECT_EQ(rc[j], want) << "width " << width << " triple " << j;
         if (want != 0) {
@@ -336,8 +319,8 @@ TEST_P(WinKernel, SideBySidePassesInEveryLaneWidth) {
     const bool avx = __builtin_cpu_supports("avx"), avx512 = __builtin_cpu_supports("avx512vl");
     for (const int isa : {1, avx ? 2 : 1, avx512 ? 3 : 1}) {
       for (int j = 0; j < count; ++j) {
-        if (additive()) expect_derivative_lanes<true>(m.get(), ns, &w[3 * j], isa, lane_passes);
-        if (!additive()) expect_derivative_lanes<false>(m.get(), ns, &w[3 * j], isa, lane_passes);
+        if (additive) expect_derivative_lanes<true>(m.get(), ns, &w[3 * j], isa, lane_passes);
+        if (!additive) expect_derivative_lanes<false>(m.get(), ns, &w[3 * j], isa, lane_passes);
       }
     }
   }
@@ -352,20 +335,15 @@ TEST_P(WinKernel, SideBySidePassesInEveryLaneWidth) {
 // the failed division left: missing for 0 / 0, the root of the overflow value
 // for 1 / 0.
 TEST(WinForecast, FailedFactorRatioKeepsThePreviousHalfWidth) {
-  const int ns = 4;
-  std::vector<double> x{5, 6, 7, 8, 5, 6, 7, 8};
-  const long n = static_cast<long>(x.size());
-  std::vector<char> mis(n, 0);
-  std::vector<int> code(n);
-  for (long t = 0; t < n; ++t) code[t] = static_cast<int>(t % ns);
+  smooth_test::Series x({5, 6, 7, 8, 5, 6, 7, 8}, 4);
   std::vector<double> sf{1.0, 0.0, 0.0, 1.0};
   double level = 10.0, trend = 1.0, mse = 0.0;
   const double se2 = 4.0;
   std::vector<double> rows(9 * 3);
   // No observation rows (end -1): the forecasts start from the season after
   // season 0 with the state handed in.
-  ASSERT_EQ(zwinprd(x.data(), mis.data(), 10.0, n, ns, 0, 0.2, 0.1, 0.3, &level, &trend, sf.data(), code.data(), 0, -1,
-                    3, se2, 0.05, 1, &mse, rows.data()),
+  ASSERT_EQ(zwinprd(x.data(), x.mis(), 10.0, x.n(), 4, 0, 0.2, 0.1, 0.3, &level, &trend, sf.data(), x.codes.data(), 0,
+                    -1, 3, se2, 0.05, 1, &mse, rows.data()),
             0);
   const double hw = zprobit(0.975) * std::sqrt(se2);
   for (int k = 0; k < 3; ++k) {
@@ -381,9 +359,6 @@ TEST(WinForecast, FailedFactorRatioKeepsThePreviousHalfWidth) {
   EXPECT_TRUE(is_miss(rows[9 + 5]));
   EXPECT_EQ(rows[18 + 5], std::sqrt(smoothing::overflow_positive()));
 }
-
-INSTANTIATE_TEST_SUITE_P(Forms, WinKernel, ::testing::Values(0, 1),
-                         [](const auto& test) { return test.param ? "Additive" : "Multiplicative"; });
 
 class WinEdges : public ::testing::Test {
  protected:
@@ -497,57 +472,15 @@ TEST_F(WinEdges, FitOutcomes) {
 
 // ---- Methods and the command line --------------------------------------------------
 
-struct MethodOutcome {
-  double fit_rc = -1, forecast_rc = -1;
-  std::vector<double> weights;
-  smooth_test::Table table;
-};
-
-// `code` null leaves CODE out; `forecast_type` replaces TYPE before the
-// forecast when given.
-MethodOutcome run_methods(const std::vector<double>& values, const char* interval, double stdate, int ns,
-                          const char* code, double lead, const char* fit_type = "WINT",
-                          const char* forecast_type = nullptr) {
+// TYPE is compared over the item's own length in the fit and over all of
+// "WINT" in the forecast, so a prefix passes only the fit and a longer text
+// only the forecast (CODE's default: family_test.cpp).
+TEST(WinMethodSpecification, TypeComparisons) {
   using namespace esf::host;
   method_test::connect_module();
   const fs::path dir = fs::temp_directory_path() / ("win_methods_" + std::to_string(::getpid()));
   fs::create_directories(dir);
   assign_libref("WINM", dir);
-  MethodOutcome run;
-  {
-    method_test::CallLists l(values, interval, stdate);
-    set_integer(l.interval_info(), "NSEASONS", ns);
-    set_text(l.spec, "TYPE", fit_type);
-    if (code != nullptr) set_text(l.spec, "CODE", code);
-    MethodCall fit;
-    fit.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
-    EXPECT_EQ(mwinfit(fit.plist(), nullptr, nullptr, 0), 0);
-    run.fit_rc = fit.written(7).value_or(-1);
-    for (const SLIST_ITEM* it : items(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"))) {
-      run.weights.push_back(slgetnv(it, 0));
-    }
-    if (forecast_type != nullptr) set_text(l.spec, "TYPE", forecast_type);
-    MethodCall fc;
-    fc.list(l.series).list(l.model).list(l.eval_range).text("WINM.FC").number(0.05).number(lead).number(0);
-    EXPECT_EQ(mwinfor(fc.plist(), nullptr, nullptr, 0), 0);
-    run.forecast_rc = fc.written(8).value_or(-1);
-  }
-  run.table = smooth_test::read_table(dir / "fc.csv");
-  fs::remove_all(dir);
-  return run;
-}
-
-// CODE defaults to the additive form.  TYPE is compared over the item's own
-// length in the fit and over all of "WINT" in the forecast, so a prefix
-// passes only the fit and a longer text only the forecast.
-TEST(WinMethodSpecification, CodeDefaultAndTypeComparisons) {
-  const std::vector<double> x = example_series("UKgas.csv");
-  const double start = method_test::date(1960, 1, 1);
-  const MethodOutcome additive = run_methods(x, "QTR", start, 4, "WINTA", 4);
-  const MethodOutcome multiplicative = run_methods(x, "QTR", start, 4, "WINTM", 4);
-  ASSERT_NE(additive.weights, multiplicative.weights);
-  EXPECT_EQ(run_methods(x, "QTR", start, 4, nullptr, 4).weights, additive.weights);
-
   struct Case {
     const char* fit_type;
     const char* forecast_type;
@@ -559,10 +492,14 @@ TEST(WinMethodSpecification, CodeDefaultAndTypeComparisons) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.fit_type) + " / " + c.forecast_type);
-    const MethodOutcome run = run_methods(x, "QTR", start, 4, "WINTA", 4, c.fit_type, c.forecast_type);
-    EXPECT_EQ(run.fit_rc, c.fit_rc);
-    EXPECT_EQ(run.forecast_rc, c.forecast_rc);
+    method_test::CallLists l(example_series("UKgas.csv"), "QTR", method_test::date(1960, 1, 1));
+    set_integer(l.interval_info(), "NSEASONS", 4);
+    set_text(l.spec, "TYPE", c.fit_type);
+    EXPECT_EQ(method_test::call_fit(mwinfit, l), c.fit_rc);
+    set_text(l.spec, "TYPE", c.forecast_type);
+    EXPECT_EQ(method_test::call_forecast(mwinfor, l, "WINM.FC", 0.05, 4), c.forecast_rc);
   }
+  fs::remove_all(dir);
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "host/host.h"
 #include "module/host_api.h"
 #include "primitives/primitives.h"
@@ -67,6 +69,26 @@ struct CallLists {
   List interval_info() const { return esf::host::find_list(dsinfo(), "INTERVALINFO"); }
   List data_range() const { return esf::host::find_list(esf::host::find_list(series, "TIME_RANGES"), "DATA_RANGE"); }
 };
+
+// A fit method called on the lists of `l` as the object language calls it:
+// the return code it wrote, -1 when none.
+inline double call_fit(METHODFN method, CallLists& l) {
+  esf::host::MethodCall call;
+  call.list(l.series).list(l.spec).list(l.fit_range).list(l.eval_range).list(l.model).number(0);
+  EXPECT_EQ(method(call.plist(), nullptr, nullptr, 0), 0);
+  return call.written(7).value_or(-1);
+}
+
+// A forecast method writing `table` with cl and lead (NaN: missing).
+inline double call_forecast(METHODFN method, CallLists& l, const char* table, double cl = 0.05, double lead = 12) {
+  esf::host::MethodCall call;
+  call.list(l.series).list(l.model).list(l.eval_range).text(table);
+  std::isnan(cl) ? call.missing_number() : call.number(cl);
+  std::isnan(lead) ? call.missing_number() : call.number(lead);
+  call.number(0);
+  EXPECT_EQ(method(call.plist(), nullptr, nullptr, 0), 0);
+  return call.written(8).value_or(-1);
+}
 
 // A short seasonal-looking series: the first months of the airline data.
 inline std::vector<double> air_passengers_head() {
