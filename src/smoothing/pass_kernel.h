@@ -94,15 +94,7 @@
 
 namespace pass {
 
-using smoothing::kErrorLimit;
-using smoothing::kMissing;
-using smoothing::kOk;
-using smoothing::kOverflow;
-using smoothing::kRelativeLimit;
-using smoothing::kSseLimit;
-using smoothing::kStateLimit;
-using smoothing::kTiny;
-using smoothing::kTooFew;
+using namespace smoothing::limits;
 
 // A state column of a row: what put() writes there.
 enum class Column { level, trend, season };
