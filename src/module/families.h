@@ -56,21 +56,21 @@ struct Family {
   // Fit results.
   WeightItem weight_items[3];  // SMOOTHING_WEIGHTS, in order
   int n_weight_items;
-  const char* names[3];      // ESTIMATES.NAMES, one per weight
-  const char* labels[3];     // ESTIMATES.LABELS, one per weight
-  bool labels_by_putstvlab;  // LABELS come from putstvlab instead
-  bool trended;              // states carry a TREND
+  const char* names[3];              // ESTIMATES.NAMES, one per weight
+  const char* labels[3];             // ESTIMATES.LABELS, one per weight
+  bool labels_by_putstvlab = false;  // LABELS come from putstvlab instead
+  bool trended = false;              // states carry a TREND
 
   // Arguments read beyond the common ones.
-  bool fit_reads_nseasons;       // NSEASONS into ts.nseasons (fit)
-  bool forecast_reads_nseasons;  // NSEASONS into ts.nseasons (forecast)
-  bool seasonal;                 // CODE and TYPE; season codes and factors
-  const char* type_text;         // the TYPE a seasonal family accepts
-  const char* code_default;      // CODE when the item is absent
-  bool winters;                  // CODE "WINTA" sets `additive`; the fit
-                                 // reports a missing return-code argument;
-                                 // the forecast reads start values first
-  const char* fit_method_name;   // upper-case name used in that report
+  bool fit_reads_nseasons = false;       // NSEASONS into ts.nseasons (fit)
+  bool forecast_reads_nseasons = false;  // NSEASONS into ts.nseasons (forecast)
+  bool seasonal = false;                 // CODE and TYPE; season codes and factors
+  const char* type_text = nullptr;       // the TYPE a seasonal family accepts
+  const char* code_default = nullptr;    // CODE when the item is absent
+  bool winters = false;                  // CODE "WINTA" sets `additive`; the fit
+                                         // reports a missing return-code argument;
+                                         // the forecast reads start values first
+  const char* fit_method_name;           // upper-case name used in that report
 
   // Forecast: the place in parms.parms of the level, trend, damping and
   // seasonal weight, -1 where the family has no such weight.
@@ -114,14 +114,6 @@ inline constexpr Family kFamilies[] = {
         .n_weight_items = 2,
         .names = {"LEVEL", nullptr, nullptr},
         .labels = {"LEVEL Smoothing Weight", nullptr, nullptr},
-        .labels_by_putstvlab = false,
-        .trended = false,
-        .fit_reads_nseasons = false,
-        .forecast_reads_nseasons = false,
-        .seasonal = false,
-        .type_text = nullptr,
-        .code_default = nullptr,
-        .winters = false,
         .fit_method_name = "MES1FIT",
         .weight_slot = {0, -1, -1, -1},
         .forms = {{"simple", "Simple exponential smoothing", nullptr}, {}},
@@ -135,14 +127,8 @@ inline constexpr Family kFamilies[] = {
         .n_weight_items = 2,
         .names = {"LEVEL", "TREND", nullptr},
         .labels = {"LEVEL Smoothing Weight", "TREND Smoothing Weight", nullptr},
-        .labels_by_putstvlab = false,
         .trended = true,
         .fit_reads_nseasons = true,
-        .forecast_reads_nseasons = false,
-        .seasonal = false,
-        .type_text = nullptr,
-        .code_default = nullptr,
-        .winters = false,
         .fit_method_name = "MES2FIT",
         .weight_slot = {0, 1, -1, -1},
         .forms = {{"linear", "Linear (two-weight) exponential smoothing", nullptr}, {}},
@@ -158,14 +144,7 @@ inline constexpr Family kFamilies[] = {
         .n_weight_items = 2,
         .names = {"LEVEL", nullptr, nullptr},
         .labels = {"LEVEL/TREND Smoothing Weight", nullptr, nullptr},
-        .labels_by_putstvlab = false,
         .trended = true,
-        .fit_reads_nseasons = false,
-        .forecast_reads_nseasons = false,
-        .seasonal = false,
-        .type_text = nullptr,
-        .code_default = nullptr,
-        .winters = false,
         .fit_method_name = "MESDFIT",
         .weight_slot = {0, -1, -1, -1},
         .forms = {{"double", "Double exponential smoothing", nullptr}, {}},
@@ -179,14 +158,9 @@ inline constexpr Family kFamilies[] = {
         .n_weight_items = 3,
         .names = {"LEVEL", "TREND", "DAMPING"},
         .labels = {"LEVEL Smoothing Weight", "TREND Smoothing Weight", "DAMPING Smoothing Weight"},
-        .labels_by_putstvlab = false,
         .trended = true,
         .fit_reads_nseasons = true,
         .forecast_reads_nseasons = true,
-        .seasonal = false,
-        .type_text = nullptr,
-        .code_default = nullptr,
-        .winters = false,
         .fit_method_name = "MES3FIT",
         .weight_slot = {0, 1, 2, -1},
         .forms = {{"damped", "Damped-trend exponential smoothing", nullptr}, {}},
@@ -200,14 +174,11 @@ inline constexpr Family kFamilies[] = {
         .n_weight_items = 2,
         .names = {"LEVEL", "SEASONAL", nullptr},
         .labels = {"LEVEL Smoothing Weight", "SEASONAL Smoothing Weight", nullptr},
-        .labels_by_putstvlab = false,
-        .trended = false,
         .fit_reads_nseasons = true,
         .forecast_reads_nseasons = true,
         .seasonal = true,
         .type_text = "EXPO",
         .code_default = "EXPOS",
-        .winters = false,
         .fit_method_name = "MESSFIT",
         .weight_slot = {0, -1, -1, 1},
         .forms = {{"seasonal", "Seasonal exponential smoothing", "EXPOS"}, {}},

@@ -239,13 +239,24 @@ struct SMOOTHVALS;
 
 // The C records have the module's layout, field by field.
 namespace esf::c_header::check {
+// ESF_C_SAME_RECORD(rec, field...): the offset and size of every field named,
+// and the record's size and alignment.
 #define ESF_C_SAME_SIZE(rec)                                                                                  \
   static_assert(sizeof(esf::c_header::rec) == sizeof(::rec) && alignof(esf::c_header::rec) == alignof(::rec), \
                 #rec " differs in size")
-#define ESF_C_SAME_FIELD(rec, cfield, field)                                      \
-  static_assert(offsetof(esf::c_header::rec, cfield) == offsetof(::rec, field) && \
-                    sizeof(esf::c_header::rec::cfield) == sizeof(::rec::field),   \
-                #rec "." #field " differs")
+#define ESF_C_SAME_FIELD(rec, field)                                             \
+  static_assert(offsetof(esf::c_header::rec, field) == offsetof(::rec, field) && \
+                    sizeof(esf::c_header::rec::field) == sizeof(::rec::field),   \
+                #rec "." #field " differs");
+#define ESF_C_PARENS ()
+#define ESF_C_EXPAND(...) ESF_C_EXPAND3(ESF_C_EXPAND3(ESF_C_EXPAND3(__VA_ARGS__)))
+#define ESF_C_EXPAND3(...) ESF_C_EXPAND2(ESF_C_EXPAND2(ESF_C_EXPAND2(__VA_ARGS__)))
+#define ESF_C_EXPAND2(...) ESF_C_EXPAND1(ESF_C_EXPAND1(ESF_C_EXPAND1(__VA_ARGS__)))
+#define ESF_C_EXPAND1(...) __VA_ARGS__
+#define ESF_C_FIELDS(rec, field, ...) \
+  ESF_C_SAME_FIELD(rec, field) __VA_OPT__(ESF_C_FIELDS_AGAIN ESF_C_PARENS(rec, __VA_ARGS__))
+#define ESF_C_FIELDS_AGAIN() ESF_C_FIELDS
+#define ESF_C_SAME_RECORD(rec, ...) __VA_OPT__(ESF_C_EXPAND(ESF_C_FIELDS(rec, __VA_ARGS__))) ESF_C_SAME_SIZE(rec)
 #define ESF_C_SAME_TYPE(name) static_assert(std::is_same_v<esf::c_header::name, ::name>, #name " differs")
 ESF_C_SAME_TYPE(tchar);
 ESF_C_SAME_TYPE(tuchar);
@@ -264,94 +275,37 @@ ESF_C_SAME_TYPE(QKConstMemPtr);
 ESF_C_SAME_TYPE(rebslotid);
 static_assert(std::is_same_v<::List, ::SLIST*> && std::is_same_v<::rebid, ::REB*> &&
               std::is_same_v<::CINTCInfo, ::CINTC_INFO> && std::is_same_v<::ZQKECINTC, ::_ZQKECINTC>);
-ESF_C_SAME_SIZE(QKPool);
-ESF_C_SAME_FIELD(QKPool, memAlloc, memAlloc);
-ESF_C_SAME_FIELD(QKPool, memFree, memFree);
-ESF_C_SAME_SIZE(SKMISSV_STRUCT);
-ESF_C_SAME_FIELD(SKMISSV_STRUCT, MissTable, MissTable);
-ESF_C_SAME_SIZE(u_sname);
-ESF_C_SAME_FIELD(u_sname, name, name);
-ESF_C_SAME_SIZE(u_slabel);
-ESF_C_SAME_FIELD(u_slabel, label, label);
-ESF_C_SAME_SIZE(INTERVAL);
-ESF_C_SAME_FIELD(INTERVAL, units, units);
-ESF_C_SAME_FIELD(INTERVAL, intcode, intcode);
-ESF_C_SAME_FIELD(INTERVAL, intper, intper);
-ESF_C_SAME_FIELD(INTERVAL, shiftper, shiftper);
-ESF_C_SAME_FIELD(INTERVAL, nweekday, nweekday);
-ESF_C_SAME_FIELD(INTERVAL, weekend, weekend);
-ESF_C_SAME_FIELD(INTERVAL, token, token);
-ESF_C_SAME_FIELD(INTERVAL, tokenlen, tokenlen);
-ESF_C_SAME_FIELD(INTERVAL, holidays, holidays);
+ESF_C_SAME_RECORD(QKPool, memAlloc, memFree);
+ESF_C_SAME_RECORD(SKMISSV_STRUCT, MissTable);
+ESF_C_SAME_RECORD(u_sname, name);
+ESF_C_SAME_RECORD(u_slabel, label);
+ESF_C_SAME_RECORD(INTERVAL, units, intcode, intper, shiftper, nweekday, weekend, token, tokenlen, holidays);
 // INTERVALX derives from INTERVAL, so it is not standard-layout; both
 // compilers lay it out as the C record all the same.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
-ESF_C_SAME_SIZE(INTERVALX);
 static_assert(offsetof(esf::c_header::INTERVALX, interval) == 0);
-ESF_C_SAME_FIELD(INTERVALX, cinfo, cinfo);
-ESF_C_SAME_FIELD(INTERVALX, ccache, ccache);
-ESF_C_SAME_FIELD(INTERVALX, formatw, formatw);
-ESF_C_SAME_FIELD(INTERVALX, formatl, formatl);
-ESF_C_SAME_FIELD(INTERVALX, format, format);
-ESF_C_SAME_FIELD(INTERVALX, nseasons, nseasons);
-ESF_C_SAME_FIELD(INTERVALX, sinterval, sinterval);
-ESF_C_SAME_SIZE(ZTS_OBSSTART);
-ESF_C_SAME_FIELD(ZTS_OBSSTART, startDate, startDate);
-ESF_C_SAME_FIELD(ZTS_OBSSTART, interval, interval);
-ESF_C_SAME_FIELD(ZTS_OBSSTART, fmt, fmt);
-ESF_C_SAME_SIZE(ZTS_OBSDATES);
-ESF_C_SAME_FIELD(ZTS_OBSDATES, start, start);
-ESF_C_SAME_FIELD(ZTS_OBSDATES, dateVar, dateVar);
-ESF_C_SAME_FIELD(ZTS_OBSDATES, nobs, nobs);
-ESF_C_SAME_FIELD(ZTS_OBSDATES, pool, pool);
+ESF_C_SAME_RECORD(INTERVALX, cinfo, ccache, formatw, formatl, format, nseasons, sinterval);
+ESF_C_SAME_RECORD(ZTS_OBSSTART, startDate, interval, fmt);
+ESF_C_SAME_RECORD(ZTS_OBSDATES, start, dateVar, nobs, pool);
 #pragma GCC diagnostic pop
-ESF_C_SAME_SIZE(ZTS_OBSDATEVAR);
-ESF_C_SAME_SIZE(INTINFO);
-ESF_C_SAME_FIELD(INTINFO, sinterval, sinterval);
-ESF_C_SAME_FIELD(INTINFO, nseasons, nseasons);
-ESF_C_SAME_FIELD(INTINFO, formatw, formatw);
-ESF_C_SAME_FIELD(INTINFO, formatl, formatl);
-ESF_C_SAME_FIELD(INTINFO, format, format);
-ESF_C_SAME_SIZE(CUSTOMINTERVAL);
-ESF_C_SAME_FIELD(CUSTOMINTERVAL, interval, interval);
-ESF_C_SAME_FIELD(CUSTOMINTERVAL, lib, lib);
-ESF_C_SAME_FIELD(CUSTOMINTERVAL, member, member);
-ESF_C_SAME_SIZE(NORMAL_MIX_ARG);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, State, State);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, Purpose, Purpose);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, Shooting, Shooting);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, InitialGuess, InitialGuess);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, Quantile, Quantile);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, QTarget, QTarget);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, Probability, Probability);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, targetSDF, targetSDF);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, LogRatio, LogRatio);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, n, n);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, Right, Right);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, Left, Left);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, LeftSupport, LeftSupport);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, RightSupport, RightSupport);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, Proportions, Proportions);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, Mu, Mu);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, Sigma, Sigma);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, LogLeftPr, LogLeftPr);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, LogRightPr, LogRightPr);
-ESF_C_SAME_FIELD(NORMAL_MIX_ARG, LogDensity, LogDensity);
-ESF_C_SAME_SIZE(FITEND);
-ESF_C_SAME_FIELD(FITEND, how, how);
-ESF_C_SAME_FIELD(FITEND, rc, rc);
-ESF_C_SAME_FIELD(FITEND, iterations, iterations);
-ESF_C_SAME_FIELD(FITEND, r, r);
-ESF_C_SAME_FIELD(FITEND, nparms, nparms);
-ESF_C_SAME_FIELD(FITEND, position, position);
-ESF_C_SAME_SIZE(QKS_Version_Info);
-ESF_C_SAME_FIELD(QKS_Version_Info, build_epoch, build_epoch);
-ESF_C_SAME_FIELD(QKS_Version_Info, version, version);
-ESF_C_SAME_FIELD(QKS_Version_Info, build_time, build_time);
-ESF_C_SAME_FIELD(QKS_Version_Info, prodid, prodid);
-ESF_C_SAME_FIELD(QKS_Version_Info, spare, spare);
+ESF_C_SAME_RECORD(ZTS_OBSDATEVAR);
+ESF_C_SAME_RECORD(INTINFO, sinterval, nseasons, formatw, formatl, format);
+ESF_C_SAME_RECORD(CUSTOMINTERVAL, interval, lib, member);
+ESF_C_SAME_RECORD(NORMAL_MIX_ARG, State, Purpose, Shooting, InitialGuess, Quantile, QTarget, Probability, targetSDF,
+                  LogRatio, n, Right, Left, LeftSupport, RightSupport, Proportions, Mu, Sigma, LogLeftPr, LogRightPr,
+                  LogDensity);
+ESF_C_SAME_RECORD(FITEND, how, rc, iterations, r, nparms, position);
+ESF_C_SAME_RECORD(QKS_Version_Info, build_epoch, version, build_time, prodid, spare);
 #undef ESF_C_SAME_SIZE
+#undef ESF_C_SAME_RECORD
+#undef ESF_C_FIELDS
+#undef ESF_C_FIELDS_AGAIN
+#undef ESF_C_EXPAND
+#undef ESF_C_EXPAND1
+#undef ESF_C_EXPAND2
+#undef ESF_C_EXPAND3
+#undef ESF_C_PARENS
 #undef ESF_C_SAME_FIELD
 #undef ESF_C_SAME_TYPE
 }  // namespace esf::c_header::check

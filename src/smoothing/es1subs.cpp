@@ -107,14 +107,5 @@ struct LaneUpdate : trend::OneWeightLanes {
 
 void es1::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
                       double level, int* rc, double* mse, int width) {
-  const trend::LanesInput in{x, misflg, xscale, n, w, count, level, 0.0};
-  trend::smooth_lanes<LaneUpdate>(in, rc, mse, width, [&](int* rc_out, double* mse_out) {
-    Lanes lanes;
-    for (int j = 0; j < count; ++j) {
-      lanes.w[j] = w[j];
-      lanes.keep[j] = 1.0 - w[j];
-      lanes.l[j] = level;
-    }
-    pass::smooth_many(lanes, x, misflg, xscale, n, count, rc_out, mse_out);
-  });
+  trend::smooth_family<LaneUpdate, Lanes>({x, misflg, xscale, n, w, count, level, 0.0}, rc, mse, width);
 }

@@ -79,6 +79,7 @@ ESF_EXPORT int zes1std(double* xpxdiag, double mse, long nobs, double* parms, do
 
 #ifdef __cplusplus
 #include "smoothing/pass_kernel.h"
+#include "smoothing/trend_kernel.h"
 
 namespace es1 {
 
@@ -90,15 +91,9 @@ inline int point(double x, double xscale, double wlevel, double* level, double* 
                  Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   const double l = *level;
-  if (guards.trips(std::fabs(l) > kStateLimit)) {
-    *level = kMissing;
-    return kOverflow;
-  }
+  if (guards.trips(beyond(kStateLimit, l))) return overflowed(level);
   *xhat = l;
-  if (guards.trips(l > xscale * kRelativeLimit)) {
-    *level = kMissing;
-    return kOverflow;
-  }
+  if (guards.trips(l > xscale * kRelativeLimit)) return overflowed(level);
   *e = l - x;
   *level = x * wlevel + l * (1.0 - wlevel);
   return kOk;
@@ -109,10 +104,7 @@ inline int point_derivative(double x, double wlevel, double llevel, double* derl
                             Guards&& guards = Guards{}) noexcept {
   using namespace smoothing;
   const double d = *derlev;
-  if (guards.trips(std::fabs(d) > kErrorLimit)) {
-    *derlev = kMissing;
-    return kOverflow;
-  }
+  if (guards.trips(beyond(kErrorLimit, d))) return overflowed(derlev);
   // d(L')/dw = x - L + (1 - w) * dL/dw.  The prediction's derivative is dL/dw
   // before the update: the state recursion runs one step ahead of it.
   *derlev = x - llevel + (1.0 - wlevel) * d;
@@ -153,12 +145,14 @@ struct Kernel {
 };
 
 // Simple smoothing for the side-by-side pass: one weight per lane.
-struct Lanes : pass::LanePeaks {
+struct Lanes : pass::LanePeaks, trend::OneWeightLaneArrays {
   static constexpr bool kMissingSseIsMissing = true;
 
-  double w[pass::kManyWeights];
-  double keep[pass::kManyWeights];
   double l[pass::kManyWeights];
+
+  void start(int count, double level, double /*trend*/) noexcept {
+    for (int j = 0; j < count; ++j) l[j] = level;
+  }
 
   static void skip(int) noexcept {}
   double step(int j, double xt, double& peak) noexcept {

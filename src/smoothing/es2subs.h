@@ -62,17 +62,9 @@ inline int point(double x, double xscale, double wlevel, double wtrend, double* 
   using namespace smoothing;
   const double l = *level;
   const double t = *trend;
-  if (guards.trips((std::fabs(l) > kStateLimit) | (std::fabs(t) > kStateLimit))) {
-    *level = kMissing;
-    *trend = kMissing;
-    return kOverflow;
-  }
+  if (guards.trips(beyond(kStateLimit, l, t))) return overflowed(level, trend);
   *xhat = l + t;
-  if (guards.trips(*xhat > xscale * kRelativeLimit)) {
-    *level = kMissing;
-    *trend = kMissing;
-    return kOverflow;
-  }
+  if (guards.trips(*xhat > xscale * kRelativeLimit)) return overflowed(level, trend);
   *e = *xhat - x;
   const double clevel = *xhat * (1.0 - wlevel) + x * wlevel;
   const double ctrend = (1.0 - wtrend) * t + wtrend * (clevel - l);
@@ -91,11 +83,8 @@ inline int point_derivative(double x, double wlevel, double wtrend, double lleve
   const double dl1 = derlev[1];
   const double dt0 = dertre[0];
   const double dt1 = dertre[1];
-  if (guards.trips((std::fabs(dl0) > kErrorLimit) | (std::fabs(dl1) > kErrorLimit) | (std::fabs(dt0) > kErrorLimit) |
-                   (std::fabs(dt1) > kErrorLimit))) {
-    derlev[0] = derlev[1] = kMissing;
-    dertre[0] = dertre[1] = kMissing;
-    return kOverflow;
+  if (guards.trips(beyond(kErrorLimit, dl0, dl1, dt0, dt1))) {
+    return overflowed(&derlev[0], &derlev[1], &dertre[0], &dertre[1]);
   }
   // Derivatives of the prediction L + T of this observation.
   const double p0 = dl0 + dt0;
@@ -156,6 +145,12 @@ struct Kernel : trend::TrendedKernel {
 struct Lanes : trend::TrendedLanes {
   double a[pass::kManyWeights], g[pass::kManyWeights], ka[pass::kManyWeights], kg[pass::kManyWeights];
 
+  void load(int j, const double* wj) noexcept {
+    a[j] = wj[0];
+    g[j] = wj[1];
+    ka[j] = 1.0 - a[j];
+    kg[j] = 1.0 - g[j];
+  }
   double step(int j, double xt, double& peak) noexcept {
     const double lj = l[j];
     const double tj = tr[j];

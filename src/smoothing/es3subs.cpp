@@ -148,17 +148,5 @@ struct LaneUpdate {
 
 void es3::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
                       double level, double trend, int* rc, double* mse, int width) {
-  const trend::LanesInput in{x, misflg, xscale, n, w, count, level, trend};
-  trend::smooth_lanes<LaneUpdate>(in, rc, mse, width, [&](int* rc_out, double* mse_out) {
-    Lanes lanes;
-    for (int j = 0; j < count; ++j) {
-      lanes.a[j] = w[3 * j];
-      lanes.g[j] = w[3 * j + 1];
-      lanes.phi[j] = w[3 * j + 2];
-      lanes.ka[j] = 1.0 - lanes.a[j];
-      lanes.kg[j] = 1.0 - lanes.g[j];
-    }
-    lanes.start(count, level, trend);
-    pass::smooth_many(lanes, x, misflg, xscale, n, count, rc_out, mse_out);
-  });
+  trend::smooth_family<LaneUpdate, Lanes>({x, misflg, xscale, n, w, count, level, trend}, rc, mse, width);
 }

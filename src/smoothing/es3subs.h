@@ -61,17 +61,9 @@ inline int point(double x, double xscale, double wlevel, double wtrend, double w
   using namespace smoothing;
   const double llevel = *level;
   const double dtrend = wdamp * *trend;
-  if (guards.trips((std::fabs(llevel) > kStateLimit) | (std::fabs(dtrend) > kStateLimit))) {
-    *level = kMissing;
-    *trend = kMissing;
-    return kOverflow;
-  }
+  if (guards.trips(beyond(kStateLimit, llevel, dtrend))) return overflowed(level, trend);
   *xhat = llevel + dtrend;
-  if (guards.trips(*xhat > xscale * kRelativeLimit)) {
-    *level = kMissing;
-    *trend = kMissing;
-    return kOverflow;
-  }
+  if (guards.trips(*xhat > xscale * kRelativeLimit)) return overflowed(level, trend);
   *e = *xhat - x;
   const double clevel = *xhat * (1.0 - wlevel) + x * wlevel;
   // The new trend is smoothed against the damped trend, not the stored one.
@@ -190,6 +182,13 @@ struct Lanes : trend::TrendedLanes {
   double a[pass::kManyWeights], g[pass::kManyWeights], phi[pass::kManyWeights];
   double ka[pass::kManyWeights], kg[pass::kManyWeights];
 
+  void load(int j, const double* wj) noexcept {
+    a[j] = wj[0];
+    g[j] = wj[1];
+    phi[j] = wj[2];
+    ka[j] = 1.0 - a[j];
+    kg[j] = 1.0 - g[j];
+  }
   void skip(int j) noexcept {
     tr[j] = phi[j] * tr[j];
     l[j] = l[j] + tr[j];

@@ -106,14 +106,5 @@ struct LaneUpdate : trend::OneWeightLanes, trend::LevelTrendLanes {
 
 void esd::smooth_many(const double* x, const char* misflg, double xscale, long n, const double* w, int count,
                       double level, double trend, int* rc, double* mse, int width) {
-  const trend::LanesInput in{x, misflg, xscale, n, w, count, level, trend};
-  trend::smooth_lanes<LaneUpdate>(in, rc, mse, width, [&](int* rc_out, double* mse_out) {
-    Lanes lanes;
-    for (int j = 0; j < count; ++j) {
-      lanes.w[j] = w[j];
-      lanes.keep[j] = 1.0 - w[j];
-    }
-    lanes.start(count, level, trend);
-    pass::smooth_many(lanes, x, misflg, xscale, n, count, rc_out, mse_out);
-  });
+  trend::smooth_family<LaneUpdate, Lanes>({x, misflg, xscale, n, w, count, level, trend}, rc, mse, width);
 }

@@ -55,15 +55,10 @@ inline int point(double x, double xscale, double w, double* level, double* trend
   using namespace smoothing;
   const double l = *level;
   const double t = *trend;
-  if (guards.trips((std::fabs(l) > kStateLimit) | (std::fabs(t) > kStateLimit))) {
-    *level = kMissing;  // only the level
-    return kOverflow;
-  }
+  // A guard that trips leaves only the level missing.
+  if (guards.trips(beyond(kStateLimit, l, t))) return overflowed(level);
   *xhat = l + t / w;
-  if (guards.trips(*xhat > xscale * kRelativeLimit)) {
-    *level = kMissing;
-    return kOverflow;
-  }
+  if (guards.trips(*xhat > xscale * kRelativeLimit)) return overflowed(level);
   *e = *xhat - x;
   const double clevel = x * w + (1.0 - w) * l;
   const double ctrend = t * (1.0 - w) + w * (clevel - l);
@@ -80,11 +75,7 @@ inline int point_derivative(double x, double w, double llevel, double clevel, do
   using namespace smoothing;
   const double d = *derlev;
   const double g = *dertre;
-  if (guards.trips((std::fabs(d) > kErrorLimit) | (std::fabs(g) > kErrorLimit))) {
-    *derlev = kMissing;
-    *dertre = kMissing;
-    return kOverflow;
-  }
+  if (guards.trips(beyond(kErrorLimit, d, g))) return overflowed(derlev, dertre);
   *derlev = x - llevel + (1.0 - w) * d;
   *dertre = clevel - llevel + g * (1.0 - w) + (*derlev - d) * w - ltrend;
   dervec[0] = (g - ltrend / w) / w + d;
@@ -135,9 +126,7 @@ struct Kernel : trend::TrendedKernel {
 };
 
 // Double smoothing for the side-by-side pass: one weight per lane.
-struct Lanes : trend::TrendedLanes {
-  double w[pass::kManyWeights], keep[pass::kManyWeights];
-
+struct Lanes : trend::TrendedLanes, trend::OneWeightLaneArrays {
   double step(int j, double xt, double& peak) noexcept {
     const double lj = l[j];
     const double tj = tr[j];

@@ -28,7 +28,6 @@
 // whose prediction pass needs it too.
 #pragma once
 
-#include <cstring>
 #include <type_traits>
 
 #include "module/win_model.h"
@@ -227,20 +226,11 @@ inline void grid_side_by_side(WINMODEL* model, const FITCON* fitcon, const doubl
 
 // grid_mse of a family F (a base of F) from its kernel record: the
 // whole-series pass (z..smo) from svi, which leaves its state in
-// model->smooth.  reset_from_svi: a seasonal state's factors are copied into
-// model->smooth's own array; any other state takes all of svi.
+// model->smooth.  reset_from_svi: the states the kernel has from svi, as the
+// forecast's backcast starts.
 template <class F>
 struct KernelGrid {
-  static void reset_from_svi(WINMODEL* model) {
-    using K = typename F::Kernel;
-    if constexpr (pass::Seasonal<K>) {
-      model->smooth.level = model->svi.level;
-      if constexpr (pass::Trended<K>) model->smooth.trend = model->svi.trend;
-      copy_factors(model, model->smooth.sfactor, model->svi.sfactor);
-    } else {
-      model->smooth = model->svi;
-    }
-  }
+  static void reset_from_svi(WINMODEL* model) { forecast_start<typename F::Kernel>(model, 0); }
   static int grid_mse(WINMODEL* model, const FITCON* fitcon, const double* w, double* mse) {
     using K = typename F::Kernel;
     reset_from_svi(model);

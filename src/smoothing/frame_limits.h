@@ -14,6 +14,10 @@
 
 namespace smoothing {
 
+// The limits and result codes, in a namespace of their own so that the
+// kernels' namespaces can take them all with one using-directive.
+inline namespace limits {
+
 // |level| (or any state) above this is an overflow of the state.
 inline constexpr double kStateLimit = 1.3407807929942597e+152;
 // A prediction above kRelativeLimit * xscale is an overflow.  Only the upper
@@ -42,6 +46,24 @@ inline constexpr int kUnusableWeights = -999;
 inline constexpr int kNotConverged = 90;  // weights usable; counts as success
 
 inline constexpr double kMissing = esf::kMissing;
+
+}  // namespace limits
+
+// Whether any of the values lies beyond `limit` in absolute value: a state
+// or derivative guard of a step.  Every comparison is made, so the guard is
+// one branch.
+template <class... D>
+[[gnu::always_inline]] inline bool beyond(double limit, D... v) noexcept {
+  return (... | (std::fabs(v) > limit));
+}
+
+// What a step that met a guard leaves: the states (or derivatives) pointed
+// to are missing, and the result is the overflow code.
+template <class... D>
+[[gnu::always_inline]] inline int overflowed(D*... p) noexcept {
+  ((*p = kMissing), ...);
+  return kOverflow;
+}
 
 // How a step meets its guards.  Checked: a guard that trips stops the step
 // at once, with its code.  Deferred: the step goes on as though no guard had

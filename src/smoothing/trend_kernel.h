@@ -17,16 +17,7 @@
 
 namespace trend {
 
-using smoothing::kBig;
-using smoothing::kErrorLimit;
-using smoothing::kMissing;
-using smoothing::kOk;
-using smoothing::kOverflow;
-using smoothing::kRelativeLimit;
-using smoothing::kSseLimit;
-using smoothing::kStateLimit;
-using smoothing::kTiny;
-using smoothing::kTooFew;
+using namespace smoothing::limits;
 
 inline bool missing(double d) noexcept { return esf::is_missing(d); }
 
@@ -132,6 +123,18 @@ struct TrendedLanes : pass::LanePeaks {
   void turn(int j) noexcept {
     l[j] = l[j] + tr[j];
     tr[j] = -tr[j];
+  }
+};
+
+// The weight arrays of the lanes record of a family with one weight w:
+// w and 1 - w by lane.
+struct OneWeightLaneArrays {
+  double w[kManyWeights];
+  double keep[kManyWeights];
+
+  void load(int j, const double* wj) noexcept {
+    w[j] = wj[0];
+    keep[j] = 1.0 - wj[0];
   }
 };
 
@@ -384,6 +387,21 @@ void smooth_lanes(const LanesInput& in, int* rc, double* mse, int width, Checked
       mse[j] = sse[j] / static_cast<double>(nobs);
     }
   }
+}
+
+// smooth_lanes of a family with the update in lanes U, checked by the
+// family's lanes record L for pass::smooth_many, which gives
+//   void load(int j, const double* w)   the U::kWeights weights of lane j
+//   void start(int count, double level, double trend)
+//                                       every lane's start state
+template <class U, class L>
+void smooth_family(const LanesInput& in, int* rc, double* mse, int width) noexcept {
+  smooth_lanes<U>(in, rc, mse, width, [&](int* rc_out, double* mse_out) {
+    L lanes;
+    for (int j = 0; j < in.count; ++j) lanes.load(j, in.w + U::kWeights * j);
+    lanes.start(in.count, in.level, in.trend);
+    pass::smooth_many(lanes, in.x, in.misflg, in.xscale, in.n, in.count, rc_out, mse_out);
+  });
 }
 
 }  // namespace trend
