@@ -159,7 +159,7 @@ TEST_F(HostTable, TimeIdsAreWrittenAsTheLibrefSays) {
 // aborted table is never there to take.
 TEST_F(HostTable, MemoryTableIsTakenOnceByItsOwnThread) {
   esf::host::assign_memory_libref("OUT");
-  for (const char* mem : {"Gone", "Fcst"}) {
+  for (const char* mem : {"Gone", "Fcst", "Next"}) {
     const bool abort = mem[0] == 'G';
     XO_PARMS xoparm;
     ASSERT_EQ(open_output(mem, &xoparm), 0);
@@ -193,6 +193,10 @@ TEST_F(HostTable, MemoryTableIsTakenOnceByItsOwnThread) {
   EXPECT_EQ(std::bit_cast<std::uint64_t>(t->columns[1][1]), std::bit_cast<std::uint64_t>(kDotA));
   EXPECT_FALSE(esf::host::take_memory_table("OUT.FCST"));
   EXPECT_FALSE(esf::host::take_memory_table("OUT.GONE"));
+  // Taking one table leaves the others of the thread in place.
+  const std::optional<esf::host::MemoryTable> next = esf::host::take_memory_table("OUT.NEXT");
+  ASSERT_TRUE(next);
+  EXPECT_EQ(next->rows(), 600u);
 }
 
 // Rows handed over in one call (xyvputn, columns read with strides) make the
