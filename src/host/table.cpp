@@ -163,10 +163,8 @@ int fail(int rc, std::string detail) {
   return rc;
 }
 
-// The bytes of a file's text gathered before they are written, and the
-// most variables whose rows xyvputn stores straight into the columns.
+// The bytes of a file's text gathered before they are written.
 constexpr std::size_t kFileChunk = 1 << 16;
-constexpr std::size_t kMaxRowColumns = 64;
 
 std::string format_value(double v) {
   char text[esf::host::kMaxTableValueChars];
@@ -730,28 +728,39 @@ int xyvputn(ptr xvp, XO_PARMS* xoparm, long nrows, const double* const* first, c
   Table& t = *table_of(xvp);
   if (!t.output || t.state != Table::State::Defined) return kTableState;
   const std::size_t n = t.slots.size();
-  if (t.in_memory && g_writes_before_failure.load() < 0 && nrows > 0 && n <= kMaxRowColumns) {
-    // No record can fail: the values go straight into the columns, a row
-    // at a time (the rows of the caller's buffer are read in order), and
-    // the last row stays the record an add repeats.
+  if (t.in_memory && g_writes_before_failure.load() < 0 && nrows > 0) {
+    // No record can fail: the values go straight into the columns, two
+    // columns at a time, and the last row stays the record an add repeats.
     const auto rows = static_cast<std::size_t>(nrows);
-    double* to[kMaxRowColumns];
-    const double* from[kMaxRowColumns];
-    for (std::size_t j = 0; j < n; ++j) {
+    auto column = [&](std::size_t j) {
       std::vector<double>& c = t.columns[j];
       const std::size_t at = c.size();
       if (c.capacity() < at + rows) c.reserve(std::max(at + rows, 2 * c.capacity()));
       c.resize(at + rows);
-      to[j] = c.data() + at;
-      from[j] = first[j];
-    }
-    for (std::size_t i = 0; i < rows; ++i) {
-      for (std::size_t j = 0; j < n; ++j) {
-        to[j][i] = *from[j];
-        from[j] += stride[j];
+      return c.data() + at;
+    };
+    std::size_t j = 0;
+    for (; j + 1 < n; j += 2) {
+      double* to0 = column(j);
+      double* to1 = column(j + 1);
+      const double* from0 = first[j];
+      const double* from1 = first[j + 1];
+      const long step0 = stride[j];
+      const long step1 = stride[j + 1];
+      for (std::size_t i = 0; i < rows; ++i) {
+        to0[i] = *from0;
+        to1[i] = *from1;
+        from0 += step0;
+        from1 += step1;
       }
     }
-    for (std::size_t j = 0; j < n; ++j) t.record[j] = to[j][rows - 1];
+    if (j < n) {
+      double* to = column(j);
+      const double* from = first[j];
+      const long step = stride[j];
+      for (std::size_t i = 0; i < rows; ++i, from += step) to[i] = *from;
+    }
+    for (j = 0; j < n; ++j) t.record[j] = t.columns[j].back();
     return 0;
   }
   int last = 0;

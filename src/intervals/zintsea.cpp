@@ -136,9 +136,15 @@ int fixed_season_count(const INTERVAL& iv, const CycleRow& row) {
   return 0;
 }
 
-// Text of the interval `code`, with the DT prefix for datetime values.
+// Text of the interval `code`, with the DT prefix for datetime values, cut
+// to `size` - 1 characters and terminated.
 void cycle_name(int code, char units, char* text, std::size_t size) {
-  std::snprintf(text, size, "%s%s", units == kUnitsDatetime ? "DT" : "", interval_base_name(code));
+  if (size == 0) return;
+  std::size_t len = 0;
+  for (const char* part : {units == kUnitsDatetime ? "DT" : "", interval_base_name(code)}) {
+    for (; *part != '\0' && len + 1 < size; ++part) text[len++] = *part;
+  }
+  text[len] = '\0';
 }
 
 // Answer of a failed search: the cycle record cleared, no seasons.
