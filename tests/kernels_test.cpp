@@ -18,6 +18,7 @@
 #include "smoothing/esdsubs.h"
 #include "smoothing/essfit.h"
 #include "smoothing/esssubs.h"
+#include "support/pass_compare.h"
 #include "support/smooth_model.h"
 
 namespace {
@@ -326,6 +327,36 @@ TEST_F(Kernel, SeasonalForecastsWithoutObservationRowsStartAtSeasonZero) {
     EXPECT_EQ(rows[8 * k + 1], 10.0 + f[k % 3]);
     EXPECT_EQ(rows[8 * k + 6], 10.0);
   }
+}
+
+// The derivative passes' lanes on every instruction set the processor has
+// give the bits of the checked scalar pass wherever no guard tripped, over
+// missing observations and alternating signs too; weights outside the
+// bounds and a series near the limits trip the guards.
+TEST_F(Kernel, SeasonalDerivativeLanesGiveTheBitsOfTheCheckedPass) {
+  std::vector<double> gaps = example_series("AirPassengers.csv");
+  gaps[5] = gaps[40] = gaps[143] = kNaN;
+  std::vector<double> alternating = example_series("UKgas.csv");
+  for (std::size_t t = 0; t < alternating.size(); t += 2) alternating[t] = -alternating[t];
+  std::vector<double> big = example_series("USAccDeaths.csv");
+  for (double& v : big) v *= 1e150;
+  const double weights[][2] = {{0.3, 0.2},     {0.8, 0.05}, {0.05, 0.9}, {0.4, 0.0},
+                               {0.999, 0.001}, {1.6, 0.5},  {-0.3, 1.7}};
+  const bool avx = __builtin_cpu_supports("avx");
+  int count[2] = {};
+  for (const auto& [x, ns] : {std::pair{gaps, 12}, std::pair{alternating, 4}, std::pair{big, 12}}) {
+    Model m(x, 2);
+    m.seasons(ns);
+    ASSERT_EQ(zesssvi(m->ts.x, m->ts.misflg, m->ts.nobs, ns, 0, 1, &m->svi.level, m->svi.sfactor), 0);
+    for (const int isa : {1, avx ? 2 : 1}) {
+      for (const auto& w : weights) {
+        pass_test::expect_lanes_give_scalar_bits<ess::FactorUpdate, 2>(m.get(), ns, {m->svi.level, 0.0, {}}, w, isa,
+                                                                       count);
+      }
+    }
+  }
+  EXPECT_GT(count[0], 0);
+  EXPECT_GT(count[1], 0);
 }
 
 TEST_F(Kernel, SeasonalStabilityRegion) {

@@ -24,6 +24,7 @@
 #include "smoothing/winfit.h"
 #include "smoothing/winsubs.h"
 #include "support/method_session.h"
+#include "support/pass_compare.h"
 #include "support/smooth_model.h"
 #include "support/trend_session.h"
 
@@ -229,48 +230,6 @@ TEST(WinForecast, MultiplicativeVarianceScalesByTheFactorRatios) {
             zwincla(w.a, w.g, w.c, ns, 2.0, ns + 1, 0.05, nullptr));
 }
 
-// The unchecked derivative passes of triple w on the lanes of instruction
-// set `isa` against the checked scalar pass: the same bits wherever they
-// report no guard tripped (the forward pass: and its sums are small enough
-// to be exact).  Counts the passes that tripped and those compared.
-template <bool kAdditive>
-void expect_derivative_lanes(const WINMODEL* m, int ns, const double* w, int isa, int* count) {
-  using S = win::DerivativeStep<kAdditive>;
-  struct Run {
-    std::vector<double> arrays;  // the factors and their three derivative arrays
-    typename S::State st;
-    double sums[10] = {};
-    long nmiss = 0;
-    bool tripped = false;
-    int rc = 0;
-  } lanes, scalar;
-  const pass::DerivativeSeries in{m->ts.x, m->ts.misflg, m->ts.nobs, 1e300};
-  auto step = [&](Run& r) {
-    r.arrays.assign(m->svi.sfactor, m->svi.sfactor + ns);
-    r.arrays.resize(4 * ns, 0.0);
-    r.st = {m->svi.level, m->svi.trend, 0.0, {}, {}};
-    double* a = r.arrays.data();
-    return S{m->ts.scodes, ns, m->ts.descstats.norm, {w[0], w[1], w[2]}, a, {a + ns, a + 2 * ns, a + 3 * ns}};
-  };
-  for (const bool forward : {false, true}) {
-    lanes.rc = win::FactorUpdate<kAdditive>::unchecked(step(lanes), forward, in, lanes.st, lanes.sums, &lanes.nmiss,
-                                                       &lanes.tripped, isa);
-    scalar.rc =
-        forward ? pass::derivative_run<S, true, true>(step(scalar), in, scalar.st, scalar.sums, &scalar.nmiss,
-                                                      &scalar.tripped)
-                : pass::derivative_run<S, false, true>(step(scalar), in, scalar.st, nullptr, nullptr, &scalar.tripped);
-    if (lanes.tripped || (forward && !pass::unchecked_sums_are_exact<10>(lanes.sums))) {
-      ++count[0];
-      continue;
-    }
-    ++count[1];
-    EXPECT_EQ(lanes.rc, scalar.rc) << isa;
-    EXPECT_EQ(std::memcmp(&lanes.st, &scalar.st, sizeof lanes.st), 0) << isa << " " << forward;
-    EXPECT_EQ(std::memcmp(lanes.arrays.data(), scalar.arrays.data(), 4 * ns * sizeof(double)), 0) << isa;
-    EXPECT_EQ(std::memcmp(lanes.sums, scalar.sums, sizeof lanes.sums), 0) << isa;
-  }
-}
-
 // The side-by-side passes in every lane width (the widest the processor has,
 // one triple at a time, SSE2 lanes) give every triple the return code and
 // the bits of its own pass, also where guards trip; the family suite runs
@@ -319,8 +278,14 @@ TEST(WinKernel, SideBySidePassesInEveryLaneWidth) {
     const bool avx = __builtin_cpu_supports("avx"), avx512 = __builtin_cpu_supports("avx512vl");
     for (const int isa : {1, avx ? 2 : 1, avx512 ? 3 : 1}) {
       for (int j = 0; j < count; ++j) {
-        if (additive) expect_derivative_lanes<true>(m.get(), ns, &w[3 * j], isa, lane_passes);
-        if (!additive) expect_derivative_lanes<false>(m.get(), ns, &w[3 * j], isa, lane_passes);
+        const double* wj = &w[3 * j];
+        if (additive) {
+          pass_test::expect_lanes_give_scalar_bits<win::FactorUpdate<true>, 3>(
+              m.get(), ns, {m->svi.level, m->svi.trend, 0.0, {}, {}}, wj, isa, lane_passes);
+        } else {
+          pass_test::expect_lanes_give_scalar_bits<win::FactorUpdate<false>, 3>(
+              m.get(), ns, {m->svi.level, m->svi.trend, 0.0, {}, {}}, wj, isa, lane_passes);
+        }
       }
     }
   }

@@ -91,7 +91,7 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family>, KernelGrid<Fam
   // when their factors fit on the stack; else one whole-series pass each.
   static constexpr int kLaneSeasons = 64;
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
-                           double* mse) {
+                           double* mse, int width = 0) {
     const int ns = model->ts.nseasons;
     if (ns > kLaneSeasons) {
       for (int k = 0; k < kGridRows; ++k) {
@@ -105,7 +105,7 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family>, KernelGrid<Fam
     trend::evaluate_eligible<2>(
         w, eligible, kGridRows, rc, mse, [&](const double* lane_w, int count, int* lane_rc, double* lane_mse) {
           ess::smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns, lane_w, count,
-                           model->svi.level, model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse);
+                           model->svi.level, model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse, width);
         });
   }
 

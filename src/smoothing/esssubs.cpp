@@ -38,30 +38,34 @@ using pass::lanes::V2;
 // The derivative passes' lanes (smoothing/factor_lanes.h): ess::point and
 // ess::point_derivative with the derivatives by the two weights in the two
 // lanes of a vector.  The level's derivatives, the longest chain from step
-// to step, stay scalar: a vector would lengthen that chain by its moves
-// between lanes.
+// to step, run in a vector of their own, lane 0 (by wlevel) on the chain
+// with no move between lanes.  The guards keep their extremes in two vectors
+// of four: the magnitudes of the four derivatives, and those of the level
+// and the factor beside the prediction (twice).
 struct DerivativeLanes {
   using V = V2;
+  using V4 = pass::lanes::V4;
+  using M4 = pass::lanes::M4;
   using Update = ess::FactorUpdate;
   static constexpr int kWeightOfLane[2] = {0, 1};
   static constexpr int kValueOfLane[2] = {0, 1};
   struct State {
     double level;
     double xhat;
-    double dl0;  // d level / d wlevel
-    double dl1;  // d level / d wseason
+    V dl;  // d level / d wlevel, d wseason
   };
   struct Peaks {
-    double state = 0.0;      // |level|, |factor| before a step
-    double pred = -DBL_MAX;  // the prediction
-    V derivatives = {};      // |derivative| before a step
+    V4 state = {0.0, 0.0, -DBL_MAX, -DBL_MAX};  // |level|, |factor|, the prediction
+    V4 derivatives = {};                        // |derivative| before a step
   };
-  static void load(const Update::State& u, State& s) noexcept { s = State{u.level, u.xhat, u.derlev[0], u.derlev[1]}; }
+  static void load(const Update::State& u, State& s) noexcept {
+    s = State{u.level, u.xhat, V{u.derlev[0], u.derlev[1]}};
+  }
   static void store(const State& s, Update::State& u) noexcept {
     u.level = s.level;
     u.xhat = s.xhat;
-    u.derlev[0] = s.dl0;
-    u.derlev[1] = s.dl1;
+    u.derlev[0] = s.dl[0];
+    u.derlev[1] = s.dl[1];
   }
   static double prediction(const State& s, double factor) noexcept { return s.level + factor; }
 
@@ -73,27 +77,29 @@ struct DerivativeLanes {
       : wl(step.w[0]), ws(step.w[1]), u(1.0 - wl), v(1.0 - ws), upper(step.xscale * kRelativeLimit) {}
 
   bool tripped(const Peaks& pk) const noexcept {
-    return pk.state > kStateLimit || pk.pred > upper || pass::lanes::any_above(pk.derivatives, kErrorLimit);
+    return pk.state[0] > kStateLimit || pk.state[1] > kStateLimit || pk.state[2] > upper ||
+           pass::lanes::any_above(pk.derivatives, kErrorLimit);
   }
 
   [[gnu::always_inline]] void step(State& s, double* factor, V* dsp, double x, V& d, double& e,
                                    Peaks& pk) const noexcept {
-    using pass::lanes::keep_max;
     const double ll = s.level;
     const double ls = *factor;
-    const V dl = {s.dl0, s.dl1};
+    const V dl = s.dl;
     const V ds = *dsp;
-    pass::lanes::keep_max_magnitude(pk.derivatives, dl);
-    pass::lanes::keep_max_magnitude(pk.derivatives, ds);
-    keep_max(pk.state, std::fabs(ll));
-    keep_max(pk.state, std::fabs(ls));
+    pass::lanes::keep_max_magnitude(pk.derivatives, __builtin_shufflevector(dl, ds, 0, 1, 2, 3));
     const double xhat = ll + ls;
-    keep_max(pk.pred, xhat);
+    // The prediction keeps its sign: the mask clears the sign bits of the
+    // level and the factor alone.
+    const V4 guarded = {ll, ls, xhat, xhat};
+    const M4 mask = {0x7fffffffffffffffLL, 0x7fffffffffffffffLL, -1LL, -1LL};
+    const V4 magnitudes = reinterpret_cast<V4>(reinterpret_cast<M4>(guarded) & mask);
+    pk.state = pk.state < magnitudes ? magnitudes : pk.state;
     const double cl = (x - ls) * wl + ll * u;
     const double cs = (x - cl) * ws + ls * v;
-    const double nl0 = u * s.dl0 + x - wl * ds[0] - ll - ls;
-    const double nl1 = u * s.dl1 - wl * ds[1];
-    const V nl = {nl0, nl1};
+    // Lane 1 adds -0 and subtracts +0 where lane 0 adds x and subtracts the
+    // level and the factor: each leaves it as it is, to the bit.
+    const V nl = (((u * dl + V{x, -0.0}) - wl * ds) - V{ll, 0.0}) - V{ls, 0.0};
     V nds = v * ds;
     nds[1] = ((nds[1] + x) - cl) - ls;
     nds = nds - ws * nl;
@@ -101,8 +107,7 @@ struct DerivativeLanes {
     e = xhat - x;
     s.level = cl;
     s.xhat = xhat;
-    s.dl0 = nl0;
-    s.dl1 = nl1;
+    s.dl = nl;
     *factor = cs;
     *dsp = nds;
   }
@@ -122,10 +127,12 @@ __attribute__((target("avx"))) int derivative_lanes_avx(const pass::FactorStep<2
 #endif
 
 int ess::FactorUpdate::unchecked(const pass::FactorStep<2, FactorUpdate>& step, bool forward,
-                                 const pass::DerivativeSeries& in, State& s, double* sums, long* nmiss,
-                                 bool* tripped) noexcept {
+                                 const pass::DerivativeSeries& in, State& s, double* sums, long* nmiss, bool* tripped,
+                                 int isa) noexcept {
 #if defined(__x86_64__)
-  if (pass::lanes::has_avx()) return derivative_lanes_avx(step, forward, in, s, sums, nmiss, tripped);
+  if ((isa == 0 || isa == 2) && pass::lanes::has_avx()) {
+    return derivative_lanes_avx(step, forward, in, s, sums, nmiss, tripped);
+  }
 #endif
   return pass::lanes::unchecked_pass(DerivativeLanes(step), step, forward, in, s, sums, nmiss, tripped);
 }
@@ -244,9 +251,109 @@ int zessstd(double* xpxdiag, double mse, long nobs, double* parms, double* stder
 
 }  // extern "C"
 
+namespace {
+
+struct GridInput {
+  const double* x;
+  const char* misflg;
+  long n;
+  int nseasons;
+  const int* scodes;
+  const double* w;  // wlevel, wseason of each pair
+  int count;
+  double level;
+  const double* sfactor;
+  double* work;
+};
+
+// The pairs kWidth to a vector V: the update of ess::point on every lane,
+// with the extremes of its guards kept as pass::smooth_many keeps them, into
+// `out` (lanes past count repeat pair 0).
+template <class V, int kWidth>
+[[gnu::always_inline]] inline void grid_lanes(const GridInput& in, pass::LanePeaks& out) noexcept {
+  using M = pass::lanes::MaskOf<V>;
+  constexpr int kGroups = ess::kManyPairs / kWidth;
+  const int groups = (in.count + kWidth - 1) / kWidth;
+  const long lanes = static_cast<long>(groups) * kWidth;
+  V wl[kGroups], ws[kGroups], keep_l[kGroups], keep_s[kGroups], l[kGroups];
+  V sse[kGroups], peak_state[kGroups], peak_pred[kGroups], peak_e[kGroups], peak_sse[kGroups];
+  for (int g = 0; g < groups; ++g) {
+    for (int i = 0; i < kWidth; ++i) {
+      const int lane = g * kWidth + i;
+      const int j = lane < in.count ? lane : 0;
+      wl[g][i] = in.w[2 * j];
+      ws[g][i] = in.w[2 * j + 1];
+    }
+    keep_l[g] = 1.0 - wl[g];
+    keep_s[g] = 1.0 - ws[g];
+    l[g] = V{} + in.level;
+    sse[g] = V{};
+    peak_state[g] = V{};
+    peak_pred[g] = V{} - DBL_MAX;
+    peak_e[g] = V{};
+    peak_sse[g] = V{};
+  }
+  for (int s = 0; s < in.nseasons; ++s) {
+    for (long j = 0; j < lanes; ++j) in.work[s * lanes + j] = in.sfactor[s];
+  }
+  const M abs_mask = M{} + 0x7fffffffffffffffLL;
+#define ESF_ABS(v) (reinterpret_cast<V>(reinterpret_cast<M>(v) & abs_mask))
+#define ESF_MAX(a, b) ((a) < (b) ? (b) : (a))  // std::max, lane by lane
+  for (int pass = 0; pass < 2; ++pass) {
+    const bool forward = pass == 1;
+    for (long k = 0; k < in.n; ++k) {
+      const long t = forward ? k : in.n - 1 - k;
+      if (in.misflg[t]) continue;  // no state changes
+      const V xv = V{} + in.x[t];
+      double* f = in.work + in.scodes[t] * lanes;
+      for (int g = 0; g < groups; ++g) {
+        const V lg = l[g];
+        V fg;
+        std::memcpy(&fg, f + g * kWidth, sizeof fg);
+        peak_state[g] = ESF_MAX(peak_state[g], ESF_MAX(ESF_ABS(lg), ESF_ABS(fg)));
+        const V xhat = lg + fg;
+        peak_pred[g] = ESF_MAX(peak_pred[g], xhat);
+        const V cl = (xv - fg) * wl[g] + lg * keep_l[g];
+        const V cs = (xv - cl) * ws[g] + fg * keep_s[g];
+        std::memcpy(f + g * kWidth, &cs, sizeof cs);
+        l[g] = cl;
+        if (forward) {
+          const V e = xhat - xv;
+          peak_e[g] = ESF_MAX(peak_e[g], ESF_ABS(e));
+          peak_sse[g] = ESF_MAX(peak_sse[g], sse[g]);
+          sse[g] = sse[g] + e * e;
+        }
+      }
+    }
+  }
+#undef ESF_MAX
+#undef ESF_ABS
+  for (int j = 0; j < in.count; ++j) {
+    const int g = j / kWidth, i = j % kWidth;
+    out.sse[j] = sse[g][i];
+    out.peak_state[j] = peak_state[g][i];
+    out.peak_pred[j] = peak_pred[g][i];
+    out.peak_e[j] = peak_e[g][i];
+    out.peak_sse[j] = peak_sse[g][i];
+  }
+}
+
+// Two lanes to a vector: SSE2, which every x86-64 processor has (elsewhere
+// the compiler maps the vectors on what the processor has).
+void grid_lanes_2(const GridInput& in, pass::LanePeaks& out) noexcept { grid_lanes<V2, 2>(in, out); }
+
+#if defined(__x86_64__)
+// Four lanes to a vector, for processors with AVX, chosen at run time.
+__attribute__((target("avx"))) void grid_lanes_4(const GridInput& in, pass::LanePeaks& out) noexcept {
+  grid_lanes<pass::lanes::V4, 4>(in, out);
+}
+#endif
+
+}  // namespace
+
 void ess::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons, const double* w,
                       int count, double level, const double* sfactor, const int* scodes, double* work, int* rc,
-                      double* mse) {
+                      double* mse, int width) {
   Lanes lanes;
   for (int j = 0; j < count; ++j) {
     lanes.wl[j] = w[2 * j];
@@ -254,6 +361,21 @@ void ess::smooth_many(const double* x, const char* misflg, double xscale, long n
     lanes.keep_l[j] = 1.0 - lanes.wl[j];
     lanes.keep_s[j] = 1.0 - lanes.ws[j];
     lanes.l[j] = level;
+  }
+  if (width != 1 && n >= 1 && count >= 1) {
+    const GridInput in{x, misflg, n, nseasons, scodes, w, count, level, sfactor, work};
+#if defined(__x86_64__)
+    if ((width == 0 || width == 4) && pass::lanes::has_avx()) {
+      grid_lanes_4(in, lanes);
+    } else
+#endif
+    {
+      grid_lanes_2(in, lanes);
+    }
+    long nmiss = 0;
+    for (long t = 0; t < n; ++t) nmiss += misflg[t] != 0;
+    pass::many_results(lanes, xscale, n - nmiss, count, rc, mse);
+    return;
   }
   for (int s = 0; s < nseasons; ++s) {
     for (int j = 0; j < count; ++j) work[s * count + j] = sfactor[s];

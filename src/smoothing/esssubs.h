@@ -185,8 +185,11 @@ struct FactorUpdate {
                                            double* ds, double* wder, Guards& guards) noexcept {
     return point_derivative(value, w[0], w[1], before.level, s.level, lseason, s.derlev, ds, wder, guards);
   }
+  // isa picks the lanes' instruction set, for the tests that hold them to
+  // the checked pass: 1 SSE2, 2 AVX (where the processor has it); 0 the
+  // widest the processor has.
   static int unchecked(const pass::FactorStep<2, FactorUpdate>& step, bool forward, const pass::DerivativeSeries& in,
-                       State& s, double* sums, long* nmiss, bool* tripped) noexcept;
+                       State& s, double* sums, long* nmiss, bool* tripped, int isa = 0) noexcept;
 };
 
 // One observation of the estimation's derivative passes (the step record of
@@ -311,11 +314,14 @@ struct Lanes : pass::LanePeaks {
 // pair), each from the same start level and factors: rc[j] and mse[j] are
 // what zesssmo gives the pair j on copies of `level` and `sfactor`.  The
 // pairs run side by side through one loop over the series, so that the grid
-// of the estimation costs one pass instead of twenty.  `work` holds
-// count * nseasons doubles, the factors of every pair.
+// of the estimation costs one pass instead of twenty: in SIMD lanes of the
+// given width (0 the widest the processor has, 2 or 4), or one pair after
+// another (width 1).  `work` holds the factors of every pair, count rounded
+// up to a multiple of four times nseasons doubles.
 inline constexpr int kManyPairs = 32;
 void smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons, const double* w, int count,
-                 double level, const double* sfactor, const int* scodes, double* work, int* rc, double* mse);
+                 double level, const double* sfactor, const int* scodes, double* work, int* rc, double* mse,
+                 int width = 0);
 
 }  // namespace ess
 #endif

@@ -362,6 +362,26 @@ struct alignas(64) LanePeaks {
   double peak_sse[kManyWeights];    // largest sse before an addition
 };
 
+// rc[j] and mse[j] of the side-by-side pass from the sums and the extremes
+// the loops left in `lanes`, over nobs observations.
+template <class L>
+inline void many_results(const L& lanes, double xscale, long nobs, int count, int* rc, double* mse) noexcept {
+  const double upper = xscale * kRelativeLimit;
+  for (int j = 0; j < count; ++j) {
+    rc[j] = kOk;
+    mse[j] = kMissing;
+    if (lanes.unusable(j) || lanes.peak_state[j] > kStateLimit || lanes.peak_pred[j] > upper ||
+        lanes.peak_e[j] > kErrorLimit || lanes.peak_sse[j] > kSseLimit) {
+      rc[j] = kOverflow;
+    } else if (nobs < 1) {
+      rc[j] = kTooFew;
+    } else {
+      const bool missing_sse = L::kMissingSseIsMissing && esf::is_missing(lanes.sse[j]);
+      mse[j] = missing_sse ? kMissing : lanes.sse[j] / static_cast<double>(nobs);
+    }
+  }
+}
+
 // z..smo for `count` lanes (count <= kManyWeights) loaded with their weights
 // and one start state, without the smoothed and row outputs: rc[j] and
 // mse[j] are what z..smo gives for lane j.
@@ -385,7 +405,6 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
     }
     return;
   }
-  const double upper = xscale * kRelativeLimit;
   double* sse = lanes.sse;
   double* peak_state = lanes.peak_state;
   double* peak_pred = lanes.peak_pred;
@@ -444,20 +463,7 @@ inline void smooth_many(L& lanes, const double* x, const char* misflg, double xs
     }
   }
 
-  const long nobs = n - nmiss;
-  for (int j = 0; j < count; ++j) {
-    rc[j] = kOk;
-    mse[j] = kMissing;
-    if (lanes.unusable(j) || peak_state[j] > kStateLimit || peak_pred[j] > upper || peak_e[j] > kErrorLimit ||
-        peak_sse[j] > kSseLimit) {
-      rc[j] = kOverflow;
-    } else if (nobs < 1) {
-      rc[j] = kTooFew;
-    } else {
-      const bool missing_sse = L::kMissingSseIsMissing && esf::is_missing(sse[j]);
-      mse[j] = missing_sse ? kMissing : sse[j] / static_cast<double>(nobs);
-    }
-  }
+  many_results(lanes, xscale, n - nmiss, count, rc, mse);
 }
 
 // ---------------------------------------------------------------------------

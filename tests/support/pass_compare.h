@@ -82,4 +82,53 @@ int expect_same_passes(WINMODEL* m, const double* x, const char* misflg, long n,
   return stopped;
 }
 
+// The unchecked derivative passes of the weights w on the lanes of
+// instruction set `isa` (U::unchecked, P weights) against the checked scalar
+// pass, each pass from the start values of m and the state `start`: the same
+// bits wherever the lanes report no guard tripped (the forward pass: and its
+// sums are small enough to be exact).  Counts the passes that tripped
+// (count[0]) and those compared (count[1]).
+template <class U, int P>
+void expect_lanes_give_scalar_bits(const WINMODEL* m, int ns, const typename U::State& start, const double* w, int isa,
+                                   int* count) {
+  using S = pass::FactorStep<P, U>;
+  constexpr int nx = (P + 1) * (P + 2) / 2;
+  struct Run {
+    std::vector<double> arrays;  // the factors and their P derivative arrays
+    typename S::State st;
+    double sums[nx] = {};
+    long nmiss = 0;
+    bool tripped = false;
+    int rc = 0;
+  } lanes, scalar;
+  const pass::DerivativeSeries in{m->ts.x, m->ts.misflg, m->ts.nobs, 1e300};
+  auto step = [&](Run& r) {
+    r.arrays.assign(m->svi.sfactor, m->svi.sfactor + ns);
+    r.arrays.resize((P + 1) * ns, 0.0);
+    r.st = start;
+    S s{m->ts.scodes, ns, m->ts.descstats.norm, {}, r.arrays.data(), {}};
+    for (int i = 0; i < P; ++i) {
+      s.w[i] = w[i];
+      s.dersea[i] = r.arrays.data() + (i + 1) * ns;
+    }
+    return s;
+  };
+  for (const bool forward : {false, true}) {
+    lanes.rc = U::unchecked(step(lanes), forward, in, lanes.st, lanes.sums, &lanes.nmiss, &lanes.tripped, isa);
+    scalar.rc =
+        forward ? pass::derivative_run<S, true, true>(step(scalar), in, scalar.st, scalar.sums, &scalar.nmiss,
+                                                      &scalar.tripped)
+                : pass::derivative_run<S, false, true>(step(scalar), in, scalar.st, nullptr, nullptr, &scalar.tripped);
+    if (lanes.tripped || (forward && !pass::unchecked_sums_are_exact<nx>(lanes.sums))) {
+      ++count[0];
+      continue;
+    }
+    ++count[1];
+    EXPECT_EQ(lanes.rc, scalar.rc) << isa;
+    EXPECT_EQ(std::memcmp(&lanes.st, &scalar.st, sizeof lanes.st), 0) << isa << " " << forward;
+    EXPECT_EQ(std::memcmp(lanes.arrays.data(), scalar.arrays.data(), (P + 1) * ns * sizeof(double)), 0) << isa;
+    EXPECT_EQ(std::memcmp(lanes.sums, scalar.sums, sizeof lanes.sums), 0) << isa;
+  }
+}
+
 }  // namespace pass_test
