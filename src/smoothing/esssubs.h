@@ -127,17 +127,9 @@ inline int point(double x, double xscale, double wlevel, double wseason, double*
   using namespace smoothing;
   const double llevel = *level;
   const double lseason = sfactor[scode];
-  if (guards.trips((std::fabs(llevel) > kStateLimit) | (std::fabs(lseason) > kStateLimit))) {
-    *level = kMissing;
-    sfactor[scode] = kMissing;
-    return kOverflow;
-  }
+  if (guards.trips(beyond(kStateLimit, llevel, lseason))) return overflowed(level, &sfactor[scode]);
   *xhat = llevel + lseason;
-  if (guards.trips(*xhat > xscale * kRelativeLimit)) {
-    *level = kMissing;
-    sfactor[scode] = kMissing;
-    return kOverflow;
-  }
+  if (guards.trips(*xhat > xscale * kRelativeLimit)) return overflowed(level, &sfactor[scode]);
   *e = *xhat - x;
   const double clevel = (x - lseason) * wlevel + llevel * (1.0 - wlevel);
   const double cseason = (x - clevel) * wseason + lseason * (1.0 - wseason);
@@ -154,11 +146,8 @@ inline int point_derivative(double x, double wlevel, double wseason, double llev
   const double b = derlev[1];
   const double c = dersea[0];
   const double d = dersea[1];
-  if (guards.trips((std::fabs(a) > kErrorLimit) | (std::fabs(b) > kErrorLimit) | (std::fabs(c) > kErrorLimit) |
-                   (std::fabs(d) > kErrorLimit))) {
-    derlev[0] = derlev[1] = kMissing;
-    dersea[0] = dersea[1] = kMissing;
-    return kOverflow;
+  if (guards.trips(beyond(kErrorLimit, a, b, c, d))) {
+    return overflowed(&derlev[0], &derlev[1], &dersea[0], &dersea[1]);
   }
   const double u = 1.0 - wlevel;
   const double v = 1.0 - wseason;
