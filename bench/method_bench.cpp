@@ -21,18 +21,23 @@
 // BM_Methods counts the CPU time of its thread; the others' CPU column is
 // the one to read on a shared machine.  Run from a Release build.
 //
-// Run on 2 shared cores with a load average of 7, Release, 2026-11-24, CPU
-// time in microseconds (medians of 5; methods and kernels from one run):
+// Run on 2 shared cores with a load average of 1 to 5, Release, 2026-11-24,
+// CPU time in microseconds (medians of 5; methods and kernels from one run):
 //
 //   model             methods  kernels  table to memory
-//   simple               8.2      3.0        2.1
-//   double              17.7     12.3        2.2
-//   linear              17.0     11.9        2.2
-//   damped              23.6     18.0        2.2
-//   seasonal            55.0     47.8        2.2
-//   winters             39.7     32.7        2.3
-//   winters-additive    48.7     41.7        2.3
+//   simple               6.4      2.5        1.6
+//   double              15.4     11.4        1.7
+//   linear              12.8      8.9        1.7
+//   damped              18.7     14.4        1.7
+//   seasonal            45.7     39.7        1.7
+//   winters             33.5     26.1        1.7
+//   winters-additive    33.6     27.8        1.7
 //
+// The same build without the host's cheaper road (labels formatted into
+// the caller's buffer, memory tables without pre-sized columns or a map,
+// list indexes from the thread's cache, direct calls inside the host): 7.4,
+// 16.3, 13.9, 19.6, 46.8, 33.6, 35.0 through the methods, 2.1 to 2.3 for
+// the table to memory.
 // The table to memory was 4.2 before the row dates were computed for a run
 // of rows at once (calendar::aligned_run) and the rows handed to the host in
 // one call (xyvputn).  The Winters table (156 rows) as CSV text: 35.8; to a
