@@ -91,8 +91,8 @@ struct LaneUpdate : trend::OneWeightLanes {
   template <class V>
   static void step(const Weights<V>& w, const V& x, V& l, V&, V& xhat, V& hi, V& lo) noexcept {
     const V lj = l;
-    trend::raise(hi, lj);
-    trend::lower(lo, lj);
+    trend::keep_max(hi, lj);
+    trend::keep_min(lo, lj);
     l = x * w.w + lj * w.keep;
     xhat = lj;
   }
