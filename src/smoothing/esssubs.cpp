@@ -336,6 +336,14 @@ template <class V, int kWidth>
   }
 }
 
+// What the grid in lanes leaves for pass::many_results: the extremes of
+// every pair and the pairs' weights, whose guard is that of ess::Lanes.
+struct GridPeaks : pass::LanePeaks {
+  static constexpr bool kMissingSseIsMissing = ess::Lanes::kMissingSseIsMissing;
+  const double* w;  // wlevel, wseason of each pair
+  bool unusable(int j) const noexcept { return ess::weights_overflow(w[2 * j], w[2 * j + 1]); }
+};
+
 // Two lanes to a vector: SSE2, which every x86-64 processor has (elsewhere
 // the compiler maps the vectors on what the processor has).
 void grid_lanes_2(const GridInput& in, pass::LanePeaks& out) noexcept { grid_lanes<V2, 2>(in, out); }
@@ -352,6 +360,23 @@ __attribute__((target("avx"))) void grid_lanes_4(const GridInput& in, pass::Lane
 void ess::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons, const double* w,
                       int count, double level, const double* sfactor, const int* scodes, double* work, int* rc,
                       double* mse, int width) {
+  if (width != 1 && n >= 1 && count >= 1) {
+    const GridInput in{x, misflg, n, nseasons, scodes, w, count, level, sfactor, work};
+    GridPeaks peaks;
+    peaks.w = w;
+#if defined(__x86_64__)
+    if ((width == 0 || width == 4) && pass::lanes::has_avx()) {
+      grid_lanes_4(in, peaks);
+    } else
+#endif
+    {
+      grid_lanes_2(in, peaks);
+    }
+    long nmiss = 0;
+    for (long t = 0; t < n; ++t) nmiss += misflg[t] != 0;
+    pass::many_results(peaks, xscale, n - nmiss, count, rc, mse);
+    return;
+  }
   Lanes lanes;
   for (int j = 0; j < count; ++j) {
     lanes.wl[j] = w[2 * j];
@@ -359,21 +384,6 @@ void ess::smooth_many(const double* x, const char* misflg, double xscale, long n
     lanes.keep_l[j] = 1.0 - lanes.wl[j];
     lanes.keep_s[j] = 1.0 - lanes.ws[j];
     lanes.l[j] = level;
-  }
-  if (width != 1 && n >= 1 && count >= 1) {
-    const GridInput in{x, misflg, n, nseasons, scodes, w, count, level, sfactor, work};
-#if defined(__x86_64__)
-    if ((width == 0 || width == 4) && pass::lanes::has_avx()) {
-      grid_lanes_4(in, lanes);
-    } else
-#endif
-    {
-      grid_lanes_2(in, lanes);
-    }
-    long nmiss = 0;
-    for (long t = 0; t < n; ++t) nmiss += misflg[t] != 0;
-    pass::many_results(lanes, xscale, n - nmiss, count, rc, mse);
-    return;
   }
   for (int s = 0; s < nseasons; ++s) {
     for (int j = 0; j < count; ++j) work[s * count + j] = sfactor[s];

@@ -589,9 +589,7 @@ void win::smooth_many(const double* x, const char* misflg, double xscale, long n
 
 double zwincla(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead, double siglev,
                double* limit) {
-  const double var = se2 * additive_factor(wlevel, wtrend, wseason, nseasons, lead);
-  if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
-  return var;
+  return pass::with_limit(se2 * additive_factor(wlevel, wtrend, wseason, nseasons, lead), siglev, limit);
 }
 
 double zwinclm(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead, double siglev,
@@ -602,9 +600,7 @@ double zwinclm(double wlevel, double wtrend, double wseason, int nseasons, doubl
     if (limit) *limit = kMissing;
     return vm;
   }
-  const double var = se2 * vm;
-  if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
-  return var;
+  return pass::with_limit(se2 * vm, siglev, limit);
 }
 
 extern "C" {
