@@ -3,8 +3,6 @@
 // frame's steps driven one at a time through the family's trait.
 #include "smoothing/frame.h"
 
-#include <unistd.h>
-
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -735,19 +733,10 @@ TEST_F(ThreeWeightBox, AtACornerTheSingleStepDecidesWhetherTheSearchEnds) {
 
 // ---- The forecast driver and the table ----------------------------------------------
 
-class SimpleForecast : public testing::Test {
+class SimpleForecast : public smooth_test::ModuleTest {
  protected:
-  void SetUp() override {
-    smooth_test::connect_module();
-    dir_ = std::filesystem::temp_directory_path() / ("es1_frame_test_" + std::to_string(::getpid()));
-    std::filesystem::create_directories(dir_);
-    esf::host::assign_libref("SMT", dir_);
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-
   std::filesystem::path file(const char* mem) const { return esf::host::table_path(std::string("SMT.") + mem); }
-
-  std::filesystem::path dir_;
+  smooth_test::ScratchLibrary lib_{"SMT", "es1_frame_test"};
 };
 
 TEST_F(SimpleForecast, WeightFallsBackOnTheEstimateAndFailuresLeaveNoTable) {
