@@ -193,31 +193,6 @@ struct Search {
   }
 };
 
-TEST(FrameSteps, AcceptedStepsNeverRaiseTheErrorAndStayInBounds) {
-  struct Case {
-    std::uint64_t seed;
-    double lo, hi;
-  };
-  const Case cases[] = {{31, 0.001, 0.999}, {32, 0.05, 0.4}, {34, 0.001, 0.2}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.seed);
-    Model m(local_level(c.seed, 70, 2.0, 2.0));
-    m.level_bounds(c.lo, c.hi);
-    set_svi(m);
-    Search s(m);
-    ASSERT_EQ(fr::grid<es1::Family>(m.get(), &s.fitcon, &s.point), 0);
-    for (int iter = 1; iter <= 99 && s.point.r > 0.0001; ++iter) {
-      const double before = s.point.mse;
-      const int rc = fr::iterate<es1::Family>(m.get(), iter, &s.fitcon, &s.point);
-      ASSERT_TRUE(rc == 0 || rc == 90);
-      EXPECT_LE(s.point.mse, before);
-      EXPECT_GE(s.point.wlevel, c.lo);
-      EXPECT_LE(s.point.wlevel, c.hi);
-      if (rc == 90) break;
-    }
-  }
-}
-
 // An improving trial lowers lambda only when it was a full step: started at
 // half a step, the same improvement raises it.
 TEST(FrameSteps, LambdaFallsOnlyAfterAnImprovingFullStep) {
