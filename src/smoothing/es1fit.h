@@ -25,7 +25,7 @@ using namespace smoothing::frame;
 //
 // One weight, the level, tried on level_grid (LevelWeightShape); one state,
 // the level.
-struct Family : FamilyDefaults, LevelWeightShape, LevelTrendPasses<Family>, KernelGrid<Family> {
+struct Family : FamilyDefaults, LevelWeightShape, DerivativePasses<Family>, KernelGrid<Family> {
   static constexpr bool kJumpOverZero = false;
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
   static long stderr_min_nobs(const WINMODEL&) { return 2; }
@@ -44,7 +44,7 @@ struct Family : FamilyDefaults, LevelWeightShape, LevelTrendPasses<Family>, Kern
     return kOk;
   }
 
-  // The derivative passes (LevelTrendPasses), which leave the trend alone. A
+  // The derivative passes (DerivativePasses), which leave the trend alone. A
   // missing observation takes the current level as its value, so that the
   // level stays where it is.
   static auto derivative_step(const Pass& pass, const double* w) {

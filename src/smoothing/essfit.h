@@ -41,7 +41,7 @@ inline void mfree(double* sfactor, int* scodes) {
 }
 
 // Two weights, level and seasonal; the states are the level and the factors.
-struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family>, KernelGrid<Family> {
+struct Family : FamilyDefaults, DerivativePasses<Family>, KernelGrid<Family> {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::season};
 
@@ -118,41 +118,11 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family>, KernelGrid<Fam
     return kOk;
   }
 
-  // A missing observation takes the prediction, level plus its season's
+  // The derivative passes (DerivativePasses) on the kernel's step record; a
+  // missing observation takes the prediction, level plus its season's
   // factor, as its value: no error, and the state stays where it is.
-  static double missing_value(const Pass& pass, const double*, long t) {
-    return pass.smooth.level + pass.smooth.sfactor[pass.scodes[t]];
-  }
-
-  // One observation at a time, as the frame's own loops take it: what the
-  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
-  // derivative_pass below) do in one call.
-  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
-    SMOOTHVALS& sm = pass.smooth;
-    const int s = pass.scodes[t];
-    const double llevel = sm.level;
-    const double lseason = sm.sfactor[s];
-    double xhat = 0.0;
-    double e = 0.0;
-    int rc = ess::point(value, pass.xscale, w[0], w[1], &sm.level, sm.sfactor, s, &xhat, &e);
-    if (rc < 0) return rc;
-    WINT_DER_SEASON& sd = pass.der.season;
-    double dersea[2] = {sd.wlevel[s], sd.wseason[s]};
-    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason, pass.der.level, dersea, wder);
-    sd.wlevel[s] = dersea[0];
-    sd.wseason[s] = dersea[1];
-    if (rc < 0) return rc;
-    sm.xhat = xhat;
-    wder[2] = e;
-    return kOk;
-  }
-
-  // The passes themselves run in the kernel's loops (pass_kernel.h, through
-  // OwnDerivativeLoops), which keep the level and its derivatives in
-  // registers.
-  template <class Run>
-  static int derivative_pass(Pass& p, const double* w, Run run) {
-    return factor_derivative_pass<Family, DerivativeStep>(p, w, run);
+  static DerivativeStep derivative_step(const Pass& pass, const double* w) {
+    return factor_step<Family, DerivativeStep>(pass, w);
   }
 
   // Between the passes the factors are centred, at the start of the series.

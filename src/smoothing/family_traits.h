@@ -11,17 +11,18 @@
 //                      Winters)
 //   TrendedFamily      the trait members of the families with the states
 //                      level and trend (linear, double, damped)
-//   LevelTrendStep,    the derivative passes of the families with a level
-//   LevelTrendPasses   and a trend (and the simple family): the step record
-//                      of their own loops, and fitobs on the same step
+//   LevelTrendStep     the step record of the derivative loops of the
+//                      families with a level and a trend (and the simple
+//                      family)
+//   factor_step        that of a seasonal family
+//   DerivativePasses   the derivative passes of every family on its step
+//                      record: the family's own loops, and fitobs and
+//                      missing_value on the same step
 //   turn_level_trend   the turn of the linear and double families, for the
 //                      states and their derivatives
 //   grid_side_by_side  grid_mse_all of a trended family from its
 //                      side-by-side pass
 //   KernelGrid         grid_mse of every family from its kernel record
-//   factor_derivative_pass
-//                      derivative_pass of a seasonal family from its step
-//                      record
 //
 // What the seasonal families share about their factors (factor_bytes,
 // copy_factors and the season-code check codes_fit) stands in frame_out.h,
@@ -145,54 +146,91 @@ LevelTrendStep<P, Point, Derive, Missing> level_trend_step(Point point, Derive d
   return {point, derive, missing};
 }
 
-// The derivative passes of a family F with a level and a trend, built on its
+// The derivative array of the factors by the weight in slot s.
+inline double* factor_derivatives(const WINT_DER_SEASON& d, Slot s) {
+  return s == Slot::level ? d.wlevel : s == Slot::trend ? d.wtrend : d.wseason;
+}
+
+// The step record S (a pass::FactorStep) of a seasonal family F for the
+// weights w: the factors of the pass and their derivative arrays by F's
+// weights.
+template <class F, class S>
+inline S factor_step(const Pass& p, const double* w) {
+  S step{p.scodes, p.nseasons, p.xscale, {}, p.smooth.sfactor, {}};
+  for (int i = 0; i < S::kWeights; ++i) {
+    step.w[i] = w[i];
+    step.dersea[i] = factor_derivatives(p.der.season, F::kSlots[i]);
+  }
+  return step;
+}
+
+// The derivative passes of a family F from the step record of its own loops
+// (pass_kernel.h: a LevelTrendStep, a pass::FactorStep), which F gives for
+// the weights of an evaluation as
 //   static auto derivative_step(const Pass&, const double* w);
-// (a LevelTrendStep with the weights and the scale of the evaluation):
-// missing_value and fitobs for the frame's loops, one observation at a
-// time, and derivative_pass for the family's own loops over the series
+// or, where the record's type depends on the model (the Winters forms),
+// hands to fn as
+//   template <class Fn> static auto with_derivative_step(const Pass&, const double* w, Fn fn);
+// The step's state (the level[, the trend], the last prediction and their
+// derivatives by each weight) is loaded from the pass record and stored
+// back: missing_value and fitobs for the frame's loops, one observation at
+// a time, and derivative_pass for the family's own loops over the series
 // (OwnDerivativeLoops), which keep the state and its derivatives in
 // registers.
 template <class F>
-struct LevelTrendPasses : pass::OwnDerivativeLoops<F> {
+struct DerivativePasses : pass::OwnDerivativeLoops<F> {
+  template <class Fn>
+  static auto on_step(const Pass& p, const double* w, Fn fn) {
+    if constexpr (requires { F::derivative_step(p, w); }) {
+      const auto step = F::derivative_step(p, w);
+      return fn(step);
+    } else {
+      return F::with_derivative_step(p, w, fn);
+    }
+  }
   template <class Step>
-  static typename Step::State state_of(const Pass& pass) {
-    typename Step::State st{pass.smooth.level, pass.smooth.trend, pass.smooth.xhat, {}, {}};
-    for (int i = 0; i < Step::kWeights; ++i) {
-      st.derlev[i] = pass.der.level[i];
-      st.dertre[i] = pass.der.trend[i];
+  static typename Step::State state_of(const Pass& p) {
+    typename Step::State st{};
+    st.level = p.smooth.level;
+    st.xhat = p.smooth.xhat;
+    for (int i = 0; i < Step::kWeights; ++i) st.derlev[i] = p.der.level[i];
+    if constexpr (requires { st.trend; }) {
+      st.trend = p.smooth.trend;
+      for (int i = 0; i < Step::kWeights; ++i) st.dertre[i] = p.der.trend[i];
     }
     return st;
   }
-  template <class State>
-  static void store(Pass& pass, const State& st) {
-    pass.smooth.level = st.level;
-    pass.smooth.trend = st.trend;
-    pass.smooth.xhat = st.xhat;
-    for (int i = 0; i < F::kNumWeights; ++i) {
-      pass.der.level[i] = st.derlev[i];
-      pass.der.trend[i] = st.dertre[i];
+  template <class Step>
+  static void store(Pass& p, const typename Step::State& st) {
+    p.smooth.level = st.level;
+    p.smooth.xhat = st.xhat;
+    for (int i = 0; i < Step::kWeights; ++i) p.der.level[i] = st.derlev[i];
+    if constexpr (requires { st.trend; }) {
+      p.smooth.trend = st.trend;
+      for (int i = 0; i < Step::kWeights; ++i) p.der.trend[i] = st.dertre[i];
     }
   }
 
-  static double missing_value(const Pass& pass, const double* w, long t) {
-    const auto step = F::derivative_step(pass, w);
-    return step.missing_value(state_of<std::remove_cvref_t<decltype(step)>>(pass), t);
+  static double missing_value(const Pass& p, const double* w, long t) {
+    return on_step(p, w, [&]<class Step>(const Step& step) { return step.missing_value(state_of<Step>(p), t); });
   }
-  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
-    const auto step = F::derivative_step(pass, w);
-    auto st = state_of<std::remove_cvref_t<decltype(step)>>(pass);
-    const int rc = step.step(st, t, value, wder);
-    store(pass, st);
-    return rc;
+  static int fitobs(Pass& p, const double* w, long t, double value, double* wder) {
+    return on_step(p, w, [&]<class Step>(const Step& step) {
+      auto st = state_of<Step>(p);
+      const int rc = step.step(st, t, value, wder);
+      store<Step>(p, st);
+      return rc;
+    });
   }
   template <class Run>
-  static int derivative_pass(Pass& pass, const double* w, Run run) {
-    const pass::DerivativeSeries series{pass.x, pass.misflg, pass.n, pass.min_nmiss};
-    const auto step = F::derivative_step(pass, w);
-    auto st = state_of<std::remove_cvref_t<decltype(step)>>(pass);
-    const int rc = run(step, series, st);
-    store(pass, st);
-    return rc;
+  static int derivative_pass(Pass& p, const double* w, Run run) {
+    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+    return on_step(p, w, [&]<class Step>(const Step& step) {
+      auto st = state_of<Step>(p);
+      const int rc = run(step, series, st);
+      store<Step>(p, st);
+      return rc;
+    });
   }
 };
 
@@ -241,38 +279,5 @@ struct KernelGrid {
     return rc;
   }
 };
-
-// derivative_pass (see pass::OwnDerivativeLoops) of a seasonal family F
-// with the step record S, a pass::FactorStep: the record from the pass and
-// the weights, with the factors' derivative arrays of F's weights; the state
-// loaded from the pass and stored back.
-template <class F, class S, class Run>
-inline int factor_derivative_pass(Pass& p, const double* w, Run run) {
-  constexpr int P = S::kWeights;
-  WINT_DER_SEASON& d = p.der.season;
-  S step{p.scodes, p.nseasons, p.xscale, {}, p.smooth.sfactor, {}};
-  for (int i = 0; i < P; ++i) {
-    step.w[i] = w[i];
-    step.dersea[i] = F::kSlots[i] == Slot::level ? d.wlevel : F::kSlots[i] == Slot::trend ? d.wtrend : d.wseason;
-  }
-  typename S::State st{};
-  st.level = p.smooth.level;
-  st.xhat = p.smooth.xhat;
-  for (int i = 0; i < P; ++i) st.derlev[i] = p.der.level[i];
-  if constexpr (requires { st.trend; }) {
-    st.trend = p.smooth.trend;
-    for (int i = 0; i < P; ++i) st.dertre[i] = p.der.trend[i];
-  }
-  const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
-  const int rc = run(static_cast<const S&>(step), series, st);
-  p.smooth.level = st.level;
-  p.smooth.xhat = st.xhat;
-  for (int i = 0; i < P; ++i) p.der.level[i] = st.derlev[i];
-  if constexpr (requires { st.trend; }) {
-    p.smooth.trend = st.trend;
-    for (int i = 0; i < P; ++i) p.der.trend[i] = st.dertre[i];
-  }
-  return rc;
-}
 
 }  // namespace smoothing::frame

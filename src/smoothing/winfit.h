@@ -41,7 +41,7 @@ using namespace smoothing::frame;
 // or 1, level and trend absorbing the difference, with their derivatives),
 // turns round and runs forward.
 
-struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivativeLoops<Family>, KernelGrid<Family> {
+struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, DerivativePasses<Family>, KernelGrid<Family> {
   // Candidate k tries entry k of the three tables.
   static constexpr double kSeasonGrid[kGridRows] = {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4, 0.4, 0.4, 0.4,
                                                     0.6, 0.2, 0.2, 0.2, 0.2, 0.8, 0.6, 0.4, 0.4, 0.6};
@@ -112,48 +112,13 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
     return kOk;
   }
 
-  // One observation at a time, as the frame's own loops take it: what the
-  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
-  // derivative_pass below) do in one call.
-  //
-  // A missing observation takes the prediction as its value, so that it has
-  // no error.
-  static double missing_value(const Pass& pass, const double*, long t) {
-    const SMOOTHVALS& s = pass.smooth;
-    const double season = s.sfactor[pass.scodes[t]];
-    return pass.additive ? s.level + s.trend + season : (s.level + s.trend) * season;
-  }
-
-  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
-    SMOOTHVALS& s = pass.smooth;
-    const int code = pass.scodes[t];
-    const double llevel = s.level;
-    const double ltrend = s.trend;
-    const double lseason = s.sfactor[code];
-    double xhat = 0.0;
-    double e = 0.0;
-    int rc = point(value, pass.xscale, pass.additive, w[0], w[1], w[2], &s.level, &s.trend, s.sfactor, code, &xhat, &e);
-    if (rc < 0) return rc;
-    WINT_DER_SEASON& d = pass.der.season;
-    double dersea[3] = {d.wlevel[code], d.wtrend[code], d.wseason[code]};
-    rc = point_derivative(value, w[0], w[1], w[2], llevel, s.level, ltrend, lseason, pass.additive, pass.der.level,
-                          pass.der.trend, dersea, wder);
-    d.wlevel[code] = dersea[0];
-    d.wtrend[code] = dersea[1];
-    d.wseason[code] = dersea[2];
-    if (rc < 0) return rc;
-    s.xhat = xhat;
-    wder[3] = e;
-    return kOk;
-  }
-
-  // The passes themselves run in the kernel's loops (pass_kernel.h, through
-  // OwnDerivativeLoops), one for each form, which keep the state and the
-  // derivatives of level and trend in registers.
-  template <class Run>
-  static int derivative_pass(Pass& p, const double* w, Run run) {
-    return p.additive ? factor_derivative_pass<Family, DerivativeStep<true>>(p, w, run)
-                      : factor_derivative_pass<Family, DerivativeStep<false>>(p, w, run);
+  // The derivative passes (DerivativePasses) on the kernel's step record of
+  // the model's form; a missing observation takes the prediction as its
+  // value, so that it has no error.
+  template <class Fn>
+  static auto with_derivative_step(const Pass& pass, const double* w, Fn fn) {
+    return pass.additive ? fn(factor_step<Family, DerivativeStep<true>>(pass, w))
+                         : fn(factor_step<Family, DerivativeStep<false>>(pass, w));
   }
 
   // At the first observation: normalise (trend still backward), then take
