@@ -25,7 +25,7 @@ using namespace smoothing::frame;
 //
 // One weight, the level, tried on level_grid (LevelWeightShape); one state,
 // the level.
-struct Family : FamilyDefaults, LevelWeightShape, DerivativePasses<Family>, KernelGrid<Family> {
+struct Family : LevelWeightShape, KernelFamily<Family> {
   static constexpr bool kJumpOverZero = false;
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
   static long stderr_min_nobs(const WINMODEL&) { return 2; }
@@ -37,11 +37,6 @@ struct Family : FamilyDefaults, LevelWeightShape, DerivativePasses<Family>, Kern
     model->smooth = model->svi;
     smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, w, kGridRows, model->svi.level, rc, mse,
                 width);
-  }
-
-  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
-    pass.smooth.level = model.svi.level;
-    return kOk;
   }
 
   // The derivative passes (DerivativePasses), which leave the trend alone. A
@@ -58,7 +53,6 @@ struct Family : FamilyDefaults, LevelWeightShape, DerivativePasses<Family>, Kern
   }
 
   static void turn(Pass&, const double*) {}
-  static void save_start(const Pass& pass, WINMODEL* model) { model->startvals.level = pass.smooth.level; }
 
   static constexpr auto std_errors = &zes1std;
 

@@ -20,7 +20,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Two weights, level and trend; two states, level and trend.
-struct Family : TrendedFamily, DerivativePasses<Family>, KernelGrid<Family> {
+struct Family : KernelFamily<Family> {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::trend};
 

@@ -20,7 +20,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Three weights, level, trend and damping; two states, level and trend.
-struct Family : TrendedFamily, ThreeWeightShape<Slot::damp>, DerivativePasses<Family>, KernelGrid<Family> {
+struct Family : ThreeWeightShape<Slot::damp>, KernelFamily<Family> {
   // Candidate k tries entry k of the three tables.
   static constexpr double kDampGrid[kGridRows] = {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98,
                                                   0.97, 0.97, 0.97, 0.97, 0.97, 0.9,  0.9,  0.9,  0.9,  0.8};
