@@ -24,7 +24,6 @@
 namespace {
 
 using smooth_test::example_series;
-using smooth_test::expect_rel;
 using smooth_test::is_miss;
 using smooth_test::kMiss;
 using smooth_test::Model;
@@ -33,10 +32,7 @@ const double kNaN = std::nan("");
 constexpr double kStateLimit = 1.3407807929942597e+152;
 constexpr double kErrorLimit = 1.3407807929943e+154;
 
-class Kernel : public ::testing::Test {
- protected:
-  void SetUp() override { smooth_test::connect_module(); }
-};
+using Kernel = smooth_test::ModuleTest;
 
 // ---- One observation ---------------------------------------------------------
 
@@ -163,23 +159,6 @@ TEST_F(Kernel, SimpleStdErrFromTheSweptDiagonal) {
   double negative[1] = {-0.3};
   ASSERT_EQ(zes1std(zero, 8.0, 10, negative, &se, &t), 0);
   EXPECT_EQ(t, esf::host::gcb()->negovfl);
-}
-
-// The standard closed form of the h-step variance factor of Holt's method:
-// 1 + sum_{j=1}^{h-1} (a + j a g)^2.
-double holt_variance_factor(double a, double g, long h) {
-  const double m = static_cast<double>(h - 1);
-  return 1.0 + m * a * a + a * a * g * m * (m + 1.0) + a * a * g * g * m * (m + 1.0) * (2.0 * m + 1.0) / 6.0;
-}
-
-// The forecast rows carry zes2cla's variance (family_test.cpp).
-TEST_F(Kernel, LinearForecastVarianceHasHoltsClosedForm) {
-  for (double a : {0.05, 0.5, 0.95}) {
-    for (double g : {0.0, 0.3, 0.9}) {
-      for (long k = 1; k <= 24; ++k)
-        expect_rel(zes2cla(a, g, 2.5, k, 0.05, nullptr), 2.5 * holt_variance_factor(a, g, k), 1e-12);
-    }
-  }
 }
 
 TEST_F(Kernel, LinearStabilityRegion) {

@@ -35,6 +35,12 @@ inline void connect_module() {
   (void)connected;
 }
 
+// A test of the module's routines, with the module connected.
+class ModuleTest : public ::testing::Test {
+ protected:
+  void SetUp() override { connect_module(); }
+};
+
 inline constexpr double kMiss = esf::kMissing;
 inline bool is_miss(double d) { return wzmis(d) != 0; }
 
