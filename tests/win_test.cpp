@@ -204,12 +204,13 @@ struct W {
 // factors it is the additive one.
 TEST(WinForecast, MultiplicativeVarianceScalesByTheFactorRatios) {
   const int ns = 4;
-  smooth_test::Series x(example_series("UKgas.csv"), ns);
-  const long n = x.n();
-  double level = x.x[n - 1], trend = 0, mse = 0;
+  Model x(example_series("UKgas.csv"));
+  x.seasons(ns);
+  const long n = x->ts.nobs;
+  double level = x->ts.x[n - 1], trend = 0, mse = 0;
   std::vector<double> sf(ns, 1.0), rows(9 * (n + 9));
   const W w{0.2, 0.1, 0.3};
-  ASSERT_EQ(zwinprd(x.data(), x.mis(), 1300, n, ns, 0, w.a, w.g, w.c, &level, &trend, sf.data(), x.codes.data(), 0,
+  ASSERT_EQ(zwinprd(x->ts.x, x->ts.misflg, 1300, n, ns, 0, w.a, w.g, w.c, &level, &trend, sf.data(), x->ts.scodes, 0,
                     n - 1, 9, kMiss, 0.05, 0, &mse, rows.data()),
             0);
   for (long k = 1; k <= 9; ++k) {
@@ -291,15 +292,16 @@ TEST(WinKernel, SideBySidePassesInEveryLaneWidth) {
 // the failed division left: missing for 0 / 0, the root of the overflow value
 // for 1 / 0.
 TEST(WinForecast, FailedFactorRatioKeepsThePreviousHalfWidth) {
-  smooth_test::Series x({5, 6, 7, 8, 5, 6, 7, 8}, 4);
+  Model x({5, 6, 7, 8, 5, 6, 7, 8});
+  x.seasons(4);
   std::vector<double> sf{1.0, 0.0, 0.0, 1.0};
   double level = 10.0, trend = 1.0, mse = 0.0;
   const double se2 = 4.0;
   std::vector<double> rows(9 * 3);
   // No observation rows (end -1): the forecasts start from the season after
   // season 0 with the state handed in.
-  ASSERT_EQ(zwinprd(x.data(), x.mis(), 10.0, x.n(), 4, 0, 0.2, 0.1, 0.3, &level, &trend, sf.data(), x.codes.data(), 0,
-                    -1, 3, se2, 0.05, 1, &mse, rows.data()),
+  ASSERT_EQ(zwinprd(x->ts.x, x->ts.misflg, 10.0, x->ts.nobs, 4, 0, 0.2, 0.1, 0.3, &level, &trend, sf.data(),
+                    x->ts.scodes, 0, -1, 3, se2, 0.05, 1, &mse, rows.data()),
             0);
   const double hw = zprobit(0.975) * std::sqrt(se2);
   for (int k = 0; k < 3; ++k) {
