@@ -60,6 +60,7 @@ TEST(CalendarCli, SingleQueries) {
       {"season MONTH 2001-03-15 5", "season=4 cycle=MONTH5 nseasons=5 period_start=2001-03-01 cycle_start=2000-11-01"},
       {"compare QTR MONTH", "result=3 meaning=every QTR holds 3 MONTH"},
       {"compare QTR.2 MONTH2", "result=.M meaning=the lengths are not multiples of each other"},
+      {"format QTR", "format=YYQC width=6 short_width=4 duration_format=YYQC duration_width=6 duration_short_width=4"},
       // A pandas alias (the Python tests check the mapping against pandas).
       {"advance W-SUN 2001-05-09 0", "2001-05-07"},  // weeks end on Sunday
   };
@@ -68,12 +69,6 @@ TEST(CalendarCli, SingleQueries) {
     EXPECT_EQ(r.status, 0) << c.args << "\n" << r.err;
     EXPECT_EQ(r.out, std::string(c.answer) + "\n") << c.args;
   }
-}
-
-TEST(CalendarCli, FormatLeadsWithTheDefaultFormat) {
-  const CliRun r = calendar("format QTR");
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out.rfind("format=YYQC width=6 short_width=4", 0), 0u) << r.out;
 }
 
 // ---- Bad input ----------------------------------------------------------------------------

@@ -69,16 +69,6 @@ class CustomTest : public ::testing::Test {
     esf::host::set_option("INTERVALDS", option);
     esf::host::end_task();
   }
-  static INTERVAL parse(const char* name, int* rc = nullptr) {
-    INTERVAL iv{};
-    const int r = zintstr(const_cast<tchar*>(name), -1, &iv);
-    if (rc != nullptr) {
-      *rc = r;
-    } else {
-      EXPECT_EQ(r, 0) << name;
-    }
-    return iv;
-  }
 
   fs::path dir_;
 };
@@ -256,9 +246,7 @@ TEST_F(CustomTest, BadTablesFailWithTheirStatus) {
     EXPECT_EQ(zcustLoad(&iv, &info), c.status);
     // The parser answers -1 and the host reports the status, once.
     esf::host::take_log();
-    int rc = 0;
-    parse(c.name, &rc);
-    EXPECT_EQ(rc, -1);
+    EXPECT_EQ(cases::parse(c.name).rc, -1);
     const std::string log = esf::host::take_log();
     EXPECT_NE(log.find(c.logged), std::string::npos) << log;
     EXPECT_EQ(log.find('\n'), log.size() - 1) << log;
@@ -284,7 +272,7 @@ TEST_F(CustomTest, CustomNamesParseAndPrint) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
-    const INTERVAL iv = parse(c.text);
+    const INTERVAL iv = oracle::interval(c.text);
     EXPECT_EQ(iv.intcode, kIntCustom);
     EXPECT_EQ(iv.units, c.units);
     EXPECT_EQ(iv.intper, c.intper);
@@ -293,7 +281,7 @@ TEST_F(CustomTest, CustomNamesParseAndPrint) {
     int len = sizeof printed;
     ASSERT_EQ(zinti2s(printed, &len, const_cast<INTERVAL*>(&iv)), 0);
     EXPECT_EQ(std::string(printed, static_cast<size_t>(len)), c.text);
-    const INTERVAL again = parse(printed);
+    const INTERVAL again = oracle::interval(printed);
     EXPECT_EQ(again.intper, iv.intper);
     EXPECT_EQ(again.shiftper, iv.shiftper);
     // The interval's default format is its table's, or DATE or DATETIME by
@@ -310,11 +298,7 @@ TEST_F(CustomTest, CustomNamesParseAndPrint) {
     const char* text;
     int rc;
   } refused[] = {{"DCALX", 103}, {"DTDCAL", 103}, {"DCAL0", 1}, {"DCAL.2", 2}, {"DCAL2.3", 2}, {"DCAL1W", 102}};
-  for (const auto& r : refused) {
-    int rc = 0;
-    parse(r.text, &rc);
-    EXPECT_EQ(rc, r.rc) << r.text;
-  }
+  for (const auto& r : refused) EXPECT_EQ(cases::parse(r.text).rc, r.rc) << r.text;
   EXPECT_EQ(esf::host::cached_interval_references(), 0);
 }
 
@@ -391,7 +375,7 @@ TEST_F(CustomTest, CountsAndAdvancesAsTheTableWalks) {
   const double hi = w.begin.back() + 45;
   for (const auto& iv_case : intervals) {
     SCOPED_TRACE(iv_case.name);
-    INTERVAL iv = parse(iv_case.name);
+    INTERVAL iv = oracle::interval(iv_case.name);
     const long m = iv_case.m, s = iv_case.s;
     for (double x = lo; x <= hi; x += 7) {
       const long gx = Walk::group(w.row(x), m, s);
@@ -447,7 +431,7 @@ TEST_F(CustomTest, SeasonsComeFromTheTable) {
   write_table("noseas", "BEGIN\n1000\n1010\n1020\n");
   use("(QCAL=CUSTT.QCAL NOSEAS=CUSTT.NOSEAS)");
 
-  INTERVAL iv = parse("QCAL");
+  INTERVAL iv = oracle::interval("QCAL");
   INTERVAL cycle{};
   int ns = 0;
   ASSERT_EQ(zintsea(&iv, 1000, &cycle, &ns), 0);
@@ -465,8 +449,7 @@ TEST_F(CustomTest, SeasonsComeFromTheTable) {
       EXPECT_EQ(codes[static_cast<size_t>(t)], w.season[static_cast<size_t>(r0 - 1 + t)] - 1);
   }
   // Season of a period through the advancing routine.
-  INTERVALX ix{};
-  static_cast<INTERVAL&>(ix) = iv;
+  INTERVALX ix = cases::intervalx("QCAL");
   for (long n = -2; n <= 5; ++n) {
     const long r = w.row(1055) + n;
     EXPECT_SAME(customINTINDEX(&ix, 1055, static_cast<double>(n)),
@@ -477,7 +460,7 @@ TEST_F(CustomTest, SeasonsComeFromTheTable) {
 
   // A table without seasons: the interval is its own cycle, and there are
   // no codes to give.
-  INTERVAL plain = parse("NOSEAS");
+  INTERVAL plain = oracle::interval("NOSEAS");
   ASSERT_EQ(zintsea(&plain, 1000, &cycle, &ns), 0);
   EXPECT_EQ(ns, 1);
   EXPECT_EQ(cycle.intper, 1);
@@ -485,8 +468,7 @@ TEST_F(CustomTest, SeasonsComeFromTheTable) {
   ns = -1;
   EXPECT_EQ(zintscd(&plain, 1000, 0, 3, codes.data(), &ns), 1);
   EXPECT_EQ(ns, -1);
-  INTERVALX px{};
-  static_cast<INTERVAL&>(px) = plain;
+  INTERVALX px = cases::intervalx("NOSEAS");
   EXPECT_SAME(customINTSEAS(&px, 0), kDot);
   zcintcReleaseRef(px.cinfo);
   EXPECT_EQ(esf::host::cached_interval_references(), 0);
@@ -522,9 +504,7 @@ TEST_F(CustomTest, RowsOfTablesWithEndsHolesAndDisorder) {
       {"SINGLE", {{100, -1, kDot, kDot, kDot}, {50, -1, kDot, kDot, kDot}}},
   };
   for (const auto& c : cases) {
-    INTERVAL iv = parse(c.name);
-    INTERVALX ix{};
-    static_cast<INTERVAL&>(ix) = iv;
+    INTERVALX ix = cases::intervalx(c.name);
     for (const RowQuery& q : c.queries) {
       SCOPED_TRACE(std::string(c.name) + " " + show(q.x));
       double n = 0, b = 0, e = 0, s = 0;
@@ -536,16 +516,14 @@ TEST_F(CustomTest, RowsOfTablesWithEndsHolesAndDisorder) {
     zcintcReleaseRef(ix.cinfo);
   }
   // Counting over the disorder follows the rows found.
-  INTERVAL unsorted = parse("UNSORTED");
+  INTERVAL unsorted = oracle::interval("UNSORTED");
   EXPECT_EQ(zintck2(&unsorted, 150, 350), 1.0);
-  INTERVAL repeat = parse("REPEAT");
+  INTERVAL repeat = oracle::interval("REPEAT");
   EXPECT_EQ(zintck2(&repeat, 150, 250), 1.0);
   EXPECT_EQ(zintnx2(&repeat, 250, -1), 100.0);
 
   // The raw row of a date tells holes and the ends apart.
-  INTERVAL holes = parse("HOLES");
-  INTERVALX hx{};
-  static_cast<INTERVAL&>(hx) = holes;
+  INTERVALX hx = cases::intervalx("HOLES");
   const struct {
     double date;
     double result, index, b, e;
@@ -576,7 +554,7 @@ TEST_F(CustomTest, RowsOfTablesWithEndsHolesAndDisorder) {
 TEST_F(CustomTest, DirectReadingFindsTheRows) {
   write_table("plain", "BEGIN,SEASON\n100,1\n200,2\n300,1\n");
   use("(PLAIN=CUSTT.PLAIN)");
-  INTERVAL iv = parse("PLAIN");
+  INTERVAL iv = oracle::interval("PLAIN");
   double n = 0, b = 0, e = 0, s = 0;
   EXPECT_EQ(findIndex(&iv, 250, &n, &b, &e, &s, nullptr), 0);
   EXPECT_EQ(n, 2.0);

@@ -175,65 +175,54 @@ TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
 
 // ---- forecast --------------------------------------------------------------------------
 
-TEST_F(ModelCliTest, ForecastWritesTheTable) {
+// The table runs from the start of the fit range to the end of the
+// evaluation range, then the leads (12 unless told); its first column holds
+// the time IDs as the input writes them, a value inside a period at the
+// period's start, and a row without an actual value leaves that field empty.
+TEST_F(ModelCliTest, ForecastTablesRunOverTheirRanges) {
+  write("hours.csv",
+        "stamp,load\n2020-03-01T00:00:00,5\n2020-03-01T01:30:00,6\n2020-03-01T02:00:00,8\n"
+        "2020-03-01T03:00:00,7\n2020-03-01T04:00:00,9\n");
+  write("obs.csv", "n,y\n1,3\n2,4\n3,6\n4,5\n");
+  const struct {
+    std::vector<std::string> args;
+    std::size_t rows;                                 // with the header
+    std::vector<std::pair<int, std::string>> firsts;  // row (from the end if negative), first field
+  } cases[] = {
+      {{example("AirPassengers.csv"), "--interval", "MONTH"},
+       1 + 144 + 12,
+       {{0, "date"}, {1, "1949-01-01"}, {144, "1960-12-01"}, {145, "1961-01-01"}, {-1, "1961-12-01"}}},
+      {{example("AirPassengers.csv"), "--interval", "MONTH", "--fit-start", "1950-01-01", "--eval-end", "1955-12-01",
+        "--lead", "2"},
+       1 + 72 + 2,
+       {{1, "1950-01-01"}, {-1, "1956-02-01"}}},
+      {{"hours.csv", "--interval", "HOUR", "--lead", "1"},
+       1 + 5 + 1,
+       {{0, "stamp"}, {2, "2020-03-01T01:00:00"}, {-1, "2020-03-01T05:00:00"}}},
+      {{"obs.csv", "--interval", "OBS", "--lead", "1"}, 1 + 4 + 1, {{1, "1"}, {-1, "5"}}},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args = {"forecast"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const Outcome r = run(args);
+    SCOPED_TRACE(c.args[0] + "\n" + r.err);
+    ASSERT_EQ(r.status, 0);
+    const auto rows = csv_rows(r.out);
+    ASSERT_EQ(rows.size(), c.rows);
+    for (const auto& [i, id] : c.firsts) EXPECT_EQ(rows[i < 0 ? rows.size() + i : i][0], id);
+  }
+
+  // With -o the same table, the defaults said aloud, goes to the file alone.
   const Outcome r = run({"forecast", "--model", "simple", "--interval", "MONTH", "--lead", "12", "--cl", "0.05",
                          example("AirPassengers.csv"), "-o", "forecast.csv"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(r.out.empty());
   const auto rows = csv_rows(slurp(dir_ / "forecast.csv"));
-  ASSERT_EQ(rows.size(), 1u + 144 + 12);
   EXPECT_EQ(rows[0],
             (std::vector<std::string>{"date", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD", "LEVEL"}));
-  EXPECT_EQ(rows[1][0], "1949-01-01");
   EXPECT_EQ(rows[1][1], "112");
-  EXPECT_EQ(rows[144][0], "1960-12-01");
-  EXPECT_EQ(rows[145][0], "1961-01-01");
-  EXPECT_EQ(rows.back()[0], "1961-12-01");
-  EXPECT_EQ(rows.back()[1], "");  // no actual value: an empty field
-
-  // Without -o the same table goes to standard output.
-  const Outcome to_stdout = run({"forecast", "--interval", "MONTH", example("AirPassengers.csv")});
-  ASSERT_EQ(to_stdout.status, 0) << to_stdout.err;
-  EXPECT_EQ(to_stdout.out, slurp(dir_ / "forecast.csv"));
-}
-
-TEST_F(ModelCliTest, FixedWeightAndRanges) {
-  const Outcome r = run({"fit", "--interval", "MONTH", "--level-weight", "0.25", "--fit-start", "1950-01-01", "--json",
-                         example("AirPassengers.csv")});
-  ASSERT_EQ(r.status, 0) << r.err;
-  const Json j = Json::parse(r.out);
-  EXPECT_EQ(j["weights"][0]["estimate"], 0.25);
-
-  const Outcome f = run({"forecast", "--interval", "MONTH", "--fit-start", "1950-01-01", "--eval-end", "1955-12-01",
-                         "--lead", "2", example("AirPassengers.csv")});
-  ASSERT_EQ(f.status, 0) << f.err;
-  const auto rows = csv_rows(f.out);
-  // The table runs from the start of the fit range to the end of the
-  // evaluation range, then the forecasts.
-  ASSERT_EQ(rows.size(), 1u + 72 + 2);
-  EXPECT_EQ(rows[1][0], "1950-01-01");
-  EXPECT_EQ(rows.back()[0], "1956-02-01");
-}
-
-TEST_F(ModelCliTest, DatetimeAndObservationIntervals) {
-  write("hours.csv",
-        "stamp,load\n2020-03-01T00:00:00,5\n2020-03-01T01:30:00,6\n2020-03-01T02:00:00,8\n"
-        "2020-03-01T03:00:00,7\n2020-03-01T04:00:00,9\n");
-  const Outcome h = run({"forecast", "--interval", "HOUR", "--lead", "1", "hours.csv"});
-  ASSERT_EQ(h.status, 0) << h.err;
-  const auto hr = csv_rows(h.out);
-  ASSERT_EQ(hr.size(), 1u + 5 + 1);
-  EXPECT_EQ(hr[0][0], "stamp");
-  EXPECT_EQ(hr[2][0], "2020-03-01T01:00:00");  // the half hour lies in the second hour
-  EXPECT_EQ(hr.back()[0], "2020-03-01T05:00:00");
-
-  write("obs.csv", "n,y\n1,3\n2,4\n3,6\n4,5\n");
-  const Outcome o = run({"forecast", "--interval", "OBS", "--lead", "1", "obs.csv"});
-  ASSERT_EQ(o.status, 0) << o.err;
-  const auto orows = csv_rows(o.out);
-  ASSERT_EQ(orows.size(), 1u + 4 + 1);
-  EXPECT_EQ(orows[1][0], "1");
-  EXPECT_EQ(orows.back()[0], "5");
+  EXPECT_EQ(rows.back()[1], "");
+  EXPECT_EQ(run({"forecast", "--interval", "MONTH", example("AirPassengers.csv")}).out, slurp(dir_ / "forecast.csv"));
 }
 
 // ---- Many series in one run ---------------------------------------------------
@@ -445,16 +434,6 @@ TEST_F(ModelCliTest, CriteriaComeFromTheOneStepErrors) {
   EXPECT_EQ(j["evaluation_accuracy"]["n"], 144);
 }
 
-// The bounds list is always complete: restating the defaults changes nothing.
-TEST_F(ModelCliTest, RestatingDefaultBoundsChangesNothing) {
-  const Outcome plain = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", example("USAccDeaths.csv")});
-  const Outcome restated = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", "--level-bounds",
-                                "0.001,0.999", example("USAccDeaths.csv")});
-  ASSERT_EQ(plain.status, 0) << plain.err;
-  EXPECT_EQ(Json::parse(plain.out)["weights"], Json::parse(restated.out)["weights"]);
-  EXPECT_EQ(Json::parse(plain.out)["error_variance"], Json::parse(restated.out)["error_variance"]);
-}
-
 // Given every weight and the start state, forecast runs the recursion with
 // nothing estimated: the table is the simple smoothing loop itself.
 TEST_F(ModelCliTest, ForecastFromGivenWeightsAndStatesEstimatesNothing) {
@@ -514,9 +493,14 @@ TEST_F(ModelCliTest, AutoHoldoutAndLevels) {
 }
 
 // The thorough search keeps the lowest error variance among starts from
-// every corner, never above the frame's, and inside the bounds.
+// every corner, never above the frame's, and inside the bounds. The bounds
+// list is always complete: restating the defaults changes nothing.
 TEST_F(ModelCliTest, ThoroughSearchFindsALowerErrorInsideTheBounds) {
   const Outcome frame = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", example("USAccDeaths.csv")});
+  const Outcome restated = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", "--level-bounds",
+                                "0.001,0.999", example("USAccDeaths.csv")});
+  ASSERT_EQ(frame.status, 0) << frame.err;
+  EXPECT_EQ(frame.out, restated.out);
   const Outcome thorough = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", "--search", "thorough",
                                 example("USAccDeaths.csv")});
   ASSERT_EQ(thorough.status, 0) << thorough.err;
