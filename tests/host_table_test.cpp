@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <bit>
+#include <cctype>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -88,25 +89,30 @@ class HostTable : public ::testing::Test {
     return xoparm.fileid->vector->add(&xoparm);
   }
 
+  // Writes OUT.<mem> whole, one add a row, and closes it with `close_flags`;
+  // nothing is visible under the table's file name before the close.
+  void write_rows(std::string mem, const std::vector<std::string>& names, const std::vector<std::vector<double>>& rows,
+                  int close_flags = 0) {
+    XO_PARMS xoparm;
+    ASSERT_EQ(open_table(mem.c_str(), &xoparm), 0);
+    ptr xvp = nullptr;
+    std::vector<double> slots(names.size());
+    ASSERT_EQ(define(xoparm, &xvp, names, slots.data()), 0);
+    for (const std::vector<double>& row : rows) {
+      std::copy(row.begin(), row.end(), slots.begin());
+      ASSERT_EQ(add(xoparm, xvp), 0);
+    }
+    for (char& ch : mem) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    EXPECT_FALSE(fs::exists(dir_ / (mem + ".csv")));
+    ASSERT_EQ(xvputt(xvp), 0);
+    ASSERT_EQ(xoclose(xoparm.fileid, close_flags), 0);
+  }
+
   fs::path dir_;
 };
 
 TEST_F(HostTable, ClosedTableIsACsvWithOneHeaderLine) {
-  XO_PARMS xoparm;
-  ASSERT_EQ(open_table("Fcst", &xoparm), 0);
-  ptr xvp = nullptr;
-  double slots[3];
-  ASSERT_EQ(define(xoparm, &xvp, {"DATE", "ACTUAL", "U95"}, slots), 0);
-  const double rows[][3] = {{-3653, 112, 1.0 / 3.0}, {-3622, kDot, 1e300}, {-3593, kDotA, -0.5}};
-  for (const auto& row : rows) {
-    std::copy(row, row + 3, slots);
-    ASSERT_EQ(add(xoparm, xvp), 0);
-  }
-  // Nothing is visible under the final name before the close.
-  EXPECT_FALSE(fs::exists(dir_ / "fcst.csv"));
-  ASSERT_EQ(xvputt(xvp), 0);
-  ASSERT_EQ(xoclose(xoparm.fileid, 0), 0);
-
+  write_rows("Fcst", {"DATE", "ACTUAL", "U95"}, {{-3653, 112, 1.0 / 3.0}, {-3622, kDot, 1e300}, {-3593, kDotA, -0.5}});
   EXPECT_EQ(files_in(dir_), std::vector<std::string>{"fcst.csv"});
   const std::string text = slurp(dir_ / "fcst.csv");
   std::istringstream lines(text);
@@ -140,15 +146,9 @@ TEST_F(HostTable, TimeIdsAreWrittenAsTheLibrefSays) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.line);
     esf::host::assign_libref("OUT", dir_, {c.form, true});
-    XO_PARMS xoparm;
-    ASSERT_EQ(open_table("T", &xoparm), 0);
-    ptr xvp = nullptr;
-    double slots[2] = {c.time, 2.0};
-    ASSERT_EQ(define(xoparm, &xvp, {"DATE", "X"}, slots), 0);
-    ASSERT_EQ(add(xoparm, xvp), 0);
-    ASSERT_EQ(xvputt(xvp), 0);
-    ASSERT_EQ(xoclose(xoparm.fileid, 0), 0);
+    write_rows("T", {"DATE", "X"}, {{c.time, 2.0}});
     EXPECT_EQ(slurp(dir_ / "t.csv"), std::string("DATE,X\n") + c.line + "\n");
+    fs::remove(dir_ / "t.csv");
   }
 }
 
@@ -157,26 +157,10 @@ TEST_F(HostTable, TimeIdsAreWrittenAsTheLibrefSays) {
 // aborted table is never there to take.
 TEST_F(HostTable, MemoryTableIsTakenOnceByItsOwnThread) {
   esf::host::assign_memory_libref("OUT");
-  for (const char* mem : {"Gone", "Fcst", "Next"}) {
-    const bool abort = mem[0] == 'G';
-    XO_PARMS xoparm;
-    ASSERT_EQ(open_table(mem, &xoparm), 0);
-    ptr xvp = nullptr;
-    double slots[2];
-    ASSERT_EQ(define(xoparm, &xvp, {"DATE", "U95"}, slots), 0);
-    const double rows[][2] = {{-3653, 1.0 / 3.0}, {-3622, kDotA}};
-    for (const auto& row : rows) {
-      std::copy(row, row + 2, slots);
-      ASSERT_EQ(add(xoparm, xvp), 0);
-    }
-    // Enough rows for the columns to grow more than once.
-    for (int i = 2; i < 600; ++i) {
-      slots[0] = i;
-      ASSERT_EQ(add(xoparm, xvp), 0);
-    }
-    ASSERT_EQ(xvputt(xvp), 0);
-    ASSERT_EQ(xoclose(xoparm.fileid, abort ? XO_ABORT : 0), 0);
-  }
+  // Enough rows for the columns to grow more than once.
+  std::vector<std::vector<double>> rows = {{-3653, 1.0 / 3.0}, {-3622, kDotA}};
+  for (int i = 2; i < 600; ++i) rows.push_back({static_cast<double>(i), kDotA});
+  for (const char* mem : {"Gone", "Fcst", "Next"}) write_rows(mem, {"DATE", "U95"}, rows, mem[0] == 'G' ? XO_ABORT : 0);
   EXPECT_TRUE(files_in(dir_).empty());
   std::thread([] { EXPECT_FALSE(esf::host::take_memory_table("out.fcst")); }).join();
   std::optional<esf::host::MemoryTable> t = esf::host::take_memory_table("out.fcst");

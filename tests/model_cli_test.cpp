@@ -94,35 +94,6 @@ TEST_F(ModelCliTest, TraceShowsTheSearch) {
     EXPECT_NE(quiet.out.find(part), std::string::npos) << part;
 }
 
-TEST_F(ModelCliTest, RowsArePlacedInTheirPeriods) {
-  // Mid-month dates, shuffled rows, a missing value and a month without a
-  // row: the series is the same as the example with two holes in it.
-  auto rows = example_rows("USAccDeaths.csv");
-  std::string shuffled = "when,deaths\n";
-  for (std::size_t i = rows.size(); i-- > 0;) {
-    if (i == 10) continue;  // no row for the eleventh month
-    std::string d = rows[i].first.substr(0, 8) + "15";
-    shuffled += d + "," + (i == 20 ? "." : rows[i].second) + "\n";
-  }
-  write("shuffled.csv", shuffled);
-  std::string holes = "date,value\n";
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    holes += rows[i].first + "," + (i == 10 || i == 20 ? "" : rows[i].second) + "\n";
-  }
-  write("holes.csv", holes);
-  const Outcome a = run({"fit", "--interval", "MONTH", "--json", "shuffled.csv"});
-  const Outcome b = run({"fit", "--interval", "MONTH", "--json", "holes.csv"});
-  ASSERT_EQ(a.status, 0) << a.err;
-  ASSERT_EQ(b.status, 0) << b.err;
-  const Json ja = Json::parse(a.out);
-  const Json jb = Json::parse(b.out);
-  EXPECT_EQ(ja["nobs"], 72);
-  EXPECT_EQ(ja["start"], "1973-01-01");
-  EXPECT_EQ(ja["weights"].size(), 1u);  // the simple model unless told
-  EXPECT_EQ(ja["weights"], jb["weights"]);
-  EXPECT_EQ(ja["error_variance"], jb["error_variance"]);
-}
-
 // Without --interval the interval comes from the time IDs; a pandas alias
 // stands for the interval of the same periods; dates that don't begin their
 // periods get one remark naming the interval that would fit.
