@@ -565,70 +565,60 @@ class TimeIdTest : public CustomTest {
     s.nobs = static_cast<QORNOBS>(ids.size());
     return s;
   }
+  // The check of `ids` on a table of three rows, every output taken.
+  int check(std::vector<double>& ids, const char* align = nullptr, int max_fail = 0) {
+    ZTS_OBSDATES s = series("BEGIN\n100\n200\n300\n", ids);
+    index_.assign(ids.size(), -9);
+    codes_.assign(ids.size(), -9);
+    order_ = inf_ = -9;
+    return zintctid(&s, const_cast<tchar*>(align), max_fail, index_.data(), nullptr, &order_, &inf_, codes_.data(),
+                    nullptr, nullptr, &first_, &last_);
+  }
+  std::vector<QORNOBS> index_;
+  std::vector<int> codes_;
+  int order_ = 0, inf_ = 0;
+  double first_ = 0, last_ = 0;
 };
 
 TEST_F(TimeIdTest, LiteralCases) {
-  const std::string table = "BEGIN\n100\n200\n300\n";
   // The rows, codes, leads and backs of IDs are checked on random tables
   // below; an alignment also moves the IDs to their periods.
   std::vector<double> ids{100, 150, 200};
-  ZTS_OBSDATES s = series(table, ids);
-  std::vector<QORNOBS> index(3, -9);
-  std::vector<int> codes(3, -9);
-  int order = -9, inf = -9;
-  double first = 0, last = 0;
-  tchar begin[] = "B";
-  ASSERT_EQ(zintctid(&s, begin, 0, index.data(), nullptr, &order, &inf, codes.data(), nullptr, nullptr, &first, &last),
-            0);
-  EXPECT_EQ(order, 1);
+  ASSERT_EQ(check(ids, "B"), 0);
+  EXPECT_EQ(order_, 1);
   EXPECT_EQ(ids, (std::vector<double>{100, 100, 200}));
-  EXPECT_EQ(first, 100);
-  EXPECT_EQ(last, 200);
+  EXPECT_EQ(first_, 100);
+  EXPECT_EQ(last_, 200);
 
   // Both ends, the middle alignment, and IDs out of order.
   ids = {1000, 300, 50};
-  s = series(table, ids);
-  tchar middle[] = "M";
-  ASSERT_EQ(zintctid(&s, middle, 0, index.data(), nullptr, &order, &inf, codes.data(), nullptr, nullptr, &first, &last),
-            0);
-  EXPECT_EQ(index, (std::vector<QORNOBS>{3, 3, 0}));
-  EXPECT_EQ(codes, (std::vector<int>{4, 4, 1}));
-  EXPECT_EQ(inf, 5);
-  EXPECT_EQ(order, 3);
+  ASSERT_EQ(check(ids, "M"), 0);
+  EXPECT_EQ(index_, (std::vector<QORNOBS>{3, 3, 0}));
+  EXPECT_EQ(codes_, (std::vector<int>{4, 4, 1}));
+  EXPECT_EQ(inf_, 5);
+  EXPECT_EQ(order_, 3);
   EXPECT_TRUE(esf::is_missing(ids[0]) && esf::is_missing(ids[2]));
-  EXPECT_TRUE(esf::is_missing(first) && esf::is_missing(last));
+  EXPECT_TRUE(esf::is_missing(first_) && esf::is_missing(last_));
 
   // Missing IDs: "." is counted, ".M" is placed before the table, ".I" is
-  // searched like a date and fails.
+  // searched like a date and fails; MaxFail 1 stops at a missing first ID.
   ids = {kDot, mv('M'), 150};
-  s = series(table, ids);
-  ASSERT_EQ(
-      zintctid(&s, nullptr, 0, index.data(), nullptr, &order, &inf, codes.data(), nullptr, nullptr, nullptr, nullptr),
-      0x80);
-  EXPECT_EQ(codes, (std::vector<int>{10, 1, 0}));
-  EXPECT_EQ(index[1], 0);
+  ASSERT_EQ(check(ids), 0x80);
+  EXPECT_EQ(codes_, (std::vector<int>{10, 1, 0}));
+  EXPECT_EQ(index_[1], 0);
   ids = {mv('I')};
-  s = series(table, ids);
-  EXPECT_EQ(
-      zintctid(&s, nullptr, 0, index.data(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
-      -1);
-  // MaxFail 1 stops at a missing first ID.
+  EXPECT_EQ(check(ids), -1);
   ids = {kDot, 150};
-  s = series(table, ids);
-  codes.assign(2, -9);
-  EXPECT_EQ(
-      zintctid(&s, nullptr, 1, nullptr, nullptr, nullptr, nullptr, codes.data(), nullptr, nullptr, nullptr, nullptr),
-      0x80);
-  EXPECT_EQ(codes[1], -9);
+  EXPECT_EQ(check(ids, nullptr, 1), 0x80);
+  EXPECT_EQ(codes_[1], -9);
 
-  // No IDs; a built-in interval.
-  s = series(table, ids);
-  s.nobs = 0;
-  EXPECT_EQ(zintctid(&s, nullptr, 0, nullptr, nullptr, &order, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
-            0x8000);
-  EXPECT_EQ(order, -1);
-  s = series(table, ids, "MONTH");
-  EXPECT_EQ(zintctidL(&s, nullptr, 0, nullptr, nullptr, &order, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+  // No IDs; a built-in interval. Outputs not asked for are null.
+  ids.clear();
+  EXPECT_EQ(check(ids), 0x8000);
+  EXPECT_EQ(order_, -1);
+  ids = {150};
+  ZTS_OBSDATES s = series("BEGIN\n100\n", ids, "MONTH");
+  EXPECT_EQ(zintctidL(&s, nullptr, 0, nullptr, nullptr, &order_, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
             -1);
 }
 
