@@ -40,6 +40,13 @@ TEST(HostLists, DefaultsOfAbsentItems) {
   // A numeric default is stored, yet the answer still says "absent".
   EXPECT_NE(slgnd(g.list, "X", 1, 1, 1, &d, &dflt), 0);
   EXPECT_EQ(d, 4.25);
+  // A missing value is read as a double; as an integer it is refused, unread.
+  esf::host::append_number(g.list, esf::kMissing, "M");
+  long i = 5;
+  EXPECT_EQ(slgni(g.list, "M", 1, 1, 1, &i, nullptr), 2);
+  EXPECT_EQ(i, 5);
+  EXPECT_EQ(slgnd(g.list, "M", 1, 1, 1, &d, nullptr), 0);
+  EXPECT_TRUE(esf::is_missing(d));
   // A character default is an answer: the caller goes on.
   tchar* s = nullptr;
   int n = 0;

@@ -3,12 +3,35 @@
 #include <cstring>
 #include <set>
 #include <string>
+#include <type_traits>
 
 #include "host/host.h"
 #include "host/host_internal.h"
 #include "host/list_store.h"
 
 using namespace esf::host::internal;
+
+namespace {
+
+// The value of a named numeric item as T: 0; 1 when there is no such
+// numeric item (the default, when given, is stored); 2 when an integer is
+// asked of a missing value, which is left unread.
+template <class T>
+int get_named_number(List list, const tchar* name, int len, int occurrence, int from, T* out, const T* dflt) {
+  SLIST_ITEM* item = find_named(list, name, len, occurrence, from, nullptr);
+  if (item == nullptr || !is_numeric(item)) {
+    if (dflt != nullptr && out != nullptr) *out = *dflt;
+    return 1;
+  }
+  const double v = slgetnv(item, 0);
+  if constexpr (std::is_integral_v<T>) {
+    if (esf::host::internal::is_missing(v)) return 2;
+  }
+  if (out != nullptr) *out = static_cast<T>(v);
+  return 0;
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -48,37 +71,15 @@ int slgnl(List list, const tchar* name, int len, int occurrence, int from, ListI
 }
 
 int slgnd(List list, const tchar* name, int len, int occurrence, int from, double* out, const double* dflt) {
-  SLIST_ITEM* item = find_named(list, name, len, occurrence, from, nullptr);
-  if (item == nullptr || !is_numeric(item)) {
-    if (dflt != nullptr && out != nullptr) *out = *dflt;
-    return 1;
-  }
-  if (out != nullptr) *out = slgetnv(item, 0);
-  return 0;
+  return get_named_number(list, name, len, occurrence, from, out, dflt);
 }
 
 int slgni(List list, const tchar* name, int len, int occurrence, int from, long* out, const long* dflt) {
-  SLIST_ITEM* item = find_named(list, name, len, occurrence, from, nullptr);
-  if (item == nullptr || !is_numeric(item)) {
-    if (dflt != nullptr && out != nullptr) *out = *dflt;
-    return 1;
-  }
-  double v = slgetnv(item, 0);
-  if (esf::host::internal::is_missing(v)) return 2;
-  if (out != nullptr) *out = static_cast<long>(v);
-  return 0;
+  return get_named_number(list, name, len, occurrence, from, out, dflt);
 }
 
 int slgns(List list, const tchar* name, int len, int occurrence, int from, short* out, const short* dflt) {
-  SLIST_ITEM* item = find_named(list, name, len, occurrence, from, nullptr);
-  if (item == nullptr || !is_numeric(item)) {
-    if (dflt != nullptr && out != nullptr) *out = *dflt;
-    return 1;
-  }
-  double v = slgetnv(item, 0);
-  if (esf::host::internal::is_missing(v)) return 2;
-  if (out != nullptr) *out = static_cast<short>(v);
-  return 0;
+  return get_named_number(list, name, len, occurrence, from, out, dflt);
 }
 
 int slgnc(List list, const tchar* name, int len, int occurrence, int from, tchar** out, int* outlen, const tchar* dflt,

@@ -249,6 +249,26 @@ void flush_lines(Output& o, bool end_line) {
   }
 }
 
+// Formats onto the current print line and prints every line it completes;
+// `end_line` ends the line as well.
+void print_formatted(const char* fmt, va_list ap, bool end_line) {
+  std::string text;
+  vformat(text, fmt, ap);
+  Output& o = output();
+  std::lock_guard lock(o.mutex);
+  o.line += text;
+  flush_lines(o, end_line);
+}
+
+// Hands over what has gathered in one of the captured texts.
+std::string take_captured(std::string Output::*text) {
+  Output& o = output();
+  std::lock_guard lock(o.mutex);
+  std::string out;
+  out.swap(o.*text);
+  return out;
+}
+
 // The host's catalogue of module 881: labels of the forecast table.
 const char* catalogue_text(int module, int msg) {
   if (module != 881) return nullptr;
@@ -330,28 +350,18 @@ std::string take_status_detail(int rc) {
 extern "C" {
 
 int xps(const char* fmt, ...) {
-  std::string text;
   va_list ap;
   va_start(ap, fmt);
-  vformat(text, fmt, ap);
+  print_formatted(fmt, ap, false);
   va_end(ap);
-  Output& o = output();
-  std::lock_guard lock(o.mutex);
-  o.line += text;
-  flush_lines(o, false);
   return 0;
 }
 
 int xpsout(const char* fmt, ...) {
-  std::string text;
   va_list ap;
   va_start(ap, fmt);
-  vformat(text, fmt, ap);
+  print_formatted(fmt, ap, true);
   va_end(ap);
-  Output& o = output();
-  std::lock_guard lock(o.mutex);
-  o.line += text;
-  flush_lines(o, true);
   return 0;
 }
 
@@ -426,12 +436,12 @@ void xprrlog(int /*unit*/, rctype rc) {
 }
 
 void xebug(const char* fmt, ...) {
-  std::string text;
+  std::string text = "DEBUG: ";
   va_list ap;
   va_start(ap, fmt);
   vformat(text, fmt, ap);
   va_end(ap);
-  esf::host::internal::emit_log_line("DEBUG: " + text);
+  esf::host::internal::emit_log_line(text);
 }
 
 }  // extern "C"
@@ -444,20 +454,8 @@ void capture_output(bool on) {
   o.capture = on;
 }
 
-std::string take_printed() {
-  Output& o = output();
-  std::lock_guard lock(o.mutex);
-  std::string out;
-  out.swap(o.printed);
-  return out;
-}
+std::string take_printed() { return take_captured(&Output::printed); }
 
-std::string take_log() {
-  Output& o = output();
-  std::lock_guard lock(o.mutex);
-  std::string out;
-  out.swap(o.log);
-  return out;
-}
+std::string take_log() { return take_captured(&Output::log); }
 
 }  // namespace esf::host

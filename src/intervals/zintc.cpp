@@ -56,6 +56,31 @@ bool is_retail_month(int code) { return code >= kIntR445Mon && code <= kIntR544M
 bool is_retail_quarter(int code) { return code >= kIntR445Qtr && code <= kIntR544Qtr; }
 bool is_retail_year(int code) { return code >= kIntR445Yr && code <= kIntR544Yr; }
 bool is_retail(int code) { return is_retail_month(code) || is_retail_quarter(code) || is_retail_year(code); }
+bool is_time(int code) { return code == kIntSecond || code == kIntMinute || code == kIntHour; }
+
+// Seconds in one SECOND, MINUTE or HOUR.
+long seconds_in(int time_code) { return time_code == kIntHour ? 3600 : time_code == kIntMinute ? 60 : 1; }
+
+// Units of a month-type interval to a month: 1 for the month family, 2 for
+// SEMIMONTH, 3 for TENDAY; 0 for any other code.
+int units_per_month(int code) {
+  switch (code) {
+    case kIntMonth:
+    case kIntQtr:
+    case kIntSemiyear:
+    case kIntYear:
+      return 1;
+    case kIntSemimonth:
+      return 2;
+    case kIntTenday:
+      return 3;
+    default:
+      return 0;
+  }
+}
+
+// The intervals counted in months or parts of months, TENDAY to YEAR.
+bool is_month_type(int code) { return units_per_month(code) != 0; }
 
 // 445, 454 or 544 for a retail code, else 0.
 int retail_calendar(int code) {
@@ -103,6 +128,7 @@ double compsmon(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, lon
 double comptenday(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs);
 double compweek(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs);
 double compretmon(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs);
+double compweekcal(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs);
 double compisowk(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs);
 double compRetWkv(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs);
 double compday(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs);
@@ -395,11 +421,9 @@ double compsec(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long
     case kIntObs:
       return kUnrelated;
     case kIntSecond:
-      return compare(an, as, bn, bs);
     case kIntMinute:
-      return compare(an, as, bn * 60, bs * 60);
     case kIntHour:
-      return compare(an, as, bn * 3600, bs * 3600);
+      return compare(an, as, bn * seconds_in(bi), bs * seconds_in(bi));
     case kIntDay:
       return compare(an, as, bn * 86400, bs * 86400);
     case kIntWeek:
@@ -416,10 +440,10 @@ double compsec(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long
       return swapped(compweekday(b, a, bn, bs, a->intcode, multiplier(a), a->shiftper));
     case kIntWeekv:
     case kIntYearv:
-      return swapped(compisowk(b, a, bn, bs, a->intcode, multiplier(a), a->shiftper));
+      return swapped(compweekcal(b, a, bn, bs, a->intcode, multiplier(a), a->shiftper));
     default:
       if (is_retail(bi)) {
-        return swapped(compretmon(b, a, bn * retail_months(bi), bs, a->intcode, multiplier(a), a->shiftper));
+        return swapped(compweekcal(b, a, bn * retail_months(bi), bs, a->intcode, multiplier(a), a->shiftper));
       }
       return unknown_b(bi);
   }
@@ -431,11 +455,9 @@ double compday(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long
     case kIntObs:
       return kUnrelated;
     case kIntSecond:
-      return compare(an * 86400, as * 86400, bn, bs);
     case kIntMinute:
-      return compare(an * 1440, as * 1440, bn, bs);
     case kIntHour:
-      return compare(an * 24, as * 24, bn, bs);
+      return compare(an * 86400 / seconds_in(bi), as * 86400 / seconds_in(bi), bn, bs);
     case kIntDay:
       return compare(an, as, bn, bs);
     case kIntWeekday:
@@ -448,14 +470,8 @@ double compday(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long
     case kIntWeekv:
     case kIntYearv:
       return compDayWkvMult(a, b, an, as, bi, bn, bs);
-    case kIntTenday:
-    case kIntSemimonth:
-    case kIntMonth:
-    case kIntQtr:
-    case kIntSemiyear:
-    case kIntYear:
-      return (an == 1 && as == 0) ? -1.0 : kNoRelation;
     default:
+      if (is_month_type(bi)) return (an == 1 && as == 0) ? -1.0 : kNoRelation;
       if (is_retail(bi)) return compDayWkvMult(a, b, an, as, bi, bn, bs);
       return unknown_b(bi);
   }
@@ -485,11 +501,9 @@ double compweek(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, lon
     case kIntObs:
       return kUnrelated;
     case kIntSecond:
-      return compare(an * 604800, as * 86400, bn, bs);
     case kIntMinute:
-      return compare(an * 10080, as * 1440, bn, bs);
     case kIntHour:
-      return compare(an * 168, as * 24, bn, bs);
+      return compare(an * 604800 / seconds_in(bi), as * 86400 / seconds_in(bi), bn, bs);
     case kIntDay: {
       const long n = 7 * an;
       return compare(n, reduce(as - 5 + n, n), bn, bs);
@@ -502,40 +516,16 @@ double compweek(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, lon
       const long n = 7 * bn;
       return compare(7 * an, as, n, reduce(bs + 1 + n, n));
     }
-    case kIntTenday:
-    case kIntSemimonth:
-    case kIntMonth:
-    case kIntQtr:
-    case kIntSemiyear:
-    case kIntYear:
-      return kUnrelated;
     case kIntYearv:
       break;
     default:
+      if (is_month_type(bi)) return kUnrelated;
       if (!is_retail(bi)) return unknown_b(bi);
       break;
   }
   // A retail or ISO year: a WEEK must begin on Monday to fit.
   if (an == 1) return as == 1 ? -1.0 : kShifted;
   return kNotMultiple;
-}
-
-// Units of a month-type interval to a month: 1 for the month family, 2 for
-// SEMIMONTH, 3 for TENDAY; 0 for any other code.
-int units_per_month(int code) {
-  switch (code) {
-    case kIntMonth:
-    case kIntQtr:
-    case kIntSemiyear:
-    case kIntYear:
-      return 1;
-    case kIntSemimonth:
-      return 2;
-    case kIntTenday:
-      return 3;
-    default:
-      return 0;
-  }
 }
 
 // Months in one interval of multiplier 1 of a month-family code.
@@ -605,24 +595,24 @@ double compRetWkv(INTERVAL* a, INTERVAL* /*b*/, long an, long as, int bi, long /
   return an == 1 ? -1.0 : kNotMultiple;
 }
 
-// a a WEEKV (an in weeks) or a YEARV (an in weeks of 52).
+// a a WEEKV, YEARV or retail interval: the calendars whose weeks begin on
+// Monday. OBS and the month types never line up with them, a time interval
+// is compared by way of the days a run of it makes, and a DAY by the day's
+// rule; b on one of these calendars, a WEEK or a WEEKDAY goes to a's
+// family.
+double compweekcal(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs) {
+  if (bi == kIntObs || is_month_type(bi)) return kUnrelated;
+  if (is_time(bi)) return time_rule(a, b, an, as, a->intcode);
+  if (bi == kIntDay) return swapped(compDayWkvMult(b, a, bn, bs, a->intcode, an, as));
+  if (is_retail(a->intcode)) return compretmon(a, b, an, as, bi, bn, bs);
+  return compisowk(a, b, an, as, bi, bn, bs);
+}
+
+// a a WEEKV (an in weeks) or a YEARV (an in weeks of 52), b a WEEKDAY, a
+// WEEK or on a calendar whose weeks begin on Monday.
 double compisowk(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs) {
   const bool yearv = a->intcode == kIntYearv;
   switch (bi) {
-    case kIntObs:
-    case kIntTenday:
-    case kIntSemimonth:
-    case kIntMonth:
-    case kIntQtr:
-    case kIntSemiyear:
-    case kIntYear:
-      return kUnrelated;
-    case kIntSecond:
-    case kIntMinute:
-    case kIntHour:
-      return time_rule(a, b, an, as, a->intcode);
-    case kIntDay:
-      return swapped(compDayWkvMult(b, a, bn, bs, a->intcode, an, as));
     case kIntWeekday:
       return yearv ? swapped(comp_weekday_retail(b, a, bn, bs, a->intcode, an, as)) : swapped(comp_weekday_weekv(b, a));
     case kIntWeek:
@@ -645,25 +635,12 @@ double compisowk(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, lo
   }
 }
 
-// a a retail month, quarter or year, with an in months.
+// a a retail month, quarter or year, with an in months, b a WEEKDAY, a
+// WEEK or on a calendar whose weeks begin on Monday.
 double compretmon(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs) {
   const int r = retail_calendar(a->intcode);
   const int q = retail_calendar(bi);
   switch (bi) {
-    case kIntObs:
-    case kIntTenday:
-    case kIntSemimonth:
-    case kIntMonth:
-    case kIntQtr:
-    case kIntSemiyear:
-    case kIntYear:
-      return kUnrelated;
-    case kIntSecond:
-    case kIntMinute:
-    case kIntHour:
-      return time_rule(a, b, an, as, a->intcode);
-    case kIntDay:
-      return swapped(compDayWkvMult(b, a, bn, bs, a->intcode, an, as));
     case kIntWeekday: {
       const double w = comp_weekday_retail(b, a, bn, bs, a->intcode, an, as);
       return w == -1.0 ? 1.0 : w;
@@ -711,15 +688,8 @@ double comp_weekday_retail(INTERVAL* a, INTERVAL* /*b*/, long an, long as, int /
 
 // a a WEEKDAY.
 double compweekday(INTERVAL* a, INTERVAL* b, long an, long as, int bi, long bn, long bs) {
+  if (bi == kIntObs || is_month_type(bi)) return kUnrelated;
   switch (bi) {
-    case kIntObs:
-    case kIntTenday:
-    case kIntSemimonth:
-    case kIntMonth:
-    case kIntQtr:
-    case kIntSemiyear:
-    case kIntYear:
-      return kUnrelated;
     case kIntSecond:
     case kIntMinute:
     case kIntHour: {
@@ -821,7 +791,7 @@ extern "C" double zintc(INTERVAL* a, INTERVAL* b) {
       return compweek(a, b, an, as, bi, bn, bs);
     case kIntWeekv:
     case kIntYearv:
-      return compisowk(a, b, an, as, bi, bn, bs);
+      return compweekcal(a, b, an, as, bi, bn, bs);
     case kIntTenday:
       return comptenday(a, b, an, as, bi, bn, bs);
     case kIntSemimonth:
@@ -837,7 +807,7 @@ extern "C" double zintc(INTERVAL* a, INTERVAL* b) {
       }
       return kNoRelation;
     default:
-      if (is_retail(ai)) return compretmon(a, b, an, as, bi, bn, bs);
+      if (is_retail(ai)) return compweekcal(a, b, an, as, bi, bn, bs);
       xebug("zintc: forgot A code: %i", ai);
       return kNoRelation;
   }

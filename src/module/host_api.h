@@ -22,6 +22,7 @@
 #include "host/host_dates.h"
 #include "host/host_text.h"
 #include "module/export.h"
+#include "module/version_info.h"
 #include "primitives/primitives.h"  // tchar, QKChar, QKStatus, QKPoolh
 
 #ifdef __cplusplus
@@ -596,28 +597,6 @@ typedef struct CMETHS {
   int nmethods;
   METHODFN* entpnts;
 } CMETHS;
-
-typedef struct QKS_Version_Info {
-  const char* portdate;
-  const char* track_lookthrough;
-  const char* track_additional;
-  long build_epoch;
-  const char* product_name;
-  const char* script_name;
-  const char* script_dvd;
-  const char* script_loc;
-  const char* maintenance;
-  const char* version;
-  const char* os_version;
-  const char* hotfix;
-  const char* hotfix_Install;
-  const char* description;
-  const char* description_Install;
-  const char* environment;
-  const char* build_time;
-  long prodid;
-  void* spare[8];
-} QKS_Version_Info;
 
 // Exported by the module image (libqorfmsm.so).
 ESF_EXPORT extern VIMODCON vi_mcn;

@@ -15,6 +15,8 @@
  * methods) are named only, since a C caller passes pointers to them that its
  * host gave it.  An INTERVALX begins with an INTERVAL: in C its head is the
  * member `interval`, and a pointer to it converts to a pointer to that.
+ * The revision record is in module/version_info.h beside this header, which
+ * the host interface includes as well.
  *
  * Compiled as C++, the header takes the records from the module's own
  * headers, and its declarations then redeclare the module's: a routine whose
@@ -23,6 +25,9 @@
  * module's entry includes it for that reason.
  */
 #pragma once
+
+/* The revision record (qkvercn1), one declaration for C and C++. */
+#include "module/version_info.h"
 
 #ifdef __cplusplus
 #include <cstddef>
@@ -188,29 +193,6 @@ typedef struct FITEND {
   int position[3];
 } FITEND;
 
-/* The revision record (qkvercn1). */
-typedef struct QKS_Version_Info {
-  const char* portdate;
-  const char* track_lookthrough;
-  const char* track_additional;
-  long build_epoch;
-  const char* product_name;
-  const char* script_name;
-  const char* script_dvd;
-  const char* script_loc;
-  const char* maintenance;
-  const char* version;
-  const char* os_version;
-  const char* hotfix;
-  const char* hotfix_Install;
-  const char* description;
-  const char* description_Install;
-  const char* environment;
-  const char* build_time;
-  long prodid;
-  void* spare[8];
-} QKS_Version_Info;
-
 /* Records of the host interface and of the methods, reached by pointer. */
 typedef struct SLIST SLIST;
 typedef SLIST* List;
@@ -296,7 +278,6 @@ ESF_C_SAME_RECORD(NORMAL_MIX_ARG, State, Purpose, Shooting, InitialGuess, Quanti
                   LogRatio, n, Right, Left, LeftSupport, RightSupport, Proportions, Mu, Sigma, LogLeftPr, LogRightPr,
                   LogDensity);
 ESF_C_SAME_RECORD(FITEND, how, rc, iterations, r, nparms, position);
-ESF_C_SAME_RECORD(QKS_Version_Info, build_epoch, version, build_time, prodid, spare);
 #undef ESF_C_SAME_SIZE
 #undef ESF_C_SAME_RECORD
 #undef ESF_C_FIELDS

@@ -58,9 +58,7 @@ int zes1prd(double* x, char* misflg, double xscale, long n, double wlevel, doubl
 }
 
 double zes1cla(double wlevel, double se2, long lead, double siglev, double* limit) {
-  const double var = se2 * (static_cast<double>(lead - 1) * wlevel * wlevel + 1.0);
-  if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
-  return var;
+  return pass::with_limit(se2 * es1::variance_factor(wlevel, lead), siglev, limit);
 }
 
 int zes1psi(double wlevel, long npsi, double* psi) {
@@ -91,8 +89,8 @@ struct LaneUpdate : trend::OneWeightLanes {
   template <class V>
   static void step(const Weights<V>& w, const V& x, V& l, V&, V& xhat, V& hi, V& lo) noexcept {
     const V lj = l;
-    trend::raise(hi, lj);
-    trend::lower(lo, lj);
+    trend::keep_max(hi, lj);
+    trend::keep_min(lo, lj);
     l = x * w.w + lj * w.keep;
     xhat = lj;
   }

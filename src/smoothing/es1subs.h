@@ -112,6 +112,10 @@ inline int point_derivative(double x, double wlevel, double llevel, double* derl
   return kOk;
 }
 
+// The variance of the forecast k steps ahead over that of one step ahead:
+// 1 + (k - 1) w^2.
+inline double variance_factor(double w, long k) noexcept { return static_cast<double>(k - 1) * w * w + 1.0; }
+
 // Simple smoothing for the passes of pass_kernel.h: one state, the level.
 struct Kernel {
   struct State {
@@ -134,9 +138,7 @@ struct Kernel {
   static void skip(const State& s, double& xhat) noexcept { xhat = s.level; }
   static void turn(State&) noexcept {}
   static void put(const State& s, double* cols) noexcept { cols[0] = s.level; }
-  double variance(double base, long k) const noexcept {
-    return (static_cast<double>(k - 1) * wlevel * wlevel + 1.0) * base;
-  }
+  double variance(double base, long k) const noexcept { return base * variance_factor(wlevel, k); }
   // The forecast is flat at the last level.
   static double forecast(const State& s, long, double* cols) noexcept {
     cols[0] = s.level;

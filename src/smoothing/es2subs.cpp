@@ -57,9 +57,7 @@ int zes2prd(double* x, char* misflg, double xscale, long n, double wlevel, doubl
 }
 
 double zes2cla(double wlevel, double wtrend, double se2, long lead, double siglev, double* limit) {
-  const double var = lead_variance(wlevel, wtrend, se2, lead);
-  if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
-  return var;
+  return pass::with_limit(lead_variance(wlevel, wtrend, se2, lead), siglev, limit);
 }
 
 int zes2psi(double wlevel, double wtrend, long npsi, double* psi) {

@@ -26,9 +26,7 @@ using es3::variance_factor;
 using es3::weights_overflow;
 
 double zes3cla(double wlevel, double wtrend, double wdamp, double se2, long lead, double siglev, double* limit) {
-  const double var = se2 * variance_factor(wlevel, wtrend, wdamp, lead);
-  if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
-  return var;
+  return pass::with_limit(se2 * variance_factor(wlevel, wtrend, wdamp, lead), siglev, limit);
 }
 
 extern "C" {

@@ -56,9 +56,7 @@ int zesdprd(double* x, char* misflg, double xscale, long n, double wlevel, doubl
 }
 
 double zesdcla(double wlevel, double se2, long lead, double siglev, double* limit) {
-  const double var = se2 * variance_factor(wlevel, lead);
-  if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
-  return var;
+  return pass::with_limit(se2 * variance_factor(wlevel, lead), siglev, limit);
 }
 
 int zesdpsi(double wlevel, long npsi, double* psi) {

@@ -271,7 +271,8 @@ struct GridInput {
 // `out` (lanes past count repeat pair 0).
 template <class V, int kWidth>
 [[gnu::always_inline]] inline void grid_lanes(const GridInput& in, pass::LanePeaks& out) noexcept {
-  using M = pass::lanes::MaskOf<V>;
+  using pass::lanes::keep_max;
+  using pass::lanes::keep_max_magnitude;
   constexpr int kGroups = ess::kManyPairs / kWidth;
   const int groups = (in.count + kWidth - 1) / kWidth;
   const long lanes = static_cast<long>(groups) * kWidth;
@@ -296,9 +297,6 @@ template <class V, int kWidth>
   for (int s = 0; s < in.nseasons; ++s) {
     for (long j = 0; j < lanes; ++j) in.work[s * lanes + j] = in.sfactor[s];
   }
-  const M abs_mask = M{} + 0x7fffffffffffffffLL;
-#define ESF_ABS(v) (reinterpret_cast<V>(reinterpret_cast<M>(v) & abs_mask))
-#define ESF_MAX(a, b) ((a) < (b) ? (b) : (a))  // std::max, lane by lane
   for (int pass = 0; pass < 2; ++pass) {
     const bool forward = pass == 1;
     for (long k = 0; k < in.n; ++k) {
@@ -310,24 +308,24 @@ template <class V, int kWidth>
         const V lg = l[g];
         V fg;
         std::memcpy(&fg, f + g * kWidth, sizeof fg);
-        peak_state[g] = ESF_MAX(peak_state[g], ESF_MAX(ESF_ABS(lg), ESF_ABS(fg)));
+        // std::max of the two magnitudes, as the scalar lanes take it.
+        const V al = ESF_LANES_ABS(lg), af = ESF_LANES_ABS(fg);
+        keep_max(peak_state[g], al < af ? af : al);
         const V xhat = lg + fg;
-        peak_pred[g] = ESF_MAX(peak_pred[g], xhat);
+        keep_max(peak_pred[g], xhat);
         const V cl = (xv - fg) * wl[g] + lg * keep_l[g];
         const V cs = (xv - cl) * ws[g] + fg * keep_s[g];
         std::memcpy(f + g * kWidth, &cs, sizeof cs);
         l[g] = cl;
         if (forward) {
           const V e = xhat - xv;
-          peak_e[g] = ESF_MAX(peak_e[g], ESF_ABS(e));
-          peak_sse[g] = ESF_MAX(peak_sse[g], sse[g]);
+          keep_max_magnitude(peak_e[g], e);
+          keep_max(peak_sse[g], sse[g]);
           sse[g] = sse[g] + e * e;
         }
       }
     }
   }
-#undef ESF_MAX
-#undef ESF_ABS
   for (int j = 0; j < in.count; ++j) {
     const int g = j / kWidth, i = j % kWidth;
     out.sse[j] = sse[g][i];
@@ -337,6 +335,14 @@ template <class V, int kWidth>
     out.peak_sse[j] = peak_sse[g][i];
   }
 }
+
+// What the grid in lanes leaves for pass::many_results: the extremes of
+// every pair and the pairs' weights, whose guard is that of ess::Lanes.
+struct GridPeaks : pass::LanePeaks {
+  static constexpr bool kMissingSseIsMissing = ess::Lanes::kMissingSseIsMissing;
+  const double* w;  // wlevel, wseason of each pair
+  bool unusable(int j) const noexcept { return ess::weights_overflow(w[2 * j], w[2 * j + 1]); }
+};
 
 // Two lanes to a vector: SSE2, which every x86-64 processor has (elsewhere
 // the compiler maps the vectors on what the processor has).
@@ -354,6 +360,23 @@ __attribute__((target("avx"))) void grid_lanes_4(const GridInput& in, pass::Lane
 void ess::smooth_many(const double* x, const char* misflg, double xscale, long n, int nseasons, const double* w,
                       int count, double level, const double* sfactor, const int* scodes, double* work, int* rc,
                       double* mse, int width) {
+  if (width != 1 && n >= 1 && count >= 1) {
+    const GridInput in{x, misflg, n, nseasons, scodes, w, count, level, sfactor, work};
+    GridPeaks peaks;
+    peaks.w = w;
+#if defined(__x86_64__)
+    if ((width == 0 || width == 4) && pass::lanes::has_avx()) {
+      grid_lanes_4(in, peaks);
+    } else
+#endif
+    {
+      grid_lanes_2(in, peaks);
+    }
+    long nmiss = 0;
+    for (long t = 0; t < n; ++t) nmiss += misflg[t] != 0;
+    pass::many_results(peaks, xscale, n - nmiss, count, rc, mse);
+    return;
+  }
   Lanes lanes;
   for (int j = 0; j < count; ++j) {
     lanes.wl[j] = w[2 * j];
@@ -361,21 +384,6 @@ void ess::smooth_many(const double* x, const char* misflg, double xscale, long n
     lanes.keep_l[j] = 1.0 - lanes.wl[j];
     lanes.keep_s[j] = 1.0 - lanes.ws[j];
     lanes.l[j] = level;
-  }
-  if (width != 1 && n >= 1 && count >= 1) {
-    const GridInput in{x, misflg, n, nseasons, scodes, w, count, level, sfactor, work};
-#if defined(__x86_64__)
-    if ((width == 0 || width == 4) && pass::lanes::has_avx()) {
-      grid_lanes_4(in, lanes);
-    } else
-#endif
-    {
-      grid_lanes_2(in, lanes);
-    }
-    long nmiss = 0;
-    for (long t = 0; t < n; ++t) nmiss += misflg[t] != 0;
-    pass::many_results(lanes, xscale, n - nmiss, count, rc, mse);
-    return;
   }
   for (int s = 0; s < nseasons; ++s) {
     for (int j = 0; j < count; ++j) work[s * count + j] = sfactor[s];

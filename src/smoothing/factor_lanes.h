@@ -1,6 +1,8 @@
-// The unchecked derivative passes of the seasonal families (the step record
+// SIMD lanes: the vectors, masks and guard extremes that every pass in lanes
+// uses (the grids of the trended, seasonal and Winters families), and the
+// unchecked derivative passes of the seasonal families (the step record
 // pass::FactorStep) with the derivatives by their weights side by side in
-// SIMD lanes: lane i of a vector holds the derivative by weight i.  Each lane
+// lanes: lane i of a vector holds the derivative by weight i.  Each lane
 // runs exactly the operations of the family's scalar step for its weight, in
 // the same order, so that every derivative, state and cross product is that
 // of the scalar pass to the bit; a term that only one weight's derivative
@@ -52,13 +54,38 @@ using MaskOf = std::conditional_t<kWidth<V> == 2, M2, M4>;
 inline bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
 #endif
 
-// The running extremes of the guards: a NaN value leaves them as they are.
+// The vector type of an expression of one.
+template <class E>
+using LaneVector = std::remove_cvref_t<E>;
+
+}  // namespace pass::lanes
+
+// |v| of a lane vector v, lane by lane: v with its sign bits cleared (-0
+// becomes +0, a NaN stays a NaN).  A macro, since no function here gives a
+// vector by value.
+#define ESF_LANES_ABS(v)                                                                   \
+  (reinterpret_cast<::pass::lanes::LaneVector<decltype(v)>>(                               \
+      reinterpret_cast<::pass::lanes::MaskOf<::pass::lanes::LaneVector<decltype(v)>>>(v) & \
+      (::pass::lanes::MaskOf<::pass::lanes::LaneVector<decltype(v)>>{} + 0x7fffffffffffffffLL)))
+
+namespace pass::lanes {
+
+// The running extremes of the guards, of doubles and lane by lane: a NaN
+// value leaves them as they are (a single maxsd or maxpd, minsd or minpd on
+// x86).
 [[gnu::always_inline]] inline void keep_max(double& peak, double v) noexcept { peak = peak < v ? v : peak; }
 [[gnu::always_inline]] inline void keep_min(double& low, double v) noexcept { low = v < low ? v : low; }
 template <class V>
+[[gnu::always_inline]] inline void keep_max(V& peak, const V& v) noexcept {
+  peak = peak < v ? v : peak;
+}
+template <class V>
+[[gnu::always_inline]] inline void keep_min(V& low, const V& v) noexcept {
+  low = v < low ? v : low;
+}
+template <class V>
 [[gnu::always_inline]] inline void keep_max_magnitude(V& peak, const V& v) noexcept {
-  using M = MaskOf<V>;
-  const V magnitude = reinterpret_cast<V>(reinterpret_cast<M>(v) & (M{} + 0x7fffffffffffffffLL));
+  const V magnitude = ESF_LANES_ABS(v);
   peak = peak < magnitude ? magnitude : peak;
 }
 template <class V>

@@ -225,6 +225,17 @@ inline int smooth(const K& k, const double* x, const char* misflg, long n, typen
 // (the variance of every family at lead 1 is se2 itself); only the forecast
 // rows fall back on the pass's own error variance. nobs counts the missing
 // observations over 0..end against the argument n.
+// The multiple of the standard deviation that limits at level siglev (both
+// sides together) lie from the prediction.
+inline double limit_z(double siglev) noexcept { return zprobit(1.0 - siglev * 0.5); }
+
+// What z..cla gives: the variance var of a forecast and, in *limit when
+// given, the half-width of its limits at level siglev, as predict writes it.
+inline double with_limit(double var, double siglev, double* limit) noexcept {
+  if (limit) *limit = limit_z(siglev) * std::sqrt(var);
+  return var;
+}
+
 template <class K>
 inline int predict(const K& k, const double* x, const char* misflg, long n, typename K::State& s, long start, long end,
                    long lead, double se2, double siglev, int startflg, double* mse, double* strptr) noexcept {
@@ -233,7 +244,7 @@ inline int predict(const K& k, const double* x, const char* misflg, long n, type
   if (k.unusable()) return kOverflow;
 
   const double std_fit = (esf::is_missing(se2) || se2 <= kTiny) ? 0.0 : std::sqrt(se2);
-  const double z = zprobit(1.0 - siglev * 0.5);
+  const double z = limit_z(siglev);
   const double limit = z * std::sqrt(se2);
 
   if (startflg == 0) {

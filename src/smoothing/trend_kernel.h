@@ -12,6 +12,7 @@
 
 #include "primitives/primitives.h"
 #include "regression/regression.h"
+#include "smoothing/factor_lanes.h"
 #include "smoothing/frame_limits.h"
 #include "smoothing/pass_kernel.h"
 
@@ -183,29 +184,20 @@ struct OneWeightLaneArrays {
 // kSseLimit, which the sum holds from then on.  A lane whose sse ends NaN
 // (an observation missing but not flagged) proves nothing: the caller runs
 // the grid again the checked way.
-typedef double V2 __attribute__((vector_size(16)));
-typedef long long M2 __attribute__((vector_size(16)));
-typedef double V4 __attribute__((vector_size(32)));
-typedef long long M4 __attribute__((vector_size(32)));
-
-// peak becomes the larger (smaller) of a and itself, lane by lane; a NaN in
-// a leaves it as it is (a single maxpd or minpd on x86).
-template <class V>
-[[gnu::always_inline]] inline void raise(V& peak, const V& a) noexcept {
-  peak = a > peak ? a : peak;
-}
-template <class V>
-[[gnu::always_inline]] inline void lower(V& peak, const V& a) noexcept {
-  peak = a < peak ? a : peak;
-}
+using pass::lanes::keep_max;
+using pass::lanes::keep_min;
+using pass::lanes::M2;
+using pass::lanes::M4;
+using pass::lanes::V2;
+using pass::lanes::V4;
 
 // hi and lo take in a and b.
 template <class V>
 [[gnu::always_inline]] inline void peaks(V& hi, V& lo, const V& a, const V& b) noexcept {
-  raise(hi, a);
-  raise(hi, b);
-  lower(lo, a);
-  lower(lo, b);
+  keep_max(hi, a);
+  keep_max(hi, b);
+  keep_min(lo, a);
+  keep_min(lo, b);
 }
 
 // The weights of a family with one weight w in lanes: w and 1 - w.
@@ -281,7 +273,6 @@ template <class U, class V, class M, int kWidth, int kGroups>
   // meets the error and sum-of-squares guards.
   long last = n - 1;
   while (last >= 0 && misflg[last]) --last;
-  const M abs_mask = M{} + 0x7fffffffffffffffLL;
   for (int pass = 0; pass < 2; ++pass) {
     const bool forward = pass == 1;
     if (forward) {
@@ -298,13 +289,10 @@ template <class U, class V, class M, int kWidth, int kGroups>
       for (int g = 0; g < kGroups; ++g) {
         V xhat;
         U::step(wt[g], xv, l[g], t[g], xhat, hi[g], lo[g]);
-        if constexpr (!U::kPredictionIsLevel) raise(pred[g], xhat);
+        if constexpr (!U::kPredictionIsLevel) keep_max(pred[g], xhat);
         if (!forward) continue;
         const V e = xhat - xv;
-        if (at == last) {
-          const V abs_e = reinterpret_cast<V>(reinterpret_cast<M>(e) & abs_mask);
-          bad[g] = (abs_e > kErrorLimit) | (sse[g] > kSseLimit);
-        }
+        if (at == last) bad[g] = (ESF_LANES_ABS(e) > kErrorLimit) | (sse[g] > kSseLimit);
         sse[g] = sse[g] + e * e;
       }
     }
@@ -346,7 +334,7 @@ template <class U>
                                                                    double* sse) noexcept {
   lanes_pass<U, V4, M4, 4, 5>(in, failed, sse);
 }
-inline bool has_avx() noexcept { return __builtin_cpu_supports("avx"); }
+using pass::lanes::has_avx;
 #endif
 
 // The side-by-side z..smo of a family: rc[j] and mse[j] for each of the

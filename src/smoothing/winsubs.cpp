@@ -247,8 +247,6 @@ template <class V, class M, int kWidth, bool kAdditive>
   const V one = V{} + 1.0;
   const V error_limit = V{} + kErrorLimit;
   const V sse_limit = V{} + kSseLimit;
-  const M abs_mask = M{} + 0x7fffffffffffffffLL;
-#define ESF_ABS(v) (reinterpret_cast<V>(reinterpret_cast<M>(v) & abs_mask))
 
   // Backward, the turn, forward.  One observation for every lane: the update
   // of win::point, with its guards as masks; the forward pass adds the error
@@ -274,7 +272,8 @@ template <class V, class M, int kWidth, bool kAdditive>
         const V lt = tr[g];
         V ls;
         std::memcpy(&ls, sf + g * kWidth, sizeof ls);
-        M b = bad[g] | (ESF_ABS(ll) > state_limit) | (ESF_ABS(lt) > state_limit) | (ESF_ABS(ls) > state_limit);
+        M b = bad[g] | (ESF_LANES_ABS(ll) > state_limit) | (ESF_LANES_ABS(lt) > state_limit) |
+              (ESF_LANES_ABS(ls) > state_limit);
         V xhat, cl, ct, cs;
         if constexpr (kAdditive) {
           xhat = ls + ll + lt;
@@ -285,10 +284,10 @@ template <class V, class M, int kWidth, bool kAdditive>
         } else {
           xhat = (lt + ll) * ls;
           b |= (xhat < minval) | (xhat > upper);
-          b |= ~((ESF_ABS(ls) >= one) | (ESF_ABS(xv) < ESF_ABS(ls) * big));
+          b |= ~((ESF_LANES_ABS(ls) >= one) | (ESF_LANES_ABS(xv) < ESF_LANES_ABS(ls) * big));
           const V xa = xv / ls;
           cl = xa * wl[g] + (one - wl[g]) * (lt + ll);
-          b |= ~((ESF_ABS(cl) >= one) | (ESF_ABS(xv) < ESF_ABS(cl) * big));
+          b |= ~((ESF_LANES_ABS(cl) >= one) | (ESF_LANES_ABS(xv) < ESF_LANES_ABS(cl) * big));
           const V xc = xv / cl;
           ct = (cl - ll) * wt[g] + (one - wt[g]) * lt;
           cs = xc * ws[g] + (one - ws[g]) * ls;
@@ -299,14 +298,13 @@ template <class V, class M, int kWidth, bool kAdditive>
         std::memcpy(sf + g * kWidth, &cs, sizeof cs);
         if (forward) {
           const V e = xhat - xv;
-          b |= (ESF_ABS(e) > error_limit) | (sse[g] > sse_limit);
+          b |= (ESF_LANES_ABS(e) > error_limit) | (sse[g] > sse_limit);
           sse[g] = sse[g] + e * e;
         }
         bad[g] = b;
       }
     }
   }
-#undef ESF_ABS
 
   for (int j = 0; j < count; ++j) {
     failed[j] = bad[j / kWidth][j % kWidth] != 0;
@@ -591,9 +589,7 @@ void win::smooth_many(const double* x, const char* misflg, double xscale, long n
 
 double zwincla(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead, double siglev,
                double* limit) {
-  const double var = se2 * additive_factor(wlevel, wtrend, wseason, nseasons, lead);
-  if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
-  return var;
+  return pass::with_limit(se2 * additive_factor(wlevel, wtrend, wseason, nseasons, lead), siglev, limit);
 }
 
 double zwinclm(double wlevel, double wtrend, double wseason, int nseasons, double se2, long lead, double siglev,
@@ -604,9 +600,7 @@ double zwinclm(double wlevel, double wtrend, double wseason, int nseasons, doubl
     if (limit) *limit = kMissing;
     return vm;
   }
-  const double var = se2 * vm;
-  if (limit) *limit = zprobit(1.0 - siglev * 0.5) * std::sqrt(var);
-  return var;
+  return pass::with_limit(se2 * vm, siglev, limit);
 }
 
 extern "C" {
