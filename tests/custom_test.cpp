@@ -545,6 +545,13 @@ TEST_F(CustomTest, DirectReadingFindsTheRows) {
     EXPECT_SAME(e, r.e);
     EXPECT_EQ(s, r.s);
   }
+  // A caller that names the table itself needs no interval for a row.
+  int multiplier = 0, shift = 0;
+  CUSTOMINTERVAL ref = getCustomIntervalDSRef(&iv, &multiplier, &shift);
+  CUSTOMINTERVALDSINFO named{};
+  named.DSRef = &ref;
+  EXPECT_EQ(customGetObs(nullptr, 2, &b, &e, &s, &named), 0);
+  EXPECT_EQ(b, 200.0);
 }
 
 // ---- Options from the environment -----------------------------------------------------

@@ -2,16 +2,19 @@
 // routine, the image records, the entry and its method table, and the
 // calling convention of a method.
 #include <dlfcn.h>
+#include <unistd.h>
 
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include "host/host.h"
 #include "module/families.h"
+#include "support/cli_run.h"
 
 namespace {
 
@@ -150,42 +153,34 @@ TEST_F(Image, WrongArgumentCountLeaves999AndResultZero) {
   for (List l : lists) esf::host::free_list(l);
 }
 
-// Runs a shell command; gives its standard output and exit status.
-std::string run(const std::string& command, int* status) {
-  std::string out;
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (pipe == nullptr) {
-    *status = -1;
-    return out;
-  }
-  char buf[512];
-  while (std::fgets(buf, sizeof buf, pipe) != nullptr) out += buf;
-  const int raw = ::pclose(pipe);
-  *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return out;
+// The command line run with ESF_MODULE set to `image`, in a directory of its own.
+support::CliOutcome run_with_image(const char* image, const std::vector<std::string>& args) {
+  const auto dir = std::filesystem::temp_directory_path() / ("esf_entry_" + std::to_string(::getpid()));
+  std::filesystem::create_directories(dir);
+  ::setenv("ESF_MODULE", image, 1);
+  const support::CliOutcome r = support::run_cli(dir, args);
+  std::filesystem::remove_all(dir);
+  return r;
 }
 
 TEST(HostProgram, VersionShowsTheImageAndTheMethodTableInOrder) {
-  int status = -1;
-  const std::string out = run(std::string("ESF_MODULE='") + ESF_MODULE + "' '" + ESF_CLI + "' --version 2>&1", &status);
-  ASSERT_EQ(status, 0) << out;
-  EXPECT_NE(out.find("release"), std::string::npos) << out;
-  EXPECT_NE(out.find("built"), std::string::npos) << out;
+  const support::CliOutcome r = run_with_image(ESF_MODULE, {"--version"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("release"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("built"), std::string::npos) << r.out;
   std::size_t at = 0;
   for (int slot = 0; slot < esf::kNumMethods; ++slot) {
     const char* name = method_name(slot);
-    const std::size_t found = out.find(std::string(" ") + name, at);
-    ASSERT_NE(found, std::string::npos) << name << " missing or out of order in\n" << out;
+    const std::size_t found = r.out.find(std::string(" ") + name, at);
+    ASSERT_NE(found, std::string::npos) << name << " missing or out of order in\n" << r.out;
     at = found + 1;
   }
 }
 
 TEST(HostProgram, MissingImageIsAClearError) {
-  int status = -1;
-  const std::string out =
-      run(std::string("ESF_MODULE=/nonexistent/libqorfmsm.so '") + ESF_CLI + "' --version 2>&1", &status);
-  EXPECT_NE(status, 0);
-  EXPECT_NE(out.find("cannot load the module image /nonexistent/libqorfmsm.so"), std::string::npos) << out;
+  const support::CliOutcome r = run_with_image("/nonexistent/libqorfmsm.so", {"--version"});
+  EXPECT_NE(r.status, 0);
+  EXPECT_NE(r.err.find("cannot load the module image /nonexistent/libqorfmsm.so"), std::string::npos) << r.err;
 }
 
 }  // namespace

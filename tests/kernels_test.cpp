@@ -24,19 +24,14 @@
 namespace {
 
 using smooth_test::example_series;
-using smooth_test::expect_rel;
 using smooth_test::is_miss;
 using smooth_test::kMiss;
 using smooth_test::Model;
-using smooth_test::Series;
 const double kNaN = std::nan("");
 constexpr double kStateLimit = 1.3407807929942597e+152;
 constexpr double kErrorLimit = 1.3407807929943e+154;
 
-class Kernel : public ::testing::Test {
- protected:
-  void SetUp() override { smooth_test::connect_module(); }
-};
+using Kernel = smooth_test::ModuleTest;
 
 // ---- One observation ---------------------------------------------------------
 
@@ -74,11 +69,11 @@ TEST_F(Kernel, SimpleOverflowLosesTheDerivative) {
 // backward 4 -> 4 -> 3.5 -> 2.75 -> 1.875; forward predictions 1.875,
 // 1.4375, 1.71875, 2.359375 and end level 3.1796875.
 TEST_F(Kernel, SimpleMatchesHandWorkedPasses) {
-  Series s({1, 2, 3, 4});
+  Model s({1, 2, 3, 4});
   double level = 4.0, mse = 0.0;
   double smoothed[4];
   double rows[16];
-  ASSERT_EQ(zes1smo(s.data(), s.mis(), 4.0, 4, 0.5, &level, &mse, smoothed, rows), 0);
+  ASSERT_EQ(zes1smo(s->ts.x, s->ts.misflg, 4.0, 4, 0.5, &level, &mse, smoothed, rows), 0);
   const double xhat[4] = {1.875, 1.4375, 1.71875, 2.359375};
   const double after[4] = {1.4375, 1.71875, 2.359375, 3.1796875};
   double sse = 0.0;
@@ -112,9 +107,9 @@ TEST_F(Kernel, SimpleEdgeResults) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    Series s(c.x);
+    Model s(c.x);
     double level = c.start, mse = 0.0;
-    EXPECT_EQ(zes1smo(s.data(), s.mis(), 3.0, s.n(), c.w, &level, &mse, nullptr, nullptr), c.rc);
+    EXPECT_EQ(zes1smo(s->ts.x, s->ts.misflg, 3.0, s->ts.nobs, c.w, &level, &mse, nullptr, nullptr), c.rc);
     if (!std::isnan(c.mse)) {
       EXPECT_EQ(mse, c.mse);
     }
@@ -129,20 +124,20 @@ TEST_F(Kernel, SimpleEdgeResults) {
 // plain sum of squares (the rows and the variance of every family:
 // family_test.cpp).
 TEST_F(Kernel, SimpleRowsFromStartAndTheSumOfOneObservation) {
-  Series s({3, 8, 5, 6, 9});
+  Model s({3, 8, 5, 6, 9});
   std::vector<double> all(7 * 6), tail(7 * 6);
   double level = 9.0, mse = 0.0;
-  ASSERT_EQ(zes1prd(s.data(), s.mis(), 9.0, 5, 0.3, &level, 0, 4, 1, 1.0, 0.05, 0, &mse, all.data()), 0);
+  ASSERT_EQ(zes1prd(s->ts.x, s->ts.misflg, 9.0, 5, 0.3, &level, 0, 4, 1, 1.0, 0.05, 0, &mse, all.data()), 0);
   level = 9.0;
-  ASSERT_EQ(zes1prd(s.data(), s.mis(), 9.0, 5, 0.3, &level, 2, 4, 1, 1.0, 0.05, 0, &mse, tail.data()), 0);
+  ASSERT_EQ(zes1prd(s->ts.x, s->ts.misflg, 9.0, 5, 0.3, &level, 2, 4, 1, 1.0, 0.05, 0, &mse, tail.data()), 0);
   EXPECT_EQ(tail[0], 5.0);  // observation 2
   EXPECT_EQ(std::memcmp(tail.data(), all.data() + 7 * 2, 7 * 4 * sizeof(double)), 0);
-  Series one({NAN, 4});
+  Model one({NAN, 4});
   level = 6.0;
-  ASSERT_EQ(zes1prd(one.data(), one.mis(), 6.0, 2, 0.5, &level, 0, 1, 0, 1.0, 0.05, 1, &mse, nullptr), 0);
+  ASSERT_EQ(zes1prd(one->ts.x, one->ts.misflg, 6.0, 2, 0.5, &level, 0, 1, 0, 1.0, 0.05, 1, &mse, nullptr), 0);
   EXPECT_EQ(mse, 4.0);  // one observation, error 2: no division
-  Series none({NAN, NAN});
-  EXPECT_EQ(zes1prd(none.data(), none.mis(), 1.0, 2, 0.5, &level, 0, 1, 0, 1.0, 0.05, 1, &mse, nullptr), -2);
+  Model none({NAN, NAN});
+  EXPECT_EQ(zes1prd(none->ts.x, none->ts.misflg, 1.0, 2, 0.5, &level, 0, 1, 0, 1.0, 0.05, 1, &mse, nullptr), -2);
 }
 
 // ---- Standard errors ----------------------------------------------------------
@@ -163,23 +158,6 @@ TEST_F(Kernel, SimpleStdErrFromTheSweptDiagonal) {
   double negative[1] = {-0.3};
   ASSERT_EQ(zes1std(zero, 8.0, 10, negative, &se, &t), 0);
   EXPECT_EQ(t, esf::host::gcb()->negovfl);
-}
-
-// The standard closed form of the h-step variance factor of Holt's method:
-// 1 + sum_{j=1}^{h-1} (a + j a g)^2.
-double holt_variance_factor(double a, double g, long h) {
-  const double m = static_cast<double>(h - 1);
-  return 1.0 + m * a * a + a * a * g * m * (m + 1.0) + a * a * g * g * m * (m + 1.0) * (2.0 * m + 1.0) / 6.0;
-}
-
-// The forecast rows carry zes2cla's variance (family_test.cpp).
-TEST_F(Kernel, LinearForecastVarianceHasHoltsClosedForm) {
-  for (double a : {0.05, 0.5, 0.95}) {
-    for (double g : {0.0, 0.3, 0.9}) {
-      for (long k = 1; k <= 24; ++k)
-        expect_rel(zes2cla(a, g, 2.5, k, 0.05, nullptr), 2.5 * holt_variance_factor(a, g, k), 1e-12);
-    }
-  }
 }
 
 TEST_F(Kernel, LinearStabilityRegion) {
@@ -305,19 +283,21 @@ TEST_F(Kernel, SeasonalGuardsOfTheKernel) {
   EXPECT_EQ(zessdpd(1.0, 0.3, 0.3, 1.0, 1.0, 0.0, 0.0, derlev, dersea, dervec), -9);
   EXPECT_TRUE(is_miss(derlev[0]) && is_miss(derlev[1]) && is_miss(dersea[0]));
 
-  Series ser({1.0, 2.0, kNaN}, 2);
+  Model ser({1.0, 2.0, kNaN});
+  ser.seasons(2);
   double g[2] = {0.0, 0.0}, mse = 0.0;
-  EXPECT_EQ(zesssmo(ser.data(), ser.mis(), 3, 3, 2, 0.3, 2e152, &level, g, ser.codes.data(), &mse, 0, 0), -9);
+  EXPECT_EQ(zesssmo(ser->ts.x, ser->ts.misflg, 3, 3, 2, 0.3, 2e152, &level, g, ser->ts.scodes, &mse, 0, 0), -9);
 }
 
 // With no observation rows (end -1) the forecasts run from season 0 on the
 // state handed in, and nothing before them counts towards the mse.
 TEST_F(Kernel, SeasonalForecastsWithoutObservationRowsStartAtSeasonZero) {
-  Series ser({1.0, 2.0, 3.0, 4.0}, 3);
+  Model ser({1.0, 2.0, 3.0, 4.0});
+  ser.seasons(3);
   double level = 10.0, mse = 0.0;
   double f[3] = {1.0, 2.0, 3.0};
   std::vector<double> rows(8 * 4);
-  ASSERT_EQ(zessprd(ser.data(), ser.mis(), 12.0, 4, 3, 0.5, 0.5, &level, f, ser.codes.data(), 0, -1, 4, 1.0, 0.05, 1,
+  ASSERT_EQ(zessprd(ser->ts.x, ser->ts.misflg, 12.0, 4, 3, 0.5, 0.5, &level, f, ser->ts.scodes, 0, -1, 4, 1.0, 0.05, 1,
                     &mse, rows.data()),
             0);
   EXPECT_EQ(mse, 0.0);
@@ -392,19 +372,19 @@ TEST_F(Kernel, SeasonalCentringMovesTheMeanOfTheFactorsIntoTheLevel) {
 
 TEST_F(Kernel, SeasonalStartValues) {
   std::vector<double> air = example_series("AirPassengers.csv");
-  Series ser(air, 12);
+  Model ser(air);
   double ccoef = 0.0, level = 0.0;
   std::vector<double> csfact(12), f(12);
-  ASSERT_EQ(ztsrdmy(ser.data(), ser.mis(), ser.n(), 12, &ccoef, nullptr, nullptr, csfact.data(), nullptr), 0);
+  ASSERT_EQ(ztsrdmy(ser->ts.x, ser->ts.misflg, ser->ts.nobs, 12, &ccoef, nullptr, nullptr, csfact.data(), nullptr), 0);
   for (int nstart : {0, 5, 11}) {  // the first regression factor is nstart's
-    ASSERT_EQ(zesssvi(ser.data(), ser.mis(), ser.n(), 12, nstart, 1, &level, f.data()), 0);
+    ASSERT_EQ(zesssvi(ser->ts.x, ser->ts.misflg, ser->ts.nobs, 12, nstart, 1, &level, f.data()), 0);
     EXPECT_EQ(level, air.back());
     for (int i = 0; i < 12; ++i) EXPECT_EQ(f[(nstart + i) % 12], csfact[i]) << nstart << " " << i;
   }
   // A reduced regression (no season with two points): its constant is the level.
-  Series few({10.0, 20.0, 30.0, 40.0, 50.0}, 12);
-  ASSERT_EQ(ztsrdmy(few.data(), few.mis(), 5, 12, &ccoef, nullptr, nullptr, csfact.data(), nullptr), 1);
-  ASSERT_EQ(zesssvi(few.data(), few.mis(), 5, 12, 0, 1, &level, f.data()), 0);
+  Model few({10.0, 20.0, 30.0, 40.0, 50.0});
+  ASSERT_EQ(ztsrdmy(few->ts.x, few->ts.misflg, 5, 12, &ccoef, nullptr, nullptr, csfact.data(), nullptr), 1);
+  ASSERT_EQ(zesssvi(few->ts.x, few->ts.misflg, 5, 12, 0, 1, &level, f.data()), 0);
   EXPECT_EQ(level, ccoef);
   for (int i = 0; i < 12; ++i) EXPECT_EQ(f[i], is_miss(csfact[i]) ? 0.0 : csfact[i]);
 }
@@ -413,17 +393,18 @@ TEST_F(Kernel, SeasonalStartValues) {
 // -100.
 TEST_F(Kernel, SeasonalWithoutMemory) {
   const std::vector<double> air = example_series("AirPassengers.csv");
-  Series ser(air, 12);
+  Model ser(air);
+  ser.seasons(12);
   Model m(std::vector<double>(air.begin(), air.begin() + 13), 2);
   m.seasons(12);
   ASSERT_EQ(zesssvi(m->ts.x, m->ts.misflg, 13, 12, 0, 1, &m->svi.level, m->svi.sfactor), 0);
   std::vector<double> f(12, 0.0);
   double deltas[2] = {1e-6, 1e-6}, pder[2], level = 0.0;
   esf::host::pool_fail_after(0);
-  EXPECT_EQ(zessnpd(ser.data(), ser.mis(), ser.norm, ser.n(), 12, 0.3, 0.3, 400.0, f.data(), ser.codes.data(), deltas,
-                    0, pder),
+  EXPECT_EQ(zessnpd(ser->ts.x, ser->ts.misflg, ser->ts.descstats.norm, ser->ts.nobs, 12, 0.3, 0.3, 400.0, f.data(),
+                    ser->ts.scodes, deltas, 0, pder),
             -100);
-  EXPECT_EQ(zesssvi(ser.data(), ser.mis(), ser.n(), 12, 0, 1, &level, f.data()), -100);
+  EXPECT_EQ(zesssvi(ser->ts.x, ser->ts.misflg, ser->ts.nobs, 12, 0, 1, &level, f.data()), -100);
   esf::host::pool_fail_after(1);
   EXPECT_EQ(nessfit(m.get()), -100);
   esf::host::pool_fail_after(-1);

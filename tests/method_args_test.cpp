@@ -31,9 +31,8 @@ using method_test::texts_of;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-class ArgsTest : public ::testing::Test {
+class ArgsTest : public smooth_test::ModuleTest {
  protected:
-  void SetUp() override { method_test::connect_module(); }
   void TearDown() override {
     for (List l : owned_) esf::host::free_list(l);
   }

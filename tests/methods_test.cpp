@@ -1,7 +1,8 @@
 // The simple smoothing methods end to end through the host's lists: the
 // return code of every failure a fit or a forecast can meet, the lists a
-// failed call leaves alone, and the lists a fit writes (a fit followed by a
-// forecast, for every family: family_test.cpp).
+// failed call leaves alone, and where a forecast finds its weights, start and
+// variance (the lists a fit writes and a fit followed by a forecast, for
+// every family: family_test.cpp).
 #include <unistd.h>
 
 #include <cmath>
@@ -23,14 +24,12 @@ namespace fs = std::filesystem;
 using esf::host::add_list;
 using esf::host::find_list;
 using esf::host::find_number;
-using esf::host::find_text;
-using esf::host::item_name;
 using esf::host::items;
 using esf::host::MethodCall;
 using esf::host::set_number;
 using esf::host::set_text;
 using method_test::CallLists;
-using method_test::texts_of;
+using method_test::names_of;
 using smooth_test::read_table;
 using smooth_test::Table;
 
@@ -50,18 +49,6 @@ void remove_item(List list, const char* name) {
   const bool holds_list = slitml(list, at, &sub) == 0 && sub != 0;
   slditm(list, at);
   if (holds_list) slfree(sub, 1, esf::host::fmcomp());
-}
-
-std::vector<std::string> names_of(List list) {
-  std::vector<std::string> out;
-  for (const SLIST_ITEM* it : items(list)) out.push_back(item_name(it));
-  return out;
-}
-
-std::vector<double> numbers_of(List list) {
-  std::vector<double> out;
-  for (const SLIST_ITEM* it : items(list)) out.push_back(slgetnv(it, 0));
-  return out;
 }
 
 class MethodsTest : public ::testing::Test {
@@ -159,38 +146,6 @@ TEST_F(MethodsTest, FitWithoutMemory) {
 }
 
 // ---- Fit results ------------------------------------------------------------------
-
-TEST_F(MethodsTest, FitWritesWeightsEstimatesAndStates) {
-  CallLists l(kAir);
-  ASSERT_EQ(fit(l), 0);
-  EXPECT_EQ(names_of(l.model),
-            (std::vector<std::string>{"MODEL_SPEC", "FITRANGE", "EVALRANGE", "PARMVALS", "ESTIMATES", "FIT_STATS"}));
-
-  const double w = *find_number(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"), "LEVEL");
-
-  List est = find_list(l.model, "ESTIMATES");
-  EXPECT_EQ(names_of(est), (std::vector<std::string>{"NAMES", "VALUES", "LABELS", "STDERRS", "TVALS", "NPARMS", "SIGMA",
-                                                     "SMOOTHED_STATE"}));
-  EXPECT_EQ(texts_of(find_list(est, "NAMES")), (std::vector<std::string>{"LEVEL"}));
-  EXPECT_EQ(numbers_of(find_list(est, "VALUES")), (std::vector<double>{w}));
-  const double se = numbers_of(find_list(est, "STDERRS")).at(0);
-  EXPECT_GT(se, 0.0);
-  EXPECT_DOUBLE_EQ(numbers_of(find_list(est, "TVALS")).at(0), w / se);
-
-  // SIGMA is the error variance of the backcast model with one degree of
-  // freedom taken.
-  const double mse = backcast_mse(kAir, w);
-  const double n = static_cast<double>(kAir.size());
-  EXPECT_NEAR(*find_number(est, "SIGMA"), mse * n / (n - 1.0), 1e-9 * mse);
-
-  // The model description receives the computed start and the time-0 state.
-  EXPECT_EQ(names_of(l.spec), (std::vector<std::string>{"SVI", "STARTVALS"}));
-  EXPECT_EQ(find_number(find_list(l.spec, "SVI"), "LEVEL"), kAir.back());
-
-  List stats = find_list(l.model, "FIT_STATS");
-  EXPECT_EQ(names_of(stats), (std::vector<std::string>{"NAMES", "VALUES"}));
-  EXPECT_TRUE(items(find_list(stats, "NAMES")).empty());
-}
 
 TEST_F(MethodsTest, RepeatedFitAppends) {
   CallLists l(kAir);

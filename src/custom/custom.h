@@ -15,6 +15,8 @@
 // rest is declared here.
 #pragma once
 
+#include <cstring>
+
 #include "intervals/interval.h"
 #include "module/export.h"
 #include "module/host_api.h"
@@ -115,6 +117,20 @@ inline constexpr rctype kCintcBadDate = static_cast<rctype>(0x8000080Cu);
 inline constexpr rctype kCintcBadSeason = static_cast<rctype>(0x8000080Du);
 // Seasons of a custom cycle: a seasonal model keeps several numbers for each.
 inline constexpr double kCustomMaxSeason = 1.0e6;
+
+// A request to open a table for reading, its library and member blank until
+// the caller names them.
+inline XOPNSTR input_table_request() {
+  XOPNSTR opn;
+  std::memset(&opn, 0, sizeof opn);
+  opn.opnmode = XO_INPUT;
+  opn.obs = -1;
+  opn.maxrc = 1;
+  std::memset(opn.name.lib.libref, ' ', sizeof opn.name.lib.libref);
+  std::memset(opn.name.mem.name, ' ', sizeof opn.name.mem.name);
+  std::memset(opn.name.memtype, ' ', sizeof opn.name.memtype);
+  return opn;
+}
 
 extern "C" {
 

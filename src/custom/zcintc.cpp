@@ -16,6 +16,22 @@ constexpr int kNameChars = 32;   // interval names and members
 constexpr int kLibChars = 8;     // library references
 constexpr int kTokenChars = 22;  // an interval's token
 
+// A mapping record with room of its own for its three names.
+struct DSMapRoom {
+  QKChar interval[kNameChars];
+  QKChar lib[kLibChars];
+  QKChar member[kNameChars];
+  CINTCIntDSMap map{};
+
+  DSMapRoom() {
+    map.interval = interval;
+    map.lib = lib;
+    map.member = member;
+  }
+  DSMapRoom(const DSMapRoom&) = delete;
+  DSMapRoom& operator=(const DSMapRoom&) = delete;
+};
+
 // Delimiters of the option text.
 bool is_delimiter(tchar c) { return c == ' ' || c == '(' || c == ')' || c == ',' || c == '='; }
 
@@ -194,16 +210,11 @@ rctype loadDSOPTS(ZQKECINTC* mgr) {
   tchar* ctx = nullptr;
   CUSTOMINTERVAL custInt;
   while (parseIntervalDS(text, &custInt, &ctx) == 0) {
-    QKChar interval[kNameChars];
-    QKChar lib[kLibChars];
-    QKChar member[kNameChars];
-    CINTCIntDSMap dsMap{};
-    dsMap.interval = interval;
-    dsMap.lib = lib;
-    dsMap.member = member;
-    dsMap.interval_l = to_wide(custInt.interval.name, custInt.interval.name_l, interval, kNameChars);
-    dsMap.lib_l = to_wide(custInt.lib.name, custInt.lib.name_l, lib, kLibChars);
-    dsMap.member_l = to_wide(custInt.member.name, custInt.member.name_l, member, kNameChars);
+    DSMapRoom room;
+    CINTCIntDSMap& dsMap = room.map;
+    dsMap.interval_l = to_wide(custInt.interval.name, custInt.interval.name_l, room.interval, kNameChars);
+    dsMap.lib_l = to_wide(custInt.lib.name, custInt.lib.name_l, room.lib, kLibChars);
+    dsMap.member_l = to_wide(custInt.member.name, custInt.member.name_l, room.member, kNameChars);
     if (dsMap.interval_l <= 0 || dsMap.member_l <= 0 || dsMap.lib_l < 0) return kCintcCacheFailed;
     if (mgr->exth->addIntervalMapDef(mgr->objh, &dsMap) != 0) return kCintcCacheFailed;
   }
@@ -286,14 +297,8 @@ int getcustomname(tchar* name, int len) {
   QKChar wname[kNameChars];
   const int wlen = to_wide(name, len < kNameChars ? len : kNameChars, wname, kNameChars);
   if (wlen <= 0) return 0;
-  QKChar interval[kNameChars];
-  QKChar lib[kLibChars];
-  QKChar member[kNameChars];
-  CINTCIntDSMap dsmap{};
-  dsmap.interval = interval;
-  dsmap.lib = lib;
-  dsmap.member = member;
-  return mgr->exth->getDSMapByIntName(mgr->objh, wname, wlen, &dsmap) == 0 ? kIntCustom : 0;
+  DSMapRoom room;
+  return mgr->exth->getDSMapByIntName(mgr->objh, wname, wlen, &room.map) == 0 ? kIntCustom : 0;
 }
 
 void zcintcReleaseRef(CINTCInfo* cinfo) {
@@ -351,14 +356,9 @@ int zcustLoad(INTERVAL* interval, CINTCInfo** oinfo) {
   if (tokenlen > kTokenChars) tokenlen = kTokenChars;
   const int wlen = to_wide(interval->token, tokenlen, token, kTokenChars);
   if (wlen < 0) return kCintcCacheFailed;
-  QKChar mapped[kNameChars];
-  QKChar lib[kLibChars];
-  QKChar member[kNameChars];
-  CINTCIntDSMap dsmap{};
-  dsmap.interval = mapped;
+  DSMapRoom room;
+  CINTCIntDSMap& dsmap = room.map;
   dsmap.interval_l = -1;
-  dsmap.lib = lib;
-  dsmap.member = member;
   int multiplier = 0;
   int shift = 0;
   const int byToken = mgr->exth->getDSMapByToken(mgr->objh, token, wlen, interval->intper, interval->shiftper, &dsmap,
@@ -377,14 +377,7 @@ int zcustLoad(INTERVAL* interval, CINTCInfo** oinfo) {
   }
 
   // Open the table.
-  XOPNSTR opn;
-  std::memset(&opn, 0, sizeof opn);
-  opn.opnmode = XO_INPUT;
-  opn.obs = -1;
-  opn.maxrc = 1;
-  std::memset(opn.name.lib.libref, ' ', sizeof opn.name.lib.libref);
-  std::memset(opn.name.mem.name, ' ', sizeof opn.name.mem.name);
-  std::memset(opn.name.memtype, ' ', sizeof opn.name.memtype);
+  XOPNSTR opn = input_table_request();
   if (dsmap.lib_l > 0 &&
       from_wide(dsmap.lib, dsmap.lib_l, opn.name.lib.libref, static_cast<int>(sizeof opn.name.lib.libref)) < 0) {
     return kCintcCacheFailed;

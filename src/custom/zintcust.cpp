@@ -236,16 +236,20 @@ bool table_end(const Table& t, bool from_right, double* date, QORNOBS* index, QK
   return false;
 }
 
+// The answer for an end of a table not found: a missing date, row -1 and
+// no variable.
+void no_end(double* date, QORNOBS* index, QKChar* pos) {
+  if (date != nullptr) *date = kDot;
+  if (index != nullptr) *index = -1;
+  if (pos != nullptr) *pos = ' ';
+}
+
 // First and last date of the table, with the row and variable ('B' or 'E')
 // that gave each; LR below 0 asks for the left end only, above 0 the right.
 int range(const Table& t, int LR, double* left, QORNOBS* lindex, QKChar* lpos, double* right, QORNOBS* rindex,
           QKChar* rpos) {
-  if (left != nullptr) *left = kDot;
-  if (right != nullptr) *right = kDot;
-  if (lindex != nullptr) *lindex = -1;
-  if (rindex != nullptr) *rindex = -1;
-  if (lpos != nullptr) *lpos = ' ';
-  if (rpos != nullptr) *rpos = ' ';
+  no_end(left, lindex, lpos);
+  no_end(right, rindex, rpos);
   bool ok = true;
   if (LR < 1) ok = table_end(t, false, left, lindex, lpos) && ok;
   if (LR > -1) ok = table_end(t, true, right, rindex, rpos) && ok;
@@ -481,6 +485,36 @@ struct TableOf {
   }
 };
 
+// The questions asked of the table of an interval: through the task's
+// cache for an INTERVALX that holds a reference, read directly otherwise
+// (the routines ending in C take an INTERVALX, the others an INTERVAL).
+template <class Interval>
+int find_index_in(Interval* iv, CUSTOMINTERVALDSINFO* dsinfo, double x, double* n, double* b, double* e, double* s) {
+  *n = kDot;
+  clear3(b, e, s);
+  if (iv == nullptr) return -1;
+  TableOf t(iv, dsinfo);
+  if (!t.ok) return -1;
+  return find_index(t.table, groups_of(iv), x, n, b, e, s);
+}
+
+template <class Interval>
+int get_index_in(Interval* iv, CUSTOMINTERVALDSINFO* dsinfo, double n, double* b, double* e, double* s) {
+  clear3(b, e, s);
+  if (iv == nullptr) return -1;
+  TableOf t(iv, dsinfo);
+  if (!t.ok) return -1;
+  return get_index(t.table, groups_of(iv), n, b, e, s);
+}
+
+template <class Interval>
+int get_obs_in(Interval* iv, CUSTOMINTERVALDSINFO* dsinfo, double n, double* b, double* e, double* s) {
+  clear3(b, e, s);
+  TableOf t(iv, dsinfo);  // a row needs no interval when dsinfo holds its table open
+  if (!t.ok) return -1;
+  return get_obs(t.table, n, b, e, s);
+}
+
 // A value inside a day (a second, in a table of datetimes) lies in the
 // period of that day: rows begin and end on whole units, so the value is
 // first taken down to its unit, as the calendar routines do before they
@@ -661,13 +695,7 @@ int openDS(CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double
   if (xvp != nullptr) *xvp = nullptr;
   if (DSRef == nullptr || beginBuffer == nullptr || xoparm == nullptr || xvp == nullptr) return -1;
   if (DSRef->member.name_l <= 0) return -1;
-  XOPNSTR opn;
-  std::memset(&opn, 0, sizeof opn);
-  opn.opnmode = XO_INPUT;
-  opn.obs = -1;
-  opn.maxrc = 1;
-  std::memset(opn.name.lib.libref, ' ', sizeof opn.name.lib.libref);
-  std::memset(opn.name.memtype, ' ', sizeof opn.name.memtype);
+  XOPNSTR opn = input_table_request();
   const int libl = DSRef->lib.name_l < 8 ? DSRef->lib.name_l : 8;
   if (libl > 0) std::memcpy(opn.name.lib.libref, DSRef->lib.name, static_cast<size_t>(libl));
   vzmp(DSRef->member.name, DSRef->member.name_l, opn.name.mem.name, 32);
@@ -702,49 +730,27 @@ int openDS(CUSTOMINTERVAL* DSRef, double* beginBuffer, double* endBuffer, double
 }
 
 int findIndexC(INTERVALX* intervalx, double x, double* n, double* b, double* e, double* s) {
-  *n = kDot;
-  clear3(b, e, s);
-  TableOf t(intervalx, nullptr);
-  if (!t.ok) return -1;
-  return find_index(t.table, groups_of(intervalx), x, n, b, e, s);
+  return find_index_in(intervalx, nullptr, x, n, b, e, s);
 }
 
 int getIndexC(INTERVALX* intervalx, double n, double* b, double* e, double* s) {
-  clear3(b, e, s);
-  TableOf t(intervalx, nullptr);
-  if (!t.ok) return -1;
-  return get_index(t.table, groups_of(intervalx), n, b, e, s);
+  return get_index_in(intervalx, nullptr, n, b, e, s);
 }
 
 int customGetObsC(INTERVALX* intervalx, double n, double* b, double* e, double* s, CUSTOMINTERVALDSINFO* dsinfo) {
-  clear3(b, e, s);
-  TableOf t(intervalx, dsinfo);
-  if (!t.ok) return -1;
-  return get_obs(t.table, n, b, e, s);
+  return get_obs_in(intervalx, dsinfo, n, b, e, s);
 }
 
 int findIndex(INTERVAL* interval, double x, double* n, double* b, double* e, double* s, CUSTOMINTERVALDSINFO* dsinfo) {
-  *n = kDot;
-  clear3(b, e, s);
-  if (interval == nullptr) return -1;
-  TableOf t(interval, dsinfo);
-  if (!t.ok) return -1;
-  return find_index(t.table, groups_of(interval), x, n, b, e, s);
+  return find_index_in(interval, dsinfo, x, n, b, e, s);
 }
 
 int getIndex(INTERVAL* interval, double n, double* b, double* e, double* s, CUSTOMINTERVALDSINFO* dsinfo) {
-  clear3(b, e, s);
-  if (interval == nullptr) return -1;
-  TableOf t(interval, dsinfo);
-  if (!t.ok) return -1;
-  return get_index(t.table, groups_of(interval), n, b, e, s);
+  return get_index_in(interval, dsinfo, n, b, e, s);
 }
 
 int customGetObs(INTERVAL* interval, double n, double* b, double* e, double* s, CUSTOMINTERVALDSINFO* dsinfo) {
-  clear3(b, e, s);
-  TableOf t(interval, dsinfo);
-  if (!t.ok) return -1;
-  return get_obs(t.table, n, b, e, s);
+  return get_obs_in(interval, dsinfo, n, b, e, s);
 }
 
 int customRange(INTERVALX* intervalx, int LR, double* left, double* right, CUSTOMINTERVALDSINFO* dsinfo) {
@@ -753,12 +759,8 @@ int customRange(INTERVALX* intervalx, int LR, double* left, double* right, CUSTO
 
 int customRangeD(INTERVALX* intervalx, int LR, double* left, QORNOBS* lindex, QKChar* lpos, double* right,
                  QORNOBS* rindex, QKChar* rpos, CUSTOMINTERVALDSINFO* dsinfo) {
-  if (left != nullptr) *left = kDot;
-  if (right != nullptr) *right = kDot;
-  if (lindex != nullptr) *lindex = -1;
-  if (rindex != nullptr) *rindex = -1;
-  if (lpos != nullptr) *lpos = ' ';
-  if (rpos != nullptr) *rpos = ' ';
+  no_end(left, lindex, lpos);
+  no_end(right, rindex, rpos);
   if (intervalx == nullptr) return -1;
   TableOf t(intervalx, dsinfo);
   if (!t.ok) return -1;

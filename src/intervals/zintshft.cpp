@@ -8,49 +8,32 @@
 
 namespace {
 
-// Base name of the sub-interval of a built-in code, or null for a code
-// that has none (WEEKDAY and custom intervals are built apart).
-const char* sub_interval_name(int code) {
+// The sub-interval of a built-in code: the code itself for an interval
+// that is its own finest unit (NONE, OBS, time, DAY, WEEKDAY, TENDAY,
+// SEMIMONTH, MONTH, the retail months); -1 for a code without a name
+// (reserved, custom, unknown).
+int sub_interval_code(int code) {
   switch (code) {
-    case kIntNone:
-      return "NONE";
-    case kIntObs:
-      return "OBS";
-    case kIntSecond:
-      return "SECOND";
-    case kIntMinute:
-      return "MINUTE";
-    case kIntHour:
-      return "HOUR";
-    case kIntDay:
     case kIntWeek:
     case kIntWeekv:
-      return "DAY";
-    case kIntTenday:
-      return "TENDAY";
-    case kIntSemimonth:
-      return "SEMIMONTH";
-    case kIntMonth:
+      return kIntDay;
     case kIntQtr:
     case kIntSemiyear:
     case kIntYear:
-      return "MONTH";
-    case kIntR445Mon:
+      return kIntMonth;
     case kIntR445Qtr:
     case kIntR445Yr:
-      return "R445MON";
-    case kIntR454Mon:
+      return kIntR445Mon;
     case kIntR454Qtr:
     case kIntR454Yr:
-      return "R454MON";
-    case kIntR544Mon:
+      return kIntR454Mon;
     case kIntR544Qtr:
     case kIntR544Yr:
-      return "R544MON";
+      return kIntR544Mon;
     case kIntYearv:
-      return "WEEKV";
+      return kIntWeekv;
     default:
-      return nullptr;
+      return interval_base_name(code) != nullptr ? code : -1;
   }
 }
 
@@ -93,22 +76,18 @@ extern "C" int zintshft(struct INTERVAL* istr, struct INTERVAL* sistr) {
     std::memcpy(text + len, part, n);
     len += n;
   };
-  const char* name = sub_interval_name(code);
-  if (name == nullptr && code != kIntWeekday) {
+  const int sub = sub_interval_code(code);
+  if (sub < 0) {
     *sistr = INTERVAL{};
     return 2;
   }
   if (istr->units == kUnitsDatetime) append("DT");
-  if (code == kIntWeekday) {
-    append("WEEKDAY");
-    if (!calendar::is_default_weekend(*istr)) {
-      for (int w = 0; w < 7; ++w) {
-        if (istr->weekend[w] != 0) text[len++] = static_cast<char>('1' + w);
-      }
-      text[len++] = 'W';
+  append(interval_base_name(sub));
+  if (sub == kIntWeekday && !calendar::is_default_weekend(*istr)) {
+    for (int w = 0; w < 7; ++w) {
+      if (istr->weekend[w] != 0) text[len++] = static_cast<char>('1' + w);
     }
-  } else {
-    append(name);
+    text[len++] = 'W';
   }
   text[len] = '\0';
   zintstr(text, -1, sistr);

@@ -31,6 +31,7 @@
 #include "numeric/numeric.h"
 #include "primitives/primitives.h"
 #include "regression/regression.h"
+#include "regression/regression_work.h"
 
 namespace regression {
 
@@ -48,21 +49,14 @@ void gettime(long n, double* ts1, double* ts2, double* ts3, double* ts4) {
 
 namespace {
 
-using regression::gettime;
+using namespace regression;  // the shared status codes, limits and work arrays
 
-// Denominators and pivots below this count as zero.
-constexpr double kTiny = 1.491668147e-154;
 constexpr double kMissing = esf::kMissing;
 
-constexpr int kReduced = 1;
-constexpr int kOk = 0;
-constexpr int kNoMemory = -1;
-constexpr int kTooFew = -2;
 constexpr int kNothingAsked = -3;
 constexpr int kBadModel = -99;
 
-// Pool flag words: arrays of numbers, and the packed matrix of getrqda.
-constexpr int kNumberFlags = 0x2004;
+// Pool flag word of the packed matrix of getrqda.
 constexpr int kMatrixFlags = 0x2006;
 
 enum ModelBits : int {
@@ -85,33 +79,6 @@ struct Request {
   double* tcoef;
   double* qcoef;
   double* sdcoef;
-};
-
-// Work arrays from the host's current pool. Everything is asked for first
-// and tested once with xmemdef; whatever was obtained goes back on every
-// return.
-class WorkArrays {
- public:
-  WorkArrays() = default;
-  WorkArrays(const WorkArrays&) = delete;
-  WorkArrays& operator=(const WorkArrays&) = delete;
-  ~WorkArrays() {
-    for (int i = 0; i < count_; ++i) host_free(blocks_[i]);
-  }
-
-  template <class T>
-  T* get(long items, int flags) {
-    void* p = host_alloc(static_cast<long>(static_cast<std::size_t>(items) * sizeof(T)), flags);
-    if (p != nullptr) blocks_[count_++] = p;
-    return static_cast<T*>(p);
-  }
-
-  // True when every request was served.
-  bool ok() const { return xmemdef() == 0; }
-
- private:
-  void* blocks_[8] = {};
-  int count_ = 0;
 };
 
 // Number of points of season s (0-based) in a series of n points with a
@@ -436,36 +403,26 @@ int getquad(const Request& r) {
   const double tol = static_cast<double>(r.n) * 1e-12;
   double work[4];
   char df[4] = {'0', '0', '0', '0'};
+  // Variables t^2, t, then 1 when a constant is asked, and y.
+  const int nv = r.ccoef ? 4 : 3;
+  const int iy = nv - 1;
+  double a[10];
+  a[esf::packed_index(0, 0)] = ts4;
+  a[esf::packed_index(0, 1)] = ts3;
+  a[esf::packed_index(1, 1)] = ts2;
   if (r.ccoef) {
-    // Variables t^2, t, 1, y.
-    double a[10];
-    a[esf::packed_index(0, 0)] = ts4;
-    a[esf::packed_index(0, 1)] = ts3;
     a[esf::packed_index(0, 2)] = ts2;
-    a[esf::packed_index(0, 3)] = ytt2;
-    a[esf::packed_index(1, 1)] = ts2;
     a[esf::packed_index(1, 2)] = ts1;
-    a[esf::packed_index(1, 3)] = ytt;
     a[esf::packed_index(2, 2)] = static_cast<double>(nnmss);
-    a[esf::packed_index(2, 3)] = ysum;
-    a[esf::packed_index(3, 3)] = yssq;
-    for (int k = 0; k < 3; ++k) zsweep(a, k, 4, df, work, tol);
-    *r.qcoef = a[esf::packed_index(0, 3)];
-    *r.tcoef = a[esf::packed_index(1, 3)];
-    *r.ccoef = a[esf::packed_index(2, 3)];
-  } else {
-    // Variables t^2, t, y.
-    double a[6];
-    a[esf::packed_index(0, 0)] = ts4;
-    a[esf::packed_index(0, 1)] = ts3;
-    a[esf::packed_index(0, 2)] = ytt2;
-    a[esf::packed_index(1, 1)] = ts2;
-    a[esf::packed_index(1, 2)] = ytt;
-    a[esf::packed_index(2, 2)] = yssq;
-    for (int k = 0; k < 2; ++k) zsweep(a, k, 3, df, work, tol);
-    *r.qcoef = a[esf::packed_index(0, 2)];
-    *r.tcoef = a[esf::packed_index(1, 2)];
+    a[esf::packed_index(2, iy)] = ysum;
   }
+  a[esf::packed_index(0, iy)] = ytt2;
+  a[esf::packed_index(1, iy)] = ytt;
+  a[esf::packed_index(iy, iy)] = yssq;
+  for (int k = 0; k < iy; ++k) zsweep(a, k, nv, df, work, tol);
+  *r.qcoef = a[esf::packed_index(0, iy)];
+  *r.tcoef = a[esf::packed_index(1, iy)];
+  if (r.ccoef) *r.ccoef = a[esf::packed_index(2, iy)];
   return kOk;
 }
 

@@ -17,10 +17,12 @@
 #include "module/host_api.h"
 #include "primitives/primitives.h"
 #include "regression/regression.h"
+#include "regression/regression_work.h"
 
 namespace {
 
-constexpr double kTiny = 1.491668147e-154;
+using namespace regression;  // the shared status codes, limits and work arrays
+
 // A factor below this (2^-53) is not usable: the Winters recursions divide by it.
 constexpr double kFactorFloor = 1.110223024625157e-16;
 // The factors are scaled to mean 1 only when their mean is further from 0 than this (2^-43).
@@ -30,13 +32,6 @@ constexpr double kNeverTaken = 1.3407807929943e+154;
 // Smallest mean the short path divides by.
 constexpr double kShortPathZero = 2.225073858507202e-308;
 constexpr double kMissing = esf::kMissing;
-
-constexpr int kOk = 0;
-constexpr int kReduced = 1;
-constexpr int kNoMemory = -1;
-constexpr int kNoObservations = -2;
-
-constexpr int kNumberFlags = 0x2004;
 
 bool missing(double d) { return esf::is_missing(d); }
 
@@ -49,16 +44,6 @@ struct Work {
   long* snmss = nullptr;      // observed points of the season
   double* B = nullptr;        // B[s] slope, B[ns + s] intercept of the season's line
   double* factors = nullptr;  // stands in for sdcoef when the caller gave none
-
-  void release() {
-    host_free(smu);
-    host_free(yst);
-    host_free(st);
-    host_free(sst);
-    host_free(snmss);
-    host_free(B);
-    host_free(factors);
-  }
 };
 
 // n below 2: the level is the one value, the factors are neutral.
@@ -87,7 +72,7 @@ int short_path(const double* y, const char* misflg, long n, int ns, double* ccoe
     sum += ccoef ? y[i] : y[i] / static_cast<double>(i + 1);
     ++count;
   }
-  if (count == 0) return kNoObservations;
+  if (count == 0) return kTooFew;
   const double mean = sum / static_cast<double>(count);
   if (ccoef) {
     *ccoef = mean;
@@ -167,7 +152,7 @@ int getrsdm(const double* y, const char* misflg, long n, int ns, double* ccoef, 
             Work& w) {
   int mflg = kOk;
   const int count = season_sums(y, misflg, n, ns, w, &mflg);
-  if (count == 0) return kNoObservations;
+  if (count == 0) return kTooFew;
 
   bool some_line = false;
   for (int s = 0; s < ns; ++s) some_line |= w.snmss[s] > 1;
@@ -310,25 +295,23 @@ extern "C" int ztsrsdm(double* y, char* misflg, long n, int ns, double* ccoef, d
     for (int s = 0; s < ns; ++s) sdcoef[s] = kMissing;
   }
   if (n < 2) return single_point(y, n, ns, ccoef, tcoef, sdcoef);
-  if (ns < 1) return kNoObservations;
+  if (ns < 1) return kTooFew;
   if (n <= ns && sdcoef) return short_path(y, misflg, n, ns, ccoef, tcoef, sdcoef);
 
+  WorkArrays work;
   Work w;
-  const long bytes = static_cast<long>(ns) * static_cast<long>(sizeof(double));
-  w.smu = static_cast<double*>(host_alloc(bytes, kNumberFlags));
-  w.yst = static_cast<double*>(host_alloc(bytes, kNumberFlags));
-  w.st = static_cast<double*>(host_alloc(bytes, kNumberFlags));
-  w.sst = static_cast<double*>(host_alloc(bytes, kNumberFlags));
-  w.snmss = static_cast<long*>(host_alloc(static_cast<long>(ns) * static_cast<long>(sizeof(long)), kNumberFlags));
-  w.B = static_cast<double*>(host_alloc(2 * bytes, kNumberFlags));
-  if (!sdcoef) w.factors = static_cast<double*>(host_alloc(bytes, kNumberFlags));
-  if (xmemdef() != 0 || !w.smu || !w.yst || !w.st || !w.sst || !w.snmss || !w.B || (!sdcoef && !w.factors)) {
-    w.release();
+  w.smu = work.get<double>(ns, kNumberFlags);
+  w.yst = work.get<double>(ns, kNumberFlags);
+  w.st = work.get<double>(ns, kNumberFlags);
+  w.sst = work.get<double>(ns, kNumberFlags);
+  w.snmss = work.get<long>(ns, kNumberFlags);
+  w.B = work.get<double>(2L * ns, kNumberFlags);
+  if (!sdcoef) w.factors = work.get<double>(ns, kNumberFlags);
+  if (!work.ok() || !w.smu || !w.yst || !w.st || !w.sst || !w.snmss || !w.B || (!sdcoef && !w.factors)) {
     return kNoMemory;
   }
   double* factors = sdcoef ? sdcoef : w.factors;
   const int rc = getrsdm(y, misflg, n, ns, ccoef, tcoef, factors, w);
   if (res && rc >= 0) getres(y, misflg, n, ns, ccoef, tcoef, factors, res);
-  w.release();
   return rc;
 }

@@ -96,10 +96,20 @@ inline std::vector<double> air_passengers_head() {
           170, 170, 158, 133, 114, 140, 145, 150, 178, 163, 172, 178, 199, 199, 184, 162, 146, 166};
 }
 
-// The texts of a list's items, in order.
+// The texts, names and numbers of a list's items, in order.
 inline std::vector<std::string> texts_of(List list) {
   std::vector<std::string> out;
   for (const SLIST_ITEM* it : esf::host::items(list)) out.emplace_back(it->data.c.p, it->data.c.len);
+  return out;
+}
+inline std::vector<std::string> names_of(List list) {
+  std::vector<std::string> out;
+  for (const SLIST_ITEM* it : esf::host::items(list)) out.push_back(esf::host::item_name(it));
+  return out;
+}
+inline std::vector<double> numbers_of(List list) {
+  std::vector<double> out;
+  for (const SLIST_ITEM* it : esf::host::items(list)) out.push_back(slgetnv(it, 0));
   return out;
 }
 

@@ -3,6 +3,8 @@
 // fitobs per observation: the same results to the bit.
 #pragma once
 
+#include <bit>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -12,6 +14,16 @@
 #include "smoothing/frame.h"
 
 namespace pass_test {
+
+// One candidate of a side-by-side pass against its own single pass: the same
+// return code and, where the pass ended well, the same bits of its mean
+// squared error.  Counts the passes that failed (count[0]) and ended well
+// (count[1]).
+inline void expect_same_outcome(int rc, double mse, int want_rc, double want_mse, int* count) {
+  EXPECT_EQ(rc, want_rc);
+  ++count[want_rc == 0];
+  EXPECT_TRUE(want_rc != 0 || std::bit_cast<std::uint64_t>(mse) == std::bit_cast<std::uint64_t>(want_mse)) << mse;
+}
 
 // Family F with the frame's own loops.
 template <class F>

@@ -1,7 +1,8 @@
 // Test support for the smoothing engines: a WINMODEL filled the way the
-// argument readers fill it, with its arrays in the host's current pool, an
-// independent simple-exponential-smoothing reference, and a reader of the
-// output tables the forecast driver writes.
+// argument readers fill it, with its arrays in the host's current pool (also
+// the series the kernels' routines take), an independent
+// simple-exponential-smoothing reference, and a reader of the output tables
+// the forecast driver writes.
 #pragma once
 
 #include <cmath>
@@ -35,6 +36,12 @@ inline void connect_module() {
   (void)connected;
 }
 
+// A test of the module's routines, with the module connected.
+class ModuleTest : public ::testing::Test {
+ protected:
+  void SetUp() override { connect_module(); }
+};
+
 inline constexpr double kMiss = esf::kMissing;
 inline bool is_miss(double d) { return wzmis(d) != 0; }
 
@@ -59,29 +66,6 @@ inline std::vector<double> example_series(std::string_view name) {
   }
   return values;
 }
-
-// A series as the kernels take it: NaN becomes the ordinary missing value
-// with its flag set; observation t is of season (t + first) mod ns.
-struct Series {
-  std::vector<double> x;
-  std::vector<char> flags;
-  std::vector<int> codes;
-  double norm = 0.0;  // the largest absolute usable value
-  explicit Series(std::vector<double> v, int ns = 1, int first = 0) : x(std::move(v)), flags(x.size(), 0) {
-    for (std::size_t t = 0; t < x.size(); ++t) {
-      codes.push_back(static_cast<int>((t + first) % ns));
-      if (std::isnan(x[t])) {
-        x[t] = kMiss;
-        flags[t] = 1;
-      } else {
-        norm = std::fmax(norm, std::fabs(x[t]));
-      }
-    }
-  }
-  long n() const { return static_cast<long>(x.size()); }
-  double* data() { return x.data(); }
-  char* mis() { return flags.data(); }
-};
 
 // Deterministic noise in [-1, 1).
 class Noise {
