@@ -25,7 +25,7 @@ using namespace smoothing::frame;
 //
 // One weight, the level, tried on level_grid (LevelWeightShape); one state,
 // the level.
-struct Family : FamilyDefaults, LevelWeightShape, LevelTrendPasses<Family>, KernelGrid<Family> {
+struct Family : LevelWeightShape, KernelFamily<Family> {
   static constexpr bool kJumpOverZero = false;
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
   static long stderr_min_nobs(const WINMODEL&) { return 2; }
@@ -39,12 +39,7 @@ struct Family : FamilyDefaults, LevelWeightShape, LevelTrendPasses<Family>, Kern
                 width);
   }
 
-  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
-    pass.smooth.level = model.svi.level;
-    return kOk;
-  }
-
-  // The derivative passes (LevelTrendPasses), which leave the trend alone. A
+  // The derivative passes (DerivativePasses), which leave the trend alone. A
   // missing observation takes the current level as its value, so that the
   // level stays where it is.
   static auto derivative_step(const Pass& pass, const double* w) {
@@ -58,7 +53,6 @@ struct Family : FamilyDefaults, LevelWeightShape, LevelTrendPasses<Family>, Kern
   }
 
   static void turn(Pass&, const double*) {}
-  static void save_start(const Pass& pass, WINMODEL* model) { model->startvals.level = pass.smooth.level; }
 
   static constexpr auto std_errors = &zes1std;
 

@@ -20,7 +20,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Two weights, level and trend; two states, level and trend.
-struct Family : TrendedFamily, LevelTrendPasses<Family>, KernelGrid<Family> {
+struct Family : KernelFamily<Family> {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::trend};
 
@@ -46,7 +46,7 @@ struct Family : TrendedFamily, LevelTrendPasses<Family>, KernelGrid<Family> {
     grid_side_by_side<2, es2::smooth_many>(model, fitcon, w, eligible, rc, mse, width);
   }
 
-  // The derivative passes (LevelTrendPasses). A missing observation takes
+  // The derivative passes (DerivativePasses). A missing observation takes
   // the prediction L + T as its value: its error is 0 and its state change
   // the step over a missing observation.
   static auto derivative_step(const Pass& pass, const double* w) {

@@ -20,7 +20,7 @@ using namespace smoothing;
 using namespace smoothing::frame;
 
 // Three weights, level, trend and damping; two states, level and trend.
-struct Family : TrendedFamily, ThreeWeightShape<Slot::damp>, LevelTrendPasses<Family>, KernelGrid<Family> {
+struct Family : ThreeWeightShape<Slot::damp>, KernelFamily<Family> {
   // Candidate k tries entry k of the three tables.
   static constexpr double kDampGrid[kGridRows] = {0.99, 0.99, 0.99, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98, 0.98,
                                                   0.97, 0.97, 0.97, 0.97, 0.97, 0.9,  0.9,  0.9,  0.9,  0.8};
@@ -41,7 +41,7 @@ struct Family : TrendedFamily, ThreeWeightShape<Slot::damp>, LevelTrendPasses<Fa
     grid_side_by_side<3, es3::smooth_many>(model, fitcon, w, eligible, rc, mse, width);
   }
 
-  // The derivative passes (LevelTrendPasses). A missing observation takes
+  // The derivative passes (DerivativePasses). A missing observation takes
   // the prediction L + wdamp * T as its value, so that it has no error.
   static auto derivative_step(const Pass& pass, const double* w) {
     const double xscale = pass.xscale, wlevel = w[0], wtrend = w[1], wdamp = w[2];

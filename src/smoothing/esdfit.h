@@ -24,7 +24,7 @@ using namespace smoothing::frame;
 // One weight for both states, level and trend, with the shape and grid of
 // simple smoothing. The prediction divides the trend by the weight, so a
 // weight at 0 cannot be evaluated.
-struct Family : TrendedFamily, LevelWeightShape, LevelTrendPasses<Family>, KernelGrid<Family> {
+struct Family : LevelWeightShape, KernelFamily<Family> {
   // A trial weight near 0 fails without bounds, and jumps over 0 with them.
   static constexpr bool kJumpOverZero = true;
   static constexpr MseScaling kMseScaling = MseScaling::scale_then_divide;
@@ -40,10 +40,10 @@ struct Family : TrendedFamily, LevelWeightShape, LevelTrendPasses<Family>, Kerne
   // A weight of 0 cannot start a pass.
   static int pass_begin(const WINMODEL& model, Pass& pass, const double* w) {
     if (std::fabs(w[0]) < kTiny) return kOverflow;
-    return TrendedFamily::pass_begin(model, pass, w);
+    return KernelFamily<Family>::pass_begin(model, pass, w);
   }
 
-  // The derivative passes (LevelTrendPasses). A missing observation takes
+  // The derivative passes (DerivativePasses). A missing observation takes
   // the prediction L + T / w as its value, without a step of the state
   // first.
   static auto derivative_step(const Pass& pass, const double* w) {

@@ -41,7 +41,7 @@ inline void mfree(double* sfactor, int* scodes) {
 }
 
 // Two weights, level and seasonal; the states are the level and the factors.
-struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family>, KernelGrid<Family> {
+struct Family : KernelFamily<Family> {
   static constexpr int kNumWeights = 2;
   static constexpr Slot kSlots[2] = {Slot::level, Slot::season};
 
@@ -64,105 +64,29 @@ struct Family : FamilyDefaults, pass::OwnDerivativeLoops<Family>, KernelGrid<Fam
   // errors need more observations than seasons plus one.
   static long stderr_min_nobs(const WINMODEL& model) { return model.ts.nseasons + 2L; }
 
-  // The two arrays of factor derivatives, requested together and tested
-  // once.  A model without seasons, or with a season code outside the
-  // cycle, cannot be estimated.
-  static int fit_setup(WINMODEL* model, FITCON* fitcon) {
-    if (!codes_fit(fitcon->scodes, fitcon->n - 1, model->ts.nseasons)) return kTooFew;
-    WINT_DER_SEASON& sd = fitcon->derwork.season;
-    sd.size = static_cast<long>(factor_bytes(model));
-    sd.wtrend = nullptr;
-    sd.wlevel = static_cast<double*>(host_alloc(sd.size, VM_NUMBERS));
-    sd.wseason = static_cast<double*>(host_alloc(sd.size, VM_NUMBERS));
-    if (xmemdef() != 0 || sd.wlevel == nullptr || sd.wseason == nullptr) {
-      fit_cleanup(model, fitcon);
-      return kNoMemory;
-    }
-    return kOk;
-  }
-  static void fit_cleanup(WINMODEL*, FITCON* fitcon) {
-    WINT_DER_SEASON& sd = fitcon->derwork.season;
-    nessfitfree(sd.wlevel, sd.wseason);
-    sd.wlevel = nullptr;
-    sd.wseason = nullptr;
-  }
-
   // The eligible candidates side by side in one backward and forward pass,
   // when their factors fit on the stack; else one whole-series pass each.
-  static constexpr int kLaneSeasons = 64;
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
                            double* mse, int width = 0) {
-    const int ns = model->ts.nseasons;
-    if (ns > kLaneSeasons) {
-      for (int k = 0; k < kGridRows; ++k) {
-        mse[k] = kMissing;
-        rc[k] = eligible[k] ? grid_mse(model, fitcon, w + 2 * k, &mse[k]) : kOk;
-      }
-      return;
-    }
-    reset_from_svi(model);
-    double work[kGridRows * kLaneSeasons];
-    trend::evaluate_eligible<2>(
-        w, eligible, kGridRows, rc, mse, [&](const double* lane_w, int count, int* lane_rc, double* lane_mse) {
-          ess::smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns, lane_w, count,
-                           model->svi.level, model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse, width);
+    grid_with_factors<Family, kGridRows * 64>(
+        model, fitcon, w, eligible, rc, mse,
+        [&](const double* lane_w, int count, int* lane_rc, double* lane_mse, double* work) {
+          ess::smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, model->ts.nseasons, lane_w,
+                           count, model->svi.level, model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse, width);
         });
   }
 
-  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
-    pass.smooth.level = model.svi.level;
-    copy_factors(&model, pass.smooth.sfactor, model.svi.sfactor);
-    const WINT_DER_SEASON& sd = pass.der.season;
-    std::memset(sd.wlevel, 0, static_cast<size_t>(sd.size));
-    std::memset(sd.wseason, 0, static_cast<size_t>(sd.size));
-    return kOk;
-  }
-
-  // A missing observation takes the prediction, level plus its season's
+  // The derivative passes (DerivativePasses) on the kernel's step record; a
+  // missing observation takes the prediction, level plus its season's
   // factor, as its value: no error, and the state stays where it is.
-  static double missing_value(const Pass& pass, const double*, long t) {
-    return pass.smooth.level + pass.smooth.sfactor[pass.scodes[t]];
-  }
-
-  // One observation at a time, as the frame's own loops take it: what the
-  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
-  // derivative_pass below) do in one call.
-  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
-    SMOOTHVALS& sm = pass.smooth;
-    const int s = pass.scodes[t];
-    const double llevel = sm.level;
-    const double lseason = sm.sfactor[s];
-    double xhat = 0.0;
-    double e = 0.0;
-    int rc = ess::point(value, pass.xscale, w[0], w[1], &sm.level, sm.sfactor, s, &xhat, &e);
-    if (rc < 0) return rc;
-    WINT_DER_SEASON& sd = pass.der.season;
-    double dersea[2] = {sd.wlevel[s], sd.wseason[s]};
-    rc = ess::point_derivative(value, w[0], w[1], llevel, sm.level, lseason, pass.der.level, dersea, wder);
-    sd.wlevel[s] = dersea[0];
-    sd.wseason[s] = dersea[1];
-    if (rc < 0) return rc;
-    sm.xhat = xhat;
-    wder[2] = e;
-    return kOk;
-  }
-
-  // The passes themselves run in the kernel's loops (pass_kernel.h, through
-  // OwnDerivativeLoops), which keep the level and its derivatives in
-  // registers.
-  template <class Run>
-  static int derivative_pass(Pass& p, const double* w, Run run) {
-    return factor_derivative_pass<Family, DerivativeStep>(p, w, run);
+  static DerivativeStep derivative_step(const Pass& pass, const double* w) {
+    return factor_step<Family, DerivativeStep>(pass, w);
   }
 
   // Between the passes the factors are centred, at the start of the series.
   static void turn(Pass& pass, const double*) {
     WINT_DER& d = pass.der;
     ess::centre(pass.nseasons, &pass.smooth.level, pass.smooth.sfactor, d.level, d.season.wlevel, d.season.wseason);
-  }
-  static void save_start(const Pass& pass, WINMODEL* model) {
-    model->startvals.level = pass.smooth.level;
-    copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
   }
 
   static constexpr auto std_errors = &zessstd;

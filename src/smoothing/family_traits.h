@@ -9,25 +9,33 @@
 //                      grid is level_grid, there is no stability test
 //   ThreeWeightShape   the shape of the three-weight families (damped trend,
 //                      Winters)
-//   TrendedFamily      the trait members of the families with the states
-//                      level and trend (linear, double, damped)
-//   LevelTrendStep,    the derivative passes of the families with a level
-//   LevelTrendPasses   and a trend (and the simple family): the step record
-//                      of their own loops, and fitobs on the same step
-//   turn_level_trend   the turn of the linear and double families, for the
-//                      states and their derivatives
+//   KernelStates       pass_begin and save_start of every family on the
+//                      states of its kernel record
+//   FactorDerivativeArrays
+//                      fit_setup and fit_cleanup of the seasonal families:
+//                      the derivative arrays of their factors
+//   LevelTrendStep     the step record of the derivative loops of the
+//                      families with a level and a trend (and the simple
+//                      family)
+//   factor_step        that of a seasonal family
+//   DerivativePasses   the derivative passes of every family on its step
+//                      record: the family's own loops, and fitobs and
+//                      missing_value on the same step
+//   turn_level_trend   the turn of the linear and double families (and of
+//                      Winters after its normalisation), for the states and
+//                      their derivatives
 //   grid_side_by_side  grid_mse_all of a trended family from its
 //                      side-by-side pass
+//   grid_with_factors  that of a seasonal family
 //   KernelGrid         grid_mse of every family from its kernel record
-//   factor_derivative_pass
-//                      derivative_pass of a seasonal family from its step
-//                      record
+//   KernelFamily       all that every family takes from its kernel record
 //
 // What the seasonal families share about their factors (factor_bytes,
 // copy_factors and the season-code check codes_fit) stands in frame_out.h,
 // whose prediction pass needs it too.
 #pragma once
 
+#include <cstring>
 #include <type_traits>
 
 #include "module/win_model.h"
@@ -44,6 +52,13 @@ inline constexpr double kLevelGrid[kGridRows] = {0.1, 0.1, 0.2, 0.1, 0.2, 0.3, 0
                                                  0.1, 0.2, 0.3, 0.4, 0.5, 0.1, 0.4, 0.6, 0.9, 0.9};
 inline constexpr double kTrendGrid[kGridRows] = {0.01, 0.05, 0.01, 0.1,  0.05, 0.01, 0.15, 0.1, 0.05, 0.01,
                                                  0.25, 0.15, 0.1,  0.05, 0.01, 0.9,  0.6,  0.4, 0.1,  0.9};
+
+// The derivative array of the factors by the weight in slot s (d a
+// WINT_DER_SEASON, const or not).
+template <class D>
+inline auto& factor_derivatives(D& d, Slot s) {
+  return s == Slot::level ? d.wlevel : s == Slot::trend ? d.wtrend : d.wseason;
+}
 
 // One weight, the level's, tried on level_grid.
 struct LevelWeightShape {
@@ -74,17 +89,61 @@ struct ThreeWeightShape {
   static constexpr MseScaling kMseScaling = MseScaling::ratio_first;
 };
 
-// The states level and trend: a pass starts from svi and startvals keeps
-// both.
-struct TrendedFamily : FamilyDefaults {
-  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
-    pass.smooth.level = model.svi.level;
-    pass.smooth.trend = model.svi.trend;
+// The states of F's kernel record (the level[, the trend][, the factors]):
+// a pass starts from svi, with the derivatives of the factors cleared, and
+// startvals keeps the state between the passes.
+template <class F>
+struct KernelStates {
+  static int pass_begin(const WINMODEL& model, Pass& p, const double*) {
+    using K = typename F::Kernel;
+    p.smooth.level = model.svi.level;
+    if constexpr (pass::Trended<K>) p.smooth.trend = model.svi.trend;
+    if constexpr (pass::Seasonal<K>) {
+      copy_factors(&model, p.smooth.sfactor, model.svi.sfactor);
+      const size_t bytes = factor_bytes(&model);
+      if (bytes) {
+        for (Slot s : F::kSlots) std::memset(factor_derivatives(p.der.season, s), 0, bytes);
+      }
+    }
     return kOk;
   }
-  static void save_start(const Pass& pass, WINMODEL* model) {
-    model->startvals.level = pass.smooth.level;
-    model->startvals.trend = pass.smooth.trend;
+  static void save_start(const Pass& p, WINMODEL* model) {
+    using K = typename F::Kernel;
+    model->startvals.level = p.smooth.level;
+    if constexpr (pass::Trended<K>) model->startvals.trend = p.smooth.trend;
+    if constexpr (pass::Seasonal<K>) copy_factors(model, model->startvals.sfactor, p.smooth.sfactor);
+  }
+};
+
+// The derivative arrays of the factors of a seasonal family F, one of
+// nseasons doubles for each of its weights, requested together and tested
+// once.  A model without seasons, or with a season code outside the cycle,
+// cannot be estimated.
+template <class F>
+struct FactorDerivativeArrays {
+  static int fit_setup(WINMODEL* model, FITCON* fitcon) {
+    if (!codes_fit(fitcon->scodes, fitcon->n - 1, model->ts.nseasons)) return kTooFew;
+    WINT_DER_SEASON& d = fitcon->derwork.season;
+    d.size = static_cast<long>(factor_bytes(model));
+    d.wlevel = d.wtrend = d.wseason = nullptr;
+    bool all = true;
+    for (Slot s : F::kSlots) {
+      double*& a = factor_derivatives(d, s);
+      a = static_cast<double*>(host_alloc(d.size, kPoolNumbers));
+      all = all && a != nullptr;
+    }
+    if (xmemdef() != 0 || !all) {
+      fit_cleanup(model, fitcon);
+      return kNoMemory;
+    }
+    return kOk;
+  }
+  static void fit_cleanup(WINMODEL*, FITCON* fitcon) {
+    WINT_DER_SEASON& d = fitcon->derwork.season;
+    for (double** a : {&d.wlevel, &d.wtrend, &d.wseason}) {
+      if (*a) host_free(*a);
+      *a = nullptr;
+    }
   }
 };
 
@@ -145,60 +204,93 @@ LevelTrendStep<P, Point, Derive, Missing> level_trend_step(Point point, Derive d
   return {point, derive, missing};
 }
 
-// The derivative passes of a family F with a level and a trend, built on its
+// The step record S (a pass::FactorStep) of a seasonal family F for the
+// weights w: the factors of the pass and their derivative arrays by F's
+// weights.
+template <class F, class S>
+inline S factor_step(const Pass& p, const double* w) {
+  S step{p.scodes, p.nseasons, p.xscale, {}, p.smooth.sfactor, {}};
+  for (int i = 0; i < S::kWeights; ++i) {
+    step.w[i] = w[i];
+    step.dersea[i] = factor_derivatives(p.der.season, F::kSlots[i]);
+  }
+  return step;
+}
+
+// The derivative passes of a family F from the step record of its own loops
+// (pass_kernel.h: a LevelTrendStep, a pass::FactorStep), which F gives for
+// the weights of an evaluation as
 //   static auto derivative_step(const Pass&, const double* w);
-// (a LevelTrendStep with the weights and the scale of the evaluation):
-// missing_value and fitobs for the frame's loops, one observation at a
-// time, and derivative_pass for the family's own loops over the series
+// or, where the record's type depends on the model (the Winters forms),
+// hands to fn as
+//   template <class Fn> static auto with_derivative_step(const Pass&, const double* w, Fn fn);
+// The step's state (the level[, the trend], the last prediction and their
+// derivatives by each weight) is loaded from the pass record and stored
+// back: missing_value and fitobs for the frame's loops, one observation at
+// a time, and derivative_pass for the family's own loops over the series
 // (OwnDerivativeLoops), which keep the state and its derivatives in
 // registers.
 template <class F>
-struct LevelTrendPasses : pass::OwnDerivativeLoops<F> {
+struct DerivativePasses : pass::OwnDerivativeLoops<F> {
+  template <class Fn>
+  static auto on_step(const Pass& p, const double* w, Fn fn) {
+    if constexpr (requires { F::derivative_step(p, w); }) {
+      const auto step = F::derivative_step(p, w);
+      return fn(step);
+    } else {
+      return F::with_derivative_step(p, w, fn);
+    }
+  }
   template <class Step>
-  static typename Step::State state_of(const Pass& pass) {
-    typename Step::State st{pass.smooth.level, pass.smooth.trend, pass.smooth.xhat, {}, {}};
-    for (int i = 0; i < Step::kWeights; ++i) {
-      st.derlev[i] = pass.der.level[i];
-      st.dertre[i] = pass.der.trend[i];
+  static typename Step::State state_of(const Pass& p) {
+    typename Step::State st{};
+    st.level = p.smooth.level;
+    st.xhat = p.smooth.xhat;
+    for (int i = 0; i < Step::kWeights; ++i) st.derlev[i] = p.der.level[i];
+    if constexpr (requires { st.trend; }) {
+      st.trend = p.smooth.trend;
+      for (int i = 0; i < Step::kWeights; ++i) st.dertre[i] = p.der.trend[i];
     }
     return st;
   }
-  template <class State>
-  static void store(Pass& pass, const State& st) {
-    pass.smooth.level = st.level;
-    pass.smooth.trend = st.trend;
-    pass.smooth.xhat = st.xhat;
-    for (int i = 0; i < F::kNumWeights; ++i) {
-      pass.der.level[i] = st.derlev[i];
-      pass.der.trend[i] = st.dertre[i];
+  template <class Step>
+  static void store(Pass& p, const typename Step::State& st) {
+    p.smooth.level = st.level;
+    p.smooth.xhat = st.xhat;
+    for (int i = 0; i < Step::kWeights; ++i) p.der.level[i] = st.derlev[i];
+    if constexpr (requires { st.trend; }) {
+      p.smooth.trend = st.trend;
+      for (int i = 0; i < Step::kWeights; ++i) p.der.trend[i] = st.dertre[i];
     }
   }
 
-  static double missing_value(const Pass& pass, const double* w, long t) {
-    const auto step = F::derivative_step(pass, w);
-    return step.missing_value(state_of<std::remove_cvref_t<decltype(step)>>(pass), t);
+  static double missing_value(const Pass& p, const double* w, long t) {
+    return on_step(p, w, [&]<class Step>(const Step& step) { return step.missing_value(state_of<Step>(p), t); });
   }
-  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
-    const auto step = F::derivative_step(pass, w);
-    auto st = state_of<std::remove_cvref_t<decltype(step)>>(pass);
-    const int rc = step.step(st, t, value, wder);
-    store(pass, st);
-    return rc;
+  static int fitobs(Pass& p, const double* w, long t, double value, double* wder) {
+    return on_step(p, w, [&]<class Step>(const Step& step) {
+      auto st = state_of<Step>(p);
+      const int rc = step.step(st, t, value, wder);
+      store<Step>(p, st);
+      return rc;
+    });
   }
   template <class Run>
-  static int derivative_pass(Pass& pass, const double* w, Run run) {
-    const pass::DerivativeSeries series{pass.x, pass.misflg, pass.n, pass.min_nmiss};
-    const auto step = F::derivative_step(pass, w);
-    auto st = state_of<std::remove_cvref_t<decltype(step)>>(pass);
-    const int rc = run(step, series, st);
-    store(pass, st);
-    return rc;
+  static int derivative_pass(Pass& p, const double* w, Run run) {
+    const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
+    return on_step(p, w, [&]<class Step>(const Step& step) {
+      auto st = state_of<Step>(p);
+      const int rc = run(step, series, st);
+      store<Step>(p, st);
+      return rc;
+    });
   }
 };
 
-// The turn between the passes of the linear and double families (P weights)
-// applied to the state and its derivatives: the level steps forward by the
-// trend and the trend points forward in time.
+// The turn between the passes of the linear and double families (P weights),
+// and of Winters after its normalisation, applied to the state and its
+// derivatives: the level steps forward by the trend and the trend points
+// forward in time.
 template <int P>
 inline void turn_level_trend(Pass& pass) {
   SMOOTHVALS& s = pass.smooth;
@@ -224,6 +316,27 @@ inline void grid_side_by_side(WINMODEL* model, const FITCON* fitcon, const doubl
                               });
 }
 
+// grid_mse_all of a seasonal family F: the eligible candidates side by side
+// in one backward and forward pass from svi, through
+//   many(lane_w, count, lane_rc, lane_mse, work),
+// the family's smooth_many with the candidates' factors in work, when those
+// of all kGridRows candidates fit in kWork doubles; else one by one.
+template <class F, int kWork, class Many>
+inline void grid_with_factors(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
+                              double* mse, Many many) {
+  const int ns = model->ts.nseasons;
+  if (ns < 1 || ns > kWork / kGridRows) {
+    grid_one_by_one<F>(model, fitcon, w, eligible, rc, mse);
+    return;
+  }
+  F::reset_from_svi(model);
+  double work[kWork];
+  trend::evaluate_eligible<F::kNumWeights>(w, eligible, kGridRows, rc, mse,
+                                           [&](const double* lane_w, int count, int* lane_rc, double* lane_mse) {
+                                             many(lane_w, count, lane_rc, lane_mse, work);
+                                           });
+}
+
 // grid_mse of a family F (a base of F) from its kernel record: the
 // whole-series pass (z..smo) from svi, which leaves its state in
 // model->smooth.  reset_from_svi: the states the kernel has from svi, as the
@@ -242,37 +355,19 @@ struct KernelGrid {
   }
 };
 
-// derivative_pass (see pass::OwnDerivativeLoops) of a seasonal family F
-// with the step record S, a pass::FactorStep: the record from the pass and
-// the weights, with the factors' derivative arrays of F's weights; the state
-// loaded from the pass and stored back.
-template <class F, class S, class Run>
-inline int factor_derivative_pass(Pass& p, const double* w, Run run) {
-  constexpr int P = S::kWeights;
-  WINT_DER_SEASON& d = p.der.season;
-  S step{p.scodes, p.nseasons, p.xscale, {}, p.smooth.sfactor, {}};
-  for (int i = 0; i < P; ++i) {
-    step.w[i] = w[i];
-    step.dersea[i] = F::kSlots[i] == Slot::level ? d.wlevel : F::kSlots[i] == Slot::trend ? d.wtrend : d.wseason;
+// What every family F takes from its kernel record (a base of F): its
+// states (KernelStates), the derivative arrays of its factors where it has
+// factors (FactorDerivativeArrays), its derivative passes (DerivativePasses)
+// and grid_mse (KernelGrid).
+template <class F>
+struct KernelFamily : KernelStates<F>, DerivativePasses<F>, KernelGrid<F> {
+  static int fit_setup(WINMODEL* model, FITCON* fitcon) {
+    if constexpr (pass::Seasonal<typename F::Kernel>) return FactorDerivativeArrays<F>::fit_setup(model, fitcon);
+    return kOk;
   }
-  typename S::State st{};
-  st.level = p.smooth.level;
-  st.xhat = p.smooth.xhat;
-  for (int i = 0; i < P; ++i) st.derlev[i] = p.der.level[i];
-  if constexpr (requires { st.trend; }) {
-    st.trend = p.smooth.trend;
-    for (int i = 0; i < P; ++i) st.dertre[i] = p.der.trend[i];
+  static void fit_cleanup(WINMODEL* model, FITCON* fitcon) {
+    if constexpr (pass::Seasonal<typename F::Kernel>) FactorDerivativeArrays<F>::fit_cleanup(model, fitcon);
   }
-  const pass::DerivativeSeries series{p.x, p.misflg, p.n, p.min_nmiss};
-  const int rc = run(static_cast<const S&>(step), series, st);
-  p.smooth.level = st.level;
-  p.smooth.xhat = st.xhat;
-  for (int i = 0; i < P; ++i) p.der.level[i] = st.derlev[i];
-  if constexpr (requires { st.trend; }) {
-    p.smooth.trend = st.trend;
-    for (int i = 0; i < P; ++i) p.der.trend[i] = st.dertre[i];
-  }
-  return rc;
-}
+};
 
 }  // namespace smoothing::frame

@@ -95,9 +95,9 @@
 //         grid_mse when present (see GridInOnePass)
 //     static int std_errors(double* xpxdiag, double mse, long nobs,
 //                           double* parms, double* stderr, double* tvals);
-//   (fit_setup and fit_cleanup have defaults in FamilyDefaults)
-//   Setup (families with derivative arrays of their own)
-//     static int fit_setup(WINMODEL*, FITCON*);   0 or -100
+//   Setup (the derivative arrays of the factors of a seasonal family;
+//   KernelFamily in family_traits.h gives both from the kernel record)
+//     static int fit_setup(WINMODEL*, FITCON*);   0, -2 or -100
 //     static void fit_cleanup(WINMODEL*, FITCON*);
 //   Diagnostics (reached only through prtflag and opt.numeric)
 //     static constexpr Diagnostics kDiagnostics;  the texts of the trace and
@@ -251,12 +251,6 @@ inline double divide(double num, double den) noexcept {
   }
 }
 
-// Defaults a family trait inherits unless it has something of its own: no
-// derivative arrays to set up.
-struct FamilyDefaults {
-  static int fit_setup(WINMODEL*, FITCON*) { return kOk; }
-  static void fit_cleanup(WINMODEL*, FITCON*) {}
-};
 // Pivot tolerance factors with one, two and three free weights:
 // sweep pivot k when a(k,k) > (xpxdiag[k] + kEps2) * factor.
 inline constexpr double kPivotTol1 = 1e-18;
@@ -936,6 +930,17 @@ concept GridInOnePass = requires(WINMODEL* m, const FITCON* f, const double* w, 
   F::grid_mse_all(m, f, w, use, rc, mse);
 };
 
+// The eligible grid candidates (w: kGridRows rows of p weights) one after
+// another by grid_mse: rc[k] and mse[k], 0 and missing where not eligible.
+template <class F>
+inline void grid_one_by_one(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
+                            double* mse) {
+  for (int k = 0; k < kGridRows; ++k) {
+    mse[k] = kMissing;
+    rc[k] = eligible[k] ? F::grid_mse(model, fitcon, w + F::kNumWeights * k, &mse[k]) : kOk;
+  }
+}
+
 // A stability test that reads the model, as the seasonal families' tests
 // read the number of seasons.
 template <class F>
@@ -1050,10 +1055,7 @@ int grid(WINMODEL* model, FITCON* fitcon, POINT* point) {
   if constexpr (GridInOnePass<F>) {
     F::grid_mse_all(model, fitcon, &candidates[0][0], eligible, results, mses);
   } else {
-    for (int k = 0; k < kGridRows; ++k) {
-      mses[k] = kMissing;
-      results[k] = eligible[k] ? F::grid_mse(model, fitcon, candidates[k], &mses[k]) : kOk;
-    }
+    grid_one_by_one<F>(model, fitcon, &candidates[0][0], eligible, results, mses);
   }
 
   // The strictly lowest mse wins; the first of equals stays.

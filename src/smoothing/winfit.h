@@ -41,7 +41,7 @@ using namespace smoothing::frame;
 // or 1, level and trend absorbing the difference, with their derivatives),
 // turns round and runs forward.
 
-struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivativeLoops<Family>, KernelGrid<Family> {
+struct Family : ThreeWeightShape<Slot::season>, KernelFamily<Family> {
   // Candidate k tries entry k of the three tables.
   static constexpr double kSeasonGrid[kGridRows] = {0.2, 0.4, 0.4, 0.2, 0.2, 0.2, 0.4, 0.4, 0.4, 0.4,
                                                     0.6, 0.2, 0.2, 0.2, 0.2, 0.8, 0.6, 0.4, 0.4, 0.6};
@@ -56,104 +56,26 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
   // Standard errors only with two observations more than there are seasons.
   static long stderr_min_nobs(const WINMODEL& model) { return model.ts.nseasons + 2L; }
 
-  // The three arrays of factor derivatives, requested together and tested once.
-  static int fit_setup(WINMODEL* model, FITCON* fitcon) {
-    WINT_DER_SEASON& d = fitcon->derwork.season;
-    if (!codes_fit(fitcon->scodes, fitcon->n - 1, model->ts.nseasons)) return kTooFew;
-    d.size = static_cast<long>(factor_bytes(model));
-    d.wlevel = static_cast<double*>(host_alloc(d.size, kPoolNumbers));
-    d.wtrend = static_cast<double*>(host_alloc(d.size, kPoolNumbers));
-    d.wseason = static_cast<double*>(host_alloc(d.size, kPoolNumbers));
-    if (xmemdef() != 0 || !d.wlevel || !d.wtrend || !d.wseason) {
-      fit_cleanup(model, fitcon);
-      return kNoMemory;
-    }
-    return kOk;
-  }
-  static void fit_cleanup(WINMODEL*, FITCON* fitcon) {
-    WINT_DER_SEASON& d = fitcon->derwork.season;
-    nwinfitfree(d.wlevel, d.wtrend, d.wseason);
-    d.wlevel = d.wtrend = d.wseason = nullptr;
-  }
-
   // The eligible candidates side by side in one backward and forward pass,
   // when their factor copies fit on the stack; otherwise one by one.
-  static constexpr int kManyFactors = 4096;
   static void grid_mse_all(WINMODEL* model, const FITCON* fitcon, const double* w, const bool* eligible, int* rc,
                            double* mse) {
-    const int ns = model->ts.nseasons;
-    if (ns < 1 || ns * kGridRows > kManyFactors) {
-      for (int k = 0; k < kGridRows; ++k) {
-        mse[k] = kMissing;
-        rc[k] = eligible[k] ? grid_mse(model, fitcon, w + 3 * k, &mse[k]) : kOk;
-      }
-      return;
-    }
-    double work[kManyFactors];
-    trend::evaluate_eligible<3>(
-        w, eligible, kGridRows, rc, mse, [&](const double* lanes, int count, int* lane_rc, double* lane_mse) {
-          smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n, ns, model->additive, lanes, count,
-                      model->svi.level, model->svi.trend, model->svi.sfactor, fitcon->scodes, work, lane_rc, lane_mse);
-        });
-    reset_from_svi(model);
+    grid_with_factors<Family, 4096>(model, fitcon, w, eligible, rc, mse,
+                                    [&](const double* lanes, int count, int* lane_rc, double* lane_mse, double* work) {
+                                      smooth_many(fitcon->x, fitcon->misflg, model->ts.descstats.norm, fitcon->n,
+                                                  model->ts.nseasons, model->additive, lanes, count, model->svi.level,
+                                                  model->svi.trend, model->svi.sfactor, fitcon->scodes, work, lane_rc,
+                                                  lane_mse);
+                                    });
   }
 
-  static int pass_begin(const WINMODEL& model, Pass& pass, const double*) {
-    pass.smooth.level = model.svi.level;
-    pass.smooth.trend = model.svi.trend;
-    copy_factors(&model, pass.smooth.sfactor, model.svi.sfactor);
-    const WINT_DER_SEASON& d = pass.der.season;
-    const size_t bytes = factor_bytes(&model);
-    if (bytes) {
-      std::memset(d.wlevel, 0, bytes);
-      std::memset(d.wtrend, 0, bytes);
-      std::memset(d.wseason, 0, bytes);
-    }
-    return kOk;
-  }
-
-  // One observation at a time, as the frame's own loops take it: what the
-  // kernel's loops (backward_pass and forward_pass of OwnDerivativeLoops, on
-  // derivative_pass below) do in one call.
-  //
-  // A missing observation takes the prediction as its value, so that it has
-  // no error.
-  static double missing_value(const Pass& pass, const double*, long t) {
-    const SMOOTHVALS& s = pass.smooth;
-    const double season = s.sfactor[pass.scodes[t]];
-    return pass.additive ? s.level + s.trend + season : (s.level + s.trend) * season;
-  }
-
-  static int fitobs(Pass& pass, const double* w, long t, double value, double* wder) {
-    SMOOTHVALS& s = pass.smooth;
-    const int code = pass.scodes[t];
-    const double llevel = s.level;
-    const double ltrend = s.trend;
-    const double lseason = s.sfactor[code];
-    double xhat = 0.0;
-    double e = 0.0;
-    int rc = point(value, pass.xscale, pass.additive, w[0], w[1], w[2], &s.level, &s.trend, s.sfactor, code, &xhat, &e);
-    if (rc < 0) return rc;
-    WINT_DER_SEASON& d = pass.der.season;
-    double dersea[3] = {d.wlevel[code], d.wtrend[code], d.wseason[code]};
-    rc = point_derivative(value, w[0], w[1], w[2], llevel, s.level, ltrend, lseason, pass.additive, pass.der.level,
-                          pass.der.trend, dersea, wder);
-    d.wlevel[code] = dersea[0];
-    d.wtrend[code] = dersea[1];
-    d.wseason[code] = dersea[2];
-    if (rc < 0) return rc;
-    s.xhat = xhat;
-    wder[3] = e;
-    return kOk;
-  }
-
-  // The passes themselves run in the kernel's loops (pass_kernel.h, through
-  // OwnDerivativeLoops), one for each form, which keep the state and the
-  // derivatives of level and trend in registers.
-  template <class Run>
-  static int derivative_pass(Pass& p, const double* w, Run run) {
-    return p.additive ? factor_derivative_pass<Family, DerivativeStep<true>>(p, w, run)
-                      : factor_derivative_pass<Family, DerivativeStep<false>>(p, w, run);
+  // The derivative passes (DerivativePasses) on the kernel's step record of
+  // the model's form; a missing observation takes the prediction as its
+  // value, so that it has no error.
+  template <class Fn>
+  static auto with_derivative_step(const Pass& pass, const double* w, Fn fn) {
+    return pass.additive ? fn(factor_step<Family, DerivativeStep<true>>(pass, w))
+                         : fn(factor_step<Family, DerivativeStep<false>>(pass, w));
   }
 
   // At the first observation: normalise (trend still backward), then take
@@ -163,15 +85,7 @@ struct Family : FamilyDefaults, ThreeWeightShape<Slot::season>, pass::OwnDerivat
     WINT_DER& d = pass.der;
     zwinnmd(pass.nseasons, pass.additive, &s.level, &s.trend, s.sfactor, d.level, d.trend, d.season.wlevel,
             d.season.wtrend, d.season.wseason);
-    s.level += s.trend;
-    for (int i = 0; i < 3; ++i) d.level[i] += d.trend[i];
-    s.trend = -s.trend;
-    for (int i = 0; i < 3; ++i) d.trend[i] = -d.trend[i];
-  }
-  static void save_start(const Pass& pass, WINMODEL* model) {
-    model->startvals.level = pass.smooth.level;
-    model->startvals.trend = pass.smooth.trend;
-    copy_factors(model, model->startvals.sfactor, pass.smooth.sfactor);
+    turn_level_trend<3>(pass);
   }
 
   static constexpr auto std_errors = &zwinstd;
