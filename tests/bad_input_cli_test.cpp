@@ -47,6 +47,7 @@ struct Row {
 // A custom interval FISCAL from the table fiscal.csv.
 #define FISCAL "export ESF_OPTION_INTERVALDS='(fiscal=fiscal)'; "
 #define CUSTOM_QUERY "calendar count FISCAL 2020-01-15 2020-03-10"
+#define CAL "esforecast calendar: command line, field "
 #define MODEL "$E fit s.csv --interval MONTH --model winters --save-model m.json >/dev/null 2>&1; "
 
 const Row kRows[] = {
@@ -159,6 +160,30 @@ const Row kRows[] = {
      "esforecast forecast: m.json: the file holds a winters model, not simple"},
     {"model of another interval", MODEL ":", "forecast q.csv --interval QTR --model-file m.json -o out.csv", 1,
      "esforecast forecast: the model was fitted on interval \"MONTH\", not \"QTR\""},
+    // Calendar queries on the command line (a stream goes on after a bad
+    // line: calendar_cli_test.cpp).
+    {"calendar date out of range", "", "calendar count MONTH 2001-13-01 2001-02-01", 1,
+     CAL "3 (X1): \"2001-13-01\" is not a date"},
+    {"calendar second out of range", "", "calendar count DTHOUR 2001-01-01T10:15:60 2001-01-01", 1,
+     CAL "3 (X1): \"2001-01-01T10:15:60\" is not a date"},
+    {"calendar unknown interval", "", "calendar count MONTHX 2001-01-01 2001-02-01", 1,
+     CAL "2 (INTERVAL): \"MONTHX\": not a known interval name (result 103)"},
+    {"calendar word missing", "", "calendar count MONTH 2001-01-01", 1, CAL "4: count takes INTERVAL X1 X2"},
+    {"calendar count not a number", "", "calendar advance MONTH 2001-01-01 one", 1,
+     CAL "4 (N): \"one\" is not a number"},
+    {"calendar unknown alignment", "", "calendar advance MONTH 2001-01-01 1 Q", 1,
+     CAL "5 (ALIGN): \"Q\" is not an alignment"},
+    {"calendar date for observations", "", "calendar advance OBS 2001-01-01 1", 1,
+     CAL "3 (X): \"2001-01-01\" is a date, but this interval counts plain numbers"},
+    {"calendar unknown operation", "", "calendar subtract MONTH 1 2", 1,
+     CAL "1 (OPERATION): \"subtract\" is not an operation"},
+    {"calendar multiplier 0", "", "calendar parse MONTH0", 1, CAL "2 (INTERVAL): \"MONTH0\": the multiplier is 0"},
+    {"calendar fit backwards", "", "calendar fit 2001-01-02 2001-01-01", 1,
+     CAL "3 (X2): '2001-01-01' must lie at least one unit after '2001-01-02'"},
+    {"calendar fractional cycle", "", "calendar cycle MONTH 7.5", 1,
+     CAL "3 (NSEASONS): '7.5' is not a number of seasons"},
+    {"calendar cycle of one season", "", "calendar season MONTH 2001-03-15 1", 1,
+     CAL "4 (NSEASONS): '1' is not a number of seasons"},
     // Custom interval tables, read by a calendar query (the queries themselves:
     // calendar_cli_test.cpp; letters and seasons out of range: custom_test.cpp).
     {"table format width overflow",

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <bit>
+#include <cctype>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -64,8 +65,6 @@ class HostTable : public ::testing::Test {
     *xoparm = XO_PARMS{};
     return xoopen(xoparm, &xopnstr);
   }
-  int open_output(const char* mem, XO_PARMS* xoparm) { return open_table(mem, xoparm); }
-  int open_input(const char* mem, XO_PARMS* xoparm) { return open_table(mem, xoparm, XO_INPUT); }
 
   // Defines numeric variables bound to slots; returns the first bad status.
   int define(XO_PARMS& xoparm, ptr* xvp, const std::vector<std::string>& names, double* slots) {
@@ -90,25 +89,30 @@ class HostTable : public ::testing::Test {
     return xoparm.fileid->vector->add(&xoparm);
   }
 
+  // Writes OUT.<mem> whole, one add a row, and closes it with `close_flags`;
+  // nothing is visible under the table's file name before the close.
+  void write_rows(std::string mem, const std::vector<std::string>& names, const std::vector<std::vector<double>>& rows,
+                  int close_flags = 0) {
+    XO_PARMS xoparm;
+    ASSERT_EQ(open_table(mem.c_str(), &xoparm), 0);
+    ptr xvp = nullptr;
+    std::vector<double> slots(names.size());
+    ASSERT_EQ(define(xoparm, &xvp, names, slots.data()), 0);
+    for (const std::vector<double>& row : rows) {
+      std::copy(row.begin(), row.end(), slots.begin());
+      ASSERT_EQ(add(xoparm, xvp), 0);
+    }
+    for (char& ch : mem) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    EXPECT_FALSE(fs::exists(dir_ / (mem + ".csv")));
+    ASSERT_EQ(xvputt(xvp), 0);
+    ASSERT_EQ(xoclose(xoparm.fileid, close_flags), 0);
+  }
+
   fs::path dir_;
 };
 
 TEST_F(HostTable, ClosedTableIsACsvWithOneHeaderLine) {
-  XO_PARMS xoparm;
-  ASSERT_EQ(open_output("Fcst", &xoparm), 0);
-  ptr xvp = nullptr;
-  double slots[3];
-  ASSERT_EQ(define(xoparm, &xvp, {"DATE", "ACTUAL", "U95"}, slots), 0);
-  const double rows[][3] = {{-3653, 112, 1.0 / 3.0}, {-3622, kDot, 1e300}, {-3593, kDotA, -0.5}};
-  for (const auto& row : rows) {
-    std::copy(row, row + 3, slots);
-    ASSERT_EQ(add(xoparm, xvp), 0);
-  }
-  // Nothing is visible under the final name before the close.
-  EXPECT_FALSE(fs::exists(dir_ / "fcst.csv"));
-  ASSERT_EQ(xvputt(xvp), 0);
-  ASSERT_EQ(xoclose(xoparm.fileid, 0), 0);
-
+  write_rows("Fcst", {"DATE", "ACTUAL", "U95"}, {{-3653, 112, 1.0 / 3.0}, {-3622, kDot, 1e300}, {-3593, kDotA, -0.5}});
   EXPECT_EQ(files_in(dir_), std::vector<std::string>{"fcst.csv"});
   const std::string text = slurp(dir_ / "fcst.csv");
   std::istringstream lines(text);
@@ -142,15 +146,9 @@ TEST_F(HostTable, TimeIdsAreWrittenAsTheLibrefSays) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.line);
     esf::host::assign_libref("OUT", dir_, {c.form, true});
-    XO_PARMS xoparm;
-    ASSERT_EQ(open_output("T", &xoparm), 0);
-    ptr xvp = nullptr;
-    double slots[2] = {c.time, 2.0};
-    ASSERT_EQ(define(xoparm, &xvp, {"DATE", "X"}, slots), 0);
-    ASSERT_EQ(add(xoparm, xvp), 0);
-    ASSERT_EQ(xvputt(xvp), 0);
-    ASSERT_EQ(xoclose(xoparm.fileid, 0), 0);
+    write_rows("T", {"DATE", "X"}, {{c.time, 2.0}});
     EXPECT_EQ(slurp(dir_ / "t.csv"), std::string("DATE,X\n") + c.line + "\n");
+    fs::remove(dir_ / "t.csv");
   }
 }
 
@@ -159,26 +157,10 @@ TEST_F(HostTable, TimeIdsAreWrittenAsTheLibrefSays) {
 // aborted table is never there to take.
 TEST_F(HostTable, MemoryTableIsTakenOnceByItsOwnThread) {
   esf::host::assign_memory_libref("OUT");
-  for (const char* mem : {"Gone", "Fcst", "Next"}) {
-    const bool abort = mem[0] == 'G';
-    XO_PARMS xoparm;
-    ASSERT_EQ(open_output(mem, &xoparm), 0);
-    ptr xvp = nullptr;
-    double slots[2];
-    ASSERT_EQ(define(xoparm, &xvp, {"DATE", "U95"}, slots), 0);
-    const double rows[][2] = {{-3653, 1.0 / 3.0}, {-3622, kDotA}};
-    for (const auto& row : rows) {
-      std::copy(row, row + 2, slots);
-      ASSERT_EQ(add(xoparm, xvp), 0);
-    }
-    // Enough rows for the columns to grow more than once.
-    for (int i = 2; i < 600; ++i) {
-      slots[0] = i;
-      ASSERT_EQ(add(xoparm, xvp), 0);
-    }
-    ASSERT_EQ(xvputt(xvp), 0);
-    ASSERT_EQ(xoclose(xoparm.fileid, abort ? XO_ABORT : 0), 0);
-  }
+  // Enough rows for the columns to grow more than once.
+  std::vector<std::vector<double>> rows = {{-3653, 1.0 / 3.0}, {-3622, kDotA}};
+  for (int i = 2; i < 600; ++i) rows.push_back({static_cast<double>(i), kDotA});
+  for (const char* mem : {"Gone", "Fcst", "Next"}) write_rows(mem, {"DATE", "U95"}, rows, mem[0] == 'G' ? XO_ABORT : 0);
   EXPECT_TRUE(files_in(dir_).empty());
   std::thread([] { EXPECT_FALSE(esf::host::take_memory_table("out.fcst")); }).join();
   std::optional<esf::host::MemoryTable> t = esf::host::take_memory_table("out.fcst");
@@ -217,7 +199,7 @@ TEST_F(HostTable, RowsInOneCallAreTheRowsOneByOne) {
       for (int bulk = 0; bulk < 2; ++bulk) {
         esf::host::table_fail_write(fail);
         XO_PARMS xoparm;
-        ASSERT_EQ(open_output("T", &xoparm), 0);
+        ASSERT_EQ(open_table("T", &xoparm), 0);
         ptr xvp = nullptr;
         double slots[3];
         ASSERT_EQ(define(xoparm, &xvp, {"DATE", "A", "B"}, slots), 0);
@@ -269,7 +251,7 @@ TEST_F(HostTable, BadDefinitionsAreRefusedAndTheAbortCleansUp) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     XO_PARMS xoparm;
-    ASSERT_EQ(open_output("BAD", &xoparm), 0);
+    ASSERT_EQ(open_table("BAD", &xoparm), 0);
     ptr xvp = nullptr;
     ASSERT_EQ(xvputi(xoparm.fileid, c.announced, 32, &xvp), 0);
     double slots[2];
@@ -288,29 +270,42 @@ TEST_F(HostTable, BadDefinitionsAreRefusedAndTheAbortCleansUp) {
   }
 }
 
+// A table that cannot be opened: a negative status, no file id, and a
+// message that names the cause (for input, the file, line and field).
 TEST_F(HostTable, OpenFailuresAreNegativeAndExplained) {
   struct Case {
-    const char* what;
     const char* libref;
     const char* mem;
+    int mode;
+    const char* content;  // of OUT.BAD, written first; null: none
     const char* in_message;
   };
-  fs::path missing_dir = dir_ / "no" / "such";
-  esf::host::assign_libref("NODIR", missing_dir);
+  esf::host::assign_libref("NODIR", dir_ / "no" / "such");
   const Case cases[] = {
-      {"unassigned libref", "NOLIB   ", "X", "NOLIB is not assigned"},
-      {"missing directory", "NODIR   ", "X", "does not exist"},
-      {"bad member", "OUT     ", "9X", "not a valid table name"},
+      {"NOLIB   ", "X", XO_OUTPUT, nullptr, "NOLIB is not assigned"},
+      {"NODIR   ", "X", XO_OUTPUT, nullptr, "does not exist"},
+      {"OUT     ", "9X", XO_OUTPUT, nullptr, "not a valid table name"},
+      {"OUT     ", "ABSENT", XO_INPUT, nullptr, "absent.csv"},
+      {"OUT     ", "BAD", XO_INPUT, "BEGIN,END\n1,2\n3,x4\n", "bad.csv: line 3, field 2 (END): \"x4\" is not a number"},
+      {"OUT     ", "BAD", XO_INPUT, "BEGIN,END\n1,2,3\n", "bad.csv: line 2: 3 fields where the header has 2"},
+      // One quoted field.
+      {"OUT     ", "BAD", XO_INPUT, "BEGIN,END\n1,\"a\"\"b, c\"\n", "field 2 (END): \"a\\\"b, c\" is not a number"},
+      {"OUT     ", "BAD", XO_INPUT, "BEGIN\n2020-02-30\n",
+       "line 2, field 1 (BEGIN): \"2020-02-30\" is not a number or an ISO date"},
+      {"OUT     ", "BAD", XO_INPUT, "BEGIN\nnan\n", "line 2, field 1 (BEGIN): \"nan\" is not a number"},
+      {"OUT     ", "BAD", XO_INPUT, "", "bad.csv: line 1: the header line is missing"},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
+    SCOPED_TRACE(c.in_message);
+    if (c.content != nullptr) std::ofstream(dir_ / "bad.csv") << c.content;
     XO_PARMS xoparm;
-    const int rc = open_table(c.mem, &xoparm, XO_OUTPUT, c.libref);
+    const int rc = open_table(c.mem, &xoparm, c.mode, c.libref);
     EXPECT_LT(rc, 0);
     EXPECT_EQ(xoparm.fileid, nullptr);
     xprrlog(0, rc);
     const std::string log = esf::host::take_log();
     EXPECT_NE(log.find(c.in_message), std::string::npos) << log;
+    fs::remove(dir_ / "bad.csv");
   }
   EXPECT_TRUE(files_in(dir_).empty());
 }
@@ -323,7 +318,7 @@ TEST_F(HostInputTable, RowsAreReadIntoBoundBuffers) {
   // Numbers, an ISO date (day 200) and an ISO datetime (second 301).
   std::ofstream(dir_ / "cal.csv") << "begin:DATE9.,Season\n100,1\n1960-07-19,.\n\n1960-01-01T00:05:01,.C\n";
   XO_PARMS xoparm;
-  ASSERT_EQ(open_input("CAL", &xoparm), 0);
+  ASSERT_EQ(open_table("CAL", &xoparm, XO_INPUT), 0);
   long nobs = 0;
   ASSERT_EQ(xoinfo(xoparm.fileid, 3, &nobs), 0);
   EXPECT_EQ(nobs, 3);  // blank lines are not rows
@@ -361,35 +356,6 @@ TEST_F(HostInputTable, RowsAreReadIntoBoundBuffers) {
   ASSERT_EQ(xvgett(xvp), 0);
   ASSERT_EQ(xoclose(xoparm.fileid, 0), 0);
   EXPECT_TRUE(fs::exists(dir_ / "cal.csv"));  // closing an input table leaves it
-}
-
-TEST_F(HostInputTable, BadDataNamesFileLineAndField) {
-  struct Case {
-    const char* content;
-    const char* in_message;
-  };
-  const Case cases[] = {
-      {"BEGIN,END\n1,2\n3,x4\n", "line 3, field 2 (END): \"x4\" is not a number"},
-      {"BEGIN,END\n1,2,3\n", "line 2: 3 fields where the header has 2"},
-      {"BEGIN,END\n1,\"a\"\"b, c\"\n", "field 2 (END): \"a\\\"b, c\" is not a number"},  // one quoted field
-      {"BEGIN\n2020-02-30\n", "line 2, field 1 (BEGIN): \"2020-02-30\" is not a number or an ISO date"},
-      {"BEGIN\nnan\n", "line 2, field 1 (BEGIN): \"nan\" is not a number"},  // strtod reads it whole
-      {"", "line 1: the header line is missing"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.content);
-    std::ofstream(dir_ / "bad.csv") << c.content;
-    XO_PARMS xoparm;
-    const int rc = open_input("BAD", &xoparm);
-    EXPECT_LT(rc, 0);
-    EXPECT_EQ(xoparm.fileid, nullptr);
-    xprrlog(0, rc);
-    const std::string log = esf::host::take_log();
-    EXPECT_NE(log.find("bad.csv"), std::string::npos) << log;
-    EXPECT_NE(log.find(c.in_message), std::string::npos) << log;
-  }
-  XO_PARMS xoparm;
-  EXPECT_LT(open_input("ABSENT", &xoparm), 0);
 }
 
 }  // namespace

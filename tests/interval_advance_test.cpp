@@ -94,15 +94,15 @@ TEST(AdvanceEdges, RoundingFractionsPlainNumbersAndRefusals) {
 
 // ---- zintnx3 ------------------------------------------------------------------------------
 
+// That "E" gives the last day or second of a period the property below
+// checks for every interval; these rows are the other alignments and limits.
 TEST(AlignBuiltIn, BeginMiddleEndAndSamePlace) {
   run({
-      {"MONTH", d(2001, 2, 15), 0, d(2001, 2, 28), "E"},
       {"MONTH", d(2001, 2, 15), 0, d(2001, 2, 14), "M"},
       {"MONTH", d(2001, 3, 15), 0, d(2001, 3, 16), "M"},
       {"MONTH", d(2001, 2, 15), 0, d(2001, 2, 28), "END"},  // only the first character counts
       {"MONTH", d(2001, 2, 15), 0, d(2001, 2, 1), "e"},     // and its case matters
       {"MONTH", d(2001, 2, 15), 0, d(2001, 2, 1), "X"},
-      {"DTDAY", 86400.0 * 5 + 7, 0, 86400.0 * 6 - 1, "E"},  // the last second of the day
       {"DTDAY", 86400.0 * 5 + 7, 0, 86400.0 * 5 + 43199, "M"},
       {"MONTH", d(2001, 2, 15), kDot, kDot, "B"},
       {"MONTH", static_cast<double>(kMaxDate), 1, kDot, "E"},

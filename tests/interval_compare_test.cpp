@@ -135,6 +135,10 @@ TEST(IntervalCompare, CodesOutsideTheTableGoToTheDebugOutput) {
   INTERVAL month = oracle::interval("MONTH");
   INTERVAL custom = cases::custom_record();
   EXPECT_EQ(cases::show(zintc(&month, &custom)), ".");
+  // Nor is a time interval shifted off the day's start against the weeks.
+  INTERVAL weekv = oracle::interval("WEEKV");
+  INTERVAL minutes = oracle::interval("MINUTE2.2");
+  EXPECT_EQ(cases::show(zintc(&weekv, &minutes)), ".S");
   EXPECT_EQ(esf::host::take_log(), "");
   esf::host::capture_output(false);
 }

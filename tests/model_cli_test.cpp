@@ -94,46 +94,10 @@ TEST_F(ModelCliTest, TraceShowsTheSearch) {
     EXPECT_NE(quiet.out.find(part), std::string::npos) << part;
 }
 
-TEST_F(ModelCliTest, RowsArePlacedInTheirPeriods) {
-  // Mid-month dates, shuffled rows, a missing value and a month without a
-  // row: the series is the same as the example with two holes in it.
-  auto rows = example_rows("USAccDeaths.csv");
-  std::string shuffled = "when,deaths\n";
-  for (std::size_t i = rows.size(); i-- > 0;) {
-    if (i == 10) continue;  // no row for the eleventh month
-    std::string d = rows[i].first.substr(0, 8) + "15";
-    shuffled += d + "," + (i == 20 ? "." : rows[i].second) + "\n";
-  }
-  write("shuffled.csv", shuffled);
-  std::string holes = "date,value\n";
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    holes += rows[i].first + "," + (i == 10 || i == 20 ? "" : rows[i].second) + "\n";
-  }
-  write("holes.csv", holes);
-  const Outcome a = run({"fit", "--interval", "MONTH", "--json", "shuffled.csv"});
-  const Outcome b = run({"fit", "--interval", "MONTH", "--json", "holes.csv"});
-  ASSERT_EQ(a.status, 0) << a.err;
-  ASSERT_EQ(b.status, 0) << b.err;
-  const Json ja = Json::parse(a.out);
-  const Json jb = Json::parse(b.out);
-  EXPECT_EQ(ja["nobs"], 72);
-  EXPECT_EQ(ja["start"], "1973-01-01");
-  EXPECT_EQ(ja["weights"].size(), 1u);  // the simple model unless told
-  EXPECT_EQ(ja["weights"], jb["weights"]);
-  EXPECT_EQ(ja["error_variance"], jb["error_variance"]);
-}
-
 // Without --interval the interval comes from the time IDs; a pandas alias
 // stands for the interval of the same periods; dates that don't begin their
 // periods get one remark naming the interval that would fit.
 TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
-  const Outcome inferred = run({"forecast", "--model", "winters", "--lead", "12", example("AirPassengers.csv")});
-  const Outcome given =
-      run({"forecast", "--model", "winters", "--lead", "12", "--interval", "MONTH", example("AirPassengers.csv")});
-  ASSERT_EQ(inferred.status, 0) << inferred.err;
-  EXPECT_EQ(inferred.out, given.out);
-  EXPECT_NE(inferred.err.find("the time IDs fit MONTH"), std::string::npos) << inferred.err;
-
   std::string mondays = "date,value\n";
   for (int d = 1; d <= 29; d += 7) mondays += "2001-01-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",1\n";
   for (int d = 5; d <= 26; d += 7) mondays += "2001-02-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",2\n";
@@ -175,65 +139,55 @@ TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
 
 // ---- forecast --------------------------------------------------------------------------
 
-TEST_F(ModelCliTest, ForecastWritesTheTable) {
+// The table runs from the start of the fit range to the end of the
+// evaluation range, then the leads (12 unless told); its first column holds
+// the time IDs as the input writes them, a value inside a period at the
+// period's start, and a row without an actual value leaves that field empty.
+TEST_F(ModelCliTest, ForecastTablesRunOverTheirRanges) {
+  write("hours.csv",
+        "stamp,load\n2020-03-01T00:00:00,5\n2020-03-01T01:30:00,6\n2020-03-01T02:00:00,8\n"
+        "2020-03-01T03:00:00,7\n2020-03-01T04:00:00,9\n");
+  write("obs.csv", "n,y\n1,3\n2,4\n3,6\n4,5\n");
+  const struct {
+    std::vector<std::string> args;
+    std::size_t rows;                                 // with the header
+    std::vector<std::pair<int, std::string>> firsts;  // row (from the end if negative), first field
+  } cases[] = {
+      {{example("AirPassengers.csv"), "--interval", "MONTH"},
+       1 + 144 + 12,
+       {{0, "date"}, {1, "1949-01-01"}, {144, "1960-12-01"}, {145, "1961-01-01"}, {-1, "1961-12-01"}}},
+      {{example("AirPassengers.csv"), "--interval", "MONTH", "--fit-start", "1950-01-01", "--eval-end", "1955-12-01",
+        "--lead", "2"},
+       1 + 72 + 2,
+       {{1, "1950-01-01"}, {-1, "1956-02-01"}}},
+      {{"hours.csv", "--interval", "HOUR", "--lead", "1"},
+       1 + 5 + 1,
+       {{0, "stamp"}, {2, "2020-03-01T01:00:00"}, {-1, "2020-03-01T05:00:00"}}},
+      {{"obs.csv", "--interval", "OBS", "--lead", "1"}, 1 + 4 + 1, {{1, "1"}, {-1, "5"}}},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args = {"forecast"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const Outcome r = run(args);
+    SCOPED_TRACE(c.args[0] + "\n" + r.err);
+    ASSERT_EQ(r.status, 0);
+    const auto rows = csv_rows(r.out);
+    ASSERT_EQ(rows.size(), c.rows);
+    for (const auto& [i, id] : c.firsts) EXPECT_EQ(rows[i < 0 ? rows.size() + i : i][0], id);
+  }
+
+  // With -o the same table, the defaults said aloud, goes to the file alone;
+  // without --interval the time IDs give MONTH.
   const Outcome r = run({"forecast", "--model", "simple", "--interval", "MONTH", "--lead", "12", "--cl", "0.05",
                          example("AirPassengers.csv"), "-o", "forecast.csv"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(r.out.empty());
   const auto rows = csv_rows(slurp(dir_ / "forecast.csv"));
-  ASSERT_EQ(rows.size(), 1u + 144 + 12);
   EXPECT_EQ(rows[0],
             (std::vector<std::string>{"date", "ACTUAL", "FORECAST", "U95", "L95", "RESIDUAL", "STD", "LEVEL"}));
-  EXPECT_EQ(rows[1][0], "1949-01-01");
   EXPECT_EQ(rows[1][1], "112");
-  EXPECT_EQ(rows[144][0], "1960-12-01");
-  EXPECT_EQ(rows[145][0], "1961-01-01");
-  EXPECT_EQ(rows.back()[0], "1961-12-01");
-  EXPECT_EQ(rows.back()[1], "");  // no actual value: an empty field
-
-  // Without -o the same table goes to standard output.
-  const Outcome to_stdout = run({"forecast", "--interval", "MONTH", example("AirPassengers.csv")});
-  ASSERT_EQ(to_stdout.status, 0) << to_stdout.err;
-  EXPECT_EQ(to_stdout.out, slurp(dir_ / "forecast.csv"));
-}
-
-TEST_F(ModelCliTest, FixedWeightAndRanges) {
-  const Outcome r = run({"fit", "--interval", "MONTH", "--level-weight", "0.25", "--fit-start", "1950-01-01", "--json",
-                         example("AirPassengers.csv")});
-  ASSERT_EQ(r.status, 0) << r.err;
-  const Json j = Json::parse(r.out);
-  EXPECT_EQ(j["weights"][0]["estimate"], 0.25);
-
-  const Outcome f = run({"forecast", "--interval", "MONTH", "--fit-start", "1950-01-01", "--eval-end", "1955-12-01",
-                         "--lead", "2", example("AirPassengers.csv")});
-  ASSERT_EQ(f.status, 0) << f.err;
-  const auto rows = csv_rows(f.out);
-  // The table runs from the start of the fit range to the end of the
-  // evaluation range, then the forecasts.
-  ASSERT_EQ(rows.size(), 1u + 72 + 2);
-  EXPECT_EQ(rows[1][0], "1950-01-01");
-  EXPECT_EQ(rows.back()[0], "1956-02-01");
-}
-
-TEST_F(ModelCliTest, DatetimeAndObservationIntervals) {
-  write("hours.csv",
-        "stamp,load\n2020-03-01T00:00:00,5\n2020-03-01T01:30:00,6\n2020-03-01T02:00:00,8\n"
-        "2020-03-01T03:00:00,7\n2020-03-01T04:00:00,9\n");
-  const Outcome h = run({"forecast", "--interval", "HOUR", "--lead", "1", "hours.csv"});
-  ASSERT_EQ(h.status, 0) << h.err;
-  const auto hr = csv_rows(h.out);
-  ASSERT_EQ(hr.size(), 1u + 5 + 1);
-  EXPECT_EQ(hr[0][0], "stamp");
-  EXPECT_EQ(hr[2][0], "2020-03-01T01:00:00");  // the half hour lies in the second hour
-  EXPECT_EQ(hr.back()[0], "2020-03-01T05:00:00");
-
-  write("obs.csv", "n,y\n1,3\n2,4\n3,6\n4,5\n");
-  const Outcome o = run({"forecast", "--interval", "OBS", "--lead", "1", "obs.csv"});
-  ASSERT_EQ(o.status, 0) << o.err;
-  const auto orows = csv_rows(o.out);
-  ASSERT_EQ(orows.size(), 1u + 4 + 1);
-  EXPECT_EQ(orows[1][0], "1");
-  EXPECT_EQ(orows.back()[0], "5");
+  EXPECT_EQ(rows.back()[1], "");
+  EXPECT_EQ(run({"forecast", example("AirPassengers.csv")}).out, slurp(dir_ / "forecast.csv"));
 }
 
 // ---- Many series in one run ---------------------------------------------------
@@ -445,16 +399,6 @@ TEST_F(ModelCliTest, CriteriaComeFromTheOneStepErrors) {
   EXPECT_EQ(j["evaluation_accuracy"]["n"], 144);
 }
 
-// The bounds list is always complete: restating the defaults changes nothing.
-TEST_F(ModelCliTest, RestatingDefaultBoundsChangesNothing) {
-  const Outcome plain = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", example("USAccDeaths.csv")});
-  const Outcome restated = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", "--level-bounds",
-                                "0.001,0.999", example("USAccDeaths.csv")});
-  ASSERT_EQ(plain.status, 0) << plain.err;
-  EXPECT_EQ(Json::parse(plain.out)["weights"], Json::parse(restated.out)["weights"]);
-  EXPECT_EQ(Json::parse(plain.out)["error_variance"], Json::parse(restated.out)["error_variance"]);
-}
-
 // Given every weight and the start state, forecast runs the recursion with
 // nothing estimated: the table is the simple smoothing loop itself.
 TEST_F(ModelCliTest, ForecastFromGivenWeightsAndStatesEstimatesNothing) {
@@ -514,9 +458,14 @@ TEST_F(ModelCliTest, AutoHoldoutAndLevels) {
 }
 
 // The thorough search keeps the lowest error variance among starts from
-// every corner, never above the frame's, and inside the bounds.
+// every corner, never above the frame's, and inside the bounds. The bounds
+// list is always complete: restating the defaults changes nothing.
 TEST_F(ModelCliTest, ThoroughSearchFindsALowerErrorInsideTheBounds) {
   const Outcome frame = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", example("USAccDeaths.csv")});
+  const Outcome restated = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", "--level-bounds",
+                                "0.001,0.999", example("USAccDeaths.csv")});
+  ASSERT_EQ(frame.status, 0) << frame.err;
+  EXPECT_EQ(frame.out, restated.out);
   const Outcome thorough = run({"fit", "--model", "damped", "--interval", "MONTH", "--json", "--search", "thorough",
                                 example("USAccDeaths.csv")});
   ASSERT_EQ(thorough.status, 0) << thorough.err;

@@ -185,10 +185,12 @@ void expect_close(const char* what, double got, double want, double tol) {
   EXPECT_NEAR(got, want, tol * (1.0 + std::fabs(want)));
 }
 
-class ModelTest : public ::testing::TestWithParam<ModelCase> {
+class RegressionEdge : public ::testing::Test {
  protected:
   void SetUp() override { trend_test::connect_module(); }
 };
+
+class ModelTest : public RegressionEdge, public ::testing::WithParamInterface<ModelCase> {};
 
 TEST_P(ModelTest, MatchesIndependentLeastSquares) {
   const ModelCase& c = GetParam();
@@ -235,11 +237,6 @@ TEST_P(ModelTest, MatchesIndependentLeastSquares) {
 
 INSTANTIATE_TEST_SUITE_P(AllModels, ModelTest, ::testing::ValuesIn(kModelCases),
                          [](const auto& test) { return std::string(test.param.name); });
-
-class RegressionEdge : public ::testing::Test {
- protected:
-  void SetUp() override { trend_test::connect_module(); }
-};
 
 // Few points and unusable models, with the answers written out (statuses
 // below -2 leave the outputs alone and aren't looked at).

@@ -401,7 +401,11 @@ double time2dayint(INTERVAL* time, INTERVAL* day) {
 double time_rule(INTERVAL* a, INTERVAL* b, long an, long as, int ai) {
   INTERVAL daymult{};
   const double mult = time2dayint(b, &daymult);
-  const double r = compDayWkvMult(&daymult, a, multiplier(&daymult), daymult.shiftper, ai, an, as);
+  // A SECOND or MINUTE shifted off the day's start makes no DAY: nothing
+  // to compare, and no fault to report.
+  const double r = daymult.intcode == kIntDay
+                       ? compDayWkvMult(&daymult, a, multiplier(&daymult), daymult.shiftper, ai, an, as)
+                       : kNoRelation;
   if (same_missing(mult, kInconsistent) || same_missing(r, kInconsistent)) return kInconsistent;
   if (same_missing(mult, kUnrelated) || same_missing(r, kUnrelated)) return kUnrelated;
   if (same_missing(mult, kShifted) || same_missing(r, kShifted)) return kShifted;
