@@ -7,7 +7,6 @@
 // observations give no standard errors, no usable grid candidate is no start,
 // fixed weights stay, and a fit feeds a forecast through the host's lists
 // with the weights a direct fit finds and the table the command line writes.
-#include <unistd.h>
 
 #include <cfloat>
 #include <cmath>
@@ -554,9 +553,8 @@ TYPED_TEST(FamilyTest, FitFeedsForecastThroughTheLists) {
   using F = typename TypeParam::F;
   const esf::Family& row = row_of<TypeParam>();
   const int p = row.nparms;
-  const fs::path dir = fs::temp_directory_path() / ("family_test_" + std::to_string(::getpid()));
-  fs::create_directories(dir);
-  assign_libref("FAM", dir);
+  const smooth_test::ScratchLibrary lib("FAM", "family_test");
+  const fs::path& dir = lib.dir;
   const std::vector<double> x = example_series(kGas.file);
   for (int ns : {4, 3}) {
     SCOPED_TRACE(ns);
@@ -635,7 +633,6 @@ TYPED_TEST(FamilyTest, FitFeedsForecastThroughTheLists) {
       }
     }
   }
-  fs::remove_all(dir);
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 // frame's steps driven one at a time through the family's trait.
 #include "smoothing/frame.h"
 
-#include <unistd.h>
-
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -194,31 +192,6 @@ struct Search {
     fitcon.min_mse = 1.7976931348623157e+308;
   }
 };
-
-TEST(FrameSteps, AcceptedStepsNeverRaiseTheErrorAndStayInBounds) {
-  struct Case {
-    std::uint64_t seed;
-    double lo, hi;
-  };
-  const Case cases[] = {{31, 0.001, 0.999}, {32, 0.05, 0.4}, {34, 0.001, 0.2}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.seed);
-    Model m(local_level(c.seed, 70, 2.0, 2.0));
-    m.level_bounds(c.lo, c.hi);
-    set_svi(m);
-    Search s(m);
-    ASSERT_EQ(fr::grid<es1::Family>(m.get(), &s.fitcon, &s.point), 0);
-    for (int iter = 1; iter <= 99 && s.point.r > 0.0001; ++iter) {
-      const double before = s.point.mse;
-      const int rc = fr::iterate<es1::Family>(m.get(), iter, &s.fitcon, &s.point);
-      ASSERT_TRUE(rc == 0 || rc == 90);
-      EXPECT_LE(s.point.mse, before);
-      EXPECT_GE(s.point.wlevel, c.lo);
-      EXPECT_LE(s.point.wlevel, c.hi);
-      if (rc == 90) break;
-    }
-  }
-}
 
 // An improving trial lowers lambda only when it was a full step: started at
 // half a step, the same improvement raises it.
@@ -735,19 +708,10 @@ TEST_F(ThreeWeightBox, AtACornerTheSingleStepDecidesWhetherTheSearchEnds) {
 
 // ---- The forecast driver and the table ----------------------------------------------
 
-class SimpleForecast : public testing::Test {
+class SimpleForecast : public smooth_test::ModuleTest {
  protected:
-  void SetUp() override {
-    smooth_test::connect_module();
-    dir_ = std::filesystem::temp_directory_path() / ("es1_frame_test_" + std::to_string(::getpid()));
-    std::filesystem::create_directories(dir_);
-    esf::host::assign_libref("SMT", dir_);
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-
   std::filesystem::path file(const char* mem) const { return esf::host::table_path(std::string("SMT.") + mem); }
-
-  std::filesystem::path dir_;
+  smooth_test::ScratchLibrary lib_{"SMT", "es1_frame_test"};
 };
 
 TEST_F(SimpleForecast, WeightFallsBackOnTheEstimateAndFailuresLeaveNoTable) {

@@ -12,7 +12,6 @@
 #include "host/host.h"
 #include "regression/regression.h"
 #include "smoothing/es1subs.h"
-#include "smoothing/es2fit.h"
 #include "smoothing/es2subs.h"
 #include "smoothing/es3subs.h"
 #include "smoothing/esdsubs.h"
@@ -197,16 +196,6 @@ TEST_F(Kernel, LinearGuards) {
 }
 
 // ---- Estimation -------------------------------------------------------------
-
-TEST_F(Kernel, LinearWeightsStayStableBeyondTheUsualBox) {
-  Model m(example_series("UKgas.csv"), 2);
-  ASSERT_EQ(zes2svi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend), 0);
-  m->wbnds.wlevel[1] = 1.999;
-  m->wbnds.wtrend[1] = 3.5;
-  const int rc = nes2fit(m.get());
-  ASSERT_GE(rc, 0);
-  EXPECT_NE(zes2stb(m->pest.parms[0], m->pest.parms[1]), 0);
-}
 
 TEST_F(Kernel, DampedNumericDerivativeResultIsThatOfTheThirdWeight) {
   std::vector<double> x = {3, 4, 6, 7, 9, 10};

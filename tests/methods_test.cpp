@@ -3,7 +3,6 @@
 // failed call leaves alone, and where a forecast finds its weights, start and
 // variance (the lists a fit writes and a fit followed by a forecast, for
 // every family: family_test.cpp).
-#include <unistd.h>
 
 #include <cmath>
 #include <cstring>
@@ -51,16 +50,11 @@ void remove_item(List list, const char* name) {
   if (holds_list) slfree(sub, 1, esf::host::fmcomp());
 }
 
-class MethodsTest : public ::testing::Test {
+class MethodsTest : public smooth_test::ModuleTest {
  protected:
   void SetUp() override {
-    method_test::connect_module();
+    ModuleTest::SetUp();
     esf::host::capture_output(true);
-    dir_ = fs::temp_directory_path() / ("esf_methods_" + std::to_string(::getpid()) + "_" +
-                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-    esf::host::assign_libref("OUT", dir_);
     outstanding_ = esf::host::pool_outstanding();
   }
   void TearDown() override {
@@ -68,7 +62,6 @@ class MethodsTest : public ::testing::Test {
     // Every method gives back what it took from the pool.
     EXPECT_EQ(esf::host::pool_outstanding(), outstanding_);
     esf::host::capture_output(false);
-    fs::remove_all(dir_);
   }
 
   static double fit(CallLists& l) { return method_test::call_fit(mes1fit, l); }
@@ -76,9 +69,9 @@ class MethodsTest : public ::testing::Test {
     return method_test::call_forecast(mes1for, l, "OUT.FC", cl, lead);
   }
 
-  fs::path table_file() const { return dir_ / "fc.csv"; }
+  fs::path table_file() const { return lib_.dir / "fc.csv"; }
 
-  fs::path dir_;
+  smooth_test::ScratchLibrary lib_{"OUT", "esf_methods"};
   std::size_t outstanding_ = 0;
 };
 

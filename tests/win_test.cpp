@@ -4,7 +4,6 @@
 // estimation at its edges, and CODE and TYPE (the passes against the
 // Holt-Winters recursions and the properties every family shares are in
 // family_test.cpp).
-#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
@@ -433,9 +432,7 @@ TEST_F(WinEdges, FitOutcomes) {
 TEST(WinMethodSpecification, TypeComparisons) {
   using namespace esf::host;
   method_test::connect_module();
-  const fs::path dir = fs::temp_directory_path() / ("win_methods_" + std::to_string(::getpid()));
-  fs::create_directories(dir);
-  assign_libref("WINM", dir);
+  const smooth_test::ScratchLibrary lib("WINM", "win_methods");
   struct Case {
     const char* fit_type;
     const char* forecast_type;
@@ -454,7 +451,6 @@ TEST(WinMethodSpecification, TypeComparisons) {
     set_text(l.spec, "TYPE", c.forecast_type);
     EXPECT_EQ(method_test::call_forecast(mwinfor, l, "WINM.FC", 0.05, 4), c.forecast_rc);
   }
-  fs::remove_all(dir);
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 // the forecast driver writes.
 #pragma once
 
+#include <unistd.h>
+
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -35,6 +37,21 @@ inline void connect_module() {
   }();
   (void)connected;
 }
+
+// A scratch directory of this process assigned to the library reference
+// `libref`, removed with everything in it at the end.
+struct ScratchLibrary {
+  std::filesystem::path dir;
+  ScratchLibrary(const char* libref, const std::string& name)
+      : dir(std::filesystem::temp_directory_path() / (name + "_" + std::to_string(::getpid()))) {
+    std::filesystem::remove_all(dir);
+    std::filesystem::create_directories(dir);
+    esf::host::assign_libref(libref, dir);
+  }
+  ScratchLibrary(const ScratchLibrary&) = delete;
+  ScratchLibrary& operator=(const ScratchLibrary&) = delete;
+  ~ScratchLibrary() { std::filesystem::remove_all(dir); }
+};
 
 // A test of the module's routines, with the module connected.
 class ModuleTest : public ::testing::Test {
