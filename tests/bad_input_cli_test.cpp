@@ -201,9 +201,8 @@ class BadInputCli : public ::testing::TestWithParam<Row> {};
 
 TEST_P(BadInputCli, ExitsWithItsStatusAndMessageAndKeepsTheOutput) {
   const Row& row = GetParam();
-  const fs::path dir = fs::temp_directory_path() / ("esf_bad_" + std::to_string(::getpid()));
-  fs::remove_all(dir);
-  fs::create_directories(dir);
+  const support::ScratchDir scratch("esf_bad");
+  const fs::path& dir = scratch.path;
   fs::copy_file(fs::path(ESF_SOURCE_DIR) / "examples/AirPassengers.csv", dir / "s.csv");
   fs::copy_file(fs::path(ESF_SOURCE_DIR) / "examples/UKgas.csv", dir / "q.csv");
   std::ofstream(dir / "out.csv") << "previous\n";
@@ -231,7 +230,6 @@ TEST_P(BadInputCli, ExitsWithItsStatusAndMessageAndKeepsTheOutput) {
   for (const auto& entry : fs::directory_iterator(dir)) {
     EXPECT_NE(entry.path().filename().string().rfind(".esforecast-", 0), 0u) << entry.path();
   }
-  fs::remove_all(dir);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, BadInputCli, ::testing::ValuesIn(kRows), [](const auto& test) {

@@ -2,7 +2,6 @@
 // the host stand-in.
 #include "module/method_args.h"
 
-#include <bit>
 #include <cmath>
 #include <cstring>
 #include <string>
@@ -21,12 +20,12 @@ using esf::host::append_text;
 using esf::host::find_list;
 using esf::host::find_number;
 using esf::host::find_text;
-using esf::host::item_name;
 using esf::host::items;
 using esf::host::new_list;
 using esf::host::set_number;
 using esf::host::set_text;
 using method_test::date;
+using method_test::names_of;
 using method_test::texts_of;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -52,52 +51,47 @@ INTERVAL interval_of(const char* name) {
 
 // ---- getwgtbnd ---------------------------------------------------------------
 
-TEST_F(ArgsTest, WeightBoundsWithoutListKeepDampingFloorAndNoTolerance) {
-  WGTBNDS b;
-  std::memset(&b, 0x5A, sizeof b);
-  getwgtbnd(nullptr, &b);
-  EXPECT_EQ(b.bounds + b.stability, 2);
-  EXPECT_EQ(b.wseason[0], 0.001);
-  EXPECT_EQ(b.wdamp[0], 0.9);  // not the 0.001 a list without WDAMLBND gives
-  EXPECT_EQ(b.wlevflg + b.wtreflg + b.wseaflg + b.wdamflg, 0);
-  EXPECT_EQ(b.wlevel[2], std::bit_cast<double>(0x5A5A5A5A5A5A5A5Aull));  // tolerances untouched
-}
-
 TEST_F(ArgsTest, WeightBoundsFromList) {
   struct Case {
     const char* what;
+    bool list;
     std::vector<std::pair<const char*, double>> items;
     char bounds, stability;
     double wlevel_lo, wlevel_hi, wdamp_lo;
     char wlevflg, wdamflg;
   };
   const Case cases[] = {
+      // No list: the defaults of the record (damping floor 0.9), and no
+      // snap tolerances at all.
+      {"no list", false, {}, 1, 1, 0.001, 0.999, 0.9, 0, 0},
       // A list without WDAMLBND gives the damping weight the common 0.001.
-      {"empty list", {}, 1, 1, 0.001, 0.999, 0.001, 0, 0},
+      {"empty list", true, {}, 1, 1, 0.001, 0.999, 0.001, 0, 0},
       // Equal bounds fix the weight.
-      {"fixed level", {{"WLEVLBND", 0.3}, {"WLEVUBND", 0.3}}, 1, 1, 0.3, 0.3, 0.001, 1, 0},
-      {"fixed damping", {{"WDAMLBND", 0.95}, {"WDAMUBND", 0.95}}, 1, 1, 0.001, 0.999, 0.95, 0, 1},
+      {"fixed level", true, {{"WLEVLBND", 0.3}, {"WLEVUBND", 0.3}}, 1, 1, 0.3, 0.3, 0.001, 1, 0},
+      {"fixed damping", true, {{"WDAMLBND", 0.95}, {"WDAMUBND", 0.95}}, 1, 1, 0.001, 0.999, 0.95, 0, 1},
       // Bounds switched off: the bound items are not read, the defaults of
-      // the record stay (damping floor 0.9), nothing is fixed.
-      {"no bounds", {{"OPTWBND", 0.0}, {"WLEVLBND", 0.3}, {"WLEVUBND", 0.3}}, 0, 1, 0.001, 0.999, 0.9, 0, 0},
-      {"no stability", {{"OPTWSTB", -1.0}}, 1, 0, 0.001, 0.999, 0.001, 0, 0},
+      // the record stay, nothing is fixed.
+      {"no bounds", true, {{"OPTWBND", 0.0}, {"WLEVLBND", 0.3}, {"WLEVUBND", 0.3}}, 0, 1, 0.001, 0.999, 0.9, 0, 0},
+      {"no stability", true, {{"OPTWSTB", -1.0}}, 1, 0, 0.001, 0.999, 0.001, 0, 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     List l = make();
     for (const auto& [name, v] : c.items) set_number(l, name, v);
     WGTBNDS b{};
-    getwgtbnd(l, &b);
+    getwgtbnd(c.list ? l : nullptr, &b);
     EXPECT_EQ(b.bounds, c.bounds);
     EXPECT_EQ(b.stability, c.stability);
     EXPECT_EQ(b.wlevel[0], c.wlevel_lo);
     EXPECT_EQ(b.wlevel[1], c.wlevel_hi);
     EXPECT_EQ(b.wdamp[0], c.wdamp_lo);
+    EXPECT_EQ(b.wseason[0], 0.001);  // no row sets the seasonal bounds
     EXPECT_EQ(b.wlevflg, c.wlevflg);
     EXPECT_EQ(b.wdamflg, c.wdamflg);
+    EXPECT_EQ(b.wtreflg + b.wseaflg, 0);
     // The snap tolerance is the width of the bounds times 2^-53 * 1000.
-    EXPECT_EQ(b.wlevel[2], (b.wlevel[1] - b.wlevel[0]) * 1.110223024625157e-13);
-    EXPECT_EQ(b.wdamp[2], (b.wdamp[1] - b.wdamp[0]) * 1.110223024625157e-13);
+    EXPECT_EQ(b.wlevel[2], c.list ? (b.wlevel[1] - b.wlevel[0]) * 1.110223024625157e-13 : 0.0);
+    EXPECT_EQ(b.wdamp[2], c.list ? (b.wdamp[1] - b.wdamp[0]) * 1.110223024625157e-13 : 0.0);
   }
 }
 
@@ -382,9 +376,7 @@ TEST_F(ArgsTest, SmoothedStateLayout) {
     ASSERT_EQ(setsmoothstate(esf::host::fmcomp(), &state, c.nseasons, c.trend, pest), 0);
     List smoothed = find_list(pest, "SMOOTHED_STATE");
     ASSERT_NE(smoothed, nullptr);
-    std::vector<std::string> names;
-    for (const SLIST_ITEM* it : items(smoothed)) names.push_back(item_name(it));
-    EXPECT_EQ(names, c.names);
+    EXPECT_EQ(names_of(smoothed), c.names);
     EXPECT_EQ(find_number(smoothed, "LEVEL"), 123.5);
     if (c.trend) {
       EXPECT_EQ(find_number(smoothed, "TREND"), -2.25);
@@ -458,16 +450,10 @@ TEST_F(ArgsTest, SetAndGetArrays) {
   EXPECT_EQ(out[0], -5);  // entries before the failure stay stored
 }
 
-List names_list(std::vector<List>& owned, std::initializer_list<const char*> names) {
-  List l = new_list();
-  owned.push_back(l);
-  for (const char* n : names) append_text(l, n);
-  return l;
-}
-
 TEST_F(ArgsTest, ListDifference) {
-  List a = names_list(owned_, {"X", "Y", "Z", "Y"});
-  List b = names_list(owned_, {"Y", "W"});
+  List a = make(), b = make();
+  for (const char* t : {"X", "Y", "Z", "Y"}) append_text(a, t);
+  for (const char* t : {"Y", "W"}) append_text(b, t);
   List diff = nullptr;
   ASSERT_EQ(slcmplc(esf::host::fmcomp(), a, b, &diff), 2);
   ASSERT_NE(diff, nullptr);
@@ -507,9 +493,7 @@ TEST_F(ArgsTest, Renames) {
   List p3 = add_list(names, "");
   set_text(p3, "OLD", "B");  // no NEW: skipped
   EXPECT_EQ(zslsrch(esf::host::fmcomp(), names, target), 2);
-  std::vector<std::string> got;
-  for (const SLIST_ITEM* it : items(target)) got.push_back(item_name(it));
-  EXPECT_EQ(got, (std::vector<std::string>{"C", "B", "C"}));
+  EXPECT_EQ(names_of(target), (std::vector<std::string>{"C", "B", "C"}));
   EXPECT_EQ(zslsrch(esf::host::fmcomp(), nullptr, target), 0);
 }
 

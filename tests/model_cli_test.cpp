@@ -27,14 +27,6 @@ using support::slurp;
 
 class ModelCliTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("esf_cli_" + std::to_string(::getpid()) + "_" +
-                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
   Outcome run(const std::vector<std::string>& args) { return support::run_cli(dir_, args); }
 
   fs::path write(const std::string& name, const std::string& text) {
@@ -42,7 +34,9 @@ class ModelCliTest : public ::testing::Test {
     return dir_ / name;
   }
 
-  fs::path dir_;
+  const support::ScratchDir scratch_{std::string("esf_cli_") +
+                                     ::testing::UnitTest::GetInstance()->current_test_info()->name()};
+  const fs::path& dir_ = scratch_.path;
 };
 
 std::string example(const char* name) { return std::string(ESF_SOURCE_DIR) + "/examples/" + name; }

@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include "runner/batch.h"
+#include "support/file_text.h"
 
 namespace {
 
@@ -67,8 +68,8 @@ BatchRun run_with(int threads, const std::string& model, const fs::path& table, 
 }
 
 TEST(RunnerBatch, OutcomesInKeyOrderAndTheSameOnAnyNumberOfThreads) {
-  const fs::path table = fs::temp_directory_path() / ("esf_batch_" + std::to_string(::getpid()) + ".csv");
-  const fs::path wide = fs::path(table).replace_extension("wide.csv");
+  const support::ScratchDir dir("esf_batch");
+  const fs::path table = dir.path / "long.csv", wide = dir.path / "wide.csv";
   {
     // Twelve series, rows interleaved, and the same as one column each;
     // series 5 has one non-positive value, series 7 lacks a row (an empty
@@ -112,14 +113,13 @@ TEST(RunnerBatch, OutcomesInKeyOrderAndTheSameOnAnyNumberOfThreads) {
     EXPECT_EQ(one.ok[5], std::string(model) != "winters");  // multiplicative Winters refuses the series
     EXPECT_FALSE(one.bits[0].empty());
   }
-  fs::remove(table);
-  fs::remove(wide);
 }
 
 // With the first series held in its preparation, the other worker runs the
 // series of the window after it and then waits, however many follow.
 TEST(RunnerBatch, AStalledSeriesHoldsTheOthersWithinTheWindow) {
-  const fs::path table = fs::temp_directory_path() / ("esf_window_" + std::to_string(::getpid()) + ".csv");
+  const support::ScratchDir dir("esf_window");
+  const fs::path table = dir.path / "long.csv";
   {
     std::ofstream out(table);
     out << "id,date,value\n";
@@ -142,7 +142,6 @@ TEST(RunnerBatch, AStalledSeriesHoldsTheOthersWithinTheWindow) {
     };
   });
   EXPECT_EQ(seen, 3);
-  fs::remove(table);
 }
 
 }  // namespace
