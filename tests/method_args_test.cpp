@@ -97,18 +97,6 @@ TEST_F(ArgsTest, WeightBoundsFromList) {
 
 // ---- getseries ---------------------------------------------------------------
 
-struct SeriesBuffers {
-  explicit SeriesBuffers(long n) : x(n, -1.0), misflg(n, 7) {
-    ts = TSERIES{};
-    ts.nobs = n;
-    ts.x = x.data();
-    ts.misflg = misflg.data();
-  }
-  std::vector<double> x;
-  std::vector<char> misflg;
-  TSERIES ts;
-};
-
 TEST_F(ArgsTest, SeriesValuesFlagsAndStatistics) {
   constexpr double kText = -12345.0;  // stands for a text item
   const double xextr = 3.35195198248575e+153 * 3.0 * 3.0 * 3.0;
@@ -141,28 +129,33 @@ TEST_F(ArgsTest, SeriesValuesFlagsAndStatistics) {
         append_number(data, v);
       }
     }
-    SeriesBuffers s(c.n);
-    s.ts.descstats.norm = 42.0;
+    std::vector<double> x(c.n, -1.0);
+    std::vector<char> misflg(c.n, 7);
+    TSERIES ts{};
+    ts.nobs = c.n;
+    ts.x = x.data();
+    ts.misflg = misflg.data();
+    ts.descstats.norm = 42.0;
     TIMERANGE dr{};
-    EXPECT_EQ(getseries(data, &dr, &s.ts), c.rc);
-    EXPECT_EQ(s.misflg, c.misflg);
+    EXPECT_EQ(getseries(data, &dr, &ts), c.rc);
+    EXPECT_EQ(misflg, c.misflg);
     for (long t = 0; t < c.n; ++t) {
       if (c.misflg[t]) {
-        EXPECT_TRUE(esf::is_missing(s.x[t])) << t;
+        EXPECT_TRUE(esf::is_missing(x[t])) << t;
       } else {
-        EXPECT_EQ(s.x[t], c.items[t]) << t;
+        EXPECT_EQ(x[t], c.items[t]) << t;
       }
     }
-    EXPECT_EQ(s.ts.nmiss, c.nmiss);
-    EXPECT_EQ(s.ts.nextr, c.nextr);
+    EXPECT_EQ(ts.nmiss, c.nmiss);
+    EXPECT_EQ(ts.nextr, c.nextr);
     if (c.nextr > 0) {
-      EXPECT_EQ(s.ts.xextr, xextr);
+      EXPECT_EQ(ts.xextr, xextr);
     }
-    EXPECT_EQ(s.ts.descstats.norm, c.norm);
+    EXPECT_EQ(ts.descstats.norm, c.norm);
     if (c.norm != 42.0) {
-      EXPECT_EQ(s.ts.descstats.min, c.min);
-      EXPECT_EQ(s.ts.descstats.max, c.max);
-      EXPECT_EQ(s.ts.descstats.mean, c.mean);
+      EXPECT_EQ(ts.descstats.min, c.min);
+      EXPECT_EQ(ts.descstats.max, c.max);
+      EXPECT_EQ(ts.descstats.mean, c.mean);
     }
   }
 }
@@ -181,22 +174,6 @@ void expect_range(const TIMERANGE& r, double stdate, double enddate, long nobs, 
   EXPECT_EQ(r.end, end);
 }
 
-TEST_F(ArgsTest, TimesFitRangeInsideTheData) {
-  INTERVAL month = interval_of("MONTH");
-  List dr = make();
-  set_number(dr, "NOBS", 24);
-  set_number(dr, "STDATE", date(1949, 1, 1));
-  List fit = make();
-  set_number(fit, "STDATE", date(1949, 3, 1));
-  set_number(fit, "NOBS", 10);
-  Ranges r;
-  ASSERT_EQ(gettimes(dr, fit, nullptr, 24, &month, &r.data, &r.fit, &r.eval), 0);
-  expect_range(r.fit, date(1949, 3, 1), date(1949, 12, 1), 10, 2, 11);
-  // The evaluation range runs from the start of the fit to the end of the
-  // data; its end date is the one the fit range's count arrived at.
-  expect_range(r.eval, date(1949, 3, 1), date(1949, 12, 1), 22, 2, 23);
-}
-
 TEST_F(ArgsTest, TimesRangeCases) {
   INTERVAL month = interval_of("MONTH");
   struct Case {
@@ -204,6 +181,7 @@ TEST_F(ArgsTest, TimesRangeCases) {
     std::vector<std::pair<const char*, double>> fit, eval;
     int rc;
     long fit_start, fit_end, eval_start, eval_end;
+    std::vector<double> dates = {};  // the fit's and the evaluation's start and end dates, if checked
   };
   const Case cases[] = {
       {"defaults", {}, {}, 0, 0, 23, 0, 23},
@@ -218,6 +196,17 @@ TEST_F(ArgsTest, TimesRangeCases) {
       {"early eval", {{"STDATE", date(1949, 4, 1)}, {"NOBS", 12}}, {{"STDATE", date(1949, 1, 1)}}, 0, 3, 14, 3, 23},
       {"eval end date", {}, {{"ENDDATE", date(1950, 6, 1)}}, 0, 0, 23, 0, 17},
       {"short eval", {}, {{"NOBS", 1}}, -2, 0, 23, 0, 0},
+      // The evaluation range runs from the start of the fit to the end of
+      // the data; its end date is the one the fit range's count arrived at.
+      {"fit inside the data",
+       {{"STDATE", date(1949, 3, 1)}, {"NOBS", 10}},
+       {},
+       0,
+       2,
+       11,
+       2,
+       23,
+       {date(1949, 3, 1), date(1949, 12, 1), date(1949, 3, 1), date(1949, 12, 1)}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -226,7 +215,7 @@ TEST_F(ArgsTest, TimesRangeCases) {
     set_number(dr, "STDATE", date(1949, 1, 1));
     List fit = make();
     for (const auto& [k, v] : c.fit) set_number(fit, k, v);
-    List eval = make();
+    List eval = c.eval.empty() ? nullptr : make();  // no list: the defaults as of an empty one
     for (const auto& [k, v] : c.eval) set_number(eval, k, v);
     Ranges r;
     ASSERT_EQ(gettimes(dr, fit, eval, 24, &month, &r.data, &r.fit, &r.eval), c.rc);
@@ -238,6 +227,9 @@ TEST_F(ArgsTest, TimesRangeCases) {
     EXPECT_EQ(r.eval.start, c.eval_start);
     EXPECT_EQ(r.eval.end, c.eval_end);
     EXPECT_EQ(r.eval.nobs, c.eval_end - c.eval_start + 1);
+    if (!c.dates.empty()) {
+      EXPECT_EQ(std::vector<double>({r.fit.stdate, r.fit.enddate, r.eval.stdate, r.eval.enddate}), c.dates);
+    }
   }
 }
 
