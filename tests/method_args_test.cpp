@@ -166,14 +166,6 @@ struct Ranges {
   TIMERANGE data{}, fit{}, eval{};
 };
 
-void expect_range(const TIMERANGE& r, double stdate, double enddate, long nobs, long start, long end) {
-  EXPECT_EQ(r.stdate, stdate);
-  EXPECT_EQ(r.enddate, enddate);
-  EXPECT_EQ(r.nobs, nobs);
-  EXPECT_EQ(r.start, start);
-  EXPECT_EQ(r.end, end);
-}
-
 TEST_F(ArgsTest, TimesRangeCases) {
   INTERVAL month = interval_of("MONTH");
   struct Case {
@@ -220,7 +212,9 @@ TEST_F(ArgsTest, TimesRangeCases) {
     Ranges r;
     ASSERT_EQ(gettimes(dr, fit, eval, 24, &month, &r.data, &r.fit, &r.eval), c.rc);
     if (c.rc != 0) continue;
-    expect_range(r.data, date(1949, 1, 1), date(1950, 12, 1), 24, 0, 23);
+    EXPECT_EQ(std::vector<double>({r.data.stdate, r.data.enddate}),
+              std::vector<double>({date(1949, 1, 1), date(1950, 12, 1)}));
+    EXPECT_EQ(std::vector<long>({r.data.nobs, r.data.start, r.data.end}), std::vector<long>({24, 0, 23}));
     EXPECT_EQ(r.fit.start, c.fit_start);
     EXPECT_EQ(r.fit.end, c.fit_end);
     EXPECT_EQ(r.fit.nobs, c.fit_end - c.fit_start + 1);
@@ -234,27 +228,6 @@ TEST_F(ArgsTest, TimesRangeCases) {
 }
 
 // ---- getstartvals ------------------------------------------------------------
-
-struct StartModel {
-  explicit StartModel(std::vector<double> values) : x(std::move(values)), misflg(x.size(), 0) {
-    std::memset(&model, 0, sizeof model);
-    for (std::size_t i = 0; i < x.size(); ++i) {
-      if (std::isnan(x[i])) {
-        x[i] = esf::kMissing;
-        misflg[i] = 1;
-      }
-    }
-    model.ts.x = x.data();
-    model.ts.misflg = misflg.data();
-    model.ts.nobs = static_cast<long>(x.size());
-    model.fitrange.start = 0;
-    model.fitrange.nobs = model.ts.nobs;
-    model.fitrange.end = model.ts.nobs - 1;
-  }
-  std::vector<double> x;
-  std::vector<char> misflg;
-  WINMODEL model;
-};
 
 TEST_F(ArgsTest, StartValuesFromTheSpecification) {
   struct Case {
@@ -282,7 +255,14 @@ TEST_F(ArgsTest, StartValuesFromTheSpecification) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    StartModel m({5.0, 6.0, 8.0, kNaN});
+    double x[4] = {5.0, 6.0, 8.0, esf::kMissing};
+    char misflg[4] = {0, 0, 0, 1};
+    WINMODEL model;
+    std::memset(&model, 0, sizeof model);
+    model.ts.x = x;
+    model.ts.misflg = misflg;
+    model.ts.nobs = model.fitrange.nobs = 4;
+    model.fitrange.end = 3;
     List spec = make();
     if (!c.startvals.empty()) {
       List l = add_list(spec, "STARTVALS");
@@ -292,11 +272,11 @@ TEST_F(ArgsTest, StartValuesFromTheSpecification) {
       List l = add_list(spec, "SVI");
       for (const auto& [k, v] : c.svi) set_number(l, k, v);
     }
-    ASSERT_EQ(getstartvals(spec, esf::host::fmcomp(), c.type, c.sviflg, &m.model), c.rc);
+    ASSERT_EQ(getstartvals(spec, esf::host::fmcomp(), c.type, c.sviflg, &model), c.rc);
     if (c.rc == 1) {
-      EXPECT_EQ(m.model.startvals.level, c.level);
+      EXPECT_EQ(model.startvals.level, c.level);
     } else if (!std::isnan(c.level)) {
-      EXPECT_EQ(m.model.svi.level, c.level);
+      EXPECT_EQ(model.svi.level, c.level);
     }
     List svi = find_list(spec, "SVI");
     EXPECT_EQ(svi == nullptr ? 0u : items(svi).size(), c.svi_items);

@@ -41,19 +41,6 @@ class ModelCliTest : public ::testing::Test {
 
 std::string example(const char* name) { return std::string(ESF_SOURCE_DIR) + "/examples/" + name; }
 
-// The example file's rows as (date, value) text pairs.
-std::vector<std::pair<std::string, std::string>> example_rows(const char* name) {
-  std::ifstream in(example(name));
-  std::string line;
-  std::getline(in, line);
-  std::vector<std::pair<std::string, std::string>> rows;
-  while (std::getline(in, line)) {
-    const auto comma = line.find(',');
-    rows.emplace_back(line.substr(0, comma), line.substr(comma + 1));
-  }
-  return rows;
-}
-
 std::vector<std::vector<std::string>> csv_rows(const std::string& text) {
   std::vector<std::vector<std::string>> rows;
   std::stringstream ss(text);
@@ -92,10 +79,9 @@ TEST_F(ModelCliTest, TraceShowsTheSearch) {
 // stands for the interval of the same periods; dates that don't begin their
 // periods get one remark naming the interval that would fit.
 TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
-  std::string mondays = "date,value\n";
-  for (int d = 1; d <= 29; d += 7) mondays += "2001-01-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",1\n";
-  for (int d = 5; d <= 26; d += 7) mondays += "2001-02-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",2\n";
-  write("mondays.csv", mondays);
+  write("mondays.csv",
+        "date,value\n2001-01-01,1\n2001-01-08,1\n2001-01-15,1\n2001-01-22,1\n2001-01-29,1\n2001-02-05,2\n"
+        "2001-02-12,2\n2001-02-19,2\n2001-02-26,2\n");
   // Working days: Friday to Monday is three days, but one WEEKDAY.
   write("weekdays.csv", "d,v\n2001-05-03,1\n2001-05-04,2\n2001-05-07,3\n2001-05-08,4\n2001-05-11,5\n");
   write("hours.csv", "t,v\n2001-01-01T00:00,1\n2001-01-01T01:00,2\n2001-01-01 03:00,3\n");
@@ -425,9 +411,9 @@ TEST_F(ModelCliTest, AutoHoldoutAndLevels) {
   EXPECT_EQ(rows[0][4], "L80");
   EXPECT_EQ(rows[0][rows[0].size() - 2], "U95");
   EXPECT_EQ(rows[0].back(), "L95");
-  const auto data = example_rows("AirPassengers.csv");
+  const auto data = csv_rows(slurp(example("AirPassengers.csv")));
   for (std::size_t i = 133; i <= 144; ++i) {
-    EXPECT_EQ(std::stod(rows[i][1]), std::stod(data[i - 1].second));
+    EXPECT_EQ(std::stod(rows[i][1]), std::stod(data[i][1]));
     EXPECT_TRUE(rows[i][5].empty());  // no residual in a forecast row
     EXPECT_LT(std::stod(rows[i][3]), std::stod(rows[i][rows[0].size() - 2]));
   }
@@ -477,8 +463,8 @@ TEST_F(ModelCliTest, ThoroughSearchFindsALowerErrorInsideTheBounds) {
 // does under MONTH.
 TEST_F(ModelCliTest, ObservationNumbersWithACycleFitAsTheCalendarDoes) {
   std::string numbered = "t,value\n";
-  int t = 0;
-  for (const auto& [d, v] : example_rows("AirPassengers.csv")) numbered += std::to_string(++t) + "," + v + "\n";
+  const auto data = csv_rows(slurp(example("AirPassengers.csv")));
+  for (std::size_t t = 1; t < data.size(); ++t) numbered += std::to_string(t) + "," + data[t][1] + "\n";
   write("numbered.csv", numbered);
   for (const char* model : {"seasonal", "winters", "winters-additive"}) {
     SCOPED_TRACE(model);

@@ -104,8 +104,6 @@ TEST(Calerf, MatchesHighPrecisionErfAndErfc) {
     calerf(c.x, &erfc_x, 1);
     EXPECT_LE(rel_err(erf_x, c.erf), 1e-15) << "x = " << c.x;
     EXPECT_LE(rel_err(erfc_x, c.erfc), 1e-15) << "x = " << c.x;
-    EXPECT_EQ(zferf(c.x), erf_x);
-    EXPECT_EQ(zferfc(c.x), erfc_x);
   }
 }
 

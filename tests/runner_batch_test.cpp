@@ -164,19 +164,24 @@ TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
     b.push_back(static_cast<std::uint64_t>(f.eval_accuracy.n));
     return b;
   };
+  // Variant 1 holds out 9 observations, variant 2 moves the ranges.
+  auto options = [](const std::string& model, int variant) {
+    runner::ModelOptions o;
+    o.model = model;
+    o.interval = "MONTH";
+    o.levels = {80.0, 95.0};
+    if (variant == 1) o.holdout = 9;
+    if (variant == 2) {
+      o.fit_end = "1957-12-01";
+      o.eval_start = "1955-01-01";
+    }
+    return o;
+  };
   for (const runner::Family& family : runner::families()) {
     for (int variant = 0; variant < 3; ++variant) {
       SCOPED_TRACE(std::string(family.name) + " variant " + std::to_string(variant));
-      runner::ModelOptions o;
-      o.model = family.name;
-      o.interval = "MONTH";
+      runner::ModelOptions o = options(family.name, variant);
       o.cl = 0.2;
-      o.levels = {80.0, 95.0};
-      if (variant == 1) o.holdout = 9;
-      if (variant == 2) {
-        o.fit_end = "1957-12-01";
-        o.eval_start = "1955-01-01";
-      }
       const runner::FitResult fit = run.fit(run.plan(o, false), s);
       const runner::ForecastResult fc = run.forecast(run.plan(o, true), s);
       EXPECT_EQ(bits(fc.fit), bits(fit));
@@ -187,11 +192,7 @@ TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
   // chosen family, to the bit.
   for (int variant = 0; variant < 2; ++variant) {
     SCOPED_TRACE("auto variant " + std::to_string(variant));
-    runner::ModelOptions o;
-    o.model = runner::kAutoModel;
-    o.interval = "MONTH";
-    o.levels = {80.0, 95.0};
-    if (variant == 1) o.holdout = 9;
+    runner::ModelOptions o = options(runner::kAutoModel, variant);
     const runner::ForecastResult a = run.forecast(run.plan(o, true), s);
     ASSERT_TRUE(a.fit.choice.has_value());
     o.model = a.fit.choice->chosen;
@@ -201,9 +202,7 @@ TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
     EXPECT_FALSE(a.table.columns.empty());
   }
   // --select holdout scores each family as a run of it holding out a season does.
-  runner::ModelOptions o;
-  o.model = runner::kAutoModel;
-  o.interval = "MONTH";
+  runner::ModelOptions o = options(runner::kAutoModel, 0);
   o.select = runner::Selection::kHoldout;
   const runner::AutoChoice choice = run.choose(run.plan(o, true), s);
   ASSERT_EQ(choice.selection_holdout, 12);
