@@ -175,6 +175,9 @@ TEST_F(ArgsTest, TimesRangeCases) {
     long fit_start, fit_end, eval_start, eval_end;
     std::vector<double> dates = {};  // the fit's and the evaluation's start and end dates, if checked
   };
+  // The evaluation range runs from the start of the fit to the end of the
+  // data; its end date is the one the fit range's count arrived at.
+  const std::vector<double> inside = {date(1949, 3, 1), date(1949, 12, 1), date(1949, 3, 1), date(1949, 12, 1)};
   const Case cases[] = {
       {"defaults", {}, {}, 0, 0, 23, 0, 23},
       // NOBS defaults to 24 periods from a late start but stops at the data's end.
@@ -188,17 +191,7 @@ TEST_F(ArgsTest, TimesRangeCases) {
       {"early eval", {{"STDATE", date(1949, 4, 1)}, {"NOBS", 12}}, {{"STDATE", date(1949, 1, 1)}}, 0, 3, 14, 3, 23},
       {"eval end date", {}, {{"ENDDATE", date(1950, 6, 1)}}, 0, 0, 23, 0, 17},
       {"short eval", {}, {{"NOBS", 1}}, -2, 0, 23, 0, 0},
-      // The evaluation range runs from the start of the fit to the end of
-      // the data; its end date is the one the fit range's count arrived at.
-      {"fit inside the data",
-       {{"STDATE", date(1949, 3, 1)}, {"NOBS", 10}},
-       {},
-       0,
-       2,
-       11,
-       2,
-       23,
-       {date(1949, 3, 1), date(1949, 12, 1), date(1949, 3, 1), date(1949, 12, 1)}},
+      {"fit inside the data", {{"STDATE", date(1949, 3, 1)}, {"NOBS", 10}}, {}, 0, 2, 11, 2, 23, inside},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
