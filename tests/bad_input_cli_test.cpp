@@ -5,8 +5,6 @@
 // airline series), q.csv (a quarterly series) and out.csv; $E is the program,
 // which the command line follows. A message of the form "head*tail" must
 // start with head and hold tail further on.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>

@@ -2,11 +2,8 @@
 // routine, the image records, the entry and its method table, and the
 // calling convention of a method.
 #include <dlfcn.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <vector>
 

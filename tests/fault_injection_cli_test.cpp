@@ -6,16 +6,11 @@
 // file; under the sanitizer build a leak would end the run with the leak
 // checker's status instead. The run that meets no fault writes the whole
 // table.
-#include <unistd.h>
-
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include "support/cli_run.h"
 

@@ -1,15 +1,11 @@
 // The host's tables: names, output tables written as CSV files through the
 // open / define / put / close chain, aborted tables, and input tables.
-#include <unistd.h>
-
 #include <bit>
 #include <cctype>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>

@@ -1,8 +1,6 @@
 // The fit and forecast commands of esforecast, run as a separate process on
 // the example series: estimates, forecast tables, saved models, many series
 // in one run (the messages of bad input: bad_input_cli_test.cpp).
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <filesystem>

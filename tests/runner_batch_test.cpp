@@ -1,8 +1,6 @@
 // The runner over many series in one process: outcomes come in key order and
 // are the same to the bit on one thread and on several, failures included.
 // This is the test the ThreadSanitizer build runs.
-#include <unistd.h>
-
 #include <atomic>
 #include <bit>
 #include <cmath>
