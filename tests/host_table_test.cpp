@@ -221,18 +221,20 @@ TEST_F(HostTable, RowsInOneCallAreTheRowsOneByOne) {
   esf::host::table_fail_write(0);
 }
 
-// An aborted table leaves no file, and an earlier table of its name alone.
+// A bad definition is refused with its cause; the aborted table leaves no
+// file, and an earlier table of its name alone.
 TEST_F(HostTable, BadDefinitionsAreRefusedAndTheAbortCleansUp) {
   std::ofstream(dir_ / "bad.csv") << "X\n1\n";
   struct Case {
     const char* what;
     std::vector<std::string> names;
     int announced;
+    const char* message;
   };
   const Case cases[] = {
-      {"duplicate name", {"A", "a"}, 2},
-      {"not a name", {"A", "2B"}, 2},
-      {"more than announced", {"A", "B"}, 1},
+      {"duplicate name", {"A", "a"}, 2, "variable a is defined twice"},
+      {"not a name", {"A", "2B"}, 2, "\"2B\" is not a valid variable name"},
+      {"more than announced", {"A", "B"}, 1, "variable B is one more than the 1 announced"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -240,7 +242,10 @@ TEST_F(HostTable, BadDefinitionsAreRefusedAndTheAbortCleansUp) {
     ASSERT_EQ(open_table("BAD", &xoparm), 0);
     ptr xvp = nullptr;
     double slots[2];
-    EXPECT_LT(define(xoparm, &xvp, c.names, slots, c.announced), 0);
+    const int rc = define(xoparm, &xvp, c.names, slots, c.announced);
+    EXPECT_LT(rc, 0);
+    xprrlog(0, rc);
+    EXPECT_NE(esf::host::take_log().find(c.message), std::string::npos);
     ASSERT_EQ(xoclose(xoparm.fileid, XO_ABORT), 0);
     EXPECT_EQ(files_in(dir_), std::vector<std::string>{"bad.csv"});
     EXPECT_EQ(slurp(dir_ / "bad.csv"), "X\n1\n");
