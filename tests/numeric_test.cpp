@@ -243,7 +243,7 @@ TEST(Zscp, AddsWeightedCrossProductsInPackedOrder) {
   EXPECT_EQ(std::vector<double>(acc, acc + 6), sums);
   const double dot = skMissVal('.');
   for (const auto& [row, weight] : std::vector<std::pair<std::vector<double>, double>>{
-           {{dot, 3, 1}, 1.0}, {{2, skMissVal('Z'), 1}, 1.0}, {{2, 3, 1}, 0.0}, {{2, 3, 1}, skMissVal('A')}}) {
+           {{dot, 3, 1}, 1.0}, {{2, 3, skMissVal('Z')}, 1.0}, {{2, 3, 1}, 0.0}, {{2, 3, 1}, skMissVal('A')}}) {
     EXPECT_EQ(zscp(row.data(), 3, weight, acc), 0);
     EXPECT_EQ(std::vector<double>(acc, acc + 6), sums);
   }
