@@ -85,10 +85,9 @@ TEST(FormatCatalogue, TypesAndUnitsOfNames) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    char buf[16] = {};
-    std::memcpy(buf, c.name, std::strlen(c.name));
-    EXPECT_EQ(zfmttype(buf, c.len), c.type);
-    EXPECT_EQ(zfmtunits(buf, c.len), c.units);
+    std::string name = c.name;
+    EXPECT_EQ(zfmttype(name.data(), c.len), c.type);
+    EXPECT_EQ(zfmtunits(name.data(), c.len), c.units);
   }
 }
 
@@ -143,9 +142,8 @@ TEST_F(CustomTest, RegisteredNamesAreKnownWithoutRegardToCase) {
   } cases[] = {{"mycal", kIntCustom}, {"MYWK", kIntCustom}, {"MYCALX", 0}, {"MYCA", 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    char buf[16] = {};
-    std::memcpy(buf, c.name, std::strlen(c.name));
-    EXPECT_EQ(getcustomname(buf, static_cast<int>(std::strlen(c.name))), c.answer);
+    std::string name = c.name;
+    EXPECT_EQ(getcustomname(name.data(), static_cast<int>(name.size())), c.answer);
   }
   // One manager for the task; ending it destroys the manager.
   ZQKECINTC* a = nullptr;

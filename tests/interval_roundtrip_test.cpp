@@ -64,19 +64,13 @@ int shift_limit(int code) {
   return static_cast<int>(fewest);
 }
 
-std::vector<int> named_codes() {
-  std::vector<int> codes;
-  for (int code = 0; code <= 64; ++code) {
-    if (interval_base_name(code) != nullptr) codes.push_back(code);
-  }
-  return codes;
-}
-
 // Every spelling of every named code: the base names and the others the
 // parser accepts.
 std::vector<std::pair<int, std::string>> spellings() {
   std::vector<std::pair<int, std::string>> all;
-  for (int code : named_codes()) all.emplace_back(code, interval_base_name(code));
+  for (int code = 0; code <= 64; ++code) {
+    if (interval_base_name(code) != nullptr) all.emplace_back(code, interval_base_name(code));
+  }
   const struct {
     int code;
     std::vector<const char*> names;
