@@ -37,8 +37,8 @@ TEST(CalendarCli, SingleQueries) {
     const char* args;
     const char* answer;
   } cases[] = {
-      // Random dates, intervals and alignments are checked through a stream
-      // below; these are the other kinds of values and the spelled-out words.
+      // The answers themselves are the interval tests'; these rows are the
+      // kinds of values, the words of each query and the spelled-out words.
       {"count DTHOUR 2001-01-01T10:59:59 2001-01-01T11:00:00", "1"},
       {"count MONTH . 2001-02-01", "."},
       {"count DAY 1582-01-01 20000-12-26", "6727396"},

@@ -25,10 +25,12 @@ char kSame[] = "S";
 using cases::intervalx;
 using cases::token_of;
 
-// What zintfit answers: its result and the interval's name.
+// What zintfit answers: the interval's name, or its result when it fails
+// (units it can't fit leave NONE).
 std::string fitted(double d1, double d2, char* units) {
   INTERVAL iv{};
   const int rc = zintfit(d1, d2, units, &iv, nullptr);
+  if (rc == 1 && (iv.units != kUnitsNone || iv.intper != 1)) return "not NONE";
   return rc == 0 ? token_of(iv) : std::to_string(rc);
 }
 
@@ -54,14 +56,9 @@ TEST(IntervalFit, LiteralCases) {
       {5.0, 8.0, kObs, "OBS3.3"},
       {1.0, 2.0, const_cast<char*>("x"), "1"},
   };
+  // (The calendar command's fits show the cycle and the format a fit fills
+  // in.)
   for (const auto& r : rows) EXPECT_EQ(fitted(r.d1, r.d2, r.units), r.want) << r.d1 << " " << r.d2;
-
-  // A failed fit leaves NONE. (The calendar command's fits show the cycle
-  // and the format a fit fills in.)
-  INTERVAL iv{};
-  ASSERT_EQ(zintfit(1.0, 2.0, const_cast<char*>("x"), &iv, nullptr), 1);
-  EXPECT_EQ(iv.units, kUnitsNone);
-  EXPECT_EQ(iv.intper, 1);
 }
 
 // Advancing a random date by a random interval with alignment "S" and

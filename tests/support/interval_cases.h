@@ -1,7 +1,8 @@
 // Shared pieces of the interval tests: parsing and printing names, tokens
 // and extended records, dates by year, month and day, equality that tells
-// the kinds of missing values apart, values as text, a custom-interval record, and the check that a routine refuses
-// codes outside its tables with a line on the debug output.
+// the kinds of missing values apart, values as text, a custom-interval
+// record, and the check that a routine refuses codes outside its tables
+// with a line on the debug output.
 #pragma once
 
 #include <cstdio>
