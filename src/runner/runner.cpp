@@ -514,7 +514,7 @@ std::vector<int> weight_kinds(const Family& family) {
 
 WeightPosition position_against(double w, const std::array<double, 2>& b, bool bounds_on) {
   if (b[0] == b[1]) return WeightPosition::kFixed;
-  if (!bounds_on) return WeightPosition::kInside;
+  if (!bounds_on) return WeightPosition::kUnbounded;
   if (w == b[0]) return WeightPosition::kOnLower;
   if (w == b[1]) return WeightPosition::kOnUpper;
   return w < b[0] || w > b[1] ? WeightPosition::kOutside : WeightPosition::kInside;
@@ -543,10 +543,12 @@ void read_positions(const Plan& plan, FitResult* r) {
   for (std::size_t i = 0; i < r->weights.size() && i < kinds.size(); ++i) {
     WeightEstimate& w = r->weights[i];
     const std::array<double, 2> b = bounds_of(plan.options, kinds[i]);
-    w.lower = b[0];
-    w.upper = b[1];
     w.position = position_against(w.estimate, b, !plan.options.no_bounds);
-    if (w.position != WeightPosition::kInside) w.t_value = kNaN;
+    if (w.position != WeightPosition::kUnbounded) {
+      w.lower = b[0];
+      w.upper = b[1];
+    }
+    if (w.position != WeightPosition::kInside && w.position != WeightPosition::kUnbounded) w.t_value = kNaN;
     if (w.position == WeightPosition::kOnLower || w.position == WeightPosition::kOnUpper) {
       at_bounds += fmt::format("{}{} {}", at_bounds.empty() ? "" : ", ", w.name, describe(w.position));
     } else if (w.position == WeightPosition::kOutside) {
@@ -741,6 +743,8 @@ std::string describe(WeightPosition position) {
       return "fixed";
     case WeightPosition::kOutside:
       return "outside its bounds";
+    case WeightPosition::kUnbounded:
+      return "without bounds";
   }
   return "";
 }
