@@ -306,7 +306,8 @@ TEST_F(ModelCliTest, SeriesFindTheirOwnIntervalsAndAutoSharesOneHeader) {
 
 // Every fit says how it ended: a weight on a bound has no t value, and a fit
 // that did not converge or left a weight on a bound says so in one warning
-// line, with exit status 0.  The saved model carries the same report, and
+// line, with exit status 0.  A fit without bounds gives every weight its t
+// value and no bounds.  The saved model carries the same report, and
 // forecasts as the fit does: the same table, ending in the same state.
 TEST_F(ModelCliTest, FitsSayHowTheyEnded) {
   struct Case {
@@ -314,23 +315,28 @@ TEST_F(ModelCliTest, FitsSayHowTheyEnded) {
     const char* interval;
     const char* model;
     bool converged;
+    bool unbounded = false;
   };
   const Case cases[] = {{"USAccDeaths.csv", "MONTH", "damped", false},
                         {"AirPassengers.csv", "MONTH", "double", true},
                         {"AirPassengers.csv", "MONTH", "winters", true},
-                        {"UKgas.csv", "QTR", "seasonal", true}};
+                        {"UKgas.csv", "QTR", "seasonal", true},
+                        {"AirPassengers.csv", "MONTH", "damped", true, true}};
   for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.file) + " " + c.model);
-    const Outcome r =
-        run({"fit", "--model", c.model, "--interval", c.interval, "--json", "--save-model", "m.json", example(c.file)});
+    SCOPED_TRACE(std::string(c.file) + " " + c.model + (c.unbounded ? " without bounds" : ""));
+    std::vector<std::string> args = {"fit",    "--model",      c.model,  "--interval",   c.interval,
+                                     "--json", "--save-model", "m.json", example(c.file)};
+    if (c.unbounded) args.push_back("--no-bounds");
+    const Outcome r = run(args);
     ASSERT_EQ(r.status, 0) << r.err;
     const Json j = Json::parse(r.out);
     EXPECT_EQ(j["fit"]["converged"], c.converged);
     bool on_bound = false;
     for (const Json& w : j["weights"]) {
-      const bool inside = w["position"] == "inside its bounds";
+      const bool inside = w["position"] == (c.unbounded ? "without bounds" : "inside its bounds");
       on_bound = on_bound || !inside;
       EXPECT_EQ(w["tvalue"].is_null(), !inside) << w;
+      EXPECT_EQ(w["bounds"][0].is_null(), c.unbounded) << w;
     }
     const bool warned = r.err.find("warning: ") != std::string::npos;
     EXPECT_EQ(warned, !c.converged || on_bound) << r.err;
@@ -341,8 +347,10 @@ TEST_F(ModelCliTest, FitsSayHowTheyEnded) {
     const Outcome fc =
         run({"forecast", "--model-file", "m.json", "--interval", c.interval, "--lead", "4", example(c.file)});
     ASSERT_EQ(fc.status, 0) << fc.err;
-    EXPECT_EQ(fc.out,
-              run({"forecast", "--model", c.model, "--interval", c.interval, "--lead", "4", example(c.file)}).out);
+    std::vector<std::string> direct = {"forecast", "--model", c.model, "--interval",
+                                       c.interval, "--lead",  "4",     example(c.file)};
+    if (c.unbounded) direct.push_back("--no-bounds");
+    EXPECT_TRUE(fc.out == run(direct).out);
     const auto rows = csv_rows(fc.out);
     EXPECT_EQ(std::stod(rows[rows.size() - 5][7]), j["smoothed_state"]["level"].get<double>());
   }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -1236,14 +1237,16 @@ SavedModel load_model_file(const std::string& path, ModelOptions& options) {
     saved.interval = j["interval"].get<std::string>();
     if (options.interval.empty()) options.interval = saved.interval;
   }
-  // Saved weights are numbers from 0 to 1.
+  // Saved weights are numbers the methods can forecast with: a fit within
+  // the default bounds gives weights from 0 to 1, a fit without bounds may
+  // give others.
   const Json& list = j["model_list"];
   if (list.is_object() && list.contains("PARMVALS") && list["PARMVALS"].is_object() &&
       list["PARMVALS"].contains("SMOOTHING_WEIGHTS") && list["PARMVALS"]["SMOOTHING_WEIGHTS"].is_object()) {
     for (const auto& [name, w] : list["PARMVALS"]["SMOOTHING_WEIGHTS"].items()) {
-      if (!w.is_null() && !(w.is_number() && w.get<double>() >= 0.0 && w.get<double>() <= 1.0)) {
-        throw RunError(fmt::format("not a model file: the {} weight is {}, not a number from 0 to 1: {}", name,
-                                   host::quote_input(w.dump()), path));
+      if (!w.is_null() && !(w.is_number() && std::fabs(w.get<double>()) <= kWeightLimit)) {
+        throw RunError(fmt::format("not a model file: the {} weight is {}, not a number from {} to {}: {}", name,
+                                   host::quote_input(w.dump()), -kWeightLimit, kWeightLimit, path));
       }
     }
   }
