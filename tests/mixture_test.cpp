@@ -60,7 +60,7 @@ const Mixture kOverlap{{0.5, 0.5}, {0.0, 0.1}, {1.0, 1.0}};
 const Mixture kNarrowWide{{0.9, 0.1}, {0.0, 0.0}, {0.01, 10.0}};
 const Mixture kApart{{0.4, 0.6}, {0.0, 20.0}, {1.0, 2.0}};  // the bracket is narrowed first
 const Mixture kSingle{{1.0}, {0.0}, {1.0}};
-const Mixture kDescending{{0.375, 0.5, 0.125}, {5.0, 1.0, -3.0}, {0.5, 2.0, 1.0}};  // sorted for a quantile
+const Mixture kDescending{{0.375, 0.5, 0.125}, {5.0, 1.0, -3.0}, {0.5, 2.0, 1.0}};  // a quantile sorts it
 const Mixture* const kMixtures[] = {&kTwoHumps, &kThree, &kOverlap, &kNarrowWide, &kApart, &kSingle};
 
 TEST(Mixture, TailsAndDensityMatchDirectSum) {
