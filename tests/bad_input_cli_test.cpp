@@ -5,8 +5,6 @@
 // airline series), q.csv (a quarterly series) and out.csv; $E is the program,
 // which the command line follows. A message of the form "head*tail" must
 // start with head and hold tail further on.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
@@ -156,6 +154,9 @@ const Row kRows[] = {
      "esforecast forecast: the model file is a directory"},
     {"model weight of the wrong type", MODEL "sed -E 's/\"LEVEL\": [0-9.e-]+/\"LEVEL\": \"x\"/' m.json > w.json",
      "forecast s.csv --model-file w.json -o out.csv", 1, "esforecast forecast: not a model file: the LEVEL weight"},
+    {"model weight no method can use", MODEL "sed -E 's/\"LEVEL\": [0-9.e-]+/\"LEVEL\": 150/' m.json > w.json",
+     "forecast s.csv --model-file w.json -o out.csv", 1,
+     "esforecast forecast: not a model file: the LEVEL weight is \"150\", not a number from -100 to 100: w.json"},
     {"model of another family", MODEL ":", "forecast s.csv --interval MONTH --model simple --model-file m.json", 1,
      "esforecast forecast: m.json: the file holds a winters model, not simple"},
     {"model of another interval", MODEL ":", "forecast q.csv --interval QTR --model-file m.json -o out.csv", 1,
@@ -201,9 +202,8 @@ class BadInputCli : public ::testing::TestWithParam<Row> {};
 
 TEST_P(BadInputCli, ExitsWithItsStatusAndMessageAndKeepsTheOutput) {
   const Row& row = GetParam();
-  const fs::path dir = fs::temp_directory_path() / ("esf_bad_" + std::to_string(::getpid()));
-  fs::remove_all(dir);
-  fs::create_directories(dir);
+  const support::ScratchDir scratch("esf_bad");
+  const fs::path& dir = scratch.path;
   fs::copy_file(fs::path(ESF_SOURCE_DIR) / "examples/AirPassengers.csv", dir / "s.csv");
   fs::copy_file(fs::path(ESF_SOURCE_DIR) / "examples/UKgas.csv", dir / "q.csv");
   std::ofstream(dir / "out.csv") << "previous\n";
@@ -231,7 +231,6 @@ TEST_P(BadInputCli, ExitsWithItsStatusAndMessageAndKeepsTheOutput) {
   for (const auto& entry : fs::directory_iterator(dir)) {
     EXPECT_NE(entry.path().filename().string().rfind(".esforecast-", 0), 0u) << entry.path();
   }
-  fs::remove_all(dir);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, BadInputCli, ::testing::ValuesIn(kRows), [](const auto& test) {

@@ -2,6 +2,7 @@
 // arithmetic, year/week/day conversions, retail calendars and day counts.
 // Expectations come from std::chrono (support/calendar_oracle.h), from
 // literal tables, and from round trips over the whole date range.
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -52,24 +53,16 @@ TEST(CivilCore, RoundTripsBeyondTheLibrarysDates) {
   }
 }
 
+// Against the textbook correction of C's truncation (oracle::fdiv), on
+// both sides of 32 bits, where the 64-bit division takes over, with exact
+// multiples among them.
 TEST(CivilCore, FloorDivisionAndRemainder) {
-  const struct {
-    std::int64_t n, d, q, r;
-  } cases[] = {
-      {6, 7, 0, 6},
-      {0, 7, 0, 0},
-      {-1, 7, -1, 6},
-      {-7, 7, -1, 0},
-      {-8, 7, -2, 6},
-      // Beyond 32 bits, where the 64-bit division takes over.
-      {-5000000000L, 7, -714285715L, 5},
-      {5000000000L, 3000000000L, 1, 2000000000L},
-      {-2147483648L, 7, -306783379L, 5},
-      {2147483647L, 2147483648L, 0, 2147483647L},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(calendar::floordiv(c.n, c.d), c.q) << c.n << "/" << c.d;
-    EXPECT_EQ(calendar::floormod(c.n, c.d), c.r) << c.n << "%" << c.d;
+  for (const std::int64_t n : {6L, 0L, -1L, -7L, -8L, -2147483648L, 2147483647L, 5000000000L, -6000000000L}) {
+    for (const std::int64_t d : {7L, 3000000000L, 2147483648L}) {
+      const long q = oracle::fdiv(n, d);
+      EXPECT_EQ(calendar::floordiv(n, d), q) << n << "/" << d;
+      EXPECT_EQ(calendar::floormod(n, d), n - q * d) << n << "%" << d;
+    }
   }
 }
 
@@ -93,13 +86,12 @@ TEST(CivilCore, IsoWeeksAgreeWithChrono) {
 
 // ---- Host date routines -----------------------------------------------------------
 
+// Days past the end of their month: the whole-range test below.
 TEST(HostDates, TriplesThatNameNoDateAreMissing) {
   const struct {
     double m, d, y;
   } cases[] = {
-      {2, 29, 2001},  {2, 30, 2000},   {4, 31, 2001},
-      {13, 1, 2001},  {0, 1, 2001},    {1, 0, 2001},
-      {1, 1.5, 2001}, {1, 1, 2001.25}, {esf::kMissing, 1, 2001},
+      {13, 1, 2001}, {0, 1, 2001}, {1, 0, 2001}, {1, 1.5, 2001}, {1, 1, 2001.25}, {esf::kMissing, 1, 2001},
       {1, 1, 1e300},
   };
   for (const auto& c : cases) {
@@ -203,29 +195,9 @@ TEST(Ziddywds, WeekYearsAgreeWithChronoAndBadWeeksAreRefused) {
 
 // ---- zidywdds ---------------------------------------------------------------------------
 
-struct WeekYearCase {
-  int y, m, d, leap_index;
-  double year, week, day;
-};
-
-TEST(Zidywdds, LeapWeekRules) {
-  // Week-year 2003 opens on Sunday 29 December 2002 and has 53 weeks: its
-  // last week runs from 28 December 2003 to Saturday 3 January 2004. A leap
-  // index of 53 keeps that week (checked against the openings below); 52
-  // folds it into week 52 and 1 into the next year.
-  const WeekYearCase cases[] = {
-      {2004, 1, 3, 52, 2003, 52, 7}, {2004, 1, 3, 1, 2004, 1, 7}, {2003, 12, 27, 1, 2004, 1, 7},
-      {2005, 1, 1, 1, 2005, 1, 7},   {2005, 1, 2, 1, 2005, 1, 1},
-  };
-  for (const WeekYearCase& c : cases) {
-    double year = 0, week = 0, day = 0;
-    EXPECT_EQ(zidywdds(static_cast<double>(day_of(c.y, c.m, c.d)), c.leap_index, &year, &week, &day), 0);
-    EXPECT_EQ(year, c.year) << c.y << "-" << c.m << "-" << c.d << " leap " << c.leap_index;
-    EXPECT_EQ(week, c.week) << c.y << "-" << c.m << "-" << c.d << " leap " << c.leap_index;
-    EXPECT_EQ(day, c.day) << c.y << "-" << c.m << "-" << c.d << " leap " << c.leap_index;
-  }
-}
-
+// The week-year and week of a date from the openings of the week-years: a
+// leap index of 53 keeps a 53rd week, 52 folds it into week 52, and 1 makes
+// the last week of a week-year (52 or 53) week 1 of the next.
 TEST(Zidywdds, AgreesWithTheWeekYearOpenings) {
   oracle::Dates dates(4);
   for (int i = 0; i < 20000; ++i) {
@@ -235,8 +207,16 @@ TEST(Zidywdds, AgreesWithTheWeekYearOpenings) {
     const double start = ziddywds(static_cast<int>(year), 1, 1);
     EXPECT_LE(start, x);
     EXPECT_GT(ziddywds(static_cast<int>(year) + 1, 1, 1), x);
-    EXPECT_EQ(week, std::floor((x - start) / 7.0) + 1) << oracle::date_text(x);
+    const double w = std::floor((x - start) / 7.0) + 1;
+    EXPECT_EQ(week, w) << oracle::date_text(x);
     EXPECT_EQ(day, oracle::weekday_of(x) + 1.0);
+    const double y = year;
+    zidywdds(static_cast<double>(x), 52, &year, &week, &day);
+    EXPECT_EQ(year, y);
+    EXPECT_EQ(week, std::min(w, 52.0)) << oracle::date_text(x);
+    zidywdds(static_cast<double>(x), 1, &year, &week, &day);
+    EXPECT_EQ(year, w >= 52 ? y + 1 : y) << oracle::date_text(x);
+    EXPECT_EQ(week, w >= 52 ? 1 : w);
   }
   // A missing date gives missing results.
   double year = 0, week = 0, day = 0;

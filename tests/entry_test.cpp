@@ -2,11 +2,8 @@
 // routine, the image records, the entry and its method table, and the
 // calling convention of a method.
 #include <dlfcn.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -78,16 +75,6 @@ TEST_F(Image, StartRoutineStoresTheAnchorsAndTheRecordsLinkTheProgram) {
   EXPECT_NE(info.version, nullptr);
 }
 
-TEST_F(Image, EntryWithoutArgumentsTouchesNothing) {
-  CMETHS cmeths{-7, reinterpret_cast<METHODFN*>(0x10)};
-  int status = -8;
-  EXPECT_EQ(enter(0, &cmeths, &status), 0);
-  EXPECT_EQ(pcn_->ep(2, nullptr), 0);
-  EXPECT_EQ(cmeths.nmethods, -7);
-  EXPECT_EQ(cmeths.entpnts, reinterpret_cast<METHODFN*>(0x10));
-  EXPECT_EQ(status, -8);
-}
-
 TEST_F(Image, EntryHandsOutTwelveMethodsInTableOrder) {
   CMETHS cmeths{};
   int status = -1;
@@ -100,29 +87,32 @@ TEST_F(Image, EntryHandsOutTwelveMethodsInTableOrder) {
   }
 }
 
+// An entry without arguments touches nothing; a failed one leaves no table,
+// and only a conversion's code travels in the status word.
 TEST_F(Image, FailuresLeaveNoTableAndOnlyAConversionSetsTheStatus) {
   struct Case {
     const char* what;
-    bool conversion;  // otherwise the pool refuses the table
-    int status;
+    int argc;
+    int conversion;  // the status the host's conversion answers
+    long grant;      // blocks the pool grants before it refuses, -1: all
+    int rc, status;
   };
-  for (const Case& c : {Case{"conversion", true, 0x55}, Case{"allocation", false, -9}}) {
+  for (const Case& c : {Case{"no arguments", 0, 0, -1, 0, -9}, Case{"conversion", 2, 0x55, -1, 1, 0x55},
+                        Case{"allocation", 2, 0, 0, 1, -9}}) {
     SCOPED_TRACE(c.what);
-    CMETHS cmeths{-7, nullptr};
+    CMETHS cmeths{-7, reinterpret_cast<METHODFN*>(0x10)};
     int status = -9;
-    if (c.conversion) {
-      esf::host::set_virv2g_status(0x55);
-    } else {
-      esf::host::pool_fail_after(0);
-    }
-    const int rc = enter(2, &cmeths, &status);
+    esf::host::set_virv2g_status(c.conversion);
+    esf::host::pool_fail_after(c.grant);
+    const int rc = enter(c.argc, &cmeths, &status);
     esf::host::set_virv2g_status(0);
     esf::host::pool_fail_after(-1);
-    EXPECT_EQ(rc, 1);
-    EXPECT_EQ(status, c.status);  // a conversion's code travels in the status word
+    EXPECT_EQ(rc, c.rc);
+    EXPECT_EQ(status, c.status);
     EXPECT_EQ(cmeths.nmethods, -7);
-    EXPECT_EQ(cmeths.entpnts, nullptr);
+    EXPECT_EQ(cmeths.entpnts, reinterpret_cast<METHODFN*>(0x10));
   }
+  EXPECT_EQ(pcn_->ep(2, nullptr), 0);  // no argument vector: no call
 }
 
 TEST_F(Image, WrongArgumentCountLeaves999AndResultZero) {
@@ -155,12 +145,8 @@ TEST_F(Image, WrongArgumentCountLeaves999AndResultZero) {
 
 // The command line run with ESF_MODULE set to `image`, in a directory of its own.
 support::CliOutcome run_with_image(const char* image, const std::vector<std::string>& args) {
-  const auto dir = std::filesystem::temp_directory_path() / ("esf_entry_" + std::to_string(::getpid()));
-  std::filesystem::create_directories(dir);
-  ::setenv("ESF_MODULE", image, 1);
-  const support::CliOutcome r = support::run_cli(dir, args);
-  std::filesystem::remove_all(dir);
-  return r;
+  const support::ScratchDir dir("esf_entry");
+  return support::run_cli(dir.path, args, "", "ESF_MODULE=" + support::quote(image));
 }
 
 TEST(HostProgram, VersionShowsTheImageAndTheMethodTableInOrder) {

@@ -6,18 +6,13 @@
 // file; under the sanitizer build a leak would end the run with the leak
 // checker's status instead. The run that meets no fault writes the whole
 // table.
-#include <unistd.h>
-
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include "support/file_text.h"
+#include "support/cli_run.h"
 
 namespace {
 
@@ -34,27 +29,20 @@ class FaultInjectionCli : public ::testing::TestWithParam<Fault> {};
 
 TEST_P(FaultInjectionCli, EveryFailureEndsCleanly) {
   const Fault fault = GetParam();
-  const fs::path dir = fs::temp_directory_path() / ("esf_fault_" + std::to_string(::getpid()) + fault.variable);
-  fs::remove_all(dir);
-  fs::create_directories(dir);
+  const support::ScratchDir scratch(std::string("esf_fault_") + fault.variable);
+  const fs::path& dir = scratch.path;
   fs::copy_file(fs::path(ESF_SOURCE_DIR) / "examples/AirPassengers.csv", dir / "s.csv");
-  // The method table the module's entry takes from the pool stays with the
-  // pool for the life of the process.
-  std::ofstream(dir / "lsan.supp") << "leak:esf::runner::Loader::load\n";
   auto run = [&](const std::string& env) {
     std::ofstream(dir / "out.csv") << "previous\n";
-    const std::string cmd = "cd '" + dir.string() + "' && LSAN_OPTIONS=suppressions=lsan.supp " + env + " '" + ESF_CLI +
-                            "' forecast s.csv --interval MONTH --model winters -o out.csv >/dev/null 2>err.txt";
-    const int raw = std::system(cmd.c_str());
-    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return support::run_cli(dir, {"forecast", "s.csv", "--interval", "MONTH", "--model", "winters", "-o", "out.csv"},
+                            "", env);
   };
-  ASSERT_EQ(run(""), 0);
+  ASSERT_EQ(run("").status, 0);
   const std::string whole = slurp(dir / "out.csv");
   int failures = 0;
   for (long n = 1;; n += n < 10 ? 1 : fault.stride) {
     ASSERT_LT(n, 5000) << "the fault is met however late it comes";
-    const int status = run(std::string(fault.variable) + "=" + std::to_string(n));
-    const std::string err = slurp(dir / "err.txt");
+    const auto [status, out, err] = run(std::string(fault.variable) + "=" + std::to_string(n));
     SCOPED_TRACE(std::string(fault.variable) + "=" + std::to_string(n) + "\n" + err);
     for (const auto& entry : fs::directory_iterator(dir)) {
       EXPECT_NE(entry.path().filename().string().rfind(".esforecast-", 0), 0u);
@@ -72,7 +60,6 @@ TEST_P(FaultInjectionCli, EveryFailureEndsCleanly) {
     EXPECT_EQ(slurp(dir / "out.csv"), "previous\n");
   }
   EXPECT_GT(failures, 0);
-  fs::remove_all(dir);
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, FaultInjectionCli,

@@ -117,18 +117,26 @@ TEST(HostJson, RoundTripKeepsKindsOrderNamesAndMissingValues) {
   esf::host::append_number(dup, 1, "A");
   esf::host::append_number(dup, 2, "A");
   esf::host::append_number(dup, 3);
+  List mixed = esf::host::add_list(l, "MIXED");  // distinct names and an unnamed item
+  esf::host::append_number(mixed, 1, "A");
+  esf::host::append_number(mixed, 2);
   List arr = esf::host::add_list(l, "DATA");
   for (double v : {112.0, 118.5, 1e300}) esf::host::append_number(arr, v);
   esf::host::add_list(l, "EMPTY");
 
+  // Named items make an object, unnamed ones an array, and anything else a
+  // list of name and value pairs; the ordinary missing value is null.
   const nlohmann::ordered_json json = esf::host::to_json(l);
-  EXPECT_TRUE(json["DOT"].is_null());  // the ordinary missing value is null
+  EXPECT_TRUE(json["DOT"].is_null());
+  EXPECT_TRUE(json["DATA"].is_array());
+  EXPECT_EQ(json["MIXED"]["$items"][1]["name"], nullptr);
+  EXPECT_EQ(json["DUP"]["$items"][1]["name"], "A");
   ListGuard back(esf::host::from_json(nlohmann::ordered_json::parse(json.dump())));
   EXPECT_EQ(esf::host::to_json(back.list), json);
 
   // Kinds, bits and the special missing kinds survive.
   const auto items = esf::host::items(back.list);
-  ASSERT_EQ(items.size(), 8u);
+  ASSERT_EQ(items.size(), 9u);
   EXPECT_EQ(std::bit_cast<std::uint64_t>(items[0]->data.d), std::bit_cast<std::uint64_t>(1.0 / 3.0));
   EXPECT_EQ(std::bit_cast<std::uint64_t>(items[1]->data.d), 0xFFFFFE0000000000u);
   EXPECT_EQ(std::bit_cast<std::uint64_t>(items[2]->data.d), std::bit_cast<std::uint64_t>(esf::missing_letter('M')));
@@ -138,19 +146,6 @@ TEST(HostJson, RoundTripKeepsKindsOrderNamesAndMissingValues) {
   ASSERT_NE(dup_back, nullptr);
   EXPECT_EQ(dup_back->length, 3);
   EXPECT_EQ(slsrchn(dup_back, "A", 1, 2, 1), 2);
-}
-
-TEST(HostJson, ShapesFollowTheNaming) {
-  ListGuard g(esf::host::new_list());
-  List arr = esf::host::add_list(g.list, "ARR");
-  esf::host::append_number(arr, 1.5);
-  List mixed = esf::host::add_list(g.list, "MIXED");
-  esf::host::append_number(mixed, 1.0, "A");
-  esf::host::append_number(mixed, 2.0);
-  const nlohmann::ordered_json json = esf::host::to_json(g.list);
-  EXPECT_TRUE(json["ARR"].is_array());
-  EXPECT_TRUE(json["MIXED"].contains("$items"));
-  EXPECT_EQ(json["MIXED"]["$items"][1]["name"], nullptr);
 }
 
 TEST(HostJson, BadInputNamesThePathAndLeavesNoList) {

@@ -1,15 +1,11 @@
 // The host's tables: names, output tables written as CSV files through the
 // open / define / put / close chain, aborted tables, and input tables.
-#include <unistd.h>
-
 #include <bit>
 #include <cctype>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -38,18 +34,11 @@ std::vector<std::string> files_in(const fs::path& dir) {
 class HostTable : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("esf_host_table_" + std::to_string(::getpid()) + "_" +
-                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
     esf::host::assign_libref("OUT", dir_);
     esf::host::capture_output(true);
     esf::host::take_log();
   }
-  void TearDown() override {
-    esf::host::capture_output(false);
-    fs::remove_all(dir_);
-  }
+  void TearDown() override { esf::host::capture_output(false); }
 
   // Opens LIBREF.<mem> for output or input; returns the open status.
   static int open_table(const char* mem, XO_PARMS* xoparm, int mode = XO_OUTPUT, const char* libref = "OUT     ") {
@@ -66,9 +55,11 @@ class HostTable : public ::testing::Test {
     return xoopen(xoparm, &xopnstr);
   }
 
-  // Defines numeric variables bound to slots; returns the first bad status.
-  int define(XO_PARMS& xoparm, ptr* xvp, const std::vector<std::string>& names, double* slots) {
-    if (int rc = xvputi(xoparm.fileid, static_cast<int>(names.size()), 32, xvp); rc != 0) return rc;
+  // Defines numeric variables bound to slots, `announced` of them announced
+  // first (-1: as many as there are names); returns the first bad status.
+  int define(XO_PARMS& xoparm, ptr* xvp, const std::vector<std::string>& names, double* slots, int announced = -1) {
+    if (announced < 0) announced = static_cast<int>(names.size());
+    if (int rc = xvputi(xoparm.fileid, announced, 32, xvp); rc != 0) return rc;
     for (std::size_t j = 0; j < names.size(); ++j) {
       NAMESTR ns;
       xvnamei(&ns);
@@ -108,47 +99,42 @@ class HostTable : public ::testing::Test {
     ASSERT_EQ(xoclose(xoparm.fileid, close_flags), 0);
   }
 
-  fs::path dir_;
+  const support::ScratchDir scratch_{std::string("esf_host_table_") +
+                                     ::testing::UnitTest::GetInstance()->current_test_info()->name()};
+  const fs::path& dir_ = scratch_.path;
 };
 
-TEST_F(HostTable, ClosedTableIsACsvWithOneHeaderLine) {
-  write_rows("Fcst", {"DATE", "ACTUAL", "U95"}, {{-3653, 112, 1.0 / 3.0}, {-3622, kDot, 1e300}, {-3593, kDotA, -0.5}});
-  EXPECT_EQ(files_in(dir_), std::vector<std::string>{"fcst.csv"});
-  const std::string text = slurp(dir_ / "fcst.csv");
-  std::istringstream lines(text);
-  std::string line;
-  std::vector<std::string> all;
-  while (std::getline(lines, line)) all.push_back(line);
-  ASSERT_EQ(all.size(), 4u);
-  EXPECT_EQ(all[0], "DATE,ACTUAL,U95");
-  EXPECT_EQ(all[2], "-3622,,1e+300");  // an ordinary missing value is an empty field
-  EXPECT_EQ(all[3], "-3593,.A,-0.5");  // a special one keeps its name
-  // Values come back to the bit.
-  EXPECT_EQ(std::strtod(all[1].substr(all[1].rfind(',') + 1).c_str(), nullptr), 1.0 / 3.0);
-  EXPECT_EQ(esf::host::table_variables(dir_ / "fcst.csv")[2].label, "label of U95");
-}
-
-// A libref told that its time IDs are dates or datetimes writes the first
-// column as ISO text, a missing one as an empty field; the other columns stay
-// numbers.  With fsync asked the table is complete all the same.
-TEST_F(HostTable, TimeIdsAreWrittenAsTheLibrefSays) {
+// A closed table is one CSV file named for the member in lower case, with
+// one header line; a number is the shortest text that reads back to it, an
+// ordinary missing value an empty field, a special one its name. A libref
+// told that its time IDs are dates or datetimes writes the first column as
+// ISO text, a missing one as an empty field. With fsync asked the table is
+// the same.
+TEST_F(HostTable, ClosedTableIsACsvWithTheTimeIdsTheLibrefSays) {
+  using esf::host::TimeForm;
   struct Case {
-    esf::host::TimeForm form;
+    TimeForm form;
+    bool fsync;
     double time;
-    const char* line;
+    std::string id;
   };
   const Case cases[] = {
-      {esf::host::TimeForm::kNumber, -3652, "-3652,2"},
-      {esf::host::TimeForm::kDate, -3652, "1950-01-01,2"},
-      {esf::host::TimeForm::kDatetime, 86400.0 * -3652 + 3661.5, "1950-01-01T01:01:01.500,2"},
-      {esf::host::TimeForm::kDate, kDot, ",2"},
+      {TimeForm::kNumber, false, -3652, "-3652"},
+      {TimeForm::kNumber, true, -3652, "-3652"},
+      {TimeForm::kDate, true, -3652, "1950-01-01"},
+      {TimeForm::kDatetime, false, 86400.0 * -3652 + 3661.5, "1950-01-01T01:01:01.500"},
+      {TimeForm::kDate, false, kDot, ""},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.line);
-    esf::host::assign_libref("OUT", dir_, {c.form, true});
-    write_rows("T", {"DATE", "X"}, {{c.time, 2.0}});
-    EXPECT_EQ(slurp(dir_ / "t.csv"), std::string("DATE,X\n") + c.line + "\n");
-    fs::remove(dir_ / "t.csv");
+    SCOPED_TRACE(c.id);
+    esf::host::assign_libref("OUT", dir_, {c.form, c.fsync});
+    write_rows("Fcst", {"DATE", "ACTUAL", "U95"},
+               {{c.time, 112, 1.0 / 3.0}, {c.time, kDot, 1e300}, {c.time, kDotA, -0.5}});
+    EXPECT_EQ(files_in(dir_), std::vector<std::string>{"fcst.csv"});
+    EXPECT_EQ(slurp(dir_ / "fcst.csv"),
+              "DATE,ACTUAL,U95\n" + c.id + ",112,0.3333333333333333\n" + c.id + ",,1e+300\n" + c.id + ",.A,-0.5\n");
+    EXPECT_EQ(esf::host::table_variables(dir_ / "fcst.csv")[2].label, "label of U95");
+    fs::remove(dir_ / "fcst.csv");
   }
 }
 
@@ -235,35 +221,31 @@ TEST_F(HostTable, RowsInOneCallAreTheRowsOneByOne) {
   esf::host::table_fail_write(0);
 }
 
-// An aborted table leaves no file, and an earlier table of its name alone.
+// A bad definition is refused with its cause; the aborted table leaves no
+// file, and an earlier table of its name alone.
 TEST_F(HostTable, BadDefinitionsAreRefusedAndTheAbortCleansUp) {
   std::ofstream(dir_ / "bad.csv") << "X\n1\n";
   struct Case {
     const char* what;
     std::vector<std::string> names;
     int announced;
+    const char* message;
   };
   const Case cases[] = {
-      {"duplicate name", {"A", "a"}, 2},
-      {"not a name", {"A", "2B"}, 2},
-      {"more than announced", {"A", "B"}, 1},
+      {"duplicate name", {"A", "a"}, 2, "variable a is defined twice"},
+      {"not a name", {"A", "2B"}, 2, "\"2B\" is not a valid variable name"},
+      {"more than announced", {"A", "B"}, 1, "variable B is one more than the 1 announced"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     XO_PARMS xoparm;
     ASSERT_EQ(open_table("BAD", &xoparm), 0);
     ptr xvp = nullptr;
-    ASSERT_EQ(xvputi(xoparm.fileid, c.announced, 32, &xvp), 0);
     double slots[2];
-    int worst = 0;
-    for (std::size_t j = 0; j < c.names.size() && worst == 0; ++j) {
-      NAMESTR ns;
-      xvnamei(&ns);
-      ns.name_p = const_cast<char*>(c.names[j].c_str());
-      ns.namelen = static_cast<short>(c.names[j].size());
-      worst = xvputd(xvp, &ns, 0, &slots[j], 8, 0, 0);
-    }
-    EXPECT_LT(worst, 0);
+    const int rc = define(xoparm, &xvp, c.names, slots, c.announced);
+    EXPECT_LT(rc, 0);
+    xprrlog(0, rc);
+    EXPECT_NE(esf::host::take_log().find(c.message), std::string::npos);
     ASSERT_EQ(xoclose(xoparm.fileid, XO_ABORT), 0);
     EXPECT_EQ(files_in(dir_), std::vector<std::string>{"bad.csv"});
     EXPECT_EQ(slurp(dir_ / "bad.csv"), "X\n1\n");

@@ -109,15 +109,18 @@ long period_of(const Oracle& o, long x) { return fdiv(o.index(x) - o.s, o.f); }
 
 // Working days counted from Friday 1 January 1960: the working days in
 // (0, x] for x >= 0, less those in (x, 0] for x < 0, after a weekend day
-// has been walked back to the working day before it.
-long working_index(long x, const bool weekend[7]) {
-  while (weekend[oracle::weekday_of(x)]) --x;
+// has been walked back to the working day before it. Bit w of kWeekend is
+// set when weekday w (0 Sunday) is off.
+template <unsigned kWeekend>
+long working_index(long x) {
+  const auto off = [](long y) { return (kWeekend >> oracle::weekday_of(y) & 1u) != 0; };
+  while (off(x)) --x;
   long per_week = 0;
-  for (int w = 0; w < 7; ++w) per_week += !weekend[w];
+  for (int w = 0; w < 7; ++w) per_week += (kWeekend >> w & 1u) == 0;
   const auto working_in = [&](long lo, long hi) {  // working days in (lo, hi], lo <= hi
     const long weeks = (hi - lo) / 7;
     long n = weeks * per_week;
-    for (long y = lo + 7 * weeks + 1; y <= hi; ++y) n += !weekend[oracle::weekday_of(y)];
+    for (long y = lo + 7 * weeks + 1; y <= hi; ++y) n += !off(y);
     return n;
   };
   return x >= 0 ? working_in(0, x) : -working_in(x, 0);
@@ -128,7 +131,10 @@ struct CrossCase {
   Oracle oracle;
 };
 
-TEST(CountCrossCheck, DateIntervalsAgreeWithChrono) {
+// Each date interval counts dates and, with the prefix DT, the days that
+// datetimes fall on; a time interval counts seconds (its index is the
+// second itself).
+TEST(CountCrossCheck, IntervalsAgreeWithChronoAndWalks) {
   const CrossCase cases[] = {
       {"DAY", {1, 0, day_index}},
       {"DAY3.2", {3, 1, day_index}},
@@ -151,75 +157,38 @@ TEST(CountCrossCheck, DateIntervalsAgreeWithChrono) {
       {"R445MON5.3", {5, 2, r445_index}},
       {"R454QTR", {3, 0, r454_index}},
       {"R544YR.4", {12, 3, r544_index}},
+      // Working days, walked (Sunday is bit 0).
+      {"WEEKDAY", {1, 0, working_index<0b1000001>}},
+      {"WEEKDAY67W", {1, 0, working_index<0b1100000>}},
+      {"WEEKDAY1W", {1, 0, working_index<0b0000001>}},
+      {"WEEKDAY3.2", {3, 1, working_index<0b1000001>}},
+      {"WEEKDAY246W4.4", {4, 3, working_index<0b0101010>}},
+      // Seconds.
+      {"SECOND", {1, 0, day_index}},
+      {"MINUTE", {60, 0, day_index}},
+      {"HOUR", {3600, 0, day_index}},
+      {"HOUR4.2", {14400, 3600, day_index}},
+      {"MINUTE15.7", {900, 360, day_index}},
   };
   oracle::Dates dates(2001);
   for (const CrossCase& c : cases) {
     INTERVAL iv = oracle::interval(c.name);
+    const bool seconds = iv.units == kUnitsDatetime;
+    INTERVAL on_datetimes = seconds ? iv : oracle::interval((std::string("DT") + c.name).c_str());
+    const long unit = seconds ? 86400 : 1;
+    const long window = seconds ? 200000 : 400;
     for (int i = 0; i < 3000; ++i) {
-      const long x1 = dates.any();
-      const long x2 = i % 3 == 0 ? dates.any() : dates.between(x1 - 400, x1 + 400);
-      if (x2 < oracle::kFirstDay || x2 > oracle::kLastDay) continue;
+      const long x1 = dates.any() * unit + dates.between(0, unit - 1);
+      const long x2 = i % 3 == 0 ? dates.any() * unit : x1 + dates.between(-window, window);
+      if (x2 < oracle::kFirstDay * unit || x2 >= (oracle::kLastDay + 1) * unit) continue;
       const double expect = static_cast<double>(period_of(c.oracle, x2) - period_of(c.oracle, x1));
-      ASSERT_EQ(zintck2(&iv, x1, x2), expect)
-          << c.name << " " << oracle::date_text(x1) << " to " << oracle::date_text(x2);
-    }
-  }
-}
-
-TEST(CountCrossCheck, WorkingDaysAgreeWithAWalk) {
-  const struct {
-    const char* name;
-    bool weekend[7];  // Sunday .. Saturday
-    long f, s;
-  } cases[] = {
-      {"WEEKDAY", {true, false, false, false, false, false, true}, 1, 0},
-      {"WEEKDAY67W", {false, false, false, false, false, true, true}, 1, 0},
-      {"WEEKDAY1W", {true, false, false, false, false, false, false}, 1, 0},
-      {"WEEKDAY3.2", {true, false, false, false, false, false, true}, 3, 1},
-      {"WEEKDAY246W4.4", {false, true, false, true, false, true, false}, 4, 3},
-  };
-  oracle::Dates dates(31);
-  for (const auto& c : cases) {
-    INTERVAL iv = oracle::interval(c.name);
-    for (int i = 0; i < 2000; ++i) {
-      const long x1 = dates.inner(10);
-      const long x2 = i % 2 == 0 ? dates.inner(10) : dates.between(x1 - 60, x1 + 60);
-      const long expect = fdiv(working_index(x2, c.weekend) - c.s, c.f) - fdiv(working_index(x1, c.weekend) - c.s, c.f);
-      ASSERT_EQ(zintck2(&iv, x1, x2), static_cast<double>(expect))
-          << c.name << " " << oracle::date_text(x1) << " to " << oracle::date_text(x2);
-    }
-  }
-}
-
-TEST(CountCrossCheck, TimeAndDatetimeIntervals) {
-  oracle::Dates dates(77);
-  const struct {
-    const char* name;
-    long f, s;  // seconds per interval, boundaries at s modulo f
-  } time_cases[] = {
-      {"SECOND", 1, 0}, {"MINUTE", 60, 0}, {"HOUR", 3600, 0}, {"HOUR4.2", 14400, 3600}, {"MINUTE15.7", 900, 360},
-  };
-  for (const auto& c : time_cases) {
-    INTERVAL iv = oracle::interval(c.name);
-    for (int i = 0; i < 3000; ++i) {
-      const long t1 = dates.any() * 86400 + dates.between(0, 86399);
-      const long t2 = i % 2 == 0 ? dates.any() * 86400 : t1 + dates.between(-200000, 200000);
-      const double expect = static_cast<double>(fdiv(t2 - c.s, c.f) - fdiv(t1 - c.s, c.f));
-      ASSERT_EQ(zintck2(&iv, t1 + 0.5, t2 + 0.25), expect) << c.name << " " << t1 << " " << t2;
-    }
-  }
-  // A DT interval counts the days its datetimes fall on.
-  const char* dated[] = {"DAY", "WEEK", "WEEKDAY", "MONTH", "QTR", "YEAR", "YEARV", "R445MON"};
-  for (const char* name : dated) {
-    INTERVAL on_dates = oracle::interval(name);
-    INTERVAL on_datetimes = oracle::interval((std::string("DT") + name).c_str());
-    for (int i = 0; i < 1000; ++i) {
-      const long x1 = dates.any();
-      const long x2 = dates.between(x1 - 100, x1 + 100);
-      if (x2 < oracle::kFirstDay || x2 > oracle::kLastDay) continue;
-      const double t1 = x1 * 86400.0 + dates.between(0, 86399);
-      const double t2 = x2 * 86400.0 + dates.between(0, 86399);
-      ASSERT_EQ(zintck2(&on_datetimes, t1, t2), zintck2(&on_dates, x1, x2)) << name << " " << t1 << " " << t2;
+      const std::string at = std::string(c.name) + " " + std::to_string(x1) + " to " + std::to_string(x2);
+      ASSERT_EQ(zintck2(&iv, x1 + (seconds ? 0.5 : 0.0), x2 + (seconds ? 0.25 : 0.0)), expect) << at;
+      if (!seconds) {
+        const double t1 = x1 * 86400.0 + dates.between(0, 86399);
+        const double t2 = x2 * 86400.0 + dates.between(0, 86399);
+        ASSERT_EQ(zintck2(&on_datetimes, t1, t2), expect) << "DT" << at;
+      }
     }
   }
 }

@@ -38,77 +38,22 @@ struct Outputs {
 
 using oracle::interval;
 
-Format fmt(INTERVAL* iv) {
+const double kMissing = skMissVal('.');
+
+// zintfmt gives the default format of an interval, zintfmm that of an ID
+// value `a`, zintfmp that of a range from `a` to `b`, zintfmd that of the
+// duration of one interval; a null name is a null record.
+enum Routine { kFmt, kFmm, kFmp, kFmd };
+
+Format format_of(Routine routine, INTERVAL* iv, double a = 0, double b = 0) {
   Outputs out;
-  zintfmt(iv, out.name, &out.namelen, &out.width1, &out.width2);
+  if (routine == kFmt) zintfmt(iv, out.name, &out.namelen, &out.width1, &out.width2);
+  if (routine == kFmm) zintfmm(iv, a, out.name, &out.namelen, &out.width1, &out.width2);
+  if (routine == kFmp) zintfmp(iv, a, b, out.name, &out.namelen, &out.width1, &out.width2);
+  if (routine == kFmd) zintfmd(iv, out.name, &out.namelen, &out.width1, &out.width2);
   EXPECT_EQ(out.name[out.namelen < 0 ? 0 : out.namelen], '#') << "no terminator is written";
   return out.format();
 }
-Format fmt(const char* text) {
-  INTERVAL iv = interval(text);
-  return fmt(&iv);
-}
-const double kMissing = skMissVal('.');
-
-// ---- zintfmt ------------------------------------------------------------------
-
-struct NamedFormat {
-  const char* text;
-  Format expected;
-};
-
-// One row per branch: the shift that turns a quarter or year into months,
-// the DT prefix, the retail and ISO calendars, the widths that grow with
-// the multiplier and shift of a time interval, and the units' fallbacks.
-const NamedFormat kDefaultFormats[] = {
-    {"QTR", {"YYQC", 6, 4}},          {"DTQTR.3", {"DTMONYY", 7, 5}},
-    {"YEAR", {"YEAR", 4, 2}},         {"DTYEAR", {"DTYEAR", 4, 2}},
-    {"YEARV", {"WEEKV", 9, 7}},       {"DTR445MON", {"DTWEEKV", 9, 7}},
-    {"WEEK.2", {"WEEKDATX", 17, 15}}, {"DTWEEK", {"DTWKDATX", 17, 15}},
-    {"TTENDAY", {"DTDATE", 9, 7}},    {"SECOND5", {"DATETIME", 16, 16}},
-    {"MINUTE", {"DATETIME", 13, 13}}, {"MINUTE2.2", {"DATETIME", 16, 16}},
-    {"DTHOUR", {"DATETIME", 10, 10}}, {"OBS7.", {"F", 6, 4}},
-    {"DTNONE", {"D", 9, 7}},          // intcode 0 is tested before the units
-    {"DTOBS", {"DATETIME", 16, 16}},  // OBS in datetime units: no row of its own
-};
-
-TEST(Zintfmt, DefaultFormatOfEveryInterval) {
-  for (const NamedFormat& c : kDefaultFormats) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(fmt(c.text), c.expected);
-  }
-}
-
-TEST(Zintfmt, RecordsWithoutAName) {
-  EXPECT_EQ(fmt(static_cast<INTERVAL*>(nullptr)), (Format{"D", 9, 7}));
-  INTERVAL cleared{};
-  EXPECT_EQ(fmt(&cleared), (Format{"D", 9, 7}));
-
-  // Codes outside the table: dates for date units, datetimes otherwise.
-  struct Case {
-    int intcode;
-    char units;
-    Format expected;
-  };
-  const Case cases[] = {
-      {28, 'd', {"DATE", 9, 7}},     {12, 's', {"DATETIME", 16, 16}}, {28, 'u', {"F", 6, 4}},
-      {kIntMonth, 'u', {"F", 6, 4}}, {kIntCustom, 'o', {"F", 6, 4}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.intcode << c.units);
-    INTERVAL iv{};
-    iv.intcode = static_cast<char>(c.intcode);
-    iv.units = c.units;
-    iv.intper = 1;
-    EXPECT_EQ(fmt(&iv), c.expected);
-  }
-}
-
-// ---- zintfmm, zintfmp, zintfmd ----------------------------------------------------
-
-// zintfmm formats an ID value `a`, zintfmp a range from `a` to `b`, zintfmd
-// the duration of one interval; a null name is a null record.
-enum Routine { kFmm, kFmp, kFmd };
 
 struct RoutineCase {
   Routine routine;
@@ -117,10 +62,31 @@ struct RoutineCase {
   Format expected;
 };
 
-// Values within a span of days of a time interval are times of day, elapsed
-// times by their range, durations by the widths; outside the conditions,
-// or for other intervals, the default format stands.
 const RoutineCase kRoutineCases[] = {
+    // zintfmt, one row per branch: the shift that turns a quarter or year
+    // into months, the DT prefix, the retail and ISO calendars, the widths
+    // that grow with the multiplier and shift of a time interval, and the
+    // units' fallbacks.
+    {kFmt, "QTR", 0, 0, {"YYQC", 6, 4}},
+    {kFmt, "DTQTR.3", 0, 0, {"DTMONYY", 7, 5}},
+    {kFmt, "YEAR", 0, 0, {"YEAR", 4, 2}},
+    {kFmt, "DTYEAR", 0, 0, {"DTYEAR", 4, 2}},
+    {kFmt, "YEARV", 0, 0, {"WEEKV", 9, 7}},
+    {kFmt, "DTR445MON", 0, 0, {"DTWEEKV", 9, 7}},
+    {kFmt, "WEEK.2", 0, 0, {"WEEKDATX", 17, 15}},
+    {kFmt, "DTWEEK", 0, 0, {"DTWKDATX", 17, 15}},
+    {kFmt, "TTENDAY", 0, 0, {"DTDATE", 9, 7}},
+    {kFmt, "SECOND5", 0, 0, {"DATETIME", 16, 16}},
+    {kFmt, "MINUTE", 0, 0, {"DATETIME", 13, 13}},
+    {kFmt, "MINUTE2.2", 0, 0, {"DATETIME", 16, 16}},
+    {kFmt, "DTHOUR", 0, 0, {"DATETIME", 10, 10}},
+    {kFmt, "OBS7.", 0, 0, {"F", 6, 4}},
+    {kFmt, "DTNONE", 0, 0, {"D", 9, 7}},          // intcode 0 is tested before the units
+    {kFmt, "DTOBS", 0, 0, {"DATETIME", 16, 16}},  // OBS in datetime units: no row of its own
+    {kFmt, nullptr, 0, 0, {"D", 9, 7}},
+    // Values within a span of days of a time interval are times of day,
+    // elapsed times by their range, durations by the widths; outside the
+    // conditions, or for other intervals, the default format stands.
     {kFmm, "HOUR", 0.0, 0, {"TIME", 10, 8}},
     {kFmm, "HOUR", 86400.0, 0, {"TIME", 10, 8}},  // the span is closed
     {kFmm, "HOUR", 86400.5, 0, {"DATETIME", 10, 10}},
@@ -168,23 +134,32 @@ const RoutineCase kRoutineCases[] = {
     {kFmd, nullptr, 0, 0, {"D", 9, 7}},
 };
 
-TEST(FormatRoutines, TimesOfDayElapsedTimesAndDurations) {
+TEST(FormatRoutines, DefaultsTimesOfDayElapsedTimesAndDurations) {
   for (const RoutineCase& c : kRoutineCases) {
     SCOPED_TRACE(::testing::Message() << "routine " << c.routine << " " << (c.text ? c.text : "null") << " " << c.a
                                       << " " << c.b);
     INTERVAL parsed = c.text != nullptr ? interval(c.text) : INTERVAL{};
-    INTERVAL* iv = c.text != nullptr ? &parsed : nullptr;
-    Outputs out;
-    if (c.routine == kFmm) zintfmm(iv, c.a, out.name, &out.namelen, &out.width1, &out.width2);
-    if (c.routine == kFmp) zintfmp(iv, c.a, c.b, out.name, &out.namelen, &out.width1, &out.width2);
-    if (c.routine == kFmd) zintfmd(iv, out.name, &out.namelen, &out.width1, &out.width2);
-    EXPECT_EQ(out.format(), c.expected);
+    EXPECT_EQ(format_of(c.routine, c.text != nullptr ? &parsed : nullptr, c.a, c.b), c.expected);
   }
-  INTERVAL hour_in_obs = interval("HOUR");
-  hour_in_obs.units = 'o';
-  Outputs out;
-  zintfmm(&hour_in_obs, 3600.0, out.name, &out.namelen, &out.width1, &out.width2);
-  EXPECT_EQ(out.format(), (Format{"F", 6, 4}));
+  // Records that no name gives. Codes outside the table: dates for date
+  // units, datetimes otherwise; a time interval in observation units shows
+  // no time.
+  const struct {
+    Routine routine;
+    int intcode;
+    char units;
+    Format expected;
+  } records[] = {
+      {kFmt, 28, 'd', {"DATE", 9, 7}},     {kFmt, 12, 's', {"DATETIME", 16, 16}}, {kFmt, 28, 'u', {"F", 6, 4}},
+      {kFmt, kIntMonth, 'u', {"F", 6, 4}}, {kFmt, kIntCustom, 'o', {"F", 6, 4}},  {kFmm, kIntHour, 'o', {"F", 6, 4}},
+  };
+  for (const auto& r : records) {
+    INTERVAL iv{};
+    iv.intcode = static_cast<char>(r.intcode);
+    iv.units = r.units;
+    iv.intper = 1;
+    EXPECT_EQ(format_of(r.routine, &iv, 3600.0), r.expected) << r.intcode << r.units;
+  }
 }
 
 }  // namespace

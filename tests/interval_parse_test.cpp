@@ -1,11 +1,11 @@
-// Interval names: parsing (zintstr), printing (zinti2s) and records
-// built from codes (zintic, zinticms). The round trips over every spelling,
-// prefix, multiplier, shift and weekend are in interval_roundtrip_test.cpp,
-// and registered custom names in custom_test.cpp (with real tables); this
-// file holds the literal cases: refusals, canonical texts and buffers.
+// Interval names: parsing (zintstr) and printing (zinti2s). The round trips
+// over every spelling, prefix, multiplier, shift and weekend, and the
+// records built from codes (zintic, zinticms), are in
+// interval_roundtrip_test.cpp, and registered custom names in
+// custom_test.cpp (with real tables); this file holds the literal cases:
+// refusals, canonical texts and buffers.
 #include <cstring>
 #include <string>
-#include <string_view>
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,6 @@ using cases::parse;
 using cases::Parsed;
 
 using cases::text_of;
-using cases::token_of;
 
 // ---- Names that don't parse -------------------------------------------------
 
@@ -144,41 +143,6 @@ TEST(Zinti2s, BuffersAndRecordsThatNoNameGives) {
   EXPECT_EQ(text_of(INTERVAL{}), "NONE");
   EXPECT_EQ(text_of(record('d', 28, 1, 0)), "NONE");
   EXPECT_EQ(text_of(record('d', kIntR454Yr, 1, 0)), "R454YR");
-}
-
-// ---- Records from codes -----------------------------------------------------
-
-TEST(Zintic, BuildsThePlainIntervalOfEveryNamedCode) {
-  for (int code = -2; code <= 130; ++code) {
-    SCOPED_TRACE(code);
-    INTERVAL iv;
-    std::memset(&iv, 0x5A, sizeof(iv));
-    const INTERVAL untouched = iv;
-    const char* name = interval_base_name(code);
-    const bool retail_year = code == kIntR445Yr || code == kIntR454Yr || code == kIntR544Yr;
-    if (name == nullptr || retail_year) {
-      EXPECT_EQ(zintic(code, &iv), 1);
-      EXPECT_EQ(std::memcmp(&iv, &untouched, sizeof(iv)), 0);
-      continue;
-    }
-    ASSERT_EQ(zintic(code, &iv), 0);
-    EXPECT_EQ(iv.intcode, code);
-    EXPECT_EQ(iv.intper, 1);
-    EXPECT_EQ(iv.shiftper, 0);
-    EXPECT_EQ(token_of(iv), name);
-    EXPECT_TRUE(cases::same_interval(iv, parse(name).iv)) << name;
-  }
-  // A null record: the parser refuses it, and zintic doesn't look.
-  EXPECT_EQ(zintic(kIntMonth, nullptr), 0);
-}
-
-// zinticms builds the records of the parser (the round-trip test); the codes
-// and sizes no name has are refused.
-TEST(Zinticms, RefusesCodesAndSizesWithoutAName) {
-  INTERVAL iv{};
-  EXPECT_EQ(zinticms(kIntR445Yr, 1, 0, &iv), 103);
-  EXPECT_EQ(zinticms(kIntCustom, 1, 0, &iv), 103);
-  EXPECT_EQ(zinticms(kIntSemimonth, 2147483647, 2147483647, &iv), 101);
 }
 
 }  // namespace

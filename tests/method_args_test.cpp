@@ -2,7 +2,6 @@
 // the host stand-in.
 #include "module/method_args.h"
 
-#include <bit>
 #include <cmath>
 #include <cstring>
 #include <string>
@@ -21,12 +20,12 @@ using esf::host::append_text;
 using esf::host::find_list;
 using esf::host::find_number;
 using esf::host::find_text;
-using esf::host::item_name;
 using esf::host::items;
 using esf::host::new_list;
 using esf::host::set_number;
 using esf::host::set_text;
 using method_test::date;
+using method_test::names_of;
 using method_test::texts_of;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -52,68 +51,51 @@ INTERVAL interval_of(const char* name) {
 
 // ---- getwgtbnd ---------------------------------------------------------------
 
-TEST_F(ArgsTest, WeightBoundsWithoutListKeepDampingFloorAndNoTolerance) {
-  WGTBNDS b;
-  std::memset(&b, 0x5A, sizeof b);
-  getwgtbnd(nullptr, &b);
-  EXPECT_EQ(b.bounds + b.stability, 2);
-  EXPECT_EQ(b.wseason[0], 0.001);
-  EXPECT_EQ(b.wdamp[0], 0.9);  // not the 0.001 a list without WDAMLBND gives
-  EXPECT_EQ(b.wlevflg + b.wtreflg + b.wseaflg + b.wdamflg, 0);
-  EXPECT_EQ(b.wlevel[2], std::bit_cast<double>(0x5A5A5A5A5A5A5A5Aull));  // tolerances untouched
-}
-
 TEST_F(ArgsTest, WeightBoundsFromList) {
   struct Case {
     const char* what;
+    bool list;
     std::vector<std::pair<const char*, double>> items;
     char bounds, stability;
     double wlevel_lo, wlevel_hi, wdamp_lo;
     char wlevflg, wdamflg;
   };
   const Case cases[] = {
+      // No list: the defaults of the record (damping floor 0.9), and no
+      // snap tolerances at all.
+      {"no list", false, {}, 1, 1, 0.001, 0.999, 0.9, 0, 0},
       // A list without WDAMLBND gives the damping weight the common 0.001.
-      {"empty list", {}, 1, 1, 0.001, 0.999, 0.001, 0, 0},
+      {"empty list", true, {}, 1, 1, 0.001, 0.999, 0.001, 0, 0},
       // Equal bounds fix the weight.
-      {"fixed level", {{"WLEVLBND", 0.3}, {"WLEVUBND", 0.3}}, 1, 1, 0.3, 0.3, 0.001, 1, 0},
-      {"fixed damping", {{"WDAMLBND", 0.95}, {"WDAMUBND", 0.95}}, 1, 1, 0.001, 0.999, 0.95, 0, 1},
+      {"fixed level", true, {{"WLEVLBND", 0.3}, {"WLEVUBND", 0.3}}, 1, 1, 0.3, 0.3, 0.001, 1, 0},
+      {"fixed damping", true, {{"WDAMLBND", 0.95}, {"WDAMUBND", 0.95}}, 1, 1, 0.001, 0.999, 0.95, 0, 1},
       // Bounds switched off: the bound items are not read, the defaults of
-      // the record stay (damping floor 0.9), nothing is fixed.
-      {"no bounds", {{"OPTWBND", 0.0}, {"WLEVLBND", 0.3}, {"WLEVUBND", 0.3}}, 0, 1, 0.001, 0.999, 0.9, 0, 0},
-      {"no stability", {{"OPTWSTB", -1.0}}, 1, 0, 0.001, 0.999, 0.001, 0, 0},
+      // the record stay, nothing is fixed.
+      {"no bounds", true, {{"OPTWBND", 0.0}, {"WLEVLBND", 0.3}, {"WLEVUBND", 0.3}}, 0, 1, 0.001, 0.999, 0.9, 0, 0},
+      {"no stability", true, {{"OPTWSTB", -1.0}}, 1, 0, 0.001, 0.999, 0.001, 0, 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     List l = make();
     for (const auto& [name, v] : c.items) set_number(l, name, v);
     WGTBNDS b{};
-    getwgtbnd(l, &b);
+    getwgtbnd(c.list ? l : nullptr, &b);
     EXPECT_EQ(b.bounds, c.bounds);
     EXPECT_EQ(b.stability, c.stability);
     EXPECT_EQ(b.wlevel[0], c.wlevel_lo);
     EXPECT_EQ(b.wlevel[1], c.wlevel_hi);
     EXPECT_EQ(b.wdamp[0], c.wdamp_lo);
+    EXPECT_EQ(b.wseason[0], 0.001);  // no row sets the seasonal bounds
     EXPECT_EQ(b.wlevflg, c.wlevflg);
     EXPECT_EQ(b.wdamflg, c.wdamflg);
+    EXPECT_EQ(b.wtreflg + b.wseaflg, 0);
     // The snap tolerance is the width of the bounds times 2^-53 * 1000.
-    EXPECT_EQ(b.wlevel[2], (b.wlevel[1] - b.wlevel[0]) * 1.110223024625157e-13);
-    EXPECT_EQ(b.wdamp[2], (b.wdamp[1] - b.wdamp[0]) * 1.110223024625157e-13);
+    EXPECT_EQ(b.wlevel[2], c.list ? (b.wlevel[1] - b.wlevel[0]) * 1.110223024625157e-13 : 0.0);
+    EXPECT_EQ(b.wdamp[2], c.list ? (b.wdamp[1] - b.wdamp[0]) * 1.110223024625157e-13 : 0.0);
   }
 }
 
 // ---- getseries ---------------------------------------------------------------
-
-struct SeriesBuffers {
-  explicit SeriesBuffers(long n) : x(n, -1.0), misflg(n, 7) {
-    ts = TSERIES{};
-    ts.nobs = n;
-    ts.x = x.data();
-    ts.misflg = misflg.data();
-  }
-  std::vector<double> x;
-  std::vector<char> misflg;
-  TSERIES ts;
-};
 
 TEST_F(ArgsTest, SeriesValuesFlagsAndStatistics) {
   constexpr double kText = -12345.0;  // stands for a text item
@@ -147,28 +129,33 @@ TEST_F(ArgsTest, SeriesValuesFlagsAndStatistics) {
         append_number(data, v);
       }
     }
-    SeriesBuffers s(c.n);
-    s.ts.descstats.norm = 42.0;
+    std::vector<double> x(c.n, -1.0);
+    std::vector<char> misflg(c.n, 7);
+    TSERIES ts{};
+    ts.nobs = c.n;
+    ts.x = x.data();
+    ts.misflg = misflg.data();
+    ts.descstats.norm = 42.0;
     TIMERANGE dr{};
-    EXPECT_EQ(getseries(data, &dr, &s.ts), c.rc);
-    EXPECT_EQ(s.misflg, c.misflg);
+    EXPECT_EQ(getseries(data, &dr, &ts), c.rc);
+    EXPECT_EQ(misflg, c.misflg);
     for (long t = 0; t < c.n; ++t) {
       if (c.misflg[t]) {
-        EXPECT_TRUE(esf::is_missing(s.x[t])) << t;
+        EXPECT_TRUE(esf::is_missing(x[t])) << t;
       } else {
-        EXPECT_EQ(s.x[t], c.items[t]) << t;
+        EXPECT_EQ(x[t], c.items[t]) << t;
       }
     }
-    EXPECT_EQ(s.ts.nmiss, c.nmiss);
-    EXPECT_EQ(s.ts.nextr, c.nextr);
+    EXPECT_EQ(ts.nmiss, c.nmiss);
+    EXPECT_EQ(ts.nextr, c.nextr);
     if (c.nextr > 0) {
-      EXPECT_EQ(s.ts.xextr, xextr);
+      EXPECT_EQ(ts.xextr, xextr);
     }
-    EXPECT_EQ(s.ts.descstats.norm, c.norm);
+    EXPECT_EQ(ts.descstats.norm, c.norm);
     if (c.norm != 42.0) {
-      EXPECT_EQ(s.ts.descstats.min, c.min);
-      EXPECT_EQ(s.ts.descstats.max, c.max);
-      EXPECT_EQ(s.ts.descstats.mean, c.mean);
+      EXPECT_EQ(ts.descstats.min, c.min);
+      EXPECT_EQ(ts.descstats.max, c.max);
+      EXPECT_EQ(ts.descstats.mean, c.mean);
     }
   }
 }
@@ -179,30 +166,6 @@ struct Ranges {
   TIMERANGE data{}, fit{}, eval{};
 };
 
-void expect_range(const TIMERANGE& r, double stdate, double enddate, long nobs, long start, long end) {
-  EXPECT_EQ(r.stdate, stdate);
-  EXPECT_EQ(r.enddate, enddate);
-  EXPECT_EQ(r.nobs, nobs);
-  EXPECT_EQ(r.start, start);
-  EXPECT_EQ(r.end, end);
-}
-
-TEST_F(ArgsTest, TimesFitRangeInsideTheData) {
-  INTERVAL month = interval_of("MONTH");
-  List dr = make();
-  set_number(dr, "NOBS", 24);
-  set_number(dr, "STDATE", date(1949, 1, 1));
-  List fit = make();
-  set_number(fit, "STDATE", date(1949, 3, 1));
-  set_number(fit, "NOBS", 10);
-  Ranges r;
-  ASSERT_EQ(gettimes(dr, fit, nullptr, 24, &month, &r.data, &r.fit, &r.eval), 0);
-  expect_range(r.fit, date(1949, 3, 1), date(1949, 12, 1), 10, 2, 11);
-  // The evaluation range runs from the start of the fit to the end of the
-  // data; its end date is the one the fit range's count arrived at.
-  expect_range(r.eval, date(1949, 3, 1), date(1949, 12, 1), 22, 2, 23);
-}
-
 TEST_F(ArgsTest, TimesRangeCases) {
   INTERVAL month = interval_of("MONTH");
   struct Case {
@@ -210,7 +173,11 @@ TEST_F(ArgsTest, TimesRangeCases) {
     std::vector<std::pair<const char*, double>> fit, eval;
     int rc;
     long fit_start, fit_end, eval_start, eval_end;
+    std::vector<double> dates = {};  // the fit's and the evaluation's start and end dates, if checked
   };
+  // The evaluation range runs from the start of the fit to the end of the
+  // data; its end date is the one the fit range's count arrived at.
+  const std::vector<double> inside = {date(1949, 3, 1), date(1949, 12, 1), date(1949, 3, 1), date(1949, 12, 1)};
   const Case cases[] = {
       {"defaults", {}, {}, 0, 0, 23, 0, 23},
       // NOBS defaults to 24 periods from a late start but stops at the data's end.
@@ -224,6 +191,7 @@ TEST_F(ArgsTest, TimesRangeCases) {
       {"early eval", {{"STDATE", date(1949, 4, 1)}, {"NOBS", 12}}, {{"STDATE", date(1949, 1, 1)}}, 0, 3, 14, 3, 23},
       {"eval end date", {}, {{"ENDDATE", date(1950, 6, 1)}}, 0, 0, 23, 0, 17},
       {"short eval", {}, {{"NOBS", 1}}, -2, 0, 23, 0, 0},
+      {"fit inside the data", {{"STDATE", date(1949, 3, 1)}, {"NOBS", 10}}, {}, 0, 2, 11, 2, 23, inside},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -232,43 +200,27 @@ TEST_F(ArgsTest, TimesRangeCases) {
     set_number(dr, "STDATE", date(1949, 1, 1));
     List fit = make();
     for (const auto& [k, v] : c.fit) set_number(fit, k, v);
-    List eval = make();
+    List eval = c.eval.empty() ? nullptr : make();  // no list: the defaults as of an empty one
     for (const auto& [k, v] : c.eval) set_number(eval, k, v);
     Ranges r;
     ASSERT_EQ(gettimes(dr, fit, eval, 24, &month, &r.data, &r.fit, &r.eval), c.rc);
     if (c.rc != 0) continue;
-    expect_range(r.data, date(1949, 1, 1), date(1950, 12, 1), 24, 0, 23);
+    EXPECT_EQ(std::vector<double>({r.data.stdate, r.data.enddate}),
+              std::vector<double>({date(1949, 1, 1), date(1950, 12, 1)}));
+    EXPECT_EQ(std::vector<long>({r.data.nobs, r.data.start, r.data.end}), std::vector<long>({24, 0, 23}));
     EXPECT_EQ(r.fit.start, c.fit_start);
     EXPECT_EQ(r.fit.end, c.fit_end);
     EXPECT_EQ(r.fit.nobs, c.fit_end - c.fit_start + 1);
     EXPECT_EQ(r.eval.start, c.eval_start);
     EXPECT_EQ(r.eval.end, c.eval_end);
     EXPECT_EQ(r.eval.nobs, c.eval_end - c.eval_start + 1);
+    if (!c.dates.empty()) {
+      EXPECT_EQ(std::vector<double>({r.fit.stdate, r.fit.enddate, r.eval.stdate, r.eval.enddate}), c.dates);
+    }
   }
 }
 
 // ---- getstartvals ------------------------------------------------------------
-
-struct StartModel {
-  explicit StartModel(std::vector<double> values) : x(std::move(values)), misflg(x.size(), 0) {
-    std::memset(&model, 0, sizeof model);
-    for (std::size_t i = 0; i < x.size(); ++i) {
-      if (std::isnan(x[i])) {
-        x[i] = esf::kMissing;
-        misflg[i] = 1;
-      }
-    }
-    model.ts.x = x.data();
-    model.ts.misflg = misflg.data();
-    model.ts.nobs = static_cast<long>(x.size());
-    model.fitrange.start = 0;
-    model.fitrange.nobs = model.ts.nobs;
-    model.fitrange.end = model.ts.nobs - 1;
-  }
-  std::vector<double> x;
-  std::vector<char> misflg;
-  WINMODEL model;
-};
 
 TEST_F(ArgsTest, StartValuesFromTheSpecification) {
   struct Case {
@@ -296,7 +248,14 @@ TEST_F(ArgsTest, StartValuesFromTheSpecification) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    StartModel m({5.0, 6.0, 8.0, kNaN});
+    double x[4] = {5.0, 6.0, 8.0, esf::kMissing};
+    char misflg[4] = {0, 0, 0, 1};
+    WINMODEL model;
+    std::memset(&model, 0, sizeof model);
+    model.ts.x = x;
+    model.ts.misflg = misflg;
+    model.ts.nobs = model.fitrange.nobs = 4;
+    model.fitrange.end = 3;
     List spec = make();
     if (!c.startvals.empty()) {
       List l = add_list(spec, "STARTVALS");
@@ -306,11 +265,11 @@ TEST_F(ArgsTest, StartValuesFromTheSpecification) {
       List l = add_list(spec, "SVI");
       for (const auto& [k, v] : c.svi) set_number(l, k, v);
     }
-    ASSERT_EQ(getstartvals(spec, esf::host::fmcomp(), c.type, c.sviflg, &m.model), c.rc);
+    ASSERT_EQ(getstartvals(spec, esf::host::fmcomp(), c.type, c.sviflg, &model), c.rc);
     if (c.rc == 1) {
-      EXPECT_EQ(m.model.startvals.level, c.level);
+      EXPECT_EQ(model.startvals.level, c.level);
     } else if (!std::isnan(c.level)) {
-      EXPECT_EQ(m.model.svi.level, c.level);
+      EXPECT_EQ(model.svi.level, c.level);
     }
     List svi = find_list(spec, "SVI");
     EXPECT_EQ(svi == nullptr ? 0u : items(svi).size(), c.svi_items);
@@ -382,9 +341,7 @@ TEST_F(ArgsTest, SmoothedStateLayout) {
     ASSERT_EQ(setsmoothstate(esf::host::fmcomp(), &state, c.nseasons, c.trend, pest), 0);
     List smoothed = find_list(pest, "SMOOTHED_STATE");
     ASSERT_NE(smoothed, nullptr);
-    std::vector<std::string> names;
-    for (const SLIST_ITEM* it : items(smoothed)) names.push_back(item_name(it));
-    EXPECT_EQ(names, c.names);
+    EXPECT_EQ(names_of(smoothed), c.names);
     EXPECT_EQ(find_number(smoothed, "LEVEL"), 123.5);
     if (c.trend) {
       EXPECT_EQ(find_number(smoothed, "TREND"), -2.25);
@@ -458,16 +415,10 @@ TEST_F(ArgsTest, SetAndGetArrays) {
   EXPECT_EQ(out[0], -5);  // entries before the failure stay stored
 }
 
-List names_list(std::vector<List>& owned, std::initializer_list<const char*> names) {
-  List l = new_list();
-  owned.push_back(l);
-  for (const char* n : names) append_text(l, n);
-  return l;
-}
-
 TEST_F(ArgsTest, ListDifference) {
-  List a = names_list(owned_, {"X", "Y", "Z", "Y"});
-  List b = names_list(owned_, {"Y", "W"});
+  List a = make(), b = make();
+  for (const char* t : {"X", "Y", "Z", "Y"}) append_text(a, t);
+  for (const char* t : {"Y", "W"}) append_text(b, t);
   List diff = nullptr;
   ASSERT_EQ(slcmplc(esf::host::fmcomp(), a, b, &diff), 2);
   ASSERT_NE(diff, nullptr);
@@ -507,9 +458,7 @@ TEST_F(ArgsTest, Renames) {
   List p3 = add_list(names, "");
   set_text(p3, "OLD", "B");  // no NEW: skipped
   EXPECT_EQ(zslsrch(esf::host::fmcomp(), names, target), 2);
-  std::vector<std::string> got;
-  for (const SLIST_ITEM* it : items(target)) got.push_back(item_name(it));
-  EXPECT_EQ(got, (std::vector<std::string>{"C", "B", "C"}));
+  EXPECT_EQ(names_of(target), (std::vector<std::string>{"C", "B", "C"}));
   EXPECT_EQ(zslsrch(esf::host::fmcomp(), nullptr, target), 0);
 }
 

@@ -1,8 +1,6 @@
 // The fit and forecast commands of esforecast, run as a separate process on
 // the example series: estimates, forecast tables, saved models, many series
 // in one run (the messages of bad input: bad_input_cli_test.cpp).
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -27,14 +25,6 @@ using support::slurp;
 
 class ModelCliTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("esf_cli_" + std::to_string(::getpid()) + "_" +
-                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
   Outcome run(const std::vector<std::string>& args) { return support::run_cli(dir_, args); }
 
   fs::path write(const std::string& name, const std::string& text) {
@@ -42,23 +32,12 @@ class ModelCliTest : public ::testing::Test {
     return dir_ / name;
   }
 
-  fs::path dir_;
+  const support::ScratchDir scratch_{std::string("esf_cli_") +
+                                     ::testing::UnitTest::GetInstance()->current_test_info()->name()};
+  const fs::path& dir_ = scratch_.path;
 };
 
 std::string example(const char* name) { return std::string(ESF_SOURCE_DIR) + "/examples/" + name; }
-
-// The example file's rows as (date, value) text pairs.
-std::vector<std::pair<std::string, std::string>> example_rows(const char* name) {
-  std::ifstream in(example(name));
-  std::string line;
-  std::getline(in, line);
-  std::vector<std::pair<std::string, std::string>> rows;
-  while (std::getline(in, line)) {
-    const auto comma = line.find(',');
-    rows.emplace_back(line.substr(0, comma), line.substr(comma + 1));
-  }
-  return rows;
-}
 
 std::vector<std::vector<std::string>> csv_rows(const std::string& text) {
   std::vector<std::vector<std::string>> rows;
@@ -98,10 +77,9 @@ TEST_F(ModelCliTest, TraceShowsTheSearch) {
 // stands for the interval of the same periods; dates that don't begin their
 // periods get one remark naming the interval that would fit.
 TEST_F(ModelCliTest, IntervalFromTheTimeIdsAliasesAndRemarks) {
-  std::string mondays = "date,value\n";
-  for (int d = 1; d <= 29; d += 7) mondays += "2001-01-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",1\n";
-  for (int d = 5; d <= 26; d += 7) mondays += "2001-02-" + std::string(d < 10 ? "0" : "") + std::to_string(d) + ",2\n";
-  write("mondays.csv", mondays);
+  write("mondays.csv",
+        "date,value\n2001-01-01,1\n2001-01-08,1\n2001-01-15,1\n2001-01-22,1\n2001-01-29,1\n2001-02-05,2\n"
+        "2001-02-12,2\n2001-02-19,2\n2001-02-26,2\n");
   // Working days: Friday to Monday is three days, but one WEEKDAY.
   write("weekdays.csv", "d,v\n2001-05-03,1\n2001-05-04,2\n2001-05-07,3\n2001-05-08,4\n2001-05-11,5\n");
   write("hours.csv", "t,v\n2001-01-01T00:00,1\n2001-01-01T01:00,2\n2001-01-01 03:00,3\n");
@@ -328,7 +306,8 @@ TEST_F(ModelCliTest, SeriesFindTheirOwnIntervalsAndAutoSharesOneHeader) {
 
 // Every fit says how it ended: a weight on a bound has no t value, and a fit
 // that did not converge or left a weight on a bound says so in one warning
-// line, with exit status 0.  The saved model carries the same report, and
+// line, with exit status 0.  A fit without bounds gives every weight its t
+// value and no bounds.  The saved model carries the same report, and
 // forecasts as the fit does: the same table, ending in the same state.
 TEST_F(ModelCliTest, FitsSayHowTheyEnded) {
   struct Case {
@@ -336,23 +315,28 @@ TEST_F(ModelCliTest, FitsSayHowTheyEnded) {
     const char* interval;
     const char* model;
     bool converged;
+    bool unbounded = false;
   };
   const Case cases[] = {{"USAccDeaths.csv", "MONTH", "damped", false},
                         {"AirPassengers.csv", "MONTH", "double", true},
                         {"AirPassengers.csv", "MONTH", "winters", true},
-                        {"UKgas.csv", "QTR", "seasonal", true}};
+                        {"UKgas.csv", "QTR", "seasonal", true},
+                        {"AirPassengers.csv", "MONTH", "damped", true, true}};
   for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.file) + " " + c.model);
-    const Outcome r =
-        run({"fit", "--model", c.model, "--interval", c.interval, "--json", "--save-model", "m.json", example(c.file)});
+    SCOPED_TRACE(std::string(c.file) + " " + c.model + (c.unbounded ? " without bounds" : ""));
+    std::vector<std::string> args = {"fit",    "--model",      c.model,  "--interval",   c.interval,
+                                     "--json", "--save-model", "m.json", example(c.file)};
+    if (c.unbounded) args.push_back("--no-bounds");
+    const Outcome r = run(args);
     ASSERT_EQ(r.status, 0) << r.err;
     const Json j = Json::parse(r.out);
     EXPECT_EQ(j["fit"]["converged"], c.converged);
     bool on_bound = false;
     for (const Json& w : j["weights"]) {
-      const bool inside = w["position"] == "inside its bounds";
+      const bool inside = w["position"] == (c.unbounded ? "without bounds" : "inside its bounds");
       on_bound = on_bound || !inside;
       EXPECT_EQ(w["tvalue"].is_null(), !inside) << w;
+      EXPECT_EQ(w["bounds"][0].is_null(), c.unbounded) << w;
     }
     const bool warned = r.err.find("warning: ") != std::string::npos;
     EXPECT_EQ(warned, !c.converged || on_bound) << r.err;
@@ -363,8 +347,10 @@ TEST_F(ModelCliTest, FitsSayHowTheyEnded) {
     const Outcome fc =
         run({"forecast", "--model-file", "m.json", "--interval", c.interval, "--lead", "4", example(c.file)});
     ASSERT_EQ(fc.status, 0) << fc.err;
-    EXPECT_EQ(fc.out,
-              run({"forecast", "--model", c.model, "--interval", c.interval, "--lead", "4", example(c.file)}).out);
+    std::vector<std::string> direct = {"forecast", "--model", c.model, "--interval",
+                                       c.interval, "--lead",  "4",     example(c.file)};
+    if (c.unbounded) direct.push_back("--no-bounds");
+    EXPECT_TRUE(fc.out == run(direct).out);
     const auto rows = csv_rows(fc.out);
     EXPECT_EQ(std::stod(rows[rows.size() - 5][7]), j["smoothed_state"]["level"].get<double>());
   }
@@ -431,9 +417,9 @@ TEST_F(ModelCliTest, AutoHoldoutAndLevels) {
   EXPECT_EQ(rows[0][4], "L80");
   EXPECT_EQ(rows[0][rows[0].size() - 2], "U95");
   EXPECT_EQ(rows[0].back(), "L95");
-  const auto data = example_rows("AirPassengers.csv");
+  const auto data = csv_rows(slurp(example("AirPassengers.csv")));
   for (std::size_t i = 133; i <= 144; ++i) {
-    EXPECT_EQ(std::stod(rows[i][1]), std::stod(data[i - 1].second));
+    EXPECT_EQ(std::stod(rows[i][1]), std::stod(data[i][1]));
     EXPECT_TRUE(rows[i][5].empty());  // no residual in a forecast row
     EXPECT_LT(std::stod(rows[i][3]), std::stod(rows[i][rows[0].size() - 2]));
   }
@@ -483,8 +469,8 @@ TEST_F(ModelCliTest, ThoroughSearchFindsALowerErrorInsideTheBounds) {
 // does under MONTH.
 TEST_F(ModelCliTest, ObservationNumbersWithACycleFitAsTheCalendarDoes) {
   std::string numbered = "t,value\n";
-  int t = 0;
-  for (const auto& [d, v] : example_rows("AirPassengers.csv")) numbered += std::to_string(++t) + "," + v + "\n";
+  const auto data = csv_rows(slurp(example("AirPassengers.csv")));
+  for (std::size_t t = 1; t < data.size(); ++t) numbered += std::to_string(t) + "," + data[t][1] + "\n";
   write("numbered.csv", numbered);
   for (const char* model : {"seasonal", "winters", "winters-additive"}) {
     SCOPED_TRACE(model);

@@ -185,6 +185,23 @@ void expect_close(const char* what, double got, double want, double tol) {
   EXPECT_NEAR(got, want, tol * (1.0 + std::fabs(want)));
 }
 
+// Residuals: y less the fitted terms, and a copy of y where no fit exists (a
+// missing point, or a season without a term; fewer than 3 seasons fit none).
+void expect_residuals(const Series& s, int model, int ns, double c, double t, double q, const std::vector<double>& sd,
+                      const std::vector<double>& res) {
+  for (std::size_t i = 0; i < s.y.size(); ++i) {
+    SCOPED_TRACE(i);
+    const double sdk = (model & 8) && ns >= 3 ? sd[i % ns] : 0.0;
+    if (s.misflg[i] || is_miss(sdk)) {
+      EXPECT_EQ(std::bit_cast<std::uint64_t>(res[i]), std::bit_cast<std::uint64_t>(s.y[i]));
+      continue;
+    }
+    const double ti = static_cast<double>(i + 1);
+    const double fit = (model & 1 ? c : 0.0) + (model & 2 ? t * ti : 0.0) + (model & 4 ? q * ti * ti : 0.0) + sdk;
+    EXPECT_NEAR(res[i], s.y[i] - fit, 1e-9 * (1.0 + std::fabs(s.y[i])));
+  }
+}
+
 class RegressionEdge : public ::testing::Test {
  protected:
   void SetUp() override { trend_test::connect_module(); }
@@ -221,90 +238,58 @@ TEST_P(ModelTest, MatchesIndependentLeastSquares) {
     }
   }
 
-  // Residuals: y less the fitted terms, and a copy of y where no fit exists.
-  for (long i = 0; i < c.n; ++i) {
-    SCOPED_TRACE(i);
-    const double sdk = sea ? sd[i % c.ns] : 0.0;
-    if (s.misflg[i] || is_miss(sdk)) {
-      EXPECT_EQ(std::bit_cast<std::uint64_t>(res[i]), std::bit_cast<std::uint64_t>(s.y[i]));
-      continue;
-    }
-    const double t = static_cast<double>(i + 1);
-    const double fit = (con ? cc : 0.0) + (tre ? tc * t : 0.0) + (quad ? qc * t * t : 0.0) + sdk;
-    EXPECT_NEAR(res[i], s.y[i] - fit, 1e-9 * (1.0 + std::fabs(s.y[i])));
-  }
+  expect_residuals(s, c.model, c.ns, cc, tc, qc, sd, res);
 }
 
 INSTANTIATE_TEST_SUITE_P(AllModels, ModelTest, ::testing::ValuesIn(kModelCases),
                          [](const auto& test) { return std::string(test.param.name); });
 
-// Few points and unusable models, with the answers written out (statuses
-// below -2 leave the outputs alone and aren't looked at).
-TEST_F(RegressionEdge, FewPointsAndUnusableModels) {
+// Few points, short series and unusable models, with the answers written out
+// (statuses below -2 leave the outputs alone and aren't looked at).
+TEST_F(RegressionEdge, FewPointsShortSeriesAndUnusableModels) {
   const struct {
     const char* label;
     int model;
+    int ns;
     std::vector<double> y;
     int status;
     double c, t, q;
+    std::vector<double> sd;  // the ns season terms of a model with seasons
   } cases[] = {
-      {"one point is too few", 3, {5.0}, -2, kMiss, kMiss, 0},
-      {"nothing asked wins over too few", 0, {5.0}, -3, 0, 0, 0},
-      {"a line through one remaining point", 3, {kMiss, 7.5}, 0, 7.5, 0.0, 0},
-      {"through the origin one point fixes the slope", 2, {kMiss, 7.5}, 0, 0, 2.0 * 7.5 / 4.0, 0},
-      {"a quadratic through one point", 7, {kMiss, 7.5}, 0, 7.5, 0.0, 0.0},
-      {"a quadratic without its linear term", 5, {1, 2, 3, 4}, -99, 0, 0, 0},
+      {"one point is too few", 3, 0, {5.0}, -2, kMiss, kMiss, 0, {}},
+      {"nothing asked wins over too few", 0, 0, {5.0}, -3, 0, 0, 0, {}},
+      {"a line through one remaining point", 3, 0, {kMiss, 7.5}, 0, 7.5, 0.0, 0, {}},
+      {"through the origin one point fixes the slope", 2, 0, {kMiss, 7.5}, 0, 0, 2.0 * 7.5 / 4.0, 0, {}},
+      {"a quadratic through one point", 7, 0, {kMiss, 7.5}, 0, 7.5, 0.0, 0.0, {}},
+      {"a quadratic without its linear term", 5, 0, {1, 2, 3, 4}, -99, 0, 0, 0, {}},
+      // Two seasons set no seasonal bit, but their terms are cleared.
+      {"two seasons", 9, 2, {1, 2, 3, 4, 5}, 0, 3.0, 0, 0, {kMiss, kMiss}},
+      // No more points than seasons: each point is its own season, and
+      // longer cycles than points leave the remaining seasons missing.
+      {"a season a point", 11, 5, {4, 8, kMiss, 6, 2}, 1, 5.0, 0.0, 0, {-1, 3, kMiss, 1, -3}},
+      {"more seasons than points", 8, 7, {4, 8, kMiss, 6, 2}, 1, 0, 0, 0, {4, 8, kMiss, 6, 2, kMiss, kMiss}},
+      // More points than seasons, but missing points leave each season one.
+      {"one point in every season", 11, 3, {1, 2, 3, kMiss, kMiss, kMiss}, 1, 2.0, 0.0, 0, {-1, 0, 1}},
+      {"one point in every season, means", 8, 3, {1, 2, 3, kMiss, kMiss, kMiss}, 1, 0, 0, 0, {1, 2, 3}},
   };
   for (const auto& k : cases) {
     SCOPED_TRACE(k.label);
-    std::vector<double> y = k.y;
-    std::vector<char> m;
-    for (double v : y) m.push_back(is_miss(v) ? 1 : 0);
+    Series s{k.y, {}};
+    for (double v : s.y) s.misflg.push_back(is_miss(v) ? 1 : 0);
     double c = 1, t = 1, q = 1;
-    EXPECT_EQ(ztsrdmy(y.data(), m.data(), static_cast<long>(y.size()), 0, (k.model & 1) ? &c : nullptr,
-                      (k.model & 2) ? &t : nullptr, (k.model & 4) ? &q : nullptr, nullptr, nullptr),
+    std::vector<double> sd(std::max(k.ns, 1), 1.0), res(s.y.size(), 1.0);
+    EXPECT_EQ(ztsrdmy(s.y.data(), s.misflg.data(), static_cast<long>(s.y.size()), k.ns, (k.model & 1) ? &c : nullptr,
+                      (k.model & 2) ? &t : nullptr, (k.model & 4) ? &q : nullptr, (k.model & 8) ? sd.data() : nullptr,
+                      res.data()),
               k.status);
     if (k.status < -2) continue;
     if (k.model & 1) expect_close("ccoef", c, k.c, 1e-15);
     if (k.model & 2) expect_close("tcoef", t, k.t, 1e-15);
     if (k.model & 4) expect_close("qcoef", q, k.q, 1e-15);
+    for (std::size_t j = 0; j < k.sd.size(); ++j)
+      expect_close(("sdcoef " + std::to_string(j)).c_str(), sd[j], k.sd[j], 1e-15);
+    if (k.status >= 0) expect_residuals(s, k.model, k.ns, c, t, q, sd, res);
   }
-}
-
-TEST_F(RegressionEdge, TwoSeasonsSetNoSeasonalBitButAreCleared) {
-  double y[5] = {1, 2, 3, 4, 5};
-  char m[5] = {};
-  double c = 0, sd[2] = {7, 7};
-  EXPECT_EQ(ztsrdmy(y, m, 5, 2, &c, nullptr, nullptr, sd, nullptr), 0);
-  EXPECT_DOUBLE_EQ(c, 3.0);
-  EXPECT_TRUE(is_miss(sd[0]));
-  EXPECT_TRUE(is_miss(sd[1]));
-}
-
-TEST_F(RegressionEdge, ShortSeriesGivesEachPointItsSeason) {
-  double y[5] = {4, 8, kMiss, 6, 2};
-  char m[5] = {0, 0, 1, 0, 0};
-  double c = 0, t = 9, sd[5] = {};
-  double res[5] = {};
-  EXPECT_EQ(ztsrdmy(y, m, 5, 5, &c, &t, nullptr, sd, res), 1);
-  EXPECT_DOUBLE_EQ(c, 5.0);
-  EXPECT_EQ(t, 0.0);
-  const double want[5] = {-1, 3, kMiss, 1, -3};
-  for (int k = 0; k < 5; ++k) {
-    if (k == 2) {
-      EXPECT_TRUE(is_miss(sd[k]));
-      EXPECT_TRUE(is_miss(res[k]));
-    } else {
-      EXPECT_DOUBLE_EQ(sd[k], want[k]);
-      EXPECT_NEAR(res[k], 0.0, 1e-12);
-    }
-  }
-  // Longer cycles than points leave the remaining seasons missing.
-  double sd7[7] = {};
-  EXPECT_EQ(ztsrdmy(y, m, 5, 7, nullptr, nullptr, nullptr, sd7, nullptr), 1);
-  EXPECT_EQ(sd7[0], 4.0);
-  EXPECT_TRUE(is_miss(sd7[5]));
-  EXPECT_TRUE(is_miss(sd7[6]));
 }
 
 TEST_F(RegressionEdge, AllMissingIsTooFewInEveryModel) {
@@ -320,21 +305,6 @@ TEST_F(RegressionEdge, AllMissingIsTooFewInEveryModel) {
     EXPECT_TRUE(!(model & 2) || is_miss(t));
     EXPECT_TRUE(!(model & 8) || is_miss(sd[0]));
   }
-}
-
-TEST_F(RegressionEdge, EverySeasonWithOnePointIsAReducedFit) {
-  // n > ns, but missing points leave each season a single value.
-  double y[6] = {1, 2, 3, kMiss, kMiss, kMiss};
-  char m[6] = {0, 0, 0, 1, 1, 1};
-  double c = 0, t = 0, sd[3] = {};
-  EXPECT_EQ(ztsrdmy(y, m, 6, 3, &c, &t, nullptr, sd, nullptr), 1);
-  EXPECT_EQ(t, 0.0);
-  EXPECT_DOUBLE_EQ(c, 2.0);
-  EXPECT_DOUBLE_EQ(sd[0], -1.0);
-  EXPECT_DOUBLE_EQ(sd[2], 1.0);
-  double sdm[3] = {};
-  EXPECT_EQ(ztsrdmy(y, m, 6, 3, nullptr, nullptr, nullptr, sdm, nullptr), 1);
-  EXPECT_DOUBLE_EQ(sdm[1], 2.0);
 }
 
 // The seasonal factors are ratios to the common line at t = 1; where that

@@ -1,8 +1,6 @@
 // The runner over many series in one process: outcomes come in key order and
 // are the same to the bit on one thread and on several, failures included.
 // This is the test the ThreadSanitizer build runs.
-#include <unistd.h>
-
 #include <atomic>
 #include <bit>
 #include <cmath>
@@ -18,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "runner/batch.h"
+#include "support/file_text.h"
 
 namespace {
 
@@ -67,8 +66,8 @@ BatchRun run_with(int threads, const std::string& model, const fs::path& table, 
 }
 
 TEST(RunnerBatch, OutcomesInKeyOrderAndTheSameOnAnyNumberOfThreads) {
-  const fs::path table = fs::temp_directory_path() / ("esf_batch_" + std::to_string(::getpid()) + ".csv");
-  const fs::path wide = fs::path(table).replace_extension("wide.csv");
+  const support::ScratchDir dir("esf_batch");
+  const fs::path table = dir.path / "long.csv", wide = dir.path / "wide.csv";
   {
     // Twelve series, rows interleaved, and the same as one column each;
     // series 5 has one non-positive value, series 7 lacks a row (an empty
@@ -112,14 +111,13 @@ TEST(RunnerBatch, OutcomesInKeyOrderAndTheSameOnAnyNumberOfThreads) {
     EXPECT_EQ(one.ok[5], std::string(model) != "winters");  // multiplicative Winters refuses the series
     EXPECT_FALSE(one.bits[0].empty());
   }
-  fs::remove(table);
-  fs::remove(wide);
 }
 
 // With the first series held in its preparation, the other worker runs the
 // series of the window after it and then waits, however many follow.
 TEST(RunnerBatch, AStalledSeriesHoldsTheOthersWithinTheWindow) {
-  const fs::path table = fs::temp_directory_path() / ("esf_window_" + std::to_string(::getpid()) + ".csv");
+  const support::ScratchDir dir("esf_window");
+  const fs::path table = dir.path / "long.csv";
   {
     std::ofstream out(table);
     out << "id,date,value\n";
@@ -142,7 +140,6 @@ TEST(RunnerBatch, AStalledSeriesHoldsTheOthersWithinTheWindow) {
     };
   });
   EXPECT_EQ(seen, 3);
-  fs::remove(table);
 }
 
 }  // namespace
@@ -165,19 +162,24 @@ TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
     b.push_back(static_cast<std::uint64_t>(f.eval_accuracy.n));
     return b;
   };
+  // Variant 1 holds out 9 observations, variant 2 moves the ranges.
+  auto options = [](const std::string& model, int variant) {
+    runner::ModelOptions o;
+    o.model = model;
+    o.interval = "MONTH";
+    o.levels = {80.0, 95.0};
+    if (variant == 1) o.holdout = 9;
+    if (variant == 2) {
+      o.fit_end = "1957-12-01";
+      o.eval_start = "1955-01-01";
+    }
+    return o;
+  };
   for (const runner::Family& family : runner::families()) {
     for (int variant = 0; variant < 3; ++variant) {
       SCOPED_TRACE(std::string(family.name) + " variant " + std::to_string(variant));
-      runner::ModelOptions o;
-      o.model = family.name;
-      o.interval = "MONTH";
+      runner::ModelOptions o = options(family.name, variant);
       o.cl = 0.2;
-      o.levels = {80.0, 95.0};
-      if (variant == 1) o.holdout = 9;
-      if (variant == 2) {
-        o.fit_end = "1957-12-01";
-        o.eval_start = "1955-01-01";
-      }
       const runner::FitResult fit = run.fit(run.plan(o, false), s);
       const runner::ForecastResult fc = run.forecast(run.plan(o, true), s);
       EXPECT_EQ(bits(fc.fit), bits(fit));
@@ -188,11 +190,7 @@ TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
   // chosen family, to the bit.
   for (int variant = 0; variant < 2; ++variant) {
     SCOPED_TRACE("auto variant " + std::to_string(variant));
-    runner::ModelOptions o;
-    o.model = runner::kAutoModel;
-    o.interval = "MONTH";
-    o.levels = {80.0, 95.0};
-    if (variant == 1) o.holdout = 9;
+    runner::ModelOptions o = options(runner::kAutoModel, variant);
     const runner::ForecastResult a = run.forecast(run.plan(o, true), s);
     ASSERT_TRUE(a.fit.choice.has_value());
     o.model = a.fit.choice->chosen;
@@ -202,9 +200,7 @@ TEST(RunnerBatch, AForecastReportsTheCriteriaOfItsFit) {
     EXPECT_FALSE(a.table.columns.empty());
   }
   // --select holdout scores each family as a run of it holding out a season does.
-  runner::ModelOptions o;
-  o.model = runner::kAutoModel;
-  o.interval = "MONTH";
+  runner::ModelOptions o = options(runner::kAutoModel, 0);
   o.select = runner::Selection::kHoldout;
   const runner::AutoChoice choice = run.choose(run.plan(o, true), s);
   ASSERT_EQ(choice.selection_holdout, 12);

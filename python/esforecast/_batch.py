@@ -303,7 +303,8 @@ class Model:
             ``model="auto"``) and the interval.
         weights: a frame of the weights: name, label, estimate, std_error,
             t_value (NaN for a weight on a bound or fixed), position ("inside",
-            "on its lower bound", ...), and the bounds the fit honoured.
+            "on its lower bound", ..., "without bounds" when the fit ran
+            without them), and the bounds the fit honoured (NaN when none).
         end, converged, iterations: how the estimation ended.
         error_variance, state: the error variance, and the smoothed level,
             trend and seasonal factors at the end of the fit range.

@@ -245,11 +245,14 @@ std::string fit_table(const runner::FitResult& r) {
     out += fmt::format("{:<10} {:>14} {:>14} {:>10}  {}\n", w.name, number_text(w.estimate, 6),
                        number_text(w.std_error, 6), number_text(w.t_value, 2), w.label);
   }
+  bool unbounded = false;
   for (const runner::WeightEstimate& w : r.weights) {
-    if (w.position != runner::WeightPosition::kInside) {
+    unbounded = unbounded || w.position == runner::WeightPosition::kUnbounded;
+    if (w.position != runner::WeightPosition::kInside && w.position != runner::WeightPosition::kUnbounded) {
       out += fmt::format("  {} is {}\n", w.name, runner::describe(w.position));
     }
   }
+  if (unbounded) out += "  The weights were estimated without bounds\n";
   out += "\n";
   out += fmt::format("Estimation: {}{}{}\n", runner::describe(r.end),
                      r.iterations > 0 ? fmt::format(" ({} iterations)", r.iterations) : "",

@@ -19,12 +19,11 @@
 namespace {
 
 using esf::kMissing;
+using esf::kWeightLimit;
 
 // Starting points of the running minimum and maximum of a series.
 constexpr double kStartMin = 1.3407807929943e+154;
 constexpr double kStartMax = -1.3407807929943e+154;
-// A weight above this in absolute value is not usable.
-constexpr double kWeightLimit = 100.0;
 // Snap tolerance of a weight: this times the width of its bounds.
 constexpr double kToleranceFactor = 1.110223024625157e-13;
 // Default weight bounds; the damping weight has its own lower default when

@@ -234,6 +234,12 @@ ESF_EXPORT int esf_fit_ended(int slot, PSCPLIST* plist, List self, FITEND* end);
 #ifdef __cplusplus
 }  // extern "C"
 
+namespace esf {
+// A smoothing weight beyond +-this is not usable: the methods refuse to
+// forecast with it.
+inline constexpr double kWeightLimit = 100.0;
+}  // namespace esf
+
 static_assert(std::is_standard_layout_v<WINMODEL> && std::is_trivially_copyable_v<WINMODEL>,
               "WINMODEL must stay a plain record");
 static_assert(std::is_standard_layout_v<SMOOTHVALS> && std::is_trivially_copyable_v<SMOOTHVALS>);

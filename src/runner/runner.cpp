@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -514,7 +515,7 @@ std::vector<int> weight_kinds(const Family& family) {
 
 WeightPosition position_against(double w, const std::array<double, 2>& b, bool bounds_on) {
   if (b[0] == b[1]) return WeightPosition::kFixed;
-  if (!bounds_on) return WeightPosition::kInside;
+  if (!bounds_on) return WeightPosition::kUnbounded;
   if (w == b[0]) return WeightPosition::kOnLower;
   if (w == b[1]) return WeightPosition::kOnUpper;
   return w < b[0] || w > b[1] ? WeightPosition::kOutside : WeightPosition::kInside;
@@ -543,10 +544,12 @@ void read_positions(const Plan& plan, FitResult* r) {
   for (std::size_t i = 0; i < r->weights.size() && i < kinds.size(); ++i) {
     WeightEstimate& w = r->weights[i];
     const std::array<double, 2> b = bounds_of(plan.options, kinds[i]);
-    w.lower = b[0];
-    w.upper = b[1];
     w.position = position_against(w.estimate, b, !plan.options.no_bounds);
-    if (w.position != WeightPosition::kInside) w.t_value = kNaN;
+    if (w.position != WeightPosition::kUnbounded) {
+      w.lower = b[0];
+      w.upper = b[1];
+    }
+    if (w.position != WeightPosition::kInside && w.position != WeightPosition::kUnbounded) w.t_value = kNaN;
     if (w.position == WeightPosition::kOnLower || w.position == WeightPosition::kOnUpper) {
       at_bounds += fmt::format("{}{} {}", at_bounds.empty() ? "" : ", ", w.name, describe(w.position));
     } else if (w.position == WeightPosition::kOutside) {
@@ -741,6 +744,8 @@ std::string describe(WeightPosition position) {
       return "fixed";
     case WeightPosition::kOutside:
       return "outside its bounds";
+    case WeightPosition::kUnbounded:
+      return "without bounds";
   }
   return "";
 }
@@ -1232,14 +1237,16 @@ SavedModel load_model_file(const std::string& path, ModelOptions& options) {
     saved.interval = j["interval"].get<std::string>();
     if (options.interval.empty()) options.interval = saved.interval;
   }
-  // Saved weights are numbers from 0 to 1.
+  // Saved weights are numbers the methods can forecast with: a fit within
+  // the default bounds gives weights from 0 to 1, a fit without bounds may
+  // give others.
   const Json& list = j["model_list"];
   if (list.is_object() && list.contains("PARMVALS") && list["PARMVALS"].is_object() &&
       list["PARMVALS"].contains("SMOOTHING_WEIGHTS") && list["PARMVALS"]["SMOOTHING_WEIGHTS"].is_object()) {
     for (const auto& [name, w] : list["PARMVALS"]["SMOOTHING_WEIGHTS"].items()) {
-      if (!w.is_null() && !(w.is_number() && w.get<double>() >= 0.0 && w.get<double>() <= 1.0)) {
-        throw RunError(fmt::format("not a model file: the {} weight is {}, not a number from 0 to 1: {}", name,
-                                   host::quote_input(w.dump()), path));
+      if (!w.is_null() && !(w.is_number() && std::fabs(w.get<double>()) <= kWeightLimit)) {
+        throw RunError(fmt::format("not a model file: the {} weight is {}, not a number from {} to {}: {}", name,
+                                   host::quote_input(w.dump()), -kWeightLimit, kWeightLimit, path));
       }
     }
   }

@@ -76,7 +76,8 @@ enum class FitEnd {
   kExactFit,        // the errors vanished and the weights stopped moving
 };
 // Where a returned weight stands against its bounds.
-enum class WeightPosition { kInside, kOnLower, kOnUpper, kFixed, kOutside };
+// kUnbounded: the fit ran without bounds, so the weight has none to stand against.
+enum class WeightPosition { kInside, kOnLower, kOnUpper, kFixed, kOutside, kUnbounded };
 // In words, as reports print them: "converged", "on its lower bound", ...
 std::string describe(FitEnd end);
 std::string describe(WeightPosition position);
@@ -147,7 +148,7 @@ struct WeightEstimate {
   double std_error = kNaN;
   double t_value = kNaN;  // NaN for a weight on a bound or fixed
   WeightPosition position = WeightPosition::kInside;
-  double lower = kNaN, upper = kNaN;  // the bounds the fit honoured
+  double lower = kNaN, upper = kNaN;  // the bounds the fit honoured (NaN when it honoured none)
 };
 
 // The smoothed state at the end of the fit range.

@@ -48,10 +48,10 @@ inline constexpr int kMsgLevel = 1105;
 inline constexpr int kMsgTrend = 1106;
 inline constexpr int kMsgSeason = 1107;
 inline constexpr int kLabelBytes = 256;
-inline constexpr int kMaxTableVars = 10;       // Winters: time ID + 9 doubles
-inline constexpr double kWeightLimit = 100.0;  // a forecast weight beyond +-this is unusable
-inline constexpr int kPoolNumbers = 0x2004;    // pool flag word for arrays of numbers
-inline constexpr long kDateRun = 256;          // row dates computed together
+inline constexpr int kMaxTableVars = 10;  // Winters: time ID + 9 doubles
+using esf::kWeightLimit;
+inline constexpr int kPoolNumbers = 0x2004;  // pool flag word for arrays of numbers
+inline constexpr long kDateRun = 256;        // row dates computed together
 
 // The state variable of a kernel's column.
 constexpr OutputColumn output_column(pass::Column column) {

@@ -26,16 +26,17 @@ struct CliOutcome {
   std::string err;
 };
 
-// Runs esforecast with `args` in `dir`, `input` on its standard input. Under the leak checker one block is
-// expected to outlive the program: the method table the module's entry takes
-// from the host's pool while it is loaded, which stays with the pool for the
-// life of the process.
+// Runs esforecast with `args` in `dir`, `input` on its standard input and
+// the shell's variable settings `env` ("NAME=value ...") in its environment.
+// Under the leak checker one block is expected to outlive the program: the
+// method table the module's entry takes from the host's pool while it is
+// loaded, which stays with the pool for the life of the process.
 inline CliOutcome run_cli(const std::filesystem::path& dir, const std::vector<std::string>& args,
-                          const std::string& input = "") {
+                          const std::string& input = "", const std::string& env = "") {
   const std::filesystem::path suppressions = dir / "lsan.supp";
   if (!std::filesystem::exists(suppressions)) std::ofstream(suppressions) << "leak:esf::runner::Loader::load\n";
   std::string cmd = "cd " + quote(dir.string()) + " && LSAN_OPTIONS=suppressions=" + quote(suppressions.string()) +
-                    " " + quote(ESF_CLI);
+                    " " + env + " " + quote(ESF_CLI);
   for (const std::string& a : args) cmd += " " + quote(a);
   std::ofstream(dir / "stdin.txt", std::ios::binary) << input;
   cmd += " <" + quote((dir / "stdin.txt").string()) + " >" + quote((dir / "stdout.txt").string()) + " 2>" +

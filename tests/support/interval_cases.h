@@ -1,7 +1,8 @@
 // Shared pieces of the interval tests: parsing and printing names, tokens
-// and extended records, dates by year, month and day, equality that treats
-// all missing values alike, values as text, a custom-interval record, and the check that a routine refuses codes
-// outside its tables with a line on the debug output.
+// and extended records, dates by year, month and day, equality that tells
+// the kinds of missing values apart, values as text, a custom-interval
+// record, and the check that a routine refuses codes outside its tables
+// with a line on the debug output.
 #pragma once
 
 #include <cstdio>
@@ -22,7 +23,7 @@ namespace cases {
 inline double d(int y, unsigned m, unsigned dd) { return static_cast<double>(oracle::day_of(y, m, dd)); }
 
 inline bool same(double a, double b) {
-  if (esf::is_missing(a) || esf::is_missing(b)) return esf::is_missing(a) && esf::is_missing(b);
+  if (esf::is_missing(a) || esf::is_missing(b)) return esf::missing_kind(a) == esf::missing_kind(b);
   return a == b;
 }
 

@@ -67,7 +67,6 @@ struct CallLists {
   List data() const { return esf::host::find_list(series, "DATA"); }
   List dsinfo() const { return esf::host::find_list(series, "DSINFO"); }
   List interval_info() const { return esf::host::find_list(dsinfo(), "INTERVALINFO"); }
-  List data_range() const { return esf::host::find_list(esf::host::find_list(series, "TIME_RANGES"), "DATA_RANGE"); }
 };
 
 // A fit method called on the lists of `l` as the object language calls it:
