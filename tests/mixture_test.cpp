@@ -84,6 +84,7 @@ TEST(Mixture, TailsAndDensityMatchDirectSum) {
         -x2 / 2 - std::log(x * std::sqrt(2 * M_PI)) + std::log1p(-1 / x2 + 3 / (x2 * x2) - 15 / (x2 * x2 * x2));
     EXPECT_NEAR(at(kSingle, -x).LogLeftPr, expected, 1e-12 * std::fabs(expected)) << x;
   }
+  EXPECT_EQ(at(kSingle, 0.0).LogDensity, -0.9189385332046728);  // -ln sqrt(2 pi), to the bit
 }
 
 // A zero weight drops its component and a zero sigma acts as 1.053671212772351e-08:
