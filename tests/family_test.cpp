@@ -20,6 +20,7 @@
 #include "module/families.h"
 #include "module/method_frame.h"
 #include "numeric/numeric.h"
+#include "regression/regression.h"
 #include "smoothing/es1fit.h"
 #include "smoothing/es1subs.h"
 #include "smoothing/es2fit.h"
@@ -29,6 +30,7 @@
 #include "smoothing/esdfit.h"
 #include "smoothing/esdsubs.h"
 #include "smoothing/essfit.h"
+#include "smoothing/esssubs.h"
 #include "smoothing/winfit.h"
 #include "smoothing/winsubs.h"
 #include "support/cli_run.h"
@@ -52,7 +54,9 @@ struct Ref {
 
 // The test's view of one family (Winters in each of its two forms): the
 // trait, the row of the family table, the drivers, the start values as the
-// fit method computes them, and the family's recursion in its textbook form,
+// fit method computes them (the first observation of season nstart), the
+// factor lanes of the derivative passes where the family has them (Lanes,
+// from lane_start), and the family's recursion in its textbook form,
 // written without the module: step(r, x, s, w) returns the one-step
 // prediction and moves the state over observation x of season s (NaN:
 // missing), turn(r, w) turns the state after the backcast; cla(w, ns, k,
@@ -63,7 +67,7 @@ struct Simple {
   static constexpr const char* kCli = "simple";
   static constexpr int kType = esf::kFamilySimple, kAdditive = 0;
   static constexpr long kFew = 1;  // usable observations too few for standard errors
-  static int start(WINMODEL* m) { return zes1svi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level); }
+  static int start(WINMODEL* m, int = 0) { return zes1svi(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level); }
   static double step(Ref& r, double x, int, const double* w) {
     const double pred = r.l;
     if (!std::isnan(x)) r.l = w[0] * x + (1.0 - w[0]) * r.l;
@@ -77,7 +81,9 @@ template <class Trait, int Type, auto Start>
 struct Trended {
   using F = Trait;
   static constexpr int kType = Type, kAdditive = 0;
-  static int start(WINMODEL* m) { return Start(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend); }
+  static int start(WINMODEL* m, int = 0) {
+    return Start(m->ts.x, m->ts.misflg, m->ts.nobs, 1, &m->svi.level, &m->svi.trend);
+  }
   static void turn(Ref& r, const double*) {
     r.l += r.b;
     r.b = -r.b;
@@ -127,9 +133,11 @@ struct Seasonal {
   static constexpr const char* kCli = "seasonal";
   static constexpr int kType = esf::kFamilySeasonal, kAdditive = 0;
   static constexpr long kFew = 5;  // a cycle of 4 and one
-  static int start(WINMODEL* m) {
-    return zesssvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, 1, &m->svi.level, m->svi.sfactor);
+  static int start(WINMODEL* m, int nstart = 0) {
+    return zesssvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, nstart, 1, &m->svi.level, m->svi.sfactor);
   }
+  using Lanes = ess::FactorUpdate;
+  static Lanes::State lane_start(const WINMODEL* m) { return {m->svi.level, 0.0, {}}; }
   static double step(Ref& r, double x, int s, const double* w) {
     const double pred = r.l + r.f[s];
     if (std::isnan(x)) return pred;
@@ -147,10 +155,12 @@ struct Winters {
   static constexpr int kType = esf::kFamilyWinters, kAdditive = Additive;
   static constexpr const char* kCli = Additive ? "winters-additive" : "winters";
   static constexpr long kFew = 5;
-  static int start(WINMODEL* m) {
-    return zwinsvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, 0, Additive, 1, &m->svi.level, &m->svi.trend,
+  static int start(WINMODEL* m, int nstart = 0) {
+    return zwinsvi(m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.nseasons, nstart, Additive, 1, &m->svi.level, &m->svi.trend,
                    m->svi.sfactor);
   }
+  using Lanes = win::FactorUpdate<Additive>;
+  static typename Lanes::State lane_start(const WINMODEL* m) { return {m->svi.level, m->svi.trend, 0.0, {}, {}}; }
   // Holt-Winters: prediction (l + b) + s or (l + b) s.
   static double step(Ref& r, double x, int s, const double* w) {
     if (std::isnan(x)) {
@@ -416,7 +426,9 @@ TYPED_TEST(FamilyTest, AnalyticGradientEqualsNumericOne) {
 // the bits of the frame's loop, one fitobs per observation, where the passes
 // end well and where they stop (a factor below the floor, cross products
 // past their limit, which the unchecked forward loop must find again by the
-// checked one).
+// checked one).  Its factor lanes on every instruction set the processor
+// has give the bits of the checked scalar pass wherever no guard tripped,
+// also at weights past the stable region.
 TYPED_TEST(FamilyTest, KernelDerivativeLoopsGiveTheBitsOfTheFrame) {
   using F = typename TypeParam::F;
   if constexpr (!requires(fr::Pass & pass, const double* w) { F::backward_pass(pass, w); }) {
@@ -437,29 +449,60 @@ TYPED_TEST(FamilyTest, KernelDerivativeLoopsGiveTheBitsOfTheFrame) {
       const std::vector<double> g = grid_row<F>(k);
       w.insert(w.end(), g.begin(), g.end());
     }
-    int stopped = 0;
+    for (int i = 0; i < F::kNumWeights; ++i) w.push_back(2.7 * w[i]);
+    int stopped = 0, lanes[2] = {};  // tripped, compared
     for (const auto& [x, ns] : series) {
       Model m(x, F::kNumWeights);
       if (row_of<TypeParam>().seasonal) m.seasons(ns);
       m->additive = TypeParam::kAdditive;
       ASSERT_EQ(TypeParam::start(m.get()), 0);
       stopped += pass_test::expect_same_passes<F>(m.get(), m->ts.x, m->ts.misflg, m->ts.nobs, m->ts.scodes, w);
+      if constexpr (requires { typename TypeParam::Lanes; }) {
+        const bool avx = __builtin_cpu_supports("avx"), avx512 = __builtin_cpu_supports("avx512vl");
+        for (const int isa : {1, avx ? 2 : 1, avx512 ? 3 : 1}) {
+          for (std::size_t k = 0; k < w.size(); k += F::kNumWeights) {
+            pass_test::expect_lanes_give_scalar_bits<typename TypeParam::Lanes, F::kNumWeights>(
+                m.get(), ns, TypeParam::lane_start(m.get()), &w[k], isa, lanes);
+          }
+        }
+      }
     }
     EXPECT_GT(stopped, 0);
+    if constexpr (requires { typename TypeParam::Lanes; }) {
+      EXPECT_GT(lanes[0], 0);
+      EXPECT_GT(lanes[1], 0);
+    }
   }
 }
 
-// The backward pass starts at the last usable observation; with only the
-// first observation usable there is nothing to start from.
+// The backward pass starts at the last usable observation, with the trend
+// of the start regression turned backward and its factors, the first one
+// at the season of the first observation; with only the first observation
+// usable there is nothing to start from.
 TYPED_TEST(FamilyTest, StartValuesBeginAtTheLastObservation) {
-  std::vector<double> x = example_series(kGas.file);
+  const esf::Family& row = row_of<TypeParam>();
+  std::vector<double> x = example_series(kAir.file);
   x.back() = std::nan("");
   Model m(x, TypeParam::F::kNumWeights);
-  if (row_of<TypeParam>().seasonal) m.seasons(4);
-  ASSERT_EQ(TypeParam::start(m.get()), 0);
+  if (row.seasonal) m.seasons(12);
+  m->additive = TypeParam::kAdditive;
+  ASSERT_EQ(TypeParam::start(m.get(), 3), 0);
   EXPECT_EQ(m->svi.level, x[x.size() - 2]);
+  // The start regression: a line, with dummies for the seasons; for the
+  // multiplicative form, with seasonal ratios.
+  double c = 0.0, trend = 0.0, factors[12];
+  const int ns = row.seasonal ? 12 : 0;
+  ASSERT_EQ(row.winters && !TypeParam::kAdditive
+                ? ztsrsdm(m->ts.x, m->ts.misflg, m->ts.nobs, ns, &c, &trend, factors, nullptr)
+                : ztsrdmy(m->ts.x, m->ts.misflg, m->ts.nobs, ns, &c, row.trended ? &trend : nullptr, nullptr, factors,
+                          nullptr),
+            0);
+  if (row.trended) {
+    EXPECT_EQ(m->svi.trend, -trend);
+  }
+  for (int i = 0; row.seasonal && i < 12; ++i) EXPECT_EQ(m->svi.sfactor[(i + 3) % 12], factors[i]) << i;
   Model first({5.0, std::nan(""), std::nan(""), std::nan(""), std::nan("")}, TypeParam::F::kNumWeights);
-  if (row_of<TypeParam>().seasonal) first.seasons(4);
+  if (row.seasonal) first.seasons(4);
   EXPECT_EQ(TypeParam::start(first.get()), -2);
 }
 

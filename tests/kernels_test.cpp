@@ -17,7 +17,6 @@
 #include "smoothing/esdsubs.h"
 #include "smoothing/essfit.h"
 #include "smoothing/esssubs.h"
-#include "support/pass_compare.h"
 #include "support/smooth_model.h"
 
 namespace {
@@ -99,7 +98,6 @@ TEST_F(Kernel, SimpleEdgeResults) {
     double mse;  // NaN: not checked
   };
   const Case cases[] = {
-      {"constant series from its own value", {3, 3, 3, 3}, 0.4, 3.0, 0, 0.0},
       {"every observation missing", {NAN, NAN, NAN}, 0.4, 1.0, -2, NAN},
       {"weight beyond the state limit", {1, 2}, 2e152, 2.0, -9, NAN},
       {"squares past the limit of their sum", {-1e154, -1e154}, 0.001, 0.0, -9, NAN},
@@ -141,15 +139,12 @@ TEST_F(Kernel, SimpleRowsFromStartAndTheSumOfOneObservation) {
 
 // ---- Standard errors ----------------------------------------------------------
 
-TEST_F(Kernel, SimpleStdErrFromTheSweptDiagonal) {
-  double xpxdiag[1] = {-0.02};
+// A zero standard error: the guarded division gives the host's overflow
+// (the standard error from the swept diagonal against numeric derivatives:
+// frame_test.cpp).
+TEST_F(Kernel, SimpleZeroStdErrGivesTheOverflowTValue) {
   double parms[1] = {0.3};
   double se = 0.0, t = 0.0;
-  ASSERT_EQ(zes1std(xpxdiag, 8.0, 10, parms, &se, &t), 0);
-  EXPECT_EQ(se, std::sqrt(0.02 * 8.0));
-  EXPECT_EQ(t, 0.3 / se);
-
-  // A zero standard error: the guarded division gives the host's overflow.
   double zero[1] = {0.0};
   ASSERT_EQ(zes1std(zero, 8.0, 10, parms, &se, &t), 0);
   EXPECT_EQ(se, 0.0);
@@ -228,13 +223,6 @@ TEST_F(Kernel, DampedStabilityTest) {
   }
 }
 
-TEST_F(Kernel, DampedZeroDampingIgnoresTheTrend) {
-  double l = 5, b = 100, xhat, e;
-  ASSERT_EQ(zes3pnt(6, 100, 0.5, 0.5, 0.0, &l, &b, &xhat, &e), 0);
-  EXPECT_EQ(xhat, 5.0);
-  EXPECT_EQ(e, -1.0);
-}
-
 TEST_F(Kernel, DoubleAWeightOfZeroCannotBeEvaluated) {
   std::vector<double> x = {1, 2, 3};
   std::vector<char> mis(3, 0);
@@ -298,36 +286,6 @@ TEST_F(Kernel, SeasonalForecastsWithoutObservationRowsStartAtSeasonZero) {
   }
 }
 
-// The derivative passes' lanes on every instruction set the processor has
-// give the bits of the checked scalar pass wherever no guard tripped, over
-// missing observations and alternating signs too; weights outside the
-// bounds and a series near the limits trip the guards.
-TEST_F(Kernel, SeasonalDerivativeLanesGiveTheBitsOfTheCheckedPass) {
-  std::vector<double> gaps = example_series("AirPassengers.csv");
-  gaps[5] = gaps[40] = gaps[143] = kNaN;
-  std::vector<double> alternating = example_series("UKgas.csv");
-  for (std::size_t t = 0; t < alternating.size(); t += 2) alternating[t] = -alternating[t];
-  std::vector<double> big = example_series("USAccDeaths.csv");
-  for (double& v : big) v *= 1e150;
-  const double weights[][2] = {{0.3, 0.2},     {0.8, 0.05}, {0.05, 0.9}, {0.4, 0.0},
-                               {0.999, 0.001}, {1.6, 0.5},  {-0.3, 1.7}};
-  const bool avx = __builtin_cpu_supports("avx");
-  int count[2] = {};
-  for (const auto& [x, ns] : {std::pair{gaps, 12}, std::pair{alternating, 4}, std::pair{big, 12}}) {
-    Model m(x, 2);
-    m.seasons(ns);
-    ASSERT_EQ(zesssvi(m->ts.x, m->ts.misflg, m->ts.nobs, ns, 0, 1, &m->svi.level, m->svi.sfactor), 0);
-    for (const int isa : {1, avx ? 2 : 1}) {
-      for (const auto& w : weights) {
-        pass_test::expect_lanes_give_scalar_bits<ess::FactorUpdate, 2>(m.get(), ns, {m->svi.level, 0.0, {}}, w, isa,
-                                                                       count);
-      }
-    }
-  }
-  EXPECT_GT(count[0], 0);
-  EXPECT_GT(count[1], 0);
-}
-
 TEST_F(Kernel, SeasonalStabilityRegion) {
   struct Case {
     int ns;
@@ -359,18 +317,12 @@ TEST_F(Kernel, SeasonalCentringMovesTheMeanOfTheFactorsIntoTheLevel) {
   EXPECT_TRUE(nl == 4.0 && nf[2] == 2.0);
 }
 
-TEST_F(Kernel, SeasonalStartValues) {
-  std::vector<double> air = example_series("AirPassengers.csv");
-  Model ser(air);
+// A reduced start regression (no season with two points): its constant is
+// the level and a season without a factor starts at 0 (the start values
+// from a full regression, for every family: family_test.cpp).
+TEST_F(Kernel, SeasonalStartFromAReducedRegression) {
   double ccoef = 0.0, level = 0.0;
   std::vector<double> csfact(12), f(12);
-  ASSERT_EQ(ztsrdmy(ser->ts.x, ser->ts.misflg, ser->ts.nobs, 12, &ccoef, nullptr, nullptr, csfact.data(), nullptr), 0);
-  for (int nstart : {0, 5, 11}) {  // the first regression factor is nstart's
-    ASSERT_EQ(zesssvi(ser->ts.x, ser->ts.misflg, ser->ts.nobs, 12, nstart, 1, &level, f.data()), 0);
-    EXPECT_EQ(level, air.back());
-    for (int i = 0; i < 12; ++i) EXPECT_EQ(f[(nstart + i) % 12], csfact[i]) << nstart << " " << i;
-  }
-  // A reduced regression (no season with two points): its constant is the level.
   Model few({10.0, 20.0, 30.0, 40.0, 50.0});
   ASSERT_EQ(ztsrdmy(few->ts.x, few->ts.misflg, 5, 12, &ccoef, nullptr, nullptr, csfact.data(), nullptr), 1);
   ASSERT_EQ(zesssvi(few->ts.x, few->ts.misflg, 5, 12, 0, 1, &level, f.data()), 0);

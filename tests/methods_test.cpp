@@ -90,7 +90,6 @@ TEST_F(MethodsTest, FitFailuresLeaveTheModelListAsItCame) {
       {"name too long", kAir, [](CallLists& l) { set_text(l.series, "NAME", std::string(33, 'N')); }, 999},
       {"name of 32", kAir, [](CallLists& l) { set_text(l.series, "NAME", std::string(32, 'N')); }, 0},
       {"no data", kAir, [](CallLists& l) { remove_item(l.series, "DATA"); }, 999},
-      {"one value", {5.0}, [](CallLists&) {}, 2},
       {"no interval", kAir, [](CallLists& l) { remove_item(l.interval_info(), "INTERVAL"); }, 999},
       // The start of the backward pass is the last usable value of the fit
       // range; the first alone is not enough.
@@ -186,9 +185,6 @@ TEST_F(MethodsTest, ForecastFailures) {
   };
   const Case cases[] = {
       {"no weights", [](CallLists& l) { remove_item(l.model, "PARMVALS"); }, 999},
-      {"weight too large",
-       [](CallLists& l) { set_number(find_list(find_list(l.model, "PARMVALS"), "SMOOTHING_WEIGHTS"), "LEVEL", 100.5); },
-       999},
       {"no fit range item", [](CallLists& l) { remove_item(l.model, "FITRANGE"); }, 999},
       {"label too long", [](CallLists& l) { set_text(l.series, "LABEL", std::string(257, 'L')); }, 999},
       {"eval range of one", [](CallLists& l) { set_number(l.eval_range, "NOBS", 1); }, 2},
