@@ -205,6 +205,7 @@ struct Example {
 };
 const Example kAir{"AirPassengers.csv", 12, "MONTH", 1949};
 const Example kGas{"UKgas.csv", 4, "QTR", 1960};
+const Example kDeaths{"USAccDeaths.csv", 12, "MONTH", 1973};
 
 // A model of the family on an example, start values computed; `gaps` makes
 // every 17th observation missing; `keep` > 0 keeps the first `keep` values
@@ -540,6 +541,30 @@ TYPED_TEST(FamilyTest, EstimatesAreAMinimumWithinTheBounds) {
       const std::vector<double> g = grid_row<F>(k);
       if (c.stable(g.data())) {
         EXPECT_GE(c.mse_at(g.data()), best * (1.0 - 1e-9)) << k;
+      }
+    }
+  }
+}
+
+// Without bounds the search can leave the stability region (without the
+// stability test, linear, seasonal and both Winters fits leave it on these
+// examples); the stability test keeps every trial, and so the estimates,
+// inside it, as the family's own stability routine judges them.
+TYPED_TEST(FamilyTest, StabilityTestHoldsAFitWithoutBounds) {
+  using F = typename TypeParam::F;
+  if constexpr (!F::kHasStability) {
+    GTEST_SKIP() << "the family has no stability region";
+  } else {
+    for (const Example& ex : {kAir, kGas, kDeaths}) {
+      SCOPED_TRACE(ex.file);
+      Case<TypeParam> c(ex);
+      c.m->wbnds.bounds = 0;
+      const int rc = fit<TypeParam>(c.m.get());
+      ASSERT_TRUE(rc == 0 || rc == 90) << rc;
+      if constexpr (fr::StabilityReadsModel<F>) {
+        EXPECT_TRUE(F::stable(c.m.get(), c.m->pest.parms));
+      } else {
+        EXPECT_TRUE(F::stable(c.m->pest.parms));
       }
     }
   }
