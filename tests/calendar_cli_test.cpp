@@ -1,9 +1,6 @@
 // The calendar command of the host program, run as a user runs it: single
 // queries on the command line and a stream of queries on standard input
 // (the messages of bad queries: bad_input_cli_test.cpp).
-#include <unistd.h>
-
-#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -14,20 +11,15 @@
 
 namespace {
 
-namespace fs = std::filesystem;
-
 using CliRun = support::CliOutcome;
 
 // Runs `esforecast calendar ARGS` with `input` on standard input.
 CliRun calendar(const std::string& args, const std::string& input = "") {
-  const fs::path dir = fs::temp_directory_path() / ("esf_calendar_cli_" + std::to_string(::getpid()));
-  fs::create_directories(dir);
+  const support::ScratchDir dir("esf_calendar_cli");
   std::vector<std::string> words = {"calendar"};
   std::istringstream in(args);
   for (std::string w; in >> w;) words.push_back(w);
-  const CliRun r = support::run_cli(dir, words, input);
-  fs::remove_all(dir);
-  return r;
+  return support::run_cli(dir.path, words, input);
 }
 
 // ---- Single queries ---------------------------------------------------------------

@@ -622,7 +622,7 @@ TYPED_TEST(FamilyTest, FitFeedsForecastThroughTheLists) {
   const esf::Family& row = row_of<TypeParam>();
   const int p = row.nparms;
   const smooth_test::ScratchLibrary lib("FAM", "family_test");
-  const fs::path& dir = lib.dir;
+  const fs::path& dir = lib.path;
   const std::vector<double> x = example_series(kGas.file);
   for (int ns : {4, 3}) {
     SCOPED_TRACE(ns);

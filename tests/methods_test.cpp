@@ -69,7 +69,7 @@ class MethodsTest : public smooth_test::ModuleTest {
     return method_test::call_forecast(mes1for, l, "OUT.FC", cl, lead);
   }
 
-  fs::path table_file() const { return lib_.dir / "fc.csv"; }
+  fs::path table_file() const { return lib_.path / "fc.csv"; }
 
   smooth_test::ScratchLibrary lib_{"OUT", "esf_methods"};
   std::size_t outstanding_ = 0;

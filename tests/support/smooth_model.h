@@ -5,8 +5,6 @@
 // the forecast driver writes.
 #pragma once
 
-#include <unistd.h>
-
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -19,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include "file_text.h"  // beside this header, also for the benchmarks
 #include "host/host.h"
 #include "host/host_dates.h"
 #include "intervals/interval.h"
@@ -40,17 +39,10 @@ inline void connect_module() {
 
 // A scratch directory of this process assigned to the library reference
 // `libref`, removed with everything in it at the end.
-struct ScratchLibrary {
-  std::filesystem::path dir;
-  ScratchLibrary(const char* libref, const std::string& name)
-      : dir(std::filesystem::temp_directory_path() / (name + "_" + std::to_string(::getpid()))) {
-    std::filesystem::remove_all(dir);
-    std::filesystem::create_directories(dir);
-    esf::host::assign_libref(libref, dir);
+struct ScratchLibrary : support::ScratchDir {
+  ScratchLibrary(const char* libref, const std::string& name) : ScratchDir(name) {
+    esf::host::assign_libref(libref, path);
   }
-  ScratchLibrary(const ScratchLibrary&) = delete;
-  ScratchLibrary& operator=(const ScratchLibrary&) = delete;
-  ~ScratchLibrary() { std::filesystem::remove_all(dir); }
 };
 
 // A test of the module's routines, with the module connected.
